@@ -1,0 +1,30 @@
+# One interface target that every target of ours links: language level, warnings as errors, hardening.
+add_library(vlm_options INTERFACE)
+
+if(MSVC)
+  target_compile_options(vlm_options INTERFACE /W4 /WX /permissive- /utf-8 /Zc:__cplusplus)
+else()
+  target_compile_options(vlm_options INTERFACE
+    -Wall -Wextra -Wpedantic -Werror
+    -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual
+    -Wcast-align -Wformat=2 -Wnull-dereference -Wundef -Wimplicit-fallthrough)
+endif()
+
+if(WIN32)
+  # 0x0A00 shows the whole MONITOR2 up to pfnNotifyUnusedPorts; NTDDI opens the router's Bidi functions.
+  target_compile_definitions(vlm_options INTERFACE
+    UNICODE _UNICODE WIN32_LEAN_AND_MEAN NOMINMAX _WIN32_WINNT=0x0A00 NTDDI_VERSION=0x0A000000)
+  if(MINGW)
+    # ISO format specifiers in wide printf (%ls, %s as the project's texts use them) come from the system's own CRT.
+    target_compile_definitions(vlm_options INTERFACE __USE_MINGW_ANSI_STDIO=0)
+    # No libstdc++, libgcc or winpthread DLL beside ours; address randomisation and no-execute in every image.
+    target_link_options(vlm_options INTERFACE -static
+      -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
+  endif()
+endif()
+
+if(VLM_SANITIZE)
+  target_compile_options(vlm_options INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(vlm_options INTERFACE -fsanitize=address,undefined)
+endif()
