@@ -1,0 +1,64 @@
+// An extension file as its author wrote it: a tree of elements that know their line.
+//
+// The engine itself reads these files with the DOM, which keeps no lines. This reader is for telling an
+// author where something is wrong; it accepts what the engine accepts, within bounds.
+#pragma once
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace vlm {
+
+enum class Severity { kWarning, kError };
+
+// One line of what an author should know. `text` holds names from the file, already printable.
+struct Finding {
+    std::wstring file;
+    int line = 0;  // from 1
+    Severity severity = Severity::kError;
+    std::wstring text;
+};
+
+struct SourceAttribute {
+    std::wstring name;  // as written, with its prefix
+    std::wstring value;
+};
+
+struct SourceElement {
+    std::wstring name;  // as written, with its prefix
+    std::wstring namespaceUri;
+    std::wstring localName;
+    int line = 0;                             // where the start tag begins
+    std::vector<SourceAttribute> attributes;  // namespace declarations excluded
+    std::map<std::wstring, std::wstring>
+        declarations;      // prefix to URI, of this element alone; "" is the default
+    bool hasText = false;  // characters other than white space, its own
+    std::vector<SourceElement> children;
+
+    // Null when the element does not carry it.
+    const std::wstring* Attribute(std::wstring_view attribute) const;
+};
+
+struct SourceFile {
+    std::wstring path;  // as it was given
+    SourceElement root;
+};
+
+// Larger or deeper than any file a printer driver installs, small enough to hold and to walk.
+inline constexpr size_t kLargestSourceFile = size_t{16} << 20;
+inline constexpr size_t kDeepestSourceElement = 256;
+
+// The bytes of a file; nothing when it cannot be read or exceeds kLargestSourceFile, with the reason in
+// `problem`.
+std::optional<std::string> ReadSourceBytes(const std::wstring& path, std::wstring& problem);
+
+// Parses `bytes`, whose encoding is told by a byte order mark or the XML declaration. On anything that keeps
+// the tree from being built (not well-formed, a DOCTYPE, too deep) nothing is returned and `findings` says
+// what and where. COM must be initialised on the thread.
+std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view bytes,
+                                      std::vector<Finding>& findings);
+
+}  // namespace vlm
