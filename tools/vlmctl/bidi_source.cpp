@@ -1,12 +1,14 @@
-#include "bidi_source.h"
+#include "tools/vlmctl/bidi_source.h"
 
 #include <algorithm>
+#include <span>
 
 #include "util/com.h"
 #include "util/handles.h"
 #include "util/vlutil.h"
+#include "util/xml_bounds.h"
 
-namespace vlm {
+namespace vlm::ctl {
 
 namespace {
 
@@ -85,8 +87,10 @@ std::wstring TakeText(const wchar_t* text, int length) {
     return text == nullptr || length <= 0 ? std::wstring() : std::wstring(text, static_cast<size_t>(length));
 }
 
-bool IsBlank(std::wstring_view text) {
-    return text.find_first_not_of(L" \t\r\n") == std::wstring_view::npos;
+std::wstring Trimmed(const std::wstring& text) {
+    constexpr wchar_t kBlanks[] = L" \t\r\n";
+    const size_t begin = text.find_first_not_of(kBlanks);
+    return begin == std::wstring::npos ? L"" : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
 #if defined(__GNUC__)
@@ -143,7 +147,7 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
             if (count_ < scan_.startLines.size()) lastLine_ = scan_.startLines[count_];
             ++count_;
             element.line = lastLine_;
-            if (open_.size() >= kDeepestSourceElement) {
+            if (open_.size() >= kExtensionFileLimits.depth) {
                 stopped_ = true;
                 return;
             }
@@ -156,6 +160,7 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
         return Guard([&] {
             SourceElement element = std::move(open_.back());
             open_.pop_back();
+            element.text = Trimmed(element.text);
             if (open_.empty()) {
                 root_ = std::move(element);
             } else {
@@ -165,7 +170,7 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
     }
     HRESULT STDMETHODCALLTYPE characters(const wchar_t* text, int length) override {
         return Guard([&] {
-            if (!open_.empty() && !IsBlank(TakeText(text, length))) open_.back().hasText = true;
+            if (!open_.empty()) open_.back().text += TakeText(text, length);
         });
     }
     HRESULT STDMETHODCALLTYPE ignorableWhitespace(const wchar_t*, int) override { return S_OK; }
@@ -238,15 +243,6 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
 #pragma GCC diagnostic pop
 #endif
 
-ComPtr<IStream> StreamOf(std::string_view bytes) {
-    ComPtr<IStream> stream;
-    if (CreateStreamOnHGlobal(nullptr, TRUE, stream.Receive()) != S_OK) return nullptr;
-    ULONG written = 0;
-    if (stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written) != S_OK) return nullptr;
-    if (written != bytes.size() || stream->Seek({}, STREAM_SEEK_SET, nullptr) != S_OK) return nullptr;
-    return stream;
-}
-
 bool Parse(std::string_view bytes, TreeBuilder& builder) {
     const ComPtr<IStream> stream = StreamOf(bytes);
     ComPtr<ISAXXMLReader> reader;
@@ -302,62 +298,63 @@ const std::wstring* SourceElement::Attribute(std::wstring_view attribute) const 
     return found == attributes.end() ? nullptr : &found->value;
 }
 
-std::optional<std::string> ReadSourceBytes(const std::wstring& path, std::wstring& problem) {
-    const Unique<FileTraits> file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                              OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-    if (!file) {
+ComPtr<IStream> StreamOf(std::string_view bytes) {
+    ComPtr<IStream> stream;
+    if (CreateStreamOnHGlobal(nullptr, TRUE, stream.Receive()) != S_OK) return nullptr;
+    ULONG written = 0;
+    if (stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written) != S_OK) return nullptr;
+    if (written != bytes.size() || stream->Seek({}, STREAM_SEEK_SET, nullptr) != S_OK) return nullptr;
+    return stream;
+}
+
+std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem) {
+    const Unique<FileTraits> file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                              OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    LARGE_INTEGER size{};
+    // A pipe or a device has no size and might never end.
+    if (!file || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {
         problem = L"cannot be opened (error " + std::to_wstring(GetLastError()) + L")";
         return std::nullopt;
     }
-    // One byte more than allowed tells a file that is too long from one that just fits, whatever its size is
-    // said to be.
-    std::string bytes;
-    LARGE_INTEGER size{};
-    if (!GetFileSizeEx(file.Get(), &size)) size.QuadPart = 0;
-    const auto expected = static_cast<ULONGLONG>(size.QuadPart);
-    if (expected <= kLargestSourceFile) {
-        bytes.resize(static_cast<size_t>(expected) + 1);
-        size_t used = 0;
-        for (;;) {
-            DWORD got = 0;
-            if (!ReadFile(file.Get(), bytes.data() + used, static_cast<DWORD>(bytes.size() - used), &got,
-                          nullptr)) {
-                problem = L"cannot be read (error " + std::to_wstring(GetLastError()) + L")";
-                return std::nullopt;
-            }
-            used += got;
-            if (got == 0 || used > kLargestSourceFile) break;
-            if (used == bytes.size()) bytes.resize(std::min(2 * used, kLargestSourceFile + 1));
-        }
-        bytes.resize(used);
-        if (used <= kLargestSourceFile) return bytes;
+    if (static_cast<ULONGLONG>(size.QuadPart) > limit) {
+        problem = L"is larger than " + std::to_wstring(limit >> 20) + L" MB";
+        return std::nullopt;
     }
-    problem = L"is larger than " + std::to_wstring(kLargestSourceFile >> 20) + L" MB";
-    return std::nullopt;
+    std::string bytes(static_cast<size_t>(size.QuadPart), '\0');
+    DWORD read = 0;
+    if (!ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr)) {
+        problem = L"cannot be read (error " + std::to_wstring(GetLastError()) + L")";
+        return std::nullopt;
+    }
+    bytes.resize(read);
+    return bytes;
 }
 
 std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view bytes,
                                       std::vector<Finding>& findings) {
-    const TagScan scan = ScanTags(bytes);
-    if (scan.doctypeLine != 0) {
-        findings.push_back({path, scan.doctypeLine, Severity::kError, L"a DOCTYPE is not accepted"});
+    const auto refuse = [&](int line, const std::wstring& text) {
+        findings.push_back({path, line, Severity::kError, text});
         return std::nullopt;
+    };
+    const XmlRefusal refusal = CheckXmlBounds(std::as_bytes(std::span(bytes)), kExtensionFileLimits);
+    const TagScan scan = ScanTags(bytes);
+    if (refusal != XmlRefusal::kNone && refusal != XmlRefusal::kTooDeep) {
+        const bool atDoctype = refusal == XmlRefusal::kDocumentType && scan.doctypeLine != 0;
+        return refuse(atDoctype ? scan.doctypeLine : 1, std::wstring(L"the file ") + Describe(refusal));
     }
+    if (bytes.empty()) return refuse(1, L"the file is empty");
+
     TreeBuilder builder(scan);
     if (Parse(bytes, builder)) {
         if (std::optional<SourceElement> root = builder.TakeRoot()) return SourceFile{path, std::move(*root)};
     }
     if (builder.TooDeep()) {
-        findings.push_back(
-            {path, builder.FaultLine(), Severity::kError,
-             L"elements are nested deeper than " + std::to_wstring(kDeepestSourceElement) + L" levels"});
-        return std::nullopt;
+        return refuse(builder.FaultLine(), L"elements are nested deeper than " +
+                                               std::to_wstring(kExtensionFileLimits.depth) + L" levels");
     }
     const std::wstring& fault = builder.Fault();
     const int line = LineOfFault(bytes, scan, builder.FaultLine(), fault);
-    findings.push_back({path, line, Severity::kError,
-                        L"not well-formed" + (fault.empty() ? std::wstring() : L": " + Printable(fault))});
-    return std::nullopt;
+    return refuse(line, L"not well-formed" + (fault.empty() ? std::wstring() : L": " + Printable(fault)));
 }
 
-}  // namespace vlm
+}  // namespace vlm::ctl

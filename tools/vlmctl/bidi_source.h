@@ -10,7 +10,9 @@
 #include <string_view>
 #include <vector>
 
-namespace vlm {
+#include "util/com.h"
+
+namespace vlm::ctl {
 
 enum class Severity { kWarning, kError };
 
@@ -31,11 +33,11 @@ struct SourceElement {
     std::wstring name;  // as written, with its prefix
     std::wstring namespaceUri;
     std::wstring localName;
-    int line = 0;                             // where the start tag begins
-    std::vector<SourceAttribute> attributes;  // namespace declarations excluded
-    std::map<std::wstring, std::wstring>
-        declarations;      // prefix to URI, of this element alone; "" is the default
-    bool hasText = false;  // characters other than white space, its own
+    int line = 0;  // where the start tag begins
+    // Without namespace declarations, which stand in `declarations`: prefix to URI, of this element alone.
+    std::vector<SourceAttribute> attributes;
+    std::map<std::wstring, std::wstring> declarations;
+    std::wstring text;  // its own, without white space at the ends
     std::vector<SourceElement> children;
 
     // Null when the element does not carry it.
@@ -47,18 +49,16 @@ struct SourceFile {
     SourceElement root;
 };
 
-// Larger or deeper than any file a printer driver installs, small enough to hold and to walk.
-inline constexpr size_t kLargestSourceFile = size_t{16} << 20;
-inline constexpr size_t kDeepestSourceElement = 256;
+// The bytes of a file; nothing when it cannot be read or has more than `limit`, with the reason in `problem`.
+std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem);
 
-// The bytes of a file; nothing when it cannot be read or exceeds kLargestSourceFile, with the reason in
-// `problem`.
-std::optional<std::string> ReadSourceBytes(const std::wstring& path, std::wstring& problem);
+// A stream over a copy of the bytes, at its start; null when memory runs out.
+ComPtr<IStream> StreamOf(std::string_view bytes);
 
-// Parses `bytes`, whose encoding is told by a byte order mark or the XML declaration. On anything that keeps
-// the tree from being built (not well-formed, a DOCTYPE, too deep) nothing is returned and `findings` says
+// Parses `bytes`, whose encoding is told by a byte order mark or the XML declaration. On anything that keeps the tree
+// from being built (not well-formed, a DOCTYPE, beyond the engine's bounds) nothing is returned and `findings` says
 // what and where. COM must be initialised on the thread.
 std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view bytes,
                                       std::vector<Finding>& findings);
 
-}  // namespace vlm
+}  // namespace vlm::ctl

@@ -1,0 +1,468 @@
+#include "tools/vlmctl/bidi_check.h"
+
+#include <algorithm>
+#include <array>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "tools/vlmctl/bidi_filter.h"
+#include "tools/vlmctl/bidi_vocabulary.h"
+#include "util/vlutil.h"
+#include "util/xml_bounds.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using Declarations = std::map<std::wstring, std::wstring>;
+
+// More than anyone reads; what an absurd file would give has no end.
+constexpr size_t kMostFindings = 500;
+
+std::wstring Quoted(std::wstring_view text) {
+    return L"'" + Printable(text, 120) + L"'";
+}
+
+// What is declared where, over all files: what one file says twice, and what a later file says again.
+struct Declared {
+    const SourceFile* file;
+    int line;
+    std::wstring element;
+};
+
+// What holds at one place of the tree.
+struct Scope {
+    std::wstring path;                     // of the level: "\Printer.Layout"
+    std::map<std::wstring, int> bindings;  // parameters in reach, and the lines of their Parameter elements
+    bool queried = false;                  // a Parameter around it is asked for anyway
+};
+
+// Checks the files of one set. Keeps references to the files.
+class Checker {
+ public:
+    Checker(const std::vector<SourceFile>& files, std::vector<Finding>& findings)
+        : files_(files), findings_(findings) {}
+
+    void Run() {
+        for (const SourceFile& file : files_) CollectDeclarations(file.root);
+        for (const SourceFile& file : files_) {
+            file_ = &file;
+            schemaNames_.clear();
+            CheckFile();
+        }
+    }
+
+ private:
+    void Add(const SourceElement& at, Severity severity, std::wstring text) {
+        if (findings_.size() < kMostFindings) {
+            findings_.push_back({file_->path, at.line, severity, std::move(text)});
+        } else if (findings_.size() == kMostFindings) {
+            findings_.push_back({file_->path, at.line, Severity::kError, L"too many findings; the rest is left out"});
+        }
+    }
+    void Error(const SourceElement& at, std::wstring text) { Add(at, Severity::kError, std::move(text)); }
+    void Warning(const SourceElement& at, std::wstring text) { Add(at, Severity::kWarning, std::move(text)); }
+
+    // The engine merges the Schema elements' declarations, so that one file may use what another declares.
+    void CollectDeclarations(const SourceElement& element) {
+        if (element.name == L"Schema") shared_.insert(element.declarations.begin(), element.declarations.end());
+        if (FindRule(element.name) != nullptr) return;
+        for (const SourceElement& child : element.children) CollectDeclarations(child);
+    }
+
+    void CheckFile() {
+        const SourceElement& root = file_->root;
+        everywhere_.clear();
+        CollectEverywhere(root);
+        const bool known = std::any_of(everywhere_.begin(), everywhere_.end(),
+                                       [](const auto& declaration) { return declaration.second == kBidiNamespace; });
+        if (!known) {
+            Error(root, std::wstring(L"the namespace ") + kBidiNamespace +
+                            L" is declared nowhere; the engine refuses the file");
+        }
+        if (root.name == L"Schema") {
+            CheckSchema(root);
+        } else if (FindRule(root.name) != nullptr) {
+            Error(root, L"the root is " + root.name + L"; it must be Schema, or an element around one");
+        } else {
+            CheckWrapper(root);
+        }
+        CheckSameRoot(root);
+    }
+
+    void CollectEverywhere(const SourceElement& element) {
+        everywhere_.insert(element.declarations.begin(), element.declarations.end());
+        for (const SourceElement& child : element.children) CollectEverywhere(child);
+    }
+
+    void CheckWrapper(const SourceElement& root) {
+        CheckNoText(root);
+        bool found = false;
+        for (const SourceElement& child : root.children) {
+            if (child.name == L"Schema") {
+                found = true;
+                CheckSchema(child);
+            } else {
+                Error(child, L"unknown element " + Quoted(child.name) + L" in " + Quoted(root.name) +
+                                 L", which holds Schema elements");
+            }
+        }
+        if (!found) Error(root, L"the file has no Schema element");
+    }
+
+    // Roots are merged whatever they are called: a Schema would end inside a Schema.
+    void CheckSameRoot(const SourceElement& root) {
+        const SourceFile& base = files_.front();
+        if ((root.name == L"Schema") != (base.root.name == L"Schema")) {
+            Error(root, L"the root is " + Quoted(root.name) + L", but that of " + Printable(base.path) + L" is " +
+                            Quoted(base.root.name) + L"; the two do not merge");
+        }
+    }
+
+    void CheckSchema(const SourceElement& schema) {
+        if (!CheckShape(schema, *FindRule(L"Schema"))) return;
+        const std::wstring* name = schema.Attribute(L"name");
+        const std::wstring key = name != nullptr ? *name : L"";
+        if (!schemaNames_.insert(key).second) {
+            Warning(schema, L"a second Schema of the same name; their contents are not merged within one file");
+        }
+        if (!firstSchema_) {
+            firstSchema_ = key;
+        } else if (name != nullptr && *firstSchema_ != key) {
+            Warning(schema, L"this Schema is named " + Quoted(key) + L" and the first one " + Quoted(*firstSchema_) +
+                                L"; the path '\\' and the action Get reach the first one only");
+        }
+        for (const auto& [prefix, uri] : schema.declarations) {
+            const auto other = shared_.find(prefix);
+            if (other != shared_.end() && other->second != uri) {
+                Error(schema, L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) + L" here and " +
+                                  Quoted(other->second) + L" in another Schema; the engine refuses the set");
+            }
+        }
+        declarations_ = schema.declarations;
+        declarations_.insert(shared_.begin(), shared_.end());
+        Scope scope;
+        scope.path = L"\\";
+        WalkChildren(schema, scope);
+    }
+
+    // The element's own attributes, text and name against the vocabulary. False when there is no point in going on.
+    bool CheckShape(const SourceElement& element, const ElementRule& rule) {
+        if (!element.namespaceUri.empty()) {
+            Error(element, element.name + L" stands in the namespace " + Quoted(element.namespaceUri) +
+                               L"; the engine finds it in none only");
+            return false;
+        }
+        for (const SourceAttribute& attribute : element.attributes) {
+            CheckKnownAttribute(element, attribute.name, rule);
+        }
+        for (const std::wstring_view required : rule.required) {
+            const std::wstring* value = element.Attribute(required);
+            if (value == nullptr) {
+                Error(element, element.name + L" has no " + Quoted(required));
+            } else if (value->empty()) {
+                Error(element, Quoted(required) + L" of " + element.name + L" is empty");
+            }
+        }
+        if (!rule.holdsText) CheckNoText(element);
+        CheckName(element, rule);
+        return true;
+    }
+
+    void CheckKnownAttribute(const SourceElement& element, const std::wstring& name, const ElementRule& rule) {
+        // Editors bind a file to its schema with these.
+        const size_t colon = name.find(L':');
+        if (colon != std::wstring::npos) {
+            const auto prefix = everywhere_.find(name.substr(0, colon));
+            if (prefix != everywhere_.end() && prefix->second == kSchemaInstanceNamespace) return;
+        }
+        if (!rule.Allows(name)) Error(element, L"unknown attribute " + Quoted(name) + L" of " + element.name);
+    }
+
+    void CheckNoText(const SourceElement& element) {
+        if (!element.text.empty()) Error(element, L"text " + Quoted(element.text) + L" has no place in " + element.name);
+    }
+
+    void CheckName(const SourceElement& element, const ElementRule& rule) {
+        const std::wstring* name = element.Attribute(L"name");
+        if (name == nullptr) return;
+        const std::wstring_view barred = rule.isLeaf || element.name == L"Schema" ? L"'" : L"'\\.:";
+        const size_t found = name->find_first_of(barred);
+        if (found == std::wstring::npos) return;
+        Error(element, L"the name " + Quoted(*name) + L" holds " + Quoted(name->substr(found, 1)) +
+                           L", which no path can name");
+    }
+
+    // Children of Schema, Property and of a Parameter that carries a template.
+    void WalkChildren(const SourceElement& parent, const Scope& scope) {
+        std::map<std::wstring, int> properties;
+        for (const SourceElement& child : parent.children) {
+            const ElementRule* rule = FindRule(child.name);
+            if (rule == nullptr) {
+                Error(child, L"unknown element " + Quoted(child.name));
+            } else if (!FindRule(parent.name)->Holds(child.name)) {
+                Error(child, child.name + L" has no place in " + parent.name);
+            } else if (CheckShape(child, *rule)) {
+                if (child.name == L"Property") CheckTwice(child, properties);
+                Walk(child, *rule, scope);
+            }
+        }
+    }
+
+    void Walk(const SourceElement& element, const ElementRule& rule, const Scope& scope) {
+        CheckQuery(element);
+        if (element.name == L"Parameter") {
+            WalkParameter(element, scope);
+        } else if (element.name == L"Property") {
+            WalkProperty(element, scope);
+        } else {
+            CheckLeaf(element, rule, scope);
+        }
+    }
+
+    void CheckTwice(const SourceElement& property, std::map<std::wstring, int>& properties) {
+        const std::wstring* name = property.Attribute(L"name");
+        if (name == nullptr) return;
+        const auto [first, added] = properties.emplace(*name, property.line);
+        if (!added) {
+            Warning(property, L"Property " + Quoted(*name) + L" stands here already, in line " +
+                                  std::to_wstring(first->second) + L"; its path reaches the first one only");
+        }
+    }
+
+    static bool IsTemplate(const SourceElement& parameter) {
+        const std::wstring* name = parameter.Attribute(L"name");
+        return name != nullptr && name->find(L'$') != std::wstring::npos;
+    }
+
+    // A Property, also one that is itself the template of the empty Parameter in it.
+    void WalkProperty(const SourceElement& property, const Scope& outer) {
+        Scope scope = outer;
+        const SourceElement* binding = nullptr;
+        for (const SourceElement& child : property.children) {
+            if (child.name != L"Parameter" || IsTemplate(child)) continue;
+            if (binding != nullptr) {
+                Error(child, L"a second Parameter for the same level; the first one stands in line " +
+                                 std::to_wstring(binding->line));
+                continue;
+            }
+            binding = &child;
+            if (!child.children.empty()) {
+                Error(child, L"a Parameter with a template in it needs a name with its parameter in it, such as '$" +
+                                 ParameterOf(child) + L"$'");
+            }
+            Bind(child, scope);
+        }
+        CheckLevelName(property, binding, scope);
+        WalkChildren(property, Below(scope, property));
+    }
+
+    // A Parameter that carries the template, or the empty one, whose binding holds for the level around it already.
+    void WalkParameter(const SourceElement& parameter, const Scope& outer) {
+        const bool isTemplate = IsTemplate(parameter);
+        Scope scope = outer;
+        if (!isTemplate) scope.bindings.erase(ParameterOf(parameter));
+        CheckFilter(parameter, scope);
+        CheckAsked(parameter, scope);
+        if (!isTemplate) return;
+        Bind(parameter, scope);
+        CheckLevelName(parameter, &parameter, scope);
+        WalkChildren(parameter, Below(scope, parameter));
+    }
+
+    static std::wstring ParameterOf(const SourceElement& parameter) {
+        const std::wstring* name = parameter.Attribute(L"parameter");
+        return name != nullptr ? *name : L"";
+    }
+
+    void Bind(const SourceElement& parameter, Scope& scope) {
+        const std::wstring name = ParameterOf(parameter);
+        if (name.find(L'$') != std::wstring::npos) {
+            Error(parameter, L"the parameter " + Quoted(name) + L" is written without '$' where it is bound");
+        }
+        const auto [outer, added] = scope.bindings.emplace(name, parameter.line);
+        if (!added) {
+            Error(parameter, L"the parameter " + Quoted(name) + L" is bound already, in line " +
+                                 std::to_wstring(outer->second));
+        }
+        scope.queried = scope.queried || parameter.Attribute(L"query") != nullptr;
+    }
+
+    void CheckLevelName(const SourceElement& level, const SourceElement* binding, const Scope& scope) {
+        const std::wstring* name = level.Attribute(L"name");
+        if (name == nullptr) return;
+        const std::vector<std::wstring> used = CheckParameters(level, L"name", *name, scope);
+        if (binding == nullptr) return;
+        const std::wstring parameter = ParameterOf(*binding);
+        if (!parameter.empty() && std::find(used.begin(), used.end(), parameter) == used.end()) {
+            Warning(level, L"the name " + Quoted(*name) + L" does not use the parameter " + Quoted(parameter) +
+                               L": all its levels have the same path");
+        }
+    }
+
+    static Scope Below(Scope scope, const SourceElement& level) {
+        const std::wstring* name = level.Attribute(L"name");
+        if (scope.path.size() > 1) scope.path += L'.';
+        scope.path += name != nullptr ? *name : L"?" + std::to_wstring(level.line);
+        return scope;
+    }
+
+    // The parameters that a text uses.
+    std::vector<std::wstring> CheckParameters(const SourceElement& element, std::wstring_view attribute,
+                                              const std::wstring& text, const Scope& scope) {
+        const std::optional<std::vector<std::wstring>> used = ParameterNames(text);
+        if (!used) {
+            Error(element, L"the '$' in " + std::wstring(attribute) + L" " + Quoted(text) + L" enclose no parameter");
+            return {};
+        }
+        for (const std::wstring& name : *used) {
+            if (scope.bindings.contains(name)) continue;
+            Error(element, L"no Parameter around it binds " + Quoted(name) + L", which its " +
+                               std::wstring(attribute) + L" uses");
+        }
+        return *used;
+    }
+
+    void CheckLeaf(const SourceElement& leaf, const ElementRule& rule, const Scope& scope) {
+        for (const SourceElement& child : leaf.children) {
+            Error(child, Quoted(child.name) + L" has no place in " + leaf.name);
+        }
+        CheckType(leaf, rule);
+        if (leaf.name != L"Const") {
+            CheckFilter(leaf, scope);
+            CheckAsked(leaf, scope);
+        }
+        const std::wstring* name = leaf.Attribute(L"name");
+        if (name == nullptr) return;
+        if (name->find(L'$') != std::wstring::npos) {
+            Error(leaf, L"the name " + Quoted(*name) + L" of a leaf is never replaced");
+        }
+        CheckDeclaredOnce(leaf, scope.path + L":" + *name);
+    }
+
+    void CheckAsked(const SourceElement& element, const Scope& scope) {
+        if (element.Attribute(L"query") != nullptr || scope.queried) return;
+        Warning(element, element.name + L" has no 'query': the printer is not asked for what its filter reads");
+    }
+
+    void CheckType(const SourceElement& leaf, const ElementRule& rule) {
+        const std::wstring* type = leaf.Attribute(L"type");
+        if (type == nullptr) return;
+        if (std::find(kTypeNames.begin(), kTypeNames.end(), *type) == kTypeNames.end()) {
+            Error(leaf, L"the type " + Quoted(*type) +
+                            L" is none of BIDI_INT, BIDI_STRING, BIDI_BOOL, BIDI_FLOAT and BIDI_BLOB");
+        } else if (!rule.fixedType.empty() && *type != rule.fixedType) {
+            Error(leaf, leaf.name + L" is always " + std::wstring(rule.fixedType) + L", not " + *type);
+        } else if (leaf.name == L"Const" && *type == L"BIDI_BOOL" && leaf.text != L"true" && leaf.text != L"false") {
+            Warning(leaf, L"the text " + Quoted(leaf.text) + L" counts as false; only 'true' is true");
+        }
+    }
+
+    void CheckDeclaredOnce(const SourceElement& leaf, const std::wstring& path) {
+        const auto [first, added] = leaves_.emplace(path, Declared{file_, leaf.line, leaf.name});
+        if (added) return;
+        const Declared& other = first->second;
+        const std::wstring where = other.file == file_
+                                       ? L"in line " + std::to_wstring(other.line)
+                                       : L"in " + Printable(other.file->path) + L":" + std::to_wstring(other.line);
+        const std::wstring text = L"the leaf " + Quoted(path) + L" is declared already, " + where;
+        if (other.file != file_ && other.element == leaf.name) {
+            Warning(leaf, text + L", and stays as it is there");
+        } else {
+            Error(leaf, text + L"; the path would have two answers");
+        }
+    }
+
+    void CheckQuery(const SourceElement& element) {
+        const std::wstring* query = element.Attribute(L"query");
+        if (query == nullptr) return;
+        const std::optional<QualifiedName> name = ParsePrefixedName(*query);
+        if (!name) {
+            Error(element, L"the query " + Quoted(*query) + L" is not of the form prefix:name");
+            return;
+        }
+        CheckPrefix(element, L"query", name->prefix);
+    }
+
+    bool CheckPrefix(const SourceElement& element, std::wstring_view attribute, const std::wstring& prefix) {
+        if (declarations_.contains(prefix)) return true;
+        std::wstring text = L"the prefix " + Quoted(prefix) + L" in " + std::wstring(attribute) + L" is not declared";
+        if (everywhere_.contains(prefix)) text += L" on the Schema element, which is the one place that counts";
+        Error(element, std::move(text));
+        return false;
+    }
+
+    void CheckFilter(const SourceElement& element, const Scope& scope) {
+        const std::wstring* filter = element.Attribute(L"filter");
+        if (filter == nullptr || filter->empty()) return;
+        CheckParameters(element, L"filter", *filter, scope);
+        const FilterNames names = ReadFilterNames(*filter);
+        bool bound = true;
+        for (const std::wstring& prefix : names.prefixes) bound = CheckPrefix(element, L"filter", prefix) && bound;
+        if (names.unknownFunction) {
+            Error(element, L"the filter " + Quoted(*filter) + L" calls " + Quoted(*names.unknownFunction) +
+                               L", which is no function of XPath");
+        } else if (bound && !compiler_.Accepts(*filter, declarations_)) {
+            Error(element, L"the filter " + Quoted(*filter) + L" is no XPath behind '//'");
+        }
+        if (bound) CheckStart(element, names);
+    }
+
+    // A printer sends only the elements that were asked for.
+    void CheckStart(const SourceElement& element, const FilterNames& names) {
+        const std::wstring* query = element.Attribute(L"query");
+        const std::optional<QualifiedName> asked = query != nullptr ? ParsePrefixedName(*query) : std::nullopt;
+        if (!asked || !names.first || !declarations_.contains(asked->prefix)) return;
+        const QualifiedName& first = *names.first;
+        const bool same = first.localName == asked->localName && !first.prefix.empty() &&
+                          declarations_[first.prefix] == declarations_[asked->prefix];
+        if (same) return;
+        Warning(element, L"the filter starts at " +
+                             Quoted((first.prefix.empty() ? L"" : first.prefix + L":") + first.localName) +
+                             L", not at the queried " + Quoted(*query));
+    }
+
+    const std::vector<SourceFile>& files_;
+    std::vector<Finding>& findings_;
+    Declarations shared_;  // of all Schema elements, the first of a prefix
+    std::map<std::wstring, Declared> leaves_;
+    std::optional<std::wstring> firstSchema_;
+    FilterCompiler compiler_;
+
+    const SourceFile* file_ = nullptr;
+    Declarations everywhere_;  // in this file, on any element
+    std::set<std::wstring> schemaNames_;
+    Declarations declarations_;  // what holds for this Schema
+};
+
+}  // namespace
+
+int CheckReport::Count(Severity severity) const {
+    return static_cast<int>(std::count_if(findings.begin(), findings.end(),
+                                          [&](const Finding& finding) { return finding.severity == severity; }));
+}
+
+CheckReport CheckExtensionFiles(const std::vector<std::wstring>& paths) {
+    CheckReport report;
+    std::vector<SourceFile> files;
+    for (const std::wstring& path : paths) {
+        std::wstring problem;
+        const std::optional<std::string> bytes = ReadFileBytes(path, kExtensionFileLimits.bytes, problem);
+        if (!bytes) {
+            report.unreadable.push_back(Printable(path) + L" " + problem);
+        } else if (std::optional<SourceFile> file = ParseSource(path, *bytes, report.findings)) {
+            files.push_back(std::move(*file));
+        }
+    }
+    if (!files.empty()) Checker(files, report.findings).Run();
+
+    const auto order = [&](const Finding& finding) {
+        return std::pair(std::find(paths.begin(), paths.end(), finding.file) - paths.begin(), finding.line);
+    };
+    std::stable_sort(report.findings.begin(), report.findings.end(),
+                     [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+    return report;
+}
+
+}  // namespace vlm::ctl
