@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <iterator>
+#include <utility>
 
 #include "monitor/process_state.h"
 #include "util/handles.h"
@@ -15,11 +16,13 @@ namespace {
 
 constexpr DWORD kStartTimeout = 100'000;  // milliseconds
 constexpr DWORD kStopTimeout = 3'000;     // milliseconds
+constexpr DWORD kStopPause = 5;           // milliseconds
 
 // No destructors here: at process exit the thread is gone and nothing of this may be touched.
 std::atomic<HWND> window{nullptr};
 HANDLE thread = nullptr;         // changes under the monitor lock
 HANDLE windowCreated = nullptr;  // manual-reset; lives and dies with `thread`
+std::atomic<bool> leaving{false};  // the thread calls nothing any more, it only returns
 
 DWORD SystemMajorVersion() {
     OSVERSIONINFOW version{};
@@ -70,7 +73,29 @@ DWORD WINAPI RunWindow(void*) {
     }
     // The class must not outlive the code of its window procedure.
     UnregisterClassW(kEventWindowClass, processState.instance);
+    leaving.store(true, std::memory_order_release);
     return 0;
+}
+
+// Whether the thread can run no more code of this module. A thread that ends needs the loader lock, which whoever
+// detaches the module holds; so at detach its end cannot be waited for, only that it has left our code.
+bool HasLeftModule() {
+    if (!leaving.load(std::memory_order_acquire)) return false;
+    if (SuspendThread(thread) == static_cast<DWORD>(-1)) return true;
+    CONTEXT context{};
+    context.ContextFlags = CONTEXT_CONTROL;
+    MEMORY_BASIC_INFORMATION code{};
+    const bool known = GetThreadContext(thread, &context) != FALSE &&
+                       VirtualQuery(reinterpret_cast<void*>(context.Rip), &code, sizeof code) != 0;
+    ResumeThread(thread);
+    return known && code.AllocationBase != processState.instance;
+}
+
+void AwaitThread() {
+    const ULONGLONG deadline = GetTickCount64() + kStopTimeout;
+    while (WaitForSingleObject(thread, kStopPause) == WAIT_TIMEOUT && !HasLeftModule() &&
+           GetTickCount64() < deadline) {
+    }
 }
 
 // Starts the thread unless it runs. Under the monitor lock, so that two initialisations at once start one thread.
@@ -83,6 +108,7 @@ bool EnsureThread() {
     if (windowCreated == nullptr) windowCreated = CreateEventW(nullptr, TRUE, FALSE, nullptr);
     if (windowCreated == nullptr) return false;
     ResetEvent(windowCreated);
+    leaving.store(false, std::memory_order_relaxed);
     thread = CreateThread(nullptr, 0, RunWindow, nullptr, 0, nullptr);
     return thread != nullptr;
 }
@@ -100,7 +126,7 @@ bool StartEventWindow() {
 void StopEventWindow() {
     if (thread == nullptr) return;
     const HWND target = window.load(std::memory_order_acquire);
-    if (target != nullptr && PostMessageW(target, WM_DESTROY, 0, 0)) WaitForSingleObject(thread, kStopTimeout);
+    if (target != nullptr && PostMessageW(target, WM_DESTROY, 0, 0)) AwaitThread();
     window.store(nullptr, std::memory_order_release);
     CloseHandle(std::exchange(thread, nullptr));
     CloseHandle(std::exchange(windowCreated, nullptr));
