@@ -1,8 +1,9 @@
 // CBidiReq: the state of one Bidi request of the spooler while it is being answered.
 //
-// The action and the request container stay the caller's and must outlive the object. The response container that has
-// been gathered so far is the object's; it is router memory and can be taken out for the spooler. One mark per request
-// entry says whether the entry has been answered. Nothing here throws; an object belongs to one thread.
+// The action and the request container stay the caller's and must outlive the object. The response container
+// that has been gathered so far is the object's; it is router memory and can be taken out for the spooler.
+// One mark per request entry says whether the entry has been answered. Nothing here throws; an object belongs
+// to one thread.
 #pragma once
 
 #include <windows.h>
@@ -32,14 +33,15 @@ class CBidiReq : public CBidiMem {
     void MarkAnswered(DWORD entry);
     DWORD CountUnanswered() const;
 
-    // A request container with the version and flags of the request and only its unanswered entries, each as it is:
-    // schemas and data stay the caller's. `*unanswered` is empty when none is left. False when memory runs out.
+    // A request container with the version and flags of the request and only its unanswered entries, each as
+    // it is: schemas and data stay the caller's. `*unanswered` is empty when none is left. False when memory
+    // runs out.
     bool MakeUnanswered(GlobalMemory* unanswered) const;
 
     // Null until something was appended.
     const BIDI_RESPONSE_CONTAINER* Response() const { return response_; }
-    // Puts copies of the answer's entries behind the response gathered so far. False, with the response unchanged,
-    // when memory runs out. A null or empty answer changes nothing.
+    // Puts copies of the answer's entries behind the response gathered so far. False, with the response
+    // unchanged, when memory runs out. A null or empty answer changes nothing.
     bool AppendResponse(const BIDI_RESPONSE_CONTAINER* answer);
     // Gives the response to the caller.
     BIDI_RESPONSE_CONTAINER* DetachResponse();

@@ -1,4 +1,5 @@
-// A Bidi schema path in its pieces: "\Printer.Layout:Duplex" is the properties Printer and Layout and the leaf Duplex.
+// A Bidi schema path in its pieces: "\Printer.Layout:Duplex" is the properties Printer and Layout and the
+// leaf Duplex.
 //
 // Plain standard C++; the pieces point into the path.
 #pragma once

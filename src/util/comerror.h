@@ -1,9 +1,9 @@
-// How the COM-based code reports failure: an exception that carries an HRESULT together with the source position
-// that raised it, and the text of its report.
+// How the COM-based code reports failure: an exception that carries an HRESULT together with the source
+// position that raised it, and the text of its report.
 //
-// CComErrorEx is thrown inside the Bidi engine, the XML wrapper and the SOAP client, and caught at their boundaries:
-// there its HRESULT becomes the return value and its report goes to the trace. A failure without a source position is
-// a plain _com_error, its base. Both are used strictly wide (see com.h).
+// CComErrorEx is thrown inside the Bidi engine, the XML wrapper and the SOAP client, and caught at their
+// boundaries: there its HRESULT becomes the return value and its report goes to the trace. A failure without
+// a source position is a plain _com_error, its base. Both are used strictly wide (see com.h).
 #pragma once
 
 #include "util/com.h"
@@ -23,14 +23,14 @@ class _bstr_t_ex : public _bstr_t {
     }
 };
 
-// Formats like wprintf into `out`. Throws CComErrorEx (source "vlutil") when the text cannot be formatted, and
-// _com_error(E_OUTOFMEMORY) when it cannot be stored.
+// Formats like wprintf into `out`. Throws CComErrorEx (source "vlutil") when the text cannot be formatted,
+// and _com_error(E_OUTOFMEMORY) when it cannot be stored.
 void Format(_bstr_t_ex& out, const wchar_t* format, ...);
 
 class CComErrorEx : public _com_error {
  public:
-    // `sourcePath` must outlive the exception; a string literal does. Throws _com_error(E_OUTOFMEMORY) instead when
-    // the report cannot be stored.
+    // `sourcePath` must outlive the exception; a string literal does. Throws _com_error(E_OUTOFMEMORY)
+    // instead when the report cannot be stored.
     CComErrorEx(HRESULT hr, const char* sourcePath, unsigned line);
 
     // What follows the last backslash of the path, or the whole path when it has none.

@@ -1,5 +1,6 @@
-// RAII for the platform's resources. Every owner here releases what it holds exactly once, is movable where moving
-// makes sense, and keeps GetLastError() as it was, so that clean-up never hides the error that led to it.
+// RAII for the platform's resources. Every owner here releases what it holds exactly once, is movable where
+// moving makes sense, and keeps GetLastError() as it was, so that clean-up never hides the error that led to
+// it.
 #pragma once
 
 #include <windows.h>
@@ -69,6 +70,14 @@ struct KernelHandleTraits {
 // A kernel object whose creator reports failure with null (events, threads, processes; not files).
 using KernelHandle = Unique<KernelHandleTraits>;
 
+struct FileTraits {
+    using Type = HANDLE;
+    static Type Invalid() { return INVALID_HANDLE_VALUE; }
+    static void Close(Type handle) { CloseHandle(handle); }
+};
+// What CreateFileW gives.
+using File = Unique<FileTraits>;
+
 struct ModuleTraits {
     using Type = HMODULE;
     static Type Invalid() { return nullptr; }
@@ -99,8 +108,8 @@ class LockGuard {
 // The function `name` of `module` as a Function pointer, or null when the module does not export it.
 template <typename Function>
 Function* FindFunction(HMODULE module, const char* name) {
-    // Through void*: a direct cast between function pointer types is what -Wcast-function-type warns about, and
-    // GetProcAddress leaves no other way.
+    // Through void*: a direct cast between function pointer types is what -Wcast-function-type warns about,
+    // and GetProcAddress leaves no other way.
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 

@@ -1,7 +1,7 @@
 // CSplssMgr: the spooler router's Bidi allocator, loaded from spoolss.dll at run time.
 //
-// Every block that is handed to the spooler inside a Bidi response must come from this allocator, because the spooler
-// frees it. An object is used by one thread.
+// Every block that is handed to the spooler inside a Bidi response must come from this allocator, because the
+// spooler frees it. An object is used by one thread.
 #pragma once
 
 #include <windows.h>
@@ -18,8 +18,8 @@ class CSplssMgr {
     CSplssMgr(const CSplssMgr&) = delete;
     CSplssMgr& operator=(const CSplssMgr&) = delete;
 
-    // FALSE, with the loader's last error, when spoolss.dll cannot be loaded. TRUE also when it lacks a function; the
-    // calls below then do nothing.
+    // FALSE, with the loader's last error, when spoolss.dll cannot be loaded. TRUE also when it lacks a
+    // function; the calls below then do nothing.
     BOOL Load();
     // FALSE when nothing is loaded.
     BOOL Unload();

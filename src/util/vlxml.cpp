@@ -23,7 +23,8 @@ std::wstring ValueOf(IXMLDOMNode* attribute) {
     _variant_t value;
     Check(attribute->get_nodeValue(&value));
     if (value.vt != VT_BSTR) Check(VariantChangeType(&value, &value, 0, VT_BSTR));
-    return value.bstrVal != nullptr ? std::wstring(value.bstrVal, SysStringLen(value.bstrVal)) : std::wstring();
+    return value.bstrVal != nullptr ? std::wstring(value.bstrVal, SysStringLen(value.bstrVal))
+                                    : std::wstring();
 }
 
 std::wstring PrefixOf(IXMLDOMNode* node) {
@@ -33,7 +34,8 @@ std::wstring PrefixOf(IXMLDOMNode* node) {
 }
 
 // The default namespace that this element declares itself, for a parser that counts the declaration among the
-// attributes but does not give it out (Wine's). A copy without children is serialised for it, and its one tag read.
+// attributes but does not give it out (Wine's). A copy without children is serialised for it, and its one tag
+// read.
 bool FindDefaultNamespace(IXMLDOMNode* element, std::wstring* uri) {
     ComPtr<IXMLDOMNode> copy;
     Check(element->cloneNode(VARIANT_FALSE, copy.Receive()));
@@ -77,8 +79,9 @@ ComPtr<IXMLDOMNode> NextInDocument(const ComPtr<IXMLDOMNode>& node, size_t& dept
 std::vector<NamespaceDeclaration> NamespaceDeclarationsOf(IXMLDOMNode* node) {
     std::vector<NamespaceDeclaration> declarations;
     const auto add = [&](std::wstring prefix, std::wstring uri) {
-        const bool known = std::any_of(declarations.begin(), declarations.end(),
-                                       [&](const NamespaceDeclaration& other) { return other.prefix == prefix; });
+        const bool known =
+            std::any_of(declarations.begin(), declarations.end(),
+                        [&](const NamespaceDeclaration& other) { return other.prefix == prefix; });
         if (!known) declarations.push_back({std::move(prefix), std::move(uri)});
     };
     ComPtr<IXMLDOMNamedNodeMap> attributes;
@@ -86,8 +89,8 @@ std::vector<NamespaceDeclaration> NamespaceDeclarationsOf(IXMLDOMNode* node) {
     if (!attributes) return declarations;
     LONG length = 0;
     Check(attributes->get_length(&length));
-    // Wine's map, on an element with declarations and no other attribute, gives the first one twice and the last one
-    // at the index `length`; hence one step more, and no declaration taken twice.
+    // Wine's map, on an element with declarations and no other attribute, gives the first one twice and the
+    // last one at the index `length`; hence one step more, and no declaration taken twice.
     for (LONG i = 0; i <= length; ++i) {
         ComPtr<IXMLDOMNode> attribute;
         const HRESULT hr = attributes->get_item(i, attribute.Receive());
@@ -166,8 +169,8 @@ void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
     if (stream == nullptr) Check(E_INVALIDARG);
     const _variant_t source(static_cast<IUnknown*>(stream));
     VARIANT_BOOL success = VARIANT_FALSE;
-    // A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from others: both
-    // are reported the same way.
+    // A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from
+    // others: both are reported the same way.
     const HRESULT hr = document.load(source, &success);
     const bool loaded = hr == S_OK && success == VARIANT_TRUE;
     if (!loaded) Trace(L"Error: Unable to load WSD stream\r\n");
@@ -189,9 +192,9 @@ void CXMLDoc::AfterLoad(bool success, const wchar_t* namespaceUri) {
     if (hr != E_NOINTERFACE) Check(hr);
     for (; node; node = NextInDocument(node, depth)) {
         const std::vector<NamespaceDeclaration> declarations = NamespaceDeclarationsOf(node.Get());
-        const bool found =
-            std::any_of(declarations.begin(), declarations.end(),
-                        [&](const NamespaceDeclaration& declaration) { return declaration.uri == namespaceUri; });
+        const bool found = std::any_of(
+            declarations.begin(), declarations.end(),
+            [&](const NamespaceDeclaration& declaration) { return declaration.uri == namespaceUri; });
         if (!found) continue;
         SetSelectionNamespaces(declarations);
         targetNamespace_ = namespaceUri;

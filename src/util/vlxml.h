@@ -1,13 +1,13 @@
-// CXMLDoc: the one wrapper around an MSXML 6.0 DOM document. It loads a document from a file, a text or a stream and
-// prepares it for XPath selection with namespace prefixes.
+// CXMLDoc: the one wrapper around an MSXML 6.0 DOM document. It loads a document from a file, a text or a
+// stream and prepares it for XPath selection with namespace prefixes.
 //
-// XPath sees no prefix but those of the document's "SelectionNamespaces". A load that names a target namespace takes
-// them from the first element, in document order, that declares that namespace; a default namespace among them gets
-// the prefix "defNsPfx".
+// XPath sees no prefix but those of the document's "SelectionNamespaces". A load that names a target
+// namespace takes them from the first element, in document order, that declares that namespace; a default
+// namespace among them gets the prefix "defNsPfx".
 //
-// COM must be initialised on the thread, and the object stays on it. Unless stated otherwise every function throws
-// CComErrorEx (source "vlxml") on failure, and _com_error without a position for a missing document (E_POINTER) and
-// for strings that cannot be allocated (E_OUTOFMEMORY).
+// COM must be initialised on the thread, and the object stays on it. Unless stated otherwise every function
+// throws CComErrorEx (source "vlxml") on failure, and _com_error without a position for a missing document
+// (E_POINTER) and for strings that cannot be allocated (E_OUTOFMEMORY).
 #pragma once
 
 #include <string>
@@ -33,9 +33,9 @@ class CXMLDoc {
     // Creates the document, in place of one already held. Once, before the first load.
     void Init();
 
-    // A null `namespaceUri` loads without preparing XPath. Otherwise a document that declares that namespace nowhere
-    // is refused. What cannot be loaded is traced, with the parser's report, and throws E_FAIL. After a failed load the
-    // document stays, empty or partial.
+    // A null `namespaceUri` loads without preparing XPath. Otherwise a document that declares that namespace
+    // nowhere is refused. What cannot be loaded is traced, with the parser's report, and throws E_FAIL. After
+    // a failed load the document stays, empty or partial.
     void LoadFile(const wchar_t* path, const wchar_t* namespaceUri);
     void LoadXml(const wchar_t* text, const wchar_t* namespaceUri);
     // Reads from the stream's current position.

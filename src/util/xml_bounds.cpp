@@ -8,8 +8,8 @@ namespace vlm {
 
 namespace {
 
-// The text as a sequence of code units. Markup is ASCII in every encoding that is let through, so that units wider
-// than a byte need no decoding here; what is not ASCII is just not markup.
+// The text as a sequence of code units. Markup is ASCII in every encoding that is let through, so that units
+// wider than a byte need no decoding here; what is not ASCII is just not markup.
 class Units {
  public:
     enum class Width { kByte, kLittleEndian16, kBigEndian16 };
@@ -37,7 +37,8 @@ class Units {
     }
     // To just behind the next occurrence, or to the end.
     void SkipBehind(std::string_view ascii) {
-        while (!AtEnd() && !StartsWith(ascii)) Advance();
+        while (!AtEnd() && !StartsWith(ascii))
+            Advance();
         Advance(ascii.size());
     }
 
@@ -65,7 +66,8 @@ bool SkipStartTag(Units& units, size_t& nodes) {
         if (unit == '>') return last == '/';
         if (unit == '"' || unit == '\'') {
             ++nodes;
-            while (!units.AtEnd() && units.Peek() != unit) units.Advance();
+            while (!units.AtEnd() && units.Peek() != unit)
+                units.Advance();
             units.Advance();
         }
         last = unit;
@@ -110,8 +112,10 @@ XmlRefusal CheckXmlBounds(std::span<const std::byte> text, const XmlLimits& limi
     const bool utf32 = BeginsWith(text, {0xFF, 0xFE, 0, 0}) || BeginsWith(text, {0, 0, 0xFE, 0xFF}) ||
                        BeginsWith(text, {'<', 0, 0, 0}) || BeginsWith(text, {0, 0, 0, '<'});
     if (utf32) return XmlRefusal::kEncoding;
-    if (BeginsWith(text, {0xFF, 0xFE}) || BeginsWith(text, {'<', 0})) return Walk({text, kLittleEndian16}, limits);
-    if (BeginsWith(text, {0xFE, 0xFF}) || BeginsWith(text, {0, '<'})) return Walk({text, kBigEndian16}, limits);
+    if (BeginsWith(text, {0xFF, 0xFE}) || BeginsWith(text, {'<', 0}))
+        return Walk({text, kLittleEndian16}, limits);
+    if (BeginsWith(text, {0xFE, 0xFF}) || BeginsWith(text, {0, '<'}))
+        return Walk({text, kBigEndian16}, limits);
     // EBCDIC's '<': a parser that knows that code would see markup where this one sees none.
     if (BeginsWith(text, {0x4C})) return XmlRefusal::kEncoding;
     return Walk({text, kByte}, limits);

@@ -1,8 +1,8 @@
 // Whether an XML text from outside is modest enough to be given to a DOM parser.
 //
-// A DOM costs a multiple of its text, recursion costs stack, and a document type brings entities that expand without
-// bound. One pass over the bytes finds all three before the parser sees them. The pass does not decide whether the
-// text is well-formed; that is the parser's work.
+// A DOM costs a multiple of its text, recursion costs stack, and a document type brings entities that expand
+// without bound. One pass over the bytes finds all three before the parser sees them. The pass does not
+// decide whether the text is well-formed; that is the parser's work.
 //
 // Plain standard C++.
 #pragma once
