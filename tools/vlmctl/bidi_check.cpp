@@ -45,7 +45,8 @@ class Checker {
         : files_(files), findings_(findings) {}
 
     void Run() {
-        for (const SourceFile& file : files_) CollectDeclarations(file.root);
+        for (const SourceFile& file : files_)
+            CollectDeclarations(file.root);
         for (const SourceFile& file : files_) {
             file_ = &file;
             schemaNames_.clear();
@@ -58,7 +59,8 @@ class Checker {
         if (findings_.size() < kMostFindings) {
             findings_.push_back({file_->path, at.line, severity, std::move(text)});
         } else if (findings_.size() == kMostFindings) {
-            findings_.push_back({file_->path, at.line, Severity::kError, L"too many findings; the rest is left out"});
+            findings_.push_back(
+                {file_->path, at.line, Severity::kError, L"too many findings; the rest is left out"});
         }
     }
     void Error(const SourceElement& at, std::wstring text) { Add(at, Severity::kError, std::move(text)); }
@@ -66,17 +68,20 @@ class Checker {
 
     // The engine merges the Schema elements' declarations, so that one file may use what another declares.
     void CollectDeclarations(const SourceElement& element) {
-        if (element.name == L"Schema") shared_.insert(element.declarations.begin(), element.declarations.end());
+        if (element.name == L"Schema")
+            shared_.insert(element.declarations.begin(), element.declarations.end());
         if (FindRule(element.name) != nullptr) return;
-        for (const SourceElement& child : element.children) CollectDeclarations(child);
+        for (const SourceElement& child : element.children)
+            CollectDeclarations(child);
     }
 
     void CheckFile() {
         const SourceElement& root = file_->root;
         everywhere_.clear();
         CollectEverywhere(root);
-        const bool known = std::any_of(everywhere_.begin(), everywhere_.end(),
-                                       [](const auto& declaration) { return declaration.second == kBidiNamespace; });
+        const bool known = std::any_of(everywhere_.begin(), everywhere_.end(), [](const auto& declaration) {
+            return declaration.second == kBidiNamespace;
+        });
         if (!known) {
             Error(root, std::wstring(L"the namespace ") + kBidiNamespace +
                             L" is declared nowhere; the engine refuses the file");
@@ -93,30 +98,32 @@ class Checker {
 
     void CollectEverywhere(const SourceElement& element) {
         everywhere_.insert(element.declarations.begin(), element.declarations.end());
-        for (const SourceElement& child : element.children) CollectEverywhere(child);
+        for (const SourceElement& child : element.children)
+            CollectEverywhere(child);
     }
 
     void CheckWrapper(const SourceElement& root) {
+        const auto isSchema = [](const SourceElement& child) { return child.name == L"Schema"; };
+        if (std::none_of(root.children.begin(), root.children.end(), isSchema)) {
+            Error(root, L"the file has no Schema element");
+            return;
+        }
         CheckNoText(root);
-        bool found = false;
         for (const SourceElement& child : root.children) {
-            if (child.name == L"Schema") {
-                found = true;
+            if (isSchema(child)) {
                 CheckSchema(child);
             } else {
-                Error(child, L"unknown element " + Quoted(child.name) + L" in " + Quoted(root.name) +
-                                 L", which holds Schema elements");
+                Error(child, L"unknown element " + Quoted(child.name) + L" beside Schema");
             }
         }
-        if (!found) Error(root, L"the file has no Schema element");
     }
 
     // Roots are merged whatever they are called: a Schema would end inside a Schema.
     void CheckSameRoot(const SourceElement& root) {
         const SourceFile& base = files_.front();
         if ((root.name == L"Schema") != (base.root.name == L"Schema")) {
-            Error(root, L"the root is " + Quoted(root.name) + L", but that of " + Printable(base.path) + L" is " +
-                            Quoted(base.root.name) + L"; the two do not merge");
+            Error(root, L"the root is " + Quoted(root.name) + L", but that of " + Printable(base.path) +
+                            L" is " + Quoted(base.root.name) + L"; the two do not merge");
         }
     }
 
@@ -125,12 +132,14 @@ class Checker {
         const std::wstring* name = schema.Attribute(L"name");
         const std::wstring key = name != nullptr ? *name : L"";
         if (!schemaNames_.insert(key).second) {
-            Warning(schema, L"a second Schema of the same name; their contents are not merged within one file");
+            Warning(schema,
+                    L"a second Schema of the same name; their contents are not merged within one file");
         }
         if (!firstSchema_) {
             firstSchema_ = key;
         } else if (name != nullptr && *firstSchema_ != key) {
-            Warning(schema, L"this Schema is named " + Quoted(key) + L" and the first one " + Quoted(*firstSchema_) +
+            Warning(schema, L"this Schema is named " + Quoted(key) + L" and the first one " +
+                                Quoted(*firstSchema_) +
                                 L"; the path '\\' and the action Get reach the first one only");
         }
         for (const auto& [prefix, uri] : schema.declarations) {
@@ -147,7 +156,8 @@ class Checker {
         WalkChildren(schema, scope);
     }
 
-    // The element's own attributes, text and name against the vocabulary. False when there is no point in going on.
+    // The element's own attributes, text and name against the vocabulary. False when there is no point in
+    // going on.
     bool CheckShape(const SourceElement& element, const ElementRule& rule) {
         if (!element.namespaceUri.empty()) {
             Error(element, element.name + L" stands in the namespace " + Quoted(element.namespaceUri) +
@@ -170,7 +180,8 @@ class Checker {
         return true;
     }
 
-    void CheckKnownAttribute(const SourceElement& element, const std::wstring& name, const ElementRule& rule) {
+    void CheckKnownAttribute(const SourceElement& element, const std::wstring& name,
+                             const ElementRule& rule) {
         // Editors bind a file to its schema with these.
         const size_t colon = name.find(L':');
         if (colon != std::wstring::npos) {
@@ -181,7 +192,8 @@ class Checker {
     }
 
     void CheckNoText(const SourceElement& element) {
-        if (!element.text.empty()) Error(element, L"text " + Quoted(element.text) + L" has no place in " + element.name);
+        if (!element.text.empty())
+            Error(element, L"text " + Quoted(element.text) + L" has no place in " + element.name);
     }
 
     void CheckName(const SourceElement& element, const ElementRule& rule) {
@@ -205,15 +217,16 @@ class Checker {
                 Error(child, child.name + L" has no place in " + parent.name);
             } else if (CheckShape(child, *rule)) {
                 if (child.name == L"Property") CheckTwice(child, properties);
-                Walk(child, *rule, scope);
+                Walk(child, *rule, parent, scope);
             }
         }
     }
 
-    void Walk(const SourceElement& element, const ElementRule& rule, const Scope& scope) {
+    void Walk(const SourceElement& element, const ElementRule& rule, const SourceElement& parent,
+              const Scope& scope) {
         CheckQuery(element);
         if (element.name == L"Parameter") {
-            WalkParameter(element, scope);
+            WalkParameter(element, parent, scope);
         } else if (element.name == L"Property") {
             WalkProperty(element, scope);
         } else {
@@ -236,39 +249,41 @@ class Checker {
         return name != nullptr && name->find(L'$') != std::wstring::npos;
     }
 
-    // A Property, also one that is itself the template of the empty Parameter in it.
+    // A Property, also one that is itself the template of the empty Parameters in it. Each of these may use
+    // what the ones before it bind.
     void WalkProperty(const SourceElement& property, const Scope& outer) {
         Scope scope = outer;
-        const SourceElement* binding = nullptr;
+        std::vector<const SourceElement*> bindings;
         for (const SourceElement& child : property.children) {
             if (child.name != L"Parameter" || IsTemplate(child)) continue;
-            if (binding != nullptr) {
-                Error(child, L"a second Parameter for the same level; the first one stands in line " +
-                                 std::to_wstring(binding->line));
-                continue;
-            }
-            binding = &child;
-            if (!child.children.empty()) {
-                Error(child, L"a Parameter with a template in it needs a name with its parameter in it, such as '$" +
-                                 ParameterOf(child) + L"$'");
-            }
+            bindings.push_back(&child);
+            if (!child.children.empty()) ErrorNeedsName(child);
+            CheckFilter(child, scope);
+            CheckAsked(child, scope);
             Bind(child, scope);
         }
-        CheckLevelName(property, binding, scope);
+        CheckLevelName(property, bindings, scope);
         WalkChildren(property, Below(scope, property));
     }
 
-    // A Parameter that carries the template, or the empty one, whose binding holds for the level around it already.
-    void WalkParameter(const SourceElement& parameter, const Scope& outer) {
-        const bool isTemplate = IsTemplate(parameter);
+    // A Parameter that carries the template. The empty ones are looked at with the level that they bind.
+    void WalkParameter(const SourceElement& parameter, const SourceElement& parent, const Scope& outer) {
+        if (!IsTemplate(parameter)) {
+            if (parent.name != L"Property") ErrorNeedsName(parameter);
+            return;
+        }
         Scope scope = outer;
-        if (!isTemplate) scope.bindings.erase(ParameterOf(parameter));
         CheckFilter(parameter, scope);
         CheckAsked(parameter, scope);
-        if (!isTemplate) return;
         Bind(parameter, scope);
-        CheckLevelName(parameter, &parameter, scope);
+        CheckLevelName(parameter, {&parameter}, scope);
         WalkChildren(parameter, Below(scope, parameter));
+    }
+
+    void ErrorNeedsName(const SourceElement& parameter) {
+        Error(parameter,
+              L"a Parameter that stands for levels of its own needs a name that uses it, such as '$" +
+                  Printable(ParameterOf(parameter)) + L"$'");
     }
 
     static std::wstring ParameterOf(const SourceElement& parameter) {
@@ -289,15 +304,16 @@ class Checker {
         scope.queried = scope.queried || parameter.Attribute(L"query") != nullptr;
     }
 
-    void CheckLevelName(const SourceElement& level, const SourceElement* binding, const Scope& scope) {
+    void CheckLevelName(const SourceElement& level, const std::vector<const SourceElement*>& bindings,
+                        const Scope& scope) {
         const std::wstring* name = level.Attribute(L"name");
         if (name == nullptr) return;
         const std::vector<std::wstring> used = CheckParameters(level, L"name", *name, scope);
-        if (binding == nullptr) return;
-        const std::wstring parameter = ParameterOf(*binding);
-        if (!parameter.empty() && std::find(used.begin(), used.end(), parameter) == used.end()) {
-            Warning(level, L"the name " + Quoted(*name) + L" does not use the parameter " + Quoted(parameter) +
-                               L": all its levels have the same path");
+        for (const SourceElement* binding : bindings) {
+            const std::wstring parameter = ParameterOf(*binding);
+            if (parameter.empty() || std::find(used.begin(), used.end(), parameter) != used.end()) continue;
+            Warning(level, L"the name " + Quoted(*name) + L" does not use the parameter " +
+                               Quoted(parameter) + L": the levels that it makes have the same path");
         }
     }
 
@@ -313,7 +329,8 @@ class Checker {
                                               const std::wstring& text, const Scope& scope) {
         const std::optional<std::vector<std::wstring>> used = ParameterNames(text);
         if (!used) {
-            Error(element, L"the '$' in " + std::wstring(attribute) + L" " + Quoted(text) + L" enclose no parameter");
+            Error(element,
+                  L"the '$' in " + std::wstring(attribute) + L" " + Quoted(text) + L" enclose no parameter");
             return {};
         }
         for (const std::wstring& name : *used) {
@@ -335,15 +352,14 @@ class Checker {
         }
         const std::wstring* name = leaf.Attribute(L"name");
         if (name == nullptr) return;
-        if (name->find(L'$') != std::wstring::npos) {
-            Error(leaf, L"the name " + Quoted(*name) + L" of a leaf is never replaced");
-        }
+        CheckParameters(leaf, L"name", *name, scope);
         CheckDeclaredOnce(leaf, scope.path + L":" + *name);
     }
 
     void CheckAsked(const SourceElement& element, const Scope& scope) {
         if (element.Attribute(L"query") != nullptr || scope.queried) return;
-        Warning(element, element.name + L" has no 'query': the printer is not asked for what its filter reads");
+        Warning(element,
+                element.name + L" has no 'query': the printer is not asked for what its filter reads");
     }
 
     void CheckType(const SourceElement& leaf, const ElementRule& rule) {
@@ -354,7 +370,8 @@ class Checker {
                             L" is none of BIDI_INT, BIDI_STRING, BIDI_BOOL, BIDI_FLOAT and BIDI_BLOB");
         } else if (!rule.fixedType.empty() && *type != rule.fixedType) {
             Error(leaf, leaf.name + L" is always " + std::wstring(rule.fixedType) + L", not " + *type);
-        } else if (leaf.name == L"Const" && *type == L"BIDI_BOOL" && leaf.text != L"true" && leaf.text != L"false") {
+        } else if (leaf.name == L"Const" && *type == L"BIDI_BOOL" && leaf.text != L"true" &&
+                   leaf.text != L"false") {
             Warning(leaf, L"the text " + Quoted(leaf.text) + L" counts as false; only 'true' is true");
         }
     }
@@ -363,9 +380,9 @@ class Checker {
         const auto [first, added] = leaves_.emplace(path, Declared{file_, leaf.line, leaf.name});
         if (added) return;
         const Declared& other = first->second;
-        const std::wstring where = other.file == file_
-                                       ? L"in line " + std::to_wstring(other.line)
-                                       : L"in " + Printable(other.file->path) + L":" + std::to_wstring(other.line);
+        const std::wstring where =
+            other.file == file_ ? L"in line " + std::to_wstring(other.line)
+                                : L"in " + Printable(other.file->path) + L":" + std::to_wstring(other.line);
         const std::wstring text = L"the leaf " + Quoted(path) + L" is declared already, " + where;
         if (other.file != file_ && other.element == leaf.name) {
             Warning(leaf, text + L", and stays as it is there");
@@ -387,8 +404,10 @@ class Checker {
 
     bool CheckPrefix(const SourceElement& element, std::wstring_view attribute, const std::wstring& prefix) {
         if (declarations_.contains(prefix)) return true;
-        std::wstring text = L"the prefix " + Quoted(prefix) + L" in " + std::wstring(attribute) + L" is not declared";
-        if (everywhere_.contains(prefix)) text += L" on the Schema element, which is the one place that counts";
+        std::wstring text =
+            L"the prefix " + Quoted(prefix) + L" in " + std::wstring(attribute) + L" is not declared";
+        if (everywhere_.contains(prefix))
+            text += L" on the Schema element, which is the one place that counts";
         Error(element, std::move(text));
         return false;
     }
@@ -399,7 +418,8 @@ class Checker {
         CheckParameters(element, L"filter", *filter, scope);
         const FilterNames names = ReadFilterNames(*filter);
         bool bound = true;
-        for (const std::wstring& prefix : names.prefixes) bound = CheckPrefix(element, L"filter", prefix) && bound;
+        for (const std::wstring& prefix : names.prefixes)
+            bound = CheckPrefix(element, L"filter", prefix) && bound;
         if (names.unknownFunction) {
             Error(element, L"the filter " + Quoted(*filter) + L" calls " + Quoted(*names.unknownFunction) +
                                L", which is no function of XPath");
@@ -412,7 +432,8 @@ class Checker {
     // A printer sends only the elements that were asked for.
     void CheckStart(const SourceElement& element, const FilterNames& names) {
         const std::wstring* query = element.Attribute(L"query");
-        const std::optional<QualifiedName> asked = query != nullptr ? ParsePrefixedName(*query) : std::nullopt;
+        const std::optional<QualifiedName> asked =
+            query != nullptr ? ParsePrefixedName(*query) : std::nullopt;
         if (!asked || !names.first || !declarations_.contains(asked->prefix)) return;
         const QualifiedName& first = *names.first;
         const bool same = first.localName == asked->localName && !first.prefix.empty() &&
@@ -439,8 +460,9 @@ class Checker {
 }  // namespace
 
 int CheckReport::Count(Severity severity) const {
-    return static_cast<int>(std::count_if(findings.begin(), findings.end(),
-                                          [&](const Finding& finding) { return finding.severity == severity; }));
+    return static_cast<int>(std::count_if(findings.begin(), findings.end(), [&](const Finding& finding) {
+        return finding.severity == severity;
+    }));
 }
 
 CheckReport CheckExtensionFiles(const std::vector<std::wstring>& paths) {

@@ -1,5 +1,7 @@
 // vlmctl bidi: for the author of extension files. Checks them, and tries them on a saved answer of a printer.
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
 #include <memory>
 #include <nlohmann/json.hpp>
 
@@ -39,8 +41,8 @@ std::string Shown(const std::string& text) {
 }
 
 size_t Width(const std::string& utf8) {
-    return static_cast<size_t>(std::count_if(utf8.begin(), utf8.end(),
-                                             [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    return static_cast<size_t>(std::count_if(
+        utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
 void PrintTable(const std::vector<std::array<std::string, 4>>& rows) {
@@ -95,7 +97,8 @@ void Enumerate(const BidiOptions& options) {
         PrintLine("{}", Dump(names));
         return;
     }
-    for (const std::string& name : names) PrintLine("{}", Shown(name));
+    for (const std::string& name : names)
+        PrintLine("{}", Shown(name));
 }
 
 std::string Number(int count, const char* what) {
@@ -105,7 +108,8 @@ std::string Number(int count, const char* what) {
 void Check(const std::vector<std::string>& files) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     std::vector<std::wstring> paths;
-    for (const std::string& file : files) paths.push_back(FromUtf8(file));
+    for (const std::string& file : files)
+        paths.push_back(FromUtf8(file));
     const CheckReport report = CheckExtensionFiles(paths);
     for (const Finding& finding : report.findings) {
         PrintLine("{}:{}: {}: {}", ToUtf8(Printable(finding.file, 1024)), finding.line,
@@ -119,12 +123,13 @@ void Check(const std::vector<std::string>& files) {
     if (warnings > 0) throw CommandError(summary, kOnlyWarnings);
 }
 
-CLI::App* AddQuery(CLI::App& bidi, const char* name, const char* what, const std::shared_ptr<BidiOptions>& options) {
+CLI::App* AddQuery(CLI::App& bidi, const char* name, const char* what,
+                   const std::shared_ptr<BidiOptions>& options) {
     CLI::App* command = bidi.add_subcommand(name, what);
-    command->add_option("--ext", options->files.extensions, "Extension file; several are merged in the order given")
+    command
+        ->add_option("--ext", options->files.extensions, "Extension file; several are merged in this order")
         ->required()
-        ->take_all()
-        ->expected(1);
+        ->allow_extra_args(false);  // each stands behind an --ext of its own, so that paths may follow
     command->add_flag("--json", options->json, "Print JSON instead of text");
     return command;
 }
@@ -133,16 +138,19 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
     auto options = std::make_shared<BidiOptions>();
     CLI::App* command = AddQuery(bidi, name, what, options);
     command
-        ->add_option("--wsd", options->files.printerAnswer, "The printer's GetPrinterElements answer, saved in a file")
+        ->add_option("--wsd", options->files.printerAnswer,
+                     "The printer's GetPrinterElements answer, saved in a file")
         ->required();
-    command->add_option("PATH", options->paths, "Schema path, such as \\Printer.Consumables.Black:Level")->required();
+    command->add_option("PATH", options->paths, "Schema path, such as \\Printer.Consumables.Black:Level")
+        ->required();
     command->callback([options, action] { Ask(*options, action); });
 }
 
 }  // namespace
 
 void AddBidiCommands(CLI::App& app) {
-    CLI::App* bidi = app.add_subcommand("bidi", "Check Bidi extension files, and try them on a saved printer answer");
+    CLI::App* bidi =
+        app.add_subcommand("bidi", "Check Bidi extension files, and try them on a saved printer answer");
     bidi->require_subcommand(1);
     AddAsk(*bidi, "get", "Answer one path each", L"Get");
     AddAsk(*bidi, "getall", "Answer all leaves below each path; '\\' is the whole tree", L"GetAll");
@@ -154,8 +162,10 @@ void AddBidiCommands(CLI::App& app) {
 
     auto files = std::make_shared<std::vector<std::string>>();
     CLI::App* check = bidi->add_subcommand(
-        "check", "Tell what is wrong with extension files; exit status 0 nothing, 1 warnings, 2 errors, 3 unreadable");
-    check->add_option("FILE", *files, "Extension files, in the order in which a printer loads them")->required();
+        "check",
+        "Tell what is wrong with extension files; exit status 0 nothing, 1 warnings, 2 errors, 3 unreadable");
+    check->add_option("FILE", *files, "Extension files, in the order in which a printer loads them")
+        ->required();
     check->callback([files] { Check(*files); });
 }
 

@@ -82,25 +82,23 @@ class Tokenizer {
         return taken;
     }
     void SkipBlanks() {
-        while (!rest_.empty() && IsBlank(rest_.front())) rest_.remove_prefix(1);
+        while (!rest_.empty() && IsBlank(rest_.front()))
+            rest_.remove_prefix(1);
     }
 
     std::wstring_view rest_;
 };
 
-// XPath compiles a call of any function and complains only when a node gets to it, which no node of a sample does.
+// XPath compiles a call of any function and complains only when a node gets to it, which no node of a sample
+// does.
 bool IsFunction(const std::wstring& name) {
     static constexpr std::array<std::wstring_view, 35> kFunctions{
-        L"last",          L"position",         L"count",          L"id",
-        L"local-name",    L"namespace-uri",    L"name",           L"string",
-        L"concat",        L"starts-with",      L"contains",       L"substring-before",
-        L"substring-after", L"substring",      L"string-length",  L"normalize-space",
-        L"translate",     L"boolean",          L"not",            L"true",
-        L"false",         L"lang",             L"number",         L"sum",
-        L"floor",         L"ceiling",          L"round",
+        L"last", L"position", L"count", L"id", L"local-name", L"namespace-uri", L"name", L"string", L"concat",
+        L"starts-with", L"contains", L"substring-before", L"substring-after", L"substring", L"string-length",
+        L"normalize-space", L"translate", L"boolean", L"not", L"true", L"false", L"lang", L"number", L"sum",
+        L"floor", L"ceiling", L"round",
         // Node tests and operators are written like functions.
-        L"node",          L"text",             L"comment",        L"processing-instruction",
-        L"and",           L"or",               L"div",            L"mod"};
+        L"node", L"text", L"comment", L"processing-instruction", L"and", L"or", L"div", L"mod"};
     return std::find(kFunctions.begin(), kFunctions.end(), name) != kFunctions.end();
 }
 
@@ -135,13 +133,15 @@ FilterNames ReadFilterNames(std::wstring_view filter) {
     while (const std::optional<Token> token = tokens.Next()) {
         const QualifiedName& name = token->name;
         if (atFirstStep && token->kind == TokenKind::kName && name.localName != L"*") names.first = name;
-        atFirstStep = atFirstStep && token->kind == TokenKind::kAxis &&
-                      std::find(kDownwardAxes.begin(), kDownwardAxes.end(), name.localName) != kDownwardAxes.end();
+        atFirstStep =
+            atFirstStep && token->kind == TokenKind::kAxis &&
+            std::find(kDownwardAxes.begin(), kDownwardAxes.end(), name.localName) != kDownwardAxes.end();
         if (!name.prefix.empty() &&
             std::find(names.prefixes.begin(), names.prefixes.end(), name.prefix) == names.prefixes.end()) {
             names.prefixes.push_back(name.prefix);
         }
-        const bool unknown = token->kind == TokenKind::kFunction && name.prefix.empty() && !IsFunction(name.localName);
+        const bool unknown =
+            token->kind == TokenKind::kFunction && name.prefix.empty() && !IsFunction(name.localName);
         if (unknown && !names.unknownFunction) names.unknownFunction = name.localName;
     }
     return names;
@@ -163,7 +163,8 @@ FilterCompiler::FilterCompiler() {
     document_.LoadXml(L"<sample/>", nullptr);
 }
 
-bool FilterCompiler::Accepts(std::wstring_view filter, const std::map<std::wstring, std::wstring>& declarations) {
+bool FilterCompiler::Accepts(std::wstring_view filter,
+                             const std::map<std::wstring, std::wstring>& declarations) {
     try {
         if (declarations != bound_) {
             std::vector<NamespaceDeclaration> list;

@@ -1,5 +1,5 @@
-// What can be said about a filter of an extension file without a printer: which names it uses, where it starts, which
-// parameters it holds, and whether XPath takes it.
+// What can be said about a filter of an extension file without a printer: which names it uses, where it
+// starts, which parameters it holds, and whether XPath takes it.
 #pragma once
 
 #include <map>
@@ -21,8 +21,8 @@ struct QualifiedName {
 std::optional<QualifiedName> ParsePrefixedName(std::wstring_view text);
 
 struct FilterNames {
-    std::vector<std::wstring> prefixes;          // each once, in order
-    std::optional<QualifiedName> first;          // the element that the first step names, if it names one
+    std::vector<std::wstring> prefixes;           // each once, in order
+    std::optional<QualifiedName> first;           // the element that the first step names, if it names one
     std::optional<std::wstring> unknownFunction;  // that XPath does not have
 };
 FilterNames ReadFilterNames(std::wstring_view filter);

@@ -25,8 +25,8 @@ namespace {
 using host::FromUtf8;
 using host::ToUtf8;
 
-// The engine tells what went wrong in the trace, first the cause, then what came of it. The first line is kept for the
-// error message; everything goes on to the debugger output.
+// The engine tells what went wrong in the trace, first the cause, then what came of it. The first line is
+// kept for the error message; everything goes on to the debugger output.
 std::array<wchar_t, 512> firstTrace{};
 
 void KeepFirstTrace(const wchar_t* text) {
@@ -51,14 +51,16 @@ class TraceKeeper {
 [[noreturn]] void Fail(const char* what, HRESULT result) {
     std::wstring cause = firstTrace.data();
     if (cause.starts_with(L"Error: ")) cause.erase(0, 7);
-    throw CommandError(fmt::format("{}: {} (0x{:08X})", what, cause.empty() ? "failed" : ToUtf8(Printable(cause, 400)),
+    throw CommandError(fmt::format("{}: {} (0x{:08X})", what,
+                                   cause.empty() ? "failed" : ToUtf8(Printable(cause, 400)),
                                    static_cast<unsigned long>(result)));
 }
 
 std::wstring FullPath(const std::string& path) {
     const std::wstring given = FromUtf8(path);
     std::wstring full(32768, L'\0');
-    const DWORD length = GetFullPathNameW(given.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    const DWORD length =
+        GetFullPathNameW(given.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
     if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is no path");
     full.resize(length);
     return full;
@@ -68,10 +70,17 @@ std::wstring Escaped(const std::wstring& text) {
     std::wstring escaped;
     for (const wchar_t c : text) {
         switch (c) {
-            case L'&': escaped += L"&amp;"; break;
-            case L'<': escaped += L"&lt;"; break;
-            case L'"': escaped += L"&quot;"; break;
-            default: escaped += c;
+            case L'&':
+                escaped += L"&amp;";
+                break;
+            case L'<':
+                escaped += L"&lt;";
+                break;
+            case L'"':
+                escaped += L"&quot;";
+                break;
+            default:
+                escaped += c;
         }
     }
     return escaped;
@@ -89,7 +98,8 @@ void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extension
 
 void BindAnswer(CVelunBidiSpl& engine, const std::string& file) {
     std::wstring problem;
-    const std::optional<std::string> bytes = ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
+    const std::optional<std::string> bytes =
+        ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
     if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
     ComPtr<IStream> stream = StreamOf(*bytes);
     const HRESULT result = stream ? engine.SetGetPrinterElementResponseStream(stream.Get()) : E_OUTOFMEMORY;
@@ -100,7 +110,8 @@ void BindAnswer(CVelunBidiSpl& engine, const std::string& file) {
 class Request {
  public:
     explicit Request(const std::vector<std::string>& paths) {
-        for (const std::string& path : paths) paths_.push_back(FromUtf8(path));
+        for (const std::string& path : paths)
+            paths_.push_back(FromUtf8(path));
         bytes_.resize(sizeof(BIDI_REQUEST_CONTAINER) + paths_.size() * sizeof(BIDI_REQUEST_DATA));
         BIDI_REQUEST_CONTAINER* container = Container();
         container->Version = 1;
@@ -141,10 +152,18 @@ BidiAnswer Describe(const BIDI_RESPONSE_DATA& entry) {
     answer.hasValue = entry.dwResult == ERROR_SUCCESS && data.dwBidiType != BIDI_NULL;
     if (!answer.hasValue) return answer;
     switch (data.dwBidiType) {
-        case BIDI_INT: answer.value = std::to_string(data.u.iData); break;
-        case BIDI_FLOAT: answer.value = fmt::format("{}", data.u.fData); break;
-        case BIDI_BOOL: answer.value = data.u.bData ? "true" : "false"; break;
-        case BIDI_BLOB: answer.value = Base64(data.u.biData); break;
+        case BIDI_INT:
+            answer.value = std::to_string(data.u.iData);
+            break;
+        case BIDI_FLOAT:
+            answer.value = fmt::format("{}", data.u.fData);
+            break;
+        case BIDI_BOOL:
+            answer.value = data.u.bData ? "true" : "false";
+            break;
+        case BIDI_BLOB:
+            answer.value = Base64(data.u.biData);
+            break;
         default:
             // An empty text is carried as null.
             answer.value = data.u.sData != nullptr ? ToUtf8(data.u.sData) : "";
@@ -159,7 +178,8 @@ std::vector<std::string> NamesIn(const wchar_t* queryXml) {
     document.LoadXml(queryXml, nullptr);
     const ComPtr<IXMLDOMNodeList> list = document.SelectNodes(L"/EnumQueryElement/Name");
     std::vector<std::string> names;
-    while (const ComPtr<IXMLDOMNode> name = NextNode(list.Get())) names.push_back(ToUtf8(TextOf(name.Get())));
+    while (const ComPtr<IXMLDOMNode> name = NextNode(list.Get()))
+        names.push_back(ToUtf8(TextOf(name.Get())));
     return names;
 }
 
@@ -180,7 +200,8 @@ std::vector<BidiAnswer> AskOffline(const BidiFiles& files, const wchar_t* action
     const CBidiMem memory;
     const ScopeExit free([&] { memory.FreeContainer(response); });
     std::vector<BidiAnswer> answers;
-    for (DWORD i = 0; i < response->Count; ++i) answers.push_back(Describe(response->aData[i]));
+    for (DWORD i = 0; i < response->Count; ++i)
+        answers.push_back(Describe(response->aData[i]));
     return answers;
 }
 
@@ -200,10 +221,14 @@ std::vector<std::string> NeededElements(const BidiFiles& files, const std::vecto
 
 std::string ResultText(unsigned long result) {
     switch (result) {
-        case ERROR_SUCCESS: return "found";
-        case ERROR_NO_DATA: return "no value";
-        case ERROR_OUTOFMEMORY: return "out of memory";
-        default: return "unknown result";
+        case ERROR_SUCCESS:
+            return "found";
+        case ERROR_NO_DATA:
+            return "no value";
+        case ERROR_OUTOFMEMORY:
+            return "out of memory";
+        default:
+            return "unknown result";
     }
 }
 

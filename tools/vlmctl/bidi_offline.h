@@ -20,8 +20,8 @@ struct BidiFiles {
     std::string printerAnswer;
 };
 
-// `action` is "Get" or "GetAll". All throw CommandError with one line that says what is wrong, CommandError::Status()
-// being kFailed.
+// `action` is "Get" or "GetAll". All throw CommandError with one line that says what is wrong,
+// CommandError::Status() being kFailed.
 std::vector<BidiAnswer> AskOffline(const BidiFiles& files, const wchar_t* action,
                                    const std::vector<std::string>& paths);
 // The WSD elements that the paths need, such as "pri:PrinterStatus".

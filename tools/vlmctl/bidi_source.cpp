@@ -283,12 +283,6 @@ int LineOfFault(std::string_view bytes, const TagScan& scan, int line, const std
     return static_cast<int>(high);
 }
 
-struct FileTraits {
-    using Type = HANDLE;
-    static Type Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Type file) { CloseHandle(file); }
-};
-
 }  // namespace
 
 const std::wstring* SourceElement::Attribute(std::wstring_view attribute) const {
@@ -308,8 +302,8 @@ ComPtr<IStream> StreamOf(std::string_view bytes) {
 }
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem) {
-    const Unique<FileTraits> file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                              OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    const File file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     LARGE_INTEGER size{};
     // A pipe or a device has no size and might never end.
     if (!file || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {

@@ -55,9 +55,9 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit,
 // A stream over a copy of the bytes, at its start; null when memory runs out.
 ComPtr<IStream> StreamOf(std::string_view bytes);
 
-// Parses `bytes`, whose encoding is told by a byte order mark or the XML declaration. On anything that keeps the tree
-// from being built (not well-formed, a DOCTYPE, beyond the engine's bounds) nothing is returned and `findings` says
-// what and where. COM must be initialised on the thread.
+// Parses `bytes`, whose encoding is told by a byte order mark or the XML declaration. On anything that keeps
+// the tree from being built (not well-formed, a DOCTYPE, beyond the engine's bounds) nothing is returned and
+// `findings` says what and where. COM must be initialised on the thread.
 std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view bytes,
                                       std::vector<Finding>& findings);
 

@@ -23,7 +23,7 @@ const ElementRule* FindRule(std::wstring_view element) {
         {L"Value", {L"name", L"filter"}, {L"type", L"query"}, {}, {}, true},
         {L"Installed", {L"name", L"filter"}, {L"type", L"query"}, {}, L"BIDI_BOOL", true},
         {L"List", {L"name", L"filter"}, {L"type", L"query"}, {}, L"BIDI_STRING", true},
-        {L"Const", {L"name", L"type"}, {}, {}, {}, true, true}};
+        {L"Const", {L"name"}, {L"type"}, {}, {}, true, true}};
     const auto found = std::find_if(kRules.begin(), kRules.end(),
                                     [&](const ElementRule& rule) { return rule.element == element; });
     return found == kRules.end() ? nullptr : &*found;

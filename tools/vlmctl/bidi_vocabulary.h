@@ -1,4 +1,5 @@
-// The elements of a Bidi extension file and what each may carry. packaging/bidi-extension.xsd says the same to editors.
+// The elements of a Bidi extension file and what each may carry. packaging/bidi-extension.xsd says the same
+// to editors.
 #pragma once
 
 #include <array>
@@ -8,8 +9,8 @@
 namespace vlm::ctl {
 
 // As the engine writes them into its answers; it matches them with regard to case.
-inline constexpr std::array<std::wstring_view, 5> kTypeNames{L"BIDI_INT", L"BIDI_STRING", L"BIDI_BOOL", L"BIDI_FLOAT",
-                                                             L"BIDI_BLOB"};
+inline constexpr std::array<std::wstring_view, 5> kTypeNames{L"BIDI_INT", L"BIDI_STRING", L"BIDI_BOOL",
+                                                             L"BIDI_FLOAT", L"BIDI_BLOB"};
 
 inline constexpr wchar_t kSchemaInstanceNamespace[] = L"http://www.w3.org/2001/XMLSchema-instance";
 
