@@ -3,8 +3,8 @@
 
 #include <windows.h>
 // windows.h first.
-#include <winspool.h>
 #include <winsplp.h>
+#include <winspool.h>
 
 #include <stdexcept>
 #include <string>
@@ -23,8 +23,8 @@ class HostError : public std::runtime_error {
     DWORD code_;
 };
 
-// One loaded and initialised monitor. Everything of it has to be over before the destructor, which shuts the manager
-// down and unloads the module.
+// One loaded and initialised monitor. Everything of it has to be over before the destructor, which shuts the
+// manager down and unloads the module.
 class MonitorHost {
  public:
     // Throws HostError when the DLL is missing, is no monitor, or refuses to start.

@@ -57,7 +57,8 @@ bool RawTcpMonitor::ConnectTo(const sockaddr* address, int length) {
     Disconnect();
     socket_ = socket(address->sa_family, SOCK_STREAM, IPPROTO_TCP);
     u_long nonBlocking = 1;
-    if (socket_ == INVALID_SOCKET || ioctlsocket(socket_, static_cast<long>(FIONBIO), &nonBlocking) != 0) return false;
+    if (socket_ == INVALID_SOCKET || ioctlsocket(socket_, static_cast<long>(FIONBIO), &nonBlocking) != 0)
+        return false;
     if (connect(socket_, address, length) == 0) return true;
     if (WSAGetLastError() != WSAEWOULDBLOCK) return false;
     // select, because WSAPoll on older Windows does not report a refused connection.
@@ -92,7 +93,8 @@ bool RawTcpMonitor::Connect() {
 
 bool RawTcpMonitor::Send(const BYTE* data, DWORD size, DWORD& sent) {
     for (sent = 0; sent < size;) {
-        const int count = send(socket_, reinterpret_cast<const char*>(data + sent), static_cast<int>(size - sent), 0);
+        const int count =
+            send(socket_, reinterpret_cast<const char*>(data + sent), static_cast<int>(size - sent), 0);
         if (count >= 0) {
             sent += static_cast<DWORD>(count);
         } else if (WSAGetLastError() != WSAEWOULDBLOCK || !Await(POLLWRNORM)) {
