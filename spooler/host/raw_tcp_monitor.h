@@ -10,11 +10,11 @@
 #include <winsock2.h>
 // winsock2.h before windows.h.
 #include <windows.h>
-#include <winsplp.h>
-#include <winspool.h>
 
 #include <cstdint>
 #include <string>
+
+#include "util/spooler_api.h"
 
 namespace vlm::host {
 
