@@ -19,6 +19,9 @@ using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadSize = std::size_t{64} * 1024;
+// Half a loopback segment: below a quarter, TCP's silly-window avoidance makes even willing reads take
+// seconds.
+constexpr int kFaultBuffer = 32 * 1024;
 constexpr auto kForever = -1ms;            // until the stop event
 constexpr auto kStallCheck = 20ms;         // how soon a stalled connection sees that its fault was cleared
 constexpr auto kAnswerLimit = 5s;          // for a host that does not take the back-channel's bytes
@@ -34,10 +37,10 @@ RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Beh
       store_(store),
       documentLimit_(documentLimit),
       stopFd_(stopFd) {
-    // What the system takes in on the printer's behalf counts as delivered for the host. With a small buffer
-    // a host feels a printer that does not read.
+    // What the system takes in on the printer's behalf counts as delivered for the host; with a small fixed
+    // buffer a host soon feels a printer that does not read.
     if (orders_.fault) {
-        const int size = 4096;
+        const int size = kFaultBuffer;
         ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
     }
 }
