@@ -1,13 +1,10 @@
 // Stand-in for the spooler router's Bidi allocator (spoolss.dll). See standin.h.
-#include <windows.h>
-// windows.h first.
-#include <winsplp.h>
-#include <winspool.h>
 
 #include <mutex>
 #include <unordered_map>
 
 #include "spooler/standin.h"
+#include "util/spooler_api.h"
 
 namespace {
 

@@ -1,8 +1,5 @@
 // Stand-in for the spooler's client library (winspool.drv): printers, drivers and jobs that the host invents,
 // each call logged. See standin.h. Only what the monitor and its host call is here.
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
 
 #include <algorithm>
 #include <cwchar>
@@ -13,6 +10,7 @@
 #include <vector>
 
 #include "spooler/standin.h"
+#include "util/spooler_api.h"
 
 namespace {
 

@@ -1,15 +1,11 @@
 // Loads a language monitor and drives it as the spooler does. For the companion, the demo, tests and benches.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winsplp.h>
-#include <winspool.h>
-
 #include <stdexcept>
 #include <string>
 
 #include "util/handles.h"
+#include "util/spooler_api.h"
 
 namespace vlm::host {
 

@@ -53,6 +53,11 @@ bool RawTcpMonitor::Await(short events) {
     return ready > 0;
 }
 
+bool RawTcpMonitor::HasError() const {
+    WSAPOLLFD descriptor{socket_, POLLRDNORM, 0};
+    return WSAPoll(&descriptor, 1, 0) > 0 && (descriptor.revents & POLLERR) != 0;
+}
+
 bool RawTcpMonitor::ConnectTo(const sockaddr* address, int length) {
     Disconnect();
     socket_ = socket(address->sa_family, SOCK_STREAM, IPPROTO_TCP);
@@ -114,7 +119,9 @@ void RawTcpMonitor::DrainUntilClosed() {
             const size_t room = kLongestBackChannel - document_.backChannel.size();
             document_.backChannel.append(buffer.data(), std::min(room, static_cast<size_t>(count)));
         } else if (count == 0) {
-            document_.closedByPrinter = true;
+            // Some systems report a reset connection as closed here, and its error only in poll.
+            document_.closedByPrinter = !HasError();
+            if (!document_.closedByPrinter) document_.error = WSAECONNRESET;
             return;
         } else if (WSAGetLastError() != WSAEWOULDBLOCK || !Await(POLLRDNORM)) {
             Fail();

@@ -10,11 +10,11 @@
 #include <winsock2.h>
 // winsock2.h before windows.h.
 #include <windows.h>
-#include <winsplp.h>
-#include <winspool.h>
 
 #include <cstdint>
 #include <string>
+
+#include "util/spooler_api.h"
 
 namespace vlm::host {
 
@@ -49,6 +49,7 @@ class RawTcpMonitor {
     void Disconnect();
     // Waits until the socket can be read or written; false with WSAETIMEDOUT after the time-out.
     bool Await(short events);
+    bool HasError() const;
     bool Send(const BYTE* data, DWORD size, DWORD& sent);
     // Reads what the printer says until it closes.
     void DrainUntilClosed();

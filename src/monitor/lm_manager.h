@@ -4,12 +4,8 @@
 // two take it themselves.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winsplp.h>
-#include <winspool.h>
-
 #include "monitor/lm_port.h"
+#include "util/spooler_api.h"
 
 namespace vlm {
 

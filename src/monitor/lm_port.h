@@ -9,14 +9,11 @@
 // caller marks a port too; everything else belongs to the thread that runs the port's current operation.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winsplp.h>
-#include <winspool.h>
-
 #include <atomic>
 #include <cstddef>
 #include <type_traits>
+
+#include "util/spooler_api.h"
 
 namespace vlm {
 

@@ -2,10 +2,7 @@
 // operations, and Shutdown, which takes a manager back.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winsplp.h>
-#include <winspool.h>
+#include "util/spooler_api.h"
 
 namespace vlm {
 

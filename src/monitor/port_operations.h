@@ -6,12 +6,8 @@
 // left; the bookkeeping around it does not show.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winsplp.h>
-#include <winspool.h>
-
 #include "monitor/lm_port.h"
+#include "util/spooler_api.h"
 
 namespace vlm {
 

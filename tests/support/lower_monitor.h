@@ -2,15 +2,12 @@
 // test says instead of succeeding.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winsplp.h>
-#include <winspool.h>
-
 #include <functional>
 #include <mutex>
 #include <string>
 #include <vector>
+
+#include "util/spooler_api.h"
 
 namespace vlm::test {
 
