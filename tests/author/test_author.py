@@ -1,20 +1,20 @@
 """vlmctl bidi as an author of extension files uses it: the program, files, what it prints and its exit status."""
 
 import json
-import os
 import pathlib
 import re
 import shlex
 import subprocess
+import sys
 import tempfile
 import unittest
 
-ROOT = pathlib.Path(__file__).resolve().parents[2]
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from windows import BIN, ROOT, RUNNER  # noqa: E402
+
 EXAMPLES = ROOT / "examples" / "bidi"
 SCHEMA = ROOT / "packaging" / "bidi-extension.xsd"
 PAGE = ROOT / "docs" / "bidi-extension-files.md"
-# The emulator, if any, and the program.
-VLMCTL = [*filter(None, os.environ.get("EMULATOR", "").split(";")), os.environ["VLMCTL"]]
 
 BIDI = 'xmlns:bidi="http://schemas.microsoft.com/windows/2005/03/printing/bidi"'
 PRINT = 'xmlns:pri="http://schemas.microsoft.com/windows/2006/08/wdp/print"'
@@ -22,9 +22,12 @@ LEAF = 'query="pri:PrinterStatus" filter="pri:PrinterStatus/pri:PrinterState"'
 
 
 def vlmctl(*arguments, folder=None):
-    done = subprocess.run([*VLMCTL, "bidi", *arguments], cwd=folder, timeout=60, capture_output=True)
-    done.stdout = done.stdout.decode("utf-8")
-    done.stderr = done.stderr.decode("utf-8")
+    # Files, not pipes: under Wine a service that the program starts would hold the other end of a pipe for seconds.
+    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+        done = subprocess.run([RUNNER, BIN / "vlmctl.exe", "bidi", *arguments], cwd=folder, timeout=60, stdout=out, stderr=err)
+        for stream, name in ((out, "stdout"), (err, "stderr")):
+            stream.seek(0)
+            setattr(done, name, stream.read().decode("utf-8"))
     return done
 
 

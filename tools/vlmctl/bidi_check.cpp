@@ -259,7 +259,6 @@ class Checker {
             bindings.push_back(&child);
             if (!child.children.empty()) ErrorNeedsName(child);
             CheckFilter(child, scope);
-            CheckAsked(child, scope);
             Bind(child, scope);
         }
         CheckLevelName(property, bindings, scope);
@@ -274,7 +273,6 @@ class Checker {
         }
         Scope scope = outer;
         CheckFilter(parameter, scope);
-        CheckAsked(parameter, scope);
         Bind(parameter, scope);
         CheckLevelName(parameter, {&parameter}, scope);
         WalkChildren(parameter, Below(scope, parameter));
@@ -348,18 +346,11 @@ class Checker {
         CheckType(leaf, rule);
         if (leaf.name != L"Const") {
             CheckFilter(leaf, scope);
-            CheckAsked(leaf, scope);
         }
         const std::wstring* name = leaf.Attribute(L"name");
         if (name == nullptr) return;
         CheckParameters(leaf, L"name", *name, scope);
         CheckDeclaredOnce(leaf, scope.path + L":" + *name);
-    }
-
-    void CheckAsked(const SourceElement& element, const Scope& scope) {
-        if (element.Attribute(L"query") != nullptr || scope.queried) return;
-        Warning(element,
-                element.name + L" has no 'query': the printer is not asked for what its filter reads");
     }
 
     void CheckType(const SourceElement& leaf, const ElementRule& rule) {
@@ -415,6 +406,10 @@ class Checker {
     void CheckFilter(const SourceElement& element, const Scope& scope) {
         const std::wstring* filter = element.Attribute(L"filter");
         if (filter == nullptr || filter->empty()) return;
+        if (element.Attribute(L"query") == nullptr && !scope.queried) {
+            Warning(element,
+                    element.name + L" has no 'query': the printer is not asked for what its filter reads");
+        }
         CheckParameters(element, L"filter", *filter, scope);
         const FilterNames names = ReadFilterNames(*filter);
         bool bound = true;
@@ -423,7 +418,7 @@ class Checker {
         if (names.unknownFunction) {
             Error(element, L"the filter " + Quoted(*filter) + L" calls " + Quoted(*names.unknownFunction) +
                                L", which is no function of XPath");
-        } else if (bound && !compiler_.Accepts(*filter, declarations_)) {
+        } else if (bound && ParameterNames(*filter) && !compiler_.Accepts(*filter, declarations_)) {
             Error(element, L"the filter " + Quoted(*filter) + L" is no XPath behind '//'");
         }
         if (bound) CheckStart(element, names);

@@ -165,6 +165,8 @@ FilterCompiler::FilterCompiler() {
 
 bool FilterCompiler::Accepts(std::wstring_view filter,
                              const std::map<std::wstring, std::wstring>& declarations) {
+    // "///" is no XPath, but not every parser minds.
+    if (filter.starts_with(L'/')) return false;
     try {
         if (declarations != bound_) {
             std::vector<NamespaceDeclaration> list;
