@@ -6,7 +6,7 @@
 #include <optional>
 #include <set>
 
-#include "tools/vlmctl/bidi_filter.h"
+#include "tools/vlmctl/bidi_expressions.h"
 #include "tools/vlmctl/bidi_vocabulary.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
@@ -15,15 +15,6 @@ namespace vlm::ctl {
 
 namespace {
 
-using Declarations = std::map<std::wstring, std::wstring>;
-
-// More than anyone reads; what an absurd file would give has no end.
-constexpr size_t kMostFindings = 500;
-
-std::wstring Quoted(std::wstring_view text) {
-    return L"'" + Printable(text, 120) + L"'";
-}
-
 // What is declared where, over all files: what one file says twice, and what a later file says again.
 struct Declared {
     const SourceFile* file;
@@ -31,18 +22,11 @@ struct Declared {
     std::wstring element;
 };
 
-// What holds at one place of the tree.
-struct Scope {
-    std::wstring path;                     // of the level: "\Printer.Layout"
-    std::map<std::wstring, int> bindings;  // parameters in reach, and the lines of their Parameter elements
-    bool queried = false;                  // a Parameter around it is asked for anyway
-};
-
 // Checks the files of one set. Keeps references to the files.
 class Checker {
  public:
-    Checker(const std::vector<SourceFile>& files, std::vector<Finding>& findings)
-        : files_(files), findings_(findings) {}
+    Checker(const std::vector<SourceFile>& files, FindingList& findings)
+        : files_(files), findings_(findings), expressions_(findings) {}
 
     void Run() {
         for (const SourceFile& file : files_)
@@ -55,16 +39,12 @@ class Checker {
     }
 
  private:
-    void Add(const SourceElement& at, Severity severity, std::wstring text) {
-        if (findings_.size() < kMostFindings) {
-            findings_.push_back({file_->path, at.line, severity, std::move(text)});
-        } else if (findings_.size() == kMostFindings) {
-            findings_.push_back(
-                {file_->path, at.line, Severity::kError, L"too many findings; the rest is left out"});
-        }
+    void Error(const SourceElement& at, std::wstring text) {
+        findings_.Error(file_->path, at.line, std::move(text));
     }
-    void Error(const SourceElement& at, std::wstring text) { Add(at, Severity::kError, std::move(text)); }
-    void Warning(const SourceElement& at, std::wstring text) { Add(at, Severity::kWarning, std::move(text)); }
+    void Warning(const SourceElement& at, std::wstring text) {
+        findings_.Warning(file_->path, at.line, std::move(text));
+    }
 
     // The engine merges the Schema elements' declarations, so that one file may use what another declares.
     void CollectDeclarations(const SourceElement& element) {
@@ -77,12 +57,11 @@ class Checker {
 
     void CheckFile() {
         const SourceElement& root = file_->root;
-        everywhere_.clear();
-        CollectEverywhere(root);
-        const bool known = std::any_of(everywhere_.begin(), everywhere_.end(), [](const auto& declaration) {
-            return declaration.second == kBidiNamespace;
-        });
-        if (!known) {
+        anywhere_.clear();
+        uris_.clear();
+        CollectAnywhere(root);
+        expressions_.BeginFile(*file_, anywhere_);
+        if (!uris_.contains(kBidiNamespace)) {
             Error(root, std::wstring(L"the namespace ") + kBidiNamespace +
                             L" is declared nowhere; the engine refuses the file");
         }
@@ -96,10 +75,12 @@ class Checker {
         CheckSameRoot(root);
     }
 
-    void CollectEverywhere(const SourceElement& element) {
-        everywhere_.insert(element.declarations.begin(), element.declarations.end());
+    void CollectAnywhere(const SourceElement& element) {
+        anywhere_.insert(element.declarations.begin(), element.declarations.end());
+        for (const auto& [prefix, uri] : element.declarations)
+            uris_.insert(uri);
         for (const SourceElement& child : element.children)
-            CollectEverywhere(child);
+            CollectAnywhere(child);
     }
 
     void CheckWrapper(const SourceElement& root) {
@@ -149,8 +130,9 @@ class Checker {
                                   Quoted(other->second) + L" in another Schema; the engine refuses the set");
             }
         }
-        declarations_ = schema.declarations;
-        declarations_.insert(shared_.begin(), shared_.end());
+        Declarations declarations = schema.declarations;
+        declarations.insert(shared_.begin(), shared_.end());
+        expressions_.BeginSchema(std::move(declarations));
         Scope scope;
         scope.path = L"\\";
         WalkChildren(schema, scope);
@@ -185,15 +167,15 @@ class Checker {
         // Editors bind a file to its schema with these.
         const size_t colon = name.find(L':');
         if (colon != std::wstring::npos) {
-            const auto prefix = everywhere_.find(name.substr(0, colon));
-            if (prefix != everywhere_.end() && prefix->second == kSchemaInstanceNamespace) return;
+            const auto prefix = anywhere_.find(name.substr(0, colon));
+            if (prefix != anywhere_.end() && prefix->second == kSchemaInstanceNamespace) return;
         }
         if (!rule.Allows(name)) Error(element, L"unknown attribute " + Quoted(name) + L" of " + element.name);
     }
 
     void CheckNoText(const SourceElement& element) {
         if (!element.text.empty())
-            Error(element, L"text " + Quoted(element.text) + L" has no place in " + element.name);
+            Error(element, L"text " + Quoted(element.text) + L" has no place in " + Quoted(element.name));
     }
 
     void CheckName(const SourceElement& element, const ElementRule& rule) {
@@ -224,7 +206,7 @@ class Checker {
 
     void Walk(const SourceElement& element, const ElementRule& rule, const SourceElement& parent,
               const Scope& scope) {
-        CheckQuery(element);
+        expressions_.CheckQuery(element);
         if (element.name == L"Parameter") {
             WalkParameter(element, parent, scope);
         } else if (element.name == L"Property") {
@@ -258,7 +240,7 @@ class Checker {
             if (child.name != L"Parameter" || IsTemplate(child)) continue;
             bindings.push_back(&child);
             if (!child.children.empty()) ErrorNeedsName(child);
-            CheckFilter(child, scope);
+            expressions_.CheckFilter(child, scope);
             Bind(child, scope);
         }
         CheckLevelName(property, bindings, scope);
@@ -272,7 +254,7 @@ class Checker {
             return;
         }
         Scope scope = outer;
-        CheckFilter(parameter, scope);
+        expressions_.CheckFilter(parameter, scope);
         Bind(parameter, scope);
         CheckLevelName(parameter, {&parameter}, scope);
         WalkChildren(parameter, Below(scope, parameter));
@@ -306,7 +288,7 @@ class Checker {
                         const Scope& scope) {
         const std::wstring* name = level.Attribute(L"name");
         if (name == nullptr) return;
-        const std::vector<std::wstring> used = CheckParameters(level, L"name", *name, scope);
+        const std::vector<std::wstring> used = expressions_.CheckParameters(level, L"name", *name, scope);
         for (const SourceElement* binding : bindings) {
             const std::wstring parameter = ParameterOf(*binding);
             if (parameter.empty() || std::find(used.begin(), used.end(), parameter) != used.end()) continue;
@@ -322,34 +304,15 @@ class Checker {
         return scope;
     }
 
-    // The parameters that a text uses.
-    std::vector<std::wstring> CheckParameters(const SourceElement& element, std::wstring_view attribute,
-                                              const std::wstring& text, const Scope& scope) {
-        const std::optional<std::vector<std::wstring>> used = ParameterNames(text);
-        if (!used) {
-            Error(element,
-                  L"the '$' in " + std::wstring(attribute) + L" " + Quoted(text) + L" enclose no parameter");
-            return {};
-        }
-        for (const std::wstring& name : *used) {
-            if (scope.bindings.contains(name)) continue;
-            Error(element, L"no Parameter around it binds " + Quoted(name) + L", which its " +
-                               std::wstring(attribute) + L" uses");
-        }
-        return *used;
-    }
-
     void CheckLeaf(const SourceElement& leaf, const ElementRule& rule, const Scope& scope) {
         for (const SourceElement& child : leaf.children) {
             Error(child, Quoted(child.name) + L" has no place in " + leaf.name);
         }
         CheckType(leaf, rule);
-        if (leaf.name != L"Const") {
-            CheckFilter(leaf, scope);
-        }
+        expressions_.CheckFilter(leaf, scope);
         const std::wstring* name = leaf.Attribute(L"name");
         if (name == nullptr) return;
-        CheckParameters(leaf, L"name", *name, scope);
+        expressions_.CheckParameters(leaf, L"name", *name, scope);
         CheckDeclaredOnce(leaf, scope.path + L":" + *name);
     }
 
@@ -382,74 +345,17 @@ class Checker {
         }
     }
 
-    void CheckQuery(const SourceElement& element) {
-        const std::wstring* query = element.Attribute(L"query");
-        if (query == nullptr) return;
-        const std::optional<QualifiedName> name = ParsePrefixedName(*query);
-        if (!name) {
-            Error(element, L"the query " + Quoted(*query) + L" is not of the form prefix:name");
-            return;
-        }
-        CheckPrefix(element, L"query", name->prefix);
-    }
-
-    bool CheckPrefix(const SourceElement& element, std::wstring_view attribute, const std::wstring& prefix) {
-        if (declarations_.contains(prefix)) return true;
-        std::wstring text =
-            L"the prefix " + Quoted(prefix) + L" in " + std::wstring(attribute) + L" is not declared";
-        if (everywhere_.contains(prefix))
-            text += L" on the Schema element, which is the one place that counts";
-        Error(element, std::move(text));
-        return false;
-    }
-
-    void CheckFilter(const SourceElement& element, const Scope& scope) {
-        const std::wstring* filter = element.Attribute(L"filter");
-        if (filter == nullptr || filter->empty()) return;
-        if (element.Attribute(L"query") == nullptr && !scope.queried) {
-            Warning(element,
-                    element.name + L" has no 'query': the printer is not asked for what its filter reads");
-        }
-        CheckParameters(element, L"filter", *filter, scope);
-        const FilterNames names = ReadFilterNames(*filter);
-        bool bound = true;
-        for (const std::wstring& prefix : names.prefixes)
-            bound = CheckPrefix(element, L"filter", prefix) && bound;
-        if (names.unknownFunction) {
-            Error(element, L"the filter " + Quoted(*filter) + L" calls " + Quoted(*names.unknownFunction) +
-                               L", which is no function of XPath");
-        } else if (bound && ParameterNames(*filter) && !compiler_.Accepts(*filter, declarations_)) {
-            Error(element, L"the filter " + Quoted(*filter) + L" is no XPath behind '//'");
-        }
-        if (bound) CheckStart(element, names);
-    }
-
-    // A printer sends only the elements that were asked for.
-    void CheckStart(const SourceElement& element, const FilterNames& names) {
-        const std::wstring* query = element.Attribute(L"query");
-        const std::optional<QualifiedName> asked =
-            query != nullptr ? ParsePrefixedName(*query) : std::nullopt;
-        if (!asked || !names.first || !declarations_.contains(asked->prefix)) return;
-        const QualifiedName& first = *names.first;
-        const bool same = first.localName == asked->localName && !first.prefix.empty() &&
-                          declarations_[first.prefix] == declarations_[asked->prefix];
-        if (same) return;
-        Warning(element, L"the filter starts at " +
-                             Quoted((first.prefix.empty() ? L"" : first.prefix + L":") + first.localName) +
-                             L", not at the queried " + Quoted(*query));
-    }
-
     const std::vector<SourceFile>& files_;
-    std::vector<Finding>& findings_;
+    FindingList& findings_;
+    ExpressionChecker expressions_;
     Declarations shared_;  // of all Schema elements, the first of a prefix
     std::map<std::wstring, Declared> leaves_;
     std::optional<std::wstring> firstSchema_;
-    FilterCompiler compiler_;
 
     const SourceFile* file_ = nullptr;
-    Declarations everywhere_;  // in this file, on any element
+    Declarations anywhere_;  // in this file, on any element, the first of a prefix
+    std::set<std::wstring> uris_;
     std::set<std::wstring> schemaNames_;
-    Declarations declarations_;  // what holds for this Schema
 };
 
 }  // namespace
@@ -462,17 +368,19 @@ int CheckReport::Count(Severity severity) const {
 
 CheckReport CheckExtensionFiles(const std::vector<std::wstring>& paths) {
     CheckReport report;
+    FindingList findings;
     std::vector<SourceFile> files;
     for (const std::wstring& path : paths) {
         std::wstring problem;
         const std::optional<std::string> bytes = ReadFileBytes(path, kExtensionFileLimits.bytes, problem);
         if (!bytes) {
             report.unreadable.push_back(Printable(path) + L" " + problem);
-        } else if (std::optional<SourceFile> file = ParseSource(path, *bytes, report.findings)) {
+        } else if (std::optional<SourceFile> file = ParseSource(path, *bytes, findings)) {
             files.push_back(std::move(*file));
         }
     }
-    if (!files.empty()) Checker(files, report.findings).Run();
+    if (!files.empty()) Checker(files, findings).Run();
+    report.findings = findings.Take();
 
     const auto order = [&](const Finding& finding) {
         return std::pair(std::find(paths.begin(), paths.end(), finding.file) - paths.begin(), finding.line);

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/vlmctl/bidi_source.h"
+#include "tools/vlmctl/bidi_findings.h"
 
 namespace vlm::ctl {
 

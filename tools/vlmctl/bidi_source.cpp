@@ -325,9 +325,9 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit,
 }
 
 std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view bytes,
-                                      std::vector<Finding>& findings) {
+                                      FindingList& findings) {
     const auto refuse = [&](int line, const std::wstring& text) {
-        findings.push_back({path, line, Severity::kError, text});
+        findings.Error(path, line, text);
         return std::nullopt;
     };
     const XmlRefusal refusal = CheckXmlBounds(std::as_bytes(std::span(bytes)), kExtensionFileLimits);

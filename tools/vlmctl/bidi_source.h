@@ -10,19 +10,10 @@
 #include <string_view>
 #include <vector>
 
+#include "tools/vlmctl/bidi_findings.h"
 #include "util/com.h"
 
 namespace vlm::ctl {
-
-enum class Severity { kWarning, kError };
-
-// One line of what an author should know. `text` holds names from the file, already printable.
-struct Finding {
-    std::wstring file;
-    int line = 0;  // from 1
-    Severity severity = Severity::kError;
-    std::wstring text;
-};
 
 struct SourceAttribute {
     std::wstring name;  // as written, with its prefix
@@ -59,6 +50,6 @@ ComPtr<IStream> StreamOf(std::string_view bytes);
 // the tree from being built (not well-formed, a DOCTYPE, beyond the engine's bounds) nothing is returned and
 // `findings` says what and where. COM must be initialised on the thread.
 std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view bytes,
-                                      std::vector<Finding>& findings);
+                                      FindingList& findings);
 
 }  // namespace vlm::ctl
