@@ -95,4 +95,11 @@ std::string ErrorText(DWORD code) {
     return "error " + std::to_string(code);
 }
 
+std::string Printable(const std::string& text) {
+    std::string printable = text;
+    for (char& c : printable)
+        if (c < 0x20 || c > 0x7E) c = '?';
+    return printable;
+}
+
 }  // namespace vlm::host

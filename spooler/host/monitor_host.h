@@ -55,5 +55,7 @@ std::string ToUtf8(const std::wstring& text);
 std::wstring FromUtf8(const std::string& text);
 // "connection refused (10061)": the codes that a print run meets in words, any other by its number.
 std::string ErrorText(DWORD code);
+// Text from outside with everything but printable ASCII replaced by '?', for a line on a terminal.
+std::string Printable(const std::string& text);
 
 }  // namespace vlm::host
