@@ -1,6 +1,7 @@
 #include "soap/prefix_normalizer.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "soap/namespaces.h"
 
@@ -197,13 +198,14 @@ std::wstring_view PrefixNormalizer::Wanted(std::wstring_view uri) const {
 }
 
 bool PrefixNormalizer::IsTaken(std::wstring_view prefix, std::wstring_view uri) const {
-    if (prefix == L"xml" || prefix == L"xmlns") return true;
-    if (prefix == kPrintServicePrefix && uri != ns::kWsdPrint && Wanted(ns::kWsdPrint) == prefix) return true;
-    const auto otherwise = [&](const NamespacePrefix& entry) {
-        return entry.prefix == prefix && entry.uri != uri;
-    };
-    return std::any_of(root_.begin(), root_.end(), otherwise) ||
-           std::any_of(wanted_.begin(), wanted_.end(), otherwise);
+    // What the root binds is settled; the query's bindings are what the engine would trip over.
+    for (const std::vector<NamespacePrefix>* bindings : {&std::as_const(root_), &wanted_}) {
+        for (const NamespacePrefix& entry : *bindings) {
+            if (entry.prefix == prefix) return entry.uri != uri;
+        }
+    }
+    if (prefix == kPrintServicePrefix) return uri != ns::kWsdPrint && Wanted(ns::kWsdPrint) == prefix;
+    return prefix == L"xml" || prefix == L"xmlns";
 }
 
 void PrefixNormalizer::AppendAttribute(std::wstring* out, const XmlAttribute& attribute, bool holdsName) {
