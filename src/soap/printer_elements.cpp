@@ -73,14 +73,6 @@ class AnswerHandler : public SaxHandler {
     bool envelopeSeen_ = false;
 };
 
-std::string ToUtf8(std::wstring_view text) {
-    const int length = static_cast<int>(text.size());
-    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string bytes(static_cast<size_t>(needed), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, bytes.data(), needed, nullptr, nullptr);
-    return bytes;
-}
-
 HRESULT Fetch(const wchar_t* url, const PrinterElementsQuery& query, IStream** answer) {
     PrinterServiceProxy proxy;
     HRESULT hr = proxy.SetUrl(url);

@@ -1,6 +1,7 @@
 #include "soap/soap_fault.h"
 
 #include "soap/namespaces.h"
+#include "soap/xml_text.h"
 
 namespace vlm {
 
@@ -34,17 +35,6 @@ constexpr Meaning kMeanings[] = {{L"VersionMismatch", L"SOAP Version Mismatch Er
                                  {L"MustUnderstand", L"SOAP Must Understand Error"},
                                  {L"Client", L"SOAP Invalid Request"},
                                  {L"Server", L"SOAP Server Application Faulted"}};
-
-void Trim(std::wstring* text) {
-    constexpr std::wstring_view kWhite = L" \t\r\n";
-    const size_t first = text->find_first_not_of(kWhite);
-    if (first == std::wstring::npos) {
-        text->clear();
-        return;
-    }
-    text->erase(text->find_last_not_of(kWhite) + 1);
-    text->erase(0, first);
-}
 
 }  // namespace
 
@@ -88,7 +78,7 @@ HRESULT CSoapFaultParser::OnStructure(unsigned bit) {
 HRESULT CSoapFaultParser::OnEnd(const XmlName&) {
     if (depth_ == faultDepth_) faultDepth_ = 0;  // what follows the fault is not in it
     if (depth_ == faultDepth_ + 1 && target_ != nullptr) {
-        Trim(target_);
+        *target_ = std::wstring(TrimXmlSpace(*target_));
         if (target_ == &fault_->code && !prefix_.empty() && target_->starts_with(prefix_ + L":")) {
             target_->erase(0, prefix_.size() + 1);
         }

@@ -14,6 +14,14 @@ HRESULT Rewind(IStream* stream) {
 
 }  // namespace
 
+std::string ToUtf8(std::wstring_view text) {
+    const int length = static_cast<int>(text.size());
+    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string bytes(static_cast<size_t>(needed), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, bytes.data(), needed, nullptr, nullptr);
+    return bytes;
+}
+
 HRESULT MakeStream(std::string_view bytes, IStream** stream) {
     *stream = nullptr;
     if (bytes.size() > kLongestBody * 4) return E_OUTOFMEMORY;

@@ -1,4 +1,4 @@
-// Documents as COM streams.
+// Documents as bytes and as COM streams.
 #pragma once
 
 #include <windows.h>
@@ -12,6 +12,8 @@ namespace vlm {
 
 // No answer of a printer is longer than this; the longest real ones have some hundred kilobytes.
 inline constexpr size_t kLongestBody = 16 * 1024 * 1024;
+
+std::string ToUtf8(std::wstring_view text);
 
 // A memory stream that holds `bytes`, positioned at its start.
 HRESULT MakeStream(std::string_view bytes, IStream** stream);

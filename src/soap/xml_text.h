@@ -1,4 +1,4 @@
-// Text of our own requests. Plain standard C++.
+// Text in XML. Plain standard C++.
 //
 // Requests leave as pure ASCII: whatever is outside is written as a numeric character reference, so that the
 // bytes mean the same under every encoding that a header, a declaration or a printer may assume.
@@ -14,5 +14,8 @@ namespace vlm {
 // that is not printable ASCII, line ends and tabs included, as "&#x%06X;". A surrogate pair is one character;
 // a lone surrogate, which is no character at all, becomes U+FFFD.
 void AppendEscaped(std::string* out, std::wstring_view text);
+
+// `text` without the white space around it.
+std::wstring_view TrimXmlSpace(std::wstring_view text);
 
 }  // namespace vlm
