@@ -1,5 +1,5 @@
-// What the commands of vlmctl share. Each command has a file of its own and one function that adds it to the command
-// line; its callback does the work, prints the result to standard output and throws what went wrong.
+// What the commands of vlmctl share. Each command has a file of its own and one function that adds it to the
+// command line; its callback does the work, prints the result to standard output and throws what went wrong.
 #pragma once
 
 #include <stdexcept>

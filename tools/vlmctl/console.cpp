@@ -36,7 +36,8 @@ void Progress::Update(std::uint64_t done) {
         if (drawn_ && percent == shown_) return;
         const unsigned filled = percent * kWidth / 100;
         const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '.');
-        const std::string text = fmt::format("\r[{}] {:3}%  {} of {}", bar, percent, SizeText(done), SizeText(total_));
+        const std::string text =
+            fmt::format("\r[{}] {:3}%  {} of {}", bar, percent, SizeText(done), SizeText(total_));
         std::fwrite(text.data(), 1, text.size(), stdout);
         std::fflush(stdout);
         drawn_ = true;

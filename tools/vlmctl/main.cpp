@@ -22,7 +22,8 @@ std::vector<std::string> Arguments() {
     int count = 0;
     LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
     std::vector<std::string> arguments;
-    for (int i = count - 1; i > 0; --i) arguments.push_back(vlm::host::ToUtf8(wide[i]));
+    for (int i = count - 1; i > 0; --i)
+        arguments.push_back(vlm::host::ToUtf8(wide[i]));
     LocalFree(wide);
     return arguments;
 }

@@ -44,7 +44,8 @@ Address ParseAddress(const std::string& text) {
     size_t hostEnd = text.rfind(':');
     if (!text.empty() && text[0] == '[') {
         const size_t bracket = text.find(']');
-        if (bracket == std::string::npos) throw CommandError("'" + text + "' has no closing bracket", kWrongUsage);
+        if (bracket == std::string::npos)
+            throw CommandError("'" + text + "' has no closing bracket", kWrongUsage);
         address.host = text.substr(1, bracket - 1);
         hostEnd = bracket + 1 < text.size() ? bracket + 1 : std::string::npos;
     } else {
@@ -63,11 +64,13 @@ std::ifstream OpenDocument(const std::string& file, std::uint64_t& size) {
     std::error_code error;
     size = std::filesystem::file_size(path, error);
     std::ifstream document(path, std::ios::binary);
-    if (error || !document) throw CommandError("cannot read " + file + ": " + (error ? error.message() : "no access"));
+    if (error || !document)
+        throw CommandError("cannot read " + file + ": " + (error ? error.message() : "no access"));
     return document;
 }
 
-// The job as the spooler would keep it. On a machine with the real spooler its own records hold, and ours is absent.
+// The job as the spooler would keep it. On a machine with the real spooler its own records hold, and ours is
+// absent.
 void RegisterJob(const standin::Printers& spooler, const std::wstring& printer, const std::string& file) {
     if (!spooler.Present()) return;
     spooler.Reset();
@@ -90,7 +93,8 @@ std::string JobEvents(const standin::Printers& spooler) {
 }
 
 // Writes the whole document, piece by piece. False when a write fails, with the error in `error`.
-bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document, std::uint64_t size, DWORD& error) {
+bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document, std::uint64_t size,
+                   DWORD& error) {
     Progress progress(size);
     std::vector<char> piece(kPiece);
     for (std::uint64_t done = 0;;) {
@@ -100,7 +104,8 @@ bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document
         // A lower monitor may take less than it is given.
         for (DWORD sent = 0; sent < count;) {
             DWORD written = 0;
-            if (!monitor.pfnWritePort(port, reinterpret_cast<LPBYTE>(piece.data() + sent), count - sent, &written)) {
+            if (!monitor.pfnWritePort(port, reinterpret_cast<LPBYTE>(piece.data() + sent), count - sent,
+                                      &written)) {
                 error = GetLastError();
                 return false;
             }
@@ -115,7 +120,8 @@ bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document
 void ReadAnswer(const MONITOR2& monitor, HANDLE port) {
     std::string answer(4096, '\0');
     DWORD count = 0;
-    if (!monitor.pfnReadPort(port, reinterpret_cast<LPBYTE>(answer.data()), static_cast<DWORD>(answer.size()), &count))
+    if (!monitor.pfnReadPort(port, reinterpret_cast<LPBYTE>(answer.data()), static_cast<DWORD>(answer.size()),
+                             &count))
         throw CommandError("no answer from the printer: " + ErrorText(GetLastError()));
     answer.resize(count);
     PrintLine("printer says  {}", host::Printable(answer));
@@ -123,14 +129,16 @@ void ReadAnswer(const MONITOR2& monitor, HANDLE port) {
 
 [[noreturn]] void ThrowLost(const host::DocumentOutcome& outcome, std::uint64_t size, DWORD error) {
     const char* what = error == WSAETIMEDOUT ? "the printer stopped reading" : "the connection was lost";
-    throw CommandError(fmt::format("{} after {} of {} bytes: {}", what, outcome.bytesSent, size, ErrorText(error)));
+    throw CommandError(
+        fmt::format("{} after {} of {} bytes: {}", what, outcome.bytesSent, size, ErrorText(error)));
 }
 
 void PrintFile(const PrintOptions& options) {
     const Address address = ParseAddress(options.to);
     std::uint64_t size = 0;
     std::ifstream document = OpenDocument(options.file, size);
-    const std::wstring dll = options.dll.empty() ? host::BesideProgram(L"vllm3mon.dll") : FromUtf8(options.dll);
+    const std::wstring dll =
+        options.dll.empty() ? host::BesideProgram(L"vllm3mon.dll") : FromUtf8(options.dll);
     host::MonitorHost monitor(dll);
     const standin::Printers spooler;
     std::wstring printer = FromUtf8(options.printer);
@@ -141,7 +149,8 @@ void PrintFile(const PrintOptions& options) {
     std::wstring portName = L"IP_" + FromUtf8(target);
     HANDLE port = nullptr;
     const MONITOR2& table = monitor.Table();
-    if (!table.pfnOpenPortEx(monitor.Manager(), &lower, portName.data(), printer.data(), &port, lower.Table()))
+    if (!table.pfnOpenPortEx(monitor.Manager(), &lower, portName.data(), printer.data(), &port,
+                             lower.Table()))
         throw CommandError("the monitor does not open the port: " + ErrorText(GetLastError()));
     const ScopeExit closePort([&] { table.pfnClosePort(port); });
 
@@ -172,16 +181,20 @@ void PrintFile(const PrintOptions& options) {
 
 void AddPrintCommand(CLI::App& app) {
     auto options = std::make_shared<PrintOptions>();
-    CLI::App* command = app.add_subcommand("print", "Print a file through the monitor to a printer's raw port");
-    command->add_option("FILE", options->file, "The document, in a language that the printer reads")->required();
-    command->add_option("--to", options->to, "HOST or HOST:PORT of the printer; the port is 9100 unless given")
+    CLI::App* command =
+        app.add_subcommand("print", "Print a file through the monitor to a printer's raw port");
+    command->add_option("FILE", options->file, "The document, in a language that the printer reads")
+        ->required();
+    command
+        ->add_option("--to", options->to, "HOST or HOST:PORT of the printer; the port is 9100 unless given")
         ->required();
     command->add_option("--printer", options->printer, "Name of the printer that the job is for")
         ->capture_default_str();
     command->add_option("--timeout", options->timeout, "Seconds that each step may take")
         ->check(CLI::Range(0.1, 600.0))
         ->capture_default_str();
-    command->add_flag("--answer", options->answer, "Wait for an answer of the printer before the document ends");
+    command->add_flag("--answer", options->answer,
+                      "Wait for an answer of the printer before the document ends");
     command->add_option("--dll", options->dll, "The monitor to load instead of the one beside this program");
     command->callback([options] { PrintFile(*options); });
 }

@@ -11,13 +11,14 @@ namespace vlm::ctl {
 
 namespace {
 
-// OutputDebugStringW raises this exception with the text; a debugger, or a handler like ours, takes it from there.
-// The DLL exports nothing through which its trace could be led elsewhere, and needs nothing this way.
+// OutputDebugStringW raises this exception with the text; a debugger, or a handler like ours, takes it from
+// there. The DLL exports nothing through which its trace could be led elsewhere, and needs nothing this way.
 constexpr DWORD kWideDebugText = 0x4001000A;  // DBG_PRINTEXCEPTION_WIDE_C
 
 LONG CALLBACK TakeDebugText(EXCEPTION_POINTERS* exception) {
     const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
-    if (record.ExceptionCode != kWideDebugText || record.NumberParameters < 2) return EXCEPTION_CONTINUE_SEARCH;
+    if (record.ExceptionCode != kWideDebugText || record.NumberParameters < 2)
+        return EXCEPTION_CONTINUE_SEARCH;
     // The length counts the terminator.
     const auto length = static_cast<size_t>(record.ExceptionInformation[0]);
     const std::wstring text(reinterpret_cast<const wchar_t*>(record.ExceptionInformation[1]),
