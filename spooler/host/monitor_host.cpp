@@ -78,7 +78,7 @@ std::string ErrorText(DWORD code) {
         Entry{ERROR_FILE_NOT_FOUND, "file not found"},
         Entry{ERROR_ACCESS_DENIED, "access denied"},
         Entry{ERROR_NOT_ENOUGH_MEMORY, "out of memory"},
-        Entry{ERROR_NETNAME_DELETED, "the system has suspended since the job began"},
+        Entry{63, "the system has suspended since the job began"},
         Entry{ERROR_INVALID_PARAMETER, "invalid parameter"},
         Entry{ERROR_MOD_NOT_FOUND, "it or a DLL that it needs was not found"},
         Entry{ERROR_BUSY, "busy"},

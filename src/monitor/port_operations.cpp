@@ -18,6 +18,7 @@ namespace vlm {
 namespace {
 
 constexpr DWORD kJobLockTimeout = 1'000;  // milliseconds
+constexpr DWORD kSuspended = 63;          // what the spooler is told of a write after a suspend notice
 
 BOOL Refuse(DWORD error) {
     SetLastError(error);
@@ -181,7 +182,7 @@ BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWrit
     return GuardOperation(L"WritePort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
         if (port == nullptr) return FALSE;
-        if (processState.suspended.load(std::memory_order_relaxed)) return Refuse(ERROR_NETNAME_DELETED);
+        if (processState.suspended.load(std::memory_order_relaxed)) return Refuse(kSuspended);
         const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
         // A load is cheaper than a locked write, and the flag hardly ever changes.
         const bool failedBefore = (port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) != 0;

@@ -20,7 +20,7 @@ TEST_F(OpeningTest, InitializationNeedsBothArguments) {
                                         std::tuple{&init, static_cast<HANDLE*>(nullptr)}}) {
         SetLastError(kPoison);
         EXPECT_EQ(initialize(first, second), nullptr);
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_PARAMETER});
+        EXPECT_EQ(GetLastError(), 87U);
     }
 }
 
@@ -50,28 +50,25 @@ TEST_F(OpeningTest, EveryOperationRefusesWhatIsNoOpenPort) {
     };
     const auto errorOf = [](BOOL result) { return result ? kPoison : GetLastError(); };
     const Operation operations[] = {
-        {"StartDocPort", ERROR_INVALID_PARAMETER, [&](HANDLE port) { return errorOf(Start(port)); }},
-        {"WritePort", ERROR_INVALID_PARAMETER, [&](HANDLE port) { return errorOf(Write(port)); }},
-        {"ReadPort", ERROR_INVALID_PARAMETER,
-         [&](HANDLE port) { return errorOf(table.pfnReadPort(port, nullptr, 0, nullptr)); }},
-        {"EndDocPort", ERROR_INVALID_PARAMETER,
-         [&](HANDLE port) { return errorOf(table.pfnEndDocPort(port)); }},
-        {"ClosePort", ERROR_INVALID_PARAMETER,
-         [&](HANDLE port) { return errorOf(table.pfnClosePort(port)); }},
-        {"GetPrinterDataFromPort", ERROR_INVALID_MONITOR_HANDLE,
+        {"StartDocPort", 87, [&](HANDLE port) { return errorOf(Start(port)); }},
+        {"WritePort", 87, [&](HANDLE port) { return errorOf(Write(port)); }},
+        {"ReadPort", 87, [&](HANDLE port) { return errorOf(table.pfnReadPort(port, nullptr, 0, nullptr)); }},
+        {"EndDocPort", 87, [&](HANDLE port) { return errorOf(table.pfnEndDocPort(port)); }},
+        {"ClosePort", 87, [&](HANDLE port) { return errorOf(table.pfnClosePort(port)); }},
+        {"GetPrinterDataFromPort", 1461,
          [&](HANDLE port) {
              return errorOf(
                  table.pfnGetPrinterDataFromPort(port, 0, nullptr, nullptr, 0, nullptr, 0, nullptr));
          }},
-        {"SendRecvBidiDataFromPort", ERROR_INVALID_MONITOR_HANDLE,
+        {"SendRecvBidiDataFromPort", 1461,
          [&](HANDLE port) { return table.pfnSendRecvBidiDataFromPort(port, 0, nullptr, nullptr, nullptr); }},
     };
     for (const Operation& operation : operations) {
         SCOPED_TRACE(operation.name);
         SetLastError(kPoison);
         EXPECT_EQ(operation.call(nullptr), operation.errorForNull);
-        EXPECT_EQ(operation.call(&wrongSignature), DWORD{ERROR_INVALID_MONITOR_HANDLE});
-        EXPECT_EQ(operation.call(&noOwner), DWORD{ERROR_INVALID_MONITOR_HANDLE});
+        EXPECT_EQ(operation.call(&wrongSignature), 1461U);
+        EXPECT_EQ(operation.call(&noOwner), 1461U);
     }
 }
 
@@ -91,7 +88,7 @@ TEST_F(OpeningTest, LowerMonitorNeedsTheFiveOperationsButNotEndDoc) {
         HANDLE handle = nullptr;
         SetLastError(kPoison);
         EXPECT_EQ(Open(below, L"IP_" + host::FromUtf8(name), &handle), opens);
-        EXPECT_EQ(GetLastError(), opens ? kPoison : DWORD{ERROR_INVALID_PRINT_MONITOR});
+        EXPECT_EQ(GetLastError(), opens ? kPoison : 3007U);
         EXPECT_EQ(below.CountOf("OpenPort"), opens ? 1U : 0U);
     }
 }
@@ -106,12 +103,12 @@ TEST_F(OpeningTest, RefusesWrongArgumentsInOrder) {
         EXPECT_FALSE(table.pfnOpenPortEx(monitor, &lower, portName, name, handle, below));
         return GetLastError();
     };
-    EXPECT_EQ(errorOf(nullptr, name, &port, nullptr), DWORD{ERROR_INVALID_PRINT_MONITOR});
-    EXPECT_EQ(errorOf(nullptr, name, &port, &lower.table), DWORD{ERROR_INVALID_MONITOR_HANDLE});
-    EXPECT_EQ(errorOf(stranger, name, &port, &lower.table), DWORD{ERROR_INVALID_MONITOR_HANDLE});
-    EXPECT_EQ(errorOf(host.Manager(), nullptr, &port, &lower.table), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(errorOf(host.Manager(), empty, &port, &lower.table), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(errorOf(host.Manager(), name, nullptr, &lower.table), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(errorOf(nullptr, name, &port, nullptr), 3007U);
+    EXPECT_EQ(errorOf(nullptr, name, &port, &lower.table), 1461U);
+    EXPECT_EQ(errorOf(stranger, name, &port, &lower.table), 1461U);
+    EXPECT_EQ(errorOf(host.Manager(), nullptr, &port, &lower.table), 87U);
+    EXPECT_EQ(errorOf(host.Manager(), empty, &port, &lower.table), 87U);
+    EXPECT_EQ(errorOf(host.Manager(), name, nullptr, &lower.table), 87U);
 }
 
 TEST_F(OpeningTest, NameIsBusyWhateverItsCaseUntilClosed) {
@@ -119,7 +116,7 @@ TEST_F(OpeningTest, NameIsBusyWhateverItsCaseUntilClosed) {
     HANDLE second = nullptr;
     SetLastError(kPoison);
     EXPECT_FALSE(Open(lower, L"ip_OFFICE", &second));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_BUSY});
+    EXPECT_EQ(GetLastError(), 170U);
     EXPECT_TRUE(table.pfnClosePort(port));
     EXPECT_TRUE(Open(lower, L"ip_OFFICE", &second));
     EXPECT_TRUE(table.pfnClosePort(second));
@@ -136,7 +133,7 @@ TEST_F(OpeningTest, PortThatTheLowerMonitorCannotOpenStaysBusyUnderThatManager) 
     EXPECT_EQ(port, nullptr);
     lower.answer = [](const char*) { return TRUE; };
     EXPECT_FALSE(Open(lower, L"IP_broken", &port));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_BUSY});
+    EXPECT_EQ(GetLastError(), 170U);
 
     // Another manager of the same process has ports of its own.
     const HANDLE other = host.InitializeAgain();
@@ -216,7 +213,7 @@ TEST_F(OpeningTest, ShutdownFreesOpenPortsWithoutCallingDown) {
     for (const HANDLE notAManager : {HANDLE{nullptr}, manager}) {
         SetLastError(kPoison);
         table.pfnShutdown(notAManager);
-        EXPECT_EQ(GetLastError(), DWORD{ERROR_INVALID_MONITOR_HANDLE});
+        EXPECT_EQ(GetLastError(), 1461U);
     }
 }
 

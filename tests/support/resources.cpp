@@ -56,23 +56,27 @@ size_t CountThreads() {
     return count;
 }
 
-size_t CountBlocks(HANDLE heap) {
-    size_t count = 0;
+void AddBlocks(HANDLE heap, Resources& resources) {
     HeapLock(heap);
     PROCESS_HEAP_ENTRY entry{};
-    while (HeapWalk(heap, &entry))
-        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) ++count;
+    while (HeapWalk(heap, &entry)) {
+        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) == 0) continue;
+        ++resources.heapBlocks;
+        resources.heapBytes += entry.cbData;
+    }
     HeapUnlock(heap);
-    return count;
 }
 
 }  // namespace
 
 Resources CountResources() {
+    Resources resources{};
+    resources.handles = CountHandles();
+    resources.threads = CountThreads();
     const HANDLE cppHeap = reinterpret_cast<HANDLE>(_get_heap_handle());
-    size_t blocks = CountBlocks(GetProcessHeap());
-    if (cppHeap != GetProcessHeap()) blocks += CountBlocks(cppHeap);
-    return {CountHandles(), CountThreads(), blocks};
+    AddBlocks(GetProcessHeap(), resources);
+    if (cppHeap != GetProcessHeap()) AddBlocks(cppHeap, resources);
+    return resources;
 }
 
 }  // namespace vlm::test

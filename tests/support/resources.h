@@ -11,6 +11,7 @@ struct Resources {
     size_t handles;
     size_t threads;
     size_t heapBlocks;  // busy blocks of the process heap (the global heap) and of the C++ heap
+    size_t heapBytes;   // in them
 
     bool operator==(const Resources&) const = default;
 };
