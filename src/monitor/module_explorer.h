@@ -7,14 +7,11 @@
 // An explorer belongs to one thread; only its reference count is atomic.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-
 #include <map>
 #include <string>
 
 #include "util/com.h"
+#include "util/spooler_api.h"
 
 namespace vlm {
 

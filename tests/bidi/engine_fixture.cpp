@@ -1,7 +1,5 @@
 #include "tests/bidi/engine_fixture.h"
 
-#include <winsplp.h>
-
 #include <cstddef>
 
 namespace vlm::test {

@@ -2,10 +2,6 @@
 // is counted by the stand-in router.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-
 #include <gtest/gtest.h>
 
 #include <initializer_list>
@@ -19,6 +15,7 @@
 #include "tests/util/temp_dir.h"
 #include "tests/util/trace_capture.h"
 #include "util/com.h"
+#include "util/spooler_api.h"
 
 namespace vlm::test {
 
