@@ -90,12 +90,8 @@ bool HoldsIniExtension(std::wstring name) {
     return name.find(L".ini") != std::wstring::npos;
 }
 
-_bstr_t CopyOf(const wchar_t* text) {
-    return text != nullptr ? _bstr_t(text) : _bstr_t();
-}
-
-bool IsEmpty(const _bstr_t& text) {
-    return text.length() == 0;
+std::wstring CopyOf(const wchar_t* text) {
+    return text != nullptr ? text : L"";
 }
 
 }  // namespace
@@ -149,13 +145,13 @@ ULONG STDMETHODCALLTYPE CModuleExplorer::Release() {
 }
 
 void CModuleExplorer::FindIniFile() {
-    if (!IsEmpty(iniPath_)) return;
+    if (!iniPath_.empty()) return;
     if (driverInfo_ != nullptr) {
         TakeIniFile(driverInfo_->pDependentFiles);
         return;
     }
-    if (printer_ == nullptr && !IsEmpty(printerName_)) {
-        if (!OpenPrinterW(printerName_, &printer_, nullptr)) {
+    if (printer_ == nullptr && !printerName_.empty()) {
+        if (!OpenPrinterW(printerName_.data(), &printer_, nullptr)) {
             printer_ = nullptr;
             return;
         }
@@ -184,8 +180,8 @@ void CModuleExplorer::TakeIniFile(const wchar_t* dependentFiles) {
         const std::wstring path(name);
         if (!HoldsIniExtension(path)) continue;
         const size_t backslash = path.rfind(L'\\');
-        iniDirectory_ = path.substr(0, backslash != std::wstring::npos ? backslash : 0).c_str();
-        iniPath_ = path.c_str();
+        iniDirectory_ = path.substr(0, backslash != std::wstring::npos ? backslash : 0);
+        iniPath_ = path;
         return;
     }
 }
@@ -194,17 +190,17 @@ HRESULT STDMETHODCALLTYPE CModuleExplorer::GetFilePath(const wchar_t* key, BSTR*
     try {
         if (path != nullptr) *path = nullptr;
         FindIniFile();
-        if (path == nullptr || key == nullptr || IsEmpty(iniPath_)) return E_FAIL;
+        if (path == nullptr || key == nullptr || iniPath_.empty()) return E_FAIL;
         const auto cached = cache_.find(key);
         if (cached != cache_.end()) {
             *path = cached->second.GetBSTR();
             return S_OK;
         }
-        if (IsEmpty(section_)) section_ = kDriverFilesSection;
+        if (section_.empty()) section_ = kDriverFilesSection;
         PathBuffer value{};
-        GetPrivateProfileStringW(section_, key, L"", value.data(), kPathCapacity, iniPath_);
+        GetPrivateProfileStringW(section_.c_str(), key, L"", value.data(), kPathCapacity, iniPath_.c_str());
         if (value[0] == L'\0') return E_FAIL;
-        const bool ofDriverFiles = std::wcscmp(section_, kDriverFilesSection) == 0;
+        const bool ofDriverFiles = section_ == kDriverFilesSection;
         DWORD directoryId = ofDriverFiles ? kIdIniDirectory : kIdIniDirectoryInOtherSections;
         if (wchar_t* comma = std::wcschr(value.data(), L','); comma != nullptr) {
             directoryId = static_cast<DWORD>(std::wcstol(comma + 1, nullptr, 10));
@@ -237,8 +233,7 @@ std::wstring CModuleExplorer::Directory(DWORD directoryId) const {
     switch (directoryId) {
         case kIdIniDirectoryInOtherSections:
         case kIdIniDirectory:
-            return IsEmpty(iniDirectory_) ? std::wstring()
-                                          : std::wstring(static_cast<const wchar_t*>(iniDirectory_));
+            return iniDirectory_;
         case 10:
         case 25:
             return WindowsDirectory();

@@ -65,10 +65,10 @@ class CModuleExplorer final : public IModuleExplorer {
     HANDLE printer_ = nullptr;
     bool ownsPrinter_ = false;
     const DRIVER_INFO_3W* driverInfo_ = nullptr;
-    _bstr_t printerName_;
-    _bstr_t iniPath_;
-    _bstr_t iniDirectory_;
-    _bstr_t section_;
+    std::wstring printerName_;
+    std::wstring iniPath_;
+    std::wstring iniDirectory_;
+    std::wstring section_;
     std::map<std::wstring, _bstr_t> cache_;  // key to path
 };
 
