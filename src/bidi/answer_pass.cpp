@@ -1,5 +1,7 @@
 #include "bidi/answer_pass.h"
 
+#include <utility>
+
 #include "bidi/filters.h"
 #include "util/vlutil.h"
 
@@ -49,11 +51,15 @@ void AnswerPass::CollectBelow(const SchemaElement& element, const std::wstring& 
     // name.
     const bool belowSchema = element.kind == ElementKind::kSchema;
     for (const SchemaElement& child : element.children) {
-        const std::wstring name = child.name.value_or(L"");
-        if (child.kind == ElementKind::kProperty) {
-            CollectBelow(child, path + (belowSchema ? L"" : L".") + name, answers);
-        } else if (child.IsLeaf()) {
-            answers.push_back({path + (belowSchema ? L"" : L":") + name, &Answer(child)});
+        const bool isProperty = child.kind == ElementKind::kProperty;
+        if (!isProperty && !child.IsLeaf()) continue;
+        std::wstring childPath = path;
+        if (!belowSchema) childPath += isProperty ? L'.' : L':';
+        childPath += child.name.value_or(L"");
+        if (isProperty) {
+            CollectBelow(child, childPath, answers);
+        } else {
+            answers.push_back({std::move(childPath), &Answer(child)});
         }
     }
 }

@@ -5,11 +5,8 @@
 // leaves a line in the trace. An object belongs to one thread.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-
 #include "util/splssmgr.h"
+#include "util/spooler_api.h"
 
 namespace vlm {
 

@@ -6,12 +6,9 @@
 // to one thread.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-
 #include "bidi/bidi_mem.h"
 #include "util/handles.h"
+#include "util/spooler_api.h"
 
 namespace vlm {
 

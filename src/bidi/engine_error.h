@@ -2,7 +2,6 @@
 #pragma once
 
 #include <new>
-#include <source_location>
 #include <string>
 
 #include "util/comerror.h"
@@ -10,14 +9,14 @@
 
 namespace vlm {
 
-// All files of the engine report under one source name.
-[[noreturn]] inline void ThrowEngineError(HRESULT hr,
-                                          std::source_location where = std::source_location::current()) {
-    throw CComErrorEx(hr, "velunbidispl", where.line());
+// All files of the engine report under one source name, with the line of the call (a builtin that every
+// compiler of ours knows).
+[[noreturn]] inline void ThrowEngineError(HRESULT hr, unsigned line = __builtin_LINE()) {
+    throw CComErrorEx(hr, "velunbidispl", line);
 }
 
-inline void CheckEngine(HRESULT hr, std::source_location where = std::source_location::current()) {
-    if (FAILED(hr)) ThrowEngineError(hr, where);
+inline void CheckEngine(HRESULT hr, unsigned line = __builtin_LINE()) {
+    if (FAILED(hr)) ThrowEngineError(hr, line);
 }
 
 // Runs one entry point of the engine. What it throws ends here: as its HRESULT, with its report in the trace.

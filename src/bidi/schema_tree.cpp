@@ -74,7 +74,7 @@ SchemaTree::Elements SchemaTree::ChildrenNamed(const Elements& parents, std::wst
                                       [parent](const Entry& candidate, std::wstring_view wanted) {
                                           if (candidate.parent != parent)
                                               return Before(candidate.parent, parent);
-                                          return *candidate.child->name < wanted;
+                                          return candidate.child->name->compare(wanted) < 0;
                                       });
         for (; entry != byName_.end() && entry->parent == parent && *entry->child->name == name; ++entry) {
             if (accept(*entry->child)) found.push_back(entry->child);

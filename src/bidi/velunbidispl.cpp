@@ -7,8 +7,6 @@
 #include <unordered_set>
 #include <utility>
 
-#include <winsplp.h>
-
 #include "bidi/answer_pass.h"
 #include "bidi/engine_error.h"
 #include "bidi/extension_files.h"

@@ -17,10 +17,6 @@
 // empty, a failed SetGetPrinterElementResponseData leaves it unbound.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -29,6 +25,7 @@
 #include "util/com.h"
 #include "util/crypt32mgr.h"
 #include "util/splssmgr.h"
+#include "util/spooler_api.h"
 #include "util/vlxml.h"
 
 namespace vlm {

@@ -1,20 +1,17 @@
-// CModuleExplorer: finds the files that a printer driver's INI file names, and BuildExtensionFileList, which gathers
-// the driver's Bidi extension files with it.
+// CModuleExplorer: finds the files that a printer driver's INI file names, and BuildExtensionFileList, which
+// gathers the driver's Bidi extension files with it.
 //
-// The INI file is the first of the driver's dependent files whose name holds ".ini". An entry of it has the form
-// "name" or "name,directory id"; the ids are those of Windows INF files and a few of our own.
+// The INI file is the first of the driver's dependent files whose name holds ".ini". An entry of it has the
+// form "name" or "name,directory id"; the ids are those of Windows INF files and a few of our own.
 //
 // An explorer belongs to one thread; only its reference count is atomic.
 #pragma once
-
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
 
 #include <map>
 #include <string>
 
 #include "util/com.h"
+#include "util/spooler_api.h"
 
 namespace vlm {
 
@@ -23,9 +20,16 @@ inline constexpr IID kIModuleExplorer = {
 
 inline constexpr wchar_t kDriverFilesSection[] = L"VelunDriverFiles";
 
+// IUnknown has no virtual destructor, which the compiler holds against everything derived from it; objects
+// are deleted by their own Release alone.
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+
 struct IModuleExplorer : public IUnknown {
-    // The full path of the file that `key` names. The path stays the explorer's and is valid as long as it lives.
-    // E_FAIL when there is no INI file or no such key.
+    // The full path of the file that `key` names. The path stays the explorer's and is valid as long as it
+    // lives. E_FAIL when there is no INI file or no such key.
     virtual HRESULT STDMETHODCALLTYPE GetFilePath(const wchar_t* key, BSTR* path) = 0;
 
  protected:
@@ -45,8 +49,8 @@ class CModuleExplorer final : public IModuleExplorer {
     ULONG STDMETHODCALLTYPE Release() override;
     HRESULT STDMETHODCALLTYPE GetFilePath(const wchar_t* key, BSTR* path) override;
 
-    // The directory that the id stands for, a backslash if it is not empty, and the file name; as a new BSTR, or null
-    // when memory runs out.
+    // The directory that the id stands for, a backslash if it is not empty, and the file name; as a new BSTR,
+    // or null when memory runs out.
     BSTR Resolve(const wchar_t* fileName, DWORD directoryId) const;
 
  private:
@@ -61,17 +65,22 @@ class CModuleExplorer final : public IModuleExplorer {
     HANDLE printer_ = nullptr;
     bool ownsPrinter_ = false;
     const DRIVER_INFO_3W* driverInfo_ = nullptr;
-    _bstr_t printerName_;
-    _bstr_t iniPath_;
-    _bstr_t iniDirectory_;
-    _bstr_t section_;
+    std::wstring printerName_;
+    std::wstring iniPath_;
+    std::wstring iniDirectory_;
+    std::wstring section_;
     std::map<std::wstring, _bstr_t> cache_;  // key to path
 };
 
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+
 // The extension files of the printer's driver as one line of XML, ready for CVelunBidiSpl::Init:
 //   <BidiExtensionFiles><BidiXml path="C:\a.xml" /></BidiExtensionFiles>
-// first the one for the platform's WSD Bidi, then the numbered ones of the driver's user interface. Paths stand in it
-// as they are, without XML escaping. A printer or INI file that cannot be found gives an empty list and S_OK.
+// first the one for the platform's WSD Bidi, then the numbered ones of the driver's user interface. Paths
+// stand in it as they are, without XML escaping. A printer or INI file that cannot be found gives an empty
+// list and S_OK.
 HRESULT BuildExtensionFileList(const wchar_t* printerName, BSTR* list);
 
 }  // namespace vlm

@@ -3,6 +3,8 @@
 #include <cstdarg>
 #include <cstring>
 #include <cwchar>
+#include <iterator>
+#include <new>
 #include <string>
 
 #include "util/scope_exit.h"
@@ -35,15 +37,15 @@ std::wstring SystemMessage(HRESULT hr) {
     return message;
 }
 
-_bstr_t_ex Describe(HRESULT hr) {
-    _bstr_t_ex text;
-    const std::wstring message = SystemMessage(hr);
-    if (!message.empty()) {
-        Format(text, L"%ls", message.c_str());
-    } else if (hr > kDispatchErrorBase && hr <= kDispatchErrorLast) {
-        Format(text, L"IDispatch error #%d", static_cast<int>(hr - kDispatchErrorBase));
+std::wstring Describe(HRESULT hr) {
+    std::wstring message = SystemMessage(hr);
+    if (!message.empty()) return message;
+    wchar_t text[32];
+    if (hr > kDispatchErrorBase && hr <= kDispatchErrorLast) {
+        std::swprintf(text, std::size(text), L"IDispatch error #%d",
+                      static_cast<int>(hr - kDispatchErrorBase));
     } else {
-        Format(text, L"Unknown error 0x%0lX", static_cast<unsigned long>(hr));
+        std::swprintf(text, std::size(text), L"Unknown error 0x%0lX", static_cast<unsigned long>(hr));
     }
     return text;
 }
@@ -77,7 +79,7 @@ void Format(_bstr_t_ex& out, const wchar_t* format, ...) {
 CComErrorEx::CComErrorEx(HRESULT hr, const char* sourcePath, unsigned line)
     : _com_error(hr), file_(AfterLastBackslash(sourcePath)), line_(line) {
     try {
-        Format(message_, L"%ls (file=%hs, line=%d)\r\n", Describe(hr).Text(), file_, static_cast<int>(line));
+        Format(message_, L"%ls (file=%hs, line=%d)\r\n", Describe(hr).c_str(), file_, static_cast<int>(line));
     } catch (const std::bad_alloc&) {
         throw _com_error(E_OUTOFMEMORY);
     }

@@ -4,9 +4,7 @@
 // spooler frees it. An object is used by one thread.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
+#include "util/spooler_api.h"
 
 namespace vlm {
 

@@ -1,7 +1,6 @@
 #include "util/vlxml.h"
 
 #include <algorithm>
-#include <source_location>
 
 #include "util/vlutil.h"
 
@@ -9,8 +8,9 @@ namespace vlm {
 
 namespace {
 
-void Check(HRESULT hr, std::source_location where = std::source_location::current()) {
-    if (FAILED(hr)) throw CComErrorEx(hr, "vlxml", where.line());
+// Reports the line of the call (a builtin that every compiler of ours knows).
+void Check(HRESULT hr, unsigned line = __builtin_LINE()) {
+    if (FAILED(hr)) throw CComErrorEx(hr, "vlxml", line);
 }
 
 std::wstring TakeText(_bstr_t& text) {
