@@ -18,6 +18,7 @@ PAGE = ROOT / "docs" / "bidi-extension-files.md"
 
 BIDI = 'xmlns:bidi="http://schemas.microsoft.com/windows/2005/03/printing/bidi"'
 PRINT = 'xmlns:pri="http://schemas.microsoft.com/windows/2006/08/wdp/print"'
+ANSWER = f'<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" {PRINT}><s:Body/></s:Envelope>'
 LEAF = 'query="pri:PrinterStatus" filter="pri:PrinterStatus/pri:PrinterState"'
 
 
@@ -209,18 +210,34 @@ class Query(Files):
                 done = vlmctl("enum", *self.FILES, *paths)
                 self.assertEqual((done.returncode, done.stdout.split()), (0, needed))
 
+    def test_the_printer_may_write_its_answer_with_any_prefixes(self):
+        answer = (EXAMPLES / "printer-answer.xml").read_text("utf-8")
+        paths = ["\\Printer.Consumables.Black:Level", "\\Printer.DeviceInfo:AveragePowerWatts"]
+        for what, changed in (
+                ("a default namespace", answer.replace("wprt:", "").replace("xmlns:wprt=", "xmlns=")),
+                ("our prefix for something else, not on the root",
+                 answer.replace("vln:", "pri:").replace("xmlns:vln", "xmlns:old").replace(
+                     "<pri:DeviceExtension", '<pri:DeviceExtension xmlns:pri="http://velun.example/wsd/print/2026"'))):
+            with self.subTest(what):
+                self.write("answer.xml", changed)
+                done = self.run_bidi("get", "--json", *self.FILES, "--wsd", "answer.xml", *paths)
+                self.assertEqual(done.returncode, 0, done.stderr)
+                self.assertEqual([a["value"] for a in json.loads(done.stdout)], ["85", "14.5"])
+
     def test_failures_are_one_clear_line(self):
         self.write("good.xml", printer(f'<Value name="A" {LEAF}/>'))
         self.write("cut.xml", "<Schema")
         self.write("other.xml", schema("").replace("wdp/print", "wdp/scan"))
         self.write("unbound.xml", printer('<Value name="A" query="pri:B" filter="pri:B[.=\'$C$\']"/>'))
-        self.write("answer.xml", f"<x {PRINT}/>")
+        self.write("answer.xml", ANSWER)
         self.write("html.xml", "<html/>")
+        self.write("clash.xml", ANSWER.replace(PRINT, f'{PRINT.replace(":pri=", ":w=")} xmlns:pri="urn:x"'))
         for arguments, text in (
                 (["get", "--ext", "missing.xml", "--wsd", "answer.xml", "\\"], "missing.xml"),
                 (["get", "--ext", "cut.xml", "--wsd", "answer.xml", "\\"], "cut.xml"),
                 (["get", "--ext", "good.xml", "--wsd", "missing.xml", "\\"], "missing.xml cannot be opened"),
                 (["get", "--ext", "good.xml", "--wsd", "html.xml", "\\"], "printer's answer"),
+                (["get", "--ext", "good.xml", "--wsd", "clash.xml", "\\"], 'prefix "pri" refers to different'),
                 (["get", "--ext", "good.xml", "--ext", "other.xml", "--wsd", "answer.xml", "\\"], '"pri"'),
                 (["getall", "--ext", "unbound.xml", "--wsd", "answer.xml", "\\"], "Parameter C"),
                 (["getall", "--ext", "good.xml", "--wsd", "answer.xml", "\\it's"], "apostrophe"),
@@ -234,14 +251,14 @@ class Query(Files):
     def test_file_names_may_hold_anything(self):
         name = "Büro & Co 100%.xml"
         self.write(name, printer('<Const name="A" type="BIDI_STRING">x</Const>'))
-        self.write("answer.xml", f"<x {PRINT}/>")
+        self.write("answer.xml", ANSWER)
         done = self.run_bidi("get", "--json", "--ext", name, "--wsd", "answer.xml", "\\Printer:A")
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(json.loads(done.stdout)[0]["value"], "x")
 
     def test_table_shows_no_control_characters(self):
         self.write("e.xml", printer('<Const name="A" type="BIDI_STRING">a&#10;b&#x9b;2J</Const>'))
-        self.write("answer.xml", f"<x {PRINT}/>")
+        self.write("answer.xml", ANSWER)
         done = self.run_bidi("get", "--ext", "e.xml", "--wsd", "answer.xml", "\\Printer:A")
         self.assertEqual(done.stdout.splitlines()[1:], ["\\Printer:A  BIDI_STRING  a?b?2J  0 found"])
 

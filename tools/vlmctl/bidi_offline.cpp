@@ -8,6 +8,7 @@
 
 #include "bidi/bidi_mem.h"
 #include "bidi/velunbidispl.h"
+#include "soap/printer_elements.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi_source.h"
 #include "tools/vlmctl/command.h"
@@ -96,16 +97,6 @@ void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extension
     if (result != S_OK) Fail("the extension files cannot be used", result);
 }
 
-void BindAnswer(CVelunBidiSpl& engine, const std::string& file) {
-    std::wstring problem;
-    const std::optional<std::string> bytes =
-        ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
-    if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
-    ComPtr<IStream> stream = StreamOf(*bytes);
-    const HRESULT result = stream ? engine.SetGetPrinterElementResponseStream(stream.Get()) : E_OUTOFMEMORY;
-    if (result != S_OK) Fail("the printer's answer cannot be used", result);
-}
-
 // A request container with one entry per path; it holds the paths, too.
 class Request {
  public:
@@ -130,6 +121,28 @@ class Request {
     std::vector<std::wstring> paths_;
     std::vector<std::byte> bytes_;  // zeroed, and aligned for anything
 };
+
+// The names that the paths need, as a query to the printer; with no name when the extension files have none
+// of the paths, and false.
+bool QueryFor(CVelunBidiSpl& engine, Request& request, _bstr_t& queryXml) {
+    const HRESULT result = engine.EnumQueryElement(request.Container(), queryXml.GetAddress());
+    if (result != S_OK && result != S_FALSE) Fail("the query failed", result);
+    return result == S_OK;
+}
+
+// As if the printer had just sent the file in answer to the query: with the prefixes that the query declares,
+// whatever the printer's own are.
+void BindAnswer(CVelunBidiSpl& engine, const std::string& file, const _bstr_t& queryXml) {
+    std::wstring problem;
+    const std::optional<std::string> bytes =
+        ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
+    if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
+    const ComPtr<IStream> answer = StreamOf(*bytes);
+    ComPtr<IStream> clean;
+    HRESULT result = answer ? CleanPrinterElements(answer.Get(), queryXml, clean.Receive()) : E_OUTOFMEMORY;
+    if (result == S_OK) result = engine.SetGetPrinterElementResponseStream(clean.Get());
+    if (result != S_OK) Fail("the printer's answer cannot be used", result);
+}
 
 std::string Base64(const BINARY_CONTAINER& blob) {
     DWORD length = 0;
@@ -191,9 +204,11 @@ std::vector<BidiAnswer> AskOffline(const BidiFiles& files, const wchar_t* action
     const TraceKeeper keeper;
     CVelunBidiSpl engine;
     InitEngine(engine, files.extensions);
-    BindAnswer(engine, files.printerAnswer);
-
     Request request(paths);
+    _bstr_t queryXml;
+    QueryFor(engine, request, queryXml);
+    BindAnswer(engine, files.printerAnswer, queryXml);
+
     BIDI_RESPONSE_CONTAINER* response = nullptr;
     const HRESULT result = engine.SendRecvBidiDataFromPort(action, request.Container(), &response);
     if (result != S_OK || response == nullptr) Fail("the query failed", result);
@@ -213,9 +228,8 @@ std::vector<std::string> NeededElements(const BidiFiles& files, const std::vecto
 
     Request request(paths);
     _bstr_t queryXml;
-    const HRESULT result = engine.EnumQueryElement(request.Container(), queryXml.GetAddress());
-    if (result == S_FALSE) throw CommandError("the extension files have none of these paths");
-    if (result != S_OK) Fail("the query failed", result);
+    if (!QueryFor(engine, request, queryXml))
+        throw CommandError("the extension files have none of these paths");
     return NamesIn(queryXml);
 }
 
