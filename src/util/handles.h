@@ -18,6 +18,8 @@ class LastErrorKeeper {
 
     // From here on the current last error is the one to keep.
     void Update() { error_ = GetLastError(); }
+    // Puts the kept error back already now, for a call that may look at it or leave it alone.
+    void Restore() const { SetLastError(error_); }
 
  private:
     DWORD error_;

@@ -1,0 +1,176 @@
+#include "spooler/host/raw_tcp_monitor.h"
+
+#include <ws2tcpip.h>
+
+#include <algorithm>
+#include <array>
+
+#include "util/scope_exit.h"
+
+namespace vlm::host {
+
+namespace {
+
+constexpr size_t kLongestBackChannel = 64 * 1024;
+
+RawTcpMonitor& Self(HANDLE handle) {
+    return *static_cast<RawTcpMonitor*>(handle);
+}
+
+}  // namespace
+
+RawTcpMonitor::RawTcpMonitor(std::string host, std::string port, DWORD timeout)
+    : host_(std::move(host)), port_(std::move(port)), timeout_(timeout) {
+    WSADATA data;
+    WSAStartup(MAKEWORD(2, 2), &data);
+    table_.cbSize = sizeof table_;
+    table_.pfnOpenPort = OpenPort;
+    table_.pfnStartDocPort = StartDocPort;
+    table_.pfnWritePort = WritePort;
+    table_.pfnReadPort = ReadPort;
+    table_.pfnEndDocPort = EndDocPort;
+    table_.pfnClosePort = ClosePort;
+}
+
+RawTcpMonitor::~RawTcpMonitor() {
+    Disconnect();
+    WSACleanup();
+}
+
+void RawTcpMonitor::Disconnect() {
+    if (socket_ != INVALID_SOCKET) closesocket(std::exchange(socket_, INVALID_SOCKET));
+}
+
+BOOL RawTcpMonitor::Fail() {
+    document_.error = GetLastError();
+    return FALSE;
+}
+
+bool RawTcpMonitor::Await(short events) {
+    WSAPOLLFD descriptor{socket_, events, 0};
+    const int ready = WSAPoll(&descriptor, 1, static_cast<INT>(timeout_));
+    if (ready == 0) WSASetLastError(WSAETIMEDOUT);
+    return ready > 0;
+}
+
+bool RawTcpMonitor::ConnectTo(const sockaddr* address, int length) {
+    Disconnect();
+    socket_ = socket(address->sa_family, SOCK_STREAM, IPPROTO_TCP);
+    u_long nonBlocking = 1;
+    if (socket_ == INVALID_SOCKET || ioctlsocket(socket_, static_cast<long>(FIONBIO), &nonBlocking) != 0) return false;
+    if (connect(socket_, address, length) == 0) return true;
+    if (WSAGetLastError() != WSAEWOULDBLOCK) return false;
+    // select, because WSAPoll on older Windows does not report a refused connection.
+    fd_set writable, failed;
+    FD_ZERO(&writable);
+    FD_SET(socket_, &writable);
+    failed = writable;
+    timeval wait{static_cast<long>(timeout_ / 1000), static_cast<long>(timeout_ % 1000 * 1000)};
+    const int ready = select(0, nullptr, &writable, &failed, &wait);
+    if (ready < 0) return false;
+    int error = ready == 0 ? WSAETIMEDOUT : 0;
+    int size = sizeof error;
+    if (ready > 0) getsockopt(socket_, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size);
+    WSASetLastError(error);
+    return error == 0;
+}
+
+bool RawTcpMonitor::Connect() {
+    addrinfo hints{};
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* addresses = nullptr;
+    const int error = getaddrinfo(host_.c_str(), port_.c_str(), &hints, &addresses);
+    if (error != 0) {
+        WSASetLastError(error);
+        return false;
+    }
+    const ScopeExit release([addresses] { freeaddrinfo(addresses); });
+    for (const addrinfo* one = addresses; one != nullptr; one = one->ai_next)
+        if (ConnectTo(one->ai_addr, static_cast<int>(one->ai_addrlen))) return true;
+    return false;
+}
+
+bool RawTcpMonitor::Send(const BYTE* data, DWORD size, DWORD& sent) {
+    for (sent = 0; sent < size;) {
+        const int count = send(socket_, reinterpret_cast<const char*>(data + sent), static_cast<int>(size - sent), 0);
+        if (count >= 0) {
+            sent += static_cast<DWORD>(count);
+        } else if (WSAGetLastError() != WSAEWOULDBLOCK || !Await(POLLWRNORM)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void RawTcpMonitor::DrainUntilClosed() {
+    std::array<char, 4096> buffer;
+    // A printer that talks on and on is cut off like one that says nothing.
+    const ULONGLONG deadline = GetTickCount64() + timeout_;
+    while (GetTickCount64() < deadline) {
+        const int count = recv(socket_, buffer.data(), static_cast<int>(buffer.size()), 0);
+        if (count > 0) {
+            const size_t room = kLongestBackChannel - document_.backChannel.size();
+            document_.backChannel.append(buffer.data(), std::min(room, static_cast<size_t>(count)));
+        } else if (count == 0) {
+            document_.closedByPrinter = true;
+            return;
+        } else if (WSAGetLastError() != WSAEWOULDBLOCK || !Await(POLLRDNORM)) {
+            Fail();
+            return;
+        }
+    }
+    document_.error = WSAETIMEDOUT;
+}
+
+BOOL WINAPI RawTcpMonitor::OpenPort(HANDLE monitor, LPWSTR, HANDLE* port) {
+    *port = monitor;
+    return TRUE;
+}
+
+BOOL WINAPI RawTcpMonitor::StartDocPort(HANDLE port, LPWSTR, DWORD, DWORD, LPBYTE) {
+    RawTcpMonitor& self = Self(port);
+    self.document_ = {};
+    if (self.Connect()) return TRUE;
+    self.Fail();
+    self.Disconnect();
+    SetLastError(self.document_.error);
+    return FALSE;
+}
+
+BOOL WINAPI RawTcpMonitor::WritePort(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD written) {
+    RawTcpMonitor& self = Self(port);
+    const bool all = self.Send(buffer, size, *written);
+    self.document_.bytesSent += *written;
+    return all ? TRUE : self.Fail();
+}
+
+BOOL WINAPI RawTcpMonitor::ReadPort(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD read) {
+    RawTcpMonitor& self = Self(port);
+    *read = 0;
+    if (!self.Await(POLLRDNORM)) return self.Fail();
+    const int count = recv(self.socket_, reinterpret_cast<char*>(buffer), static_cast<int>(size), 0);
+    if (count < 0) return self.Fail();
+    *read = static_cast<DWORD>(count);
+    return TRUE;
+}
+
+BOOL WINAPI RawTcpMonitor::EndDocPort(HANDLE port) {
+    RawTcpMonitor& self = Self(port);
+    if (self.document_.error == ERROR_SUCCESS) {
+        if (shutdown(self.socket_, SD_SEND) == 0) {
+            self.DrainUntilClosed();
+        } else {
+            self.Fail();
+        }
+    }
+    self.Disconnect();
+    SetLastError(self.document_.error);
+    return self.document_.error == ERROR_SUCCESS;
+}
+
+BOOL WINAPI RawTcpMonitor::ClosePort(HANDLE port) {
+    Self(port).Disconnect();
+    return TRUE;
+}
+
+}  // namespace vlm::host

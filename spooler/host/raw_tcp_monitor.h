@@ -1,0 +1,63 @@
+// A lower port monitor over raw TCP, like the system's standard one: a document is one connection, made by
+// StartDocPort and closed by EndDocPort. One object is one port; its address is its monitor handle and port handle.
+//
+// Every step has the same time-out. Failures are FALSE with the Winsock code as last error; what became of the last
+// document stays readable in Document() afterwards, because the monitor above reports nothing about its end.
+#pragma once
+
+#include <winsock2.h>
+// winsock2.h before windows.h.
+#include <windows.h>
+#include <winspool.h>
+#include <winsplp.h>
+
+#include <cstdint>
+#include <string>
+
+namespace vlm::host {
+
+struct DocumentOutcome {
+    std::uint64_t bytesSent = 0;     // taken by the network stack
+    std::string backChannel;         // what the printer said, up to 64 KiB of it
+    DWORD error = ERROR_SUCCESS;     // of the step that failed
+    bool closedByPrinter = false;    // the printer closed after our end of data: it has read everything
+};
+
+class RawTcpMonitor {
+ public:
+    // `host` is a name or an address, `timeout` milliseconds for each step.
+    RawTcpMonitor(std::string host, std::string port, DWORD timeout);
+    ~RawTcpMonitor();
+    RawTcpMonitor(const RawTcpMonitor&) = delete;
+    RawTcpMonitor& operator=(const RawTcpMonitor&) = delete;
+
+    MONITOR2* Table() { return &table_; }
+    const DocumentOutcome& Document() const { return document_; }
+
+ private:
+    static BOOL WINAPI OpenPort(HANDLE monitor, LPWSTR name, HANDLE* port);
+    static BOOL WINAPI StartDocPort(HANDLE port, LPWSTR printer, DWORD job, DWORD level, LPBYTE info);
+    static BOOL WINAPI WritePort(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD written);
+    static BOOL WINAPI ReadPort(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD read);
+    static BOOL WINAPI EndDocPort(HANDLE port);
+    static BOOL WINAPI ClosePort(HANDLE port);
+
+    bool Connect();
+    bool ConnectTo(const sockaddr* address, int length);
+    void Disconnect();
+    // Waits until the socket can be read or written; false with WSAETIMEDOUT after the time-out.
+    bool Await(short events);
+    bool Send(const BYTE* data, DWORD size, DWORD& sent);
+    // Reads what the printer says until it closes.
+    void DrainUntilClosed();
+    BOOL Fail();
+
+    const std::string host_;
+    const std::string port_;
+    const DWORD timeout_;
+    MONITOR2 table_{};
+    SOCKET socket_ = INVALID_SOCKET;
+    DocumentOutcome document_;
+};
+
+}  // namespace vlm::host

@@ -1,0 +1,138 @@
+// Stand-in for the spooler router's Bidi allocator (spoolss.dll). See standin.h.
+#include <windows.h>
+// windows.h first.
+#include <winspool.h>
+#include <winsplp.h>
+
+#include <mutex>
+#include <unordered_map>
+
+#include "spooler/standin.h"
+
+namespace {
+
+using vlm::standin::RouterCounters;
+
+struct Heap {
+    std::mutex mutex;
+    std::unordered_map<void*, size_t> live;
+    RouterCounters counters{};
+    LONG64 failFrom = 0;
+};
+
+Heap& TheHeap() {
+    static Heap heap;
+    return heap;
+}
+
+size_t PageSize() {
+    SYSTEM_INFO system;
+    GetSystemInfo(&system);
+    return system.dwPageSize;
+}
+
+// The largest power of two up to 8 that divides the size, so that a block can end exactly at the guard page and is
+// still aligned for what it holds: containers are multiples of 8 bytes, strings of 2.
+size_t AlignmentOf(size_t size) {
+    size_t alignment = 8;
+    while (size % alignment != 0) alignment /= 2;
+    return alignment;
+}
+
+void* Allocate(size_t size) {
+    Heap& heap = TheHeap();
+    const std::lock_guard guard(heap.mutex);
+    ++heap.counters.allocations;
+    if (heap.failFrom != 0 && heap.counters.allocations >= heap.failFrom) {
+        SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+        return nullptr;
+    }
+    const size_t page = PageSize();
+    const size_t whole = (size + page - 1) / page * page;
+    auto* base = static_cast<BYTE*>(VirtualAlloc(nullptr, whole + page, MEM_RESERVE, PAGE_NOACCESS));
+    if (base == nullptr) return nullptr;
+    if (whole != 0 && VirtualAlloc(base, whole, MEM_COMMIT, PAGE_READWRITE) == nullptr) {
+        VirtualFree(base, 0, MEM_RELEASE);
+        return nullptr;
+    }
+    const size_t alignment = AlignmentOf(size);
+    void* block = base + (whole - size) / alignment * alignment;
+    heap.live.emplace(block, size);
+    ++heap.counters.liveBlocks;
+    heap.counters.liveBytes += static_cast<LONG64>(size);
+    return block;
+}
+
+void Free(void* block) {
+    if (block == nullptr) return;
+    Heap& heap = TheHeap();
+    const std::lock_guard guard(heap.mutex);
+    const auto found = heap.live.find(block);
+    if (found == heap.live.end()) {
+        ++heap.counters.badFrees;
+        return;
+    }
+    --heap.counters.liveBlocks;
+    heap.counters.liveBytes -= static_cast<LONG64>(found->second);
+    heap.live.erase(found);
+    MEMORY_BASIC_INFORMATION region;
+    // A block of size 0 stands on the guard page itself, which the query covers as well.
+    VirtualQuery(block, &region, sizeof region);
+    VirtualFree(region.AllocationBase, 0, MEM_RELEASE);
+}
+
+size_t ContainerSize(DWORD count) {
+    const size_t entries = count == 0 ? 1 : count;
+    return sizeof(BIDI_RESPONSE_CONTAINER) + (entries - 1) * sizeof(BIDI_RESPONSE_DATA);
+}
+
+}  // namespace
+
+// noexcept: a failing std allocation in a stand-in is the end of a test, never something to report to the caller.
+extern "C" {
+
+__declspec(dllexport) LPVOID WINAPI RouterAllocBidiMem(size_t size) noexcept { return Allocate(size); }
+
+__declspec(dllexport) VOID WINAPI RouterFreeBidiMem(LPVOID block) noexcept { Free(block); }
+
+__declspec(dllexport) PBIDI_RESPONSE_CONTAINER WINAPI RouterAllocBidiResponseContainer(DWORD count) noexcept {
+    auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(Allocate(ContainerSize(count)));
+    if (container != nullptr) container->Count = count;
+    return container;
+}
+
+__declspec(dllexport) DWORD WINAPI RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container) noexcept {
+    if (container == nullptr) return ERROR_INVALID_PARAMETER;
+    for (DWORD i = 0; i < container->Count; ++i) {
+        BIDI_RESPONSE_DATA& entry = container->aData[i];
+        Free(entry.pSchema);
+        switch (entry.data.dwBidiType) {
+            case BIDI_STRING:
+            case BIDI_TEXT:
+            case BIDI_ENUM:
+                Free(entry.data.u.sData);
+                break;
+            case BIDI_BLOB:
+                Free(entry.data.u.biData.pData);
+                break;
+            default:
+                break;
+        }
+    }
+    Free(container);
+    return ERROR_SUCCESS;
+}
+
+__declspec(dllexport) void StandInRouterCounters(RouterCounters* counters) noexcept {
+    Heap& heap = TheHeap();
+    const std::lock_guard guard(heap.mutex);
+    *counters = heap.counters;
+}
+
+__declspec(dllexport) void StandInResetAllocations(LONG64 failFrom) noexcept {
+    Heap& heap = TheHeap();
+    const std::lock_guard guard(heap.mutex);
+    heap.counters.allocations = 0;
+    heap.failFrom = failFrom;
+}
+}

@@ -1,0 +1,110 @@
+// EndDocPort: what the monitor does when a job's document ends. It looks whether the job is being deleted or
+// restarted, closes the document below, in that case waits for the lower monitor to say that the printer has settled,
+// and tells the spooler how far the job got.
+#include <array>
+#include <cstring>
+#include <utility>
+
+#include "monitor/guard.h"
+#include "monitor/port_operations.h"
+#include "util/handles.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+// The exchange by which a lower monitor of ours is asked whether the printer has completed a deleted job.
+constexpr DWORD kCompletionControl = 0x0022003C;
+constexpr std::array<char, 3> kCompletionQuestion = {0x08, 0x00, 0x00};
+constexpr char kCompletionAnswer[] = "COMPLETE";
+constexpr DWORD kCompletionOffered = 8;   // bytes of answer that the lower monitor is offered
+constexpr DWORD kCompletionLongest = 16;  // that many bytes or more returned are no answer
+constexpr int kCompletionTries = 5;
+
+// The job's JOB_STATUS_… bits; 0 when the job cannot be read.
+DWORD JobStatus(const LmPort& port) {
+    DWORD size = 0;
+    GetJobW(port.printer, port.jobId, 1, nullptr, 0, &size);
+    if (size < sizeof(JOB_INFO_1W)) return 0;
+    const GlobalMemory buffer(GlobalAlloc(GPTR, size));
+    if (!buffer) return 0;
+    if (!GetJobW(port.printer, port.jobId, 1, static_cast<BYTE*>(buffer.Get()), size, &size)) return 0;
+    return static_cast<const JOB_INFO_1W*>(buffer.Get())->Status;
+}
+
+void NoteJobStatus(LmPort& port) {
+    const DWORD status = JobStatus(port);
+    if ((status & JOB_STATUS_DELETING) != 0) port.flags.fetch_or(LMPORT_JOB_DELETING);
+    if ((status & JOB_STATUS_RESTART) != 0) port.flags.fetch_or(LMPORT_JOB_DELETING | LMPORT_JOB_RESTARTED);
+}
+
+// Asks without a pause between the tries: the lower monitor's own wait paces them.
+void PollForCompletion(const LmPort& port) {
+    const auto ask = port.lower.base.pfnGetPrinterDataFromPort;
+    if (ask == nullptr) return;
+    for (int attempt = 0; attempt < kCompletionTries; ++attempt) {
+        // Wide, because that is the slot's type; the bytes in them are narrow text. The answer has room far beyond
+        // what is offered, so that a lower monitor that ignores the offer is found out and overruns nothing.
+        std::array<wchar_t, 2> question{};
+        std::memcpy(question.data(), kCompletionQuestion.data(), kCompletionQuestion.size());
+        std::array<wchar_t, 2048> answer{};
+        DWORD returned = 0;
+        if (!ask(port.lowerPort, kCompletionControl, nullptr, question.data(), kCompletionQuestion.size(),
+                 answer.data(), kCompletionOffered, &returned))
+            continue;
+        if (returned >= kCompletionLongest) {
+            Trace(L"EndDocPort: the lower monitor of %ls returned %lu bytes where %lu were offered\r\n",
+                  Printable(port.portName).c_str(), returned, kCompletionOffered);
+            return;
+        }
+        std::array<char, kCompletionLongest> text{};
+        std::memcpy(text.data(), answer.data(), returned);
+        if (std::strcmp(text.data(), kCompletionAnswer) == 0) return;
+    }
+    Trace(L"EndDocPort: no completion from port %ls\r\n", Printable(port.portName).c_str());
+}
+
+// Tells the spooler how far the job got, and lets go of its printer.
+void FinishJob(LmPort& port) {
+    const DWORD flags = port.flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE});
+    if (port.printer == nullptr) return;
+    if ((flags & LMPORT_JOB_RESTARTED) == 0) {
+        SetJobW(port.printer, port.jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
+    } else {
+        // A job that starts again has not been sent.
+        port.flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE | LMPORT_JOB_RESTARTED});
+    }
+    SetJobW(port.printer, port.jobId, 0, nullptr, JOB_CONTROL_LAST_PAGE_EJECTED);
+    ClosePrinter(std::exchange(port.printer, nullptr));
+}
+
+}  // namespace
+
+BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
+    return GuardOperation(L"EndDocPort", [&]() -> BOOL {
+        LmPort* port = PortOf(hPort);
+        if (port == nullptr) return FALSE;
+
+        LastErrorKeeper keeper;
+        // Whatever fails or throws below, the job ends and the port is free again.
+        const ScopeExit finish([port] {
+            FinishJob(*port);
+            SetEvent(port->portEvent);
+        });
+        if (port->printer != nullptr && IsNetworkPort(*port)) NoteJobStatus(*port);
+        if (port->lower.base.pfnEndDocPort != nullptr) {
+            keeper.Restore();
+            port->lower.base.pfnEndDocPort(port->lowerPort);
+            keeper.Update();
+        }
+        if ((port->flags.load() & LMPORT_JOB_DELETING) != 0 && IsNetworkPort(*port)) {
+            const ScopeExit settled([port] { port->flags.fetch_and(~DWORD{LMPORT_JOB_DELETING}); });
+            PollForCompletion(*port);
+        }
+        return FALSE;
+    });
+}
+
+}  // namespace vlm

@@ -1,0 +1,135 @@
+#include "monitor/event_window.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <iterator>
+#include <utility>
+
+#include "monitor/process_state.h"
+#include "util/handles.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr DWORD kStartTimeout = 100'000;  // milliseconds
+constexpr DWORD kStopTimeout = 3'000;     // milliseconds
+constexpr DWORD kStopPause = 5;           // milliseconds
+
+// No destructors here: at process exit the thread is gone and nothing of this may be touched.
+std::atomic<HWND> window{nullptr};
+HANDLE thread = nullptr;         // changes under the monitor lock
+HANDLE windowCreated = nullptr;  // manual-reset; lives and dies with `thread`
+std::atomic<bool> leaving{false};  // the thread calls nothing any more, it only returns
+
+DWORD SystemMajorVersion() {
+    OSVERSIONINFOW version{};
+    version.dwOSVersionInfoSize = sizeof version;
+#if defined(_MSC_VER)
+#pragma warning(suppress : 4996)  // deprecated, but it answers as the process's compatibility mode wants it
+#endif
+    return GetVersionExW(&version) ? version.dwMajorVersion : 0;
+}
+
+LRESULT CALLBACK WindowProcedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
+    switch (message) {
+        case WM_DESTROY:
+            PostQuitMessage(0);
+            break;
+        case WM_POWERBROADCAST:
+            if (wParam == PBT_APMSUSPEND && SystemMajorVersion() >= 6) {
+                processState.suspended.store(true, std::memory_order_relaxed);
+                Trace(L"The system suspends: writes are refused until the next job starts\r\n");
+            }
+            break;
+        default:
+            break;
+    }
+    return DefWindowProcW(hwnd, message, wParam, lParam);
+}
+
+DWORD WINAPI RunWindow(void*) {
+    WNDCLASSEXW windowClass{};
+    windowClass.cbSize = sizeof windowClass;
+    windowClass.style = CS_HREDRAW | CS_VREDRAW;
+    windowClass.lpfnWndProc = WindowProcedure;
+    windowClass.hInstance = processState.instance;
+    windowClass.lpszClassName = kEventWindowClass;
+    RegisterClassExW(&windowClass);  // a failure shows as a window that cannot be created
+
+    const HWND created = CreateWindowExW(0, kEventWindowClass, kEventWindowTitle, WS_VISIBLE, CW_USEDEFAULT, 0,
+                                         CW_USEDEFAULT, 0, nullptr, nullptr, processState.instance, nullptr);
+    if (created != nullptr) {
+        window.store(created, std::memory_order_release);
+        SetEvent(windowCreated);
+        ShowWindow(created, SW_HIDE);
+        UpdateWindow(created);
+        MSG message;
+        while (GetMessageW(&message, nullptr, 0, 0) > 0) DispatchMessageW(&message);
+        window.store(nullptr, std::memory_order_release);
+        DestroyWindow(created);
+    }
+    // The class must not outlive the code of its window procedure.
+    UnregisterClassW(kEventWindowClass, processState.instance);
+    leaving.store(true, std::memory_order_release);
+    return 0;
+}
+
+// Whether the thread can run no more code of this module. A thread that ends needs the loader lock, which whoever
+// detaches the module holds; so at detach its end cannot be waited for, only that it has left our code.
+bool HasLeftModule() {
+    if (!leaving.load(std::memory_order_acquire)) return false;
+    if (SuspendThread(thread) == static_cast<DWORD>(-1)) return true;
+    CONTEXT context{};
+    context.ContextFlags = CONTEXT_CONTROL;
+    MEMORY_BASIC_INFORMATION code{};
+    const bool known = GetThreadContext(thread, &context) != FALSE &&
+                       VirtualQuery(reinterpret_cast<void*>(context.Rip), &code, sizeof code) != 0;
+    ResumeThread(thread);
+    return known && code.AllocationBase != processState.instance;
+}
+
+void AwaitThread() {
+    const ULONGLONG deadline = GetTickCount64() + kStopTimeout;
+    while (WaitForSingleObject(thread, kStopPause) == WAIT_TIMEOUT && !HasLeftModule() &&
+           GetTickCount64() < deadline) {
+    }
+}
+
+// Starts the thread unless it runs. Under the monitor lock, so that two initialisations at once start one thread.
+bool EnsureThread() {
+    const LockGuard guard(processState.monitorLock);
+    if (thread != nullptr) {
+        if (WaitForSingleObject(thread, 0) != WAIT_OBJECT_0) return true;
+        CloseHandle(std::exchange(thread, nullptr));
+    }
+    if (windowCreated == nullptr) windowCreated = CreateEventW(nullptr, TRUE, FALSE, nullptr);
+    if (windowCreated == nullptr) return false;
+    ResetEvent(windowCreated);
+    leaving.store(false, std::memory_order_relaxed);
+    thread = CreateThread(nullptr, 0, RunWindow, nullptr, 0, nullptr);
+    return thread != nullptr;
+}
+
+}  // namespace
+
+bool StartEventWindow() {
+    if (FindWindowW(kEventWindowClass, kEventWindowTitle) != nullptr) return true;
+    if (!EnsureThread()) return false;
+    const HANDLE either[] = {windowCreated, thread};
+    WaitForMultipleObjects(static_cast<DWORD>(std::size(either)), either, FALSE, kStartTimeout);
+    return window.load(std::memory_order_acquire) != nullptr;
+}
+
+void StopEventWindow() {
+    if (thread == nullptr) return;
+    const HWND target = window.load(std::memory_order_acquire);
+    if (target != nullptr && PostMessageW(target, WM_DESTROY, 0, 0)) AwaitThread();
+    window.store(nullptr, std::memory_order_release);
+    CloseHandle(std::exchange(thread, nullptr));
+    CloseHandle(std::exchange(windowCreated, nullptr));
+}
+
+}  // namespace vlm

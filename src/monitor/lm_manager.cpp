@@ -1,0 +1,116 @@
+#include "monitor/lm_manager.h"
+
+#include <cstring>
+#include <cwchar>
+#include <new>
+#include <string>
+#include <utility>
+
+#include "monitor/process_state.h"
+#include "util/handles.h"
+
+namespace vlm {
+
+namespace {
+
+struct PrinterTraits {
+    using Type = HANDLE;
+    static Type Invalid() { return nullptr; }
+    static void Close(Type printer) { ClosePrinter(printer); }
+};
+
+void FreeRecord(LmPort* port) {
+    // A handle that is used after this is refused for as long as the memory is not reused.
+    port->signature = 0;
+    port->owner = nullptr;
+    GlobalFree(port->portName);
+    GlobalFree(port->printerName);
+    GlobalFree(port);
+}
+
+}  // namespace
+
+bool IsUsbPort(const LmPort& port) {
+    return _wcsnicmp(port.portName, L"USB", 3) == 0;
+}
+
+bool IsNetworkPort(const LmPort& port) {
+    constexpr size_t kShortestNetworkName = 6;
+    return std::wcslen(port.portName) >= kShortestNetworkName && !IsUsbPort(port);
+}
+
+wchar_t* DuplicateToGlobalHeap(const wchar_t* text) {
+    const size_t size = (std::wcslen(text) + 1) * sizeof(wchar_t);
+    auto* copy = static_cast<wchar_t*>(GlobalAlloc(GPTR, size));
+    if (copy != nullptr) std::memcpy(copy, text, size);
+    return copy;
+}
+
+CLmMgr::~CLmMgr() {
+    CloseAllPorts();
+}
+
+LmPort* CLmMgr::FindPort(const wchar_t* portName) const {
+    if (portName == nullptr || *portName == L'\0') return nullptr;
+    for (LmPort* port = ports_; port != nullptr; port = port->next)
+        if (_wcsicmp(port->portName, portName) == 0) return port;
+    return nullptr;
+}
+
+LmPort* CLmMgr::CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName) {
+    GlobalMemory memory(GlobalAlloc(GPTR, sizeof(LmPort)));
+    GlobalMemory portNameCopy(DuplicateToGlobalHeap(portName));
+    GlobalMemory printerNameCopy(DuplicateToGlobalHeap(printerName != nullptr ? printerName : L""));
+    if (!memory || !portNameCopy || !printerNameCopy) return nullptr;
+
+    auto* port = new (memory.Release()) LmPort{};
+    port->signature = kLmPortSignature;
+    port->portName = static_cast<wchar_t*>(portNameCopy.Release());
+    port->printerName = static_cast<wchar_t*>(printerNameCopy.Release());
+    port->lowerMonitor = lowerMonitor;
+    port->owner = this;
+    port->next = ports_;
+    ports_ = port;
+    return port;
+}
+
+void CLmMgr::RemovePort(LmPort* port) {
+    for (LmPort** link = &ports_; *link != nullptr; link = &(*link)->next) {
+        if (*link != port) continue;
+        *link = port->next;
+        FreeRecord(port);
+        return;
+    }
+}
+
+void CLmMgr::CloseAllPorts() {
+    LmPort* port = nullptr;
+    {
+        const LockGuard guard(processState.monitorLock);
+        port = std::exchange(ports_, nullptr);
+    }
+    while (port != nullptr) {
+        KernelHandle(port->portEvent).Reset();
+        Unique<PrinterTraits>(port->printer).Reset();
+        FreeRecord(std::exchange(port, port->next));
+    }
+}
+
+bool CLmMgr::IsPooledPrinter(const LmPort& port) const {
+    std::wstring name;
+    {
+        const LockGuard guard(processState.monitorLock);
+        name = port.printerName;
+    }
+    Unique<PrinterTraits> printer;
+    if (!OpenPrinterW(name.data(), printer.Receive(), nullptr)) return false;
+    DWORD size = 0;
+    GetPrinterW(printer.Get(), 2, nullptr, 0, &size);
+    const GlobalMemory buffer(GlobalAlloc(GPTR, size));
+    if (size < sizeof(PRINTER_INFO_2W) || !buffer) return false;
+    if (!GetPrinterW(printer.Get(), 2, static_cast<BYTE*>(buffer.Get()), size, &size)) return false;
+    const wchar_t* ports = static_cast<const PRINTER_INFO_2W*>(buffer.Get())->pPortName;
+    return ports != nullptr && std::wcschr(ports, L',') != nullptr;
+}
+
+}  // namespace vlm

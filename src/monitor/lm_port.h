@@ -1,0 +1,65 @@
+// The port record: what the monitor knows of one open port. Its address is the port handle that the spooler holds.
+//
+// OpenPortEx creates it, ClosePort or Shutdown frees it (CLmMgr does the work). The record and its two names are
+// zero-filled blocks of the global heap.
+//
+// Threads: the spooler uses one port from one thread at a time, but different ports at once. `next` and
+// `printerName` change only under the monitor lock (process_state.h); `flags` is atomic, because a remote caller
+// marks a port too; everything else belongs to the thread that runs the port's current operation.
+#pragma once
+
+#include <windows.h>
+// windows.h first.
+#include <winspool.h>
+#include <winsplp.h>
+
+#include <atomic>
+#include <cstddef>
+#include <type_traits>
+
+namespace vlm {
+
+class CLmMgr;
+
+// The published table ends before pfnPowerEvent in some SDKs; this is its full shape on x64.
+struct Monitor2Table {
+    MONITOR2 base;
+    DWORD(WINAPI* pfnPowerEvent)(HANDLE hMonitor, DWORD event, void* settings);
+};
+static_assert(std::is_standard_layout_v<Monitor2Table>);
+static_assert(sizeof(Monitor2Table) == 184);
+static_assert(offsetof(Monitor2Table, pfnPowerEvent) == 176);
+static_assert(offsetof(MONITOR2, pfnShutdown) == 144);
+
+inline constexpr DWORD kLmPortSignature = 0x4354;
+
+enum LmPortFlag : DWORD {
+    LMPORT_JOB_ACTIVE = 0x1,     // a job, or a remote caller's exchange, has the port
+    LMPORT_WRITE_FAILED = 0x2,   // the last lower write failed
+    LMPORT_JOB_DELETING = 0x4,   // the job was being deleted or restarted when its document ended
+    LMPORT_JOB_RESTARTED = 0x8,  // the job was being restarted then
+};
+
+struct LmPort {
+    DWORD signature;  // kLmPortSignature while the record is valid
+    LmPort* next;     // in the owning manager's list
+    wchar_t* portName;
+    wchar_t* printerName;  // of the last job; never null
+    DWORD jobId;           // of the last job
+    std::atomic<DWORD> flags;
+    HANDLE lowerPort;     // the lower monitor's handle of this port; null when it could not open the port
+    HANDLE lowerMonitor;  // the lower monitor's own handle
+    HANDLE printer;       // the job's printer, open from StartDocPort to EndDocPort
+    CLmMgr* owner;
+    HANDLE portEvent;     // the job lock: auto-reset, taken for a job or an exchange; may be null
+    Monitor2Table lower;  // the lower monitor's operations; all null when it could not open the port
+};
+static_assert(std::is_standard_layout_v<LmPort>);
+static_assert(std::atomic<DWORD>::is_always_lock_free && sizeof(std::atomic<DWORD>) == sizeof(DWORD));
+
+// Whether the port's name is that of a USB port.
+bool IsUsbPort(const LmPort& port);
+// Whether job status and completion are looked at: a USB port, and a name too short to be anything else, is not.
+bool IsNetworkPort(const LmPort& port);
+
+}  // namespace vlm

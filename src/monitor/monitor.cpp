@@ -1,0 +1,97 @@
+#include "monitor/monitor.h"
+
+#include <algorithm>
+#include <memory>
+
+#include "monitor/event_window.h"
+#include "monitor/guard.h"
+#include "monitor/lm_manager.h"
+#include "monitor/port_operations.h"
+#include "monitor/process_state.h"
+#include "util/handles.h"
+
+namespace vlm {
+
+namespace {
+
+#if !defined(MONITOR2_SIZE_WIN2K)
+constexpr DWORD MONITOR2_SIZE_WIN2K = 148;  // one 32-bit size and 18 pointers, as the platform counts it
+#endif
+
+// True when the manager was in the list; it is not any more.
+bool TakeFromMonitorList(CLmMgr* manager) {
+    const LockGuard guard(processState.monitorLock);
+    auto& monitors = *processState.monitors;
+    const auto found = std::find(monitors.begin(), monitors.end(), manager);
+    if (found == monitors.end()) return false;
+    monitors.erase(found);
+    return true;
+}
+
+void WINAPI Shutdown(HANDLE hMonitor) noexcept {
+    GuardOperation(L"Shutdown", [&]() -> BOOL {
+        auto* manager = static_cast<CLmMgr*>(hMonitor);
+        if (manager == nullptr || !TakeFromMonitorList(manager)) {
+            SetLastError(ERROR_INVALID_MONITOR_HANDLE);
+            return FALSE;
+        }
+        delete manager;
+        return TRUE;
+    });
+}
+
+bool IsWindows2000() {
+    OSVERSIONINFOEXW version{};
+    version.dwOSVersionInfoSize = sizeof version;
+    version.dwMajorVersion = 5;
+    version.dwMinorVersion = 0;
+    DWORDLONG condition = 0;
+    VER_SET_CONDITION(condition, VER_MAJORVERSION, VER_EQUAL);
+    VER_SET_CONDITION(condition, VER_MINORVERSION, VER_EQUAL);
+    return VerifyVersionInfoW(&version, VER_MAJORVERSION | VER_MINORVERSION, condition) != FALSE;
+}
+
+Monitor2Table* Table() {
+    static Monitor2Table table = [] {
+        Monitor2Table filled{};
+        filled.base.cbSize = IsWindows2000() ? MONITOR2_SIZE_WIN2K : sizeof filled;
+        filled.base.pfnOpenPortEx = OpenPortEx;
+        filled.base.pfnStartDocPort = StartDocPort;
+        filled.base.pfnWritePort = WritePort;
+        filled.base.pfnReadPort = ReadPort;
+        filled.base.pfnEndDocPort = EndDocPort;
+        filled.base.pfnClosePort = ClosePort;
+        filled.base.pfnGetPrinterDataFromPort = GetPrinterDataFromPort;
+        filled.base.pfnShutdown = Shutdown;
+        filled.base.pfnSendRecvBidiDataFromPort = SendRecvBidiDataFromPort;
+        return filled;
+    }();
+    return &table;
+}
+
+}  // namespace
+
+MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexcept {
+    MONITOR2* table = nullptr;
+    GuardOperation(L"InitializePrintMonitor2", [&]() -> BOOL {
+        if (pMonitorInit == nullptr || phMonitor == nullptr) {
+            SetLastError(ERROR_INVALID_PARAMETER);
+            return FALSE;
+        }
+        auto manager = std::make_unique<CLmMgr>(pMonitorInit);
+        if (!StartEventWindow()) {
+            Trace(L"InitializePrintMonitor2: the event window did not come up\r\n");
+            return FALSE;
+        }
+        {
+            const LockGuard guard(processState.monitorLock);
+            processState.monitors->push_back(manager.get());
+        }
+        *phMonitor = manager.release();
+        table = &Table()->base;
+        return TRUE;
+    });
+    return table;
+}
+
+}  // namespace vlm

@@ -1,0 +1,252 @@
+#include "monitor/port_operations.h"
+
+#include <algorithm>
+#include <cstring>
+#include <cwchar>
+#include <string>
+#include <utility>
+
+#include "monitor/guard.h"
+#include "monitor/lm_manager.h"
+#include "monitor/process_state.h"
+#include "util/handles.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr DWORD kJobLockTimeout = 1'000;  // milliseconds
+
+BOOL Refuse(DWORD error) {
+    SetLastError(error);
+    return FALSE;
+}
+
+bool IsPort(const LmPort& port) {
+    return port.signature == kLmPortSignature && port.owner != nullptr;
+}
+
+// As PortOf, for the two operations that tell a null handle from a wrong one no more than this.
+LmPort* OwnedPortOf(HANDLE hPort) {
+    auto* port = static_cast<LmPort*>(hPort);
+    if (port != nullptr && IsPort(*port)) return port;
+    SetLastError(ERROR_INVALID_MONITOR_HANDLE);
+    return nullptr;
+}
+
+bool CanServeAsLower(const MONITOR2* lower) {
+    // pfnEndDocPort is not asked for: some lower monitors do without.
+    return lower != nullptr && lower->pfnOpenPort != nullptr && lower->pfnStartDocPort != nullptr &&
+           lower->pfnWritePort != nullptr && lower->pfnReadPort != nullptr && lower->pfnClosePort != nullptr;
+}
+
+// Copies the slots that the table says it has. An older lower monitor's table is shorter than ours, and what lies
+// behind it is not a slot.
+void CopyLowerTable(const MONITOR2& lower, Monitor2Table& copy) {
+    constexpr size_t kSlotsOfWindows2000 = 18;  // up to pfnShutdown; every monitor has at least these
+    constexpr size_t kAllSlots = (sizeof(Monitor2Table) - sizeof(void*)) / sizeof(void*);
+    // The size field counts itself as 4 bytes in MONITOR2_SIZE_WIN2K and as 8 elsewhere; the division covers both.
+    const size_t announced = lower.cbSize < sizeof(DWORD) ? 0 : (lower.cbSize - sizeof(DWORD)) / sizeof(void*);
+    const size_t slots = std::clamp(announced, kSlotsOfWindows2000, kAllSlots);
+    std::memcpy(&copy, &lower, sizeof(void*) + slots * sizeof(void*));
+}
+
+bool IsHandedOut(const CLmMgr* manager) {
+    const LockGuard guard(processState.monitorLock);
+    const auto& monitors = *processState.monitors;
+    return std::find(monitors.begin(), monitors.end(), manager) != monitors.end();
+}
+
+// Makes `printer` the port's open printer. The old handle is closed first: a job that ended without EndDocPort may
+// have left one. A printer that cannot be opened leaves the port without; the job then prints untracked.
+void OpenJobPrinter(LmPort& port, wchar_t* printer) {
+    if (port.printer != nullptr) ClosePrinter(std::exchange(port.printer, nullptr));
+    if (!OpenPrinterW(printer, &port.printer, nullptr)) port.printer = nullptr;
+}
+
+// False when memory for the new name runs out; the old name then stays.
+bool RenamePrinterAndOpen(LmPort& port, wchar_t* printer) {
+    // The one place that calls the spooler under the monitor lock: whoever reads the name under the lock finds it
+    // and the open printer in step.
+    const LockGuard guard(processState.monitorLock);
+    wchar_t* copy = DuplicateToGlobalHeap(printer);
+    if (copy == nullptr) return false;
+    GlobalFree(std::exchange(port.printerName, copy));
+    OpenJobPrinter(port, printer);
+    return true;
+}
+
+}  // namespace
+
+LmPort* PortOf(HANDLE hPort) {
+    if (hPort != nullptr) return OwnedPortOf(hPort);
+    SetLastError(ERROR_INVALID_PARAMETER);
+    return nullptr;
+}
+
+BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName, LPWSTR pPrinterName,
+                       PHANDLE pHandle, LPMONITOR2 pMonitor2) noexcept {
+    return GuardOperation(L"OpenPortEx", [&]() -> BOOL {
+        if (!CanServeAsLower(pMonitor2)) {
+            Trace(L"OpenPortEx: the lower monitor lacks an operation that every port needs\r\n");
+            return Refuse(ERROR_INVALID_PRINT_MONITOR);
+        }
+        auto* manager = static_cast<CLmMgr*>(hMonitor);
+        if (manager == nullptr || !IsHandedOut(manager)) return Refuse(ERROR_INVALID_MONITOR_HANDLE);
+        if (pszPortName == nullptr || *pszPortName == L'\0' || pHandle == nullptr)
+            return Refuse(ERROR_INVALID_PARAMETER);
+
+        const std::wstring eventName = std::wstring(L"ToviLM3BEvent_") + pszPortName;
+        LmPort* port = nullptr;
+        {
+            const LockGuard guard(processState.monitorLock);
+            if (manager->FindPort(pszPortName) != nullptr) {
+                Trace(L"OpenPortEx: port %ls is open already\r\n", Printable(pszPortName).c_str());
+                return Refuse(ERROR_BUSY);
+            }
+            port = manager->CreatePort(hMonitorPort, pszPortName, pPrinterName);
+        }
+        if (port == nullptr) return Refuse(ERROR_NOT_ENOUGH_MEMORY);
+
+        {
+            const LastErrorKeeper keeper;
+            port->portEvent = CreateEventW(nullptr, FALSE, TRUE, eventName.c_str());
+            if (port->portEvent == nullptr)
+                Trace(L"OpenPortEx: port %ls has no job lock, error %lu\r\n", Printable(pszPortName).c_str(),
+                      GetLastError());
+        }
+        // A port that the lower monitor cannot open stays in the list, and so stays busy until the monitor is shut
+        // down. That is intended: the spooler does not get to open a broken port over and over.
+        if (!pMonitor2->pfnOpenPort(hMonitorPort, pszPortName, &port->lowerPort)) return FALSE;
+        CopyLowerTable(*pMonitor2, port->lower);
+        *pHandle = port;
+        return TRUE;
+    });
+}
+
+BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo) noexcept {
+    processState.suspended.store(false, std::memory_order_relaxed);
+    return GuardOperation(L"StartDocPort", [&]() -> BOOL {
+        LmPort* port = PortOf(hPort);
+        if (port == nullptr) return FALSE;
+        if (pDocInfo == nullptr || pPrinterName == nullptr || *pPrinterName == L'\0')
+            return Refuse(ERROR_INVALID_PARAMETER);
+        if (Level != 1) return Refuse(ERROR_INVALID_LEVEL);
+
+        LastErrorKeeper keeper;
+        // Whether the wait ends by the event or by its time does not matter: the flag below decides.
+        WaitForSingleObject(port->portEvent, kJobLockTimeout);
+        ScopeExit giveLockBack([port] { SetEvent(port->portEvent); });
+        if ((port->flags.fetch_or(LMPORT_JOB_ACTIVE) & LMPORT_JOB_ACTIVE) != 0) {
+            Trace(L"StartDocPort: job %lu refused, job %lu has port %ls\r\n", JobId, port->jobId,
+                  Printable(port->portName).c_str());
+            SetLastError(ERROR_BUSY);
+            keeper.Update();
+            return FALSE;
+        }
+        ScopeExit endJob([port] {
+            if (port->printer != nullptr) ClosePrinter(std::exchange(port->printer, nullptr));
+            port->flags.fetch_and(~LMPORT_JOB_ACTIVE);
+        });
+        port->jobId = JobId;
+        if (std::wcscmp(pPrinterName, port->printerName) == 0) {
+            OpenJobPrinter(*port, pPrinterName);
+        } else if (!RenamePrinterAndOpen(*port, pPrinterName)) {
+            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            keeper.Update();
+            return FALSE;
+        }
+
+        keeper.Restore();
+        const BOOL started = port->lower.base.pfnStartDocPort(port->lowerPort, pPrinterName, JobId, 1, pDocInfo);
+        keeper.Update();
+        if (!started) return FALSE;
+        // The event stays taken until EndDocPort: it keeps remote callers off the port while the job prints.
+        giveLockBack.Dismiss();
+        endJob.Dismiss();
+        return TRUE;
+    });
+}
+
+// The hot path: no allocation, no lock, no trace, and nothing that touches the last error after the lower call.
+BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept {
+    return GuardOperation(L"WritePort", [&]() -> BOOL {
+        LmPort* port = PortOf(hPort);
+        if (port == nullptr) return FALSE;
+        if (processState.suspended.load(std::memory_order_relaxed)) return Refuse(ERROR_NETNAME_DELETED);
+        const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
+        // A load is cheaper than a locked write, and the flag hardly ever changes.
+        const bool failedBefore = (port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) != 0;
+        if (!written && !failedBefore) port->flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
+        if (written && failedBefore)
+            port->flags.fetch_and(~DWORD{LMPORT_WRITE_FAILED}, std::memory_order_relaxed);
+        return written;
+    });
+}
+
+BOOL WINAPI ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) noexcept {
+    return GuardOperation(L"ReadPort", [&]() -> BOOL {
+        LmPort* port = PortOf(hPort);
+        return port == nullptr ? FALSE : port->lower.base.pfnReadPort(port->lowerPort, pBuffer, cbBuffer, pcbRead);
+    });
+}
+
+BOOL WINAPI ClosePort(HANDLE hPort) noexcept {
+    return GuardOperation(L"ClosePort", [&]() -> BOOL {
+        LmPort* port = PortOf(hPort);
+        if (port == nullptr) return FALSE;
+        // Runs also when the lower monitor throws. A printer that is still open belongs to a job that was never
+        // ended; EndDocPort would have closed it, and closing is its work alone.
+        const ScopeExit freeRecord([port] {
+            const LastErrorKeeper keeper;
+            if (port->portEvent != nullptr && port->portEvent != INVALID_HANDLE_VALUE)
+                CloseHandle(port->portEvent);
+            const LockGuard guard(processState.monitorLock);
+            port->owner->RemovePort(port);
+        });
+        port->flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE});
+        if (port->lower.base.pfnClosePort != nullptr) port->lower.base.pfnClosePort(port->lowerPort);
+        return TRUE;
+    });
+}
+
+BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
+                                   DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer,
+                                   LPDWORD lpcbReturned) noexcept {
+    return GuardOperation(L"GetPrinterDataFromPort", [&]() -> BOOL {
+        LmPort* port = OwnedPortOf(hPort);
+        if (port == nullptr) return FALSE;
+        const auto lower = port->lower.base.pfnGetPrinterDataFromPort;
+        // Control code 0 asks for a value by name; this monitor has no named values, whatever lies below.
+        if (ControlID == 0 || lower == nullptr) return Refuse(ERROR_INVALID_PARAMETER);
+        return lower(port->lowerPort, ControlID, pValueName, lpInBuffer, cbInBuffer, lpOutBuffer, cbOutBuffer,
+                     lpcbReturned);
+    });
+}
+
+DWORD WINAPI SendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
+                                      PBIDI_REQUEST_CONTAINER pReqData,
+                                      PBIDI_RESPONSE_CONTAINER* ppResData) noexcept {
+    DWORD result = ERROR_FUNCTION_FAILED;
+    const BOOL returned = GuardOperation(L"SendRecvBidiDataFromPort", [&]() -> BOOL {
+        LmPort* port = OwnedPortOf(hPort);
+        if (port == nullptr) {
+            result = ERROR_INVALID_MONITOR_HANDLE;
+        } else if (port->lower.base.pfnSendRecvBidiDataFromPort == nullptr || IsUsbPort(*port)) {
+            result = ERROR_NOT_SUPPORTED;
+        } else if (pAction == nullptr || pReqData == nullptr || ppResData == nullptr) {
+            result = ERROR_INVALID_PARAMETER;
+        } else if (port->owner->IsPooledPrinter(*port)) {
+            result = ERROR_NOT_SUPPORTED;
+        } else {
+            result = port->lower.base.pfnSendRecvBidiDataFromPort(port->lowerPort, dwAccessBit, pAction, pReqData,
+                                                                  ppResData);
+        }
+        return TRUE;
+    });
+    return returned ? result : GetLastError();
+}
+
+}  // namespace vlm

@@ -1,0 +1,22 @@
+#include "monitor/process_state.h"
+
+#include "monitor/event_window.h"
+
+namespace vlm {
+
+constinit ProcessState processState{};
+
+void AttachProcess(HINSTANCE instance) {
+    InitializeCriticalSection(&processState.monitorLock);
+    processState.monitors = new std::vector<CLmMgr*>;
+    processState.instance = instance;
+}
+
+void DetachProcess(bool processEnds) {
+    if (processEnds) return;
+    StopEventWindow();
+    delete processState.monitors;
+    DeleteCriticalSection(&processState.monitorLock);
+}
+
+}  // namespace vlm
