@@ -1,5 +1,7 @@
-#include "vpca/attribute_layouts.h"
+// The layouts of attribute values: for each the four operations that AttributeDescriptor describes.
+#include <cstring>
 
+#include "vpca/attribute_table.h"
 #include "vpca/attribute_values.h"
 #include "vpca/log.h"
 
@@ -7,9 +9,9 @@ namespace vlm::vpca {
 
 namespace {
 
-VpcaError RefuseMeasure(int line) {
+MeasuredValue RefuseMeasure(int line) {
     Log(LogLevel::kError, kLogMeasure, line);
-    return VpcaError::kTooShort;
+    return {0, 0};
 }
 
 VpcaError RefuseEncode(VpcaError error, int line) {
@@ -22,9 +24,6 @@ const Value& As(const void* value) {
     return *static_cast<const Value*>(value);
 }
 
-// Fixed size
-// ------------------------------------------------------------------------------------------------------
-
 template <uint32_t Size>
 struct Raw {
     static VpcaError EncodedSize(const void*, bool, uint32_t* size) {
@@ -32,20 +31,14 @@ struct Raw {
         return VpcaError::kSuccess;
     }
     static void Encode(const void* value, bool, VpcaWriteCursor* wire) { wire->WriteBytes(value, Size); }
-    static VpcaError Measure(VpcaCursor* wire, bool, uint32_t* size) {
-        if (wire->remaining < Size) return RefuseMeasure(__LINE__);
-        wire->Skip(Size);
-        *size = Size;
-        return VpcaError::kSuccess;
+    static MeasuredValue Measure(const uint8_t*, uint32_t limit, bool) {
+        return limit < Size ? RefuseMeasure(__LINE__) : MeasuredValue{Size, RoundUp4(Size)};
     }
-    static uint8_t* Build(uint8_t* area, VpcaCursor* wire, bool) {
-        wire->ReadBytes(area, Size);
-        return area + RoundUp4(Size);
+    static BuiltValue Build(uint8_t* area, const uint8_t* wire, uint32_t, bool) {
+        std::memcpy(area, wire, Size);
+        return {area + RoundUp4(Size), Size};
     }
 };
-
-// Counted lists
-// ---------------------------------------------------------------------------------------------------
 
 void ReadElement(VpcaCursor* wire, Address* element) {
     wire->ReadBytes(element->bytes, sizeof element->bytes);
@@ -66,14 +59,16 @@ void WriteElement(const AddressValue& element, VpcaWriteCursor* wire) {
 // An element takes as many bytes on the wire as in memory.
 template <typename Element>
 struct List {
+    static constexpr uint32_t kSize = sizeof(Element);
+
     static VpcaError EncodedSize(const void* value, bool list, uint32_t* size) {
-        *size = sizeof(Element);
+        *size = kSize;
         if (!list) return VpcaError::kSuccess;
         const auto& listed = As<ListValue<Element>>(value);
         if (listed.count != 0 && listed.elements == nullptr) {
             return RefuseEncode(VpcaError::kBadArgument, __LINE__);
         }
-        *size = 1 + static_cast<uint32_t>(listed.count * sizeof(Element));
+        *size = 1 + listed.count * kSize;
         return VpcaError::kSuccess;
     }
     static void Encode(const void* value, bool list, VpcaWriteCursor* wire) {
@@ -86,36 +81,29 @@ struct List {
         for (uint8_t i = 0; i < listed.count; ++i)
             WriteElement(listed.elements[i], wire);
     }
-    static VpcaError Measure(VpcaCursor* wire, bool list, uint32_t* size) {
-        uint32_t count = 1;
-        if (list) {
-            if (wire->remaining < 1) return RefuseMeasure(__LINE__);
-            count = wire->ReadU8();
-        }
-        const auto bytes = static_cast<uint32_t>(count * sizeof(Element));
-        if (wire->remaining < bytes) return RefuseMeasure(__LINE__);
-        wire->Skip(bytes);
-        *size = bytes + (list ? uint32_t{sizeof(ListValue<Element>)} : 0);
-        return VpcaError::kSuccess;
+    static MeasuredValue Measure(const uint8_t* wire, uint32_t limit, bool list) {
+        if (!list) return limit < kSize ? RefuseMeasure(__LINE__) : MeasuredValue{kSize, kSize};
+        if (limit < 1) return RefuseMeasure(__LINE__);
+        const uint32_t bytes = wire[0] * kSize;
+        if (limit < 1 + bytes) return RefuseMeasure(__LINE__);
+        return {1 + bytes, sizeof(ListValue<Element>) + bytes};
     }
-    static uint8_t* Build(uint8_t* area, VpcaCursor* wire, bool list) {
-        uint32_t count = 1;
-        auto* elements = reinterpret_cast<Element*>(area);
-        if (list) {
-            auto* value = reinterpret_cast<ListValue<Element>*>(area);
-            elements = reinterpret_cast<Element*>(value + 1);
-            value->count = wire->ReadU8();
-            value->elements = value->count != 0 ? elements : nullptr;
-            count = value->count;
+    static BuiltValue Build(uint8_t* area, const uint8_t* bytes, uint32_t limit, bool list) {
+        VpcaCursor wire{bytes, limit};
+        if (!list) {
+            ReadElement(&wire, reinterpret_cast<Element*>(area));
+            return {area + kSize, kSize};
         }
+        auto* value = reinterpret_cast<ListValue<Element>*>(area);
+        auto* elements = reinterpret_cast<Element*>(value + 1);
+        const uint8_t count = wire.ReadU8();
+        value->count = count;
+        value->elements = count != 0 ? elements : nullptr;
         for (uint32_t i = 0; i < count; ++i)
-            ReadElement(wire, &elements[i]);
-        return reinterpret_cast<uint8_t*>(elements + count);
+            ReadElement(&wire, &elements[i]);
+        return {reinterpret_cast<uint8_t*>(elements + count), 1 + count * kSize};
     }
 };
-
-// Record with a counted text
-// --------------------------------------------------------------------------------------
 
 struct Text {
     // Everything but the text.
@@ -140,33 +128,30 @@ struct Text {
         wire->WriteU32(record.value2);
         wire->WriteU8(record.byte);
     }
-    static VpcaError Measure(VpcaCursor* wire, bool, uint32_t* size) {
-        if (wire->remaining < kFixedSize) return RefuseMeasure(__LINE__);
-        const uint8_t textLength = wire->next[sizeof(Address)];
-        if (wire->remaining < kFixedSize + textLength) return RefuseMeasure(__LINE__);
-        wire->Skip(kFixedSize + textLength);
-        *size = uint32_t{sizeof(TextRecord)} + RoundUp4(textLength + 1u);
-        return VpcaError::kSuccess;
+    static MeasuredValue Measure(const uint8_t* wire, uint32_t limit, bool) {
+        if (limit < kFixedSize) return RefuseMeasure(__LINE__);
+        const uint8_t textLength = wire[sizeof(Address)];
+        if (limit < kFixedSize + textLength) return RefuseMeasure(__LINE__);
+        return {kFixedSize + textLength, sizeof(TextRecord) + RoundUp4(textLength + 1u)};
     }
-    static uint8_t* Build(uint8_t* area, VpcaCursor* wire, bool) {
+    static BuiltValue Build(uint8_t* area, const uint8_t* bytes, uint32_t limit, bool) {
+        VpcaCursor wire{bytes, limit};
         auto* record = reinterpret_cast<TextRecord*>(area);
         auto* text = reinterpret_cast<uint8_t*>(record + 1);
-        ReadElement(wire, &record->address);
-        record->textLength = wire->ReadU8();
+        ReadElement(&wire, &record->address);
+        const uint8_t textLength = wire.ReadU8();
+        record->textLength = textLength;
         record->text = reinterpret_cast<const char*>(text);
-        wire->ReadBytes(text, record->textLength);
-        text[record->textLength] = 0;
-        record->word1 = wire->ReadU16();
-        record->word2 = wire->ReadU16();
-        record->value1 = wire->ReadU32();
-        record->value2 = wire->ReadU32();
-        record->byte = wire->ReadU8();
-        return text + RoundUp4(record->textLength + 1u);
+        wire.ReadBytes(text, textLength);
+        text[textLength] = 0;
+        record->word1 = wire.ReadU16();
+        record->word2 = wire.ReadU16();
+        record->value1 = wire.ReadU32();
+        record->value2 = wire.ReadU32();
+        record->byte = wire.ReadU8();
+        return {text + RoundUp4(textLength + 1u), kFixedSize + textLength};
     }
 };
-
-// Opaque
-// ----------------------------------------------------------------------------------------------------------
 
 struct Opaque {
     static VpcaError EncodedSize(const void* value, bool, uint32_t* size) {
@@ -180,34 +165,36 @@ struct Opaque {
         const auto& opaque = As<OpaqueValue>(value);
         wire->WriteBytes(opaque.bytes, opaque.size);
     }
-    static VpcaError Measure(VpcaCursor* wire, bool, uint32_t* size) {
-        *size = uint32_t{sizeof(OpaqueValue)} + RoundUp4(wire->remaining);
-        wire->Skip(wire->remaining);
-        return VpcaError::kSuccess;
+    static MeasuredValue Measure(const uint8_t*, uint32_t limit, bool) {
+        return {limit, sizeof(OpaqueValue) + RoundUp4(limit)};
     }
-    static uint8_t* Build(uint8_t* area, VpcaCursor* wire, bool) {
+    static BuiltValue Build(uint8_t* area, const uint8_t* wire, uint32_t limit, bool) {
         auto* value = reinterpret_cast<OpaqueValue*>(area);
         auto* bytes = reinterpret_cast<uint8_t*>(value + 1);
-        value->length = static_cast<uint8_t>(wire->remaining);
-        value->size = wire->remaining;
+        value->length = static_cast<uint8_t>(limit);
         value->bytes = bytes;
-        wire->ReadBytes(bytes, wire->remaining);
-        return bytes + RoundUp4(value->size);
+        value->size = limit;
+        if (limit != 0) std::memcpy(bytes, wire, limit);
+        return {bytes + RoundUp4(limit), limit};
     }
 };
 
 template <typename Layout>
-constexpr AttributeDescriptor Describe(bool opaque = false) {
-    return {0, opaque, Layout::EncodedSize, Layout::Encode, Layout::Measure, Layout::Build};
+constexpr AttributeDescriptor Describe(bool known = true, bool opaque = false) {
+    return {0, known, opaque, Layout::EncodedSize, Layout::Encode, Layout::Measure, Layout::Build};
 }
 
 }  // namespace
 
-constexpr AttributeDescriptor kOpaqueLayout = Describe<Opaque>(true);
-constexpr AttributeDescriptor kRaw8Layout = Describe<Raw<8>>();
-constexpr AttributeDescriptor kRaw28Layout = Describe<Raw<28>>();
-constexpr AttributeDescriptor kAddressListLayout = Describe<List<Address>>();
-constexpr AttributeDescriptor kAddressValueListLayout = Describe<List<AddressValue>>();
-constexpr AttributeDescriptor kTextRecordLayout = Describe<Text>();
+// In the order of AttributeLayout.
+constexpr AttributeDescriptor kLayouts[] = {
+    Describe<Opaque>(true, true),
+    Describe<Raw<8>>(),
+    Describe<Raw<28>>(),
+    Describe<List<Address>>(),
+    Describe<List<AddressValue>>(),
+    Describe<Text>(),
+    Describe<Opaque>(false, true),
+};
 
 }  // namespace vlm::vpca

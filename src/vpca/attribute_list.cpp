@@ -12,66 +12,125 @@ namespace {
 constexpr uint32_t kItemHeadSize = 3;
 constexpr uint32_t kMaxSelfDescribed = 255;
 
-// One attribute of a list: what it is and the cursor that its value is read from.
+// One attribute of a list, before its value is looked at.
 struct Item {
-    uint16_t kind = 0;
-    uint16_t id = 0;
-    const AttributeDescriptor* descriptor = nullptr;
-    bool known = false;
+    uint16_t kind;
+    uint16_t id;
+    const AttributeDescriptor* descriptor;
+    // From the value on, to its end where that is told from outside the value.
+    VpcaCursor value;
 };
 
-VpcaError FindDescriptor(const SchemaPair& pair, uint8_t variant, Item* item) {
-    item->kind = pair.kind;
-    item->id = pair.id;
-    item->known = true;
-    if (pair.kind == kStructureKind) {
-        item->descriptor = FindStructure(pair.id, variant);
-        return item->descriptor != nullptr ? VpcaError::kSuccess : VpcaError::kUnknownStructure;
-    }
-    item->descriptor = FindAttribute(pair.id, variant);
-    return item->descriptor != nullptr ? VpcaError::kSuccess : VpcaError::kUnknownAttribute;
+VpcaError FindDescriptor(SchemaPair pair, uint8_t variant, const AttributeDescriptor** descriptor) {
+    const bool structured = pair.kind == kStructureKind;
+    *descriptor = structured ? FindStructure(pair.id, variant) : FindAttribute(pair.id, variant);
+    if (*descriptor != nullptr) return VpcaError::kSuccess;
+    return structured ? VpcaError::kUnknownStructure : VpcaError::kUnknownAttribute;
 }
 
-// Both walks over a list read their items with this class, so that they cannot disagree about where a value
-// lies.
-class ListReader {
- public:
-    ListReader(VpcaCursor wire, const SchemaEntry* schema, uint8_t variant)
-        : wire_(wire), schema_(schema), variant_(variant) {}
+// Both walks over a list read it with one of these two readers, so that they cannot disagree about where a
+// value lies. Next() finds the next value, Accept() is told how long it turned out to be.
 
-    // Reads the head of the next item, and calls `use(item, cursor)`, which has to step over the value.
-    template <typename Use>
-    VpcaError Next(uint32_t index, Use&& use) {
-        Item item;
-        if (schema_ != nullptr) {
-            const VpcaError error = FindDescriptor(schema_->pairs[index], variant_, &item);
-            if (error != VpcaError::kSuccess) return error;
-            return use(item, &wire_);
-        }
+class SelfDescribingReader {
+ public:
+    SelfDescribingReader(VpcaCursor wire, uint8_t variant) : wire_(wire), variant_(variant) {}
+
+    VpcaError Next(Item* item) {
         if (wire_.remaining < kItemHeadSize) return VpcaError::kTooShort;
-        item.id = wire_.ReadU16();
-        const uint8_t length = wire_.ReadU8();
-        item.descriptor = FindAttribute(item.id, variant_);
-        item.known = item.descriptor != nullptr;
-        if (!item.known) item.descriptor = &OpaqueDescriptor();
-        if (item.descriptor->opaque) {
-            if (wire_.remaining < length) return VpcaError::kTooShort;
-            VpcaCursor value{wire_.next, length};
-            wire_.Skip(length);
-            return use(item, &value);
-        }
-        const uint32_t before = wire_.remaining;
-        const VpcaError error = use(item, &wire_);
-        if (error != VpcaError::kSuccess) return error;
-        return static_cast<uint8_t>(before - wire_.remaining) == length ? VpcaError::kSuccess
-                                                                        : VpcaError::kTooShort;
+        item->kind = 0;
+        item->id = wire_.ReadU16();
+        length_ = wire_.ReadU8();
+        if (length_ > wire_.remaining) return VpcaError::kTooShort;
+        item->descriptor = &DescribeAttribute(item->id, variant_);
+        item->value = {wire_.next, item->descriptor->opaque ? length_ : wire_.remaining};
+        // Past the value at once, so that the next head is read without waiting for this value's operations.
+        wire_.Skip(length_);
+        return VpcaError::kSuccess;
+    }
+    VpcaError Accept(size_t wireSize) {
+        if (wireSize == length_) return VpcaError::kSuccess;
+        if (static_cast<uint8_t>(wireSize) != length_) return VpcaError::kTooShort;
+        wire_.Skip(static_cast<uint32_t>(wireSize - length_));
+        return VpcaError::kSuccess;
     }
 
  private:
     VpcaCursor wire_;
-    const SchemaEntry* schema_;
+    uint8_t variant_;
+    uint8_t length_ = 0;
+};
+
+class SchemaReader {
+ public:
+    SchemaReader(VpcaCursor wire, const SchemaEntry& schema, uint8_t variant)
+        : wire_(wire), pair_(schema.pairs), variant_(variant) {}
+
+    VpcaError Next(Item* item) {
+        item->kind = pair_->kind;
+        item->id = pair_->id;
+        item->value = wire_;
+        return FindDescriptor(*pair_++, variant_, &item->descriptor);
+    }
+    VpcaError Accept(size_t wireSize) {
+        wire_.Skip(static_cast<uint32_t>(wireSize));
+        return VpcaError::kSuccess;
+    }
+
+ private:
+    VpcaCursor wire_;
+    const SchemaPair* pair_;
     uint8_t variant_;
 };
+
+// The first walk: adds up the memory for the values and their bytes on the wire.
+template <typename Reader>
+VpcaError Measure(Reader reader, uint16_t count, uint32_t* memory, uint32_t* wireBytes) {
+    size_t size = 0;
+    size_t wireSize = 0;
+    for (uint32_t i = 0; i < count; ++i) {
+        Item item;
+        VpcaError error = reader.Next(&item);
+        if (error != VpcaError::kSuccess) return error;
+        const MeasuredValue measured = item.descriptor->measure(item.value.next, item.value.remaining, true);
+        if (measured.size == 0) return VpcaError::kTooShort;
+        error = reader.Accept(measured.wireSize);
+        if (error != VpcaError::kSuccess) return error;
+        size += measured.size;
+        wireSize += measured.wireSize;
+    }
+    *memory = static_cast<uint32_t>(size);
+    *wireBytes = static_cast<uint32_t>(wireSize);
+    return VpcaError::kSuccess;
+}
+
+// The second walk, over bytes that the first one has accepted: the entries at the start of the block, the
+// values behind them. It looks the descriptors up again: that costs less than an array to keep them in.
+template <typename Reader>
+const AttributeEntry* Build(Reader reader, uint16_t count, uint8_t* block) {
+    auto* const entries = reinterpret_cast<AttributeEntry*>(block);
+    uint8_t* area = block + count * sizeof(AttributeEntry);
+    for (uint32_t i = 0; i < count; ++i) {
+        Item item;
+        if (reader.Next(&item) != VpcaError::kSuccess) break;  // cannot happen after the first walk
+        entries[i] = {item.kind, item.descriptor->known ? item.id : uint16_t{0}, area};
+        if (item.descriptor->opaque) reinterpret_cast<OpaqueValue*>(area)->id = item.id;
+        const BuiltValue built = item.descriptor->build(area, item.value.next, item.value.remaining, true);
+        static_cast<void>(reader.Accept(built.wireSize));
+        area = built.end;
+    }
+    return entries;
+}
+
+template <typename Reader>
+VpcaError Decode(const Reader& reader, AttributeList* list, AttributeDestination* destination) {
+    uint32_t memory = 0;
+    VpcaError error = Measure(reader, list->count, &memory, &list->valueBytes);
+    if (error != VpcaError::kSuccess) return error;
+    error = destination->Provide(static_cast<uint32_t>(list->count * sizeof(AttributeEntry)) + memory);
+    if (error != VpcaError::kSuccess) return error;
+    list->entries = Build(reader, list->count, destination->buffer);
+    return VpcaError::kSuccess;
+}
 
 VpcaError CheckSchema(const AttributeSchema& schema) {
     if (schema.count != 0 && schema.entries == nullptr) return VpcaError::kBadArgument;
@@ -90,25 +149,6 @@ const SchemaEntry* FindContext(const AttributeSchema* schema, uint16_t context) 
     return nullptr;
 }
 
-void BuildList(ListReader reader, uint16_t count, uint8_t* block, AttributeList* list) {
-    auto* entries = reinterpret_cast<AttributeEntry*>(block);
-    uint8_t* area = block + count * sizeof(AttributeEntry);
-    for (uint32_t i = 0; i < count; ++i) {
-        AttributeEntry& entry = entries[i];
-        const VpcaError error = reader.Next(i, [&](const Item& item, VpcaCursor* value) {
-            entry.kind = item.kind;
-            entry.id = item.known ? item.id : uint16_t{0};
-            entry.value = area;
-            if (item.descriptor->opaque) reinterpret_cast<OpaqueValue*>(area)->id = item.id;
-            area = item.descriptor->build(area, value, true);
-            return VpcaError::kSuccess;
-        });
-        // The first walk has accepted every item.
-        static_cast<void>(error);
-    }
-    list->entries = entries;
-}
-
 // Calls `use(entry, descriptor, size)` for each attribute that is to be encoded.
 template <typename Use>
 VpcaError ForEachEncoded(const AttributeList& list, const SchemaEntry* schema, uint8_t variant, Use&& use) {
@@ -119,13 +159,11 @@ VpcaError ForEachEncoded(const AttributeList& list, const SchemaEntry* schema, u
     for (uint32_t i = 0; i < list.count; ++i) {
         const AttributeEntry& entry = list.entries[i];
         if (entry.value == nullptr) return VpcaError::kBadArgument;
-        const AttributeDescriptor* descriptor = &OpaqueDescriptor();
+        const AttributeDescriptor* descriptor = &kLayouts[static_cast<uint8_t>(AttributeLayout::kUnknownId)];
         if (schema != nullptr || entry.id != 0) {
-            Item item;
             const SchemaPair pair = schema != nullptr ? schema->pairs[i] : SchemaPair{0, entry.id};
-            const VpcaError found = FindDescriptor(pair, variant, &item);
+            const VpcaError found = FindDescriptor(pair, variant, &descriptor);
             if (found != VpcaError::kSuccess) return found;
-            descriptor = item.descriptor;
         }
         uint32_t size = 0;
         VpcaError error = descriptor->encodedSize(entry.value, true, &size);
@@ -187,26 +225,8 @@ VpcaError DecodeAttributeList(AttributeList* list, const ByteString* text, uint1
     }
     if (list->count == 0) return VpcaError::kSuccess;
 
-    // The second walk looks the descriptors up again: that costs less than an array to keep them in.
-    const ListReader start(wire, entry, variant);
-    auto blockSize = static_cast<uint32_t>(list->count * sizeof(AttributeEntry));
-    ListReader reader = start;
-    for (uint32_t i = 0; i < list->count; ++i) {
-        const VpcaError error = reader.Next(i, [&](const Item& item, VpcaCursor* value) {
-            const uint32_t before = value->remaining;
-            uint32_t size = 0;
-            const VpcaError measured = item.descriptor->measure(value, true, &size);
-            blockSize += size;
-            list->valueBytes += before - value->remaining;
-            return measured;
-        });
-        if (error != VpcaError::kSuccess) return error;
-    }
-
-    const VpcaError error = destination->Provide(blockSize);
-    if (error != VpcaError::kSuccess) return error;
-    BuildList(start, list->count, destination->buffer, list);
-    return VpcaError::kSuccess;
+    return entry != nullptr ? Decode(SchemaReader(wire, *entry, variant), list, destination)
+                            : Decode(SelfDescribingReader(wire, variant), list, destination);
 }
 
 VpcaError EncodedListSize(const AttributeList& list, const SchemaEntry* schema, uint8_t variant,

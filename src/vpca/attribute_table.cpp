@@ -1,10 +1,5 @@
 #include "vpca/attribute_table.h"
 
-#include <array>
-
-#include "vpca/attribute_layouts.h"
-#include "vpca/tables.h"
-
 namespace vlm::vpca {
 
 namespace {
@@ -40,64 +35,45 @@ constexpr struct {
     {12501, 12512}, {13001, 13003}, {14001, 14009},
 };
 
-// The known layouts and their ids, ended by 0. Every other known id is opaque.
+// Every other known id is opaque. Unused places of a row hold 0, which is no id.
 constexpr struct {
-    const AttributeDescriptor* layout;
-    uint16_t ids[8];
-} kLayouts[] = {
-    {&kOpaqueLayout, {}},
-    {&kAddressValueListLayout, {6012, 6016}},
-    {&kAddressListLayout, {144, 146, 199, 261, 266, 300, 1080}},
-    {&kTextRecordLayout, {2112, 2173, 2174}},
-    {&kRaw8Layout, {180}},
-    {&kRaw28Layout, {2405}},
+    AttributeLayout layout;
+    uint16_t ids[7];
+} kKnownLayouts[] = {
+    {AttributeLayout::kAddressValueList, {6012, 6016}},
+    {AttributeLayout::kAddressList, {144, 146, 199, 261, 266, 300, 1080}},
+    {AttributeLayout::kTextRecord, {2112, 2173, 2174}},
+    {AttributeLayout::kRaw8, {180}},
+    {AttributeLayout::kRaw28, {2405}},
 };
 
-constexpr uint8_t kOpaqueRow = 0;
-constexpr uint8_t kNoRow = 0xFF;
-constexpr size_t kIdLimit = std::end(kKnownIds)[-1].last + size_t{1};
-
-// The row of kLayouts that serves an id, by id.
-constexpr std::array<uint8_t, kIdLimit> MakeRows() {
-    std::array<uint8_t, kIdLimit> rows{};
-    rows.fill(kNoRow);
+constexpr std::array<AttributeLayout, kIdLimit> MakeLayouts() {
+    std::array<AttributeLayout, kIdLimit> layouts{};
+    layouts.fill(AttributeLayout::kUnknownId);
     for (const auto& range : kKnownIds) {
         for (size_t id = range.first; id <= range.last; ++id)
-            rows[id] = kOpaqueRow;
+            layouts[id] = AttributeLayout::kOpaque;
     }
-    for (size_t row = kOpaqueRow + 1; row < std::size(kLayouts); ++row) {
-        for (const uint16_t id : kLayouts[row].ids) {
-            if (id != 0) rows[id] = static_cast<uint8_t>(row);
+    for (const auto& known : kKnownLayouts) {
+        for (const uint16_t id : known.ids) {
+            if (id != 0) layouts[id] = known.layout;
         }
     }
-    return rows;
+    return layouts;
 }
-
-constexpr auto kRows = MakeRows();
 
 constexpr uint16_t kStructures[] = {3, 22, 7, 5, 9, 8, 2, 6, 4, 20, 23, 21, 24, 25};
 
-const AttributeDescriptor* Serving(const AttributeDescriptor* descriptor, uint8_t variant) {
-    return descriptor->variant == 0 || descriptor->variant == variant ? descriptor : nullptr;
-}
-
 }  // namespace
 
-const AttributeDescriptor* FindAttribute(uint16_t id, uint8_t variant) {
-    if (!TablesRegistered() || id >= kIdLimit || kRows[id] == kNoRow) return nullptr;
-    return Serving(kLayouts[kRows[id]].layout, variant);
-}
+constexpr std::array<AttributeLayout, kIdLimit> kLayoutOfId = MakeLayouts();
 
-const AttributeDescriptor* FindStructure(uint16_t subId, uint8_t variant) {
+const AttributeDescriptor* FindStructure(uint16_t subId, uint8_t) {
     if (!TablesRegistered()) return nullptr;
     for (const uint16_t known : kStructures) {
-        if (known == subId) return Serving(&kOpaqueLayout, variant);
+        if (known == subId) return &kLayouts[static_cast<uint8_t>(AttributeLayout::kOpaque)];
     }
     return nullptr;
-}
-
-const AttributeDescriptor& OpaqueDescriptor() {
-    return kOpaqueLayout;
 }
 
 }  // namespace vlm::vpca

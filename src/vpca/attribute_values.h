@@ -1,6 +1,7 @@
 // What decoded attributes look like in memory. Entries and values lie in one block: the entries first, then
-// the values, each on a 4-byte boundary. The structures are therefore packed to 4 bytes (their pointers may
-// lie on a multiple of 4 that is none of 8), and every pointer in a value points into the same block.
+// the values, each on a 4-byte boundary. The structures are therefore packed to 4 bytes: a pointer in one may
+// lie on a multiple of 4 that is none of 8, so copy it before you bind a reference to it. Every such pointer
+// points into the same block.
 #pragma once
 
 #include <cstdint>
