@@ -97,8 +97,8 @@ TEST_F(AttributeTest, TextRecordsKeepTheTextWithATerminatingZero) {
         SCOPED_TRACE(length);
         const Bytes text(length, 'x');
         const auto wireLength = static_cast<uint8_t>(18 + length);
-        const Bytes wire = Hex("01 0840") + Bytes{wireLength} + Hex("C0000205") + Bytes{length} + text +
-                           Hex("0102 0304 05060708 090A0B0C 0D");
+        const Bytes wire = Hex("02 0840") + Bytes{wireLength} + Hex("C0000205") + Bytes{length} + text +
+                           Hex("0102 0304 05060708 090A0B0C 0D 1B58 00");
         const ByteString string{static_cast<uint16_t>(wire.size()), wire.data()};
         AttributeDestination destination;
         ASSERT_EQ(DecodeAttributeList(&list_, &string, kLongListContext, nullptr, kVersion10, &destination),
@@ -112,7 +112,7 @@ TEST_F(AttributeTest, TextRecordsKeepTheTextWithATerminatingZero) {
         EXPECT_EQ(record.value1, 0x05060708u);
         EXPECT_EQ(record.value2, 0x090A0B0Cu);
         EXPECT_EQ(record.byte, 0x0D);
-        EXPECT_EQ(destination.capacity, 16 + 40 + ((length + 4u) & ~3u));
+        EXPECT_EQ(destination.capacity, 2 * 16 + 40 + ((length + 4u) & ~3u) + 24);
         EXPECT_EQ(list_.valueBytes, 18u + length);
     }
 }
@@ -186,7 +186,9 @@ TEST_F(AttributeTest, OnlyTheLowByteOfTheLengthCountsOutsideLongLists) {
     ASSERT_EQ(text.size(), 262u);
     EXPECT_EQ(Decode(text, kLongListContext), VpcaError::kSuccess);
     EXPECT_EQ(list_.count, 2);
-    EXPECT_EQ(Decode(text, 1), VpcaError::kTooShort) << "262 is 6 in 8 bits";
+    for (const int context : {1, 47, 49, 0x3030}) {
+        EXPECT_EQ(Decode(text, static_cast<uint16_t>(context)), VpcaError::kTooShort) << "262 is 6 in 8 bits";
+    }
 }
 
 TEST_F(AttributeTest, LongestListNeedsMoreMemoryThan16BitsCountAndIsDecodedWhole) {
@@ -237,6 +239,25 @@ TEST_F(AttributeTest, SchemaReplacesCountAndIds) {
         AttributeDestination destination;
         EXPECT_EQ(DecodeAttributeList(&list_, &string, c.context, &schema, kVersion10, &destination),
                   c.error);
+    }
+}
+
+TEST_F(AttributeTest, SchemaListCutAnywhereIsTooShort) {
+    const SchemaPair pairs[] = {{0, 144}, {0, 6012}, {0, 2112}, {0, 2405}};
+    const SchemaEntry entry{6, 4, pairs};
+    const AttributeSchema schema{1, &entry};
+    const Bytes whole =
+        Hex("02 0A000001 0A000002 01 C0000201 00000102 C0000205 02 6162 0102 0304 05060708 090A0B0C 0D") +
+        Bytes(28, 0x42);
+    EXPECT_EQ(Decode(whole, 6, &schema), VpcaError::kSuccess);
+    for (size_t size = 1; size < whole.size(); ++size) {
+        AttributeList list;
+        AttributeDestination destination;
+        const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
+        const ByteString string{static_cast<uint16_t>(size), cut.data()};
+        EXPECT_EQ(DecodeAttributeList(&list, &string, 6, &schema, kVersion10, &destination),
+                  VpcaError::kTooShort)
+            << size;
     }
 }
 
