@@ -194,7 +194,7 @@ void MeasureLists(std::vector<Row>* rows) {
                    500};
     Bytes snmpCopy = snmpWire;
     Contender snmp{[&] {
-                       auto* pdu = static_cast<netsnmp_pdu*>(std::calloc(1, sizeof(netsnmp_pdu)));
+                       netsnmp_pdu* const pdu = snmp_pdu_create(SNMP_MSG_RESPONSE);
                        size_t size = snmpCopy.size();
                        if (snmp_pdu_parse(pdu, snmpCopy.data(), &size) != 0) Die("net-snmp decoding fails");
                        Keep(*pdu);

@@ -55,7 +55,7 @@ TEST_F(AllocationTest, CallersBufferIsUsedGrownOnlyWithPermissionAndNeverFreed) 
     EXPECT_EQ(memory_probe::Allocations(), 0);
 
     auto* const growing = static_cast<uint8_t*>(Allocate(8));
-    void* last = growing;
+    void* last = nullptr;
     {
         AttributeDestination destination(growing, 8, AttributeDestination::kMayGrow);
         EXPECT_EQ(Decode(text, &list, &destination), VpcaError::kSuccess);
@@ -70,6 +70,7 @@ TEST_F(AllocationTest, CallersBufferIsUsedGrownOnlyWithPermissionAndNeverFreed) 
 TEST_F(AllocationTest, NothingOfWhatLayInTheBufferShowsThroughADecodedList) {
     const Bytes text =
         Hex("03 0090 05 01 0A000001 0840 13 C0000205 01 61 0102 0304 05060708 090A0B0C 0D 1B58 01 FF");
+    constexpr size_t kUsed = 3 * 16 + 20 + 44 + 28;
     alignas(8) uint8_t buffer[512];
     Bytes images[2];
     for (const int fill : {0x00, 0xAA}) {
@@ -77,7 +78,7 @@ TEST_F(AllocationTest, NothingOfWhatLayInTheBufferShowsThroughADecodedList) {
         AttributeList list;
         AttributeDestination destination(buffer, sizeof buffer);
         ASSERT_EQ(Decode(text, &list, &destination), VpcaError::kSuccess);
-        images[fill != 0].assign(buffer, buffer + 3 * 16 + 20 + 44 + 28);
+        images[fill != 0].assign(buffer, buffer + kUsed);
     }
     EXPECT_EQ(images[0], images[1]);
 }

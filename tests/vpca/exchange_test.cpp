@@ -412,6 +412,19 @@ TEST_F(ContinuedExchangeTest, BlocksWithoutDataDoNotGoOnForEver) {
     EXPECT_EQ(scripted_.Count(Step::kRead), 1);
 }
 
+TEST(TransactionTest, FailedSendLeavesNoDocumentOpen) {
+    ScriptedPort scripted;
+    scripted.faultyStep = Step::kWrite;
+    scripted.fault = Fault::kFails;
+    const VpcaPort port = scripted.Port();
+    CVPCATransaction transaction(7);
+    transaction.Initialise();
+    transaction.PrepareDataBlock();
+    EXPECT_FALSE(transaction.Send(&port));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_READY});
+    EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
+}
+
 TEST(TransactionTest, EachPrepareNumbersTheRequestAnewAndTheDestructorEndsAnOpenDocument) {
     ScriptedPort scripted;
     const VpcaPort port = scripted.Port();
