@@ -1,23 +1,18 @@
 // What decoding VPCA costs, against two decoders of the same trade fed with equal payloads in the same run:
-// net-snmp's PDU parser and CUPS's IPP reader. Prints a table; --json FILE also writes the rows there.
-//
-// Every figure is the best of many short rounds, and the rounds of what is compared alternate, so that a busy
-// machine slows both sides alike.
-
+// net-snmp's PDU parser and CUPS's IPP reader.
 #include <net-snmp/net-snmp-config.h>
 // net-snmp-config.h first.
 #include <cups/ipp.h>
 #include <net-snmp/net-snmp-includes.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
 #include <string>
 #include <vector>
 
+#include "bench/bench.h"
 #include "vpca/attribute_list.h"
 #include "vpca/attribute_table.h"
 #include "vpca/frame.h"
@@ -47,7 +42,7 @@ namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr int kRounds = 60;
+constexpr int kRounds = 100;
 constexpr uint32_t kBlockSize = 64 * 1024;
 
 [[noreturn]] void Die(const char* what) {
@@ -60,37 +55,6 @@ template <typename Value>
 void Keep(const Value& value) {
     asm volatile("" : : "g"(&value) : "memory");
 }
-
-double SecondsOf(const std::function<void()>& work, int repeats) {
-    const auto start = std::chrono::steady_clock::now();
-    for (int i = 0; i < repeats; ++i)
-        work();
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count() / repeats;
-}
-
-struct Contender {
-    std::function<void()> work;
-    int repeats;
-    double seconds = 1e9;
-};
-
-void Race(std::initializer_list<Contender*> contenders) {
-    for (int round = 0; round < kRounds; ++round) {
-        for (Contender* c : contenders)
-            c->seconds = std::min(c->seconds, SecondsOf(c->work, c->repeats));
-    }
-}
-
-struct Row {
-    const char* name;
-    const char* unit;
-    double ours;
-    // Negative: there is none.
-    double reference;
-    const char* referenceIs;
-    double ratio;
-    const char* target;
-};
 
 struct Attribute {
     uint16_t id;
@@ -174,92 +138,97 @@ IppStream EncodeIpp(const std::vector<Attribute>& attributes) {
     return stream;
 }
 
-void MeasureLists(std::vector<Row>* rows) {
-    const std::vector<Attribute> attributes = MakeAttributes();
-    const auto count = static_cast<double>(attributes.size());
-    const Bytes vpcaWire = EncodeVpca(attributes);
-    const Bytes snmpWire = EncodeSnmp(attributes);
+struct ListDecoders {
+    std::vector<Attribute> attributes = MakeAttributes();
+    Bytes vpcaWire = EncodeVpca(attributes);
+    Bytes snmpWire = EncodeSnmp(attributes);
     IppStream ippWire = EncodeIpp(attributes);
 
-    Contender ours{[&] {
-                       const ByteString text{static_cast<uint16_t>(vpcaWire.size()), vpcaWire.data()};
-                       AttributeList list;
-                       AttributeDestination destination;
-                       const VpcaError error = DecodeAttributeList(&list, &text, kLongListContext, nullptr,
-                                                                   kVersion10, &destination);
-                       if (error != VpcaError::kSuccess || list.count != attributes.size())
-                           Die("VPCA decoding fails");
-                       Keep(list);
-                   },
-                   500};
-    Bytes snmpCopy = snmpWire;
-    Contender snmp{[&] {
-                       netsnmp_pdu* const pdu = snmp_pdu_create(SNMP_MSG_RESPONSE);
-                       size_t size = snmpCopy.size();
-                       if (snmp_pdu_parse(pdu, snmpCopy.data(), &size) != 0) Die("net-snmp decoding fails");
-                       Keep(*pdu);
-                       snmp_free_pdu(pdu);
-                   },
-                   100};
-    Contender ipp{[&] {
-                      ippWire.position = 0;
-                      ipp_t* const message = ippNew();
-                      if (ippReadIO(&ippWire, ReadIpp, 1, nullptr, message) != IPP_STATE_DATA) {
-                          Die("CUPS decoding fails");
-                      }
-                      Keep(*message);
-                      ippDelete(message);
-                  },
-                  30};
-    Race({&ours, &snmp, &ipp});
+    void Vpca() {
+        const ByteString text{static_cast<uint16_t>(vpcaWire.size()), vpcaWire.data()};
+        AttributeList list;
+        AttributeDestination destination;
+        const VpcaError error =
+            DecodeAttributeList(&list, &text, kLongListContext, nullptr, kVersion10, &destination);
+        if (error != VpcaError::kSuccess || list.count != attributes.size()) Die("VPCA decoding fails");
+        Keep(list);
+    }
+    void Snmp() {
+        netsnmp_pdu* const pdu = snmp_pdu_create(SNMP_MSG_RESPONSE);
+        size_t size = snmpWire.size();
+        if (snmp_pdu_parse(pdu, snmpWire.data(), &size) != 0) Die("net-snmp decoding fails");
+        Keep(*pdu);
+        snmp_free_pdu(pdu);
+    }
+    void Ipp() {
+        ippWire.position = 0;
+        ipp_t* const message = ippNew();
+        if (ippReadIO(&ippWire, ReadIpp, 1, nullptr, message) != IPP_STATE_DATA) Die("CUPS decoding fails");
+        Keep(*message);
+        ippDelete(message);
+    }
+};
 
-    const auto perAttribute = [&](const Contender& c) { return c.seconds * 1e9 / count; };
-    const double nanoseconds = perAttribute(ours);
-    rows->push_back({"vpca list decode", "ns/attribute", nanoseconds, -1, "", 0, "<= 15 ns"});
-    rows->push_back({"vpca list decode vs net-snmp", "ns/attribute", nanoseconds, perAttribute(snmp),
-                     "net-snmp snmp_pdu_parse", perAttribute(snmp) / nanoseconds, ">= 4 x"});
-    rows->push_back({"vpca list decode vs CUPS", "ns/attribute", nanoseconds, perAttribute(ipp),
-                     "CUPS ippReadIO", perAttribute(ipp) / nanoseconds, ">= 12 x"});
+void MeasureLists(bench::Rows* rows) {
+    ListDecoders decoders;
+    const auto count = static_cast<double>(decoders.attributes.size());
+    const auto repeat = [&](void (ListDecoders::*decode)()) {
+        return [&decoders, decode](long repetitions) {
+            for (long i = 0; i < repetitions; ++i)
+                (decoders.*decode)();
+        };
+    };
+    const auto ours = repeat(&ListDecoders::Vpca);
+    const bench::Pair snmp = bench::BestOfBoth(kRounds, 100, ours, repeat(&ListDecoders::Snmp));
+    const bench::Pair ipp = bench::BestOfBoth(kRounds, 100, ours, repeat(&ListDecoders::Ipp));
+
+    rows->Add("VPCA list of 40 attributes, decode", "ns/attribute", std::min(snmp.ours, ipp.ours) / count, 15,
+              "the limit", "<= 1");
+    rows->Add("VPCA list against SNMP varbinds", "ns/attribute", snmp.ours / count, snmp.reference / count,
+              "net-snmp snmp_pdu_parse", "<= 0.25");
+    rows->Add("VPCA list against IPP attributes", "ns/attribute", ipp.ours / count, ipp.reference / count,
+              "CUPS ippReadIO", "<= 0.0833");
 
     const long before = allocations;
-    ours.work();
-    rows->push_back({"vpca list allocations", "allocations/list", static_cast<double>(allocations - before),
-                     -1, "", 0, "1"});
+    decoders.Vpca();
+    rows->Add("VPCA list, memory", "allocations", static_cast<double>(allocations - before), 1, "the limit",
+              "<= 1");
 }
 
 // A data block is decoded in place; what the caller of an exchange gets is decoded and copied.
-void MeasureDataBlock(std::vector<Row>* rows) {
+void MeasureDataBlock(bench::Rows* rows) {
     Bytes frame{0xCD, 0xCA, 0x10, 0x05, 0x00, 0x31, 0, 1, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 7};
     frame.resize(frame.size() + kBlockSize, 0x5A);
     Bytes destination(kBlockSize);
-    Contender ours{[&] {
-                       VpcaHeader header;
-                       VpcaResult result;
-                       const VpcaError error = DecodeResponse(
-                           &header, &result, {frame.data(), static_cast<uint32_t>(frame.size())});
-                       const auto* block = std::get_if<DataBlock>(&result.body);
-                       if (error != VpcaError::kSuccess || block->size != kBlockSize)
-                           Die("data block decoding fails");
-                       std::memcpy(destination.data(), block->data, block->size);
-                       Keep(destination[0]);
-                   },
-                   200};
-    Contender copy{[&] {
-                       std::memcpy(destination.data(), frame.data() + 24, kBlockSize);
-                       Keep(destination[0]);
-                   },
-                   200};
-    Race({&ours, &copy});
-    const auto rate = [](const Contender& c) { return kBlockSize / c.seconds / 1e9; };
-    rows->push_back({"vpca data block decode", "GB/s", rate(ours), rate(copy), "memcpy of the same bytes",
-                     rate(ours) / rate(copy), ">= 0.5 x"});
+    const bench::Pair times = bench::BestOfBoth(
+        kRounds, 100,
+        [&](long repetitions) {
+            for (long i = 0; i < repetitions; ++i) {
+                VpcaHeader header;
+                VpcaResult result;
+                const VpcaError error =
+                    DecodeResponse(&header, &result, {frame.data(), static_cast<uint32_t>(frame.size())});
+                const auto* block = std::get_if<DataBlock>(&result.body);
+                if (error != VpcaError::kSuccess || block->size != kBlockSize)
+                    Die("data block decoding fails");
+                std::memcpy(destination.data(), block->data, block->size);
+                Keep(destination[0]);
+            }
+        },
+        [&](long repetitions) {
+            for (long i = 0; i < repetitions; ++i) {
+                std::memcpy(destination.data(), frame.data() + 24, kBlockSize);
+                Keep(destination[0]);
+            }
+        });
+    rows->Add("VPCA data block of 64 KiB, decode", "ns", times.ours, times.reference,
+              "memcpy of the same bytes", "<= 2");
 }
 
-void MeasureLookup(std::vector<Row>* rows) {
-    constexpr int kLookups = 1000;
+void MeasureLookup(bench::Rows* rows) {
     const auto find = [](uint16_t id) {
-        return [id] {
-            for (int i = 0; i < kLookups; ++i) {
+        return [id](long repetitions) {
+            for (long i = 0; i < repetitions; ++i) {
                 // Not a constant to the compiler.
                 uint16_t asked = id;
                 asm volatile("" : "+r"(asked));
@@ -268,66 +237,23 @@ void MeasureLookup(std::vector<Row>* rows) {
             }
         };
     };
-    Contender first{find(2), 20};
-    Contender last{find(14009), 20};
-    Contender unknown{find(65535), 20};
-    Race({&first, &last, &unknown});
-    const auto each = [](const Contender& c) { return c.seconds * 1e9 / kLookups; };
-    rows->push_back({"vpca lookup of the last id", "ns/lookup", each(last), each(first),
-                     "lookup of the first id", each(first) / each(last), "~ 1 x"});
-    rows->push_back({"vpca lookup of an unknown id", "ns/lookup", each(unknown), each(first),
-                     "lookup of the first id", each(first) / each(unknown), "~ 1 x"});
-}
-
-void PrintTable(const std::vector<Row>& rows) {
-    std::printf("%-32s %-17s %9s %9s %7s  %-9s %s\n", "name", "unit", "ours", "reference", "ratio", "target",
-                "against");
-    for (const Row& row : rows) {
-        std::printf("%-32s %-17s %9.2f ", row.name, row.unit, row.ours);
-        if (row.reference < 0) {
-            std::printf("%9s %7s  %-9s\n", "", "", row.target);
-        } else {
-            std::printf("%9.2f %7.2f  %-9s %s\n", row.reference, row.ratio, row.target, row.referenceIs);
-        }
-    }
-}
-
-void WriteJson(const std::vector<Row>& rows, const char* path) {
-    std::FILE* const file = std::fopen(path, "w");
-    if (file == nullptr) Die("the JSON file cannot be written");
-    std::fprintf(file, "[\n");
-    for (const Row& row : rows) {
-        std::fprintf(file, "  {\"name\": \"%s\", \"unit\": \"%s\", \"ours\": %.4f, ", row.name, row.unit,
-                     row.ours);
-        if (row.reference < 0) {
-            std::fprintf(file, "\"reference\": null, \"reference_is\": null, \"ratio\": null, ");
-        } else {
-            std::fprintf(file, "\"reference\": %.4f, \"reference_is\": \"%s\", \"ratio\": %.4f, ",
-                         row.reference, row.referenceIs, row.ratio);
-        }
-        std::fprintf(file, "\"target\": \"%s\"}%s\n", row.target, &row == &rows.back() ? "" : ",");
-    }
-    std::fprintf(file, "]\n");
-    std::fclose(file);
+    const bench::Pair last = bench::BestOfBoth(kRounds, 20000, find(14009), find(2));
+    rows->Add("VPCA lookup of the last id", "ns", last.ours, last.reference, "lookup of the first id",
+              "<= 1.5");
+    const bench::Pair unknown = bench::BestOfBoth(kRounds, 20000, find(65535), find(2));
+    rows->Add("VPCA lookup of an unknown id", "ns", unknown.ours, unknown.reference, "lookup of the first id",
+              "<= 1.5");
 }
 
 }  // namespace
 }  // namespace vlm::vpca
 
 int main(int argc, char** argv) {
-    const char* json = nullptr;
-    if (argc == 3 && std::strcmp(argv[1], "--json") == 0) {
-        json = argv[2];
-    } else if (argc != 1) {
-        std::fprintf(stderr, "usage: vpca_bench [--json FILE]\n");
-        return 2;
-    }
+    if (argc != 2) return 2;
     vlm::vpca::RegisterTables();
-    std::vector<vlm::vpca::Row> rows;
+    vlm::bench::Rows rows;
     vlm::vpca::MeasureLists(&rows);
     vlm::vpca::MeasureDataBlock(&rows);
     vlm::vpca::MeasureLookup(&rows);
-    vlm::vpca::PrintTable(rows);
-    if (json != nullptr) vlm::vpca::WriteJson(rows, json);
-    return 0;
+    return rows.WriteTo(argv[1]);
 }

@@ -1,13 +1,10 @@
 // Stand-in for the spooler router's Bidi allocator (spoolss.dll). See standin.h.
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-#include <winsplp.h>
 
 #include <mutex>
 #include <unordered_map>
 
 #include "spooler/standin.h"
+#include "util/spooler_api.h"
 
 namespace {
 
@@ -31,11 +28,12 @@ size_t PageSize() {
     return system.dwPageSize;
 }
 
-// The largest power of two up to 8 that divides the size, so that a block can end exactly at the guard page and is
-// still aligned for what it holds: containers are multiples of 8 bytes, strings of 2.
+// The largest power of two up to 8 that divides the size, so that a block can end exactly at the guard page
+// and is still aligned for what it holds: containers are multiples of 8 bytes, strings of 2.
 size_t AlignmentOf(size_t size) {
     size_t alignment = 8;
-    while (size % alignment != 0) alignment /= 2;
+    while (size % alignment != 0)
+        alignment /= 2;
     return alignment;
 }
 
@@ -88,12 +86,17 @@ size_t ContainerSize(DWORD count) {
 
 }  // namespace
 
-// noexcept: a failing std allocation in a stand-in is the end of a test, never something to report to the caller.
+// noexcept: a failing std allocation in a stand-in is the end of a test, never something to report to the
+// caller.
 extern "C" {
 
-__declspec(dllexport) LPVOID WINAPI RouterAllocBidiMem(size_t size) noexcept { return Allocate(size); }
+__declspec(dllexport) LPVOID WINAPI RouterAllocBidiMem(size_t size) noexcept {
+    return Allocate(size);
+}
 
-__declspec(dllexport) VOID WINAPI RouterFreeBidiMem(LPVOID block) noexcept { Free(block); }
+__declspec(dllexport) VOID WINAPI RouterFreeBidiMem(LPVOID block) noexcept {
+    Free(block);
+}
 
 __declspec(dllexport) PBIDI_RESPONSE_CONTAINER WINAPI RouterAllocBidiResponseContainer(DWORD count) noexcept {
     auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(Allocate(ContainerSize(count)));
@@ -101,7 +104,8 @@ __declspec(dllexport) PBIDI_RESPONSE_CONTAINER WINAPI RouterAllocBidiResponseCon
     return container;
 }
 
-__declspec(dllexport) DWORD WINAPI RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container) noexcept {
+__declspec(dllexport) DWORD WINAPI
+    RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container) noexcept {
     if (container == nullptr) return ERROR_INVALID_PARAMETER;
     for (DWORD i = 0; i < container->Count; ++i) {
         BIDI_RESPONSE_DATA& entry = container->aData[i];

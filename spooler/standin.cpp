@@ -5,7 +5,8 @@
 namespace vlm::standin {
 
 Printers::Printers() {
-    // Already loaded by whoever imports it; loading it here too keeps the functions valid for this object's life.
+    // Already loaded by whoever imports it; loading it here too keeps the functions valid for this object's
+    // life.
     const HMODULE module = LoadLibraryW(L"winspool.drv");
     if (module == nullptr) return;
     reset_ = FindFunction<void()>(module, "StandInReset");

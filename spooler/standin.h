@@ -1,12 +1,13 @@
 // How a host scripts the stand-in spooler, and reads what was asked of it.
 //
-// The stand-ins are two DLLs that lie beside a program and take the place of the system's: "winspool.drv" with
-// printers, drivers and jobs that the host invents, and "spoolss.dll" with the router's Bidi allocator. They exist
-// because Wine's own spooler shows no effect of SetJobW and has no Bidi allocator at all. Product code does not know
-// them; it calls the platform.
+// The stand-ins are two DLLs that lie beside a program and take the place of the system's: "winspool.drv"
+// with printers, drivers and jobs that the host invents, and "spoolss.dll" with the router's Bidi allocator.
+// They exist because Wine's own spooler shows no effect of SetJobW and has no Bidi allocator at all. Product
+// code does not know them; it calls the platform.
 //
-// StandInPrinters and StandInRouter find the control functions of the stand-in that is loaded in this process. On a
-// machine with the real spooler there is none and Present() is false. All functions may be called from any thread.
+// StandInPrinters and StandInRouter find the control functions of the stand-in that is loaded in this
+// process. On a machine with the real spooler there is none and Present() is false. All functions may be
+// called from any thread.
 #pragma once
 
 #include <windows.h>
@@ -18,11 +19,12 @@ namespace vlm::standin {
 
 struct PrinterDescription {
     const wchar_t* name;
-    const wchar_t* port;            // a pooled printer names several, separated by commas
-    const wchar_t* share;           // may be null
-    DWORD attributes;               // PRINTER_ATTRIBUTE_…
-    const wchar_t* driver;          // may be null
-    const wchar_t* dependentFiles;  // of the driver: names each ended by NUL, the list by one more; may be null
+    const wchar_t* port;    // a pooled printer names several, separated by commas
+    const wchar_t* share;   // may be null
+    DWORD attributes;       // PRINTER_ATTRIBUTE_…
+    const wchar_t* driver;  // may be null
+    const wchar_t*
+        dependentFiles;  // of the driver: names each ended by NUL, the list by one more; may be null
 };
 
 // What the next calls of one function do instead of their work.
@@ -46,7 +48,8 @@ class Printers {
  public:
     Printers();
     bool Present() const { return reset_ != nullptr; }
-    // Forgets printers, jobs, rules and the log. Handles that are still open stay open and keep being counted.
+    // Forgets printers, jobs, rules and the log. Handles that are still open stay open and keep being
+    // counted.
     void Reset() const { reset_(); }
     bool Add(const PrinterDescription& printer) const { return addPrinter_(&printer) != FALSE; }
     // Adds the job if the printer has none of that id; `status` is a set of JOB_STATUS_… bits.
@@ -68,8 +71,8 @@ class Printers {
     DWORD (*readLog_)(wchar_t*, DWORD) = nullptr;
 };
 
-// The control functions of spoolss.dll. Each block ends at a page without access, so an overrun faults at once;
-// a freed block's pages are given back, so a use after free does too.
+// The control functions of spoolss.dll. Each block ends at a page without access, so an overrun faults at
+// once; a freed block's pages are given back, so a use after free does too.
 class Router {
  public:
     Router();
@@ -79,8 +82,8 @@ class Router {
         counters_(&counters);
         return counters;
     }
-    // Starts counting allocations at zero; the n-th (1 = the next) and all after it fail when `failFrom` is n,
-    // none when it is 0.
+    // Starts counting allocations at zero; the n-th (1 = the next) and all after it fail when `failFrom` is
+    // n, none when it is 0.
     void ResetAllocations(LONG64 failFrom) const { resetAllocations_(failFrom); }
 
  private:

@@ -1,8 +1,5 @@
-// Stand-in for the spooler's client library (winspool.drv): printers, drivers and jobs that the host invents, each
-// call logged. See standin.h. Only what the monitor and its host call is here.
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
+// Stand-in for the spooler's client library (winspool.drv): printers, drivers and jobs that the host invents,
+// each call logged. See standin.h. Only what the monitor and its host call is here.
 
 #include <algorithm>
 #include <cwchar>
@@ -13,6 +10,7 @@
 #include <vector>
 
 #include "spooler/standin.h"
+#include "util/spooler_api.h"
 
 namespace {
 
@@ -105,14 +103,15 @@ std::wstring JobText(HANDLE handle, DWORD job, const std::wstring& rest) {
     return NameOf(handle) + L", job " + std::to_wstring(job) + L", " + rest;
 }
 
-// Lays a structure of type Info and its strings out in the caller's buffer, as the spooler does: structures first,
-// strings behind them.
+// Lays a structure of type Info and its strings out in the caller's buffer, as the spooler does: structures
+// first, strings behind them.
 class Packer {
  public:
     Packer(void* buffer, DWORD capacity, size_t structures)
         : buffer_(static_cast<BYTE*>(buffer)), capacity_(capacity), used_(structures) {}
 
-    // A copy of `text` with its terminator; null when the buffer is too small (the size is counted all the same).
+    // A copy of `text` with its terminator; null when the buffer is too small (the size is counted all the
+    // same).
     wchar_t* Add(const std::wstring& text) {
         const size_t bytes = (text.size() + 1) * sizeof(wchar_t);
         const size_t at = used_;
@@ -147,14 +146,22 @@ void FillPrinterInfo(const Printer& printer, Packer& packer, PRINTER_INFO_2W& in
 
 const wchar_t* CommandName(DWORD command) {
     switch (command) {
-        case JOB_CONTROL_PAUSE: return L"PAUSE";
-        case JOB_CONTROL_RESUME: return L"RESUME";
-        case JOB_CONTROL_CANCEL: return L"CANCEL";
-        case JOB_CONTROL_RESTART: return L"RESTART";
-        case JOB_CONTROL_DELETE: return L"DELETE";
-        case JOB_CONTROL_SENT_TO_PRINTER: return L"SENT_TO_PRINTER";
-        case JOB_CONTROL_LAST_PAGE_EJECTED: return L"LAST_PAGE_EJECTED";
-        default: return L"other command";
+        case JOB_CONTROL_PAUSE:
+            return L"PAUSE";
+        case JOB_CONTROL_RESUME:
+            return L"RESUME";
+        case JOB_CONTROL_CANCEL:
+            return L"CANCEL";
+        case JOB_CONTROL_RESTART:
+            return L"RESTART";
+        case JOB_CONTROL_DELETE:
+            return L"DELETE";
+        case JOB_CONTROL_SENT_TO_PRINTER:
+            return L"SENT_TO_PRINTER";
+        case JOB_CONTROL_LAST_PAGE_EJECTED:
+            return L"LAST_PAGE_EJECTED";
+        default:
+            return L"other command";
     }
 }
 
@@ -166,7 +173,8 @@ BOOL CopyDirectory(const wchar_t* directory, BYTE* buffer, DWORD capacity, DWORD
 
 }  // namespace
 
-// noexcept: a failing std allocation in a stand-in is the end of a test, never something to report to the caller.
+// noexcept: a failing std allocation in a stand-in is the end of a test, never something to report to the
+// caller.
 extern "C" {
 
 __declspec(dllexport) BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) noexcept {
@@ -191,8 +199,8 @@ __declspec(dllexport) BOOL WINAPI ClosePrinter(HANDLE handle) noexcept {
     return FALSE;
 }
 
-__declspec(dllexport) BOOL WINAPI GetPrinterW(HANDLE handle, DWORD level, LPBYTE buffer, DWORD capacity,
-                                              LPDWORD needed) noexcept {
+__declspec(dllexport) BOOL WINAPI
+    GetPrinterW(HANDLE handle, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) noexcept {
     if (!Enter("GetPrinterW", NameOf(handle))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
@@ -208,8 +216,8 @@ __declspec(dllexport) BOOL WINAPI GetPrinterW(HANDLE handle, DWORD level, LPBYTE
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level, LPBYTE buffer, DWORD capacity,
-                                                LPDWORD needed, LPDWORD returned) noexcept {
+__declspec(dllexport) BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level, LPBYTE buffer,
+                                                DWORD capacity, LPDWORD needed, LPDWORD returned) noexcept {
     if (!Enter("EnumPrintersW", L"flags " + std::to_wstring(flags))) return FALSE;
     *returned = 0;
     if (level != 2) {
@@ -220,7 +228,8 @@ __declspec(dllexport) BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level
     const auto& printers = TheSpooler().printers;
     Packer packer(buffer, capacity, printers.size() * sizeof(PRINTER_INFO_2W));
     std::vector<PRINTER_INFO_2W> infos(printers.size());
-    for (size_t i = 0; i < printers.size(); ++i) FillPrinterInfo(*printers[i], packer, infos[i]);
+    for (size_t i = 0; i < printers.size(); ++i)
+        FillPrinterInfo(*printers[i], packer, infos[i]);
     if (!packer.Finish(needed)) return FALSE;
     std::copy(infos.begin(), infos.end(), reinterpret_cast<PRINTER_INFO_2W*>(buffer));
     *returned = static_cast<DWORD>(infos.size());
@@ -246,8 +255,8 @@ __declspec(dllexport) BOOL WINAPI GetPrinterDriverW(HANDLE handle, LPWSTR, DWORD
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI GetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE buffer, DWORD capacity,
-                                          LPDWORD needed) noexcept {
+__declspec(dllexport) BOOL WINAPI
+    GetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) noexcept {
     if (!Enter("GetJobW", JobText(handle, id, L"level " + std::to_wstring(level)))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
@@ -268,21 +277,22 @@ __declspec(dllexport) BOOL WINAPI GetJobW(HANDLE handle, DWORD id, DWORD level, 
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI SetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE, DWORD command) noexcept {
+__declspec(dllexport) BOOL WINAPI
+    SetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE, DWORD command) noexcept {
     std::wstring what = CommandName(command);
     if (level != 0) what += L", level " + std::to_wstring(level);
     if (!Enter("SetJobW", JobText(handle, id, what))) return FALSE;
     return FindByHandle(handle) != nullptr;
 }
 
-__declspec(dllexport) BOOL WINAPI GetPrinterDriverDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DWORD capacity,
-                                                             LPDWORD needed) noexcept {
+__declspec(dllexport) BOOL WINAPI GetPrinterDriverDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer,
+                                                             DWORD capacity, LPDWORD needed) noexcept {
     if (!Enter("GetPrinterDriverDirectoryW", L"")) return FALSE;
     return CopyDirectory(L"C:\\windows\\system32\\spool\\drivers\\x64", buffer, capacity, needed);
 }
 
-__declspec(dllexport) BOOL WINAPI GetPrintProcessorDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DWORD capacity,
-                                                              LPDWORD needed) noexcept {
+__declspec(dllexport) BOOL WINAPI GetPrintProcessorDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer,
+                                                              DWORD capacity, LPDWORD needed) noexcept {
     if (!Enter("GetPrintProcessorDirectoryW", L"")) return FALSE;
     return CopyDirectory(L"C:\\windows\\system32\\spool\\prtprocs\\x64", buffer, capacity, needed);
 }
@@ -303,7 +313,8 @@ __declspec(dllexport) BOOL StandInAddPrinter(const PrinterDescription* descripti
     printer->driver = TextOrEmpty(description->driver);
     printer->attributes = description->attributes;
     if (const wchar_t* file = description->dependentFiles; file != nullptr) {
-        for (; *file != L'\0'; file += std::wcslen(file) + 1) printer->dependentFiles.append(file).push_back(L'\0');
+        for (; *file != L'\0'; file += std::wcslen(file) + 1)
+            printer->dependentFiles.append(file).push_back(L'\0');
     }
     const std::lock_guard guard(TheSpooler().mutex);
     if (FindByName(printer->name) != nullptr) return FALSE;
@@ -311,8 +322,8 @@ __declspec(dllexport) BOOL StandInAddPrinter(const PrinterDescription* descripti
     return TRUE;
 }
 
-__declspec(dllexport) BOOL StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document,
-                                         DWORD status) noexcept {
+__declspec(dllexport) BOOL
+    StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD status) noexcept {
     const std::lock_guard guard(TheSpooler().mutex);
     const std::shared_ptr<Printer> printer = FindByName(TextOrEmpty(name));
     if (printer == nullptr) return FALSE;
@@ -331,7 +342,8 @@ __declspec(dllexport) LONG StandInOpenHandles() noexcept {
     return static_cast<LONG>(TheSpooler().handles.size());
 }
 
-// Copies the log, without a terminator, when it fits into `capacity` characters; returns its length either way.
+// Copies the log, without a terminator, when it fits into `capacity` characters; returns its length either
+// way.
 __declspec(dllexport) DWORD StandInReadLog(wchar_t* buffer, DWORD capacity) noexcept {
     const std::lock_guard guard(TheSpooler().mutex);
     const std::wstring& log = TheSpooler().log;

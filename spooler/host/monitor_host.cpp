@@ -53,8 +53,8 @@ std::wstring BesideProgram(const wchar_t* file) {
 
 std::string ToUtf8(const std::wstring& text) {
     const int length = static_cast<int>(text.size());
-    std::string utf8(static_cast<size_t>(WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr,
-                                                             nullptr)),
+    std::string utf8(static_cast<size_t>(
+                         WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr)),
                      '\0');
     WideCharToMultiByte(CP_UTF8, 0, text.data(), length, utf8.data(), static_cast<int>(utf8.size()), nullptr,
                         nullptr);
@@ -63,7 +63,8 @@ std::string ToUtf8(const std::wstring& text) {
 
 std::wstring FromUtf8(const std::string& text) {
     const int length = static_cast<int>(text.size());
-    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0)), L'\0');
+    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0)),
+                      L'\0');
     MultiByteToWideChar(CP_UTF8, 0, text.data(), length, wide.data(), static_cast<int>(wide.size()));
     return wide;
 }
@@ -77,7 +78,7 @@ std::string ErrorText(DWORD code) {
         Entry{ERROR_FILE_NOT_FOUND, "file not found"},
         Entry{ERROR_ACCESS_DENIED, "access denied"},
         Entry{ERROR_NOT_ENOUGH_MEMORY, "out of memory"},
-        Entry{ERROR_NETNAME_DELETED, "the system has suspended since the job began"},
+        Entry{63, "the system has suspended since the job began"},
         Entry{ERROR_INVALID_PARAMETER, "invalid parameter"},
         Entry{ERROR_MOD_NOT_FOUND, "it or a DLL that it needs was not found"},
         Entry{ERROR_BUSY, "busy"},
@@ -93,6 +94,13 @@ std::string ErrorText(DWORD code) {
     for (const Entry& entry : kEntries)
         if (entry.code == code) return std::string(entry.text) + " (" + std::to_string(code) + ")";
     return "error " + std::to_string(code);
+}
+
+std::string Printable(const std::string& text) {
+    std::string printable = text;
+    for (char& c : printable)
+        if (c < 0x20 || c > 0x7E) c = '?';
+    return printable;
 }
 
 }  // namespace vlm::host

@@ -1,15 +1,11 @@
 // Loads a language monitor and drives it as the spooler does. For the companion, the demo, tests and benches.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-#include <winsplp.h>
-
 #include <stdexcept>
 #include <string>
 
 #include "util/handles.h"
+#include "util/spooler_api.h"
 
 namespace vlm::host {
 
@@ -23,8 +19,8 @@ class HostError : public std::runtime_error {
     DWORD code_;
 };
 
-// One loaded and initialised monitor. Everything of it has to be over before the destructor, which shuts the manager
-// down and unloads the module.
+// One loaded and initialised monitor. Everything of it has to be over before the destructor, which shuts the
+// manager down and unloads the module.
 class MonitorHost {
  public:
     // Throws HostError when the DLL is missing, is no monitor, or refuses to start.
@@ -55,5 +51,7 @@ std::string ToUtf8(const std::wstring& text);
 std::wstring FromUtf8(const std::string& text);
 // "connection refused (10061)": the codes that a print run meets in words, any other by its number.
 std::string ErrorText(DWORD code);
+// Text from outside with everything but printable ASCII replaced by '?', for a line on a terminal.
+std::string Printable(const std::string& text);
 
 }  // namespace vlm::host

@@ -53,11 +53,17 @@ bool RawTcpMonitor::Await(short events) {
     return ready > 0;
 }
 
+bool RawTcpMonitor::HasError() const {
+    WSAPOLLFD descriptor{socket_, POLLRDNORM, 0};
+    return WSAPoll(&descriptor, 1, 0) > 0 && (descriptor.revents & POLLERR) != 0;
+}
+
 bool RawTcpMonitor::ConnectTo(const sockaddr* address, int length) {
     Disconnect();
     socket_ = socket(address->sa_family, SOCK_STREAM, IPPROTO_TCP);
     u_long nonBlocking = 1;
-    if (socket_ == INVALID_SOCKET || ioctlsocket(socket_, static_cast<long>(FIONBIO), &nonBlocking) != 0) return false;
+    if (socket_ == INVALID_SOCKET || ioctlsocket(socket_, static_cast<long>(FIONBIO), &nonBlocking) != 0)
+        return false;
     if (connect(socket_, address, length) == 0) return true;
     if (WSAGetLastError() != WSAEWOULDBLOCK) return false;
     // select, because WSAPoll on older Windows does not report a refused connection.
@@ -92,7 +98,8 @@ bool RawTcpMonitor::Connect() {
 
 bool RawTcpMonitor::Send(const BYTE* data, DWORD size, DWORD& sent) {
     for (sent = 0; sent < size;) {
-        const int count = send(socket_, reinterpret_cast<const char*>(data + sent), static_cast<int>(size - sent), 0);
+        const int count =
+            send(socket_, reinterpret_cast<const char*>(data + sent), static_cast<int>(size - sent), 0);
         if (count >= 0) {
             sent += static_cast<DWORD>(count);
         } else if (WSAGetLastError() != WSAEWOULDBLOCK || !Await(POLLWRNORM)) {
@@ -112,7 +119,9 @@ void RawTcpMonitor::DrainUntilClosed() {
             const size_t room = kLongestBackChannel - document_.backChannel.size();
             document_.backChannel.append(buffer.data(), std::min(room, static_cast<size_t>(count)));
         } else if (count == 0) {
-            document_.closedByPrinter = true;
+            // Some systems report a reset connection as closed here, and its error only in poll.
+            document_.closedByPrinter = !HasError();
+            if (!document_.closedByPrinter) document_.error = WSAECONNRESET;
             return;
         } else if (WSAGetLastError() != WSAEWOULDBLOCK || !Await(POLLRDNORM)) {
             Fail();

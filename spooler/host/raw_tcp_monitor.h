@@ -1,26 +1,28 @@
 // A lower port monitor over raw TCP, like the system's standard one: a document is one connection, made by
-// StartDocPort and closed by EndDocPort. One object is one port; its address is its monitor handle and port handle.
+// StartDocPort and closed by EndDocPort. One object is one port; its address is its monitor handle and port
+// handle.
 //
-// Every step has the same time-out. Failures are FALSE with the Winsock code as last error; what became of the last
-// document stays readable in Document() afterwards, because the monitor above reports nothing about its end.
+// Every step has the same time-out. Failures are FALSE with the Winsock code as last error; what became of
+// the last document stays readable in Document() afterwards, because the monitor above reports nothing about
+// its end.
 #pragma once
 
 #include <winsock2.h>
 // winsock2.h before windows.h.
 #include <windows.h>
-#include <winspool.h>
-#include <winsplp.h>
 
 #include <cstdint>
 #include <string>
 
+#include "util/spooler_api.h"
+
 namespace vlm::host {
 
 struct DocumentOutcome {
-    std::uint64_t bytesSent = 0;     // taken by the network stack
-    std::string backChannel;         // what the printer said, up to 64 KiB of it
-    DWORD error = ERROR_SUCCESS;     // of the step that failed
-    bool closedByPrinter = false;    // the printer closed after our end of data: it has read everything
+    std::uint64_t bytesSent = 0;   // taken by the network stack
+    std::string backChannel;       // what the printer said, up to 64 KiB of it
+    DWORD error = ERROR_SUCCESS;   // of the step that failed
+    bool closedByPrinter = false;  // the printer closed after our end of data: it has read everything
 };
 
 class RawTcpMonitor {
@@ -47,6 +49,7 @@ class RawTcpMonitor {
     void Disconnect();
     // Waits until the socket can be read or written; false with WSAETIMEDOUT after the time-out.
     bool Await(short events);
+    bool HasError() const;
     bool Send(const BYTE* data, DWORD size, DWORD& sent);
     // Reads what the printer says until it closes.
     void DrainUntilClosed();

@@ -1,5 +1,5 @@
-// spoolhost: acts out, line by line from standard input, what a spooler does with the monitor, and says what came of
-// it. One port over raw TCP, one printer of the stand-in spooler.
+// spoolhost: acts out, line by line from standard input, what a spooler does with the monitor, and says what
+// came of it. One port over raw TCP, one printer of the stand-in spooler.
 //
 //   printer NAME            invents a printer
 //   job ID DOCUMENT         gives it a job
@@ -44,10 +44,11 @@ int SendSuspendNotice() {
         return 1;
     }
     DWORD_PTR answer = 0;
-    const LRESULT delivered =
-        SendMessageTimeoutW(window, WM_POWERBROADCAST, PBT_APMSUSPEND, 0, SMTO_ABORTIFHUNG, kStepTimeout, &answer);
+    const LRESULT delivered = SendMessageTimeoutW(window, WM_POWERBROADCAST, PBT_APMSUSPEND, 0,
+                                                  SMTO_ABORTIFHUNG, kStepTimeout, &answer);
     std::cout << "suspend: process " << GetCurrentProcessId()
-              << (delivered != 0 ? " told the monitor's hidden window" : " got no answer from the window") << std::endl;
+              << (delivered != 0 ? " told the monitor's hidden window" : " got no answer from the window")
+              << std::endl;
     return delivered != 0 ? 0 : 1;
 }
 
@@ -99,7 +100,7 @@ class Scene {
         lower_ = std::make_unique<RawTcpMonitor>(host, tcpPort, kStepTimeout);
         std::wstring portName = FromUtf8(name);
         Say("open " + name, monitor_.Table().pfnOpenPortEx(monitor_.Manager(), lower_.get(), portName.data(),
-                                                          printer_.data(), &port_, lower_->Table()));
+                                                           printer_.data(), &port_, lower_->Table()));
     }
 
     void Start(const std::string& rest) {
@@ -110,8 +111,8 @@ class Scene {
         const BOOL started = monitor_.Table().pfnStartDocPort(port_, printer_.data(), id, 1,
                                                               reinterpret_cast<LPBYTE>(&document));
         const DWORD error = GetLastError();
-        const auto time = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() -
-                                                                                begin);
+        const auto time =
+            std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - begin);
         SetLastError(error);
         Say("start " + rest + " after " + std::to_string(time.count()) + " ms", started);
     }
@@ -150,7 +151,8 @@ class Scene {
 
     void Log() {
         const std::vector<std::wstring> lines = printers_.Log();
-        for (; logged_ < lines.size(); ++logged_) std::cout << "  spooler: " << ToUtf8(lines[logged_]) << std::endl;
+        for (; logged_ < lines.size(); ++logged_)
+            std::cout << "  spooler: " << ToUtf8(lines[logged_]) << std::endl;
     }
 
     static void Run(const std::string& command) {
@@ -158,7 +160,8 @@ class Scene {
         STARTUPINFOW startup{};
         startup.cb = sizeof startup;
         PROCESS_INFORMATION process{};
-        if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process))
+        if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
+                            &process))
             throw vlm::host::HostError("cannot run " + command, GetLastError());
         const vlm::KernelHandle handle(process.hProcess);
         const vlm::KernelHandle thread(process.hThread);
@@ -185,7 +188,8 @@ int main(int argc, char** argv) {
     try {
         if (argc == 2 && std::string(argv[1]) == "suspend") return SendSuspendNotice();
         Scene scene;
-        for (std::string line; std::getline(std::cin, line);) scene.Play(line);
+        for (std::string line; std::getline(std::cin, line);)
+            scene.Play(line);
         return 0;
     } catch (const std::exception& error) {
         std::cout << "spoolhost: " << error.what() << std::endl;

@@ -1,8 +1,18 @@
 // What makes the subsystems one DLL: attach, detach, and the one export.
 #include <windows.h>
 
+#include <new>
+
 #include "monitor/monitor.h"
 #include "monitor/process_state.h"
+
+#if defined(__GLIBCXX__)
+namespace __gnu_cxx {
+// Gives back the runtime's reserve for exceptions (73 KB), which our own copy of it would leave behind at
+// unloading.
+void __freeres();
+}  // namespace __gnu_cxx
+#endif
 
 extern "C" LPMONITOR2 WINAPI InitializePrintMonitor2(PMONITORINIT pMonitorInit, PHANDLE phMonitor) {
     return vlm::InitializeMonitor(pMonitorInit, phMonitor);
@@ -14,7 +24,12 @@ BOOL WINAPI DllMain(HINSTANCE instance, DWORD reason, LPVOID reserved) {
     } catch (...) {
         return FALSE;  // out of memory: the loader gives the module up
     }
-    // A non-null `reserved` says that the whole process ends.
-    if (reason == DLL_PROCESS_DETACH) vlm::DetachProcess(reserved != nullptr);
+    if (reason == DLL_PROCESS_DETACH) {
+        const bool processEnds = reserved != nullptr;
+        vlm::DetachProcess(processEnds);
+#if defined(__GLIBCXX__)
+        if (!processEnds) __gnu_cxx::__freeres();
+#endif
+    }
     return TRUE;
 }

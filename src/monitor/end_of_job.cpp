@@ -1,6 +1,6 @@
 // EndDocPort: what the monitor does when a job's document ends. It looks whether the job is being deleted or
-// restarted, closes the document below, in that case waits for the lower monitor to say that the printer has settled,
-// and tells the spooler how far the job got.
+// restarted, closes the document below, in that case waits for the lower monitor to say that the printer has
+// settled, and tells the spooler how far the job got.
 #include <array>
 #include <cstring>
 #include <utility>
@@ -45,8 +45,9 @@ void PollForCompletion(const LmPort& port) {
     const auto ask = port.lower.base.pfnGetPrinterDataFromPort;
     if (ask == nullptr) return;
     for (int attempt = 0; attempt < kCompletionTries; ++attempt) {
-        // Wide, because that is the slot's type; the bytes in them are narrow text. The answer has room far beyond
-        // what is offered, so that a lower monitor that ignores the offer is found out and overruns nothing.
+        // Wide, because that is the slot's type; the bytes in them are narrow text. The answer has room far
+        // beyond what is offered, so that a lower monitor that ignores the offer is found out and overruns
+        // nothing.
         std::array<wchar_t, 2> question{};
         std::memcpy(question.data(), kCompletionQuestion.data(), kCompletionQuestion.size());
         std::array<wchar_t, 2048> answer{};

@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <atomic>
-#include <iterator>
 #include <utility>
 
 #include "monitor/process_state.h"
@@ -20,8 +19,8 @@ constexpr DWORD kStopPause = 5;           // milliseconds
 
 // No destructors here: at process exit the thread is gone and nothing of this may be touched.
 std::atomic<HWND> window{nullptr};
-HANDLE thread = nullptr;         // changes under the monitor lock
-HANDLE windowCreated = nullptr;  // manual-reset; lives and dies with `thread`
+HANDLE thread = nullptr;           // changes under the monitor lock
+HANDLE windowCreated = nullptr;    // manual-reset; lives and dies with `thread`
 std::atomic<bool> leaving{false};  // the thread calls nothing any more, it only returns
 
 DWORD SystemMajorVersion() {
@@ -36,6 +35,10 @@ DWORD SystemMajorVersion() {
 LRESULT CALLBACK WindowProcedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
         case WM_DESTROY:
+            // Before the window is gone for others, so that whoever misses it finds the thread on its way
+            // out.
+            window.store(nullptr, std::memory_order_release);
+            ResetEvent(windowCreated);
             PostQuitMessage(0);
             break;
         case WM_POWERBROADCAST:
@@ -59,16 +62,19 @@ DWORD WINAPI RunWindow(void*) {
     windowClass.lpszClassName = kEventWindowClass;
     RegisterClassExW(&windowClass);  // a failure shows as a window that cannot be created
 
-    const HWND created = CreateWindowExW(0, kEventWindowClass, kEventWindowTitle, WS_VISIBLE, CW_USEDEFAULT, 0,
-                                         CW_USEDEFAULT, 0, nullptr, nullptr, processState.instance, nullptr);
+    const HWND created =
+        CreateWindowExW(0, kEventWindowClass, kEventWindowTitle, WS_VISIBLE, CW_USEDEFAULT, 0, CW_USEDEFAULT,
+                        0, nullptr, nullptr, processState.instance, nullptr);
     if (created != nullptr) {
-        window.store(created, std::memory_order_release);
-        SetEvent(windowCreated);
         ShowWindow(created, SW_HIDE);
         UpdateWindow(created);
+        // Only now: these first calls may load system DLLs, which a thread cannot do any more once the module
+        // is being detached.
+        window.store(created, std::memory_order_release);
+        SetEvent(windowCreated);
         MSG message;
-        while (GetMessageW(&message, nullptr, 0, 0) > 0) DispatchMessageW(&message);
-        window.store(nullptr, std::memory_order_release);
+        while (GetMessageW(&message, nullptr, 0, 0) > 0)
+            DispatchMessageW(&message);
         DestroyWindow(created);
     }
     // The class must not outlive the code of its window procedure.
@@ -77,8 +83,9 @@ DWORD WINAPI RunWindow(void*) {
     return 0;
 }
 
-// Whether the thread can run no more code of this module. A thread that ends needs the loader lock, which whoever
-// detaches the module holds; so at detach its end cannot be waited for, only that it has left our code.
+// Whether the thread can run no more code of this module. A thread that ends needs the loader lock, which
+// whoever detaches the module holds; so at detach its end cannot be waited for, only that it has left our
+// code.
 bool HasLeftModule() {
     if (!leaving.load(std::memory_order_acquire)) return false;
     if (SuspendThread(thread) == static_cast<DWORD>(-1)) return true;
@@ -98,29 +105,37 @@ void AwaitThread() {
     }
 }
 
-// Starts the thread unless it runs. Under the monitor lock, so that two initialisations at once start one thread.
-bool EnsureThread() {
+enum class ThreadState { kNone, kStarted, kWasRunning };
+
+// Starts the thread unless it runs. Under the monitor lock, so that two initialisations at once start one
+// thread.
+ThreadState EnsureThread() {
     const LockGuard guard(processState.monitorLock);
     if (thread != nullptr) {
-        if (WaitForSingleObject(thread, 0) != WAIT_OBJECT_0) return true;
+        if (WaitForSingleObject(thread, 0) != WAIT_OBJECT_0) return ThreadState::kWasRunning;
         CloseHandle(std::exchange(thread, nullptr));
     }
     if (windowCreated == nullptr) windowCreated = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    if (windowCreated == nullptr) return false;
-    ResetEvent(windowCreated);
+    if (windowCreated == nullptr) return ThreadState::kNone;
     leaving.store(false, std::memory_order_relaxed);
     thread = CreateThread(nullptr, 0, RunWindow, nullptr, 0, nullptr);
-    return thread != nullptr;
+    return thread != nullptr ? ThreadState::kStarted : ThreadState::kNone;
 }
 
 }  // namespace
 
 bool StartEventWindow() {
     if (FindWindowW(kEventWindowClass, kEventWindowTitle) != nullptr) return true;
-    if (!EnsureThread()) return false;
-    const HANDLE either[] = {windowCreated, thread};
-    WaitForMultipleObjects(static_cast<DWORD>(std::size(either)), either, FALSE, kStartTimeout);
-    return window.load(std::memory_order_acquire) != nullptr;
+    for (;;) {
+        const ThreadState state = EnsureThread();
+        if (state == ThreadState::kNone) return false;
+        const HANDLE either[] = {windowCreated, thread};
+        const DWORD waited = WaitForMultipleObjects(2, either, FALSE, kStartTimeout);
+        if (window.load(std::memory_order_acquire) != nullptr) return true;
+        // A thread that ran already may have been that of a window which somebody closed: it is gone now,
+        // start anew.
+        if (state == ThreadState::kStarted || waited == WAIT_TIMEOUT) return false;
+    }
 }
 
 void StopEventWindow() {

@@ -9,8 +9,8 @@
 
 namespace vlm {
 
-// Runs one operation of the spooler's interface. What it throws ends here as FALSE with a last error: 8 when memory
-// ran out, 1627 for anything else, such as an exception that a lower monitor let through.
+// Runs one operation of the spooler's interface. What it throws ends here as FALSE with a last error: 8 when
+// memory ran out, 1627 for anything else, such as an exception that a lower monitor let through.
 template <typename Operation>
 BOOL GuardOperation(const wchar_t* name, Operation&& operation) noexcept {
     try {

@@ -1,15 +1,11 @@
 // CLmMgr: the object behind the monitor handle. It owns the open ports of one initialisation of the monitor.
 //
-// Threads: FindPort, CreatePort and RemovePort run under the monitor lock, which the caller holds; the other two take
-// it themselves.
+// Threads: FindPort, CreatePort and RemovePort run under the monitor lock, which the caller holds; the other
+// two take it themselves.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-#include <winsplp.h>
-
 #include "monitor/lm_port.h"
+#include "util/spooler_api.h"
 
 namespace vlm {
 
@@ -20,10 +16,12 @@ class CLmMgr {
     CLmMgr(const CLmMgr&) = delete;
     CLmMgr& operator=(const CLmMgr&) = delete;
 
-    // The first port of that name, compared without regard to case, or null. An empty or null name finds nothing.
+    // The first port of that name, compared without regard to case, or null. An empty or null name finds
+    // nothing.
     LmPort* FindPort(const wchar_t* portName) const;
-    // A new record at the head of the list, or null when memory runs out. `lowerMonitor` is the lower monitor's
-    // handle; a null printer name is kept as an empty one. The lower table and the event are the caller's to fill.
+    // A new record at the head of the list, or null when memory runs out. `lowerMonitor` is the lower
+    // monitor's handle; a null printer name is kept as an empty one. The lower table and the event are the
+    // caller's to fill.
     LmPort* CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName);
     // Unlinks the record and frees it with its names. A record that is not in the list is left alone.
     void RemovePort(LmPort* port);

@@ -1,21 +1,19 @@
-// The port record: what the monitor knows of one open port. Its address is the port handle that the spooler holds.
+// The port record: what the monitor knows of one open port. Its address is the port handle that the spooler
+// holds.
 //
-// OpenPortEx creates it, ClosePort or Shutdown frees it (CLmMgr does the work). The record and its two names are
-// zero-filled blocks of the global heap.
+// OpenPortEx creates it, ClosePort or Shutdown frees it (CLmMgr does the work). The record and its two names
+// are zero-filled blocks of the global heap.
 //
 // Threads: the spooler uses one port from one thread at a time, but different ports at once. `next` and
-// `printerName` change only under the monitor lock (process_state.h); `flags` is atomic, because a remote caller
-// marks a port too; everything else belongs to the thread that runs the port's current operation.
+// `printerName` change only under the monitor lock (process_state.h); `flags` is atomic, because a remote
+// caller marks a port too; everything else belongs to the thread that runs the port's current operation.
 #pragma once
-
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-#include <winsplp.h>
 
 #include <atomic>
 #include <cstddef>
 #include <type_traits>
+
+#include "util/spooler_api.h"
 
 namespace vlm {
 
@@ -59,7 +57,8 @@ static_assert(std::atomic<DWORD>::is_always_lock_free && sizeof(std::atomic<DWOR
 
 // Whether the port's name is that of a USB port.
 bool IsUsbPort(const LmPort& port);
-// Whether job status and completion are looked at: a USB port, and a name too short to be anything else, is not.
+// Whether job status and completion are looked at: a USB port, and a name too short to be anything else, is
+// not.
 bool IsNetworkPort(const LmPort& port);
 
 }  // namespace vlm

@@ -51,29 +51,25 @@ bool IsWindows2000() {
     return VerifyVersionInfoW(&version, VER_MAJORVERSION | VER_MINORVERSION, condition) != FALSE;
 }
 
-Monitor2Table* Table() {
-    static Monitor2Table table = [] {
-        Monitor2Table filled{};
-        filled.base.cbSize = IsWindows2000() ? MONITOR2_SIZE_WIN2K : sizeof filled;
-        filled.base.pfnOpenPortEx = OpenPortEx;
-        filled.base.pfnStartDocPort = StartDocPort;
-        filled.base.pfnWritePort = WritePort;
-        filled.base.pfnReadPort = ReadPort;
-        filled.base.pfnEndDocPort = EndDocPort;
-        filled.base.pfnClosePort = ClosePort;
-        filled.base.pfnGetPrinterDataFromPort = GetPrinterDataFromPort;
-        filled.base.pfnShutdown = Shutdown;
-        filled.base.pfnSendRecvBidiDataFromPort = SendRecvBidiDataFromPort;
-        return filled;
-    }();
-    return &table;
-}
+// One table for all, alive as long as the module. Its size is set by each initialisation.
+constinit Monitor2Table table = [] {
+    Monitor2Table filled{};
+    filled.base.pfnOpenPortEx = OpenPortEx;
+    filled.base.pfnStartDocPort = StartDocPort;
+    filled.base.pfnWritePort = WritePort;
+    filled.base.pfnReadPort = ReadPort;
+    filled.base.pfnEndDocPort = EndDocPort;
+    filled.base.pfnClosePort = ClosePort;
+    filled.base.pfnGetPrinterDataFromPort = GetPrinterDataFromPort;
+    filled.base.pfnShutdown = Shutdown;
+    filled.base.pfnSendRecvBidiDataFromPort = SendRecvBidiDataFromPort;
+    return filled;
+}();
 
 }  // namespace
 
 MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexcept {
-    MONITOR2* table = nullptr;
-    GuardOperation(L"InitializePrintMonitor2", [&]() -> BOOL {
+    const BOOL initialized = GuardOperation(L"InitializePrintMonitor2", [&]() -> BOOL {
         if (pMonitorInit == nullptr || phMonitor == nullptr) {
             SetLastError(ERROR_INVALID_PARAMETER);
             return FALSE;
@@ -83,15 +79,14 @@ MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexce
             Trace(L"InitializePrintMonitor2: the event window did not come up\r\n");
             return FALSE;
         }
-        {
-            const LockGuard guard(processState.monitorLock);
-            processState.monitors->push_back(manager.get());
-        }
+        const DWORD size = IsWindows2000() ? DWORD{MONITOR2_SIZE_WIN2K} : DWORD{sizeof table};
+        const LockGuard guard(processState.monitorLock);
+        processState.monitors->push_back(manager.get());
         *phMonitor = manager.release();
-        table = &Table()->base;
+        table.base.cbSize = size;
         return TRUE;
     });
-    return table;
+    return initialized ? &table.base : nullptr;
 }
 
 }  // namespace vlm

@@ -13,11 +13,18 @@
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
 
+#if defined(_MSC_VER)
+#define VLM_NOINLINE __declspec(noinline)
+#else
+#define VLM_NOINLINE __attribute__((noinline))
+#endif
+
 namespace vlm {
 
 namespace {
 
 constexpr DWORD kJobLockTimeout = 1'000;  // milliseconds
+constexpr DWORD kSuspended = 63;          // what the spooler is told of a write after a suspend notice
 
 BOOL Refuse(DWORD error) {
     SetLastError(error);
@@ -42,13 +49,15 @@ bool CanServeAsLower(const MONITOR2* lower) {
            lower->pfnWritePort != nullptr && lower->pfnReadPort != nullptr && lower->pfnClosePort != nullptr;
 }
 
-// Copies the slots that the table says it has. An older lower monitor's table is shorter than ours, and what lies
-// behind it is not a slot.
+// Copies the slots that the table says it has. An older lower monitor's table is shorter than ours, and what
+// lies behind it is not a slot.
 void CopyLowerTable(const MONITOR2& lower, Monitor2Table& copy) {
     constexpr size_t kSlotsOfWindows2000 = 18;  // up to pfnShutdown; every monitor has at least these
     constexpr size_t kAllSlots = (sizeof(Monitor2Table) - sizeof(void*)) / sizeof(void*);
-    // The size field counts itself as 4 bytes in MONITOR2_SIZE_WIN2K and as 8 elsewhere; the division covers both.
-    const size_t announced = lower.cbSize < sizeof(DWORD) ? 0 : (lower.cbSize - sizeof(DWORD)) / sizeof(void*);
+    // The size field counts itself as 4 bytes in MONITOR2_SIZE_WIN2K and as 8 elsewhere; the division covers
+    // both.
+    const size_t announced =
+        lower.cbSize < sizeof(DWORD) ? 0 : (lower.cbSize - sizeof(DWORD)) / sizeof(void*);
     const size_t slots = std::clamp(announced, kSlotsOfWindows2000, kAllSlots);
     std::memcpy(&copy, &lower, sizeof(void*) + slots * sizeof(void*));
 }
@@ -59,8 +68,9 @@ bool IsHandedOut(const CLmMgr* manager) {
     return std::find(monitors.begin(), monitors.end(), manager) != monitors.end();
 }
 
-// Makes `printer` the port's open printer. The old handle is closed first: a job that ended without EndDocPort may
-// have left one. A printer that cannot be opened leaves the port without; the job then prints untracked.
+// Makes `printer` the port's open printer. The old handle is closed first: a job that ended without
+// EndDocPort may have left one. A printer that cannot be opened leaves the port without; the job then prints
+// untracked.
 void OpenJobPrinter(LmPort& port, wchar_t* printer) {
     if (port.printer != nullptr) ClosePrinter(std::exchange(port.printer, nullptr));
     if (!OpenPrinterW(printer, &port.printer, nullptr)) port.printer = nullptr;
@@ -68,14 +78,26 @@ void OpenJobPrinter(LmPort& port, wchar_t* printer) {
 
 // False when memory for the new name runs out; the old name then stays.
 bool RenamePrinterAndOpen(LmPort& port, wchar_t* printer) {
-    // The one place that calls the spooler under the monitor lock: whoever reads the name under the lock finds it
-    // and the open printer in step.
+    // The one place that calls the spooler under the monitor lock: whoever reads the name under the lock
+    // finds it and the open printer in step.
     const LockGuard guard(processState.monitorLock);
     wchar_t* copy = DuplicateToGlobalHeap(printer);
     if (copy == nullptr) return false;
     GlobalFree(std::exchange(port.printerName, copy));
     OpenJobPrinter(port, printer);
     return true;
+}
+
+VLM_NOINLINE BOOL RefuseWrite(HANDLE hPort) {
+    return PortOf(hPort) == nullptr ? FALSE : Refuse(kSuspended);
+}
+
+VLM_NOINLINE void NoteWriteResult(LmPort& port, BOOL written) {
+    if (written) {
+        port.flags.fetch_and(~DWORD{LMPORT_WRITE_FAILED}, std::memory_order_relaxed);
+    } else {
+        port.flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
+    }
 }
 
 }  // namespace
@@ -117,8 +139,8 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
                 Trace(L"OpenPortEx: port %ls has no job lock, error %lu\r\n", Printable(pszPortName).c_str(),
                       GetLastError());
         }
-        // A port that the lower monitor cannot open stays in the list, and so stays busy until the monitor is shut
-        // down. That is intended: the spooler does not get to open a broken port over and over.
+        // A port that the lower monitor cannot open stays in the list, and so stays busy until the monitor is
+        // shut down. That is intended: the spooler does not get to open a broken port over and over.
         if (!pMonitor2->pfnOpenPort(hMonitorPort, pszPortName, &port->lowerPort)) return FALSE;
         CopyLowerTable(*pMonitor2, port->lower);
         *pHandle = port;
@@ -126,7 +148,8 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
     });
 }
 
-BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo) noexcept {
+BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level,
+                         LPBYTE pDocInfo) noexcept {
     processState.suspended.store(false, std::memory_order_relaxed);
     return GuardOperation(L"StartDocPort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
@@ -160,7 +183,8 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
         }
 
         keeper.Restore();
-        const BOOL started = port->lower.base.pfnStartDocPort(port->lowerPort, pPrinterName, JobId, 1, pDocInfo);
+        const BOOL started =
+            port->lower.base.pfnStartDocPort(port->lowerPort, pPrinterName, JobId, 1, pDocInfo);
         keeper.Update();
         if (!started) return FALSE;
         // The event stays taken until EndDocPort: it keeps remote callers off the port while the job prints.
@@ -170,18 +194,18 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
     });
 }
 
-// The hot path: no allocation, no lock, no trace, and nothing that touches the last error after the lower call.
+// The hot path: no allocation, no lock, no trace, and nothing that touches the last error after the lower
+// call. What hardly ever happens is kept out of line, so that the rest needs few registers.
 BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept {
     return GuardOperation(L"WritePort", [&]() -> BOOL {
-        LmPort* port = PortOf(hPort);
-        if (port == nullptr) return FALSE;
-        if (processState.suspended.load(std::memory_order_relaxed)) return Refuse(ERROR_NETNAME_DELETED);
+        auto* port = static_cast<LmPort*>(hPort);
+        if (port == nullptr || !IsPort(*port) || processState.suspended.load(std::memory_order_relaxed))
+            [[unlikely]]
+            return RefuseWrite(hPort);
         const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
-        // A load is cheaper than a locked write, and the flag hardly ever changes.
         const bool failedBefore = (port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) != 0;
-        if (!written && !failedBefore) port->flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
-        if (written && failedBefore)
-            port->flags.fetch_and(~DWORD{LMPORT_WRITE_FAILED}, std::memory_order_relaxed);
+        if ((written != FALSE) == failedBefore) [[unlikely]]
+            NoteWriteResult(*port, written);
         return written;
     });
 }
@@ -189,7 +213,8 @@ BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWrit
 BOOL WINAPI ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) noexcept {
     return GuardOperation(L"ReadPort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
-        return port == nullptr ? FALSE : port->lower.base.pfnReadPort(port->lowerPort, pBuffer, cbBuffer, pcbRead);
+        return port == nullptr ? FALSE
+                               : port->lower.base.pfnReadPort(port->lowerPort, pBuffer, cbBuffer, pcbRead);
     });
 }
 
@@ -197,8 +222,8 @@ BOOL WINAPI ClosePort(HANDLE hPort) noexcept {
     return GuardOperation(L"ClosePort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
         if (port == nullptr) return FALSE;
-        // Runs also when the lower monitor throws. A printer that is still open belongs to a job that was never
-        // ended; EndDocPort would have closed it, and closing is its work alone.
+        // Runs also when the lower monitor throws. A printer that is still open belongs to a job that was
+        // never ended; EndDocPort would have closed it, and closing is its work alone.
         const ScopeExit freeRecord([port] {
             const LastErrorKeeper keeper;
             if (port->portEvent != nullptr && port->portEvent != INVALID_HANDLE_VALUE)
@@ -241,8 +266,8 @@ DWORD WINAPI SendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR p
         } else if (port->owner->IsPooledPrinter(*port)) {
             result = ERROR_NOT_SUPPORTED;
         } else {
-            result = port->lower.base.pfnSendRecvBidiDataFromPort(port->lowerPort, dwAccessBit, pAction, pReqData,
-                                                                  ppResData);
+            result = port->lower.base.pfnSendRecvBidiDataFromPort(port->lowerPort, dwAccessBit, pAction,
+                                                                  pReqData, ppResData);
         }
         return TRUE;
     });

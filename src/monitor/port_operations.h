@@ -1,23 +1,20 @@
-// The spooler's operations on one port, in the shape of their MONITOR2 slots. Each does a little bookkeeping and
-// forwards to the lower monitor; the data of a job passes through untouched.
+// The spooler's operations on one port, in the shape of their MONITOR2 slots. Each does a little bookkeeping
+// and forwards to the lower monitor; the data of a job passes through untouched.
 //
 // A null handle is refused with 87, a handle that is no open port with 1461 (GetPrinterDataFromPort and
-// SendRecvBidiDataFromPort: 1461 for both). The last error after a forwarded call is what the lower monitor left;
-// the bookkeeping around it does not show.
+// SendRecvBidiDataFromPort: 1461 for both). The last error after a forwarded call is what the lower monitor
+// left; the bookkeeping around it does not show.
 #pragma once
 
-#include <windows.h>
-// windows.h first.
-#include <winspool.h>
-#include <winsplp.h>
-
 #include "monitor/lm_port.h"
+#include "util/spooler_api.h"
 
 namespace vlm {
 
 BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName, LPWSTR pPrinterName,
                        PHANDLE pHandle, LPMONITOR2 pMonitor2) noexcept;
-BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level, LPBYTE pDocInfo) noexcept;
+BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level,
+                         LPBYTE pDocInfo) noexcept;
 BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept;
 BOOL WINAPI ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) noexcept;
 // Always FALSE, also after success: what this monitor's users have come to rely on.
@@ -30,7 +27,8 @@ DWORD WINAPI SendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR p
                                       PBIDI_REQUEST_CONTAINER pReqData,
                                       PBIDI_RESPONSE_CONTAINER* ppResData) noexcept;
 
-// The port behind a handle, or null with the last error set: 87 for a null handle, 1461 for one that is no open port.
+// The port behind a handle, or null with the last error set: 87 for a null handle, 1461 for one that is no
+// open port.
 LmPort* PortOf(HANDLE hPort);
 
 }  // namespace vlm

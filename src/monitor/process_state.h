@@ -1,5 +1,5 @@
-// What one process shares among all its managers, ports and threads. Created when the module is attached to the
-// process, deleted when it is detached.
+// What one process shares among all its managers, ports and threads. Created when the module is attached to
+// the process, deleted when it is detached.
 #pragma once
 
 #include <windows.h>
@@ -12,11 +12,11 @@ namespace vlm {
 class CLmMgr;
 
 struct ProcessState {
-    // The monitor lock: guards `monitors`, each manager's port list and each port's printer name. Never held across
-    // a call to the lower monitor, nor to the spooler except where a comment says so.
+    // The monitor lock: guards `monitors`, each manager's port list and each port's printer name. Never held
+    // across a call to the lower monitor, nor to the spooler except where a comment says so.
     CRITICAL_SECTION monitorLock;
-    // Every manager that was handed to the spooler, oldest first. By pointer, because this structure must not have a
-    // destructor: at process exit other threads are gone with the heap lock in whatever state it was.
+    // Every manager that was handed to the spooler, oldest first. By pointer, because this structure must not
+    // have a destructor: at process exit other threads are gone with the heap lock in whatever state it was.
     std::vector<CLmMgr*>* monitors;
     HINSTANCE instance;
     // Raised by a suspend notice, lowered by the next StartDocPort; in between no port is written to.
@@ -27,7 +27,8 @@ extern ProcessState processState;
 
 // Called once by the module's entry point, before anything else here.
 void AttachProcess(HINSTANCE instance);
-// `processEnds`: the process is going away with all its threads and memory, so nothing is waited for or freed.
+// `processEnds`: the process is going away with all its threads and memory, so nothing is waited for or
+// freed.
 void DetachProcess(bool processEnds);
 
 }  // namespace vlm

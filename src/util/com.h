@@ -1,7 +1,7 @@
 // COM ownership and the MSXML identifiers that the toolchain's headers and libraries leave out.
 //
-// BSTRs and VARIANTs are held by the platform's own _bstr_t and _variant_t (comdef.h), used strictly wide: mingw has
-// no converter behind their narrow constructors. They throw _com_error when memory runs out.
+// BSTRs and VARIANTs are held by the platform's own _bstr_t and _variant_t (comdef.h), used strictly wide:
+// mingw has no converter behind their narrow constructors. They throw _com_error when memory runs out.
 #pragma once
 
 #include <windows.h>
@@ -63,8 +63,8 @@ class ComPtr {
     Interface* object_ = nullptr;
 };
 
-// COM initialised on this thread for the scope. A thread that already runs COM in another mode keeps it: Result() is
-// then RPC_E_CHANGED_MODE and COM is usable all the same.
+// COM initialised on this thread for the scope. A thread that already runs COM in another mode keeps it:
+// Result() is then RPC_E_CHANGED_MODE and COM is usable all the same.
 class ComApartment {
  public:
     explicit ComApartment(DWORD mode) : result_(CoInitializeEx(nullptr, mode)) {}

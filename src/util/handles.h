@@ -1,5 +1,6 @@
-// RAII for the platform's resources. Every owner here releases what it holds exactly once, is movable where moving
-// makes sense, and keeps GetLastError() as it was, so that clean-up never hides the error that led to it.
+// RAII for the platform's resources. Every owner here releases what it holds exactly once, is movable where
+// moving makes sense, and keeps GetLastError() as it was, so that clean-up never hides the error that led to
+// it.
 #pragma once
 
 #include <windows.h>
@@ -99,8 +100,8 @@ class LockGuard {
 // The function `name` of `module` as a Function pointer, or null when the module does not export it.
 template <typename Function>
 Function* FindFunction(HMODULE module, const char* name) {
-    // Through void*: a direct cast between function pointer types is what -Wcast-function-type warns about, and
-    // GetProcAddress leaves no other way.
+    // Through void*: a direct cast between function pointer types is what -Wcast-function-type warns about,
+    // and GetProcAddress leaves no other way.
     return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 

@@ -40,7 +40,8 @@ std::wstring Printable(std::wstring_view text, size_t limit) {
     std::wstring printable(text.substr(0, limit));
     for (size_t i = 0; i < printable.size(); ++i) {
         const wchar_t c = printable[i];
-        const bool pair = IS_HIGH_SURROGATE(c) && i + 1 < printable.size() && IS_LOW_SURROGATE(printable[i + 1]);
+        const bool pair =
+            IS_HIGH_SURROGATE(c) && i + 1 < printable.size() && IS_LOW_SURROGATE(printable[i + 1]);
         if (pair) {
             ++i;
             continue;

@@ -1,0 +1,142 @@
+// What the monitor costs a print job: a forwarded write, a whole document, an open port.
+#include <string>
+#include <vector>
+
+#include "bench/bench.h"
+#include "monitor/lm_port.h"
+#include "spooler/host/monitor_host.h"
+#include "tests/support/resources.h"
+
+namespace {
+
+using namespace vlm;
+
+// The least that a lower monitor can do. Its functions are reached through the table, as the monitor reaches
+// them.
+DWORD64 counted;
+
+BOOL WINAPI Open(HANDLE monitor, LPWSTR, HANDLE* port) {
+    *port = monitor;
+    return TRUE;
+}
+BOOL WINAPI Start(HANDLE, LPWSTR, DWORD, DWORD, LPBYTE) {
+    return TRUE;
+}
+BOOL WINAPI Write(HANDLE, LPBYTE, DWORD size, LPDWORD written) {
+    counted += size;
+    *written = size;
+    return TRUE;
+}
+BOOL WINAPI Read(HANDLE, LPBYTE, DWORD, LPDWORD) {
+    return TRUE;
+}
+BOOL WINAPI End(HANDLE) {
+    return TRUE;
+}
+
+struct Bench {
+    host::MonitorHost host{host::BesideProgram(L"vllm3mon.dll")};
+    const MONITOR2& monitor = host.Table();
+    MONITOR2 lower{};
+    bench::Rows rows;
+
+    Bench() {
+        lower.cbSize = sizeof lower;
+        lower.pfnOpenPort = Open;
+        lower.pfnStartDocPort = Start;
+        lower.pfnWritePort = Write;
+        lower.pfnReadPort = Read;
+        lower.pfnEndDocPort = End;
+        lower.pfnClosePort = End;
+    }
+
+    HANDLE OpenPort(std::wstring name) {
+        HANDLE port = nullptr;
+        monitor.pfnOpenPortEx(host.Manager(), this, name.data(), name.data(), &port, &lower);
+        return port;
+    }
+
+    void ForwardedWrite() {
+        constexpr long kWrites = 300'000;
+        const HANDLE port = OpenPort(L"IP_write");
+        std::vector<BYTE> data(4096);
+        const auto loop = [&data](auto write, HANDLE handle) {
+            return [&data, write, handle](long repetitions) {
+                DWORD written = 0;
+                for (long i = 0; i < repetitions; ++i)
+                    write(handle, data.data(), 4096, &written);
+            };
+        };
+        // Volatile, so that the reference is a call through a pointer and not inlined away.
+        BOOL(WINAPI* volatile direct)(HANDLE, LPBYTE, DWORD, LPDWORD) = Write;
+        const double below = bench::BestNanoseconds(5, kWrites, loop(direct, this));
+        const double through = bench::BestNanoseconds(5, kWrites, loop(monitor.pfnWritePort, port));
+        rows.Add("WritePort of 4 KiB", "ns", through, below,
+                 "the same lower function called through a pointer", "<= 2.5");
+        monitor.pfnClosePort(port);
+    }
+
+    // As a print processor does it: the spool file is read and written to the port in pieces of 64 KiB.
+    void Document() {
+        constexpr DWORD kPiece = 64 * 1024;
+        constexpr DWORD kDocument = 64 * 1024 * 1024;
+        std::vector<BYTE> data(kPiece, 0x55);
+        DWORD count = 0;
+        const std::wstring path = host::BesideProgram(L"monitor_bench.spl");
+        const HANDLE file = CreateFileW(path.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS,
+                                        FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+        for (DWORD done = 0; done < kDocument; done += kPiece)
+            WriteFile(file, data.data(), kPiece, &count, nullptr);
+
+        const HANDLE port = OpenPort(L"IP_document");
+        wchar_t printer[] = L"Office";
+        DOC_INFO_1W info{};
+        const auto print = [&](const MONITOR2& table, HANDLE handle) {
+            SetFilePointer(file, 0, nullptr, FILE_BEGIN);
+            table.pfnStartDocPort(handle, printer, 1, 1, reinterpret_cast<LPBYTE>(&info));
+            while (ReadFile(file, data.data(), kPiece, &count, nullptr) && count > 0) {
+                DWORD written = 0;
+                table.pfnWritePort(handle, data.data(), count, &written);
+            }
+            table.pfnEndDocPort(handle);
+        };
+        const bench::Pair best = bench::BestOfBoth(
+            100, 1, [&](long) { print(monitor, port); }, [&](long) { print(lower, this); });
+        const double megabytes = kDocument / 1e6;
+        rows.Add("throughput of a 64 MiB spool file", "MB/s", megabytes / best.ours * 1e9,
+                 megabytes / best.reference * 1e9, "the same loop without the monitor", ">= 0.98");
+        monitor.pfnClosePort(port);
+        CloseHandle(file);
+    }
+
+    void OpenPorts() {
+        constexpr long kPorts = 2'000;
+        const double cycle = bench::BestNanoseconds(3, kPorts, [&](long repetitions) {
+            for (long i = 0; i < repetitions; ++i)
+                monitor.pfnClosePort(OpenPort(L"IP_cycle"));
+        });
+        rows.State("open and close of a port", "us", cycle / 1000);
+
+        const size_t before = test::CountResources().heapBytes;
+        std::vector<HANDLE> ports;
+        ports.reserve(100);
+        const size_t reserved = test::CountResources().heapBytes - before;
+        for (int i = 0; i < 100; ++i)
+            ports.push_back(OpenPort(L"IP_192.168.0." + std::to_wstring(100 + i)));
+        const size_t used = test::CountResources().heapBytes - before - reserved;
+        rows.State("heap memory of an open port", "bytes", static_cast<double>(used) / 100);
+        for (const HANDLE port : ports)
+            monitor.pfnClosePort(port);
+    }
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2) return 2;
+    Bench bench;
+    bench.ForwardedWrite();
+    bench.Document();
+    bench.OpenPorts();
+    return bench.rows.WriteTo(argv[1]);
+}

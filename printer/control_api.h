@@ -1,0 +1,19 @@
+// The control API, for scripts and tests: JSON over HTTP. docs/virtual-printer.md lists it.
+//   GET /state   GET /documents   PUT and DELETE /fault   PUT and DELETE /answer   POST /shutdown
+// A request that is not understood is answered with 400 and {"error": "one line"}, and changes nothing.
+#pragma once
+
+#include <functional>
+
+#include "document_store.h"
+#include "http_listener.h"
+#include "raw_port.h"
+
+namespace vlm::printer {
+
+// Registers the routes. What it is given has to outlive the listener's run; `shutdown` is called on one of
+// the listener's threads and must not wait for the listener to stop.
+void AddControlApi(HttpListener& http, RawPort& rawPort, const DocumentStore& store,
+                   std::function<void()> shutdown);
+
+}  // namespace vlm::printer

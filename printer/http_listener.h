@@ -1,0 +1,36 @@
+// One HTTP port with its server thread. A service registers its routes before Start; its handlers then run on
+// the server's worker threads.
+#pragma once
+
+#include <httplib.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <thread>
+
+namespace vlm::printer {
+
+class HttpListener {
+ public:
+    // Listens at once (port 0: a free one), answers from Start on; connections in between wait. Bodies over
+    // bodyLimit bytes are answered with 413. Throws std::runtime_error with one line: bad address, port in
+    // use.
+    HttpListener(const std::string& address, std::uint16_t port, std::size_t bodyLimit);
+    HttpListener(const HttpListener&) = delete;
+    HttpListener& operator=(const HttpListener&) = delete;
+    ~HttpListener();
+
+    httplib::Server& Routes() { return server_; }
+    std::uint16_t Port() const { return port_; }
+
+    void Start();  // throws std::runtime_error
+    void Stop();   // lets exchanges under way end
+
+ private:
+    httplib::Server server_;
+    std::uint16_t port_ = 0;
+    std::thread thread_;
+};
+
+}  // namespace vlm::printer

@@ -1,0 +1,113 @@
+// The virtual printer's start, run and stop. Each duty is a file of its own: the raw port (raw_port,
+// raw_connection), what it is told to do (behaviour), the documents (document_store), the control API
+// (control_api).
+//
+// Exit status: 0 after an orderly stop, 1 when it cannot start, 2 for a command line that is not understood.
+#include <sys/prctl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+
+#include "command_line.h"
+#include "control_api.h"
+#include "document_store.h"
+#include "http_listener.h"
+#include "raw_port.h"
+#include "say.h"
+
+namespace {
+
+using namespace vlm::printer;
+
+constexpr std::size_t kControlBodyLimit = std::size_t{64} * 1024;
+
+// Written beside its place and moved there, so that who sees it sees all of it. Removed with its owner: as
+// long as the file is there, the printer runs.
+class ReadyFile {
+ public:
+    ReadyFile(const std::string& path, const nlohmann::json& content) : path_(path) {
+        if (path.empty()) return;
+        const std::string draft = fmt::format("{}.{}", path, ::getpid());
+        std::ofstream file(draft, std::ios::trunc);
+        file << content.dump() << "\n";
+        file.close();
+        if (!file || std::rename(draft.c_str(), path.c_str()) != 0) {
+            const std::string reason = std::strerror(errno);
+            ::unlink(draft.c_str());
+            throw std::runtime_error(fmt::format("cannot write {}: {}", path, reason));
+        }
+    }
+    ReadyFile(const ReadyFile&) = delete;
+    ReadyFile& operator=(const ReadyFile&) = delete;
+    ~ReadyFile() {
+        if (!path_.empty()) ::unlink(path_.c_str());
+    }
+
+ private:
+    const std::string path_;
+};
+
+void StopWhenParentEnds() {
+    const pid_t parent = ::getppid();
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent) throw std::runtime_error("the parent has already ended");
+}
+
+void Run(const Options& options) {
+    // Blocked in every thread from the start and taken by sigwait below: one way to stop, for signals and for
+    // the control API.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigaddset(&stopSignals, SIGINT);
+    ::pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
+    ::signal(SIGPIPE, SIG_IGN);
+    if (options.exitWithParent) StopWhenParentEnds();
+
+    DocumentStore store(options.store);
+    RawPort rawPort(options.address, options.rawPort, store, options.documentLimit);
+    if (options.fault) rawPort.SetFault(*options.fault);
+    rawPort.SetAnswer(options.answer);
+    HttpListener control("127.0.0.1", options.controlPort, kControlBodyLimit);
+    AddControlApi(control, rawPort, store, [] { ::kill(::getpid(), SIGTERM); });
+
+    rawPort.Start();
+    control.Start();
+    const ReadyFile ready(options.readyFile, {{"pid", ::getpid()},
+                                              {"address", options.address},
+                                              {"rawPort", rawPort.Port()},
+                                              {"controlPort", control.Port()}});
+    Say("ready: raw port {}:{}, control http://127.0.0.1:{}", options.address, rawPort.Port(),
+        control.Port());
+
+    int signal = 0;
+    sigwait(&stopSignals, &signal);
+
+    control.Stop();
+    rawPort.Stop();
+    Say("stopped");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+    try {
+        if (const auto options = ParseCommandLine(argc, argv)) Run(*options);
+        return 0;
+    } catch (const UsageError& e) {
+        Complain("{} (see vprinter --help)", e.what());
+        return 2;
+    } catch (const std::exception& e) {
+        Complain("{}", e.what());
+        return 1;
+    }
+}

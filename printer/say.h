@@ -1,0 +1,25 @@
+// The program's own voice: whole lines, each written with one call, so that lines of several threads never
+// mix. Failures to write (a closed pipe, a full disk) are ignored: the printer goes on printing.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <string>
+#include <utility>
+
+namespace vlm::printer {
+
+template <typename... Args>
+void Say(fmt::format_string<Args...> format, Args&&... args) {
+    const std::string line = fmt::format(format, std::forward<Args>(args)...) + "\n";
+    std::fwrite(line.data(), 1, line.size(), stdout);
+}
+
+template <typename... Args>
+void Complain(fmt::format_string<Args...> format, Args&&... args) {
+    const std::string line = "vprinter: " + fmt::format(format, std::forward<Args>(args)...) + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+}  // namespace vlm::printer

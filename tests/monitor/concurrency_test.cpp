@@ -1,0 +1,117 @@
+// Many ports at once, and lower monitors that take their time: nobody waits for somebody else's port.
+#include <atomic>
+#include <thread>
+#include <vector>
+
+#include "tests/monitor/port_fixture.h"
+
+namespace vlm::test {
+namespace {
+
+using ConcurrencyTest = PortTest;
+
+TEST_F(ConcurrencyTest, EightPortsPrintWhileOthersOpenAndClose) {
+    constexpr int kPorts = 8;
+    constexpr int kJobs = 10;
+    constexpr int kWrites = 50;
+    std::vector<LowerMonitor> below(kPorts);
+    std::atomic<int> running{kPorts};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < kPorts; ++i) {
+        threads.emplace_back([&, i] {
+            LowerMonitor& own = below[static_cast<size_t>(i)];
+            own.keepBytes = true;
+            HANDLE port = nullptr;
+            EXPECT_TRUE(Open(own, L"IP_port" + std::to_wstring(i), &port));
+            for (int job = 0; job < kJobs; ++job) {
+                EXPECT_TRUE(Start(port, static_cast<DWORD>(job)));
+                for (int write = 0; write < kWrites; ++write) {
+                    std::string text =
+                        std::to_string(i) + "." + std::to_string(job) + "." + std::to_string(write);
+                    DWORD count = 0;
+                    EXPECT_TRUE(table.pfnWritePort(port, reinterpret_cast<LPBYTE>(text.data()),
+                                                   static_cast<DWORD>(text.size()), &count));
+                }
+                table.pfnEndDocPort(port);
+            }
+            EXPECT_TRUE(table.pfnClosePort(port));
+            --running;
+        });
+    }
+    std::vector<LowerMonitor> passing(2);
+    for (int i = 0; i < 2; ++i) {
+        threads.emplace_back([&, i] {
+            for (int n = 0; running > 0; ++n) {
+                HANDLE port = nullptr;
+                EXPECT_TRUE(Open(passing[static_cast<size_t>(i)], L"IP_passing" + std::to_wstring(i), &port));
+                EXPECT_TRUE(table.pfnClosePort(port));
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    for (int i = 0; i < kPorts; ++i) {
+        std::string expected;
+        for (int job = 0; job < kJobs; ++job)
+            for (int write = 0; write < kWrites; ++write)
+                expected += std::to_string(i) + "." + std::to_string(job) + "." + std::to_string(write);
+        EXPECT_EQ(below[static_cast<size_t>(i)].written, expected);
+    }
+}
+
+TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
+    const KernelHandle entered(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    const KernelHandle release(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+    LowerMonitor slow;
+    const char* blocking = nullptr;
+    slow.answer = [&](const char* operation) {
+        if (blocking != nullptr && std::string(blocking) == operation) {
+            SetEvent(entered.Get());
+            EXPECT_EQ(WaitForSingleObject(release.Get(), 20'000), WAIT_OBJECT_0);
+        }
+        return TRUE;
+    };
+    HANDLE port = nullptr;
+    BYTE data[] = "data";
+    wchar_t text[] = L"text";
+    DWORD count = 0;
+    const std::pair<const char*, std::function<void()>> operations[] = {
+        {"OpenPort", [&] { Open(slow, L"IP_slow", &port); }},
+        {"StartDocPort", [&] { Start(port); }},
+        {"WritePort", [&] { table.pfnWritePort(port, data, sizeof data, &count); }},
+        {"ReadPort", [&] { table.pfnReadPort(port, data, sizeof data, &count); }},
+        {"GetPrinterDataFromPort",
+         [&] { table.pfnGetPrinterDataFromPort(port, 1, nullptr, text, 2, text, 2, &count); }},
+        {"EndDocPort", [&] { table.pfnEndDocPort(port); }},
+        {"ClosePort", [&] { table.pfnClosePort(port); }},
+    };
+    for (const auto& [name, operation] : operations) {
+        SCOPED_TRACE(name);
+        blocking = name;
+        std::thread blocked(operation);
+        ASSERT_EQ(WaitForSingleObject(entered.Get(), 20'000), WAIT_OBJECT_0);
+        // The whole life of another port, and of another manager, while the first is stuck below.
+        std::atomic<bool> done{false};
+        std::thread other([&] {
+            LowerMonitor quick;
+            HANDLE own = nullptr;
+            EXPECT_TRUE(Open(quick, L"IP_quick", &own));
+            EXPECT_TRUE(Start(own, kJob, L"Somebody else's"));
+            EXPECT_TRUE(Write(own));
+            table.pfnEndDocPort(own);
+            EXPECT_TRUE(table.pfnClosePort(own));
+            table.pfnShutdown(host.InitializeAgain());
+            done = true;
+        });
+        const ULONGLONG deadline = GetTickCount64() + 10'000;
+        while (!done && GetTickCount64() < deadline)
+            Sleep(5);
+        EXPECT_TRUE(done) << "somebody waited for the slow port";
+        SetEvent(release.Get());
+        blocked.join();
+        other.join();
+    }
+}
+
+}  // namespace
+}  // namespace vlm::test

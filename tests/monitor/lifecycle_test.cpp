@@ -1,0 +1,182 @@
+// The monitor in its process: window, suspend, loading and unloading, several initialisations, nothing left
+// behind.
+#include <tuple>
+
+#include "monitor/event_window.h"
+#include "tests/monitor/port_fixture.h"
+#include "tests/support/process.h"
+#include "tests/support/resources.h"
+
+namespace vlm::test {
+namespace {
+
+using LifecycleTest = PortTest;
+
+HWND EventWindow() {
+    return FindWindowW(kEventWindowClass, kEventWindowTitle);
+}
+
+TEST_F(LifecycleTest, WindowIsHiddenAndSharedByAllInitializations) {
+    const HWND window = EventWindow();
+    ASSERT_NE(window, nullptr);
+    EXPECT_FALSE(IsWindowVisible(window));
+    const size_t threads = CountResources().threads;
+    const HANDLE second = host.InitializeAgain();
+    ASSERT_NE(second, nullptr);
+    EXPECT_NE(second, host.Manager());
+    EXPECT_EQ(CountResources().threads, threads);
+    EXPECT_EQ(EventWindow(), window);
+    table.pfnShutdown(second);
+    EXPECT_EQ(EventWindow(), window) << "the window stays until the module goes";
+}
+
+TEST_F(LifecycleTest, SuspendNoticeFromAnotherProcessStopsWritesUntilTheNextJob) {
+    const HANDLE port = MustOpen(lower, L"IP_office");
+    ASSERT_TRUE(Start(port));
+    EXPECT_TRUE(Write(port));
+    ASSERT_EQ(RunProgram(L"spoolhost.exe suspend"), 0U);
+    lower.ForgetCalls();
+    for (int i = 0; i < 2; ++i) {
+        SetLastError(kPoison);
+        EXPECT_FALSE(Write(port));
+        EXPECT_EQ(GetLastError(), 63U);
+    }
+    EXPECT_TRUE(lower.Calls().empty()) << "nothing goes down while suspended";
+    table.pfnEndDocPort(port);
+    ASSERT_TRUE(Start(port));
+    EXPECT_TRUE(Write(port));
+
+    // Any StartDocPort lifts it, even one that is refused.
+    SendMessageW(EventWindow(), WM_POWERBROADCAST, PBT_APMSUSPEND, 0);
+    EXPECT_FALSE(Write(port));
+    EXPECT_FALSE(Start(nullptr));
+    EXPECT_TRUE(Write(port));
+    // Other power events are none of our business.
+    SendMessageW(EventWindow(), WM_POWERBROADCAST, PBT_APMRESUMESUSPEND, 0);
+    EXPECT_TRUE(Write(port));
+    table.pfnEndDocPort(port);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(LifecycleTest, WindowThatWasClosedComesBackWithTheNextInitialization) {
+    SendMessageW(EventWindow(), WM_CLOSE, 0, 0);
+    const ULONGLONG deadline = GetTickCount64() + 5'000;
+    while (EventWindow() != nullptr && GetTickCount64() < deadline)
+        Sleep(10);
+    ASSERT_EQ(EventWindow(), nullptr);
+    const HANDLE second = host.InitializeAgain();
+    EXPECT_NE(EventWindow(), nullptr);
+    table.pfnShutdown(second);
+}
+
+TEST_F(LifecycleTest, ManyPortsAndJobsLeaveNothingBehind) {
+    const auto openAndClose = [&] {
+        HANDLE port = nullptr;
+        ASSERT_TRUE(Open(lower, L"IP_office", &port));
+        ASSERT_TRUE(table.pfnClosePort(port));
+    };
+    const auto print = [&](HANDLE port) {
+        ASSERT_TRUE(Start(port));
+        ASSERT_TRUE(Write(port));
+        table.pfnEndDocPort(port);
+    };
+    lower.answer = [](const char*) { return TRUE; };
+    const HANDLE port = MustOpen(lower, L"IP_jobs");
+    const auto settle = [&] {
+        lower.ForgetCalls();
+        spooler.Reset();
+        spooler.Add({L"Office", L"IP_office", nullptr, 0, nullptr, nullptr});
+        spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_DELETING);
+        openAndClose();
+        print(port);
+        lower.ForgetCalls();
+        return CountResources();
+    };
+    settle();
+    const Resources before = settle();
+    for (int i = 0; i < 10'000; ++i) {
+        openAndClose();
+        if (i % 1000 == 0) lower.ForgetCalls();
+    }
+    for (int i = 0; i < 1'000; ++i)
+        print(port);
+    EXPECT_EQ(settle(), before);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+// ---- tests that load the module themselves
+
+const std::wstring kDll = host::BesideProgram(L"vllm3mon.dll");
+
+TEST(ModuleTest, LoadsAndUnloadsAgainAndAgainWithoutStallOrLeak) {
+    const size_t threads = CountResources().threads;
+    const auto cycle = [threads] {
+        {
+            host::MonitorHost host(kDll);
+            EXPECT_NE(EventWindow(), nullptr);
+        }
+        // The window thread has left the module, but the system may still be burying it.
+        const ULONGLONG deadline = GetTickCount64() + 5'000;
+        while (CountResources().threads != threads && GetTickCount64() < deadline)
+            Sleep(1);
+    };
+    cycle();
+    cycle();
+    const Resources before = CountResources();
+    const ULONGLONG begin = GetTickCount64();
+    for (int i = 0; i < 5; ++i) {
+        cycle();
+        EXPECT_EQ(GetModuleHandleW(L"vllm3mon.dll"), nullptr);
+        EXPECT_EQ(EventWindow(), nullptr);
+    }
+    // Each unload waits at most 3 s for the window thread; that it takes no such wait at all is the point.
+    EXPECT_LT(GetTickCount64() - begin, 10'000U);
+    EXPECT_EQ(CountResources().handles, before.handles);
+    EXPECT_EQ(CountResources().threads, before.threads);
+    // What the compiler's runtime keeps of each load, and nothing of ours.
+    EXPECT_LE(CountResources().heapBlocks, before.heapBlocks + 5);
+}
+
+TEST(ModuleTest, InitializationFailsSoonWhereNoWindowCanBeMade) {
+    const Module module(LoadLibraryW(kDll.c_str()));
+    const auto initialize =
+        FindFunction<MONITOR2 * WINAPI(MONITORINIT*, HANDLE*)>(module.Get(), "InitializePrintMonitor2");
+    ASSERT_NE(initialize, nullptr);
+    // A class of that name whose windows refuse to come into being.
+    WNDCLASSEXW refusing{};
+    refusing.cbSize = sizeof refusing;
+    refusing.lpszClassName = kEventWindowClass;
+    refusing.hInstance = module.Get();
+    refusing.lpfnWndProc = [](HWND, UINT, WPARAM, LPARAM) -> LRESULT { return 0; };
+    ASSERT_NE(RegisterClassExW(&refusing), 0);
+    MONITORINIT init{};
+    HANDLE manager = nullptr;
+    const ULONGLONG begin = GetTickCount64();
+    EXPECT_EQ(initialize(&init, &manager), nullptr);
+    EXPECT_LT(GetTickCount64() - begin, 10'000U);
+    EXPECT_EQ(manager, nullptr);
+
+    // The module recovers when the obstacle is gone (the thread has unregistered the class).
+    MONITOR2* table = initialize(&init, &manager);
+    ASSERT_NE(table, nullptr);
+    table->pfnShutdown(manager);
+}
+
+TEST(ModuleTest, TwoProcessesEachHaveTheirOwnMonitor) {
+    host::MonitorHost host(kDll);
+    // The other one finds our window, prints nothing and ends while ours goes on.
+    EXPECT_EQ(RunProgram(L"spoolhost.exe"), 0U);
+    EXPECT_NE(EventWindow(), nullptr);
+    LowerMonitor lower;
+    wchar_t name[] = L"IP_office";
+    HANDLE port = nullptr;
+    EXPECT_TRUE(host.Table().pfnOpenPortEx(host.Manager(), &lower, name, name, &port, &lower.table));
+    EXPECT_TRUE(host.Table().pfnClosePort(port));
+}
+
+TEST(ModuleTest, ProcessMayEndWithAJobInFlight) {
+    EXPECT_EQ(RunProgram(L"job_in_flight.exe"), 0U);
+}
+
+}  // namespace
+}  // namespace vlm::test

@@ -1,0 +1,70 @@
+// The loaded monitor with one printer and one lower port, for tests of its operations through the table.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+#include "monitor/lm_port.h"
+#include "spooler/host/monitor_host.h"
+#include "spooler/standin.h"
+#include "tests/support/lower_monitor.h"
+
+namespace vlm::test {
+
+inline constexpr DWORD kPoison = 0xdeadbeef;
+inline constexpr DWORD kJob = 7;
+
+class PortTest : public ::testing::Test {
+ protected:
+    void SetUp() override {
+        spooler.Reset();
+        spooler.Add({L"Office", L"IP_office", nullptr, 0, nullptr, nullptr});
+        spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_PRINTING);
+    }
+    void TearDown() override { EXPECT_EQ(spooler.OpenHandles(), expectedOpenPrinters); }
+
+    BOOL Open(LowerMonitor& below, std::wstring name, HANDLE* handle) {
+        std::wstring printer = L"Office";
+        return table.pfnOpenPortEx(host.Manager(), &below, name.data(), printer.data(), handle, &below.table);
+    }
+    HANDLE MustOpen(LowerMonitor& below, const std::wstring& name) {
+        HANDLE handle = nullptr;
+        EXPECT_TRUE(Open(below, name, &handle));
+        below.ForgetCalls();
+        return handle;
+    }
+    BOOL Start(HANDLE handle, DWORD job = kJob, std::wstring printer = L"Office", DWORD level = 1) {
+        DOC_INFO_1W document{};
+        return table.pfnStartDocPort(handle, printer.data(), job, level, reinterpret_cast<LPBYTE>(&document));
+    }
+    BOOL Write(HANDLE handle) {
+        BYTE data[] = "data";
+        DWORD written = 0;
+        return table.pfnWritePort(handle, data, sizeof data, &written);
+    }
+    static const LmPort& Record(HANDLE handle) { return *static_cast<const LmPort*>(handle); }
+    // Whether somebody could take the port's job lock now; takes and gives it back.
+    static bool LockIsFree(HANDLE handle) {
+        if (WaitForSingleObject(Record(handle).portEvent, 0) != WAIT_OBJECT_0) return false;
+        SetEvent(Record(handle).portEvent);
+        return true;
+    }
+    // What the monitor told the spooler about jobs: the SetJobW lines.
+    std::vector<std::wstring> JobEvents() const {
+        std::vector<std::wstring> events;
+        for (const std::wstring& line : spooler.Log())
+            if (line.starts_with(L"SetJobW")) events.push_back(line.substr(line.rfind(L' ') + 1));
+        for (std::wstring& event : events)
+            event.pop_back();  // the closing parenthesis
+        return events;
+    }
+
+    host::MonitorHost host{host::BesideProgram(L"vllm3mon.dll")};
+    const MONITOR2& table = host.Table();
+    standin::Printers spooler;
+    LowerMonitor lower;
+    LONG expectedOpenPrinters = 0;
+};
+
+}  // namespace vlm::test

@@ -1,0 +1,105 @@
+// A port monitor for tests: one object is one port below. It writes down what it is asked, and does what the
+// test says instead of succeeding.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "util/spooler_api.h"
+
+namespace vlm::test {
+
+class LowerMonitor {
+ public:
+    LowerMonitor() {
+        table.cbSize = sizeof table;
+        table.pfnOpenPort = OpenPort;
+        table.pfnStartDocPort = StartDocPort;
+        table.pfnWritePort = WritePort;
+        table.pfnReadPort = ReadPort;
+        table.pfnEndDocPort = EndDocPort;
+        table.pfnClosePort = ClosePort;
+        table.pfnGetPrinterDataFromPort = GetPrinterDataFromPort;
+    }
+    LowerMonitor(const LowerMonitor&) = delete;
+    LowerMonitor& operator=(const LowerMonitor&) = delete;
+
+    struct Call {
+        const char* operation;
+        const void* buffer;
+        DWORD size;
+        const void* count;  // where the operation reports its byte count
+    };
+
+    std::vector<Call> Calls() const {
+        const std::lock_guard guard(mutex_);
+        return calls_;
+    }
+    size_t CountOf(const std::string& operation) const {
+        size_t count = 0;
+        for (const Call& call : Calls())
+            if (operation == call.operation) ++count;
+        return count;
+    }
+    void ForgetCalls() {
+        const std::lock_guard guard(mutex_);
+        calls_.clear();
+    }
+
+    MONITOR2 table{};
+    // Answers every operation; the default succeeds without touching the last error. Set before the port is
+    // used.
+    std::function<BOOL(const char* operation)> answer = [](const char*) { return TRUE; };
+    // Fills the output of GetPrinterDataFromPort and returns the byte count it claims.
+    std::function<DWORD(void* output)> completion = [](void*) { return DWORD{0}; };
+    std::string written;  // all bytes, in order, when keepBytes is set
+    bool keepBytes = false;
+    DWORD most = 0xFFFFFFFF;  // bytes it takes of one write
+
+ private:
+    static LowerMonitor& Self(HANDLE handle) { return *static_cast<LowerMonitor*>(handle); }
+
+    BOOL Note(const char* operation, const void* buffer = nullptr, DWORD size = 0,
+              const void* count = nullptr) {
+        {
+            const std::lock_guard guard(mutex_);
+            calls_.push_back({operation, buffer, size, count});
+        }
+        return answer(operation);
+    }
+
+    static BOOL WINAPI OpenPort(HANDLE monitor, LPWSTR, HANDLE* port) {
+        *port = monitor;
+        return Self(monitor).Note("OpenPort");
+    }
+    static BOOL WINAPI StartDocPort(HANDLE port, LPWSTR printer, DWORD, DWORD level, LPBYTE) {
+        return Self(port).Note("StartDocPort", printer, level);
+    }
+    static BOOL WINAPI WritePort(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD written) {
+        LowerMonitor& self = Self(port);
+        const BOOL result = self.Note("WritePort", buffer, size, written);
+        if (written != nullptr) *written = size < self.most ? size : self.most;
+        if (self.keepBytes && result) self.written.append(reinterpret_cast<char*>(buffer), *written);
+        return result;
+    }
+    static BOOL WINAPI ReadPort(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD read) {
+        return Self(port).Note("ReadPort", buffer, size, read);
+    }
+    static BOOL WINAPI EndDocPort(HANDLE port) { return Self(port).Note("EndDocPort"); }
+    static BOOL WINAPI ClosePort(HANDLE port) { return Self(port).Note("ClosePort"); }
+    static BOOL WINAPI GetPrinterDataFromPort(HANDLE port, DWORD, LPWSTR, LPWSTR input, DWORD inputSize,
+                                              LPWSTR output, DWORD outputSize, LPDWORD returned) {
+        LowerMonitor& self = Self(port);
+        const BOOL result =
+            self.Note("GetPrinterDataFromPort", input, inputSize * 0x100 + outputSize, returned);
+        if (returned != nullptr) *returned = self.completion(output);
+        return result;
+    }
+
+    mutable std::mutex mutex_;
+    std::vector<Call> calls_;
+};
+
+}  // namespace vlm::test

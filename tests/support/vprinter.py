@@ -1,0 +1,143 @@
+"""Runs a virtual printer for a test or a demo.
+
+    with VirtualPrinter() as printer:
+        send it a document on ("127.0.0.1", printer.raw_port)
+        record = printer.wait_for_documents(1)[0]
+
+The program is the one that the environment variable VPRINTER names, else the native build's. It listens on free
+ports of the loopback, stores into a folder of its own that goes away with it (or the one that is given), and ends
+with this process even when this process is killed. Start it from the main thread: the system takes the end of the
+starting thread for the end of its parent.
+"""
+
+import json
+import os
+import pathlib
+import shutil
+import subprocess
+import tempfile
+import time
+import urllib.error
+import urllib.request
+
+_ROOT = pathlib.Path(__file__).resolve().parents[2]
+_OPENER = urllib.request.build_opener(urllib.request.ProxyHandler({}))  # never through a proxy of the environment
+PROGRAM = os.environ.get("VPRINTER", str(_ROOT / "build/native/bin/vprinter"))
+
+
+class ControlError(Exception):
+    """The control API refused a request; `status` is the HTTP status."""
+
+    def __init__(self, status, message):
+        super().__init__(f"{status}: {message}")
+        self.status = status
+
+
+class VirtualPrinter:
+    """Started when the constructor returns. `arguments` are further command-line options."""
+
+    def __init__(self, *arguments, store=None, raw_port=0, start_limit=10):
+        self._scratch = pathlib.Path(tempfile.mkdtemp(prefix="vprinter-"))
+        self.store = pathlib.Path(store) if store else self._scratch / "documents"
+        self.output = self.errors = ""  # stdout and stderr, once it has ended
+        ready_file = self._scratch / "ready.json"
+        try:
+            with open(self._scratch / "stdout", "w") as stdout, open(self._scratch / "stderr", "w") as stderr:
+                self.process = subprocess.Popen(
+                    [PROGRAM, "--store", str(self.store), "--raw-port", str(raw_port),
+                     "--ready-file", str(ready_file), "--exit-with-parent", *arguments],
+                    stdout=stdout, stderr=stderr)
+            ready = self._wait_until_ready(ready_file, start_limit)
+        except BaseException:
+            self._clean_up()
+            raise
+        self.raw_port = ready["rawPort"]
+        self.control_port = ready["controlPort"]
+        self.pid = ready["pid"]
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, failure, *_):
+        status = self.stop()
+        if status != 0 and failure is None:
+            raise RuntimeError(f"the virtual printer ended with {status}: {self.errors}")
+
+    def call(self, method, path, body=None):
+        """One request; the answer's JSON. Raises ControlError."""
+        data = None if body is None else json.dumps(body).encode()
+        request = urllib.request.Request(f"http://127.0.0.1:{self.control_port}{path}", data=data, method=method)
+        request.add_header("Content-Type", "application/json")
+        try:
+            with _OPENER.open(request, timeout=10) as response:
+                return json.load(response)
+        except urllib.error.HTTPError as error:
+            with error:
+                raise ControlError(error.code, error.read().decode().strip()) from None
+
+    def state(self):
+        return self.call("GET", "/state")
+
+    def documents(self):
+        return self.call("GET", "/documents")
+
+    def wait_for_documents(self, count, limit=10):
+        """The records, as soon as there are `count` of them."""
+        give_up = time.monotonic() + limit
+        while len(records := self.documents()) < count:
+            if time.monotonic() > give_up:
+                raise TimeoutError(f"{len(records)} of {count} documents after {limit} s")
+            time.sleep(0.02)
+        return records
+
+    def set_fault(self, mode, **details):
+        """mode: refuse, stall, slow, reset; details: after, rate, connections."""
+        return self.call("PUT", "/fault", {"mode": mode, **details})
+
+    def clear_fault(self):
+        return self.call("DELETE", "/fault")
+
+    def set_answer(self, text, when="document"):
+        return self.call("PUT", "/answer", {"text": text, "when": when})
+
+    def clear_answer(self):
+        return self.call("DELETE", "/answer")
+
+    def shutdown(self):
+        """Asks over the control API, waits for the end; the exit status."""
+        self.call("POST", "/shutdown")
+        return self.wait()
+
+    def wait(self, limit=10):
+        """Waits for the program's own end; the exit status."""
+        status = self.process.wait(limit)
+        self._clean_up()
+        return status
+
+    def stop(self):
+        """Ends the program if it still runs; the exit status."""
+        if self.process.poll() is None:
+            self.process.terminate()
+        try:
+            return self.wait()
+        finally:
+            self._clean_up()
+
+    def _wait_until_ready(self, ready_file, limit):
+        give_up = time.monotonic() + limit
+        while not ready_file.exists():
+            if self.process.poll() is not None:
+                raise RuntimeError((self._scratch / "stderr").read_text().strip())
+            if time.monotonic() > give_up:
+                raise TimeoutError(f"not ready after {limit} s")
+            time.sleep(0.01)
+        return json.loads(ready_file.read_text())
+
+    def _clean_up(self):
+        process = getattr(self, "process", None)
+        if process and process.poll() is None:
+            process.kill()
+            process.wait()
+        if self._scratch.exists():
+            self.output, self.errors = ((self._scratch / name).read_text() for name in ("stdout", "stderr"))
+            shutil.rmtree(self._scratch, ignore_errors=True)

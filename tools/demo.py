@@ -1,0 +1,110 @@
+"""./dev demo: a real document through the monitor to a printer on the network, and what the monitor guards against.
+
+Starts the virtual printer on free ports, acts out the spooler, ends everything it started.
+"""
+
+import hashlib
+import pathlib
+import subprocess
+import sys
+import tempfile
+
+ROOT = pathlib.Path(__file__).resolve().parents[1]
+sys.path.insert(0, str(ROOT / "tests/support"))
+import windows  # noqa: E402
+from vprinter import VirtualPrinter  # noqa: E402
+
+# What the last lines say was shown.
+SHOWN = []
+
+
+def title(text):
+    print(f"\n--- {text}", flush=True)
+
+
+def show(text):
+    for line in text.strip().splitlines():
+        print("    " + line, flush=True)
+
+
+def check(fact, condition):
+    """Every claim of the demo is tested as it is made; a false one ends it."""
+    if not condition:
+        sys.exit(f"demo: NOT SO: {fact}")
+    SHOWN.append(fact)
+
+
+def make_document(folder):
+    """A report of five pages as PCL for a 300 dpi laser printer."""
+    document = folder / "report.pcl"
+    subprocess.run(
+        ["gs", "-q", "-dNOPAUSE", "-dBATCH", "-dSAFER", "-sDEVICE=ljet4", "-r300", "-sPAPERSIZE=a4",
+         f"-sOutputFile={document}", ROOT / "examples/report.ps"],
+        check=True)
+    return document
+
+
+def print_document(printer, document):
+    content = document.read_bytes()
+    digest = hashlib.sha256(content).hexdigest()
+    title(f"printing {document.name}, {len(content)} bytes, through vllm3mon.dll")
+    result = windows.vlmctl("print", document, "--to", f"127.0.0.1:{printer.raw_port}")
+    show(result.stdout + result.stderr)
+    arrived = printer.wait_for_documents(1)[0]
+    show(f"sent     sha256 {digest}\narrived  sha256 {arrived['sha256']}, {arrived['bytes']} bytes")
+    check(f"{len(content)} bytes of a five-page document arrived byte for byte as they were sent",
+          result.returncode == 0 and len(content) > 1_000_000 and
+          (arrived["sha256"], arrived["bytes"], arrived["complete"]) == (digest, len(content), True))
+    check("the job was tracked: sent to printer, last page ejected",
+          "sent to printer, last page ejected" in result.stdout)
+
+
+def guard_the_port(printer):
+    title("two jobs on one port, and a suspend notice from another process")
+    scene = f"""
+        printer Office
+        job 1 first
+        job 2 second
+        open IP_office 127.0.0.1 {printer.raw_port}
+        start 1
+        text first
+        start 2
+        run {windows.BIN / 'spoolhost.exe'} suspend
+        text lost in sleep
+        end
+        start 2
+        text second
+        end
+        log
+        close
+    """
+    result = windows.run("spoolhost.exe", stdin=scene)
+    show(result.stdout + result.stderr)
+    said = [line for line in result.stdout.splitlines() if not line.startswith(" ")]
+
+    def answer(beginning, nth=0):
+        return [line for line in said if line.startswith(beginning)][nth]
+
+    check("a second job was refused while the first held the port", "busy (170)" in answer("start 2"))
+    check("a write was refused after another process announced a suspend",
+          "told the monitor" in answer("suspend") and "has suspended" in answer("write text, 0"))
+    check("the next job printed again", answer("start 2", 1).endswith("ok") and answer("end", 1).endswith("ok"))
+    check("the printer got of the two jobs what was written and nothing else",
+          [pathlib.Path(printer.store / record["file"]).read_bytes()
+           for record in printer.wait_for_documents(3)[1:]] == [b"first", b"second"])
+
+
+def main():
+    with tempfile.TemporaryDirectory(prefix="vlm-demo-") as folder:
+        document = make_document(pathlib.Path(folder))
+        with VirtualPrinter() as printer:
+            print(f"virtual printer: process {printer.pid}, raw port {printer.raw_port}", flush=True)
+            print_document(printer, document)
+            guard_the_port(printer)
+        check("the virtual printer has ended", printer.process.poll() is not None)
+    title("shown")
+    show("\n".join("* " + fact for fact in SHOWN))
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,33 @@
+// What the commands of vlmctl share. Each command has a file of its own and one function that adds it to the
+// command line; its callback does the work, prints the result to standard output and throws what went wrong.
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace vlm::ctl {
+
+enum ExitStatus : int {
+    kDone = 0,
+    kFailed = 1,      // the work could not be done; one line on standard error says why
+    kWrongUsage = 2,  // the command line makes no sense
+};
+
+// One clear line in UTF-8 for standard error, and the exit status that goes with it.
+class CommandError : public std::runtime_error {
+ public:
+    explicit CommandError(const std::string& what, int status = kFailed)
+        : std::runtime_error(what), status_(status) {}
+    int Status() const { return status_; }
+
+ private:
+    int status_;
+};
+
+void AddPrintCommand(CLI::App& app);
+
+}  // namespace vlm::ctl

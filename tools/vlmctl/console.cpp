@@ -1,0 +1,58 @@
+#include "tools/vlmctl/console.h"
+
+#include <fcntl.h>
+#include <io.h>
+#include <windows.h>
+
+#include <cstdio>
+
+namespace vlm::ctl {
+
+void PrepareConsole() {
+    SetConsoleOutputCP(CP_UTF8);
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
+}
+
+bool OnTerminal() {
+    return _isatty(_fileno(stdout)) != 0;
+}
+
+void Print(std::string_view line) {
+    std::string whole(line);
+    whole += '\n';
+    std::fwrite(whole.data(), 1, whole.size(), stdout);
+    std::fflush(stdout);
+}
+
+Progress::~Progress() {
+    if (drawn_) std::fputs("\n", stdout);
+}
+
+void Progress::Update(std::uint64_t done) {
+    const auto percent = static_cast<unsigned>(total_ == 0 ? 100 : done * 100 / total_);
+    if (OnTerminal()) {
+        constexpr unsigned kWidth = 40;
+        if (drawn_ && percent == shown_) return;
+        const unsigned filled = percent * kWidth / 100;
+        const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '.');
+        const std::string text =
+            fmt::format("\r[{}] {:3}%  {} of {}", bar, percent, SizeText(done), SizeText(total_));
+        std::fwrite(text.data(), 1, text.size(), stdout);
+        std::fflush(stdout);
+        drawn_ = true;
+        shown_ = percent;
+    } else if (percent / 25 > shown_ / 25) {
+        shown_ = percent;
+        PrintLine("{:3}%  {} of {} bytes", percent, done, total_);
+    }
+}
+
+std::string SizeText(std::uint64_t bytes) {
+    if (bytes < 1000) return fmt::format("{} bytes", bytes);
+    const auto size = static_cast<double>(bytes);
+    if (bytes < 1'000'000) return fmt::format("{:.1f} kB", size / 1e3);
+    return fmt::format("{:.1f} MB", size / 1e6);
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,44 @@
+// Standard output as the commands use it: UTF-8, whole lines, line feeds only.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace vlm::ctl {
+
+// Prepares both standard streams. Called once, first.
+void PrepareConsole();
+
+// Whether a person is looking: standard output is a terminal.
+bool OnTerminal();
+
+void Print(std::string_view line);
+
+template <typename... Arguments>
+void PrintLine(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+    Print(fmt::format(format, std::forward<Arguments>(arguments)...));
+}
+
+// A progress bar on a terminal, redrawn in place; elsewhere a plain line for each quarter.
+class Progress {
+ public:
+    explicit Progress(std::uint64_t total) : total_(total) {}
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void Update(std::uint64_t done);
+
+ private:
+    std::uint64_t total_;
+    unsigned shown_ = 0;  // percent
+    bool drawn_ = false;
+};
+
+// "1.4 MB", "812 bytes".
+std::string SizeText(std::uint64_t bytes);
+
+}  // namespace vlm::ctl

@@ -1,0 +1,65 @@
+// vlmctl: the companion of the language monitor, for the driver engineer and the administrator.
+#include <windows.h>
+// windows.h first.
+#include <shellapi.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/command.h"
+#include "tools/vlmctl/console.h"
+#include "tools/vlmctl/trace_view.h"
+
+namespace {
+
+using namespace vlm::ctl;
+
+// The arguments in UTF-8, last first, as the parser takes them.
+std::vector<std::string> Arguments() {
+    int count = 0;
+    LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    std::vector<std::string> arguments;
+    for (int i = count - 1; i > 0; --i)
+        arguments.push_back(vlm::host::ToUtf8(wide[i]));
+    LocalFree(wide);
+    return arguments;
+}
+
+int Complain(const std::string& what, int status) {
+    const std::string line = "vlmctl: " + what + "\n";
+    std::fwrite(line.data(), 1, line.size(), stderr);
+    return status;
+}
+
+int Run() {
+    CLI::App app("Companion of the language monitor vllm3mon.dll", "vlmctl");
+    app.require_subcommand(1);
+    app.allow_windows_style_options(false);  // a path that begins with a slash is a path
+    app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
+    AddPrintCommand(app);
+    try {
+        app.parse(Arguments());
+        return kDone;
+    } catch (const CLI::Success& help) {
+        return app.exit(help);
+    } catch (const CLI::ParseError& error) {
+        app.exit(error);
+        return kWrongUsage;
+    }
+}
+
+}  // namespace
+
+int main() {
+    PrepareConsole();
+    try {
+        return Run();
+    } catch (const CommandError& error) {
+        return Complain(error.what(), error.Status());
+    } catch (const std::exception& error) {
+        return Complain(error.what(), kFailed);
+    }
+}
