@@ -13,15 +13,34 @@
 
 namespace vlm::bench {
 
-// Nanoseconds of one call of `body`, which repeats its work `repetitions` times: the best of `rounds`,
-// because whatever disturbs a measurement only makes it longer.
+// Nanoseconds of one call of `body`, which repeats its work `repetitions` times.
+inline double Nanoseconds(long repetitions, const std::function<void(long)>& body) {
+    const auto begin = std::chrono::steady_clock::now();
+    body(repetitions);
+    const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - begin;
+    return time.count() / static_cast<double>(repetitions);
+}
+
+// The best of `rounds`, because whatever disturbs a measurement only makes it longer.
 inline double BestNanoseconds(int rounds, long repetitions, const std::function<void(long)>& body) {
     double best = 1e300;
+    for (int round = 0; round < rounds; ++round)
+        best = std::min(best, Nanoseconds(repetitions, body));
+    return best;
+}
+
+struct Pair {
+    double ours;
+    double reference;
+};
+
+// As BestNanoseconds, of two bodies in turns, so that both meet the same disturbances.
+inline Pair BestOfBoth(int rounds, long repetitions, const std::function<void(long)>& ours,
+                       const std::function<void(long)>& reference) {
+    Pair best{1e300, 1e300};
     for (int round = 0; round < rounds; ++round) {
-        const auto begin = std::chrono::steady_clock::now();
-        body(repetitions);
-        const std::chrono::duration<double, std::nano> time = std::chrono::steady_clock::now() - begin;
-        best = std::min(best, time.count() / static_cast<double>(repetitions));
+        best.reference = std::min(best.reference, Nanoseconds(repetitions, reference));
+        best.ours = std::min(best.ours, Nanoseconds(repetitions, ours));
     }
     return best;
 }

@@ -135,7 +135,10 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, const DocumentStore& st
         rawPort.SetAnswer({});
         Reply(response, state());
     });
-    routes.Post("/shutdown", [shutdown = std::move(shutdown)](const Request&, Response& response) {
+    // With a content reader, which it does not use: otherwise the library waits for a body that a client
+    // without a Content-Length does not send.
+    routes.Post("/shutdown", [shutdown = std::move(shutdown)](const Request&, Response& response,
+                                                              const httplib::ContentReader&) {
         Reply(response, json{{"stopping", true}});
         shutdown();
     });
@@ -150,9 +153,10 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, const DocumentStore& st
         }
     });
     routes.set_error_handler([](const Request& request, Response& response) {
-        if (response.body.empty())
-            Reply(response, json{{"error", fmt::format("no {} {}", request.method, request.path)}},
-                  response.status);
+        if (!response.body.empty()) return;
+        const char* reason = response.status == 404 ? "there is no" : "cannot read the request";
+        Reply(response, json{{"error", fmt::format("{} {} {}", reason, request.method, request.path)}},
+              response.status);
     });
 }
 

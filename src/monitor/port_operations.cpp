@@ -13,6 +13,12 @@
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
 
+#if defined(_MSC_VER)
+#define VLM_NOINLINE __declspec(noinline)
+#else
+#define VLM_NOINLINE __attribute__((noinline))
+#endif
+
 namespace vlm {
 
 namespace {
@@ -80,6 +86,18 @@ bool RenamePrinterAndOpen(LmPort& port, wchar_t* printer) {
     GlobalFree(std::exchange(port.printerName, copy));
     OpenJobPrinter(port, printer);
     return true;
+}
+
+VLM_NOINLINE BOOL RefuseWrite(HANDLE hPort) {
+    return PortOf(hPort) == nullptr ? FALSE : Refuse(kSuspended);
+}
+
+VLM_NOINLINE void NoteWriteResult(LmPort& port, BOOL written) {
+    if (written) {
+        port.flags.fetch_and(~DWORD{LMPORT_WRITE_FAILED}, std::memory_order_relaxed);
+    } else {
+        port.flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
+    }
 }
 
 }  // namespace
@@ -177,18 +195,17 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
 }
 
 // The hot path: no allocation, no lock, no trace, and nothing that touches the last error after the lower
-// call.
+// call. What hardly ever happens is kept out of line, so that the rest needs few registers.
 BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept {
     return GuardOperation(L"WritePort", [&]() -> BOOL {
-        LmPort* port = PortOf(hPort);
-        if (port == nullptr) return FALSE;
-        if (processState.suspended.load(std::memory_order_relaxed)) return Refuse(kSuspended);
+        auto* port = static_cast<LmPort*>(hPort);
+        if (port == nullptr || !IsPort(*port) || processState.suspended.load(std::memory_order_relaxed))
+            [[unlikely]]
+            return RefuseWrite(hPort);
         const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
-        // A load is cheaper than a locked write, and the flag hardly ever changes.
         const bool failedBefore = (port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) != 0;
-        if (!written && !failedBefore) port->flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
-        if (written && failedBefore)
-            port->flags.fetch_and(~DWORD{LMPORT_WRITE_FAILED}, std::memory_order_relaxed);
+        if ((written != FALSE) == failedBefore) [[unlikely]]
+            NoteWriteResult(*port, written);
         return written;
     });
 }

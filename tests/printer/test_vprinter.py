@@ -288,7 +288,14 @@ class StartAndStop(unittest.TestCase):
                 return printer.wait(LIMIT)
             return stop
 
-        for name, stop in (("control", VirtualPrinter.shutdown), ("SIGTERM", by_signal(signal.SIGTERM)),
+        def by_request_without_length(printer):  # as "curl -X POST" sends it
+            with socket.create_connection(("127.0.0.1", printer.control_port), timeout=LIMIT) as connection:
+                connection.sendall(b"POST /shutdown HTTP/1.1\r\nHost: printer\r\n\r\n")
+                self.assertRegex(connection.recv(100), b"^HTTP/1.1 200 ")
+            return printer.wait(LIMIT)
+
+        for name, stop in (("control", VirtualPrinter.shutdown), ("curl", by_request_without_length),
+                           ("SIGTERM", by_signal(signal.SIGTERM)),
                            ("SIGINT", by_signal(signal.SIGINT))):
             with self.subTest(name), VirtualPrinter() as printer:
                 idle = connect(printer)
