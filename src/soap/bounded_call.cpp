@@ -17,32 +17,39 @@ enum class Phase { kRunning, kEnded, kLeftBehind };
 
 struct Call {
     std::function<void()> work;
+    KernelHandle ended;
     std::atomic<Phase> phase{Phase::kRunning};
-    HMODULE module = nullptr;  // a reference that the thread gives back with its last instruction
 };
 
-DWORD WINAPI RunCall(void* argument) {
-    HMODULE module = nullptr;
-    {
-        const std::unique_ptr<std::shared_ptr<Call>> owner(static_cast<std::shared_ptr<Call>*>(argument));
-        Call& call = **owner;
-        module = call.module;
-        GuardHresult([&] {
-            call.work();
-            return S_OK;
-        });
-        // What the work holds goes before its end is announced: the caller may look for leaks.
-        call.work = nullptr;
-        if (call.phase.exchange(Phase::kEnded) == Phase::kLeftBehind) --leftBehind;
-    }
-    FreeLibraryAndExitThread(module, 0);
+void CALLBACK RunCall(PTP_CALLBACK_INSTANCE, void* argument) {
+    const std::unique_ptr<std::shared_ptr<Call>> owner(static_cast<std::shared_ptr<Call>*>(argument));
+    Call& call = **owner;
+    GuardHresult([&] {
+        call.work();
+        return S_OK;
+    });
+    // What the work holds goes before its end is announced.
+    call.work = nullptr;
+    if (call.phase.exchange(Phase::kEnded) == Phase::kLeftBehind) --leftBehind;
+    SetEvent(call.ended.Get());
 }
 
-HMODULE ReferenceToThisModule() {
+HMODULE ThisModule() {
     HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<const wchar_t*>(&RunCall),
-                       &module);
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<const wchar_t*>(&RunCall), &module);
     return module;
+}
+
+// A thread of the process's pool: it is at hand where a new one takes as long as a whole exchange.
+bool Submit(std::shared_ptr<Call>* owner) {
+    TP_CALLBACK_ENVIRON environment;
+    InitializeThreadpoolEnvironment(&environment);
+    SetThreadpoolCallbackLibrary(&environment, ThisModule());
+    SetThreadpoolCallbackRunsLong(&environment);
+    const bool submitted = TrySubmitThreadpoolCallback(&RunCall, owner, &environment) != FALSE;
+    DestroyThreadpoolEnvironment(&environment);
+    return submitted;
 }
 
 }  // namespace
@@ -52,17 +59,15 @@ bool RunBounded(std::function<void()> work, DWORD milliseconds) {
         Trace(L"SOAP: %ld calls to printers hang, no new one is begun\r\n", leftBehind.load());
         return false;
     }
-    auto call = std::make_shared<Call>();
+    const auto call = std::make_shared<Call>();
     call->work = std::move(work);
+    call->ended.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (!call->ended) return false;
     auto owner = std::make_unique<std::shared_ptr<Call>>(call);
-    Module module(ReferenceToThisModule());
-    call->module = module.Get();
-    const KernelHandle thread(CreateThread(nullptr, 0, &RunCall, owner.get(), 0, nullptr));
-    if (!thread) return false;
+    if (!Submit(owner.get())) return false;
     owner.release();
-    module.Release();
 
-    if (WaitForSingleObject(thread.Get(), milliseconds) == WAIT_OBJECT_0) return true;
+    if (WaitForSingleObject(call->ended.Get(), milliseconds) == WAIT_OBJECT_0) return true;
     // Counted before the exchange, so that the thread's own decrement never comes first.
     ++leftBehind;
     if (call->phase.exchange(Phase::kLeftBehind) == Phase::kEnded) {

@@ -11,7 +11,7 @@
 
 namespace vlm {
 
-// Runs `work` on a thread of its own and waits for its end, at most `milliseconds`. True when it has ended.
+// Runs `work` on another thread and waits for its end, at most `milliseconds`. True when it has ended.
 //
 // False when the time is up or no thread could be had. The work may then still be running, for as long as the
 // platform keeps it: everything it touches must belong to it (shared ownership, values), and the caller

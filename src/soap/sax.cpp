@@ -89,13 +89,14 @@ HRESULT CreateSaxReader(ISAXXMLReader** reader) {
 }
 
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler) {
-    if (const wchar_t* reason = WhyNotParse(document)) {
+    std::string ready;
+    if (const wchar_t* reason = WhyNotParse(document, &ready)) {
         Trace(L"SOAP: an answer is refused: %ls\r\n", reason);
         return E_FAIL;
     }
     // A stream, not a string: fed with a string, some readers take quadratic time.
     ComPtr<IStream> stream;
-    HRESULT hr = MakeStream(document, stream.Receive());
+    HRESULT hr = MakeStream(ready, stream.Receive());
     if (SUCCEEDED(hr)) hr = reader->putContentHandler(handler);
     if (FAILED(hr)) return hr;
     const ScopeExit detach([&] { reader->putContentHandler(nullptr); });

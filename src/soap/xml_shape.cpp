@@ -57,54 +57,67 @@ size_t EndOfTag(string_view text) {
     return string_view::npos;
 }
 
-const wchar_t* Scan(string_view text) {
+// `broken`, if not null, receives the text with a line end in each end tag.
+const wchar_t* Scan(string_view text, std::string* broken) {
     if (text.starts_with("<?xml") && !IsScannableEncoding(text.substr(0, text.find("?>")))) {
         return L"its encoding is not supported";
     }
     size_t depth = 0;
     size_t elements = 0;
-    for (size_t at = text.find('<'); at != string_view::npos; at = text.find('<')) {
-        text.remove_prefix(at);
+    string_view rest = text;
+    const auto take = [&](size_t count) {
+        if (broken != nullptr) *broken += rest.substr(0, count);
+        rest.remove_prefix(count);
+    };
+    for (size_t at = rest.find('<'); at != string_view::npos; at = rest.find('<')) {
+        take(at);
         size_t end = string_view::npos;
+        bool isEndTag = false;
         const auto endsWith = [&](string_view mark, size_t from) {
-            end = text.find(mark, from);
+            end = rest.find(mark, from);
             if (end != string_view::npos) end += mark.size();
         };
-        if (text.starts_with("<!--")) {
+        if (rest.starts_with("<!--")) {
             endsWith("-->", 4);
-        } else if (text.starts_with("<![CDATA[")) {
+        } else if (rest.starts_with("<![CDATA[")) {
             endsWith("]]>", 9);
-        } else if (text.starts_with("<!")) {
+        } else if (rest.starts_with("<!")) {
             return L"it has a document type declaration";
-        } else if (text.starts_with("<?")) {
+        } else if (rest.starts_with("<?")) {
             endsWith("?>", 2);
         } else {
-            end = EndOfTag(text);
+            end = EndOfTag(rest);
             if (end == string_view::npos) return L"it has a tag that is too long or does not end";
-            if (text[1] == '/') {
+            isEndTag = rest[1] == '/';
+            if (isEndTag) {
                 if (depth > 0) --depth;
             } else {
                 if (++elements > kMostXmlElements) return L"it has too many elements";
-                if (text[end - 2] != '/' && ++depth > kDeepestXml) return L"it is nested too deep";
+                if (rest[end - 2] != '/' && ++depth > kDeepestXml) return L"it is nested too deep";
             }
         }
         if (end == string_view::npos) return L"it ends inside markup";
-        text.remove_prefix(end);
+        take(end - 1);
+        if (isEndTag && broken != nullptr) *broken += '\n';
+        take(1);
     }
+    take(rest.size());
     return nullptr;
 }
 
 }  // namespace
 
-const wchar_t* WhyNotParse(string_view bytes) {
-    if (bytes.starts_with("\xEF\xBB\xBF")) return Scan(bytes.substr(3));
-    if (bytes.starts_with("\xFF\xFE")) return Scan(AsciiOfUtf16(bytes.substr(2), 0));
-    if (bytes.starts_with("\xFE\xFF")) return Scan(AsciiOfUtf16(bytes.substr(2), 1));
-    if (bytes.starts_with(string_view("<\0", 2))) return Scan(AsciiOfUtf16(bytes, 0));
-    if (bytes.starts_with(string_view("\0<", 2))) return Scan(AsciiOfUtf16(bytes, 1));
+const wchar_t* WhyNotParse(string_view bytes, std::string* ready) {
+    *ready = bytes;
+    if (bytes.starts_with("\xFF\xFE")) return Scan(AsciiOfUtf16(bytes.substr(2), 0), nullptr);
+    if (bytes.starts_with("\xFE\xFF")) return Scan(AsciiOfUtf16(bytes.substr(2), 1), nullptr);
+    if (bytes.starts_with(string_view("<\0", 2))) return Scan(AsciiOfUtf16(bytes, 0), nullptr);
+    if (bytes.starts_with(string_view("\0<", 2))) return Scan(AsciiOfUtf16(bytes, 1), nullptr);
     // A NUL has no place in the remaining encodings, but it is how a wider one without a mark looks.
     if (bytes.find('\0') != string_view::npos) return L"its encoding is not supported";
-    return Scan(bytes);
+    ready->clear();
+    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
+    return Scan(bytes, ready);
 }
 
 }  // namespace vlm

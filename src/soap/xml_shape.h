@@ -6,6 +6,7 @@
 // the scan follows the grammar exactly as long as the document does, and a parser stops where it ceases to.
 #pragma once
 
+#include <string>
 #include <string_view>
 
 namespace vlm {
@@ -19,6 +20,10 @@ inline constexpr size_t kLongestXmlTag = 16 * 1024;
 // them than kMostXmlElements, a tag longer than kLongestXmlTag (parsers compare its attributes pairwise),
 // markup that does not end, and an encoding that is neither UTF-8, UTF-16 nor a single-byte superset of ASCII
 // (another one could hide markup from the scan).
-const wchar_t* WhyNotParse(std::string_view bytes);
+//
+// `ready` is the same document, made quick to parse: unless it is UTF-16, with a line end inside each end
+// tag, where it says nothing. Some SAX readers look for the beginning of the line at every event, and a
+// printer's answer is one line.
+const wchar_t* WhyNotParse(std::string_view bytes, std::string* ready);
 
 }  // namespace vlm

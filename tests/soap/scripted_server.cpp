@@ -1,4 +1,4 @@
-#include "scripted_server.h"
+#include "tests/soap/scripted_server.h"
 
 #include <cstdlib>
 #include <stdexcept>

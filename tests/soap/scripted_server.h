@@ -44,6 +44,7 @@ class ScriptedServer {
     ScriptedServer& operator=(const ScriptedServer&) = delete;
 
     std::wstring Url(const wchar_t* scheme = L"http") const;
+    unsigned short Port() const { return port_; }
     unsigned Connections() const { return connections_; }
     // Cuts short what goes on and what follows from it, and returns when no client is left.
     void HangUp();

@@ -31,6 +31,21 @@ std::string Many(size_t count) {
     return text + "</r>";
 }
 
+const wchar_t* Refusal(std::string_view text) {
+    std::string ready;
+    return WhyNotParse(text, &ready);
+}
+
+TEST(XmlShape, BreaksLinesOnlyWhereTheySayNothing) {
+    std::string ready;
+    ASSERT_EQ(WhyNotParse("\xEF\xBB\xBF<?x </a>?><a b='</a>'>t<!--</a>--><![CDATA[</a>]]><c/></a > ", &ready),
+              nullptr);
+    EXPECT_EQ(ready, "<?x </a>?><a b='</a>'>t<!--</a>--><![CDATA[</a>]]><c/></a \n> ");
+    const std::string wide = Utf16("<a></a>", false, true);
+    ASSERT_EQ(WhyNotParse(wide, &ready), nullptr);
+    EXPECT_EQ(ready, wide);
+}
+
 TEST(XmlShape, LetsHarmlessDocumentsThrough) {
     const std::string rows[] = {
         "",
@@ -46,7 +61,7 @@ TEST(XmlShape, LetsHarmlessDocumentsThrough) {
         "<a b='" + std::string(kLongestXmlTag - 9, 'x') + "'/>",
     };
     for (const std::string& row : rows)
-        EXPECT_EQ(WhyNotParse(row), nullptr) << row.substr(0, 80);
+        EXPECT_EQ(Refusal(row), nullptr) << row.substr(0, 80);
 }
 
 TEST(XmlShape, RefusesWhatAParserCouldChokeOn) {
@@ -76,7 +91,7 @@ TEST(XmlShape, RefusesWhatAParserCouldChokeOn) {
         "<?pi",
     };
     for (const std::string& row : rows)
-        EXPECT_NE(WhyNotParse(row), nullptr) << row.substr(0, 80);
+        EXPECT_NE(Refusal(row), nullptr) << row.substr(0, 80);
 }
 
 // For the sanitizers: nothing that can be cut or flipped reads outside the text.
@@ -92,7 +107,8 @@ TEST(XmlShape, SurvivesDamage) {
             }
             // A copy of exact size, so that reading one behind its end is found.
             const std::vector<char> exact(text.begin(), text.end());
-            WhyNotParse({exact.data(), exact.size()});
+            std::string ready;
+            WhyNotParse({exact.data(), exact.size()}, &ready);
         }
     }
 }
