@@ -70,6 +70,14 @@ struct KernelHandleTraits {
 // A kernel object whose creator reports failure with null (events, threads, processes; not files).
 using KernelHandle = Unique<KernelHandleTraits>;
 
+struct FileTraits {
+    using Type = HANDLE;
+    static Type Invalid() { return INVALID_HANDLE_VALUE; }
+    static void Close(Type handle) { CloseHandle(handle); }
+};
+// What CreateFileW gives.
+using File = Unique<FileTraits>;
+
 struct ModuleTraits {
     using Type = HMODULE;
     static Type Invalid() { return nullptr; }

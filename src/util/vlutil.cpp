@@ -26,9 +26,15 @@ void Trace(const wchar_t* format, ...) {
     wchar_t text[kLongestTrace];
     va_list arguments;
     va_start(arguments, format);
-    const int length = std::vswprintf(text, kLongestTrace, format, arguments);
+    // Counted first: what vswprintf reports for a text that does not fit differs between runtimes.
+    va_list counted;
+    va_copy(counted, arguments);
+    const int length = format != nullptr ? _vscwprintf(format, counted) : -1;
+    va_end(counted);
+    const bool fits = length >= 0 && static_cast<size_t>(length) < kLongestTrace &&
+                      std::vswprintf(text, kLongestTrace, format, arguments) == length;
     va_end(arguments);
-    if (length < 0) return;
+    if (!fits) return;
     traceStream.load(std::memory_order_acquire)(text);
 }
 

@@ -3,7 +3,8 @@
 // Trace() formats like wprintf and writes the whole text in one piece, to the debugger output by default
 // (OutputDebugStringW; a program may choose another stream with SetTraceStream). Every text carries its own
 // "\r\n". Any thread may call it; it never throws, never blocks on anything but the stream, and keeps
-// GetLastError() as it was. A text that cannot be formatted writes nothing.
+// GetLastError() as it was. A text that cannot be formatted, or is longer than 4,095 characters, writes
+// nothing.
 //
 // Text that came from outside (a file, a printer, an RPC caller) goes through Printable() first, so that it
 // can neither break the line nor steer a terminal.

@@ -1,0 +1,214 @@
+#include "bidi/extension_files.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <iterator>
+#include <map>
+#include <utility>
+
+#include "bidi/engine_error.h"
+#include "util/handles.h"
+#include "util/vlutil.h"
+#include "util/xml_bounds.h"
+
+namespace vlm {
+
+namespace {
+
+[[noreturn]] void Refuse(const std::wstring& path, const wchar_t* why) {
+    Trace(L"Error: extension file %ls %ls\r\n", Printable(path, MAX_PATH).c_str(), why);
+    ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
+}
+
+// Looks at the file before the parser does. A file that cannot be opened or read is left to the parser to
+// report.
+void CheckBounds(const std::wstring& path) {
+    // The parser would fetch an address from the network.
+    if (path.find(L"://") != std::wstring::npos) Refuse(path, L"is not a file");
+    const File file(CreateFileW(path.c_str(), GENERIC_READ,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    if (!file) return;
+    // A pipe or a device might never end.
+    if (GetFileType(file.Get()) != FILE_TYPE_DISK) Refuse(path, L"is not a file");
+    LARGE_INTEGER size{};
+    if (!GetFileSizeEx(file.Get(), &size)) return;
+    if (static_cast<ULONGLONG>(size.QuadPart) > kExtensionFileLimits.bytes) {
+        Refuse(path, Describe(XmlRefusal::kTooLarge));
+    }
+    std::vector<std::byte> text(static_cast<size_t>(size.QuadPart));
+    DWORD read = 0;
+    if (!ReadFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &read, nullptr)) return;
+    text.resize(read);
+    const XmlRefusal refusal = CheckXmlBounds(text, kExtensionFileLimits);
+    if (refusal != XmlRefusal::kNone) Refuse(path, Describe(refusal));
+}
+
+ElementKind KindOf(IXMLDOMNode* node, const std::wstring& tag) {
+    struct Entry {
+        const wchar_t* tag;
+        ElementKind kind;
+    };
+    static constexpr Entry kKinds[] = {
+        {L"Schema", ElementKind::kSchema},       {L"Property", ElementKind::kProperty},
+        {L"Parameter", ElementKind::kParameter}, {L"Value", ElementKind::kValue},
+        {L"Installed", ElementKind::kInstalled}, {L"List", ElementKind::kList},
+        {L"Const", ElementKind::kConst},
+    };
+    const auto* const found = std::find_if(std::begin(kKinds), std::end(kKinds),
+                                           [&](const Entry& entry) { return tag == entry.tag; });
+    if (found == std::end(kKinds)) return ElementKind::kOther;
+    // The levels of a schema have no namespace, so that XPath finds them without a prefix; a leaf is told by
+    // its written name alone.
+    if (found->kind < ElementKind::kValue) {
+        _bstr_t uri;
+        CheckEngine(node->get_namespaceURI(uri.GetAddress()));
+        if (uri.length() != 0) return ElementKind::kOther;
+    }
+    return found->kind;
+}
+
+std::optional<std::wstring> Attribute(const CXMLDoc& document, IXMLDOMNode* node, const wchar_t* name) {
+    _variant_t value;
+    if (!document.GetAttribute(node, name, &value) || value.vt != VT_BSTR) return std::nullopt;
+    return std::wstring(value.bstrVal != nullptr ? value.bstrVal : L"");
+}
+
+class Reader {
+ public:
+    Reader(const CXMLDoc& document, size_t& elements) : document_(document), elements_(elements) {}
+
+    // As deep as the document, which is bounded.
+    SchemaElement Read(IXMLDOMNode* node) {
+        if (++elements_ > kMostSchemaElements) {
+            Trace(L"Error: the extension files have more than %d elements\r\n",
+                  static_cast<int>(kMostSchemaElements));
+            ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
+        }
+        SchemaElement element;
+        element.tag = NameOf(node);
+        element.kind = KindOf(node, element.tag);
+        element.name = Attribute(document_, node, L"name");
+        element.type = Attribute(document_, node, L"type");
+        element.filter = Attribute(document_, node, L"filter");
+        element.query = Attribute(document_, node, L"query");
+        element.parameter = Attribute(document_, node, L"parameter");
+        if (element.kind == ElementKind::kConst) element.text = TextOf(node);
+        if (element.kind == ElementKind::kSchema) element.namespaces = NamespaceDeclarationsOf(node);
+        ComPtr<IXMLDOMNode> child;
+        CheckEngine(node->get_firstChild(child.Receive()));
+        while (child) {
+            DOMNodeType type = NODE_INVALID;
+            CheckEngine(child->get_nodeType(&type));
+            if (type == NODE_ELEMENT) element.children.push_back(Read(child.Get()));
+            ComPtr<IXMLDOMNode> next;
+            CheckEngine(child->get_nextSibling(next.Receive()));
+            child = std::move(next);
+        }
+        return element;
+    }
+
+ private:
+    const CXMLDoc& document_;
+    size_t& elements_;
+};
+
+SchemaElement ReadExtensionFile(const std::wstring& path, size_t& elements) {
+    CheckBounds(path);
+    CXMLDoc document;
+    document.Init();
+    document.LoadFile(path.c_str(), kBidiNamespace);
+    const ComPtr<IXMLDOMElement> root = document.Root();
+    if (!root) ThrowEngineError(E_FAIL);
+    return Reader(document, elements).Read(root.Get());
+}
+
+// Finds an element's children by name: one with a "name" attribute by both, one without by its tag alone,
+// whatever name the match has. The first match counts.
+class ChildIndex {
+ public:
+    explicit ChildIndex(const SchemaElement& parent) {
+        for (size_t i = 0; i < parent.children.size(); ++i)
+            Add(parent.children[i], i);
+    }
+    void Add(const SchemaElement& child, size_t position) {
+        byTag_.emplace(child.tag, position);
+        if (child.name) byTagAndName_.emplace(std::pair(child.tag, *child.name), position);
+    }
+    std::optional<size_t> Find(const SchemaElement& wanted) const {
+        if (!wanted.name) {
+            const auto found = byTag_.find(wanted.tag);
+            return found != byTag_.end() ? std::optional(found->second) : std::nullopt;
+        }
+        RefuseApostrophe(*wanted.name);
+        const auto found = byTagAndName_.find(std::pair(wanted.tag, *wanted.name));
+        return found != byTagAndName_.end() ? std::optional(found->second) : std::nullopt;
+    }
+
+ private:
+    std::map<std::wstring, size_t> byTag_;
+    std::map<std::pair<std::wstring, std::wstring>, size_t> byTagAndName_;
+};
+
+void Merge(SchemaElement& existing, SchemaElement&& added) {
+    if (existing.kind == ElementKind::kSchema && added.kind == ElementKind::kSchema) {
+        ReconcileNamespaces(existing.namespaces, added.namespaces);
+    }
+    if (added.children.empty()) return;
+    ChildIndex index(existing);
+    for (SchemaElement& child : added.children) {
+        if (const std::optional<size_t> match = index.Find(child)) {
+            Merge(existing.children[*match], std::move(child));
+        } else {
+            index.Add(child, existing.children.size());
+            existing.children.push_back(std::move(child));
+        }
+    }
+}
+
+}  // namespace
+
+void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,
+                         const std::vector<NamespaceDeclaration>& added) {
+    for (const NamespaceDeclaration& declaration : added) {
+        const auto known = std::find_if(
+            declarations.begin(), declarations.end(),
+            [&](const NamespaceDeclaration& other) { return other.prefix == declaration.prefix; });
+        if (known == declarations.end()) {
+            declarations.push_back(declaration);
+        } else if (known->uri != declaration.uri) {
+            Trace(
+                L"Error: Mismatch in extension file(s) and/or WSD stream - same prefix \"%ls\" refers to "
+                L"different "
+                L"namespace URLs\r\n",
+                Printable(declaration.prefix).c_str());
+            ThrowEngineError(E_FAIL);
+        }
+    }
+}
+
+SchemaElement LoadExtensionFiles(const wchar_t* fileListXml) {
+    CXMLDoc list;
+    list.Init();
+    list.LoadXml(fileListXml, nullptr);
+    const ComPtr<IXMLDOMNodeList> files = list.SelectNodes(L"//BidiXml");
+
+    std::optional<SchemaElement> merged;
+    size_t elements = 0;
+    while (const ComPtr<IXMLDOMNode> file = NextNode(files.Get())) {
+        const std::wstring path = Attribute(list, file.Get(), L"path").value_or(L"");
+        SchemaElement root = ReadExtensionFile(path, elements);
+        if (merged) {
+            Merge(*merged, std::move(root));
+        } else {
+            merged = std::move(root);
+        }
+    }
+    if (!merged) {
+        Trace(L"No extension files found in\r\n%ls\r\n", Printable(fileListXml, 1024).c_str());
+        ThrowEngineError(E_FAIL);
+    }
+    return *std::move(merged);
+}
+
+}  // namespace vlm

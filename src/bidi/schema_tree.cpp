@@ -1,0 +1,123 @@
+#include "bidi/schema_tree.h"
+
+#include <algorithm>
+#include <functional>
+#include <utility>
+
+#include "bidi/engine_error.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+bool Before(const SchemaElement* left, const SchemaElement* right) {
+    return std::less<>()(left, right);
+}
+
+// Where instances come from below `level`, which has no Property of the wanted name.
+void AppendParameterised(const SchemaElement& level, SchemaTree::Reached& next) {
+    for (const SchemaElement& child : level.children) {
+        if (child.IsTemplate()) {
+            next.elements.push_back(&child);
+            next.parameters.push_back(&child);
+        } else if (child.kind == ElementKind::kProperty && child.HasBinding()) {
+            next.elements.push_back(&child);
+        }
+    }
+    if (level.HasBinding()) next.elements.push_back(&level);
+}
+
+void AppendBindings(const SchemaElement& element, std::vector<const SchemaElement*>& bindings) {
+    for (const SchemaElement& child : element.children) {
+        if (child.IsBinding()) bindings.push_back(&child);
+    }
+}
+
+}  // namespace
+
+void RefuseApostrophe(const std::wstring& text) {
+    if (text.find(L'\'') == std::wstring::npos) return;
+    Trace(L"Error: %ls holds an apostrophe and cannot be looked up\r\n", Printable(text).c_str());
+    ThrowEngineError(E_FAIL);
+}
+
+bool SchemaElement::HasBinding() const {
+    return std::any_of(children.begin(), children.end(),
+                       [](const SchemaElement& child) { return child.IsBinding(); });
+}
+
+SchemaTree::SchemaTree(SchemaElement root) : root_(std::move(root)) {
+    Index(root_);
+    std::sort(byName_.begin(), byName_.end(), [](const Entry& left, const Entry& right) {
+        if (left.parent != right.parent) return Before(left.parent, right.parent);
+        const int order = left.child->name->compare(*right.child->name);
+        // Siblings lie in one vector, so that their addresses are in document order.
+        return order != 0 ? order < 0 : Before(left.child, right.child);
+    });
+}
+
+void SchemaTree::Index(const SchemaElement& element) {
+    if (element.kind == ElementKind::kSchema) schemas_.push_back(&element);
+    for (const SchemaElement& child : element.children) {
+        if (child.name) byName_.push_back({&element, &child});
+        Index(child);
+    }
+}
+
+template <typename Accept>
+SchemaTree::Elements SchemaTree::ChildrenNamed(const Elements& parents, std::wstring_view name,
+                                               Accept accept) const {
+    Elements found;
+    for (const SchemaElement* parent : parents) {
+        auto entry = std::lower_bound(byName_.begin(), byName_.end(), name,
+                                      [parent](const Entry& candidate, std::wstring_view wanted) {
+                                          if (candidate.parent != parent)
+                                              return Before(candidate.parent, parent);
+                                          return candidate.child->name->compare(wanted) < 0;
+                                      });
+        for (; entry != byName_.end() && entry->parent == parent && *entry->child->name == name; ++entry) {
+            if (accept(*entry->child)) found.push_back(entry->child);
+        }
+    }
+    return found;
+}
+
+SchemaTree::Elements SchemaTree::PropertiesNamed(const Elements& parents, std::wstring_view name) const {
+    return ChildrenNamed(parents, name,
+                         [](const SchemaElement& element) { return element.kind == ElementKind::kProperty; });
+}
+
+SchemaTree::Elements SchemaTree::LeavesNamed(const Elements& parents, std::wstring_view name) const {
+    return ChildrenNamed(parents, name, [](const SchemaElement& element) { return element.IsLeaf(); });
+}
+
+const SchemaElement* SchemaTree::Find(const SchemaPath& path) const {
+    Elements level = schemas_;
+    for (const std::wstring_view property : path.properties)
+        level = PropertiesNamed(level, property);
+    if (path.leaf) level = LeavesNamed(level, *path.leaf);
+    return level.empty() ? nullptr : level.front();
+}
+
+std::optional<SchemaTree::Reached> SchemaTree::FindForQuery(const SchemaPath& path) const {
+    Reached reached;
+    reached.elements = schemas_;
+    for (const std::wstring_view property : path.properties) {
+        Reached next;
+        next.parameters = std::move(reached.parameters);
+        next.elements = PropertiesNamed(reached.elements, property);
+        if (next.elements.empty()) {
+            for (const SchemaElement* level : reached.elements)
+                AppendParameterised(*level, next);
+        }
+        for (const SchemaElement* element : next.elements)
+            AppendBindings(*element, next.parameters);
+        reached = std::move(next);
+    }
+    if (path.leaf) reached.elements = LeavesNamed(reached.elements, *path.leaf);
+    if (reached.elements.empty()) return std::nullopt;
+    return reached;
+}
+
+}  // namespace vlm

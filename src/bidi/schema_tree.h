@@ -1,0 +1,94 @@
+// The Bidi schema as the extension files declare it: a tree of plain values, made once from the files' DOM so
+// that paths are found by look-up instead of by one XPath search of the document each.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "bidi/schema_path.h"
+#include "util/vlxml.h"
+
+namespace vlm {
+
+enum class ElementKind {
+    kOther,
+    kSchema,
+    kProperty,
+    kParameter,
+    kValue,
+    kInstalled,
+    kList,
+    kConst,
+};
+
+struct SchemaElement {
+    ElementKind kind = ElementKind::kOther;
+    std::wstring tag;  // the qualified name
+    std::optional<std::wstring> name;
+    std::optional<std::wstring> type;
+    std::optional<std::wstring> filter;
+    std::optional<std::wstring> query;
+    std::optional<std::wstring> parameter;
+    std::wstring text;                             // of a Const
+    std::vector<NamespaceDeclaration> namespaces;  // of a Schema
+    std::vector<SchemaElement> children;           // in document order
+
+    bool IsLeaf() const { return kind >= ElementKind::kValue; }
+    // A Parameter makes instances from printer data. Two ways of writing it exist: either it carries the
+    // template itself, with the instances' name, which holds $...$, and their children; or it is empty, and
+    // the Property around it is the template.
+    bool IsTemplate() const {
+        return kind == ElementKind::kParameter && name && name->find(L'$') != std::wstring::npos;
+    }
+    bool IsBinding() const { return kind == ElementKind::kParameter && !IsTemplate(); }
+    bool HasBinding() const;
+};
+
+// Names and paths are looked up as XPath literals between apostrophes, and one that holds an apostrophe is no
+// such literal: it is traced and throws CComErrorEx(E_FAIL).
+void RefuseApostrophe(const std::wstring& text);
+
+class SchemaTree {
+ public:
+    // The elements that a path leads to before parameters are expanded.
+    struct Reached {
+        std::vector<const SchemaElement*> elements;
+        std::vector<const SchemaElement*> parameters;  // passed on the way
+    };
+
+    explicit SchemaTree(SchemaElement root);
+    // The index points into the tree.
+    SchemaTree(const SchemaTree&) = delete;
+    SchemaTree& operator=(const SchemaTree&) = delete;
+
+    const SchemaElement& Root() const { return root_; }
+    // All Schema elements, in document order.
+    const std::vector<const SchemaElement*>& Schemas() const { return schemas_; }
+
+    // The first element in document order that the path names, or null.
+    const SchemaElement* Find(const SchemaPath& path) const;
+    // The same for all matches. A property name that no Property has is accepted where a Parameter would make
+    // instances; the search goes on in what it makes them from. Nothing when the path leads nowhere.
+    std::optional<Reached> FindForQuery(const SchemaPath& path) const;
+
+ private:
+    using Elements = std::vector<const SchemaElement*>;
+    struct Entry {
+        const SchemaElement* parent;
+        const SchemaElement* child;
+    };
+
+    void Index(const SchemaElement& element);
+    template <typename Accept>
+    Elements ChildrenNamed(const Elements& parents, std::wstring_view name, Accept accept) const;
+    Elements PropertiesNamed(const Elements& parents, std::wstring_view name) const;
+    Elements LeavesNamed(const Elements& parents, std::wstring_view name) const;
+
+    SchemaElement root_;
+    Elements schemas_;
+    std::vector<Entry> byName_;  // sorted by parent, name and document order
+};
+
+}  // namespace vlm

@@ -1,0 +1,349 @@
+#include "bidi/velunbidispl.h"
+
+#include <algorithm>
+#include <array>
+#include <cwchar>
+#include <unordered_map>
+#include <unordered_set>
+#include <utility>
+
+#include "bidi/answer_pass.h"
+#include "bidi/engine_error.h"
+#include "bidi/extension_files.h"
+#include "bidi/parameters.h"
+#include "bidi/schema_tree.h"
+#include "bidi/xml_text.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+#include "util/xml_bounds.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr wchar_t kWholeTree[] = L"\\";
+
+// Entries of one "GetAll" response. A request may ask for the whole tree many times over.
+constexpr size_t kMostResponseEntries = 250'000;
+
+bool EverySchemaIsThere(const BIDI_REQUEST_CONTAINER& request) {
+    return std::all_of(request.aData, request.aData + request.Count,
+                       [](const BIDI_REQUEST_DATA& entry) { return entry.pSchema != nullptr; });
+}
+
+HRESULT GiveText(const std::wstring& text, BSTR* out) {
+    *out = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+    return *out != nullptr ? S_OK : E_OUTOFMEMORY;
+}
+
+// Up to one byte more than a printer's answer may have.
+std::vector<std::byte> ReadToEnd(IStream& stream) {
+    std::vector<std::byte> bytes;
+    std::array<std::byte, 16384> part;
+    while (bytes.size() <= kPrinterAnswerLimits.bytes) {
+        ULONG read = 0;
+        CheckEngine(stream.Read(part.data(), static_cast<ULONG>(part.size()), &read));
+        if (read == 0) break;
+        bytes.insert(bytes.end(), part.begin(), part.begin() + static_cast<std::ptrdiff_t>(read));
+    }
+    return bytes;
+}
+
+ComPtr<IStream> StreamOf(const std::vector<std::byte>& bytes) {
+    ComPtr<IStream> stream;
+    CheckEngine(CreateStreamOnHGlobal(nullptr, TRUE, stream.Receive()));
+    CheckEngine(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), nullptr));
+    CheckEngine(stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr));
+    return stream;
+}
+
+void AppendNew(std::vector<NamespaceDeclaration>& declarations, const NamespaceDeclaration& declaration) {
+    const bool known =
+        std::any_of(declarations.begin(), declarations.end(),
+                    [&](const NamespaceDeclaration& other) { return other.prefix == declaration.prefix; });
+    if (!known) declarations.push_back(declaration);
+}
+
+// Gathers the distinct "query" names in the order in which they are first met, and the prefixes that they
+// use.
+class QueryNames {
+ public:
+    explicit QueryNames(const SchemaTree& tree) : tree_(tree) {}
+
+    void Add(const SchemaElement& element) {
+        if (!element.query || !seen_.insert(*element.query).second) return;
+        const size_t colon = element.query->find(L':');
+        if (colon != std::wstring::npos) UsePrefix(element.query->substr(0, colon));
+        names_.push_back(*element.query);
+    }
+    void AddWithDescendants(const SchemaElement& element) {
+        Add(element);
+        for (const SchemaElement& child : element.children)
+            AddWithDescendants(child);
+    }
+
+    const std::vector<std::wstring>& Names() const { return names_; }
+    const std::vector<NamespaceDeclaration>& Prefixes() const { return prefixes_; }
+
+ private:
+    void UsePrefix(const std::wstring& prefix) {
+        for (const SchemaElement* schema : tree_.Schemas()) {
+            for (const NamespaceDeclaration& declaration : schema->namespaces) {
+                if (declaration.prefix != prefix || prefix.empty()) continue;
+                AppendNew(prefixes_, declaration);
+                return;
+            }
+        }
+        Trace(L"Error: Bidi extension file contains no namespace declaration for %ls\r\n",
+              Printable(prefix).c_str());
+        ThrowEngineError(E_FAIL);
+    }
+
+    const SchemaTree& tree_;
+    std::unordered_set<std::wstring> seen_;
+    std::vector<std::wstring> names_;
+    std::vector<NamespaceDeclaration> prefixes_;
+};
+
+}  // namespace
+
+CVelunBidiSpl::CVelunBidiSpl() {
+    if (!router_.Load())
+        Trace(L"Error: Unable to load spoolss.dll, status %d\r\n", static_cast<int>(GetLastError()));
+}
+
+CVelunBidiSpl::~CVelunBidiSpl() {
+    router_.Unload();
+}
+
+HRESULT CVelunBidiSpl::Init(const wchar_t* name, const wchar_t* fileListXml) {
+    return GuardEntry(name_, L"Init", [&]() -> HRESULT {
+        name_ = Printable(name != nullptr ? name : L"");
+        if (extension_) return S_OK;
+        if (fileListXml == nullptr) return E_INVALIDARG;
+        auto tree = std::make_unique<SchemaTree>(LoadExtensionFiles(fileListXml));
+        if (tree->Schemas().empty())
+            Trace(L"Error: the extension files hold no Schema element without a namespace\r\n");
+        extension_ = std::move(tree);
+        return S_OK;
+    });
+}
+
+HRESULT CVelunBidiSpl::EnumQueryElement(const BIDI_REQUEST_CONTAINER* request, BSTR* queryXml) {
+    return GuardEntry(name_, L"EnumQueryElement", [&]() -> HRESULT {
+        if (queryXml != nullptr) *queryXml = nullptr;
+        if (!extension_) {
+            Trace(L"CVelunBidiSpl::EnumQueryElement - Error: must call init first\r\n");
+            return E_FAIL;
+        }
+        if (request == nullptr || queryXml == nullptr || !EverySchemaIsThere(*request)) return E_INVALIDARG;
+        bool resolved = false;
+        const std::wstring text = QueryElements(*request, &resolved);
+        const HRESULT hr = GiveText(text, queryXml);
+        return SUCCEEDED(hr) && !resolved ? S_FALSE : hr;
+    });
+}
+
+std::wstring CVelunBidiSpl::QueryElements(const BIDI_REQUEST_CONTAINER& request, bool* resolved) const {
+    QueryNames names(*extension_);
+    for (DWORD i = 0; i < request.Count; ++i) {
+        const std::wstring path = request.aData[i].pSchema;
+        RefuseApostrophe(path);
+        const std::optional<SchemaTree::Reached> reached = extension_->FindForQuery(ParseSchemaPath(path));
+        if (!reached) continue;
+        *resolved = true;
+        // Without the data of the parameters on the way there would be nothing at the end of it.
+        for (const SchemaElement* parameter : reached->parameters)
+            names.Add(*parameter);
+        for (const SchemaElement* element : reached->elements)
+            names.AddWithDescendants(*element);
+    }
+    return WriteQueryElements(names.Prefixes(), *resolved ? std::optional(names.Names()) : std::nullopt);
+}
+
+HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseXml) {
+    return GuardEntry(name_, L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
+        if (responseXml == nullptr) return E_INVALIDARG;
+        BindText(responseXml);
+        return S_OK;
+    });
+}
+
+HRESULT CVelunBidiSpl::SetGetPrinterElementResponseStream(IStream* response) {
+    return GuardEntry(name_, L"SetGetPrinterElementResponseStream", [&]() -> HRESULT {
+        if (response == nullptr) return E_INVALIDARG;
+        Bind(ReadToEnd(*response));
+        return S_OK;
+    });
+}
+
+void CVelunBidiSpl::BindText(const std::wstring& text) {
+    // The text becomes UTF-8, whatever encoding its XML declaration names.
+    size_t begin = 0;
+    if (text.starts_with(L"<?xml ")) {
+        const size_t end = text.find(L"?>");
+        if (end != std::wstring::npos) begin = end + 2;
+    }
+    // Each character is a byte at least; what is too long already as text stays within the sizes of the
+    // platform.
+    const auto length = static_cast<int>(std::min(text.size() - begin, kPrinterAnswerLimits.bytes + 1));
+    std::vector<std::byte> bytes(static_cast<size_t>(length) * 3);
+    const int size =
+        WideCharToMultiByte(CP_UTF8, 0, text.data() + begin, length, reinterpret_cast<char*>(bytes.data()),
+                            static_cast<int>(bytes.size()), nullptr, nullptr);
+    bytes.resize(static_cast<size_t>(size));
+    Bind(bytes);
+}
+
+void CVelunBidiSpl::Bind(const std::vector<std::byte>& response) {
+    if (!extension_) {
+        Trace(L"CVelunBidiSpl::SetGetPrinterElementResponseData - Error: must call init first\r\n");
+        ThrowEngineError(E_FAIL);
+    }
+    const XmlRefusal refusal = CheckXmlBounds(response, kPrinterAnswerLimits);
+    if (refusal != XmlRefusal::kNone) {
+        Trace(L"Error: the printer's answer %ls\r\n", Describe(refusal));
+        ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
+    }
+    CXMLDoc wsd;
+    wsd.Init();
+    wsd.LoadStream(StreamOf(response).Get(), kWsdPrintNamespace);
+
+    // Filters use the prefixes of their extension file, and those of the answer.
+    if (!extension_->Schemas().empty()) {
+        const std::vector<NamespaceDeclaration> answered = NamespaceDeclarationsOf(wsd.Root().Get());
+        std::vector<NamespaceDeclaration> known;
+        for (const SchemaElement* schema : extension_->Schemas()) {
+            std::vector<NamespaceDeclaration> declarations = schema->namespaces;
+            ReconcileNamespaces(declarations, answered);
+            for (const NamespaceDeclaration& declaration : declarations)
+                AppendNew(known, declaration);
+        }
+        wsd.SetSelectionNamespaces(known);
+    }
+    auto expanded = std::make_unique<SchemaTree>(ExpandParameters(extension_->Root(), wsd));
+    wsd_ = std::move(wsd);
+    expanded_ = std::move(expanded);
+}
+
+bool CVelunBidiSpl::ReadyToAnswer() const {
+    if (!extension_) {
+        Trace(L"CVelunBidiSpl::SendRecvXMLString - Error: must call init first\r\n");
+        return false;
+    }
+    if (!expanded_) {
+        Trace(
+            L"CVelunBidiSpl::SendRecvXMLString - Error: must call SetGetPrinterElementResponseData "
+            L"first\r\n");
+        return false;
+    }
+    return true;
+}
+
+std::wstring CVelunBidiSpl::AnswerText(const wchar_t* path) const {
+    AnswerPass pass(*expanded_, wsd_);
+    return WriteAnswer(path, pass.Collect(path));
+}
+
+HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, CXMLDoc& answer) {
+    return GuardEntry(name_, L"SendRecvXMLString", [&]() -> HRESULT {
+        if (!ReadyToAnswer()) return E_FAIL;
+        if (path == nullptr) return E_INVALIDARG;
+        const std::wstring text = AnswerText(path);
+        if (answer.Document() == nullptr) answer.Init();
+        answer.LoadXml(text.c_str(), nullptr);
+        return S_OK;
+    });
+}
+
+HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, BSTR* answerXml) {
+    return GuardEntry(name_, L"SendRecvXMLString", [&]() -> HRESULT {
+        if (path == nullptr || answerXml == nullptr) return E_INVALIDARG;
+        *answerXml = nullptr;
+        if (!ReadyToAnswer()) return E_FAIL;
+        return GiveText(AnswerText(path), answerXml);
+    });
+}
+
+HRESULT CVelunBidiSpl::SendRecvBidiDataFromPort(const wchar_t* action, const BIDI_REQUEST_CONTAINER* request,
+                                                BIDI_RESPONSE_CONTAINER** response) {
+    const bool get = action != nullptr && std::wcscmp(action, BIDI_ACTION_GET) == 0;
+    const wchar_t* name =
+        get ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET)" : L"SendRecvBidiDataFromPort(BIDI_ACTION_GET_ALL)";
+    return GuardEntry(name_, name, [&]() -> HRESULT {
+        if (response != nullptr) *response = nullptr;
+        if (action == nullptr || request == nullptr || response == nullptr) return E_INVALIDARG;
+        if (!get && std::wcscmp(action, BIDI_ACTION_GET_ALL) != 0) return E_INVALIDARG;
+        if (!EverySchemaIsThere(*request)) return E_INVALIDARG;
+        *response = get ? Get(*request) : GetAll(*request);
+        return S_OK;
+    });
+}
+
+BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::Get(const BIDI_REQUEST_CONTAINER& request) const {
+    BIDI_RESPONSE_CONTAINER* response = GetInitBidiResponseContainer(request.Count);
+    if (response == nullptr) ThrowEngineError(E_FAIL);
+    ScopeExit release([response] { RouterFreeBidiResponseContainer(response); });
+    if (!ReadyToAnswer()) ThrowEngineError(E_FAIL);
+
+    // The whole tree is answered, whatever is asked for: its first Schema, by which "Get" differs from
+    // "GetAll".
+    AnswerPass pass(*expanded_, wsd_);
+    const std::optional<std::vector<NamedAnswer>> answers = pass.Collect(kWholeTree);
+    std::unordered_map<std::wstring_view, const LeafAnswer*> byPath;
+    if (answers) {
+        byPath.reserve(answers->size());
+        // Of two leaves with the same path the first counts.
+        for (const NamedAnswer& named : *answers)
+            byPath.emplace(named.path, named.answer);
+    }
+    for (DWORD i = 0; i < request.Count; ++i) {
+        const BIDI_REQUEST_DATA& wanted = request.aData[i];
+        RefuseApostrophe(wanted.pSchema);
+        const auto found = byPath.find(wanted.pSchema);
+        response->aData[i].dwReqNumber = wanted.dwReqNumber;
+        FillEntry(response->aData[i], wanted.pSchema, found != byPath.end() ? found->second : nullptr);
+    }
+    release.Dismiss();
+    return response;
+}
+
+BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::GetAll(const BIDI_REQUEST_CONTAINER& request) const {
+    if (!ReadyToAnswer()) ThrowEngineError(E_FAIL);
+    // The answer is computed twice, first for its size alone: intended. A pass hands nothing on to the next.
+    size_t total = 0;
+    {
+        AnswerPass pass(*expanded_, wsd_);
+        for (DWORD i = 0; i < request.Count; ++i) {
+            const auto answers = pass.Collect(request.aData[i].pSchema);
+            total += answers ? std::max<size_t>(answers->size(), 1) : 1;
+            if (total <= kMostResponseEntries) continue;
+            Trace(L"Error: the answer would have more than %d entries\r\n",
+                  static_cast<int>(kMostResponseEntries));
+            ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY));
+        }
+    }
+    BIDI_RESPONSE_CONTAINER* response = GetInitBidiResponseContainer(static_cast<DWORD>(total));
+    if (response == nullptr) ThrowEngineError(E_FAIL);
+    ScopeExit release([response] { RouterFreeBidiResponseContainer(response); });
+
+    AnswerPass pass(*expanded_, wsd_);
+    BIDI_RESPONSE_DATA* entry = response->aData;
+    for (DWORD i = 0; i < request.Count; ++i) {
+        const BIDI_REQUEST_DATA& wanted = request.aData[i];
+        const auto answers = pass.Collect(wanted.pSchema);
+        if (!answers || answers->empty()) {
+            entry->dwReqNumber = wanted.dwReqNumber;
+            FillEntry(*entry++, wanted.pSchema, nullptr);
+            continue;
+        }
+        for (const NamedAnswer& named : *answers) {
+            entry->dwReqNumber = wanted.dwReqNumber;
+            FillEntry(*entry++, named.path.c_str(), named.answer);
+        }
+    }
+    release.Dismiss();
+    return response;
+}
+
+}  // namespace vlm

@@ -1,0 +1,103 @@
+// CVelunBidiSpl: the Bidi engine. It answers queries of the spooler's Bidi schema from XML extension files,
+// which say where in a printer's WSD data each value lies, and from one such WSD answer.
+//
+// Order of calls, on an object that serves one query:
+//   Init                             loads and merges the extension files
+//   EnumQueryElement                 which WSD elements do the requested paths need?
+//   SetGetPrinterElementResponseData binds the printer's answer, expands parameters
+//   SendRecvBidiDataFromPort / SendRecvXMLString   any number of times
+//
+// A schema path is "\" + property names joined by "." + optionally ":" + a leaf name:
+// "\Printer.Layout:Duplex". "\" alone is the whole tree. Names are matched exactly, with regard to case. A
+// path that holds an apostrophe fails its call: paths stand in XPath literals, unquoted.
+//
+// Threads: COM must be initialised, and the object stays on its thread; different objects share nothing.
+// Errors: every function is a boundary. It returns an HRESULT, lets no exception out, and leaves a line in
+// the trace for every failure. Out parameters are null after a failure. A failed Init leaves the engine
+// empty, a failed SetGetPrinterElementResponseData leaves it unbound.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "util/com.h"
+#include "util/crypt32mgr.h"
+#include "util/splssmgr.h"
+#include "util/spooler_api.h"
+#include "util/vlxml.h"
+
+namespace vlm {
+
+struct LeafAnswer;
+class SchemaTree;
+
+class CVelunBidiSpl {
+ public:
+    CVelunBidiSpl();
+    ~CVelunBidiSpl();
+    CVelunBidiSpl(const CVelunBidiSpl&) = delete;
+    CVelunBidiSpl& operator=(const CVelunBidiSpl&) = delete;
+
+    // `name` tells printers apart in the trace; may be null. `fileListXml` is a text like
+    // <BidiExtensionFiles><BidiXml path="C:\a.xml" /></BidiExtensionFiles>. One file that cannot be used
+    // fails the call, and so does a list without files. When the engine is already initialised: S_OK, nothing
+    // happens.
+    HRESULT Init(const wchar_t* name, const wchar_t* fileListXml);
+
+    // The WSD elements that the request's paths need, each once, as the text of a document
+    //   <EnumQueryElement xmlns:p="…"><Name>p:Consumables</Name>…</EnumQueryElement>
+    // whose root declares the prefixes of its names. S_FALSE, with an Error element in place of names, when
+    // no path could be resolved. E_INVALIDARG for null arguments and for an entry without schema.
+    HRESULT EnumQueryElement(const BIDI_REQUEST_CONTAINER* request, BSTR* queryXml);
+
+    // Binds the printer's answer: the text of an XML document (an XML declaration in it is passed over), or a
+    // stream of one, which is read from its current position to its end.
+    HRESULT SetGetPrinterElementResponseData(const wchar_t* responseXml);
+    HRESULT SetGetPrinterElementResponseStream(IStream* response);
+
+    // Answers one path with the document
+    //   <bidi:Get xmlns:bidi="…"><Query schema="PATH"><Schema name="LEAF
+    //   PATH"><BIDI_INT>7</BIDI_INT></Schema>…
+    // one Schema element per leaf, with an Error element where no value was found; Query holds just one Error
+    // element when the path is unknown, which is no failure. E_FAIL before Init and before the printer's
+    // answer is bound; `answer` is not touched then.
+    HRESULT SendRecvXMLString(const wchar_t* path, CXMLDoc& answer);
+    // The same as text. E_INVALIDARG for null arguments.
+    HRESULT SendRecvXMLString(const wchar_t* path, BSTR* answerXml);
+
+    // Action "Get": one response entry per request entry, for leaves only. Action "GetAll": for each request
+    // entry one response entry per leaf below its path, at least one. An entry's dwResult is 0 or, without
+    // value, 232 (ERROR_NO_DATA). The response is router memory, for the spooler or
+    // RouterFreeBidiResponseContainer to free. E_INVALIDARG for null arguments, for any other action and for
+    // an entry without schema.
+    HRESULT SendRecvBidiDataFromPort(const wchar_t* action, const BIDI_REQUEST_CONTAINER* request,
+                                     BIDI_RESPONSE_CONTAINER** response);
+
+ private:
+    void BindText(const std::wstring& text);
+    void Bind(const std::vector<std::byte>& response);
+    bool ReadyToAnswer() const;
+    std::wstring AnswerText(const wchar_t* path) const;
+    std::wstring QueryElements(const BIDI_REQUEST_CONTAINER& request, bool* resolved) const;
+    BIDI_RESPONSE_CONTAINER* Get(const BIDI_REQUEST_CONTAINER& request) const;
+    BIDI_RESPONSE_CONTAINER* GetAll(const BIDI_REQUEST_CONTAINER& request) const;
+
+    // The response's memory and values.
+    BIDI_RESPONSE_CONTAINER* GetInitBidiResponseContainer(DWORD count) const;
+    static wchar_t* DuplicateForRouter(const wchar_t* text);
+    BYTE* DecodeBlob(const wchar_t* text, DWORD* size) const;
+    void SetTypedValue(BIDI_RESPONSE_DATA& entry, const wchar_t* schema, const wchar_t* type,
+                       const wchar_t* text) const;
+    void FillEntry(BIDI_RESPONSE_DATA& entry, const wchar_t* schema, const LeafAnswer* answer) const;
+
+    CSplssMgr router_;
+    CCrypt32Mgr crypt32_;
+    std::wstring name_;                      // printable
+    std::unique_ptr<SchemaTree> extension_;  // as the files declare it; null before Init
+    std::unique_ptr<SchemaTree> expanded_;   // with parameters replaced; null until an answer is bound
+    CXMLDoc wsd_;
+};
+
+}  // namespace vlm

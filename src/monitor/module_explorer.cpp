@@ -1,0 +1,318 @@
+#include "monitor/module_explorer.h"
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cwchar>
+#include <cwctype>
+#include <new>
+#include <vector>
+
+#include "util/handles.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr wchar_t kBidiFilesSection[] = L"BidiFiles";
+constexpr int kMostNumberedFiles = 999;
+
+// Directory ids of our own, beside those of INF files.
+constexpr DWORD kIdIniDirectory = 66000;
+constexpr DWORD kIdIniDirectoryInOtherSections = 1;
+
+constexpr DWORD kPathCapacity = 260;
+// Longer than the capacity that the calls are told of, and zeroed, so that a text always ends.
+using PathBuffer = std::array<wchar_t, kPathCapacity + 1>;
+
+std::wstring WindowsDirectory() {
+    PathBuffer buffer{};
+    GetWindowsDirectoryW(buffer.data(), kPathCapacity);
+    return buffer.data();
+}
+
+std::wstring SystemDirectory() {
+    PathBuffer buffer{};
+    GetSystemDirectoryW(buffer.data(), kPathCapacity);
+    return buffer.data();
+}
+
+std::wstring Environment(const wchar_t* name) {
+    PathBuffer buffer{};
+    GetEnvironmentVariableW(name, buffer.data(), kPathCapacity);
+    return buffer.data();
+}
+
+// The next three are given the capacity in characters where they expect one in bytes: kept as it is. A longer
+// path is refused by the call, and none is longer.
+std::wstring PrinterDriverDirectory() {
+    PathBuffer buffer{};
+    DWORD needed = 0;
+    GetPrinterDriverDirectoryW(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(buffer.data()), kPathCapacity,
+                               &needed);
+    return buffer.data();
+}
+
+std::wstring PrintProcessorDirectory() {
+    PathBuffer buffer{};
+    DWORD needed = 0;
+    GetPrintProcessorDirectoryW(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(buffer.data()), kPathCapacity,
+                                &needed);
+    return buffer.data();
+}
+
+std::wstring ColorDirectory() {
+    PathBuffer buffer{};
+    const Module library(LoadLibraryW(L"mscms.dll"));
+    if (!library) return {};
+    using Function = BOOL WINAPI(const wchar_t*, wchar_t*, DWORD*);
+    auto* getColorDirectory = FindFunction<Function>(library.Get(), "GetColorDirectoryW");
+    DWORD size = kPathCapacity;
+    if (getColorDirectory != nullptr) getColorDirectory(nullptr, buffer.data(), &size);
+    return buffer.data();
+}
+
+std::wstring ShellFolder(int folder) {
+    PathBuffer buffer{};
+    const Module library(LoadLibraryW(L"shell32.dll"));
+    if (!library) return {};
+    using Function = HRESULT WINAPI(HWND, int, HANDLE, DWORD, wchar_t*);
+    auto* getFolderPath = FindFunction<Function>(library.Get(), "SHGetFolderPathW");
+    if (getFolderPath != nullptr) getFolderPath(nullptr, folder, nullptr, 0, buffer.data());
+    return buffer.data();
+}
+
+bool HoldsIniExtension(std::wstring name) {
+    name.resize(std::min<size_t>(name.size(), kPathCapacity));
+    std::transform(name.begin(), name.end(), name.begin(), [](wchar_t c) { return std::towlower(c); });
+    return name.find(L".ini") != std::wstring::npos;
+}
+
+std::wstring CopyOf(const wchar_t* text) {
+    return text != nullptr ? text : L"";
+}
+
+}  // namespace
+
+CModuleExplorer::CModuleExplorer(const wchar_t* section) : section_(CopyOf(section)) {}
+
+CModuleExplorer::~CModuleExplorer() {
+    if (ownsPrinter_) ClosePrinter(printer_);
+}
+
+ComPtr<CModuleExplorer> CModuleExplorer::Create() {
+    return ComPtr<CModuleExplorer>::Attach(new CModuleExplorer(kDriverFilesSection));
+}
+
+ComPtr<CModuleExplorer> CModuleExplorer::FromDriver(const DRIVER_INFO_3W* driverInfo,
+                                                    const wchar_t* section) {
+    auto explorer = ComPtr<CModuleExplorer>::Attach(new CModuleExplorer(section));
+    explorer->driverInfo_ = driverInfo;
+    return explorer;
+}
+
+ComPtr<CModuleExplorer> CModuleExplorer::FromPrinter(HANDLE printer, const wchar_t* section) {
+    auto explorer = ComPtr<CModuleExplorer>::Attach(new CModuleExplorer(section));
+    explorer->printer_ = printer;
+    return explorer;
+}
+
+ComPtr<CModuleExplorer> CModuleExplorer::FromPrinterName(const wchar_t* printerName, const wchar_t* section) {
+    auto explorer = ComPtr<CModuleExplorer>::Attach(new CModuleExplorer(section));
+    explorer->printerName_ = CopyOf(printerName);
+    return explorer;
+}
+
+HRESULT STDMETHODCALLTYPE CModuleExplorer::QueryInterface(REFIID iid, void** object) {
+    if (object == nullptr) return E_POINTER;
+    *object = nullptr;
+    if (!IsEqualIID(iid, IID_IUnknown) && !IsEqualIID(iid, kIModuleExplorer)) return E_NOINTERFACE;
+    *object = static_cast<IModuleExplorer*>(this);
+    AddRef();
+    return S_OK;
+}
+
+ULONG STDMETHODCALLTYPE CModuleExplorer::AddRef() {
+    return static_cast<ULONG>(InterlockedIncrement(&refCount_));
+}
+
+ULONG STDMETHODCALLTYPE CModuleExplorer::Release() {
+    const LONG count = InterlockedDecrement(&refCount_);
+    if (count == 0) delete this;
+    return static_cast<ULONG>(count);
+}
+
+void CModuleExplorer::FindIniFile() {
+    if (!iniPath_.empty()) return;
+    if (driverInfo_ != nullptr) {
+        TakeIniFile(driverInfo_->pDependentFiles);
+        return;
+    }
+    if (printer_ == nullptr && !printerName_.empty()) {
+        if (!OpenPrinterW(printerName_.data(), &printer_, nullptr)) {
+            printer_ = nullptr;
+            return;
+        }
+        ownsPrinter_ = true;
+    }
+    if (printer_ == nullptr) return;
+    const ScopeExit close([this] {
+        if (!ownsPrinter_) return;
+        ClosePrinter(printer_);
+        printer_ = nullptr;
+        ownsPrinter_ = false;
+    });
+    DWORD needed = 0;
+    GetPrinterDriverW(printer_, nullptr, 3, nullptr, 0, &needed);
+    if (needed < sizeof(DRIVER_INFO_3W)) return;
+    // Whole records, so that the first is aligned.
+    std::vector<DRIVER_INFO_3W> driver(needed / sizeof(DRIVER_INFO_3W) + 1);
+    if (!GetPrinterDriverW(printer_, nullptr, 3, reinterpret_cast<BYTE*>(driver.data()), needed, &needed))
+        return;
+    TakeIniFile(driver.front().pDependentFiles);
+}
+
+void CModuleExplorer::TakeIniFile(const wchar_t* dependentFiles) {
+    if (dependentFiles == nullptr) return;
+    for (const wchar_t* name = dependentFiles; *name != L'\0'; name += std::wcslen(name) + 1) {
+        const std::wstring path(name);
+        if (!HoldsIniExtension(path)) continue;
+        const size_t backslash = path.rfind(L'\\');
+        iniDirectory_ = path.substr(0, backslash != std::wstring::npos ? backslash : 0);
+        iniPath_ = path;
+        return;
+    }
+}
+
+HRESULT STDMETHODCALLTYPE CModuleExplorer::GetFilePath(const wchar_t* key, BSTR* path) {
+    try {
+        if (path != nullptr) *path = nullptr;
+        FindIniFile();
+        if (path == nullptr || key == nullptr || iniPath_.empty()) return E_FAIL;
+        const auto cached = cache_.find(key);
+        if (cached != cache_.end()) {
+            *path = cached->second.GetBSTR();
+            return S_OK;
+        }
+        if (section_.empty()) section_ = kDriverFilesSection;
+        PathBuffer value{};
+        GetPrivateProfileStringW(section_.c_str(), key, L"", value.data(), kPathCapacity, iniPath_.c_str());
+        if (value[0] == L'\0') return E_FAIL;
+        const bool ofDriverFiles = section_ == kDriverFilesSection;
+        DWORD directoryId = ofDriverFiles ? kIdIniDirectory : kIdIniDirectoryInOtherSections;
+        if (wchar_t* comma = std::wcschr(value.data(), L','); comma != nullptr) {
+            directoryId = static_cast<DWORD>(std::wcstol(comma + 1, nullptr, 10));
+            *comma = L'\0';
+        }
+        const _bstr_t resolved(Resolve(value.data(), directoryId), false);
+        if (!resolved) return E_FAIL;
+        *path = cache_.emplace(key, resolved).first->second.GetBSTR();
+        return S_OK;
+    } catch (const _com_error& error) {
+        return error.Error();
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+BSTR CModuleExplorer::Resolve(const wchar_t* fileName, DWORD directoryId) const {
+    std::wstring path = Directory(directoryId);
+    if (!path.empty()) path += L'\\';
+    path += fileName;
+    return SysAllocStringLen(path.data(), static_cast<UINT>(path.size()));
+}
+
+std::wstring CModuleExplorer::Directory(DWORD directoryId) const {
+    constexpr DWORD kFirstShellFolder = 16384;
+    constexpr DWORD kLastShellFolder = 32766;
+    if (directoryId >= kFirstShellFolder && directoryId <= kLastShellFolder) {
+        return ShellFolder(static_cast<int>(directoryId - kFirstShellFolder));
+    }
+    switch (directoryId) {
+        case kIdIniDirectoryInOtherSections:
+        case kIdIniDirectory:
+            return iniDirectory_;
+        case 10:
+        case 25:
+            return WindowsDirectory();
+        case 11:
+        case 66002:
+            return SystemDirectory();
+        case 12:
+            return SystemDirectory() + L"\\drivers";
+        case 17:
+            return WindowsDirectory() + L"\\inf";
+        case 18:
+            return WindowsDirectory() + L"\\Help";
+        case 20:
+            return WindowsDirectory() + L"\\Fonts";
+        case 21:
+            return SystemDirectory() + L"\\Viewers";
+        case 23:
+        case 66003:
+            return ColorDirectory();
+        case 24:
+            return Environment(L"HOMEDRIVE");
+        case 30:
+        case 54:
+            return Environment(L"SystemDrive");
+        case 50:
+            return WindowsDirectory() + L"\\system";
+        case 51:
+            return SystemDirectory() + L"\\spool";
+        case 52:
+            return PrinterDriverDirectory();
+        case 53:
+            return Environment(L"USERPROFILE");
+        case 55:
+        case 66001:
+            return PrintProcessorDirectory();
+        default:
+            return {};
+    }
+}
+
+namespace {
+
+// False when the key names no file.
+bool AppendFile(IModuleExplorer& explorer, const wchar_t* key, std::wstring& list) {
+    BSTR path = nullptr;
+    if (FAILED(explorer.GetFilePath(key, &path)) || path == nullptr) return false;
+    list += L"<BidiXml path=\"";
+    list += path;
+    list += L"\" />";
+    return true;
+}
+
+std::wstring ListOf(const wchar_t* printerName) {
+    std::wstring list = L"<BidiExtensionFiles>";
+    const auto bidiFiles = CModuleExplorer::FromPrinterName(printerName, kBidiFilesSection);
+    AppendFile(*bidiFiles.Get(), L"BidiWSDFile", list);
+    const auto driverFiles = CModuleExplorer::FromPrinterName(printerName, kDriverFilesSection);
+    for (int n = 1; n <= kMostNumberedFiles; ++n) {
+        const std::wstring key = L"UIBidiWSDFile" + std::to_wstring(n);
+        if (!AppendFile(*driverFiles.Get(), key.c_str(), list)) break;
+    }
+    list += L"</BidiExtensionFiles>";
+    return list;
+}
+
+}  // namespace
+
+HRESULT BuildExtensionFileList(const wchar_t* printerName, BSTR* list) {
+    if (list == nullptr) return E_INVALIDARG;
+    *list = nullptr;
+    try {
+        const std::wstring text = ListOf(printerName);
+        *list = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
+        return *list != nullptr ? S_OK : E_OUTOFMEMORY;
+    } catch (const _com_error& error) {
+        return error.Error();
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    }
+}
+
+}  // namespace vlm

@@ -1,0 +1,86 @@
+// CModuleExplorer: finds the files that a printer driver's INI file names, and BuildExtensionFileList, which
+// gathers the driver's Bidi extension files with it.
+//
+// The INI file is the first of the driver's dependent files whose name holds ".ini". An entry of it has the
+// form "name" or "name,directory id"; the ids are those of Windows INF files and a few of our own.
+//
+// An explorer belongs to one thread; only its reference count is atomic.
+#pragma once
+
+#include <map>
+#include <string>
+
+#include "util/com.h"
+#include "util/spooler_api.h"
+
+namespace vlm {
+
+inline constexpr IID kIModuleExplorer = {
+    0x09780b87, 0xae3d, 0x4a64, {0xb1, 0x40, 0x9b, 0x92, 0xc5, 0xb6, 0xa9, 0xaf}};
+
+inline constexpr wchar_t kDriverFilesSection[] = L"VelunDriverFiles";
+
+// IUnknown has no virtual destructor, which the compiler holds against everything derived from it; objects
+// are deleted by their own Release alone.
+#if defined(__GNUC__)
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+
+struct IModuleExplorer : public IUnknown {
+    // The full path of the file that `key` names. The path stays the explorer's and is valid as long as it
+    // lives. E_FAIL when there is no INI file or no such key.
+    virtual HRESULT STDMETHODCALLTYPE GetFilePath(const wchar_t* key, BSTR* path) = 0;
+
+ protected:
+    virtual ~IModuleExplorer() = default;
+};
+
+class CModuleExplorer final : public IModuleExplorer {
+ public:
+    // Each returns an object with one reference. The driver record and the printer handle stay the caller's.
+    static ComPtr<CModuleExplorer> Create();
+    static ComPtr<CModuleExplorer> FromDriver(const DRIVER_INFO_3W* driverInfo, const wchar_t* section);
+    static ComPtr<CModuleExplorer> FromPrinter(HANDLE printer, const wchar_t* section);
+    static ComPtr<CModuleExplorer> FromPrinterName(const wchar_t* printerName, const wchar_t* section);
+
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID iid, void** object) override;
+    ULONG STDMETHODCALLTYPE AddRef() override;
+    ULONG STDMETHODCALLTYPE Release() override;
+    HRESULT STDMETHODCALLTYPE GetFilePath(const wchar_t* key, BSTR* path) override;
+
+    // The directory that the id stands for, a backslash if it is not empty, and the file name; as a new BSTR,
+    // or null when memory runs out.
+    BSTR Resolve(const wchar_t* fileName, DWORD directoryId) const;
+
+ private:
+    explicit CModuleExplorer(const wchar_t* section);
+    ~CModuleExplorer() override;
+
+    void FindIniFile();
+    void TakeIniFile(const wchar_t* dependentFiles);
+    std::wstring Directory(DWORD directoryId) const;
+
+    volatile LONG refCount_ = 1;
+    HANDLE printer_ = nullptr;
+    bool ownsPrinter_ = false;
+    const DRIVER_INFO_3W* driverInfo_ = nullptr;
+    std::wstring printerName_;
+    std::wstring iniPath_;
+    std::wstring iniDirectory_;
+    std::wstring section_;
+    std::map<std::wstring, _bstr_t> cache_;  // key to path
+};
+
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
+
+// The extension files of the printer's driver as one line of XML, ready for CVelunBidiSpl::Init:
+//   <BidiExtensionFiles><BidiXml path="C:\a.xml" /></BidiExtensionFiles>
+// first the one for the platform's WSD Bidi, then the numbered ones of the driver's user interface. Paths
+// stand in it as they are, without XML escaping. A printer or INI file that cannot be found gives an empty
+// list and S_OK.
+HRESULT BuildExtensionFileList(const wchar_t* printerName, BSTR* list);
+
+}  // namespace vlm

@@ -1,0 +1,293 @@
+#include "util/vlxml.h"
+
+#include <algorithm>
+
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+// Reports the line of the call (a builtin that every compiler of ours knows).
+void Check(HRESULT hr, unsigned line = __builtin_LINE()) {
+    if (FAILED(hr)) throw CComErrorEx(hr, "vlxml", line);
+}
+
+std::wstring TakeText(_bstr_t& text) {
+    const auto* characters = static_cast<const wchar_t*>(text);
+    return characters != nullptr ? std::wstring(characters, text.length()) : std::wstring();
+}
+
+// The value of an attribute node as text.
+std::wstring ValueOf(IXMLDOMNode* attribute) {
+    _variant_t value;
+    Check(attribute->get_nodeValue(&value));
+    if (value.vt != VT_BSTR) Check(VariantChangeType(&value, &value, 0, VT_BSTR));
+    return value.bstrVal != nullptr ? std::wstring(value.bstrVal, SysStringLen(value.bstrVal))
+                                    : std::wstring();
+}
+
+std::wstring PrefixOf(IXMLDOMNode* node) {
+    _bstr_t prefix;
+    Check(node->get_prefix(prefix.GetAddress()));
+    return TakeText(prefix);
+}
+
+// The default namespace that this element declares itself, for a parser that counts the declaration among the
+// attributes but does not give it out (Wine's). A copy without children is serialised for it, and its one tag
+// read.
+bool FindDefaultNamespace(IXMLDOMNode* element, std::wstring* uri) {
+    ComPtr<IXMLDOMNode> copy;
+    Check(element->cloneNode(VARIANT_FALSE, copy.Receive()));
+    if (!copy) return false;
+    _bstr_t xml;
+    Check(copy->get_xml(xml.GetAddress()));
+    const std::wstring tag = TakeText(xml);
+    constexpr std::wstring_view kName = L" xmlns=";
+    const size_t name = tag.find(kName);
+    if (name == std::wstring::npos || name + kName.size() + 1 >= tag.size()) return false;
+    const size_t begin = name + kName.size() + 1;
+    const size_t end = tag.find(tag[begin - 1], begin);
+    if (end == std::wstring::npos) return false;
+    *uri = tag.substr(begin, end - begin);
+    return true;
+}
+
+// The next node in document order below `root`, or null.
+ComPtr<IXMLDOMNode> NextInDocument(const ComPtr<IXMLDOMNode>& node, size_t& depth) {
+    ComPtr<IXMLDOMNode> next;
+    Check(node->get_firstChild(next.Receive()));
+    if (next) {
+        ++depth;
+        return next;
+    }
+    ComPtr<IXMLDOMNode> current = node;
+    while (depth > 0) {
+        Check(current->get_nextSibling(next.Receive()));
+        if (next) return next;
+        ComPtr<IXMLDOMNode> parent;
+        Check(current->get_parentNode(parent.Receive()));
+        if (!parent) break;
+        current = std::move(parent);
+        --depth;
+    }
+    return nullptr;
+}
+
+}  // namespace
+
+std::vector<NamespaceDeclaration> NamespaceDeclarationsOf(IXMLDOMNode* node) {
+    std::vector<NamespaceDeclaration> declarations;
+    const auto add = [&](std::wstring prefix, std::wstring uri) {
+        const bool known =
+            std::any_of(declarations.begin(), declarations.end(),
+                        [&](const NamespaceDeclaration& other) { return other.prefix == prefix; });
+        if (!known) declarations.push_back({std::move(prefix), std::move(uri)});
+    };
+    ComPtr<IXMLDOMNamedNodeMap> attributes;
+    Check(node->get_attributes(attributes.Receive()));
+    if (!attributes) return declarations;
+    LONG length = 0;
+    Check(attributes->get_length(&length));
+    // Wine's map, on an element with declarations and no other attribute, gives the first one twice and the
+    // last one at the index `length`; hence one step more, and no declaration taken twice.
+    for (LONG i = 0; i <= length; ++i) {
+        ComPtr<IXMLDOMNode> attribute;
+        const HRESULT hr = attributes->get_item(i, attribute.Receive());
+        if (!attribute) {
+            std::wstring uri;
+            if (FAILED(hr) && FindDefaultNamespace(node, &uri)) {
+                add(L"", std::move(uri));
+            } else if (i < length) {
+                Check(FAILED(hr) ? hr : E_FAIL);
+            }
+            continue;
+        }
+        const std::wstring name = NameOf(attribute.Get());
+        if (name == L"xmlns") {
+            add(L"", ValueOf(attribute.Get()));
+        } else if (PrefixOf(attribute.Get()) == L"xmlns") {
+            add(name.substr(name.find(L':') + 1), ValueOf(attribute.Get()));
+        }
+    }
+    return declarations;
+}
+
+std::wstring TextOf(IXMLDOMNode* node) {
+    _bstr_t text;
+    Check(node->get_text(text.GetAddress()));
+    return TakeText(text);
+}
+
+std::wstring NameOf(IXMLDOMNode* node) {
+    _bstr_t name;
+    Check(node->get_nodeName(name.GetAddress()));
+    return TakeText(name);
+}
+
+ComPtr<IXMLDOMNode> NextNode(IXMLDOMNodeList* list) {
+    ComPtr<IXMLDOMNode> node;
+    Check(list->nextNode(node.Receive()));
+    return node;
+}
+
+void CXMLDoc::Init() {
+    document_.Reset();
+    ComPtr<IUnknown> object;
+    Check(CoCreateInstance(msxml::kDomDocument60, nullptr, CLSCTX_ALL, IID_IUnknown, object.ReceiveVoid()));
+    Check(OleRun(object.Get()));
+    ComPtr<IXMLDOMDocument2> document;
+    Check(object->QueryInterface(msxml::kIXMLDOMDocument2, document.ReceiveVoid()));
+    Check(document->put_async(VARIANT_FALSE));
+    Check(document->put_validateOnParse(VARIANT_FALSE));
+    Check(document->put_resolveExternals(VARIANT_FALSE));
+    document_ = std::move(document);
+}
+
+void CXMLDoc::LoadFile(const wchar_t* path, const wchar_t* namespaceUri) {
+    IXMLDOMDocument2& document = Loaded();
+    const _variant_t source(path);
+    VARIANT_BOOL success = VARIANT_FALSE;
+    const HRESULT hr = document.load(source, &success);
+    Check(hr);
+    const bool loaded = hr == S_OK && success == VARIANT_TRUE;
+    if (!loaded) Trace(L"Error: Unable to load file %ls\r\n", Printable(path, MAX_PATH).c_str());
+    AfterLoad(loaded, namespaceUri);
+}
+
+void CXMLDoc::LoadXml(const wchar_t* text, const wchar_t* namespaceUri) {
+    IXMLDOMDocument2& document = Loaded();
+    const _bstr_t source(text);
+    VARIANT_BOOL success = VARIANT_FALSE;
+    const HRESULT hr = document.loadXML(source, &success);
+    Check(hr);
+    AfterLoad(hr == S_OK && success == VARIANT_TRUE, namespaceUri);
+}
+
+void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
+    IXMLDOMDocument2& document = Loaded();
+    if (stream == nullptr) Check(E_INVALIDARG);
+    const _variant_t source(static_cast<IUnknown*>(stream));
+    VARIANT_BOOL success = VARIANT_FALSE;
+    // A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from
+    // others: both are reported the same way.
+    const HRESULT hr = document.load(source, &success);
+    const bool loaded = hr == S_OK && success == VARIANT_TRUE;
+    if (!loaded) Trace(L"Error: Unable to load WSD stream\r\n");
+    AfterLoad(loaded, namespaceUri);
+}
+
+void CXMLDoc::AfterLoad(bool success, const wchar_t* namespaceUri) {
+    if (!success) {
+        _bstr_t_ex report;
+        if (FormatParseError(report)) Trace(L"%ls", report.Text());
+        Check(E_FAIL);
+    }
+    if (namespaceUri == nullptr) return;
+    SetProperty(L"SelectionLanguage", L"XPath");
+
+    size_t depth = 0;
+    ComPtr<IXMLDOMNode> node;
+    const HRESULT hr = document_->QueryInterface(msxml::kIXMLDOMNode, node.ReceiveVoid());
+    if (hr != E_NOINTERFACE) Check(hr);
+    for (; node; node = NextInDocument(node, depth)) {
+        const std::vector<NamespaceDeclaration> declarations = NamespaceDeclarationsOf(node.Get());
+        const bool found = std::any_of(
+            declarations.begin(), declarations.end(),
+            [&](const NamespaceDeclaration& declaration) { return declaration.uri == namespaceUri; });
+        if (!found) continue;
+        SetSelectionNamespaces(declarations);
+        targetNamespace_ = namespaceUri;
+        return;
+    }
+    Trace(L"** XML Error: unable to find namespace \"%ls\" **\r\n", namespaceUri);
+    Check(E_FAIL);
+}
+
+void CXMLDoc::SetSelectionNamespaces(IXMLDOMNode* node) {
+    if (node == nullptr) Check(E_INVALIDARG);
+    SetSelectionNamespaces(NamespaceDeclarationsOf(node));
+}
+
+void CXMLDoc::SetSelectionNamespaces(const std::vector<NamespaceDeclaration>& declarations) {
+    // Blanks, not other white space, between the declarations: with anything else some parsers bind wrongly.
+    std::wstring text;
+    for (const NamespaceDeclaration& declaration : declarations) {
+        const wchar_t quote = declaration.uri.find(L'"') == std::wstring::npos ? L'"' : L'\'';
+        text += L"xmlns:";
+        text += declaration.prefix.empty() ? kDefaultNamespacePrefix : declaration.prefix;
+        text += L'=';
+        text += quote;
+        text += declaration.uri;
+        text += quote;
+        text += L' ';
+    }
+    SetProperty(L"SelectionNamespaces", text.c_str());
+}
+
+bool CXMLDoc::GetAttribute(IXMLDOMNode* node, const wchar_t* name, VARIANT* value) const {
+    ComPtr<IXMLDOMNamedNodeMap> attributes;
+    Check(node->get_attributes(attributes.Receive()));
+    if (!attributes) return false;
+    const _bstr_t key(name);
+    ComPtr<IXMLDOMNode> attribute;
+    Check(attributes->getNamedItem(key, attribute.Receive()));
+    if (!attribute) return false;
+    Check(attribute->get_nodeValue(value));
+    return true;
+}
+
+bool CXMLDoc::FormatParseError(_bstr_t_ex& out) const {
+    ComPtr<IXMLDOMParseError> error;
+    Check(Loaded().get_parseError(error.Receive()));
+    if (!error) return false;
+    LONG code = 0;
+    Check(error->get_errorCode(&code));
+    if (code == 0) return false;
+    LONG line = 0;
+    LONG position = 0;
+    _bstr_t reason;
+    Check(error->get_line(&line));
+    Check(error->get_linepos(&position));
+    Check(error->get_reason(reason.GetAddress()));
+    std::wstring text = TakeText(reason);
+    text.erase(text.find_last_not_of(L"\r\n ") + 1);
+    Format(out, L"** XML Parse error 0x%08x **\r\n   line=%d, char=%d\r\n   reason: %ls\r\n",
+           static_cast<unsigned>(code), static_cast<int>(line), static_cast<int>(position),
+           Printable(text).c_str());
+    return true;
+}
+
+ComPtr<IXMLDOMElement> CXMLDoc::Root() const {
+    ComPtr<IXMLDOMElement> root;
+    Check(Loaded().get_documentElement(root.Receive()));
+    return root;
+}
+
+ComPtr<IXMLDOMNode> CXMLDoc::SelectSingleNode(const wchar_t* xpath) const {
+    const _bstr_t query(xpath);
+    ComPtr<IXMLDOMNode> node;
+    Check(Loaded().selectSingleNode(query, node.Receive()));
+    return node;
+}
+
+ComPtr<IXMLDOMNodeList> CXMLDoc::SelectNodes(const wchar_t* xpath) const {
+    const _bstr_t query(xpath);
+    ComPtr<IXMLDOMNodeList> list;
+    Check(Loaded().selectNodes(query, list.Receive()));
+    if (!list) Check(E_FAIL);
+    return list;
+}
+
+IXMLDOMDocument2& CXMLDoc::Loaded() const {
+    if (!document_) throw _com_error(E_POINTER);
+    return *document_.Get();
+}
+
+void CXMLDoc::SetProperty(const wchar_t* name, const wchar_t* value) {
+    const _bstr_t property(name);
+    const _variant_t text(value);
+    Check(Loaded().setProperty(property, text));
+}
+
+}  // namespace vlm

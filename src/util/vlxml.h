@@ -1,0 +1,81 @@
+// CXMLDoc: the one wrapper around an MSXML 6.0 DOM document. It loads a document from a file, a text or a
+// stream and prepares it for XPath selection with namespace prefixes.
+//
+// XPath sees no prefix but those of the document's "SelectionNamespaces". A load that names a target
+// namespace takes them from the first element, in document order, that declares that namespace; a default
+// namespace among them gets the prefix "defNsPfx".
+//
+// COM must be initialised on the thread, and the object stays on it. Unless stated otherwise every function
+// throws CComErrorEx (source "vlxml") on failure, and _com_error without a position for a missing document
+// (E_POINTER) and for strings that cannot be allocated (E_OUTOFMEMORY).
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "util/com.h"
+#include "util/comerror.h"
+
+namespace vlm {
+
+inline constexpr wchar_t kDefaultNamespacePrefix[] = L"defNsPfx";
+// The platform's Bidi schema, and the WSD print service.
+inline constexpr wchar_t kBidiNamespace[] = L"http://schemas.microsoft.com/windows/2005/03/printing/bidi";
+inline constexpr wchar_t kWsdPrintNamespace[] = L"http://schemas.microsoft.com/windows/2006/08/wdp/print";
+
+struct NamespaceDeclaration {
+    std::wstring prefix;  // empty for the default namespace
+    std::wstring uri;
+};
+
+class CXMLDoc {
+ public:
+    // Creates the document, in place of one already held. Once, before the first load.
+    void Init();
+
+    // A null `namespaceUri` loads without preparing XPath. Otherwise a document that declares that namespace
+    // nowhere is refused. What cannot be loaded is traced, with the parser's report, and throws E_FAIL. After
+    // a failed load the document stays, empty or partial.
+    void LoadFile(const wchar_t* path, const wchar_t* namespaceUri);
+    void LoadXml(const wchar_t* text, const wchar_t* namespaceUri);
+    // Reads from the stream's current position.
+    void LoadStream(IStream* stream, const wchar_t* namespaceUri);
+
+    // Makes the declarations that stand on the node, or those given, the prefixes that XPath knows.
+    void SetSelectionNamespaces(IXMLDOMNode* node);
+    void SetSelectionNamespaces(const std::vector<NamespaceDeclaration>& declarations);
+
+    // False when the node has no such attribute. Does not see namespace declarations.
+    bool GetAttribute(IXMLDOMNode* node, const wchar_t* name, VARIANT* value) const;
+    // The parser's report on the last load; false when it reports nothing.
+    bool FormatParseError(_bstr_t_ex& out) const;
+
+    IXMLDOMDocument2* Document() const { return document_.Get(); }
+    // Of the last load that named and found one.
+    const _bstr_t& TargetNamespace() const { return targetNamespace_; }
+
+    // The root element, or null in an empty document.
+    ComPtr<IXMLDOMElement> Root() const;
+    // The first match in document order, or null. An expression that XPath refuses throws.
+    ComPtr<IXMLDOMNode> SelectSingleNode(const wchar_t* xpath) const;
+    ComPtr<IXMLDOMNodeList> SelectNodes(const wchar_t* xpath) const;
+
+ private:
+    IXMLDOMDocument2& Loaded() const;
+    void AfterLoad(bool success, const wchar_t* namespaceUri);
+    void SetProperty(const wchar_t* name, const wchar_t* value);
+
+    ComPtr<IXMLDOMDocument2> document_;
+    _bstr_t targetNamespace_;
+};
+
+// The namespace declarations that stand on this node itself, in its order.
+std::vector<NamespaceDeclaration> NamespaceDeclarationsOf(IXMLDOMNode* node);
+// The node's text as MSXML gives it: that of all its descendants, without white space at the ends.
+std::wstring TextOf(IXMLDOMNode* node);
+// The qualified name.
+std::wstring NameOf(IXMLDOMNode* node);
+// The next node of a list, or null at its end.
+ComPtr<IXMLDOMNode> NextNode(IXMLDOMNodeList* list);
+
+}  // namespace vlm

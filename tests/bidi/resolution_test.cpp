@@ -1,0 +1,275 @@
+// Paths, answers, actions.
+#include <string>
+#include <thread>
+
+#include "bidi/schema_path.h"
+#include "tests/bidi/engine_fixture.h"
+
+namespace vlm {
+namespace {
+
+using Lines_ = std::vector<std::wstring>;
+
+const char kTree[] =
+    "<Property name='Printer'>"
+    "<Value name='Name' filter='w:Name'/>"
+    "<Property name='Layout'>"
+    "<Value name='Sides' type='BIDI_INT' filter='w:Sides'/>"
+    "<Installed name='Duplex' filter='w:Duplex[@on=\"1\"]'/>"
+    "<Installed name='Stapler' filter='w:Stapler'/>"
+    "<List name='Trays' filter='w:Tray'/>"
+    "<List name='Nothing' filter='w:NoSuch'/>"
+    "<Value name='Missing' filter='w:NoSuch'/>"
+    "<Unknown name='Other' filter='***'/>"
+    "</Property>"
+    "<Property name='Empty'/>"
+    "<Const name='Vendor'>Velun</Const>"
+    "</Property>"
+    "<Const name='Top' type='BIDI_INT'>1</Const>";
+
+std::wstring Printer() {
+    return test::Answer(
+        L"<wprt:Name> Office  </wprt:Name><wprt:Sides>2</wprt:Sides><wprt:Duplex on='1'/>"
+        L"<wprt:Tray>A</wprt:Tray><wprt:Tray/><wprt:Tray> B,1 </wprt:Tray><wprt:Sides>3</wprt:Sides>");
+}
+
+class Resolution : public test::EngineTest {};
+
+TEST_F(Resolution, GetAnswersEachEntryInRequestOrder) {
+    const auto engine = Engine({test::Extension(kTree)}, Printer());
+    EXPECT_EQ(Lines(*engine, L"Get",
+                    {L"\\Printer.Layout:Sides", L"\\no.such:path", L"\\Printer:Name", L"\\Printer.Layout",
+                     L"\\Printer.Layout:Missing", L"\\Printer:Name", L"", L"Printer:Name", L"\\Top"}),
+              (Lines_{L"100 0 \\Printer.Layout:Sides INT 2", L"101 232 \\no.such:path NULL",
+                      L"102 0 \\Printer:Name STRING Office",
+                      // Only a leaf, by its full name, is something to get.
+                      L"103 232 \\Printer.Layout NULL", L"104 232 \\Printer.Layout:Missing NULL",
+                      L"105 0 \\Printer:Name STRING Office", L"106 232  NULL", L"107 232 Printer:Name NULL",
+                      L"108 0 \\Top INT 1"}));
+}
+
+TEST_F(Resolution, GetAllAnswersEveryLeafBelowAPath) {
+    const auto engine = Engine({test::Extension(kTree)}, Printer());
+    EXPECT_EQ(
+        Lines(*engine, L"GetAll", {L"\\Printer.Layout", L"\\no", L"\\Printer:Vendor", L"\\Printer.Empty"}),
+        (Lines_{L"100 0 \\Printer.Layout:Sides INT 2", L"100 0 \\Printer.Layout:Duplex BOOL TRUE",
+                L"100 0 \\Printer.Layout:Stapler BOOL FALSE", L"100 0 \\Printer.Layout:Trays STRING A,,B,1",
+                L"100 232 \\Printer.Layout:Nothing NULL", L"100 232 \\Printer.Layout:Missing NULL",
+                L"101 232 \\no NULL", L"102 0 \\Printer:Vendor STRING Velun",
+                L"103 232 \\Printer.Empty NULL"}));
+    const Lines_ all = Lines(*engine, L"GetAll", {L"\\"});
+    ASSERT_EQ(all.size(), 9u);
+    EXPECT_EQ(all.front(), L"100 0 \\Printer:Name STRING Office");
+    EXPECT_EQ(all.back(), L"100 0 \\Top INT 1");
+}
+
+TEST_F(Resolution, PathsAreSplitAtSeparatorsAndAnsweredAsRequested) {
+    const auto engine = Engine({test::Extension(kTree)}, Printer());
+    const struct {
+        const wchar_t* path;
+        const wchar_t* expected;
+    } kCases[] = {
+        {L"Printer:Vendor", L"100 0 Printer:Vendor STRING Velun"},
+        {L"\\\\Printer..:Vendor", L"100 0 \\\\Printer..:Vendor STRING Velun"},
+        {L"\\Printer\\Layout:Sides", L"100 0 \\Printer\\Layout:Sides INT 2"},
+        {L"\\Printer.Layout:Sides:x", L"100 232 \\Printer.Layout:Sides:x NULL"},
+        {L"\\Printer.Layout.Sides", L"100 232 \\Printer.Layout.Sides NULL"},
+        {L"\\Printer:", L"100 232 \\Printer: NULL"},
+        {L"\\printer:Vendor", L"100 232 \\printer:Vendor NULL"},
+        {L"\\Printer:Other", L"100 232 \\Printer:Other NULL"},
+        {L"\\Printer.Layout]:\"Sides\"", L"100 232 \\Printer.Layout]:\"Sides\" NULL"},
+        {L"\\<&>", L"100 232 \\<&> NULL"},
+        {L"\\Printer:Ven\x01", L"100 232 \\Printer:Ven\x01 NULL"},
+        {L"\\:Top", L"100 0 \\:Top INT 1"},
+    };
+    for (const auto& test : kCases) {
+        EXPECT_EQ(Lines(*engine, L"GetAll", {test.path}), Lines_{test.expected});
+    }
+    const std::wstring longPath = L"\\" + std::wstring(65'536, L'x');
+    EXPECT_EQ(Lines(*engine, L"GetAll", {longPath.c_str()}), Lines_{L"100 232 " + longPath + L" NULL"});
+    const std::wstring manyLevels = L"\\Printer" + std::wstring(65'536, L'.') + L":Vendor";
+    EXPECT_EQ(Lines(*engine, L"GetAll", {manyLevels.c_str()}).size(), 1u);
+}
+
+// The look-up must find what the XPath of the path would, in the same document.
+TEST_F(Resolution, FindsWhatXPathFinds) {
+    const std::string text = test::Extension(
+        "<Property name='A'><Const name='first'>1</Const></Property>"
+        "<Property name='A'><Property name='B'><Const name='x'>2</Const></Property></Property>"
+        "<Property name='A'><Property name='B'><Const name='x'>3</Const><Const "
+        "name='y'>4</Const></Property></Property>"
+        "<Other name='A'><Const name='z'>5</Const></Other><Property><Const name='n'>6</Const></Property>"
+        "<Property name=' '><Const name='x]'>7</Const><Const name='&quot;'>8</Const><Const "
+        "name=''>9</Const></Property>");
+    const auto engine = Engine({text}, Printer());
+    CXMLDoc document;
+    document.Init();
+    document.LoadFile(folder_.Path(L"file1.xml").c_str(), nullptr);
+    int found = 0;
+    for (const wchar_t* path : {L"\\A:first", L"\\A.B:x", L"\\A.B:y", L"\\A:z", L"\\A.B:z", L"\\:n",
+                                L"\\ :x]", L"\\ :\"", L"\\ :", L"\\A.A:first", L"\\B:x"}) {
+        const SchemaPath pieces = ParseSchemaPath(path);
+        std::wstring xpath = L"//Schema";
+        for (const auto property : pieces.properties) {
+            xpath += L"/Property[@name='" + std::wstring(property) + L"']";
+        }
+        xpath += L"/*[name()='Value' or name()='Installed' or name()='List' or name()='Const'][@name='" +
+                 std::wstring(*pieces.leaf) + L"']";
+        const ComPtr<IXMLDOMNode> node = document.SelectSingleNode(xpath.c_str());
+        const std::wstring expected = std::wstring(node ? L"100 0 " : L"100 232 ") + path +
+                                      (node ? L" STRING " + TextOf(node.Get()) : std::wstring(L" NULL"));
+        EXPECT_EQ(Lines(*engine, L"GetAll", {path}), Lines_{expected});
+        found += node ? 1 : 0;
+    }
+    EXPECT_EQ(found, 6);
+}
+
+TEST_F(Resolution, PathWithAnApostropheFailsTheCall) {
+    const auto engine = Engine({test::Extension(kTree)}, Printer());
+    Ask(*engine, L"Get", {L"\\Printer:Name", L"\\It's"}, E_FAIL);
+    Ask(*engine, L"GetAll", {L"\\Printer' or '1'='1"}, E_FAIL);
+    Enum(*engine, {L"\\It's"}, E_FAIL);
+    EXPECT_TRUE(trace_.HasPart(L"(file=velunbidispl, line="));
+}
+
+TEST_F(Resolution, GetSeesTheFirstOfTwoLeavesAndOnlyTheFirstSchema) {
+    const auto engine = Engine(
+        {test::Extension(
+            "<Const name='L'>one</Const><Value name='L' filter='w:Name'/></Schema><Schema name='second'>"
+            "<Const name='M'>two</Const>")},
+        Printer());
+    EXPECT_EQ(Lines(*engine, L"Get", {L"\\L", L"\\M"}),
+              (Lines_{L"100 0 \\L STRING one", L"101 232 \\M NULL"}));
+    EXPECT_EQ(Lines(*engine, L"GetAll", {L"\\:M"}), Lines_{L"100 0 \\:M STRING two"});
+}
+
+TEST_F(Resolution, AnswerDocumentHoldsOneSchemaPerLeaf) {
+    const auto engine = Engine({test::Extension(kTree)}, Printer());
+    CXMLDoc answer;
+    ASSERT_EQ(engine->SendRecvXMLString(L"\\Printer.Layout", answer), S_OK);
+    answer.SetSelectionNamespaces({{L"b", kBidiNamespace}});
+    const struct {
+        const wchar_t* xpath;
+        const wchar_t* text;
+    } kCases[] = {
+        {L"/b:Get/Query/@schema", L"\\Printer.Layout"},
+        {L"/b:Get/Query/Schema[1]/@name", L"\\Printer.Layout:Sides"},
+        {L"/b:Get/Query/Schema[1]/BIDI_INT", L"2"},
+        {L"/b:Get/Query/Schema[2]/BIDI_BOOL", L"true"},
+        {L"/b:Get/Query/Schema[3]/BIDI_BOOL", L"false"},
+        {L"/b:Get/Query/Schema[4]/BIDI_STRING", L"A,,B,1"},
+        {L"/b:Get/Query/Schema[5][count(*)=1]/Error", L""},
+    };
+    for (const auto& test : kCases) {
+        const ComPtr<IXMLDOMNode> node = answer.SelectSingleNode(test.xpath);
+        ASSERT_TRUE(node) << test.xpath;
+        EXPECT_EQ(TextOf(node.Get()), test.text) << test.xpath;
+    }
+    // The document is used again; an unknown path is no failure.
+    ASSERT_EQ(engine->SendRecvXMLString(L"\\<none> & \"none\"\t", answer), S_OK);
+    answer.SetSelectionNamespaces({{L"b", kBidiNamespace}});
+    EXPECT_TRUE(answer.SelectSingleNode(L"/b:Get/Query[count(*)=1]/Error"));
+    EXPECT_EQ(TextOf(answer.SelectSingleNode(L"//@schema").Get()), L"\\<none> & \"none\"\t");
+
+    _bstr_t text;
+    ASSERT_EQ(engine->SendRecvXMLString(L"\\Printer:Vendor", text.GetAddress()), S_OK);
+    EXPECT_STREQ(text,
+                 L"<bidi:Get xmlns:bidi='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
+                 L"<Query schema='\\Printer:Vendor'><Schema name='\\Printer:Vendor'>"
+                 L"<BIDI_STRING>Velun</BIDI_STRING></Schema></Query></bidi:Get>");
+}
+
+TEST_F(Resolution, ArgumentsAndOrderOfCallsAreChecked) {
+    CVelunBidiSpl engine;
+    const test::Request request({L"\\"});
+    BIDI_RESPONSE_CONTAINER* response = nullptr;
+    _bstr_t text;
+    CXMLDoc answer;
+    EXPECT_EQ(engine.EnumQueryElement(request.Get(), text.GetAddress()), E_FAIL);
+    EXPECT_TRUE(trace_.Has(L"CVelunBidiSpl::EnumQueryElement - Error: must call init first\r\n"));
+    EXPECT_EQ(engine.SendRecvXMLString(L"\\", answer), E_FAIL);
+    EXPECT_TRUE(trace_.Has(L"CVelunBidiSpl::SendRecvXMLString - Error: must call init first\r\n"));
+    EXPECT_EQ(engine.SetGetPrinterElementResponseData(Printer().c_str()), E_FAIL);
+    EXPECT_EQ(engine.Init(L"Office", nullptr), E_INVALIDARG);
+
+    ASSERT_EQ(engine.Init(L"Office", FileList({test::Extension(kTree)}).c_str()), S_OK);
+    EXPECT_EQ(engine.SendRecvXMLString(L"\\", answer), E_FAIL);
+    EXPECT_TRUE(trace_.Has(
+        L"CVelunBidiSpl::SendRecvXMLString - Error: must call SetGetPrinterElementResponseData first\r\n"));
+    EXPECT_EQ(answer.Document(), nullptr);
+    EXPECT_EQ(engine.SendRecvBidiDataFromPort(L"Get", request.Get(), &response), E_FAIL);
+    // A second Init does nothing, not even look at its list.
+    EXPECT_EQ(engine.Init(L"Office", L"<no list"), S_OK);
+
+    ASSERT_EQ(engine.SetGetPrinterElementResponseData(Printer().c_str()), S_OK);
+    EXPECT_EQ(engine.SetGetPrinterElementResponseData(nullptr), E_INVALIDARG);
+    EXPECT_EQ(engine.SetGetPrinterElementResponseStream(nullptr), E_INVALIDARG);
+    EXPECT_EQ(engine.EnumQueryElement(nullptr, text.GetAddress()), E_INVALIDARG);
+    EXPECT_EQ(engine.EnumQueryElement(request.Get(), nullptr), E_INVALIDARG);
+    EXPECT_EQ(engine.SendRecvXMLString(nullptr, text.GetAddress()), E_INVALIDARG);
+    EXPECT_EQ(engine.SendRecvXMLString(L"\\", static_cast<BSTR*>(nullptr)), E_INVALIDARG);
+    EXPECT_EQ(engine.SendRecvBidiDataFromPort(nullptr, request.Get(), &response), E_INVALIDARG);
+    EXPECT_EQ(engine.SendRecvBidiDataFromPort(L"Get", nullptr, &response), E_INVALIDARG);
+    EXPECT_EQ(engine.SendRecvBidiDataFromPort(L"Get", request.Get(), nullptr), E_INVALIDARG);
+    for (const wchar_t* action : {L"Set", L"EnumSchema", L"get", L""})
+        Ask(engine, action, {L"\\"}, E_INVALIDARG);
+    for (const wchar_t* action : {L"Get", L"GetAll"})
+        Ask(engine, action, {L"\\", nullptr}, E_INVALIDARG);
+    Enum(engine, {L"\\", nullptr}, E_INVALIDARG);
+}
+
+TEST_F(Resolution, RequestsOfAnySizeAreAnswered) {
+    const auto engine = Engine({test::Extension(kTree)}, Printer());
+    for (const wchar_t* action : {L"Get", L"GetAll"}) {
+        EXPECT_TRUE(Lines(*engine, action, {}).empty());
+        const Lines_ lines = Lines(*engine, action, std::vector<const wchar_t*>(10'000, L"\\Printer:Vendor"));
+        ASSERT_EQ(lines.size(), 10'000u);
+        EXPECT_EQ(lines.back(), L"10099 0 \\Printer:Vendor STRING Velun");
+    }
+    // The whole tree, over and over, is bounded.
+    Ask(*engine, L"GetAll", std::vector<const wchar_t*>(30'000, L"\\"),
+        HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY));
+}
+
+TEST_F(Resolution, FilterThatIsNoXPathFailsTheCallAndIsNamed) {
+    for (const char* filter : {"w:Name[", "x:Name", "", "w:Name[@a='it's']"}) {
+        const std::string quoted = std::string(filter).find('\'') != std::string::npos
+                                       ? "\"" + std::string(filter) + "\""
+                                       : "'" + std::string(filter) + "'";
+        for (const char* leaf : {"Value", "Installed", "List"}) {
+            const auto engine = Engine(
+                {test::Extension("<" + std::string(leaf) + " name='L' filter=" + quoted + "/>")}, Printer());
+            Ask(*engine, L"Get", {L"\\L"}, E_FAIL);
+            Ask(*engine, L"GetAll", {L"\\L"});  // not a leaf's path: the filter is not run
+            Ask(*engine, L"GetAll", {L"\\"}, E_FAIL);
+            EXPECT_TRUE(trace_.Has(L"Error: filter " + std::wstring(filter, filter + strlen(filter)) +
+                                   L" of an extension file cannot be used\r\n"));
+        }
+    }
+}
+
+TEST_F(Resolution, TwoEnginesOnTwoThreadsDoNotDisturbEachOther) {
+    const std::wstring list = FileList({test::Extension(kTree)});
+    const auto work = [&](const std::wstring& name, bool* right) {
+        const ComApartment apartment(COINIT_APARTMENTTHREADED);
+        *right = true;
+        for (int i = 0; i < 20; ++i) {
+            CVelunBidiSpl engine;
+            engine.Init(name.c_str(), list.c_str());
+            engine.SetGetPrinterElementResponseData(
+                test::Answer(L"<wprt:Name>" + name + L"</wprt:Name>").c_str());
+            const Lines_ lines = Lines(engine, L"Get", {L"\\Printer:Name"});
+            *right = *right && lines == Lines_{L"100 0 \\Printer:Name STRING " + name};
+        }
+    };
+    bool first = false;
+    bool second = false;
+    std::thread other(work, L"one", &first);
+    work(L"two", &second);
+    other.join();
+    EXPECT_TRUE(first);
+    EXPECT_TRUE(second);
+}
+
+}  // namespace
+}  // namespace vlm
