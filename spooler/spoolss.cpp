@@ -86,26 +86,25 @@ size_t ContainerSize(DWORD count) {
 
 }  // namespace
 
-// noexcept: a failing std allocation in a stand-in is the end of a test, never something to report to the
-// caller.
+// A failing std allocation in a stand-in is the end of a test, never something to report to the caller; so
+// nothing is caught here.
 extern "C" {
 
-__declspec(dllexport) LPVOID WINAPI RouterAllocBidiMem(size_t size) noexcept {
+__declspec(dllexport) LPVOID WINAPI RouterAllocBidiMem(size_t size) {
     return Allocate(size);
 }
 
-__declspec(dllexport) VOID WINAPI RouterFreeBidiMem(LPVOID block) noexcept {
+__declspec(dllexport) VOID WINAPI RouterFreeBidiMem(LPVOID block) {
     Free(block);
 }
 
-__declspec(dllexport) PBIDI_RESPONSE_CONTAINER WINAPI RouterAllocBidiResponseContainer(DWORD count) noexcept {
+__declspec(dllexport) PBIDI_RESPONSE_CONTAINER WINAPI RouterAllocBidiResponseContainer(DWORD count) {
     auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(Allocate(ContainerSize(count)));
     if (container != nullptr) container->Count = count;
     return container;
 }
 
-__declspec(dllexport) DWORD WINAPI
-    RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container) noexcept {
+__declspec(dllexport) DWORD WINAPI RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container) {
     if (container == nullptr) return ERROR_INVALID_PARAMETER;
     for (DWORD i = 0; i < container->Count; ++i) {
         BIDI_RESPONSE_DATA& entry = container->aData[i];
@@ -127,13 +126,13 @@ __declspec(dllexport) DWORD WINAPI
     return ERROR_SUCCESS;
 }
 
-__declspec(dllexport) void StandInRouterCounters(RouterCounters* counters) noexcept {
+__declspec(dllexport) void StandInRouterCounters(RouterCounters* counters) {
     Heap& heap = TheHeap();
     const std::lock_guard guard(heap.mutex);
     *counters = heap.counters;
 }
 
-__declspec(dllexport) void StandInResetAllocations(LONG64 failFrom) noexcept {
+__declspec(dllexport) void StandInResetAllocations(LONG64 failFrom) {
     Heap& heap = TheHeap();
     const std::lock_guard guard(heap.mutex);
     heap.counters.allocations = 0;

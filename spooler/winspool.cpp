@@ -173,11 +173,11 @@ BOOL CopyDirectory(const wchar_t* directory, BYTE* buffer, DWORD capacity, DWORD
 
 }  // namespace
 
-// noexcept: a failing std allocation in a stand-in is the end of a test, never something to report to the
-// caller.
+// A failing std allocation in a stand-in is the end of a test, never something to report to the caller; so
+// nothing is caught here.
 extern "C" {
 
-__declspec(dllexport) BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) noexcept {
+__declspec(dllexport) BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
     if (!Enter("OpenPrinterW", TextOrEmpty(name))) return FALSE;
     Spooler& spooler = TheSpooler();
     const std::lock_guard guard(spooler.mutex);
@@ -191,7 +191,7 @@ __declspec(dllexport) BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPP
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI ClosePrinter(HANDLE handle) noexcept {
+__declspec(dllexport) BOOL WINAPI ClosePrinter(HANDLE handle) {
     if (!Enter("ClosePrinter", NameOf(handle))) return FALSE;
     const std::lock_guard guard(TheSpooler().mutex);
     if (TheSpooler().handles.erase(handle) == 1) return TRUE;
@@ -200,7 +200,7 @@ __declspec(dllexport) BOOL WINAPI ClosePrinter(HANDLE handle) noexcept {
 }
 
 __declspec(dllexport) BOOL WINAPI
-    GetPrinterW(HANDLE handle, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) noexcept {
+    GetPrinterW(HANDLE handle, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
     if (!Enter("GetPrinterW", NameOf(handle))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
@@ -217,7 +217,7 @@ __declspec(dllexport) BOOL WINAPI
 }
 
 __declspec(dllexport) BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level, LPBYTE buffer,
-                                                DWORD capacity, LPDWORD needed, LPDWORD returned) noexcept {
+                                                DWORD capacity, LPDWORD needed, LPDWORD returned) {
     if (!Enter("EnumPrintersW", L"flags " + std::to_wstring(flags))) return FALSE;
     *returned = 0;
     if (level != 2) {
@@ -236,8 +236,8 @@ __declspec(dllexport) BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI GetPrinterDriverW(HANDLE handle, LPWSTR, DWORD level, LPBYTE buffer,
-                                                    DWORD capacity, LPDWORD needed) noexcept {
+__declspec(dllexport) BOOL WINAPI
+    GetPrinterDriverW(HANDLE handle, LPWSTR, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
     if (!Enter("GetPrinterDriverW", NameOf(handle))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
@@ -256,7 +256,7 @@ __declspec(dllexport) BOOL WINAPI GetPrinterDriverW(HANDLE handle, LPWSTR, DWORD
 }
 
 __declspec(dllexport) BOOL WINAPI
-    GetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) noexcept {
+    GetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
     if (!Enter("GetJobW", JobText(handle, id, L"level " + std::to_wstring(level)))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
@@ -277,27 +277,26 @@ __declspec(dllexport) BOOL WINAPI
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI
-    SetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE, DWORD command) noexcept {
+__declspec(dllexport) BOOL WINAPI SetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE, DWORD command) {
     std::wstring what = CommandName(command);
     if (level != 0) what += L", level " + std::to_wstring(level);
     if (!Enter("SetJobW", JobText(handle, id, what))) return FALSE;
     return FindByHandle(handle) != nullptr;
 }
 
-__declspec(dllexport) BOOL WINAPI GetPrinterDriverDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer,
-                                                             DWORD capacity, LPDWORD needed) noexcept {
+__declspec(dllexport) BOOL WINAPI
+    GetPrinterDriverDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
     if (!Enter("GetPrinterDriverDirectoryW", L"")) return FALSE;
     return CopyDirectory(L"C:\\windows\\system32\\spool\\drivers\\x64", buffer, capacity, needed);
 }
 
-__declspec(dllexport) BOOL WINAPI GetPrintProcessorDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer,
-                                                              DWORD capacity, LPDWORD needed) noexcept {
+__declspec(dllexport) BOOL WINAPI
+    GetPrintProcessorDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
     if (!Enter("GetPrintProcessorDirectoryW", L"")) return FALSE;
     return CopyDirectory(L"C:\\windows\\system32\\spool\\prtprocs\\x64", buffer, capacity, needed);
 }
 
-__declspec(dllexport) void StandInReset() noexcept {
+__declspec(dllexport) void StandInReset() {
     Spooler& spooler = TheSpooler();
     const std::lock_guard guard(spooler.mutex);
     spooler.printers.clear();
@@ -305,7 +304,7 @@ __declspec(dllexport) void StandInReset() noexcept {
     spooler.log.clear();
 }
 
-__declspec(dllexport) BOOL StandInAddPrinter(const PrinterDescription* description) noexcept {
+__declspec(dllexport) BOOL StandInAddPrinter(const PrinterDescription* description) {
     auto printer = std::make_shared<Printer>();
     printer->name = TextOrEmpty(description->name);
     printer->port = TextOrEmpty(description->port);
@@ -323,7 +322,7 @@ __declspec(dllexport) BOOL StandInAddPrinter(const PrinterDescription* descripti
 }
 
 __declspec(dllexport) BOOL
-    StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD status) noexcept {
+    StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD status) {
     const std::lock_guard guard(TheSpooler().mutex);
     const std::shared_ptr<Printer> printer = FindByName(TextOrEmpty(name));
     if (printer == nullptr) return FALSE;
@@ -331,20 +330,20 @@ __declspec(dllexport) BOOL
     return TRUE;
 }
 
-__declspec(dllexport) BOOL StandInAddRule(const Rule* rule) noexcept {
+__declspec(dllexport) BOOL StandInAddRule(const Rule* rule) {
     const std::lock_guard guard(TheSpooler().mutex);
     TheSpooler().rules.push_back({rule->function, *rule});
     return TRUE;
 }
 
-__declspec(dllexport) LONG StandInOpenHandles() noexcept {
+__declspec(dllexport) LONG StandInOpenHandles() {
     const std::lock_guard guard(TheSpooler().mutex);
     return static_cast<LONG>(TheSpooler().handles.size());
 }
 
 // Copies the log, without a terminator, when it fits into `capacity` characters; returns its length either
 // way.
-__declspec(dllexport) DWORD StandInReadLog(wchar_t* buffer, DWORD capacity) noexcept {
+__declspec(dllexport) DWORD StandInReadLog(wchar_t* buffer, DWORD capacity) {
     const std::lock_guard guard(TheSpooler().mutex);
     const std::wstring& log = TheSpooler().log;
     if (log.size() <= capacity) std::copy(log.begin(), log.end(), buffer);

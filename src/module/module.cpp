@@ -10,7 +10,7 @@
 namespace __gnu_cxx {
 // Gives back the runtime's reserve for exceptions (73 KB), which our own copy of it would leave behind at
 // unloading.
-void __freeres();
+void __freeres();  // NOLINT(bugprone-reserved-identifier): the runtime's own name
 }  // namespace __gnu_cxx
 #endif
 

@@ -17,6 +17,7 @@ TEST_F(ConcurrencyTest, EightPortsPrintWhileOthersOpenAndClose) {
     std::vector<LowerMonitor> below(kPorts);
     std::atomic<int> running{kPorts};
     std::vector<std::thread> threads;
+    threads.reserve(kPorts + 2);
     for (int i = 0; i < kPorts; ++i) {
         threads.emplace_back([&, i] {
             LowerMonitor& own = below[static_cast<size_t>(i)];

@@ -255,7 +255,7 @@ TEST_F(CompletionPollTest, EndsAtTheAnswerAndSurvivesAnyOther) {
         table.pfnEndDocPort(port);
         return lower.CountOf("GetPrinterDataFromPort");
     };
-    const auto say = [](std::string text) {
+    const auto say = [](const std::string& text) {
         return [text](void* output) {
             memcpy(output, text.data(), text.size());
             return static_cast<DWORD>(text.size());

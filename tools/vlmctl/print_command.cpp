@@ -19,7 +19,6 @@ namespace {
 
 using host::ErrorText;
 using host::FromUtf8;
-using host::ToUtf8;
 
 constexpr size_t kPiece = 64 * 1024;  // what the spooler's print processors use
 constexpr DWORD kJobId = 1;
