@@ -28,6 +28,7 @@ class CommandError : public std::runtime_error {
     int status_;
 };
 
+void AddBidiCommands(CLI::App& app);
 void AddPrintCommand(CLI::App& app);
 
 }  // namespace vlm::ctl

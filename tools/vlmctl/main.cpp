@@ -39,6 +39,7 @@ int Run() {
     app.require_subcommand(1);
     app.allow_windows_style_options(false);  // a path that begins with a slash is a path
     app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
+    AddBidiCommands(app);
     AddPrintCommand(app);
     try {
         app.parse(Arguments());

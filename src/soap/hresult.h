@@ -1,0 +1,27 @@
+// How this subsystem's code meets callers that know nothing of C++ exceptions.
+#pragma once
+
+#include <windows.h>
+
+#include <new>
+
+#include "util/com.h"
+
+namespace vlm {
+
+// Runs `body`, which returns an HRESULT, and turns an exception out of it into one. Stands at every COM
+// callback, thread entry and public function here: no exception crosses them.
+template <typename Body>
+HRESULT GuardHresult(Body&& body) noexcept {
+    try {
+        return body();
+    } catch (const std::bad_alloc&) {
+        return E_OUTOFMEMORY;
+    } catch (const _com_error& error) {
+        return error.Error();
+    } catch (...) {
+        return E_FAIL;
+    }
+}
+
+}  // namespace vlm

@@ -1,0 +1,19 @@
+// The namespaces of every SOAP message of ours, as their standards publish them.
+#pragma once
+
+#include <string_view>
+
+namespace vlm::ns {
+
+inline constexpr std::wstring_view kSoap12 = L"http://www.w3.org/2003/05/soap-envelope";
+inline constexpr std::wstring_view kSoap11 = L"http://schemas.xmlsoap.org/soap/envelope/";
+inline constexpr std::wstring_view kAddressing = L"http://schemas.xmlsoap.org/ws/2004/08/addressing";
+inline constexpr std::wstring_view kAddressingAnonymous =
+    L"http://schemas.xmlsoap.org/ws/2004/08/addressing/role/anonymous";
+inline constexpr std::wstring_view kWsdPrint = L"http://schemas.microsoft.com/windows/2006/08/wdp/print";
+inline constexpr std::wstring_view kGetPrinterElementsAction =
+    L"http://schemas.microsoft.com/windows/2006/08/wdp/print/GetPrinterElements";
+inline constexpr std::wstring_view kBidi = L"http://schemas.microsoft.com/windows/2005/03/printing/bidi";
+inline constexpr std::wstring_view kXml = L"http://www.w3.org/XML/1998/namespace";
+
+}  // namespace vlm::ns

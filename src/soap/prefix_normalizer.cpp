@@ -1,0 +1,236 @@
+#include "soap/prefix_normalizer.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "soap/namespaces.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr std::wstring_view kPrintServicePrefix = L"pri";
+
+// Content and attribute values from a parser, put back so that a parser reads the same again: white space
+// that a parser would normalise away is written as a reference.
+void AppendValue(std::wstring* out, std::wstring_view text, bool inAttribute) {
+    const std::wstring_view special = inAttribute ? L"&<\"\t\n\r" : L"&<>\r";
+    for (;;) {
+        const size_t plain = text.find_first_of(special);
+        *out += text.substr(0, plain);
+        if (plain == std::wstring_view::npos) return;
+        switch (text[plain]) {
+            case L'&':
+                *out += L"&amp;";
+                break;
+            case L'<':
+                *out += L"&lt;";
+                break;
+            case L'>':
+                *out += L"&gt;";
+                break;
+            case L'"':
+                *out += L"&quot;";
+                break;
+            default:
+                *out += L"&#" + std::to_wstring(static_cast<unsigned>(text[plain])) + L";";
+        }
+        text.remove_prefix(plain + 1);
+    }
+}
+
+void AppendDeclaration(std::wstring* out, std::wstring_view prefix, std::wstring_view uri) {
+    *out += prefix.empty() ? L" xmlns" : L" xmlns:";
+    *out += prefix;
+    *out += L"=\"";
+    AppendValue(out, uri, true);
+    *out += L'"';
+}
+
+void AppendName(std::wstring* out, std::wstring_view prefix, std::wstring_view local) {
+    if (!prefix.empty()) {
+        *out += prefix;
+        *out += L':';
+    }
+    *out += local;
+}
+
+}  // namespace
+
+bool PrefixNormalizer::Declare(std::wstring_view prefix, std::wstring_view uri) {
+    scope_.push_back({std::wstring(prefix), std::wstring(uri)});
+    if (!rootSeen_) return scope_.size() <= kMostNamespaces;
+    if (!uri.empty()) FindOrAdd(uri, prefix);
+    return namespaces_.size() <= kMostNamespaces;
+}
+
+void PrefixNormalizer::EndDeclaration() {
+    if (!scope_.empty()) scope_.pop_back();
+}
+
+void PrefixNormalizer::StartElement(const XmlName& name, const XmlAttributes& attributes) {
+    const bool isRoot = !rootSeen_;
+    if (isRoot) SettleRoot();
+    CloseTag();
+
+    const bool noNamespace = name.uri.empty();
+    const std::wstring prefix = noNamespace ? L"" : namespaces_[FindOrAdd(name.uri, L"")].elementPrefix;
+    const size_t nameStart = openNames_.size();
+    AppendName(&openNames_, prefix, name.local);
+    const std::wstring_view qualified = std::wstring_view(openNames_).substr(nameStart);
+
+    bool noDefault = open_.empty() ? false : open_.back().noDefault;
+    std::wstring* tag = &content_;
+    if (isRoot) {
+        rootName_ = qualified;
+        tag = &rootAttributes_;
+    } else {
+        content_ += L'<';
+        content_ += qualified;
+        tagOpen_ = true;
+        // Only the root's default declaration is kept, so an unprefixed name must not fall under it by
+        // accident.
+        if (prefix.empty() && !rootDefault_.empty() && noDefault != noNamespace) {
+            AppendDeclaration(&content_, L"", name.uri);
+            noDefault = noNamespace;
+        }
+    }
+    open_.push_back({nameStart, noDefault});
+    const bool isElementData = name.uri == ns::kWsdPrint && name.local == L"ElementData";
+    for (const XmlAttribute& attribute : attributes) {
+        AppendAttribute(tag, attribute, isElementData && attribute.name.local == L"Name");
+    }
+}
+
+void PrefixNormalizer::EndElement() {
+    if (open_.empty()) return;
+    const size_t nameStart = open_.back().nameStart;
+    open_.pop_back();
+    if (!open_.empty()) {
+        if (tagOpen_) {
+            content_ += L"/>";
+            tagOpen_ = false;
+        } else {
+            content_ += L"</";
+            content_ += std::wstring_view(openNames_).substr(nameStart);
+            content_ += L'>';
+        }
+    }
+    openNames_.erase(nameStart);
+}
+
+void PrefixNormalizer::Text(std::wstring_view text) {
+    if (text.empty()) return;
+    CloseTag();
+    AppendValue(&content_, text, false);
+}
+
+std::wstring PrefixNormalizer::Finish() const {
+    std::wstring document = L"<" + rootName_;
+    for (const NamespacePrefix& entry : root_)
+        AppendDeclaration(&document, entry.prefix, entry.uri);
+    document += rootAttributes_;
+    document += L'>';
+    document += content_;
+    document += L"</" + rootName_ + L">";
+    return document;
+}
+
+// With all of the root's declarations known, each of its namespaces gets its prefix.
+void PrefixNormalizer::SettleRoot() {
+    rootSeen_ = true;
+    root_ = scope_;
+    const auto isDefault = [](const NamespacePrefix& entry) { return entry.prefix.empty(); };
+    const auto found = std::find_if(scope_.begin(), scope_.end(), isDefault);
+    if (found != scope_.end()) rootDefault_ = found->uri;
+    for (const NamespacePrefix& entry : scope_) {
+        if (!entry.uri.empty()) FindOrAdd(entry.uri, OwnRootPrefix(entry.uri));
+    }
+}
+
+// The first prefix that the root itself gives `uri`; empty when only its default declaration does.
+std::wstring_view PrefixNormalizer::OwnRootPrefix(std::wstring_view uri) const {
+    for (const NamespacePrefix& entry : scope_) {
+        if (entry.uri == uri && !entry.prefix.empty()) return entry.prefix;
+    }
+    return {};
+}
+
+size_t PrefixNormalizer::FindOrAdd(std::wstring_view uri, std::wstring_view ownPrefix) {
+    const auto same = [&](const Namespace& entry) { return entry.uri == uri; };
+    const auto found = std::find_if(namespaces_.begin(), namespaces_.end(), same);
+    if (found != namespaces_.end()) return static_cast<size_t>(found - namespaces_.begin());
+
+    Namespace entry{std::wstring(uri), {}, {}};
+    const std::wstring_view wanted = Wanted(uri);
+    if (uri == ns::kXml) {
+        entry.elementPrefix = entry.attributePrefix = L"xml";
+    } else if (!wanted.empty() || !ownPrefix.empty() || uri != rootDefault_) {
+        entry.elementPrefix = entry.attributePrefix = Claim(wanted.empty() ? ownPrefix : wanted, uri);
+    }
+    namespaces_.push_back(std::move(entry));
+    return namespaces_.size() - 1;
+}
+
+// Attributes do not follow a default declaration, so they need a prefix even where elements have none.
+const std::wstring& PrefixNormalizer::AttributePrefix(size_t index) {
+    Namespace& entry = namespaces_[index];
+    if (entry.attributePrefix.empty()) entry.attributePrefix = Claim(L"", entry.uri);
+    return entry.attributePrefix;
+}
+
+// Sees to it that the root binds a prefix to `uri`, `prefix` if that can be, and returns it.
+std::wstring PrefixNormalizer::Claim(std::wstring_view prefix, std::wstring_view uri) {
+    std::wstring claimed(prefix);
+    for (unsigned number = 1; claimed.empty() || IsTaken(claimed, uri); ++number) {
+        claimed = L"ns" + std::to_wstring(number);
+    }
+    const auto same = [&](const NamespacePrefix& entry) { return entry.prefix == claimed; };
+    if (std::none_of(root_.begin(), root_.end(), same)) root_.push_back({claimed, std::wstring(uri)});
+    return claimed;
+}
+
+std::wstring_view PrefixNormalizer::Wanted(std::wstring_view uri) const {
+    for (const NamespacePrefix& entry : wanted_) {
+        if (entry.uri == uri) return entry.prefix;
+    }
+    return uri == ns::kWsdPrint ? kPrintServicePrefix : std::wstring_view();
+}
+
+bool PrefixNormalizer::IsTaken(std::wstring_view prefix, std::wstring_view uri) const {
+    // What the root binds is settled; the query's bindings are what the engine would trip over.
+    for (const std::vector<NamespacePrefix>* bindings : {&std::as_const(root_), &wanted_}) {
+        for (const NamespacePrefix& entry : *bindings) {
+            if (entry.prefix == prefix) return entry.uri != uri;
+        }
+    }
+    if (prefix == kPrintServicePrefix) return uri != ns::kWsdPrint && Wanted(ns::kWsdPrint) == prefix;
+    return prefix == L"xml" || prefix == L"xmlns";
+}
+
+void PrefixNormalizer::AppendAttribute(std::wstring* out, const XmlAttribute& attribute, bool holdsName) {
+    *out += L' ';
+    const XmlName& name = attribute.name;
+    AppendName(out, name.uri.empty() ? L"" : AttributePrefix(FindOrAdd(name.uri, L"")), name.local);
+    *out += L"=\"";
+    AppendValue(out, holdsName ? MapName(attribute.value) : attribute.value, true);
+    *out += L'"';
+}
+
+// A qualified name with the prefix that its namespace has here. Text that is none, or whose prefix the
+// document does not declare, stays as it is.
+std::wstring PrefixNormalizer::MapName(std::wstring_view value) {
+    const size_t colon = value.find(L':');
+    if (colon == std::wstring_view::npos) return std::wstring(value);
+    const auto same = [&](const NamespacePrefix& entry) { return entry.prefix == value.substr(0, colon); };
+    const auto found = std::find_if(scope_.rbegin(), scope_.rend(), same);
+    if (found == scope_.rend() || found->uri.empty()) return std::wstring(value);
+    return AttributePrefix(FindOrAdd(found->uri, L"")) + std::wstring(value.substr(colon));
+}
+
+void PrefixNormalizer::CloseTag() {
+    if (tagOpen_) content_ += L'>';
+    tagOpen_ = false;
+}
+
+}  // namespace vlm

@@ -1,0 +1,90 @@
+#include "soap/service_url.h"
+
+#include <algorithm>
+
+namespace vlm {
+
+namespace {
+
+// WinINet's own limits for a URL and for a host name.
+constexpr size_t kLongestUrl = 2083;
+constexpr size_t kLongestHost = 255;
+
+bool EqualsIgnoringCase(std::wstring_view text, std::wstring_view lowerCase) {
+    const auto same = [](wchar_t a, wchar_t b) {
+        return (a >= L'A' && a <= L'Z' ? a - L'A' + L'a' : a) == b;
+    };
+    return std::equal(text.begin(), text.end(), lowerCase.begin(), lowerCase.end(), same);
+}
+
+bool ParsePort(std::wstring_view digits, std::uint16_t* port) {
+    if (digits.empty() || digits.size() > 5) return false;
+    unsigned value = 0;
+    for (const wchar_t c : digits) {
+        if (c < L'0' || c > L'9') return false;
+        value = value * 10 + static_cast<unsigned>(c - L'0');
+    }
+    if (value == 0 || value > 65535) return false;
+    *port = static_cast<std::uint16_t>(value);
+    return true;
+}
+
+// Splits "host", "host:", "host:port", "[v6]", "[v6]:port" or a bare IPv6 address. `port` is left as it is
+// when the text names none.
+bool ParseAuthority(std::wstring_view authority, std::wstring* host, std::uint16_t* port) {
+    std::wstring_view name = authority;
+    std::wstring_view rest;
+    if (authority.starts_with(L'[')) {
+        const size_t bracket = authority.find(L']');
+        if (bracket == std::wstring_view::npos) return false;
+        name = authority.substr(0, bracket + 1);
+        rest = authority.substr(bracket + 1);
+        if (!rest.empty() && rest.front() != L':') return false;
+        if (name.find_first_not_of(L"0123456789abcdefABCDEF:.%", 1) != bracket || bracket == 1) return false;
+    } else if (std::count(authority.begin(), authority.end(), L':') > 1) {
+        return ParseAuthority(L"[" + std::wstring(authority) + L"]", host, port);
+    } else {
+        name = authority.substr(0, authority.find(L':'));
+        rest = authority.substr(name.size());
+        if (name.find_first_of(L"@[]\\<>\"^`{|}") != std::wstring_view::npos) return false;
+    }
+    if (name.empty() || name.size() > kLongestHost) return false;
+    if (rest.size() > 1 && !ParsePort(rest.substr(1), port)) return false;
+    *host = name;
+    return true;
+}
+
+}  // namespace
+
+bool ParseServiceUrl(std::wstring_view text, std::wstring_view defaultPath, ServiceUrl* url) {
+    if (text.size() > kLongestUrl) return false;
+    if (std::any_of(text.begin(), text.end(),
+                    [](wchar_t c) { return c <= 0x20 || (c >= 0x7F && c < 0xA0); })) {
+        return false;
+    }
+    text = text.substr(0, text.find(L'#'));
+
+    ServiceUrl parsed;
+    if (const size_t scheme = text.find(L"://");
+        scheme != std::wstring_view::npos && scheme < text.find_first_of(L"/?")) {
+        parsed.secure = EqualsIgnoringCase(text.substr(0, scheme), L"https");
+        text.remove_prefix(scheme + 3);
+    }
+    parsed.port = parsed.secure ? 443 : 80;
+
+    const std::wstring_view authority = text.substr(0, text.find_first_of(L"/?"));
+    if (!ParseAuthority(authority, &parsed.host, &parsed.port)) return false;
+
+    const std::wstring_view path = text.substr(authority.size());
+    if (std::any_of(path.begin(), path.end(), [](wchar_t c) { return c > 0x7E; })) return false;
+    if (path.empty()) {
+        parsed.path = defaultPath;
+    } else {
+        if (path.front() == L'?') parsed.path = L"/";
+        parsed.path += path;
+    }
+    *url = std::move(parsed);
+    return true;
+}
+
+}  // namespace vlm

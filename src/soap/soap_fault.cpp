@@ -1,0 +1,100 @@
+#include "soap/soap_fault.h"
+
+#include "soap/namespaces.h"
+#include "soap/xml_text.h"
+
+namespace vlm {
+
+namespace {
+
+struct Structure {
+    std::wstring_view name;
+    unsigned bit;
+};
+
+constexpr unsigned kFaultBit = 0x04;
+constexpr Structure kStructure[] = {
+    {L"Envelope", 0x01}, {L"Body", 0x02}, {L"Header", 0x02}, {L"Fault", kFaultBit}};
+
+struct Part {
+    std::wstring_view name;
+    std::wstring SoapFault::*text;
+};
+
+constexpr Part kParts[] = {{L"faultcode", &SoapFault::code},
+                           {L"faultstring", &SoapFault::string},
+                           {L"faultactor", &SoapFault::actor},
+                           {L"detail", &SoapFault::detail}};
+
+struct Meaning {
+    std::wstring_view code;
+    const wchar_t* text;
+};
+
+constexpr Meaning kMeanings[] = {{L"VersionMismatch", L"SOAP Version Mismatch Error"},
+                                 {L"MustUnderstand", L"SOAP Must Understand Error"},
+                                 {L"Client", L"SOAP Invalid Request"},
+                                 {L"Server", L"SOAP Server Application Faulted"}};
+
+}  // namespace
+
+const wchar_t* SoapFaultMeaning(std::wstring_view code) {
+    for (const Meaning& meaning : kMeanings) {
+        if (meaning.code == code) return meaning.text;
+    }
+    return nullptr;
+}
+
+HRESULT CSoapFaultParser::OnPrefix(std::wstring_view prefix, std::wstring_view uri) {
+    if (uri == ns::kSoap11 && !prefix.empty()) prefix_ = prefix;
+    return S_OK;
+}
+
+HRESULT CSoapFaultParser::OnStart(const XmlName& name, const XmlAttributes&) {
+    ++depth_;
+    if (name.uri == ns::kSoap11) {
+        for (const Structure& structure : kStructure) {
+            if (structure.name == name.local) return OnStructure(structure.bit);
+        }
+    }
+    if (state_ != kFaultBit) return E_FAIL;
+    if (depth_ != faultDepth_ + 1) return S_OK;
+    for (const Part& part : kParts) {
+        if (part.name != name.local) continue;
+        target_ = &(fault_->*part.text);
+        target_->clear();
+    }
+    return S_OK;
+}
+
+HRESULT CSoapFaultParser::OnStructure(unsigned bit) {
+    const unsigned next = state_ == 0 ? kStructure[0].bit : state_ * 2;
+    if (bit != next) return E_FAIL;
+    state_ = bit;
+    if (bit == kFaultBit) faultDepth_ = depth_;
+    return S_OK;
+}
+
+HRESULT CSoapFaultParser::OnEnd(const XmlName&) {
+    if (depth_ == faultDepth_) faultDepth_ = 0;  // what follows the fault is not in it
+    if (depth_ == faultDepth_ + 1 && target_ != nullptr) {
+        *target_ = std::wstring(TrimXmlSpace(*target_));
+        if (target_ == &fault_->code && !prefix_.empty() && target_->starts_with(prefix_ + L":")) {
+            target_->erase(0, prefix_.size() + 1);
+        }
+        target_ = nullptr;
+    }
+    --depth_;
+    return S_OK;
+}
+
+HRESULT CSoapFaultParser::OnText(std::wstring_view text) {
+    if (target_ != nullptr) *target_ += text;
+    return S_OK;
+}
+
+HRESULT CSoapFaultParser::OnDocumentEnd() {
+    return state_ == kFaultBit ? S_OK : E_FAIL;
+}
+
+}  // namespace vlm

@@ -1,0 +1,234 @@
+#include "soap/soap_wininet_client.h"
+
+#include <algorithm>
+#include <cwchar>
+#include <memory>
+#include <utility>
+
+#include "soap/bounded_call.h"
+#include "soap/hresult.h"
+#include "soap/read_stream_on_inet.h"
+#include "soap/streams.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr wchar_t kAgent[] = L"VCSoapClient";
+constexpr wchar_t kContentType[] = L"Content-Type: application/soap+xml\r\n";
+
+// Redirects are not followed. WinINet would repeat a POST as a GET without its body, for ever if the printer
+// sends it in a circle, and to whatever host the printer names.
+constexpr DWORD kRequestFlags =
+    INTERNET_FLAG_KEEP_CONNECTION | INTERNET_FLAG_NO_UI | INTERNET_FLAG_NO_AUTO_REDIRECT;
+constexpr DWORD kConnectFlags = INTERNET_FLAG_NO_UI;
+constexpr DWORD kIgnoreCertificate = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID |
+                                     SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
+
+constexpr DWORD kTimeoutWhenNoneIsSet = 30'000;
+// Connecting and sending a request of some kilobytes have one time-out together, the head of the answer has
+// another.
+constexpr DWORD kSendTimeouts = 2;
+constexpr DWORD kBodyTimeouts = 6;
+constexpr DWORD kLongestTimeout = 600'000;
+
+constexpr int kStatusServerError = 500;
+
+}  // namespace
+
+HRESULT CVlSoapWininetClient::SetUrl(std::wstring_view url) {
+    ServiceUrl parsed;
+    if (!ParseServiceUrl(url, url_.path, &parsed)) {
+        Trace(L"SOAP: \"%ls\" is no address of a service\r\n", Printable(url).c_str());
+        return E_INVALIDARG;
+    }
+    CloseAll();
+    url_ = std::move(parsed);
+    return S_OK;
+}
+
+void CVlSoapWininetClient::CleanupClient() {
+    body_.clear();
+    request_.Reset();
+    fault_ = {};
+    clientError_ = SoapClientError::kSuccess;
+}
+
+void CVlSoapWininetClient::CloseAll() {
+    request_.Reset();
+    connection_.Reset();
+    internet_.Reset();
+}
+
+HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
+    HRESULT hr = connection_ ? S_OK : Connect();
+    if (SUCCEEDED(hr)) hr = OpenRequest();
+    if (SUCCEEDED(hr)) hr = Send(std::wstring(actionHeader) + kContentType);
+    if (FAILED(hr)) return hr;
+
+    int status = 0;
+    hr = QueryStatus(&status);
+    if (hr != S_OK || status != kStatusServerError) return FAILED(hr) ? hr : S_OK;
+    clientError_ = FAILED(ReadFault()) ? SoapClientError::kParseFault : SoapClientError::kSoapFault;
+    const wchar_t* meaning = SoapFaultMeaning(fault_.code);
+    Trace(L"SOAP: %ls answered with status 500: %ls\r\n", Printable(url_.host).c_str(),
+          meaning != nullptr ? meaning : L"no code of SOAP's own");
+    return E_FAIL;
+}
+
+HRESULT CVlSoapWininetClient::GetClientReader(IStream** reader) {
+    if (reader == nullptr) return E_POINTER;
+    *reader = nullptr;
+    if (!request_) return E_FAIL;
+    const ULONGLONG deadline = GetTickCount64() + ULONGLONG{EffectiveTimeout()} * kBodyTimeouts;
+    *reader = new CReadStreamOnInet(request_.Get(), deadline);
+    return S_OK;
+}
+
+HRESULT CVlSoapWininetClient::ReadBody(std::string* body) {
+    struct Reading {
+        ComPtr<IStream> reader;
+        std::string bytes;
+        HRESULT result = E_FAIL;
+    };
+    const auto reading = std::make_shared<Reading>();
+    HRESULT hr = GetClientReader(reading->reader.Receive());
+    if (FAILED(hr)) return hr;
+    // The reader ends by itself at its deadline, unless one single read outlasts it.
+    const bool ended =
+        RunBounded([reading] { reading->result = ReadToEnd(reading->reader.Get(), &reading->bytes); },
+                   EffectiveTimeout() * kBodyTimeouts);
+    if (!ended) {
+        CloseAll();
+        Trace(L"SOAP: the answer of %ls does not end\r\n", Printable(url_.host).c_str());
+        return E_FAIL;
+    }
+    *body = std::move(reading->bytes);
+    return reading->result;
+}
+
+HRESULT CVlSoapWininetClient::InitializeReader() {
+    if (reader_) return S_OK;
+    const HRESULT hr = CreateSaxReader(reader_.Receive());
+    if (FAILED(hr)) clientError_ = SoapClientError::kInitialize;
+    return hr;
+}
+
+HRESULT CVlSoapWininetClient::SetBody(const char* text) {
+    if (text == nullptr) {
+        clientError_ = SoapClientError::kGenerate;
+        return E_POINTER;
+    }
+    const HRESULT hr = GuardHresult([&] {
+        body_ = text;
+        return S_OK;
+    });
+    if (FAILED(hr)) clientError_ = SoapClientError::kOutOfMemory;
+    return hr;
+}
+
+HRESULT CVlSoapWininetClient::Connect() {
+    internet_.Reset(InternetOpenW(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
+    if (internet_) {
+        SetTimeouts(internet_.Get());
+        connection_.Reset(InternetConnectW(internet_.Get(), url_.host.c_str(), url_.port, nullptr, nullptr,
+                                           INTERNET_SERVICE_HTTP, kConnectFlags, 0));
+    }
+    if (connection_) return S_OK;
+    Trace(L"SOAP: no connection to %ls, error %lu\r\n", Printable(url_.host).c_str(), GetLastError());
+    CloseAll();
+    clientError_ = SoapClientError::kConnect;
+    return E_FAIL;
+}
+
+HRESULT CVlSoapWininetClient::OpenRequest() {
+    const wchar_t* acceptTypes[] = {L"text/*", nullptr};
+    const DWORD flags = kRequestFlags | (url_.secure ? INTERNET_FLAG_SECURE : 0);
+    request_.Reset(HttpOpenRequestW(connection_.Get(), L"POST", url_.path.c_str(), L"HTTP/1.0", nullptr,
+                                    acceptTypes, flags, 0));
+    if (!request_) {
+        Trace(L"SOAP: no request to %ls, error %lu\r\n", Printable(url_.host).c_str(), GetLastError());
+        clientError_ = SoapClientError::kSend;
+        return E_FAIL;
+    }
+    // Not every WinINet hands the session's time-outs down to its requests.
+    SetTimeouts(request_.Get());
+    if (url_.secure) {
+        DWORD security = 0;
+        DWORD size = sizeof security;
+        InternetQueryOptionW(request_.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security, &size);
+        security |= kIgnoreCertificate;
+        InternetSetOptionW(request_.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security, sizeof security);
+    }
+    return S_OK;
+}
+
+HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
+    struct Sending {
+        HINTERNET request;
+        std::wstring headers;
+        std::string body;
+        BOOL sent = FALSE;
+        DWORD error = ERROR_SUCCESS;
+    };
+    const auto sending = std::make_shared<Sending>();
+    sending->request = request_.Get();
+    sending->headers = std::move(headers);
+    sending->body = body_;
+    const auto send = [sending] {
+        Sending& s = *sending;
+        s.sent = HttpSendRequestW(s.request, s.headers.data(), static_cast<DWORD>(s.headers.size()),
+                                  s.body.data(), static_cast<DWORD>(s.body.size()));
+        s.error = s.sent ? ERROR_SUCCESS : GetLastError();
+    };
+    const bool ended = RunBounded(send, EffectiveTimeout() * kSendTimeouts);
+    // Without its handle a call that was left behind has nothing more to wait for.
+    if (!ended) CloseAll();
+    if (ended && sending->sent) return S_OK;
+    const DWORD error = ended ? sending->error : static_cast<DWORD>(ERROR_INTERNET_TIMEOUT);
+    Trace(L"SOAP: no answer from %ls, error %lu\r\n", Printable(url_.host).c_str(), error);
+    return E_FAIL;
+}
+
+// S_FALSE when the answer's status cannot be told.
+HRESULT CVlSoapWininetClient::QueryStatus(int* status) {
+    wchar_t text[256];
+    DWORD size = sizeof text;
+    if (!HttpQueryInfoW(request_.Get(), HTTP_QUERY_STATUS_CODE, text, &size, nullptr)) {
+        return GetLastError() == ERROR_INSUFFICIENT_BUFFER ? E_INVALIDARG : S_FALSE;
+    }
+    *status = static_cast<int>(std::wcstol(text, nullptr, 10));
+    if (*status > 0) return S_OK;
+    // A connection that was closed before any byte, for one, passes for an answer with status 0.
+    Trace(L"SOAP: %ls did not answer in HTTP\r\n", Printable(url_.host).c_str());
+    return E_FAIL;
+}
+
+HRESULT CVlSoapWininetClient::ReadFault() {
+    std::string body;
+    HRESULT hr = ReadBody(&body);
+    if (SUCCEEDED(hr)) hr = InitializeReader();
+    if (FAILED(hr)) return hr;
+    SoapFault fault;
+    CSoapFaultParser parser(&fault);
+    hr = ParseXml(reader_.Get(), body, &parser);
+    if (SUCCEEDED(hr)) fault_ = std::move(fault);
+    return hr;
+}
+
+void CVlSoapWininetClient::SetTimeouts(HINTERNET handle) const {
+    if (timeout_ == 0) return;
+    constexpr DWORD kOptions[] = {INTERNET_OPTION_CONNECT_TIMEOUT, INTERNET_OPTION_RECEIVE_TIMEOUT,
+                                  INTERNET_OPTION_SEND_TIMEOUT};
+    for (const DWORD option : kOptions) {
+        DWORD timeout = timeout_;
+        InternetSetOptionW(handle, option, &timeout, sizeof timeout);
+    }
+}
+
+DWORD CVlSoapWininetClient::EffectiveTimeout() const {
+    return timeout_ == 0 ? kTimeoutWhenNoneIsSet : std::min(timeout_, kLongestTimeout);
+}
+
+}  // namespace vlm

@@ -1,0 +1,105 @@
+// One SOAP exchange at a time with an HTTP endpoint on a printer, over WinINet.
+//
+// The request goes out as HTTP/1.0 POST without a proxy, without user interface, without credentials;
+// certificates of printers are self-made, so certificate problems never stop a request. Nothing is retried.
+//
+// Results are HRESULTs; what went wrong beyond that is in GetClientError() and the trace. An HTTP status
+// other than 500 is a successful exchange here, whatever the body: its reader finds out. No call lasts longer
+// than
+//   SendRequest: twice the time-out for the request and the head of the answer, 6 × the time-out for a
+//   fault's body;
+//   ReadBody:    6 × the time-out, and 16 MiB.
+// With time-out 0 nothing is asked of WinINet and 30 seconds count in its place.
+//
+// For one thread, which has COM initialised; not shared. WinINet's handles are closed at the latest on
+// destruction.
+#pragma once
+
+#include <windows.h>
+// windows.h first.
+#include <wininet.h>
+
+#include <string>
+#include <string_view>
+
+#include "soap/service_url.h"
+#include "soap/soap_fault.h"
+#include "util/com.h"
+#include "util/handles.h"
+
+namespace vlm {
+
+enum class SoapClientError {
+    kSuccess = 0,
+    kInitialize = 1,   // no SAX reader
+    kOutOfMemory = 2,  // no memory for the request
+    kGenerate = 3,     // the request cannot be written
+    kConnect = 4,      // no Internet handle or connection
+    kSend = 5,         // no HTTP request handle
+    kSoapFault = 7,    // HTTP status 500 with a fault that could be read
+    kParseFault = 8,   // HTTP status 500 without one
+    kParse = 10,       // a successful answer that could not be read
+};
+
+struct InternetHandleTraits {
+    using Type = HINTERNET;
+    static Type Invalid() { return nullptr; }
+    static void Close(Type handle) { InternetCloseHandle(handle); }
+};
+using InternetHandle = Unique<InternetHandleTraits>;
+
+class CVlSoapWininetClient {
+ public:
+    explicit CVlSoapWininetClient(ServiceUrl endpoint) : url_(std::move(endpoint)) {}
+
+    // Replaces the endpoint and closes the connection to the old one. What `url` leaves out is taken as
+    // ParseServiceUrl() says, with the path that the client has. E_INVALIDARG for a URL that cannot be used;
+    // the endpoint then stays.
+    HRESULT SetUrl(std::wstring_view url);
+    // In milliseconds.
+    void SetTimeout(DWORD timeout) { timeout_ = timeout; }
+
+    // Makes ready for the next exchange; the connection stays open.
+    void CleanupClient();
+    void CloseAll();
+    // `actionHeader` is a whole header line with its CR LF. S_OK when an answer's head has come with a status
+    // other than 500.
+    HRESULT SendRequest(std::wstring_view actionHeader);
+    // The body of the answer, readable once, until CleanupClient() or CloseAll().
+    HRESULT GetClientReader(IStream** reader);
+    // The whole of it.
+    HRESULT ReadBody(std::string* body);
+
+    SoapClientError GetClientError() const { return clientError_; }
+    const SoapFault& GetFault() const { return fault_; }
+
+ protected:
+    static constexpr std::wstring_view kEmptyAction = L"SOAPAction: \"\"\r\n";
+
+    // The reader for answers, created on first use.
+    HRESULT InitializeReader();
+    // The next request's body.
+    HRESULT SetBody(const char* text);
+
+ private:
+    HRESULT Connect();
+    HRESULT OpenRequest();
+    HRESULT Send(std::wstring headers);
+    HRESULT QueryStatus(int* status);
+    HRESULT ReadFault();
+    void SetTimeouts(HINTERNET handle) const;
+    DWORD EffectiveTimeout() const;
+
+    ServiceUrl url_;
+    DWORD timeout_ = 0;
+    // Closed in the reverse order.
+    InternetHandle internet_;
+    InternetHandle connection_;
+    InternetHandle request_;
+    std::string body_;
+    ComPtr<ISAXXMLReader> reader_;
+    SoapFault fault_;
+    SoapClientError clientError_ = SoapClientError::kSuccess;
+};
+
+}  // namespace vlm

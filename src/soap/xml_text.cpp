@@ -1,0 +1,72 @@
+#include "soap/xml_text.h"
+
+#include <cstdint>
+#include <cstdio>
+
+namespace vlm {
+
+namespace {
+
+constexpr bool IsHighSurrogate(std::uint32_t c) {
+    return c >= 0xD800 && c <= 0xDBFF;
+}
+
+constexpr bool IsLowSurrogate(std::uint32_t c) {
+    return c >= 0xDC00 && c <= 0xDFFF;
+}
+
+// The character at `*position`, which moves behind it.
+std::uint32_t NextCharacter(std::wstring_view text, size_t* position) {
+    const auto c = static_cast<std::uint32_t>(text[(*position)++]);
+    if (IsHighSurrogate(c) && *position < text.size()) {
+        const auto low = static_cast<std::uint32_t>(text[*position]);
+        if (IsLowSurrogate(low)) {
+            ++*position;
+            return 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+        }
+    }
+    return IsHighSurrogate(c) || IsLowSurrogate(c) ? 0xFFFD : c;
+}
+
+}  // namespace
+
+void AppendEscaped(std::string* out, std::wstring_view text) {
+    for (size_t position = 0; position < text.size();) {
+        const std::uint32_t c = NextCharacter(text, &position);
+        switch (c) {
+            case '&':
+                *out += "&amp;";
+                continue;
+            case '<':
+                *out += "&lt;";
+                continue;
+            case '>':
+                *out += "&gt;";
+                continue;
+            case '"':
+                *out += "&quot;";
+                continue;
+            case '\'':
+                *out += "&apos;";
+                continue;
+            default:
+                break;
+        }
+        if (c >= 0x20 && c <= 0x7E) {
+            *out += static_cast<char>(c);
+            continue;
+        }
+        char reference[16];
+        std::snprintf(reference, sizeof reference, "&#x%06X;", static_cast<unsigned>(c));
+        *out += reference;
+    }
+}
+
+std::wstring_view TrimXmlSpace(std::wstring_view text) {
+    constexpr std::wstring_view kSpace = L" \t\r\n";
+    const size_t first = text.find_first_not_of(kSpace);
+    if (first == std::wstring_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(kSpace) + 1 - first);
+}
+
+}  // namespace vlm

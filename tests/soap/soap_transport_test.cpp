@@ -1,0 +1,439 @@
+// The transport against a printer that does everything wrong that a server can do on a connection.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "soap/printer_elements.h"
+#include "soap/printer_service.h"
+#include "soap/streams.h"
+#include "tests/soap/scripted_server.h"
+#include "tests/support/resources.h"
+
+namespace vlm {
+namespace {
+
+using test::Answer;
+using test::Hold;
+using test::Http;
+using test::ReadRequest;
+using test::Reset;
+using test::Script;
+using test::ScriptedServer;
+using test::Send;
+using Proxy = PrinterService::CPrinterServiceT<CVlSoapWininetClient>;
+
+constexpr DWORD kTimeout = 200;
+// For threads, the scheduler, and a machine that is busy with other tests.
+constexpr DWORD kSlack = 700;
+
+const std::string kEnvelope =
+    "<s:Envelope xmlns:s='http://www.w3.org/2003/05/soap-envelope'><s:Body>"
+    "<p:GetPrinterElementsResponse xmlns:p='http://schemas.microsoft.com/windows/2006/08/wdp/print'/>"
+    "</s:Body></s:Envelope>";
+const std::string kFault11 =
+    "<e:Envelope xmlns:e='http://schemas.xmlsoap.org/soap/envelope/'><e:Body><e:Fault>"
+    "<faultcode>e:Client</faultcode><faultstring>no &amp; "
+    "never</faultstring></e:Fault></e:Body></e:Envelope>";
+const std::string kFault12 =
+    "<s:Envelope xmlns:s='http://www.w3.org/2003/05/soap-envelope'><s:Body><s:Fault><s:Code>"
+    "<s:Value>s:Receiver</s:Value></s:Code></s:Fault></s:Body></s:Envelope>";
+const std::string kHtml = "<html><head></head><body><p>Not found<br></body></html>";
+const std::string kBomb = "<!DOCTYPE a [<!ENTITY b 'xxxxxxxxxx'><!ENTITY c '&b;&b;&b;'>]>";
+
+struct Outcome {
+    HRESULT transport = E_UNEXPECTED;
+    SoapClientError clientError = SoapClientError::kSuccess;
+    HRESULT whole = E_UNEXPECTED;  // with the clean-up of what came
+    DWORD milliseconds = 0;
+    std::wstring faultString;
+};
+
+Outcome Exchange(const std::wstring& url) {
+    const ULONGLONG start = GetTickCount64();
+    Outcome outcome;
+    Proxy proxy;
+    EXPECT_EQ(proxy.SetUrl(url), S_OK);
+    proxy.SetTimeout(kTimeout);
+    ComPtr<IStream> answer;
+    outcome.transport = outcome.whole = proxy.GetPrinterElements("<request/>", answer.Receive());
+    EXPECT_EQ(SUCCEEDED(outcome.transport), static_cast<bool>(answer));
+    if (answer) {
+        ComPtr<IStream> clean;
+        outcome.whole = CleanPrinterElements(answer.Get(), L"<EnumQueryElement/>", clean.Receive());
+        EXPECT_EQ(SUCCEEDED(outcome.whole), static_cast<bool>(clean));
+    }
+    outcome.clientError = proxy.GetClientError();
+    outcome.faultString = proxy.GetFault().string;
+    outcome.milliseconds = static_cast<DWORD>(GetTickCount64() - start);
+    return outcome;
+}
+
+std::string Chunk(const std::string& body) {
+    char size[16];
+    snprintf(size, sizeof size, "%zx\r\n", body.size());
+    return size + body + "\r\n";
+}
+
+std::string Announced(size_t length, const std::string& body) {
+    return "HTTP/1.1 200 OK\r\nConnection: close\r\nContent-Length: " + std::to_string(length) + "\r\n\r\n" +
+           body;
+}
+
+const std::string kChunkedHead = "HTTP/1.1 200 OK\r\nConnection: close\r\nTransfer-Encoding: chunked\r\n\r\n";
+const std::string kOpenHead = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
+
+const std::string kDeep = [] {
+    std::string text;
+    for (int i = 0; i < 1000; ++i)
+        text += "<a>";
+    return text;
+}();
+
+constexpr DWORD kAtOnce = 0;
+constexpr DWORD kOneReceive = kTimeout;
+constexpr DWORD kHead = 2 * kTimeout;
+constexpr DWORD kBody = 6 * kTimeout;
+
+struct Row {
+    const char* name;
+    Script script;
+    HRESULT transport;
+    HRESULT whole;
+    SoapClientError clientError = SoapClientError::kSuccess;
+    DWORD bound = kAtOnce;
+    const wchar_t* scheme = L"http";
+};
+
+void PrintTo(const Row& row, std::ostream* out) {
+    *out << row.name;
+}
+
+const Row kRows[] = {
+    {"WholeAnswer", Answer(Http("200 OK", kEnvelope)), S_OK, S_OK},
+    {"Chunked",
+     Answer(kChunkedHead + Chunk(kEnvelope.substr(0, 50)) + Chunk(kEnvelope.substr(50)) + "0\r\n\r\n"), S_OK,
+     S_OK},
+    {"ChunkedWithALengthToo",
+     Answer("HTTP/1.1 200 OK\r\nContent-Length: 9999\r\n" + kChunkedHead.substr(17) + Chunk(kEnvelope) +
+            "0\r\n\r\n"),
+     S_OK, S_OK},
+    {"EndsWithTheConnection", Answer(kOpenHead + kEnvelope), S_OK, S_OK},
+    {"HttpOneZero", Answer("HTTP/1.0 200 OK\r\n\r\n" + kEnvelope), S_OK, S_OK},
+    {"InTwoPieces",
+     {ReadRequest(), Send(Announced(kEnvelope.size(), kEnvelope.substr(0, 9)), 1, 100),
+      Send(kEnvelope.substr(9))},
+     S_OK,
+     S_OK,
+     SoapClientError::kSuccess,
+     100},
+    {"Html", Answer(Http("200 OK", kHtml)), S_OK, E_FAIL},
+    {"WellFormedHtml", Answer(Http("200 OK", "<html xmlns='http://www.w3.org/1999/xhtml'/>")), S_OK, E_FAIL},
+    {"NotFound", Answer(Http("404 Not Found", kHtml)), S_OK, E_FAIL},
+    {"Unauthorized", Answer(Http("401 Unauthorized", kHtml, "WWW-Authenticate: Basic realm=\"p\"\r\n")), S_OK,
+     E_FAIL},
+    {"BadRequestWithAnEnvelope", Answer(Http("400 Bad Request", kEnvelope)), S_OK, S_OK},
+    {"RedirectToItself", Answer(Http("302 Found", "", "Location: /wsd/print/\r\n")), S_OK, E_FAIL},
+    {"Gzip", Answer(Http("200 OK", "\x1f\x8b\x08" + std::string(20, '\0'), "Content-Encoding: gzip\r\n")),
+     S_OK, E_FAIL},
+    {"EmptyBody", Answer(Http("200 OK", "")), S_OK, E_FAIL},
+    {"NoContent", Answer("HTTP/1.1 204 No Content\r\nConnection: close\r\n\r\n"), S_OK, E_FAIL},
+    {"NoHttpAtAll", Answer("220 printer ready\r\n\r\nLPD\r\n"), S_OK, E_FAIL},
+    {"StatusZero", Answer(Http("0 What", kEnvelope)), E_FAIL, E_FAIL},
+    {"ClosedOnAccept", {}, E_FAIL, E_FAIL},
+    {"ClosedAfterTheRequest", {ReadRequest()}, E_FAIL, E_FAIL},
+    {"ResetAfterTheRequest", {ReadRequest(), Reset()}, E_FAIL, E_FAIL},
+    {"ClosedInTheHead", Answer("HTTP/1.1 200 OK\r\nContent-Le"), S_OK, E_FAIL},
+    {"ClosedInTheBody", Answer(Announced(kEnvelope.size(), kEnvelope.substr(0, 60))), E_FAIL, E_FAIL},
+    {"ClosedInAChunk", Answer(kChunkedHead + "fff\r\n" + kEnvelope), S_OK, S_OK},
+    {"ClosedInTheOpenBody", Answer(kOpenHead + kEnvelope.substr(0, 60)), S_OK, E_FAIL},
+    {"LengthTooSmall", Answer(Announced(kEnvelope.size() - 5, kEnvelope)), S_OK, E_FAIL},
+    {"LengthTooLargeThenClosed", Answer(Announced(kEnvelope.size() + 5, kEnvelope)), E_FAIL, E_FAIL},
+    {"LengthTooLargeThenMute",
+     {ReadRequest(), Send(Announced(kEnvelope.size() + 5, kEnvelope)), Hold()},
+     E_FAIL,
+     E_FAIL,
+     SoapClientError::kSuccess,
+     kOneReceive},
+    {"LengthIsNoNumber",
+     Answer("HTTP/1.1 200 OK\r\nContent-Length: many\r\n" + kOpenHead.substr(17) + kEnvelope), S_OK, S_OK},
+    {"Mute", {ReadRequest(), Hold()}, E_FAIL, E_FAIL, SoapClientError::kSuccess, kHead},
+    {"MuteOnTls", {Hold()}, E_FAIL, E_FAIL, SoapClientError::kSuccess, kHead, L"https"},
+    {"NoTlsOnTlsPort",
+     {Send("HTTP/1.1 400 Bad Request\r\n\r\n")},
+     E_FAIL,
+     E_FAIL,
+     SoapClientError::kSuccess,
+     kHead,
+     L"https"},
+    {"HeadInDrips",
+     {ReadRequest(), Send("HTTP/1.1 200 OK\r\n"), Send("X", 400, 20)},
+     E_FAIL,
+     E_FAIL,
+     SoapClientError::kSuccess,
+     kHead},
+    {"BodyInDrips",
+     {ReadRequest(), Send(kOpenHead), Send(" ", 400, 20)},
+     E_FAIL,
+     E_FAIL,
+     SoapClientError::kSuccess,
+     kBody},
+    {"ChunkSizeInDrips",
+     {ReadRequest(), Send(kChunkedHead), Send("0", 400, 20)},
+     E_FAIL,
+     E_FAIL,
+     SoapClientError::kSuccess,
+     kBody},
+    {"BodyWithoutEnd",
+     {ReadRequest(), Send(kOpenHead), Send(std::string(1 << 20, ' '), 100)},
+     E_FAIL,
+     E_FAIL,
+     SoapClientError::kSuccess,
+     kBody},
+    {"EntityBomb", Answer(Http("200 OK", kBomb + kEnvelope)), S_OK, E_FAIL},
+    {"DepthWithoutEnd",
+     {ReadRequest(), Send(kOpenHead), Send(kDeep, 100)},
+     S_OK,
+     E_FAIL,
+     SoapClientError::kSuccess,
+     kBody},
+    {"Fault11", Answer(Http("500 Internal Server Error", kFault11)), E_FAIL, E_FAIL,
+     SoapClientError::kSoapFault},
+    {"Fault12", Answer(Http("500 Internal Server Error", kFault12)), E_FAIL, E_FAIL,
+     SoapClientError::kParseFault},
+    {"FaultWithoutXml", Answer(Http("500 Oops", kHtml)), E_FAIL, E_FAIL, SoapClientError::kParseFault},
+    {"FaultWithoutBody", Answer(Http("500 Oops", "")), E_FAIL, E_FAIL, SoapClientError::kParseFault},
+    {"FaultWithEntityBomb", Answer(Http("500 Oops", kBomb + kFault11)), E_FAIL, E_FAIL,
+     SoapClientError::kParseFault},
+    {"FaultInDrips",
+     {ReadRequest(), Send("HTTP/1.1 500 Oops\r\n\r\n"), Send(" ", 400, 20)},
+     E_FAIL,
+     E_FAIL,
+     SoapClientError::kParseFault,
+     kBody},
+};
+
+class Misbehaviour : public testing::TestWithParam<Row> {
+ protected:
+    const ComApartment com_{COINIT_APARTMENTTHREADED};
+};
+
+bool IsWithin(const test::Resources& now, const test::Resources& before) {
+    return now.handles <= before.handles && now.threads <= before.threads &&
+           now.heapBlocks <= before.heapBlocks;
+}
+
+TEST_P(Misbehaviour, EndsInTimeWithItsResultAndLeavesNothing) {
+    const Row& row = GetParam();
+    ScriptedServer server(row.script);
+    const std::wstring url = server.Url(row.scheme);
+
+    // What WinINet, MSXML and the runtime make once and keep is not left behind; what is, is left by every
+    // exchange.
+    test::Resources before{};
+    test::Resources after{};
+    for (int exchange = 0; exchange < 4; ++exchange) {
+        const Outcome outcome = Exchange(url);
+        EXPECT_EQ(outcome.transport, row.transport);
+        EXPECT_EQ(outcome.whole, row.whole);
+        EXPECT_EQ(outcome.clientError, row.clientError);
+        EXPECT_LE(outcome.milliseconds, row.bound + kSlack);
+        EXPECT_EQ(outcome.faultString, row.clientError == SoapClientError::kSoapFault ? L"no & never" : L"");
+        server.HangUp();
+        after = test::CountResources();
+        // Threads and sockets end a little later than those who wait for them.
+        for (int wait = 0; wait < 30 && exchange > 0 && !IsWithin(after, before); ++wait) {
+            Sleep(10);
+            after = test::CountResources();
+        }
+        if (IsWithin(after, before)) break;
+        before = after;
+    }
+    EXPECT_TRUE(IsWithin(after, before)) << after << " and rising";
+}
+
+INSTANTIATE_TEST_SUITE_P(Printer, Misbehaviour, testing::ValuesIn(kRows),
+                         [](const auto& row) { return std::string(row.param.name); });
+
+class Transport : public testing::Test {
+ protected:
+    const ComApartment com_{COINIT_APARTMENTTHREADED};
+};
+
+TEST_F(Transport, SendsTheRequestAsPrintServicesExpectIt) {
+    ScriptedServer server(Answer(Http("200 OK", kEnvelope)));
+    const std::wstring url = server.Url() + L"?a&b";
+    const wchar_t query[] =
+        L"<EnumQueryElement xmlns:v=\"urn:v\"><Name>v:\u00c4</Name><Other/></EnumQueryElement>";
+    std::string ids[2][2];
+    for (auto& [messageId, from] : ids) {
+        ComPtr<IStream> response;
+        ASSERT_EQ(GetPrinterElements(url.c_str(), query, response.Receive()), S_OK);
+        const std::string request = server.LastRequest();
+        const std::string head = request.substr(0, request.find("\r\n\r\n") + 2);
+        const std::string body = request.substr(head.size() + 2);
+        EXPECT_TRUE(head.starts_with("POST /wsd/print/?a&b HTTP/1.0\r\n")) << head;
+        for (const char* line : {"Accept: text/*", "User-Agent: VCSoapClient", "SOAPAction: \"\"",
+                                 "Content-Type: application/soap+xml", "Connection: Keep-Alive"}) {
+            EXPECT_NE(head.find(std::string("\r\n") + line + "\r\n"), std::string::npos) << line << "\n"
+                                                                                         << head;
+        }
+        EXPECT_NE(body.find("/wsd/print/?a&amp;b</wsa:To>"), std::string::npos);
+        EXPECT_NE(body.find("<pri:RequestedElements xmlns:v=\"urn:v\"><pri:Name>v:&#x0000C4;</pri:Name>"
+                            "</pri:RequestedElements>"),
+                  std::string::npos)
+            << body;
+        const size_t id = body.find("<wsa:MessageID>urn:uuid:");
+        const size_t sender = body.find("<wsa:From><wsa:Address>urn:uuid:");
+        ASSERT_NE(id, std::string::npos);
+        ASSERT_NE(sender, std::string::npos);
+        messageId = body.substr(id + 24, 36);
+        from = body.substr(sender + 32, 36);
+        EXPECT_EQ(messageId.find_first_not_of("0123456789abcdef-"), std::string::npos) << messageId;
+    }
+    EXPECT_NE(ids[0][0], ids[0][1]);
+    EXPECT_NE(ids[0][0], ids[1][0]);
+    EXPECT_NE(ids[0][1], ids[1][1]);
+}
+
+// The public operations' own time-out is five seconds, so there is one mute printer for both ways in.
+TEST_F(Transport, GivesUpOnAMutePrinterAfterItsTimeout) {
+    const ScriptedServer server({ReadRequest(), Hold()});
+    const ULONGLONG start = GetTickCount64();
+    ComPtr<IStream> query;
+    ASSERT_EQ(MakeStream("<EnumQueryElement/>", query.Receive()), S_OK);
+    ComPtr<IStream> response;
+    EXPECT_EQ(GetPrinterElementsFromStream(server.Url().c_str(), query.Get(), response.Receive()), E_FAIL);
+    EXPECT_FALSE(response);
+    const ULONGLONG elapsed = GetTickCount64() - start;
+    EXPECT_GE(elapsed, 4500u);
+    EXPECT_LE(elapsed, 10'000u + kSlack);
+}
+
+TEST_F(Transport, FailsAtOnceWhereNobodyListens) {
+    std::wstring url;
+    {
+        const ScriptedServer server({});
+        url = server.Url();
+    }
+    const Outcome outcome = Exchange(url);
+    EXPECT_EQ(outcome.transport, E_FAIL);
+    EXPECT_EQ(outcome.clientError, SoapClientError::kSuccess);
+    EXPECT_LE(outcome.milliseconds, kSlack);
+}
+
+TEST_F(Transport, GivesUpOnAConnectThatIsNeverAnswered) {
+    // A listener whose queue is full: the system drops further attempts.
+    const ScriptedServer winsockUser({});
+    const SOCKET listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    int length = sizeof address;
+    auto* const plain = reinterpret_cast<sockaddr*>(&address);
+    ASSERT_EQ(bind(listener, plain, length), 0);
+    ASSERT_EQ(listen(listener, 1), 0);
+    ASSERT_EQ(getsockname(listener, plain, &length), 0);
+    std::vector<SOCKET> queue;
+    for (int i = 0; i < 8; ++i) {
+        queue.push_back(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
+        u_long nonBlocking = 1;
+        ioctlsocket(queue.back(), static_cast<long>(FIONBIO), &nonBlocking);
+        connect(queue.back(), plain, length);
+    }
+    const Outcome outcome = Exchange(L"127.0.0.1:" + std::to_wstring(ntohs(address.sin_port)));
+    EXPECT_EQ(outcome.transport, E_FAIL);
+    EXPECT_LE(outcome.milliseconds, kHead + kSlack);
+    for (const SOCKET waiting : queue)
+        closesocket(waiting);
+    closesocket(listener);
+}
+
+TEST_F(Transport, CarriesSeveralExchangesOverOneConnection) {
+    const std::string answer = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\n";
+    const ScriptedServer server(
+        {ReadRequest(), Send(answer + "<a/>"), ReadRequest(), Send(answer + "<b/>"), ReadRequest(),
+         Send("HTTP/1.1 500 Oops\r\nContent-Length: " + std::to_string(kFault11.size()) + "\r\n\r\n" +
+              kFault11)});
+    Proxy proxy;
+    ASSERT_EQ(proxy.SetUrl(server.Url()), S_OK);
+    proxy.SetTimeout(kTimeout);
+    for (const char* expected : {"<a/>", "<b/>"}) {
+        ComPtr<IStream> answered;
+        std::string body;
+        ASSERT_EQ(proxy.GetPrinterElements("<r/>", answered.Receive()), S_OK);
+        ASSERT_EQ(ReadWhole(answered.Get(), &body), S_OK);
+        EXPECT_EQ(body, expected);
+    }
+    ComPtr<IStream> none;
+    EXPECT_EQ(proxy.GetPrinterElements("<r/>", none.Receive()), E_FAIL);
+    EXPECT_EQ(proxy.GetClientError(), SoapClientError::kSoapFault);
+    EXPECT_EQ(proxy.GetFault().code, L"Client");
+    EXPECT_EQ(proxy.GetPrinterElements(nullptr, none.Receive()), E_POINTER);
+    EXPECT_EQ(proxy.GetClientError(), SoapClientError::kGenerate);
+    EXPECT_EQ(proxy.GetFault().code, L"") << "the last exchange's fault must not stay";
+    EXPECT_EQ(server.Connections(), 1u);
+}
+
+TEST_F(Transport, RefusesARedirectWithoutASecondRequest) {
+    const ScriptedServer server(Answer(Http("307 Temporary Redirect", "", "Location: /wsd/print/\r\n")));
+    EXPECT_EQ(Exchange(server.Url()).whole, E_FAIL);
+    EXPECT_EQ(server.Connections(), 1u);
+}
+
+TEST_F(Transport, IsNotSlowedByAMuteNeighbour) {
+    const ScriptedServer mute({ReadRequest(), Hold()});
+    const ScriptedServer healthy(Answer(Http("200 OK", kEnvelope)));
+    std::thread waiting([&] {
+        const ComApartment com(COINIT_MULTITHREADED);
+        EXPECT_EQ(Exchange(mute.Url()).transport, E_FAIL);
+    });
+    std::vector<std::thread> others;
+    std::atomic<DWORD> slowest{0};
+    for (int i = 0; i < 8; ++i) {
+        others.emplace_back([&] {
+            const ComApartment com(COINIT_MULTITHREADED);
+            const Outcome outcome = Exchange(healthy.Url());
+            EXPECT_EQ(outcome.whole, S_OK);
+            DWORD seen = slowest;
+            while (seen < outcome.milliseconds &&
+                   !slowest.compare_exchange_weak(seen, outcome.milliseconds)) {
+            }
+        });
+    }
+    for (std::thread& thread : others)
+        thread.join();
+    EXPECT_LE(slowest, kSlack);
+    waiting.join();
+}
+
+TEST_F(Transport, RefusesBadArgumentsBeforeAnythingIsSent) {
+    const ScriptedServer server(Answer(Http("200 OK", kEnvelope)));
+    const std::wstring url = server.Url();
+    ComPtr<IStream> response;
+    EXPECT_EQ(GetPrinterElements(url.c_str(), L"<EnumQueryElement/>", nullptr), E_INVALIDARG);
+    EXPECT_EQ(GetPrinterElements(nullptr, L"<EnumQueryElement/>", response.Receive()), E_INVALIDARG);
+    EXPECT_EQ(GetPrinterElements(url.c_str(), nullptr, response.Receive()), E_INVALIDARG);
+    EXPECT_EQ(GetPrinterElements(L"http://a b/", L"<EnumQueryElement/>", response.Receive()), E_INVALIDARG);
+    EXPECT_EQ(GetPrinterElementsFromStream(url.c_str(), nullptr, response.Receive()), E_INVALIDARG);
+    for (const wchar_t* query : {L"", L"<Other/>", L"<EnumQueryElement>", L"text"}) {
+        EXPECT_EQ(GetPrinterElements(url.c_str(), query, response.Receive()), E_FAIL)
+            << testing::PrintToString(query);
+    }
+    EXPECT_EQ(server.Connections(), 0u);
+}
+
+TEST(TransportWithoutCom, FailsBeforeAnythingIsSent) {
+    const ScriptedServer server(Answer(Http("200 OK", kEnvelope)));
+    Proxy proxy;
+    ASSERT_EQ(proxy.SetUrl(server.Url()), S_OK);
+    ComPtr<IStream> answer;
+    EXPECT_EQ(proxy.GetPrinterElements("<r/>", answer.Receive()), CO_E_NOTINITIALIZED);
+    EXPECT_EQ(proxy.GetClientError(), SoapClientError::kInitialize);
+    EXPECT_EQ(server.Connections(), 0u);
+}
+
+}  // namespace
+}  // namespace vlm
