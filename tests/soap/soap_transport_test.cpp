@@ -341,7 +341,7 @@ TEST_F(Transport, GivesUpOnAConnectThatIsNeverAnswered) {
         queue.push_back(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
         u_long nonBlocking = 1;
         ioctlsocket(queue.back(), static_cast<long>(FIONBIO), &nonBlocking);
-        connect(queue.back(), plain, length);
+        static_cast<void>(connect(queue.back(), plain, length));
     }
     const Outcome outcome = Exchange(L"127.0.0.1:" + std::to_wstring(ntohs(address.sin_port)));
     EXPECT_EQ(outcome.transport, E_FAIL);
@@ -391,6 +391,7 @@ TEST_F(Transport, IsNotSlowedByAMuteNeighbour) {
         EXPECT_EQ(Exchange(mute.Url()).transport, E_FAIL);
     });
     std::vector<std::thread> others;
+    others.reserve(8);
     std::atomic<DWORD> slowest{0};
     for (int i = 0; i < 8; ++i) {
         others.emplace_back([&] {
