@@ -86,7 +86,8 @@ TEST_F(JobTest, RefusedStartLeavesThePortFreeAndTheLowerError) {
             return FALSE;
         };
         SetLastError(kPoison);
-        EXPECT_FALSE(Start(port));
+        // The printer is unknown, so that the monitor's own work before the call leaves an error, too.
+        EXPECT_FALSE(Start(port, kJob, L"Nowhere"));
         EXPECT_EQ(GetLastError(), error);
         EXPECT_TRUE(LockIsFree(port));
         EXPECT_EQ(Record(port).flags.load() & LMPORT_JOB_ACTIVE, 0U);
