@@ -52,12 +52,7 @@ DWORD GuardCode(const LmPort& port, const wchar_t* reason, Step&& step) noexcept
         code = Win32FromHresult(error.Error());
     } catch (...) {
     }
-    try {
-        Trace(L"Bidi: port %ls: %ls ended with an exception, error %lu\r\n", Printable(port.portName).c_str(),
-              what, code);
-    } catch (...) {  // no memory for the line either
-    }
-    return code;
+    return Refuse(port, code, reason);
 }
 
 // An answer that is given back to the router at the end of the scope.

@@ -255,9 +255,8 @@ BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueN
 DWORD WINAPI SendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
                                       PBIDI_REQUEST_CONTAINER pReqData,
                                       PBIDI_RESPONSE_CONTAINER* ppResData) noexcept {
-    auto* port = static_cast<LmPort*>(hPort);
-    if (port == nullptr || port->owner == nullptr) return ERROR_INVALID_MONITOR_HANDLE;
-    if (port->signature != kLmPortSignature) return ERROR_INVALID_PARAMETER;
+    LmPort* port = OwnedPortOf(hPort);
+    if (port == nullptr) return ERROR_INVALID_MONITOR_HANDLE;
     return RouteBidi(*port, dwAccessBit, pAction, pReqData, ppResData);
 }
 
