@@ -19,6 +19,13 @@ BidiLowerMonitor& Self(HANDLE handle) {
     return *static_cast<BidiLowerMonitor*>(handle);
 }
 
+// A monitor above refuses a port that cannot print, so the operations are there.
+template <typename... Arguments>
+BOOL WINAPI PrintsNothing(Arguments...) {
+    SetLastError(ERROR_NOT_SUPPORTED);
+    return FALSE;
+}
+
 // Whether `path` lies in the tree below `root`, or is it.
 bool IsBelow(std::wstring_view path, std::wstring_view root) {
     if (root == L"\\") return true;
@@ -38,6 +45,10 @@ BidiLowerMonitor::BidiLowerMonitor(Kind kind, std::wstring address)
     }
     table_.cbSize = sizeof table_;
     table_.pfnOpenPort = OpenPort;
+    table_.pfnStartDocPort = PrintsNothing;
+    table_.pfnWritePort = PrintsNothing;
+    table_.pfnReadPort = PrintsNothing;
+    table_.pfnEndDocPort = PrintsNothing;
     table_.pfnClosePort = ClosePort;
     table_.pfnXcvOpenPort = XcvOpenPort;
     table_.pfnXcvDataPort = XcvDataPort;
