@@ -84,7 +84,10 @@ std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
     std::vector<std::string> names;
     for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
         const std::string mark = TextAt(part.Get(), L"@Valid");
-        if ((mark == "true" || mark == "1") == valid) names.push_back(TextAt(part.Get(), L"@Name"));
+        if ((mark == "true" || mark == "1") != valid) continue;
+        // A printer whose default namespace is the print service's may leave the prefix out.
+        const std::string name = TextAt(part.Get(), L"@Name");
+        names.push_back(name.find(':') == std::string::npos ? "pri:" + name : name);
     }
     return names;
 }
