@@ -74,7 +74,7 @@ class DriverFolder {
 
 // What the port knows of the printer.
 std::wstring PortAddress(const PortQuery& query) {
-    const std::wstring url = FromUtf8(query.printerUrl);
+    std::wstring url = FromUtf8(query.printerUrl);
     ServiceUrl parsed;
     if (!ParseServiceUrl(url, L"/", &parsed))
         throw CommandError("'" + query.printerUrl + "' is no address of a printer", kWrongUsage);

@@ -5,6 +5,7 @@
 #include "soap/namespaces.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
+#include "tools/vlmctl/trace_keeper.h"
 #include "tools/vlmctl/wsd_exchange.h"
 #include "util/vlutil.h"
 
@@ -95,11 +96,15 @@ std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
 }  // namespace
 
 ElementDocument::ElementDocument(const std::string& url, IStream* cleaned) {
-    document_.Init();
-    document_.LoadStream(cleaned, nullptr);
+    const std::string shown = ToUtf8(Printable(FromUtf8(url)));
+    try {
+        document_.Init();
+        document_.LoadStream(cleaned, nullptr);
+    } catch (const _com_error& error) {
+        ThrowTraced(shown + ": the answer cannot be used", error.Error());
+    }
     document_.SetSelectionNamespaces(
         {{L"soap", std::wstring(ns::kSoap12)}, {L"pri", std::wstring(ns::kWsdPrint)}});
-    const std::string shown = ToUtf8(Printable(FromUtf8(url)));
     if (const ComPtr<IXMLDOMNode> fault =
             document_.SelectSingleNode(L"/soap:Envelope/soap:Body/soap:Fault")) {
         const std::string reason = TextAt(fault.Get(), L"soap:Reason/soap:Text");

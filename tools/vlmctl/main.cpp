@@ -3,6 +3,8 @@
 // windows.h first.
 #include <shellapi.h>
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/console.h"
 #include "tools/vlmctl/trace_view.h"
+#include "util/com.h"
 
 namespace {
 
@@ -64,5 +67,7 @@ int main() {
         return Complain(error.what(), error.Status());
     } catch (const std::exception& error) {
         return Complain(error.what(), kFailed);
+    } catch (const _com_error& error) {
+        return Complain(fmt::format("failed (0x{:08X})", static_cast<unsigned long>(error.Error())), kFailed);
     }
 }
