@@ -89,6 +89,7 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
                                               "Address of the printer's print service, asked live");
     source->require_option(1);
     std::vector<std::string> ports;
+    ports.reserve(kPorts.size());
     for (const auto& [port, kind] : kPorts)
         ports.push_back(port);
     CLI::Option* through =
