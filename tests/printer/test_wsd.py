@@ -132,7 +132,7 @@ def value(found, element, path):
     """The text at `path`, names of the print service, below that element."""
     parts = next(parts for name, (_, parts) in found.items() if name.rpartition(":")[2] == element)
     space = parts[0].tag.partition("}")[0] + "}"
-    return parts[0].findtext("/".join(step if step[0] == "." else space + step for step in path.split("/")))
+    return parts[0].findtext("/".join(space + step for step in path.split("/")))
 
 
 def print_document(printer, content):
@@ -260,7 +260,7 @@ class LiveValues(WsdCase):
         print_document(self.printer, b"")
         self.assertEqual(levels()[2], pages + 12)
 
-    def test_EmptyToneAndTraysAreConditionsWithStableIds(self):
+    def test_EmptyTonerAndTraysAreConditionsWithStableIds(self):
         def conditions():
             root = ask(self.printer.wsd_url)["wprt:PrinterStatus"][1][0]
             space = f"{{{PRINT}}}"
