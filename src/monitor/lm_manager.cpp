@@ -96,12 +96,13 @@ void CLmMgr::CloseAllPorts() {
     }
 }
 
+std::wstring CLmMgr::PrinterNameOf(const LmPort& port) const {
+    const LockGuard guard(processState.monitorLock);
+    return port.printerName;
+}
+
 bool CLmMgr::IsPooledPrinter(const LmPort& port) const {
-    std::wstring name;
-    {
-        const LockGuard guard(processState.monitorLock);
-        name = port.printerName;
-    }
+    std::wstring name = PrinterNameOf(port);
     Unique<PrinterTraits> printer;
     if (!OpenPrinterW(name.data(), printer.Receive(), nullptr)) return false;
     DWORD size = 0;

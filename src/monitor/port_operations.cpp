@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "monitor/bidi_routing.h"
 #include "monitor/guard.h"
 #include "monitor/lm_manager.h"
 #include "monitor/process_state.h"
@@ -254,24 +255,9 @@ BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueN
 DWORD WINAPI SendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
                                       PBIDI_REQUEST_CONTAINER pReqData,
                                       PBIDI_RESPONSE_CONTAINER* ppResData) noexcept {
-    DWORD result = ERROR_FUNCTION_FAILED;
-    const BOOL returned = GuardOperation(L"SendRecvBidiDataFromPort", [&]() -> BOOL {
-        LmPort* port = OwnedPortOf(hPort);
-        if (port == nullptr) {
-            result = ERROR_INVALID_MONITOR_HANDLE;
-        } else if (port->lower.base.pfnSendRecvBidiDataFromPort == nullptr || IsUsbPort(*port)) {
-            result = ERROR_NOT_SUPPORTED;
-        } else if (pAction == nullptr || pReqData == nullptr || ppResData == nullptr) {
-            result = ERROR_INVALID_PARAMETER;
-        } else if (port->owner->IsPooledPrinter(*port)) {
-            result = ERROR_NOT_SUPPORTED;
-        } else {
-            result = port->lower.base.pfnSendRecvBidiDataFromPort(port->lowerPort, dwAccessBit, pAction,
-                                                                  pReqData, ppResData);
-        }
-        return TRUE;
-    });
-    return returned ? result : GetLastError();
+    LmPort* port = OwnedPortOf(hPort);
+    if (port == nullptr) return ERROR_INVALID_MONITOR_HANDLE;
+    return RouteBidi(*port, dwAccessBit, pAction, pReqData, ppResData);
 }
 
 }  // namespace vlm

@@ -65,7 +65,7 @@ bool RunBounded(std::function<void()> work, DWORD milliseconds) {
     if (!call->ended) return false;
     auto owner = std::make_unique<std::shared_ptr<Call>>(call);
     if (!Submit(owner.get())) return false;
-    owner.release();
+    static_cast<void>(owner.release());  // the callback's
 
     if (WaitForSingleObject(call->ended.Get(), milliseconds) == WAIT_OBJECT_0) return true;
     // Counted before the exchange, so that the thread's own decrement never comes first.

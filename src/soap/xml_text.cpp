@@ -17,9 +17,10 @@ constexpr bool IsLowSurrogate(std::uint32_t c) {
 
 // The character at `*position`, which moves behind it.
 std::uint32_t NextCharacter(std::wstring_view text, size_t* position) {
-    const auto c = static_cast<std::uint32_t>(text[(*position)++]);
+    constexpr int kAnyCharacter = 0x1FFFFF;
+    const auto c = static_cast<std::uint32_t>(text[(*position)++] & kAnyCharacter);
     if (IsHighSurrogate(c) && *position < text.size()) {
-        const auto low = static_cast<std::uint32_t>(text[*position]);
+        const auto low = static_cast<std::uint32_t>(text[*position] & kAnyCharacter);
         if (IsLowSurrogate(low)) {
             ++*position;
             return 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);

@@ -115,7 +115,7 @@ class Meaning : public Events {
         }
         text += L"<{" + std::wstring(name.uri) + L"}" + std::wstring(name.local);
         for (const auto& [key, value] : sorted)
-            text += L" " + key + L"=[" + value + L"]";
+            text.append(L" ").append(key).append(L"=[").append(value).append(L"]");
         text += L">";
     }
     void End() override { text += L"</>"; }
@@ -193,8 +193,8 @@ TEST(PrefixNormalizer, RefusesADocumentWithNamespacesWithoutEnd) {
     std::string nested = "<r>";
     for (size_t i = 0; i <= PrefixNormalizer::kMostNamespaces; ++i) {
         const std::string n = std::to_string(i);
-        onRoot += " xmlns:p" + n + "='urn:" + n + "'";
-        nested += "<p:a xmlns:p='urn:" + n + "'/>";
+        onRoot.append(" xmlns:p").append(n).append("='urn:").append(n).append("'");
+        nested.append("<p:a xmlns:p='urn:").append(n).append("'/>");
     }
     EXPECT_EQ(Normalize(onRoot + "/>", {}), "too many");
     EXPECT_EQ(Normalize(nested + "</r>", {}), "too many");
@@ -210,11 +210,11 @@ void AppendRandomElement(std::mt19937* random, int depth, std::map<std::string, 
     std::string declarations;
     for (size_t i = any(3); i > 0; --i) {
         const std::string prefix = prefixes[any(std::size(prefixes))];
-        if (declarations.find(prefix.empty() ? "xmlns=" : "xmlns:" + prefix + "=") != std::string::npos)
-            continue;
+        const std::string declaration = prefix.empty() ? " xmlns='" : " xmlns:" + prefix + "='";
+        if (declarations.find(declaration) != std::string::npos) continue;
         const std::string uri = prefix.empty() && any(3) == 0 ? "" : uris[any(std::size(uris))];
         scope[prefix] = uri;
-        declarations += (prefix.empty() ? " xmlns='" : " xmlns:" + prefix + "='") + uri + "'";
+        declarations.append(declaration).append(uri).append("'");
     }
     auto entry = scope.begin();
     if (!scope.empty()) std::advance(entry, any(scope.size()));

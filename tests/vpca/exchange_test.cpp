@@ -11,6 +11,7 @@
 #include <stdexcept>
 
 #include "hex.h"
+#include "vpca/memory.h"
 #include "vpca/transaction.h"
 
 namespace vlm::vpca {
@@ -257,6 +258,21 @@ TEST(ExchangeTest, AttributeAnswersSucceedOrFailWithTheRightCode) {
         EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
         EXPECT_EQ(scripted.flags, 0x8u);
     }
+}
+
+TEST(LocalHeapTest, BlocksStartZeroedKeepTheirBytesWhenGrownAndLeaveTheLastErrorAlone) {
+    auto* block = static_cast<uint8_t*>(Allocate(16));
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(Bytes(block, block + 16), Bytes(16));
+    std::fill_n(block, 16, uint8_t{0x42});
+    block = static_cast<uint8_t*>(Reallocate(block, 100000));
+    ASSERT_NE(block, nullptr);
+    EXPECT_EQ(Bytes(block, block + 16), Bytes(16, 0x42));
+    EXPECT_GE(LocalSize(block), 100000u);
+    SetLastError(kPoison);
+    Free(block);
+    Free(nullptr);
+    EXPECT_EQ(GetLastError(), kPoison);
 }
 
 // What the caller of the exchange sees of each fault of the port below.

@@ -108,6 +108,7 @@ std::string Number(int count, const char* what) {
 void Check(const std::vector<std::string>& files) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     std::vector<std::wstring> paths;
+    paths.reserve(files.size());
     for (const std::string& file : files)
         paths.push_back(FromUtf8(file));
     const CheckReport report = CheckExtensionFiles(paths);

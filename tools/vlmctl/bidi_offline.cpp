@@ -12,6 +12,8 @@
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi_source.h"
 #include "tools/vlmctl/command.h"
+#include "tools/vlmctl/trace_keeper.h"
+#include "tools/vlmctl/wsd_exchange.h"
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
@@ -26,37 +28,6 @@ namespace {
 using host::FromUtf8;
 using host::ToUtf8;
 
-// The engine tells what went wrong in the trace, first the cause, then what came of it. The first line is
-// kept for the error message; everything goes on to the debugger output.
-std::array<wchar_t, 512> firstTrace{};
-
-void KeepFirstTrace(const wchar_t* text) {
-    if (firstTrace[0] == L'\0') {
-        const size_t length = std::min(std::wcscspn(text, L"\r\n"), firstTrace.size() - 1);
-        std::wmemcpy(firstTrace.data(), text, length);
-    }
-    OutputDebugStringW(text);
-}
-
-class TraceKeeper {
- public:
-    TraceKeeper() {
-        firstTrace.fill(L'\0');
-        SetTraceStream(KeepFirstTrace);
-    }
-    ~TraceKeeper() { SetTraceStream(nullptr); }
-    TraceKeeper(const TraceKeeper&) = delete;
-    TraceKeeper& operator=(const TraceKeeper&) = delete;
-};
-
-[[noreturn]] void Fail(const char* what, HRESULT result) {
-    std::wstring cause = firstTrace.data();
-    if (cause.starts_with(L"Error: ")) cause.erase(0, 7);
-    throw CommandError(fmt::format("{}: {} (0x{:08X})", what,
-                                   cause.empty() ? "failed" : ToUtf8(Printable(cause, 400)),
-                                   static_cast<unsigned long>(result)));
-}
-
 std::wstring FullPath(const std::string& path) {
     const std::wstring given = FromUtf8(path);
     std::wstring full(32768, L'\0');
@@ -67,34 +38,14 @@ std::wstring FullPath(const std::string& path) {
     return full;
 }
 
-std::wstring Escaped(const std::wstring& text) {
-    std::wstring escaped;
-    for (const wchar_t c : text) {
-        switch (c) {
-            case L'&':
-                escaped += L"&amp;";
-                break;
-            case L'<':
-                escaped += L"&lt;";
-                break;
-            case L'"':
-                escaped += L"&quot;";
-                break;
-            default:
-                escaped += c;
-        }
-    }
-    return escaped;
-}
-
 void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extensions) {
     std::wstring list = L"<BidiExtensionFiles>";
     for (const std::string& extension : extensions) {
-        list += L"<BidiXml path=\"" + Escaped(FullPath(extension)) + L"\" />";
+        list += L"<BidiXml path=\"" + EscapedForXml(FullPath(extension)) + L"\" />";
     }
     list += L"</BidiExtensionFiles>";
     const HRESULT result = engine.Init(L"vlmctl", list.c_str());
-    if (result != S_OK) Fail("the extension files cannot be used", result);
+    if (result != S_OK) ThrowTraced("the extension files cannot be used", result);
 }
 
 // A request container with one entry per path; it holds the paths, too.
@@ -126,7 +77,7 @@ class Request {
 // of the paths, and false.
 bool QueryFor(CVelunBidiSpl& engine, Request& request, _bstr_t& queryXml) {
     const HRESULT result = engine.EnumQueryElement(request.Container(), queryXml.GetAddress());
-    if (result != S_OK && result != S_FALSE) Fail("the query failed", result);
+    if (result != S_OK && result != S_FALSE) ThrowTraced("the query failed", result);
     return result == S_OK;
 }
 
@@ -141,7 +92,7 @@ void BindAnswer(CVelunBidiSpl& engine, const std::string& file, const _bstr_t& q
     ComPtr<IStream> clean;
     HRESULT result = answer ? CleanPrinterElements(answer.Get(), queryXml, clean.Receive()) : E_OUTOFMEMORY;
     if (result == S_OK) result = engine.SetGetPrinterElementResponseStream(clean.Get());
-    if (result != S_OK) Fail("the printer's answer cannot be used", result);
+    if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
 }
 
 std::string Base64(const BINARY_CONTAINER& blob) {
@@ -211,7 +162,7 @@ std::vector<BidiAnswer> AskOffline(const BidiFiles& files, const wchar_t* action
 
     BIDI_RESPONSE_CONTAINER* response = nullptr;
     const HRESULT result = engine.SendRecvBidiDataFromPort(action, request.Container(), &response);
-    if (result != S_OK || response == nullptr) Fail("the query failed", result);
+    if (result != S_OK || response == nullptr) ThrowTraced("the query failed", result);
     const CBidiMem memory;
     const ScopeExit free([&] { memory.FreeContainer(response); });
     std::vector<BidiAnswer> answers;

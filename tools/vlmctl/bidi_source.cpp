@@ -135,14 +135,13 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
         return Guard([&] { pending_[TakeText(prefix, prefixLength)] = TakeText(uri, uriLength); });
     }
     HRESULT STDMETHODCALLTYPE endPrefixMapping(const wchar_t*, int) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE startElement(const wchar_t* uri, int uriLength, const wchar_t* localName,
-                                           int localLength, const wchar_t* name, int nameLength,
+    HRESULT STDMETHODCALLTYPE startElement(const wchar_t* uri, int uriLength, const wchar_t*, int,
+                                           const wchar_t* name, int nameLength,
                                            ISAXAttributes* attributes) override {
         return Guard([&] {
             SourceElement element;
             element.name = TakeText(name, nameLength);
             element.namespaceUri = TakeText(uri, uriLength);
-            element.localName = TakeText(localName, localLength);
             element.declarations.swap(pending_);
             if (count_ < scan_.startLines.size()) lastLine_ = scan_.startLines[count_];
             ++count_;

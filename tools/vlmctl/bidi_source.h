@@ -23,7 +23,6 @@ struct SourceAttribute {
 struct SourceElement {
     std::wstring name;  // as written, with its prefix
     std::wstring namespaceUri;
-    std::wstring localName;
     int line = 0;  // where the start tag begins
     // Without namespace declarations, which stand in `declarations`: prefix to URI, of this element alone.
     std::vector<SourceAttribute> attributes;

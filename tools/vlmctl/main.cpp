@@ -41,6 +41,8 @@ int Run() {
     app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
     AddBidiCommands(app);
     AddPrintCommand(app);
+    AddStatusCommand(app);
+    AddWsdCommand(app);
     try {
         app.parse(Arguments());
         return kDone;
