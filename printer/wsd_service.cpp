@@ -1,6 +1,5 @@
 #include "wsd_service.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
