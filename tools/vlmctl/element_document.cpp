@@ -80,6 +80,18 @@ void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth) {
     }
 }
 
+std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
+    std::vector<std::string> names;
+    for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
+        const std::string mark = TextAt(part.Get(), L"@Valid");
+        if ((mark == "true" || mark == "1") != valid) continue;
+        // A printer whose default namespace is the print service's may leave the prefix out.
+        const std::string name = TextAt(part.Get(), L"@Name");
+        names.push_back(name.find(':') == std::string::npos ? "pri:" + name : name);
+    }
+    return names;
+}
+
 }  // namespace
 
 ElementDocument::ElementDocument(const std::string& url, IStream* cleaned) {
@@ -88,7 +100,8 @@ ElementDocument::ElementDocument(const std::string& url, IStream* cleaned) {
     document_.SetSelectionNamespaces(
         {{L"soap", std::wstring(ns::kSoap12)}, {L"pri", std::wstring(ns::kWsdPrint)}});
     const std::string shown = ToUtf8(Printable(FromUtf8(url)));
-    if (const ComPtr<IXMLDOMNode> fault = document_.SelectSingleNode(L"/soap:Envelope/soap:Body/soap:Fault")) {
+    if (const ComPtr<IXMLDOMNode> fault =
+            document_.SelectSingleNode(L"/soap:Envelope/soap:Body/soap:Fault")) {
         const std::string reason = TextAt(fault.Get(), L"soap:Reason/soap:Text");
         throw CommandError(shown + " refuses the request: " + (reason.empty() ? "no reason given" : reason));
     }
@@ -98,13 +111,12 @@ ElementDocument::ElementDocument(const std::string& url, IStream* cleaned) {
                      L"soap:Body/pri:GetPrinterElementsResponse/pri:PrinterElements/pri:ElementData");
 }
 
+std::vector<std::string> ValidNames(const ElementDocument& document) {
+    return NamesOf(document, true);
+}
+
 std::vector<std::string> InvalidNames(const ElementDocument& document) {
-    std::vector<std::string> names;
-    for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
-        const std::string valid = TextAt(part.Get(), L"@Valid");
-        if (valid != "true" && valid != "1") names.push_back(TextAt(part.Get(), L"@Name"));
-    }
-    return names;
+    return NamesOf(document, false);
 }
 
 std::string Indented(IXMLDOMNode* element) {

@@ -26,7 +26,8 @@ class ElementDocument {
     std::vector<ComPtr<IXMLDOMNode>> parts_;
 };
 
-// The parts' names that the printer marked as not valid, such as those it does not know.
+// The names of the parts that the printer could fill, and of those that it could not, such as unknown ones.
+std::vector<std::string> ValidNames(const ElementDocument& document);
 std::vector<std::string> InvalidNames(const ElementDocument& document);
 
 // One element with all below it, indented, in UTF-8, a line each, ending in a line feed. What could steer a

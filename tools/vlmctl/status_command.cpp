@@ -85,10 +85,11 @@ std::vector<Level> Trays(IXMLDOMNode* configuration) {
     std::vector<Level> levels;
     for (const auto& entry : NodesAt(configuration, L"pri:InputBins/pri:InputBinEntry")) {
         const std::string capacity = TextAt(entry.Get(), L"pri:Capacity");
-        levels.push_back({TextAt(entry.Get(), L"@Name"), TextAt(entry.Get(), L"pri:Level"),
-                          Joined({TextAt(entry.Get(), L"pri:MediaSize"), TextAt(entry.Get(), L"pri:MediaType"),
-                                  capacity.empty() ? "" : "holds " + capacity},
-                                 ", ")});
+        levels.push_back(
+            {TextAt(entry.Get(), L"@Name"), TextAt(entry.Get(), L"pri:Level"),
+             Joined({TextAt(entry.Get(), L"pri:MediaSize"), TextAt(entry.Get(), L"pri:MediaType"),
+                     capacity.empty() ? "" : "holds " + capacity},
+                    ", ")});
     }
     return levels;
 }

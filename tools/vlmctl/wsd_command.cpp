@@ -83,8 +83,8 @@ void PrintElements(const WsdOptions& options) {
 
 void AddWsdCommand(CLI::App& app) {
     auto options = std::make_shared<WsdOptions>();
-    CLI::App* command =
-        app.add_subcommand("wsd", "Show a printer's WSD elements as the monitor sees them after its clean-up");
+    CLI::App* command = app.add_subcommand(
+        "wsd", "Show a printer's WSD elements as the monitor sees them after its clean-up");
     command->add_option("URL", options->url, "Address of the print service; a host name will do")->required();
     command
         ->add_option("NAME", options->names,
