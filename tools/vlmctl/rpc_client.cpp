@@ -86,7 +86,7 @@ RpcReply Run(std::uint32_t capacity, const Procedure& procedure) {
         const Procedure& procedure;
         std::vector<byte> buffer;
         LmRpcSize size;
-    } context{procedure, std::vector<byte>(capacity), capacity};
+    } context{procedure, std::vector<byte>(capacity + 1), capacity};  // never a null buffer
     ULONG result = 0;
     RpcReply reply;
     reply.status = RunStub(
