@@ -7,8 +7,8 @@
 //   reply HEX          the next answers of the printer, as they are; without HEX its own again
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
 //   entered | calls    calls: what was asked of the lower port since the last time
-//   open | init        the port again; another manager
-//   unload             without Shutdown
+//   open | second      the port again; another manager for a moment
+//   unload | load      the module, without Shutdown
 //   ping | quit
 #include <windows.h>
 
@@ -22,6 +22,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "spooler/host/monitor_host.h"
@@ -204,8 +205,11 @@ class Host {
             const HANDLE port = port_;
             const HANDLE manager = manager_;
             Timed([=, this] {
-                if (port != nullptr && table_->pfnClosePort != nullptr && line == "close") table_->pfnClosePort(port);
-                if (line == "shutdown") table_->pfnShutdown(manager);
+                if (line == "close") {
+                    table_->pfnClosePort(port);
+                } else {
+                    table_->pfnShutdown(manager);
+                }
             });
         } else if (verb == "calls") {
             const std::lock_guard guard(printer.mutex);
@@ -214,9 +218,13 @@ class Host {
         } else if (verb == "open") {
             Open(L"USB001");
             Say(opened_ ? "ok" : "error " + std::to_string(GetLastError()));
-        } else if (verb == "init") {
+        } else if (verb == "second") {
+            // One more manager of the module, for a moment.
+            const HANDLE first = std::exchange(manager_, nullptr);
             Initialize();
-            Say("ok");
+            const bool made = manager_ != nullptr && manager_ != first;
+            table_->pfnShutdown(std::exchange(manager_, first));
+            Say(made ? "ok" : "failed");
         } else if (verb == "load") {
             module_ = LoadLibraryW(vlm::host::BesideProgram(L"vllm3mon.dll").c_str());
             Initialize();
