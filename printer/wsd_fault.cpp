@@ -106,7 +106,7 @@ std::size_t EndTag(const std::string& body) {
     return found == std::string::npos ? body.size() : found;
 }
 
-// Twelve levels of ten: some ten thousand million times ten letters.
+// Ten letters, ten levels of ten: 100 GB when it is expanded.
 std::string WithEntityBomb(const std::string& body) {
     std::string declaration = "<!DOCTYPE bomb [\n<!ENTITY e0 \"aaaaaaaaaa\">\n";
     constexpr int kLevels = 10;
@@ -222,13 +222,12 @@ Delivery Misbehave(const WsdFault& fault, const std::string& answer, const std::
         case WsdFaultMode::kGzip:
             return send(Whole("200 OK", kSoapType, Gzip(body), "Content-Encoding: gzip\r\n"));
         case WsdFaultMode::kHuge: {
-            const std::string line(999, ' ');
-            const std::uint64_t lines = (fault.bytes + line.size()) / (line.size() + 1);
+            const std::string block(64'000, ' ');
+            const std::uint64_t blocks = (fault.bytes + block.size() - 1) / block.size();
             const std::size_t end = EndTag(body);
-            return {
-                {{Head("200 OK", kSoapType, body.size() + lines * (line.size() + 1)) + body.substr(0, end)},
-                 {line + "\n", lines},
-                 {body.substr(end)}}};
+            return {{{Head("200 OK", kSoapType, body.size() + blocks * block.size()) + body.substr(0, end)},
+                     {block, blocks},
+                     {body.substr(end)}}};
         }
         case WsdFaultMode::kNotFound:
             return send(Whole("404 Not Found", kHtmlType, kPage));

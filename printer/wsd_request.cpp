@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <regex>
 
 #include "xml.h"
 
@@ -39,9 +38,17 @@ std::string NameOf(const xmlNode* node) {
     return fmt::format("{{{}}}{}", node->ns != nullptr ? FromXml(node->ns->href) : "", FromXml(node->name));
 }
 
-bool IsUuid(const std::string& text) {
-    static const std::regex kUuid("urn:uuid:[0-9a-f]{8}(-[0-9a-f]{4}){3}-[0-9a-f]{12}");
-    return std::regex_match(text, kUuid);
+bool IsUuid(std::string_view text) {
+    constexpr std::string_view kShape =
+        "urn:uuid:hhhhhhhh-hhhh-hhhh-hhhh-hhhhhhhhhhhh";  // h: a lower-case digit
+    constexpr std::size_t kStart = 9;
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    if (text.size() != kShape.size() || !text.starts_with(kShape.substr(0, kStart))) return false;
+    for (std::size_t i = kStart; i < text.size(); ++i) {
+        const bool fits = kShape[i] == 'h' ? kDigits.find(text[i]) != std::string_view::npos : text[i] == '-';
+        if (!fits) return false;
+    }
+    return true;
 }
 
 class Reader {

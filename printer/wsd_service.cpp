@@ -1,6 +1,5 @@
 #include "wsd_service.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -20,7 +19,8 @@ namespace vlm::printer {
 namespace {
 
 constexpr std::size_t kBodyLimit = std::size_t{1} << 20;
-constexpr std::size_t kThreads = 32;  // exchanges at once; a mute one keeps its thread
+constexpr std::size_t kShownBody = std::size_t{64} << 10;  // of a request, in the log
+constexpr std::size_t kThreads = 32;                       // exchanges at once; a mute one keeps its thread
 constexpr const char* kSoapType = "application/soap+xml; charset=utf-8";
 
 // What the HTTP library sees of a connection: it reads from it, and writes into a buffer.
@@ -227,7 +227,7 @@ void WsdService::Answer(const httplib::Request& http, httplib::Response& respons
               {"path", http.path},
               {"version", http.version},
               {"headers", std::move(headers)},
-              {"body", http.body},
+              {"body", http.body.substr(0, kShownBody)},
               {"to", request.to},
               {"action", request.action},
               {"messageId", request.messageId},

@@ -4,10 +4,8 @@
 #include <libxml/parser.h>
 #include <libxml/tree.h>
 
-#include <cstring>
 #include <memory>
 #include <string>
-#include <string_view>
 
 namespace vlm::printer {
 

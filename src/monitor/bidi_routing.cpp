@@ -63,8 +63,8 @@ class Answer {
     Answer(const Answer&) = delete;
     Answer& operator=(const Answer&) = delete;
 
-    const BIDI_RESPONSE_CONTAINER* Get() const { return container_; }
-    BIDI_RESPONSE_CONTAINER** Receive() { return &container_; }
+    // To be filled, or to be taken over by setting it to null.
+    BIDI_RESPONSE_CONTAINER** Place() { return &container_; }
 
  private:
     const CBidiMem& memory_;
@@ -189,25 +189,25 @@ DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
     return Refuse(port, code, L"the lower monitor gave no answer");
 }
 
-DWORD MergeAnswers(const CBidiMem& memory, const BIDI_RESPONSE_CONTAINER* engine,
-                   const BIDI_RESPONSE_CONTAINER* lower, DWORD version, DWORD flags,
-                   BIDI_RESPONSE_CONTAINER** merged) {
+DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BIDI_RESPONSE_CONTAINER** lower,
+                   DWORD version, DWORD flags, BIDI_RESPONSE_CONTAINER** merged) {
     *merged = nullptr;
-    if (IsEmpty(engine) && IsEmpty(lower)) return ERROR_SUCCESS;
-    if (IsEmpty(engine) || IsEmpty(lower)) {
-        *merged = memory.Merge(engine, lower, version, flags);
-    } else {
-        const auto picked = PickEntries(*engine, *lower);
-        const size_t size =
-            offsetof(BIDI_RESPONSE_CONTAINER, aData) + picked.size() * sizeof(BIDI_RESPONSE_DATA);
-        // Shallow, for one deep copy of all at once.
-        const GlobalMemory gathered(GlobalAlloc(GPTR, size));
-        if (!gathered) return ERROR_OUTOFMEMORY;
-        auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(gathered.Get());
-        for (const BIDI_RESPONSE_DATA* entry : picked)
-            container->aData[container->Count++] = *entry;
-        *merged = memory.Merge(container, nullptr, version, flags);
+    if (IsEmpty(*engine) && IsEmpty(*lower)) return ERROR_SUCCESS;
+    if (IsEmpty(*engine) || IsEmpty(*lower)) {
+        *merged = std::exchange(IsEmpty(*engine) ? *lower : *engine, nullptr);
+        (*merged)->Version = version;
+        (*merged)->Flags = flags;
+        return ERROR_SUCCESS;
     }
+    const auto picked = PickEntries(**engine, **lower);
+    const size_t size = offsetof(BIDI_RESPONSE_CONTAINER, aData) + picked.size() * sizeof(BIDI_RESPONSE_DATA);
+    // Shallow, for one deep copy of all at once.
+    const GlobalMemory gathered(GlobalAlloc(GPTR, size));
+    if (!gathered) return ERROR_OUTOFMEMORY;
+    auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(gathered.Get());
+    for (const BIDI_RESPONSE_DATA* entry : picked)
+        container->aData[container->Count++] = *entry;
+    *merged = memory.Merge(container, nullptr, version, flags);
     return *merged != nullptr ? ERROR_SUCCESS : ERROR_OUTOFMEMORY;
 }
 
@@ -220,26 +220,23 @@ DWORD CLmMgr::QueryBidi(const LmPort& port, CBidiReq& request) {
     const auto* reduced = static_cast<const BIDI_REQUEST_CONTAINER*>(unanswered.Get());
 
     const wchar_t* action = request.Action();
-    Answer lower(bidiMem_);
-    Answer merged(bidiMem_);
-    const BIDI_RESPONSE_CONTAINER* result = nullptr;
+    Answer answer(bidiMem_);
     DWORD code = ERROR_SUCCESS;
     if (Equal(action, kGet) || Equal(action, kGetAll)) {
         Answer engine(bidiMem_);
-        const DWORD engineCode = QueryEngine(&port, action, reduced, engine.Receive());
-        code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, lower.Receive());
+        Answer lower(bidiMem_);
+        const DWORD engineCode = QueryEngine(&port, action, reduced, engine.Place());
+        code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, lower.Place());
         if (engineCode == ERROR_SUCCESS || code == ERROR_SUCCESS) {
-            code = MergeAnswers(bidiMem_, engine.Get(), lower.Get(), request.Request()->Version,
-                                request.Request()->Flags, merged.Receive());
+            code = MergeAnswers(bidiMem_, engine.Place(), lower.Place(), reduced->Version, reduced->Flags,
+                                answer.Place());
             if (code != ERROR_SUCCESS) Refuse(port, code, L"no memory for the merged answer");
         }
-        result = merged.Get();
     } else {
-        code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, lower.Receive());
-        result = lower.Get();
+        code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, answer.Place());
     }
     if (code != ERROR_SUCCESS) return code;
-    if (!request.AppendResponse(result))
+    if (!request.TakeResponse(answer.Place()))
         return Refuse(port, ERROR_OUTOFMEMORY, L"no memory for the response");
     return ERROR_SUCCESS;
 }

@@ -24,13 +24,14 @@ namespace vlm {
 DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
                 BIDI_RESPONSE_CONTAINER** response) noexcept;
 
-// One container of both answers, with copies of their entries: the engine's in their order, each replaced by
-// the lower monitor's of the same schema (with regard to case) and request number where only that one
-// succeeded, then the lower monitor's for what the engine did not answer. Either answer may be null or empty;
-// `*merged` is null when both are. 0, or 14 when memory runs out. May throw bad_alloc.
-DWORD MergeAnswers(const CBidiMem& memory, const BIDI_RESPONSE_CONTAINER* engine,
-                   const BIDI_RESPONSE_CONTAINER* lower, DWORD version, DWORD flags,
-                   BIDI_RESPONSE_CONTAINER** merged);
+// One container of both answers: the engine's entries in their order, each replaced by the lower monitor's of
+// the same schema (with regard to case) and request number where only that one succeeded, then the lower
+// monitor's for what the engine did not answer. Where one answer is null or empty the other is taken over
+// into `*merged`, uncopied, and its pointer set to null; otherwise both stay the caller's, and the entries
+// are copies. `*merged` is null when both are null or empty. 0, or 14 when memory runs out. May throw
+// bad_alloc.
+DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BIDI_RESPONSE_CONTAINER** lower,
+                   DWORD version, DWORD flags, BIDI_RESPONSE_CONTAINER** merged);
 
 // The lower monitor's answer; null after a failure. What it throws becomes 1627, and a success without a
 // container stays one.

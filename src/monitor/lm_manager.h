@@ -41,7 +41,8 @@ class CLmMgr {
     LmPort* CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName);
     // Unlinks the record and frees it with its names. A record that is not in the list is left alone.
     void RemovePort(LmPort* port);
-    // Frees every port with its event and, if open, its printer. Nothing below is called.
+    // Frees every port with its event and, if open, its printer. Nothing below is called. Waits a bounded time
+    // for remote callers (remote_ports.h).
     void CloseAllPorts();
     // Whether the port's printer prints to several ports. A printer that cannot be asked is not pooled.
     bool IsPooledPrinter(const LmPort& port) const;
@@ -76,6 +77,9 @@ class CLmMgr {
     MONITORINIT* monitorInit_;  // the spooler's, valid as long as the manager
     LmPort* ports_ = nullptr;
 };
+
+// Frees a record that is in no list, with its names.
+void FreePortRecord(LmPort* port);
 
 // A zero-terminated copy in a block of the global heap, or null when memory runs out.
 wchar_t* DuplicateToGlobalHeap(const wchar_t* text);

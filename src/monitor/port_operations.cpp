@@ -10,6 +10,7 @@
 #include "monitor/guard.h"
 #include "monitor/lm_manager.h"
 #include "monitor/process_state.h"
+#include "monitor/remote_ports.h"
 #include "util/handles.h"
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
@@ -223,17 +224,7 @@ BOOL WINAPI ClosePort(HANDLE hPort) noexcept {
     return GuardOperation(L"ClosePort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
         if (port == nullptr) return FALSE;
-        // Runs also when the lower monitor throws. A printer that is still open belongs to a job that was
-        // never ended; EndDocPort would have closed it, and closing is its work alone.
-        const ScopeExit freeRecord([port] {
-            const LastErrorKeeper keeper;
-            if (port->portEvent != nullptr && port->portEvent != INVALID_HANDLE_VALUE)
-                CloseHandle(port->portEvent);
-            const LockGuard guard(processState.monitorLock);
-            port->owner->RemovePort(port);
-        });
-        port->flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE});
-        if (port->lower.base.pfnClosePort != nullptr) port->lower.base.pfnClosePort(port->lowerPort);
+        if (PrepareToClose(*port)) FinishClose(*port);
         return TRUE;
     });
 }

@@ -14,6 +14,10 @@ inline constexpr std::wstring_view kWsdPrint = L"http://schemas.microsoft.com/wi
 inline constexpr std::wstring_view kGetPrinterElementsAction =
     L"http://schemas.microsoft.com/windows/2006/08/wdp/print/GetPrinterElements";
 inline constexpr std::wstring_view kBidi = L"http://schemas.microsoft.com/windows/2005/03/printing/bidi";
+inline constexpr std::wstring_view kSoap12Encoding = L"http://www.w3.org/2003/05/soap-encoding";
+inline constexpr std::wstring_view kSchema = L"http://www.w3.org/2001/XMLSchema";
+inline constexpr std::wstring_view kSchemaInstance = L"http://www.w3.org/2001/XMLSchema-instance";
+inline constexpr std::wstring_view kDepartmentId = L"http://velun.example/ns/active/deptid";
 inline constexpr std::wstring_view kXml = L"http://www.w3.org/XML/1998/namespace";
 
 }  // namespace vlm::ns

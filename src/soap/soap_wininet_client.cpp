@@ -120,11 +120,26 @@ HRESULT CVlSoapWininetClient::SetBody(const char* text) {
         clientError_ = SoapClientError::kGenerate;
         return E_POINTER;
     }
-    const HRESULT hr = GuardHresult([&] {
-        body_ = text;
-        return S_OK;
+    return GenerateBody([text](std::string* body) {
+        *body = text;
+        return true;
     });
-    if (FAILED(hr)) clientError_ = SoapClientError::kOutOfMemory;
+}
+
+HRESULT CVlSoapWininetClient::GenerateBody(const std::function<bool(std::string*)>& generate) {
+    const HRESULT hr = GuardHresult([&] { return generate(&body_) ? S_OK : E_FAIL; });
+    if (FAILED(hr)) {
+        clientError_ = hr == E_OUTOFMEMORY ? SoapClientError::kOutOfMemory : SoapClientError::kGenerate;
+    }
+    return hr;
+}
+
+HRESULT CVlSoapWininetClient::ReadResponse(SaxHandler* handler) {
+    std::string body;
+    HRESULT hr = InitializeReader();
+    if (SUCCEEDED(hr)) hr = ReadBody(&body);
+    if (SUCCEEDED(hr)) hr = ParseXml(reader_.Get(), body, handler);
+    if (FAILED(hr)) clientError_ = SoapClientError::kParse;
     return hr;
 }
 
@@ -206,13 +221,9 @@ HRESULT CVlSoapWininetClient::QueryStatus(int* status) {
 }
 
 HRESULT CVlSoapWininetClient::ReadFault() {
-    std::string body;
-    HRESULT hr = ReadBody(&body);
-    if (SUCCEEDED(hr)) hr = InitializeReader();
-    if (FAILED(hr)) return hr;
     SoapFault fault;
     CSoapFaultParser parser(&fault);
-    hr = ParseXml(reader_.Get(), body, &parser);
+    const HRESULT hr = ReadResponse(&parser);
     if (SUCCEEDED(hr)) fault_ = std::move(fault);
     return hr;
 }

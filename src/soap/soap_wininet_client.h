@@ -19,6 +19,7 @@
 // windows.h first.
 #include <wininet.h>
 
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -78,8 +79,12 @@ class CVlSoapWininetClient {
 
     // The reader for answers, created on first use.
     HRESULT InitializeReader();
-    // The next request's body.
+    // The next request's body: a text, or what `generate`, which appends it to the string, says it is. Sets
+    // the client error on failure.
     HRESULT SetBody(const char* text);
+    HRESULT GenerateBody(const std::function<bool(std::string*)>& generate);
+    // Parses the body of the answer. Sets the client error on failure.
+    HRESULT ReadResponse(SaxHandler* handler);
 
  private:
     HRESULT Connect();

@@ -15,7 +15,8 @@ constexpr bool IsLowSurrogate(std::uint32_t c) {
     return c >= 0xDC00 && c <= 0xDFFF;
 }
 
-// The character at `*position`, which moves behind it.
+}  // namespace
+
 std::uint32_t NextCharacter(std::wstring_view text, size_t* position) {
     constexpr int kAnyCharacter = 0x1FFFFF;
     const auto c = static_cast<std::uint32_t>(text[(*position)++] & kAnyCharacter);
@@ -28,8 +29,6 @@ std::uint32_t NextCharacter(std::wstring_view text, size_t* position) {
     }
     return IsHighSurrogate(c) || IsLowSurrogate(c) ? 0xFFFD : c;
 }
-
-}  // namespace
 
 void AppendEscaped(std::string* out, std::wstring_view text) {
     for (size_t position = 0; position < text.size();) {

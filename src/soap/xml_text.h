@@ -4,6 +4,7 @@
 // bytes mean the same under every encoding that a header, a declaration or a printer may assume.
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -14,6 +15,9 @@ namespace vlm {
 // that is not printable ASCII, line ends and tabs included, as "&#x%06X;". A surrogate pair is one character;
 // a lone surrogate, which is no character at all, becomes U+FFFD.
 void AppendEscaped(std::string* out, std::wstring_view text);
+
+// The character at `*position`, which moves behind it; read as above.
+std::uint32_t NextCharacter(std::wstring_view text, size_t* position);
 
 // `text` without the white space around it.
 std::wstring_view TrimXmlSpace(std::wstring_view text);

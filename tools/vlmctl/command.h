@@ -30,6 +30,7 @@ class CommandError : public std::runtime_error {
 
 void AddBidiCommands(CLI::App& app);
 void AddPrintCommand(CLI::App& app);
+void AddRpcCommands(CLI::App& app);
 void AddStatusCommand(CLI::App& app);
 void AddWsdCommand(CLI::App& app);
 

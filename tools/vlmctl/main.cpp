@@ -44,6 +44,7 @@ int Run() {
     app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
     AddBidiCommands(app);
     AddPrintCommand(app);
+    AddRpcCommands(app);
     AddStatusCommand(app);
     AddWsdCommand(app);
     try {

@@ -1,0 +1,33 @@
+#include "soap/check_user_password.h"
+
+#include "soap/check_user_password_service.h"
+#include "soap/hresult.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr DWORD kTimeout = 5000;
+
+SoapValue Text(const wchar_t* text) {
+    return SoapValue(std::wstring(text));
+}
+
+}  // namespace
+
+HRESULT CheckUserPassword(const wchar_t* url, const wchar_t* username, const wchar_t* password,
+                          const wchar_t* type, const wchar_t* domain, bool* result) {
+    for (const wchar_t* text : {url, username, password, type, domain}) {
+        if (text == nullptr) return E_INVALIDARG;
+    }
+    return GuardHresult([&] {
+        CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWininetClient> proxy;
+        const HRESULT hr = proxy.SetUrl(url);
+        if (FAILED(hr)) return hr;
+        proxy.SetTimeout(kTimeout);
+        // The order of the wire is not the order of the arguments.
+        return proxy.CheckUserPassword(Text(username), Text(domain), Text(type), Text(password), result);
+    });
+}
+
+}  // namespace vlm

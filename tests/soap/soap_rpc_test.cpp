@@ -1,0 +1,267 @@
+// The department-ID check on the wire, and what its answers may look like.
+#include <gtest/gtest.h>
+
+#include <random>
+
+#include "soap/check_user_password.h"
+#include "soap/check_user_password_service.h"
+#include "soap/soap_root_handler.h"
+#include "tests/soap/scripted_server.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+namespace {
+
+using test::Answer;
+using test::Http;
+using test::ScriptedServer;
+using Proxy = CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWininetClient>;
+
+const std::string kSoap12 = "http://www.w3.org/2003/05/soap-envelope";
+const std::string kService = "http://velun.example/ns/active/deptid";
+
+std::string Envelope(const std::string& content) {
+    return "<s:Envelope xmlns:s='" + kSoap12 + "'>" + content + "</s:Envelope>";
+}
+
+std::string Response(const std::string& content) {
+    return Envelope("<s:Body><m:CheckUserPasswordResponse xmlns:m='" + kService + "'>" + content +
+                    "</m:CheckUserPasswordResponse></s:Body>");
+}
+
+class SoapRpc : public testing::Test {
+ protected:
+    // "allowed", "refused", or "failed" for an answer that cannot be read.
+    static std::string Read(const std::string& document) {
+        ComPtr<ISAXXMLReader> reader;
+        EXPECT_EQ(CreateSaxReader(reader.Receive()), S_OK);
+        SoapValues record(5);
+        CVlSoapRootHandler handler(CheckUserPasswordService::kOperation, &record);
+        const HRESULT hr = ParseXml(reader.Get(), document, &handler);
+        if (FAILED(hr)) return hr == E_FAIL ? "failed" : "failed otherwise";
+        return std::get<bool>(record[4]) ? "allowed" : "refused";
+    }
+
+    const ComApartment com_{COINIT_APARTMENTTHREADED};
+};
+
+TEST_F(SoapRpc, AsksWithEveryFieldInTheOrderOfTheWire) {
+    static std::wstring trace;
+    trace.clear();
+    SetTraceStream([](const wchar_t* text) { trace += text; });
+    for (const std::string verdict : {"true", "false"}) {
+        ScriptedServer server(Answer(Http("200 OK", Response("<result>" + verdict + "</result>"))));
+        bool allowed = verdict == "false";
+        EXPECT_EQ(CheckUserPassword((server.Url() + L"x").c_str(), L"J\u00fcrgen & Co", L"", L"dept", L"<d>",
+                                    &allowed),
+                  S_OK);
+        EXPECT_EQ(allowed, verdict == "true");
+        const std::string request = server.LastRequest();
+        EXPECT_TRUE(request.starts_with("POST /wsd/print/x HTTP/1.0\r\n"));
+        EXPECT_NE(request.find("SOAPAction: \"\"\r\n"), std::string::npos);
+        EXPECT_EQ(
+            request.substr(request.find("\r\n\r\n") + 4),
+            "<soap:Envelope xmlns:soap=\"" + kSoap12 +
+                "\" xmlns:soapenc=\"http://www.w3.org/2003/05/soap-encoding\">"
+                "<soap:Body soap:encodingStyle=\"http://www.w3.org/2003/05/soap-encoding\">"
+                "<snp:CheckUserPassword xmlns:snp=\"" +
+                kService +
+                "\"><username>J&#x0000FC;rgen &amp; Co</username><domain>&lt;d&gt;</domain><type>dept</type>"
+                "<password></password></snp:CheckUserPassword></soap:Body></soap:Envelope>");
+    }
+    // A failure is traced, the password is not.
+    ScriptedServer failing(Answer(Http("500 Oops", "no")));
+    bool allowed = true;
+    EXPECT_EQ(CheckUserPassword(failing.Url().c_str(), L"u", L"secret", L"t", L"d", &allowed), E_FAIL);
+    EXPECT_TRUE(allowed);
+    SetTraceStream(nullptr);
+    EXPECT_NE(trace, L"");
+    EXPECT_EQ(trace.find(L"secret"), std::wstring::npos);
+}
+
+TEST_F(SoapRpc, FailsWithItsClientErrorAndLeavesTheResult) {
+    const std::string fault11 =
+        "<e:Envelope xmlns:e='http://schemas.xmlsoap.org/soap/envelope/'><e:Body><e:Fault>"
+        "<faultcode>e:Client</faultcode></e:Fault></e:Body></e:Envelope>";
+    const std::string whole = Response("<result>1</result>");
+    const struct {
+        const char* what;
+        std::string answer;
+        SoapClientError clientError;
+    } rows[] = {
+        {"a SOAP 1.1 fault", Http("500 Oops", fault11), SoapClientError::kSoapFault},
+        {"a SOAP 1.2 fault", Http("500 Oops", Envelope("<s:Body><s:Fault/></s:Body>")),
+         SoapClientError::kParseFault},
+        {"another body", Http("200 OK", "<html/>"), SoapClientError::kParse},
+        {"another status", Http("404 Not Found", "no"), SoapClientError::kParse},
+        {"no result", Http("200 OK", Response("")), SoapClientError::kParse},
+        {"a body that is cut short", "HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n" + whole,
+         SoapClientError::kParse},
+        {"nothing", "", SoapClientError::kSuccess},
+    };
+    for (const auto& row : rows) {
+        ScriptedServer server(Answer(row.answer));
+        Proxy proxy;
+        proxy.SetTimeout(500);
+        ASSERT_EQ(proxy.SetUrl(server.Url()), S_OK);
+        for (bool result : {true, false}) {
+            const bool before = result;
+            EXPECT_EQ(proxy.CheckUserPassword(SoapValue(), SoapValue(), SoapValue(), SoapValue(), &result),
+                      E_FAIL)
+                << row.what;
+            EXPECT_EQ(proxy.GetClientError(), row.clientError) << row.what;
+            EXPECT_EQ(result, before) << row.what;
+        }
+    }
+    Proxy proxy;
+    EXPECT_EQ(proxy.CheckUserPassword(SoapValue(), SoapValue(), SoapValue(), SoapValue(), nullptr),
+              E_POINTER);
+    bool result = false;
+    EXPECT_EQ(proxy.CheckUserPassword(SoapValue(true), SoapValue(), SoapValue(), SoapValue(), &result),
+              E_FAIL);
+    EXPECT_EQ(proxy.GetClientError(), SoapClientError::kGenerate);
+    EXPECT_EQ(CheckUserPassword(L"http://p/", nullptr, L"", L"", L"", &result), E_INVALIDARG);
+}
+
+TEST_F(SoapRpc, ReadsEveryFormOfAnAnswer) {
+    const std::string result = "<result>true</result>";
+    std::string deep = "true";
+    for (int i = 0; i < 100; ++i)
+        deep = "<x>" + deep + "</x>";
+    const std::string start = "<s:Envelope xmlns:s='" + kSoap12 + "'>";
+    const std::string split = "t<!-- -->r<![CDATA[u]]>&#101;";
+    const struct {
+        const char* what;
+        std::string document;
+        const char* expected;
+    } rows[] = {
+        {"false", Response("<result> 0 </result>"), "refused"},
+        {"white space and 1", Response("\n<result>\t1\r\n</result> "), "allowed"},
+        {"text in pieces", Response("<result>" + split + "</result>"), "allowed"},
+        {"a prefixed field", Response("<m:result>true</m:result>"), "allowed"},
+        {"strangers around and inside",
+         Response("<a><result>false</result></a><result><b>0</b>true</result>" + deep), "allowed"},
+        {"fields that are not out", Response("<username>x</username><username>x</username>" + result),
+         "allowed"},
+        {"a header",
+         Response(result).insert(start.size(), "<s:Header><x s:mustUnderstand='0'>0</x></s:Header>"),
+         "allowed"},
+        {"a stranger behind the response",
+         Envelope("<s:Body><m:CheckUserPasswordResponse xmlns:m='" + kService + "'>" + result +
+                  "</m:CheckUserPasswordResponse><other/></s:Body>"),
+         "allowed"},
+        {"no result", Response(""), "failed"},
+        {"result twice", Response(result + result), "failed"},
+        {"another word", Response("<result>yes</result>"), "failed"},
+        {"an empty result", Response("<result/>"), "failed"},
+        {"a null", Response("<result xmlns:i='http://www.w3.org/2001/XMLSchema-instance' i:nil='true'/>"),
+         "failed"},
+        {"a result of another namespace", Response("<x:result xmlns:x='urn:x'>true</x:result>"), "failed"},
+        {"another method",
+         Envelope("<s:Body><m:OtherResponse xmlns:m='" + kService + "'>" + result +
+                  "</m:OtherResponse></s:Body>"),
+         "failed"},
+        {"another service",
+         Envelope("<s:Body><CheckUserPasswordResponse>" + result + "</CheckUserPasswordResponse></s:Body>"),
+         "failed"},
+        {"a fault", Envelope("<s:Body><s:Fault/></s:Body>"), "failed"},
+        {"no body", Envelope(""), "failed"},
+        {"an empty body", Envelope("<s:Body/>"), "failed"},
+        {"two bodies", Envelope("<s:Body/><s:Body/>"), "failed"},
+        {"a header that must be understood",
+         Envelope("<s:Header><x s:mustUnderstand='true'/></s:Header><s:Body/>"), "failed"},
+        {"a header behind the body", Envelope("<s:Body/><s:Header/>"), "failed"},
+        {"SOAP 1.1", "<s:Envelope xmlns:s='http://schemas.xmlsoap.org/soap/envelope/'/>", "failed"},
+        {"a document type", "<!DOCTYPE x>" + Response(result), "failed"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(Read(row.document), row.expected) << row.what << "\n" << row.document;
+
+    std::string bottomless;
+    for (int i = 0; i < 10'000; ++i)
+        bottomless += "<x>";
+    EXPECT_EQ(Read(Response(bottomless)), "failed");
+}
+
+TEST_F(SoapRpc, FailsOnAnAnswerThatIsCutAnywhere) {
+    const std::string whole = Response("<result>true</result>");
+    for (size_t length = 0; length < whole.size(); ++length) {
+        ASSERT_EQ(Read(whole.substr(0, length)), "failed") << whole.substr(0, length);
+    }
+}
+
+// For the parser's sake and ours: nothing crashes, and nothing but a verdict or a failure comes out.
+TEST_F(SoapRpc, SurvivesDamagedAnswers) {
+    const std::string whole =
+        Envelope("<s:Header><h/></s:Header><s:Body><m:CheckUserPasswordResponse xmlns:m='" + kService +
+                 "'><x>1</x><result>true</result></m:CheckUserPasswordResponse></s:Body>");
+    std::mt19937 random(5);
+    for (int round = 0; round < 1500; ++round) {
+        std::string document = whole;
+        for (int i = round % 5; i >= 0; --i) {
+            const size_t at = random() % document.size();
+            if (random() % 2 == 0) {
+                document.erase(at, random() % 30);
+            } else {
+                document.insert(at, whole.substr(random() % whole.size(), random() % 30));
+            }
+            if (document.empty()) document = whole;
+        }
+        const std::string outcome = Read(document);
+        ASSERT_TRUE(outcome == "allowed" || outcome == "refused" || outcome == "failed") << outcome << "\n"
+                                                                                         << document;
+    }
+}
+
+constexpr SoapField kPointFields[] = {{L"x", XsdType::kInt}, {L"y", XsdType::kInt, kSoapNullable}};
+constexpr SoapUserType kPoint{L"Point", L"urn:types", kPointFields};
+constexpr SoapField kFields[] = {{L"asked", XsdType::kString, kSoapIn},
+                                 {L"return", XsdType::kDate, kSoapOut},
+                                 {L"names", XsdType::kString, kSoapOut | kSoapArray | kSoapNullable},
+                                 {L"points", XsdType::kString, kSoapOut | kSoapArray, &kPoint}};
+constexpr SoapField kHeaders[] = {{L"session", XsdType::kString}};
+constexpr SoapOperation kDraw{L"Draw", L"urn:s", kFields, kHeaders};
+
+TEST_F(SoapRpc, ReadsArraysAndUserTypes) {
+    ComPtr<ISAXXMLReader> reader;
+    ASSERT_EQ(CreateSaxReader(reader.Receive()), S_OK);
+    const std::string nil = " xmlns:i='http://www.w3.org/2001/XMLSchema-instance' i:nil='1'";
+    const std::string start = "<s:Header><session xmlns='urn:s' s:mustUnderstand='1' xmlns:s='" + kSoap12 +
+                              "'/></s:Header><s:Body><DrawResponse xmlns='urn:s'>";
+    const std::string points =
+        "<points><p><y" + nil + "/><x>7</x><z/></p><p><x>-1</x></p><p><x>1</x><y>2</y></p></points>";
+    const auto read = [&](const std::string& content, SoapValues* record) {
+        *record = SoapValues(4);
+        (*record)[0] = SoapValue(std::wstring(L"kept"));
+        CVlSoapRootHandler handler(kDraw, record);
+        return ParseXml(reader.Get(), Envelope(start + content + "</DrawResponse></s:Body>"), &handler);
+    };
+    const auto point = [](SoapValue x, SoapValue y) {
+        return SoapValue(SoapValues{std::move(x), std::move(y)});
+    };
+    const auto number = [](std::int64_t n) { return SoapValue(n); };
+    const SoapValue allPoints(
+        SoapValues{point(number(7), {}), point(number(-1), {}), point(number(1), number(2))});
+    const SoapValue date(std::wstring(L"2026-11-21"));
+    SoapValues record;
+
+    ASSERT_EQ(read(points + "<names><a>n</a><b/></names><return> 2026-11-21 </return>", &record), S_OK);
+    EXPECT_EQ(record[0], SoapValue(std::wstring(L"kept")));
+    EXPECT_EQ(record[1], date);
+    EXPECT_EQ(record[2], SoapValue(SoapValues{SoapValue(std::wstring(L"n")), SoapValue(std::wstring())}));
+    EXPECT_EQ(record[3], allPoints);
+
+    ASSERT_EQ(read("<points/><return>2026-11-21</return><names" + nil + "/>", &record), S_OK);
+    EXPECT_TRUE(record[2].IsNull());
+    EXPECT_EQ(record[3], SoapValue(SoapValues()));
+
+    const char* const refused[] = {"<return>2026-11-31</return><points/>", "<return>2026-11-21</return>",
+                                   "<return>2026-11-21</return><points><p><y>1</y></p></points>",
+                                   "<return>2026-11-21</return><points><p><x>1</x><x>1</x></p></points>",
+                                   "<return>2026-11-21</return><points><p><x>a</x></p></points>"};
+    for (const char* content : refused)
+        EXPECT_EQ(read(content, &record), E_FAIL) << content;
+}
+
+}  // namespace
+}  // namespace vlm
