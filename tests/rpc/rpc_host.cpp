@@ -187,7 +187,9 @@ class Host {
             if (verb == "reply") {
                 printer.scripted = FromHex(word);
             } else {
-                (verb == "block" ? printer.blocked : verb == "fail" ? printer.failing : printer.throwing) = word;
+                (verb == "block"  ? printer.blocked
+                 : verb == "fail" ? printer.failing
+                                  : printer.throwing) = word;
             }
             ResetEvent(printer.released.Get());
             ResetEvent(printer.entered.Get());
@@ -245,7 +247,8 @@ class Host {
         table_ = vlm::FindFunction<Function>(module_, "InitializePrintMonitor2")(&init_, &manager_);
     }
     void Open(std::wstring name) {
-        opened_ = table_->pfnOpenPortEx(manager_, &lower_, name.data(), name.data(), &port_, &lower_) != FALSE;
+        opened_ =
+            table_->pfnOpenPortEx(manager_, &lower_, name.data(), name.data(), &port_, &lower_) != FALSE;
     }
     void Job(bool start) {
         if (!start) {
