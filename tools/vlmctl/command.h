@@ -31,5 +31,6 @@ class CommandError : public std::runtime_error {
 void AddBidiCommands(CLI::App& app);
 void AddPrintCommand(CLI::App& app);
 void AddRpcCommands(CLI::App& app);
+void AddVpcaCommands(CLI::App& app);
 
 }  // namespace vlm::ctl

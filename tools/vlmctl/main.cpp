@@ -42,6 +42,7 @@ int Run() {
     AddBidiCommands(app);
     AddPrintCommand(app);
     AddRpcCommands(app);
+    AddVpcaCommands(app);
     try {
         app.parse(Arguments());
         return kDone;
