@@ -104,6 +104,7 @@ void Run(const RpcOptions& options, const MakeCall& makeCall) {
     }
     std::vector<RpcReply> replies(options.times);
     std::vector<std::thread> threads;
+    threads.reserve(replies.size());
     for (RpcReply& reply : replies)
         threads.emplace_back([&] { reply = makeCall(); });
     for (std::thread& thread : threads)
@@ -122,6 +123,7 @@ std::vector<Number> Numbers(const std::vector<std::string>& texts, const std::st
     if (texts.size() > kMostArguments)
         throw CommandError(fmt::format("more than {} {}s", kMostArguments, what), kWrongUsage);
     std::vector<Number> numbers;
+    numbers.reserve(texts.size());
     for (const std::string& text : texts)
         numbers.push_back(static_cast<Number>(ParseNumber(text, what, most)));
     return numbers;

@@ -71,6 +71,8 @@ void Encode(const VpcaOptions& options, bool query) {
         header.operation = vpca::kReadDataBlock;
         body = vpca::DataBlockRequest{ParseNumber(options.dataId, "data id")};
     } else {
+        longs.reserve(options.longs.size());
+        shorts.reserve(options.shorts.size());
         for (const std::string& id : options.longs)
             longs.push_back(ParseNumber(id, "32-bit id"));
         for (const std::string& id : options.shorts)
