@@ -41,8 +41,8 @@ class CLmMgr {
     LmPort* CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName);
     // Unlinks the record and frees it with its names. A record that is not in the list is left alone.
     void RemovePort(LmPort* port);
-    // Frees every port with its event and, if open, its printer. Nothing below is called. Waits a bounded time
-    // for remote callers (remote_ports.h).
+    // Frees every port with its event and, if open, its printer. Nothing below is called. Waits a bounded
+    // time for remote callers (remote_ports.h).
     void CloseAllPorts();
     // Whether the port's printer prints to several ports. A printer that cannot be asked is not pooled.
     bool IsPooledPrinter(const LmPort& port) const;

@@ -2,9 +2,9 @@
 //
 // A remote caller counts itself in before it uses a port and out afterwards. Whoever closes a port first bars
 // it, so that nobody new comes in and an exchange that runs fails at its next step with 995 (its document is
-// still ended), then waits at most kCloseTimeout for the callers to leave. Almost always they do, and the port
-// is closed as if they had never been there. A caller that does not come back from the lower monitor in time
-// is not waited for:
+// still ended), then waits at most kCloseTimeout for the callers to leave. Almost always they do, and the
+// port is closed as if they had never been there. A caller that does not come back from the lower monitor in
+// time is not waited for:
 //  - ClosePort leaves the port to it. The port's name stays taken, and the caller, when it comes back, ends
 //    its document, closes the lower port and frees the record.
 //  - Shutdown lets the record live on unowned. The caller, when it comes back, frees it and calls nothing

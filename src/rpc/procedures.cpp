@@ -1,8 +1,9 @@
-// The two remote procedures. Both find the port that the caller means, take its job lock, and run one exchange
-// with the printer over it.
+// The two remote procedures. Both find the port that the caller means, take its job lock, and run one
+// exchange with the printer over it.
 //
-// The interface is open to anybody, so nothing of a caller is believed: the stub bounds the size of the reply,
-// the name and the counts are bounded here, and the reply holds what the printer sent and nothing else.
+// The interface is open to anybody, so nothing of a caller is believed: the stub bounds the size of the
+// reply, the name and the counts are bounded here, and the reply holds what the printer sent and nothing
+// else.
 #include "rpc/procedures.h"
 
 #include <rpc.h>
@@ -39,8 +40,8 @@ DWORD RunExchange(const ServedPort& port, const Exchange& exchange) {
         Trace(L"RPC: there is nothing below the port\r\n");
         return ERROR_INVALID_HANDLE;
     }
-    // A job that waited for the lock in vain goes on without it, and gives it back whoever has it. So the lock
-    // says who may try; the flag says who has the port. The exchange clears it with its document.
+    // A job that waited for the lock in vain goes on without it, and gives it back whoever has it. So the
+    // lock says who may try; the flag says who has the port. The exchange clears it with its document.
     if ((port.exchange.flags->fetch_or(vpca::kPortJobActive) & vpca::kPortJobActive) != 0) {
         Trace(L"RPC: a job has the port\r\n");
         return ERROR_ACCESS_DENIED;
@@ -112,10 +113,10 @@ ULONG __cdecl LmRpcCommand(const unsigned char* printer, const LmRpcCommandId* i
         *size = 0;
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    const DWORD result = ReadFromPrinter(printer, reply, size,
-                                         [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
-                                             return vpca::ReadAttribute(&port, values, &request, buffer, count);
-                                         });
+    const DWORD result = ReadFromPrinter(
+        printer, reply, size, [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
+            return vpca::ReadAttribute(&port, values, &request, buffer, count);
+        });
     analyzer.FreeAttributeRequest(&request);
     return result;
 }

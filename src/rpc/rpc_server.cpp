@@ -24,7 +24,8 @@ struct Endpoint {
     const wchar_t* name;
 };
 constexpr Endpoint kLocal = {L"ncalrpc", L"vllm3mon"};
-constexpr std::array<Endpoint, 2> kRemote = {{{L"ncacn_np", L"\\pipe\\vllm3mon"}, {L"ncacn_ip_tcp", L"51656"}}};
+constexpr std::array<Endpoint, 2> kRemote = {
+    {{L"ncacn_np", L"\\pipe\\vllm3mon"}, {L"ncacn_ip_tcp", L"51656"}}};
 
 // The server's state, under its own lock, because two initialisations of the monitor may come at once.
 SRWLOCK lock = SRWLOCK_INIT;
@@ -54,8 +55,7 @@ bool IsBindingOf(RPC_BINDING_HANDLE binding, const Endpoint& endpoint) {
     RPC_WSTR protocol = nullptr;
     RPC_WSTR name = nullptr;
     if (RpcBindingToStringBindingW(binding, &whole) != RPC_S_OK) return false;
-    const RPC_STATUS parsed =
-        RpcStringBindingParseW(whole, nullptr, &protocol, nullptr, &name, nullptr);
+    const RPC_STATUS parsed = RpcStringBindingParseW(whole, nullptr, &protocol, nullptr, &name, nullptr);
     RpcStringFreeW(&whole);
     if (parsed != RPC_S_OK) return false;
     const bool same = protocol != nullptr && name != nullptr &&

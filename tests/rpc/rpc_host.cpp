@@ -7,6 +7,7 @@
 //   reply HEX          the next answers of the printer, as they are; without HEX its own again
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
 //   entered | calls    calls: what was asked of the lower port since the last time
+//   request            the last one that was written, in hex
 //   open | second      the port again; another manager for a moment
 //   unload | load      the module, without Shutdown
 //   ping | quit
@@ -187,7 +188,9 @@ class Host {
             if (verb == "reply") {
                 printer.scripted = FromHex(word);
             } else {
-                (verb == "block" ? printer.blocked : verb == "fail" ? printer.failing : printer.throwing) = word;
+                (verb == "block"  ? printer.blocked
+                 : verb == "fail" ? printer.failing
+                                  : printer.throwing) = word;
             }
             ResetEvent(printer.released.Get());
             ResetEvent(printer.entered.Get());
@@ -215,6 +218,12 @@ class Host {
             const std::lock_guard guard(printer.mutex);
             Say(printer.interleaved ? "INTERLEAVED" : printer.calls);
             printer.calls.clear();
+        } else if (verb == "request") {
+            const std::lock_guard guard(printer.mutex);
+            std::ostringstream hex;
+            for (const unsigned char byte : printer.request)
+                hex << std::hex << std::uppercase << byte / 16 << byte % 16;
+            Say(hex.str());
         } else if (verb == "open") {
             Open(L"USB001");
             Say(opened_ ? "ok" : "error " + std::to_string(GetLastError()));
@@ -245,7 +254,8 @@ class Host {
         table_ = vlm::FindFunction<Function>(module_, "InitializePrintMonitor2")(&init_, &manager_);
     }
     void Open(std::wstring name) {
-        opened_ = table_->pfnOpenPortEx(manager_, &lower_, name.data(), name.data(), &port_, &lower_) != FALSE;
+        opened_ =
+            table_->pfnOpenPortEx(manager_, &lower_, name.data(), name.data(), &port_, &lower_) != FALSE;
     }
     void Job(bool start) {
         if (!start) {

@@ -156,9 +156,9 @@ class ProcedureTest(Service):
         self.assertEqual(self.command(longs=range(64), shorts=[180] * 64)[0], 0)
 
     def test_command_reaches_the_printer_as_it_was_asked(self):
-        # The printer's answer is the request's own header, so the sizes tell; the id comes back as the attribute.
-        self.host.do("reply " + "CDCA10050066000100" + "0C" + "00" * 8 + "0001" + "0100B408" + "1122334455667788")
-        self.assertEqual(self.command(longs=[1, 2]), (0, 8, bytes.fromhex("1122334455667788")))
+        self.assertEqual(self.command(longs=[0x01020304, 5], shorts=[180, 2405])[0], 0)
+        self.assertEqual(self.host.do("request"), "CDCA100400660001" "0014" "5152535461626364" "0000" "0A0B0000"
+                         "0002" "0102030400000005" "0002" "00B40965")
 
     def test_only_usb_printers_with_bidi_are_found(self):
         for name, code in (

@@ -34,7 +34,8 @@ std::vector<std::uint8_t> ParseHex(std::string_view text) {
     for (size_t i = 0; i < text.size(); ++i) {
         const char c = text[i];
         if (std::isspace(static_cast<unsigned char>(c)) != 0 || c == ',') continue;
-        if (c == '0' && i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == 'X') && digits.size() % 2 == 0) {
+        if (c == '0' && i + 1 < text.size() && (text[i + 1] == 'x' || text[i + 1] == 'X') &&
+            digits.size() % 2 == 0) {
             ++i;
             continue;
         }
@@ -53,7 +54,8 @@ std::uint32_t ParseNumber(const std::string& text, const std::string& what, std:
     size_t used = 0;
     unsigned long long value = 0;
     try {
-        if (!text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) != 0) value = std::stoull(text, &used, 0);
+        if (!text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) != 0)
+            value = std::stoull(text, &used, 0);
     } catch (const std::out_of_range&) {
         used = 0;
     }

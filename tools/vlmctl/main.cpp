@@ -46,6 +46,7 @@ int Run() {
     AddPrintCommand(app);
     AddRpcCommands(app);
     AddStatusCommand(app);
+    AddVpcaCommands(app);
     AddWsdCommand(app);
     try {
         app.parse(Arguments());

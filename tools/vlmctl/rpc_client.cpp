@@ -113,9 +113,9 @@ RpcClient::RpcClient(RpcRoute route, const std::string& host) {
     const Endpoint endpoint = EndpointOf(route);
     const std::wstring address = host::FromUtf8(host);
     RPC_WSTR whole = nullptr;
-    RPC_STATUS status =
-        RpcStringBindingComposeW(nullptr, Text(endpoint.protocol), address.empty() ? nullptr : Text(address.c_str()),
-                                 Text(endpoint.name), nullptr, &whole);
+    RPC_STATUS status = RpcStringBindingComposeW(nullptr, Text(endpoint.protocol),
+                                                 address.empty() ? nullptr : Text(address.c_str()),
+                                                 Text(endpoint.name), nullptr, &whole);
     if (status == RPC_S_OK) {
         status = RpcBindingFromStringBindingW(whole, &vllmBinding);
         RpcStringFreeW(&whole);
@@ -139,7 +139,8 @@ RpcReply RpcClient::Query(const std::string& printer, std::uint32_t dataId, std:
     });
 }
 
-RpcReply RpcClient::Command(const std::string& printer, const RpcCommand& command, std::uint32_t capacity) const {
+RpcReply RpcClient::Command(const std::string& printer, const RpcCommand& command,
+                            std::uint32_t capacity) const {
     const LmRpcCommandId id{command.value1, command.value2};
     LmRpcCommandParams params{};
     params.word = command.word;
@@ -147,7 +148,8 @@ RpcReply RpcClient::Command(const std::string& printer, const RpcCommand& comman
     params.longCount = static_cast<unsigned short>(command.longs.size());
     params.shortCount = static_cast<unsigned short>(command.shorts.size());
     std::copy_n(command.longs.begin(), std::min(command.longs.size(), std::size(params.longs)), params.longs);
-    std::copy_n(command.shorts.begin(), std::min(command.shorts.size(), std::size(params.shorts)), params.shorts);
+    std::copy_n(command.shorts.begin(), std::min(command.shorts.size(), std::size(params.shorts)),
+                params.shorts);
     return Run(capacity, [&](byte* buffer, LmRpcSize* size) {
         return ClientLmRpcCommand(Narrow(printer), &id, &params, buffer, size);
     });

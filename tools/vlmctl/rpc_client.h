@@ -13,8 +13,8 @@ namespace vlm::ctl {
 enum class RpcRoute { kLocal, kPipe, kTcp };
 
 struct RpcReply {
-    std::uint32_t status = 0;     // the runtime's: 0 when the call came through
-    std::uint32_t result = 0;     // the procedure's Win32 code
+    std::uint32_t status = 0;         // the runtime's: 0 when the call came through
+    std::uint32_t result = 0;         // the procedure's Win32 code
     std::vector<std::uint8_t> bytes;  // what the printer sent
 };
 

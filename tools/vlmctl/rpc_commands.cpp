@@ -80,7 +80,8 @@ const char* Meaning(std::uint32_t code) {
 
 std::string Explain(const char* who, std::uint32_t code) {
     const char* meaning = Meaning(code);
-    return fmt::format("{} {}{}{}", who, code, meaning != nullptr ? ": " : "", meaning != nullptr ? meaning : "");
+    return fmt::format("{} {}{}{}", who, code, meaning != nullptr ? ": " : "",
+                       meaning != nullptr ? meaning : "");
 }
 
 void Show(const RpcReply& reply, bool raw) {
@@ -103,22 +104,26 @@ void Run(const RpcOptions& options, const MakeCall& makeCall) {
     }
     std::vector<RpcReply> replies(options.times);
     std::vector<std::thread> threads;
+    threads.reserve(replies.size());
     for (RpcReply& reply : replies)
         threads.emplace_back([&] { reply = makeCall(); });
     for (std::thread& thread : threads)
         thread.join();
     std::map<std::string, size_t> outcomes;
     for (const RpcReply& reply : replies)
-        ++outcomes[reply.status != 0 ? fmt::format("status {}", reply.status) : fmt::format("result {}", reply.result)];
+        ++outcomes[reply.status != 0 ? fmt::format("status {}", reply.status)
+                                     : fmt::format("result {}", reply.result)];
     for (const auto& [outcome, count] : outcomes)
         PrintLine("{} {}", outcome, count);
 }
 
 template <typename Number>
-std::vector<Number> Numbers(const std::vector<std::string>& texts, const std::string& what, std::uint32_t most) {
+std::vector<Number> Numbers(const std::vector<std::string>& texts, const std::string& what,
+                            std::uint32_t most) {
     if (texts.size() > kMostArguments)
         throw CommandError(fmt::format("more than {} {}s", kMostArguments, what), kWrongUsage);
     std::vector<Number> numbers;
+    numbers.reserve(texts.size());
     for (const std::string& text : texts)
         numbers.push_back(static_cast<Number>(ParseNumber(text, what, most)));
     return numbers;
@@ -145,12 +150,14 @@ void Command(const RpcOptions& options) {
 }
 
 void AddCommonOptions(CLI::App& command, RpcOptions& options) {
-    command.add_option("printer", options.printer, "USB port (USB001) or shared printer (\\\\server\\share)")->required();
+    command.add_option("printer", options.printer, "USB port (USB001) or shared printer (\\\\server\\share)")
+        ->required();
     command.add_option("--endpoint", options.endpoint, "Way to the service")
         ->check(CLI::IsMember({"local", "pipe", "tcp"}))
         ->capture_default_str();
     command.add_option("--host", options.host, "Machine that serves (default: this one)");
-    command.add_option("--capacity", options.capacity, "Most bytes of reply to accept")->capture_default_str();
+    command.add_option("--capacity", options.capacity, "Most bytes of reply to accept")
+        ->capture_default_str();
     command.add_flag("--raw", options.raw, "Print the reply as one line of hex digits");
     command.add_option("--times", options.times, "Make that many calls at once and count the outcomes")
         ->check(CLI::Range(1U, kMostThreads));
