@@ -15,10 +15,12 @@ std::optional<Options> ParseCommandLine(int argc, char** argv) {
                  "vprinter"};
     app.option_defaults()->always_capture_default();
     app.add_option("--store", options.store, "Folder for the documents, made if need be")->required();
-    app.add_option("--address", options.address, "IPv4 address of the raw port");
+    app.add_option("--address", options.address, "IPv4 address of the raw port and the WSD ports");
     app.add_option("--raw-port", options.rawPort, "TCP port for documents, 0 for a free one");
     app.add_option("--control-port", options.controlPort,
                    "HTTP port of the control API on loopback, 0 for a free one");
+    app.add_option("--wsd-port", options.wsdPort, "HTTP port of the WSD print service, 0 for a free one");
+    app.add_option("--wsds-port", options.wsdsPort, "HTTPS port of the same, 0 for a free one");
     app.add_option("--ready-file", options.readyFile,
                    "Written when all ports listen: ports and process id as JSON");
     app.add_option("--max-document", options.documentLimit,

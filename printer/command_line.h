@@ -14,6 +14,8 @@ struct Options {
     std::string address = "127.0.0.1";
     std::uint16_t rawPort = 9100;
     std::uint16_t controlPort = 0;
+    std::uint16_t wsdPort = 0;
+    std::uint16_t wsdsPort = 0;  // HTTPS
     std::string store;
     std::string readyFile;  // empty for none
     std::uint64_t documentLimit = std::uint64_t{256} << 20;

@@ -3,49 +3,18 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
-#include <initializer_list>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
-#include <string_view>
 #include <utility>
+
+#include "control_json.h"
+#include "wsd_control.h"
 
 namespace vlm::printer {
 namespace {
 
 using nlohmann::json;
-
-struct BadRequest : std::runtime_error {
-    using std::runtime_error::runtime_error;
-};
-
-json ParseObject(const std::string& body, std::initializer_list<std::string_view> allowed) {
-    json object = json::parse(body, nullptr, false);
-    if (!object.is_object()) throw BadRequest("the body is not a JSON object");
-    for (const auto& [key, value] : object.items()) {
-        bool known = false;
-        for (const std::string_view name : allowed)
-            known = known || key == name;
-        if (!known) throw BadRequest(fmt::format("unknown member '{}'", key));
-    }
-    return object;
-}
-
-std::string TextMember(const json& object, const char* key, const char* fallback = nullptr) {
-    const auto found = object.find(key);
-    if (found == object.end() && fallback != nullptr) return fallback;
-    if (found == object.end() || !found->is_string())
-        throw BadRequest(fmt::format("'{}' must be a text", key));
-    return found->get<std::string>();
-}
-
-std::optional<std::uint64_t> CountMember(const json& object, const char* key) {
-    const auto found = object.find(key);
-    if (found == object.end()) return std::nullopt;
-    if (!found->is_number_unsigned())
-        throw BadRequest(fmt::format("'{}' must be a whole number from 0 up", key));
-    return found->get<std::uint64_t>();
-}
 
 Fault ParseFault(const std::string& body) {
     const json object = ParseObject(body, {"mode", "after", "rate", "connections"});
@@ -87,25 +56,23 @@ json ToJson(const DocumentRecord& record) {
             {"milliseconds", record.milliseconds}};
 }
 
-void Reply(httplib::Response& response, const json& body, int status = 200) {
-    response.status = status;
-    // The texts come from outside (a folder's name, an answer): what is not UTF-8 is replaced, not thrown at.
-    response.set_content(body.dump(2, ' ', false, json::error_handler_t::replace) + "\n", "application/json");
-}
-
 }  // namespace
 
-void AddControlApi(HttpListener& http, RawPort& rawPort, const DocumentStore& store,
-                   std::function<void()> shutdown) {
+void AddControlApi(HttpListener& http, RawPort& rawPort, WsdService& wsd, Machine& machine,
+                   const DocumentStore& store, std::function<void()> shutdown) {
     using httplib::Request;
     using httplib::Response;
     httplib::Server& routes = http.Routes();
 
-    const auto state = [&http, &rawPort] {
+    AddWsdControl(routes, wsd, machine);
+
+    const auto state = [&http, &rawPort, &wsd] {
         const auto fault = rawPort.CurrentFault();
         return json{{"pid", ::getpid()},
                     {"rawPort", rawPort.Port()},
                     {"controlPort", http.Port()},
+                    {"wsdPort", wsd.Port()},
+                    {"wsdsPort", wsd.TlsPort()},
                     {"refusing", fault && fault->mode == FaultMode::kRefuse},
                     {"openConnections", rawPort.OpenConnections()},
                     {"fault", ToJson(fault)},

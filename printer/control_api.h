@@ -1,5 +1,6 @@
 // The control API, for scripts and tests: JSON over HTTP. docs/virtual-printer.md lists it.
 //   GET /state   GET /documents   PUT and DELETE /fault   PUT and DELETE /answer   POST /shutdown
+// and what wsd_control.h adds for the WSD print service and the machine.
 // A request that is not understood is answered with 400 and {"error": "one line"}, and changes nothing.
 #pragma once
 
@@ -8,12 +9,13 @@
 #include "document_store.h"
 #include "http_listener.h"
 #include "raw_port.h"
+#include "wsd_service.h"
 
 namespace vlm::printer {
 
 // Registers the routes. What it is given has to outlive the listener's run; `shutdown` is called on one of
 // the listener's threads and must not wait for the listener to stop.
-void AddControlApi(HttpListener& http, RawPort& rawPort, const DocumentStore& store,
-                   std::function<void()> shutdown);
+void AddControlApi(HttpListener& http, RawPort& rawPort, WsdService& wsd, Machine& machine,
+                   const DocumentStore& store, std::function<void()> shutdown);
 
 }  // namespace vlm::printer

@@ -6,6 +6,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <thread>
 
@@ -16,19 +17,20 @@ class HttpListener {
     // Listens at once (port 0: a free one), answers from Start on; connections in between wait. Bodies over
     // bodyLimit bytes are answered with 413. Throws std::runtime_error with one line: bad address, port in
     // use.
-    HttpListener(const std::string& address, std::uint16_t port, std::size_t bodyLimit);
+    HttpListener(const std::string& address, std::uint16_t port, std::size_t bodyLimit,
+                 std::unique_ptr<httplib::Server> server = std::make_unique<httplib::Server>());
     HttpListener(const HttpListener&) = delete;
     HttpListener& operator=(const HttpListener&) = delete;
     ~HttpListener();
 
-    httplib::Server& Routes() { return server_; }
+    httplib::Server& Routes() { return *server_; }
     std::uint16_t Port() const { return port_; }
 
     void Start();  // throws std::runtime_error
     void Stop();   // lets exchanges under way end
 
  private:
-    httplib::Server server_;
+    std::unique_ptr<httplib::Server> server_;
     std::uint16_t port_ = 0;
     std::thread thread_;
 };

@@ -1,6 +1,7 @@
 // The virtual printer's start, run and stop. Each duty is a file of its own: the raw port (raw_port,
-// raw_connection), what it is told to do (behaviour), the documents (document_store), the control API
-// (control_api).
+// raw_connection), what it is told to do (behaviour), the documents (document_store), the machine that prints
+// them (machine), the WSD print service (wsd_service, from there wsd_request, wsd_answer, wsd_elements and
+// wsd_fault), the control API (control_api, wsd_control).
 //
 // Exit status: 0 after an orderly stop, 1 when it cannot start, 2 for a command line that is not understood.
 #include <sys/prctl.h>
@@ -20,8 +21,10 @@
 #include "control_api.h"
 #include "document_store.h"
 #include "http_listener.h"
+#include "machine.h"
 #include "raw_port.h"
 #include "say.h"
+#include "wsd_service.h"
 
 namespace {
 
@@ -73,25 +76,31 @@ void Run(const Options& options) {
     if (options.exitWithParent) StopWhenParentEnds();
 
     DocumentStore store(options.store);
-    RawPort rawPort(options.address, options.rawPort, store, options.documentLimit);
+    Machine machine;
+    RawPort rawPort(options.address, options.rawPort, store, machine, options.documentLimit);
     if (options.fault) rawPort.SetFault(*options.fault);
     rawPort.SetAnswer(options.answer);
+    WsdService wsd(options.address, options.wsdPort, options.wsdsPort, machine);
     HttpListener control("127.0.0.1", options.controlPort, kControlBodyLimit);
-    AddControlApi(control, rawPort, store, [] { ::kill(::getpid(), SIGTERM); });
+    AddControlApi(control, rawPort, wsd, machine, store, [] { ::kill(::getpid(), SIGTERM); });
 
     rawPort.Start();
+    wsd.Start();
     control.Start();
     const ReadyFile ready(options.readyFile, {{"pid", ::getpid()},
                                               {"address", options.address},
                                               {"rawPort", rawPort.Port()},
-                                              {"controlPort", control.Port()}});
-    Say("ready: raw port {}:{}, control http://127.0.0.1:{}", options.address, rawPort.Port(),
-        control.Port());
+                                              {"controlPort", control.Port()},
+                                              {"wsdPort", wsd.Port()},
+                                              {"wsdsPort", wsd.TlsPort()}});
+    Say("ready: raw port {0}:{1}, control http://127.0.0.1:{2}, WSD http://{0}:{3}{5} and https://{0}:{4}{5}",
+        options.address, rawPort.Port(), control.Port(), wsd.Port(), wsd.TlsPort(), kWsdPath);
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
 
     control.Stop();
+    wsd.Stop();
     rawPort.Stop();
     Say("stopped");
 }

@@ -30,11 +30,12 @@ constexpr std::uint64_t kSlowSlices = 20;  // reads per second of a slow connect
 }  // namespace
 
 RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Behaviour& behaviour,
-                             DocumentStore& store, std::uint64_t documentLimit, int stopFd)
+                             DocumentStore& store, Machine& machine, std::uint64_t documentLimit, int stopFd)
     : socket_(std::move(socket)),
       orders_(std::move(orders)),
       behaviour_(behaviour),
       store_(store),
+      machine_(machine),
       documentLimit_(documentLimit),
       stopFd_(stopFd) {
     // What the system takes in on the printer's behalf counts as delivered for the host; with a small fixed
@@ -47,16 +48,26 @@ RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Beh
 
 void RawConnection::Serve() {
     PrepareReset();  // whatever goes wrong from here on, the host must not take it for success
-    Document document = store_.Open();
-    if (orders_.answer.when == AnswerTime::kAtOpen) SendAnswer();
-    const DocumentEnd end = Receive(document);
-    store_.Finish(std::move(document), end);
+    const DocumentEnd end = TakeDocument();
     if (end == DocumentEnd::kComplete) {
         if (orders_.answer.when == AnswerTime::kAfterDocument) SendAnswer();
         const linger orderly{0, 0};
         ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &orderly, sizeof orderly);
     }
     socket_.Reset();
+}
+
+DocumentEnd RawConnection::TakeDocument() {
+    Document document = store_.Open();
+    DocumentEnd end{};
+    {
+        Machine::Job job(machine_);
+        if (orders_.answer.when == AnswerTime::kAtOpen) SendAnswer();
+        end = Receive(document);
+        job.SetBytes(document.Bytes());
+    }
+    store_.Finish(std::move(document), end);
+    return end;
 }
 
 DocumentEnd RawConnection::Receive(Document& document) {

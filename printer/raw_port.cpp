@@ -45,9 +45,13 @@ sockaddr* AsGeneric(sockaddr_in* address) {
 
 }  // namespace
 
-RawPort::RawPort(const std::string& address, std::uint16_t port, DocumentStore& store,
+RawPort::RawPort(const std::string& address, std::uint16_t port, DocumentStore& store, Machine& machine,
                  std::uint64_t documentLimit)
-    : store_(store), documentLimit_(documentLimit), stop_(MakeEvent()), wake_(MakeEvent()) {
+    : store_(store),
+      machine_(machine),
+      documentLimit_(documentLimit),
+      stop_(MakeEvent()),
+      wake_(MakeEvent()) {
     address_.sin_family = AF_INET;
     address_.sin_port = htons(port);
     if (::inet_pton(AF_INET, address.c_str(), &address_.sin_addr) != 1)
@@ -190,7 +194,8 @@ void RawPort::AcceptOne() {
 
 void RawPort::ServeConnection(Connection& self, UniqueFd socket, ConnectionOrders orders) {
     try {
-        RawConnection(std::move(socket), std::move(orders), behaviour_, store_, documentLimit_, stop_.Get())
+        RawConnection(std::move(socket), std::move(orders), behaviour_, store_, machine_, documentLimit_,
+                      stop_.Get())
             .Serve();
     } catch (const std::exception& e) {
         Complain("connection dropped: {}", e.what());

@@ -19,6 +19,7 @@
 
 #include "behaviour.h"
 #include "document_store.h"
+#include "machine.h"
 #include "unique_fd.h"
 
 namespace vlm::printer {
@@ -26,7 +27,7 @@ namespace vlm::printer {
 class RawPort {
  public:
     // Reserves the port (0: a free one). Throws std::runtime_error with one line: bad address, port in use.
-    RawPort(const std::string& address, std::uint16_t port, DocumentStore& store,
+    RawPort(const std::string& address, std::uint16_t port, DocumentStore& store, Machine& machine,
             std::uint64_t documentLimit);
     RawPort(const RawPort&) = delete;
     RawPort& operator=(const RawPort&) = delete;
@@ -66,6 +67,7 @@ class RawPort {
 
     sockaddr_in address_{};
     DocumentStore& store_;
+    Machine& machine_;
     const std::uint64_t documentLimit_;
     Behaviour behaviour_;
 

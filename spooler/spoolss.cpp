@@ -10,9 +10,15 @@ namespace {
 
 using vlm::standin::RouterCounters;
 
+struct Block {
+    size_t size;
+    bool guarded;
+};
+
 struct Heap {
     std::mutex mutex;
-    std::unordered_map<void*, size_t> live;
+    std::unordered_map<void*, Block> live;
+    bool guarded = true;
     RouterCounters counters{};
     LONG64 failFrom = 0;
 };
@@ -37,6 +43,12 @@ size_t AlignmentOf(size_t size) {
     return alignment;
 }
 
+void NoteAllocated(Heap& heap, void* address, Block block) {
+    heap.live.emplace(address, block);
+    ++heap.counters.liveBlocks;
+    heap.counters.liveBytes += static_cast<LONG64>(block.size);
+}
+
 void* Allocate(size_t size) {
     Heap& heap = TheHeap();
     const std::lock_guard guard(heap.mutex);
@@ -44,6 +56,11 @@ void* Allocate(size_t size) {
     if (heap.failFrom != 0 && heap.counters.allocations >= heap.failFrom) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
         return nullptr;
+    }
+    if (!heap.guarded) {
+        void* block = HeapAlloc(GetProcessHeap(), 0, size);
+        if (block != nullptr) NoteAllocated(heap, block, {size, false});
+        return block;
     }
     const size_t page = PageSize();
     const size_t whole = (size + page - 1) / page * page;
@@ -55,9 +72,7 @@ void* Allocate(size_t size) {
     }
     const size_t alignment = AlignmentOf(size);
     void* block = base + (whole - size) / alignment * alignment;
-    heap.live.emplace(block, size);
-    ++heap.counters.liveBlocks;
-    heap.counters.liveBytes += static_cast<LONG64>(size);
+    NoteAllocated(heap, block, {size, true});
     return block;
 }
 
@@ -71,8 +86,13 @@ void Free(void* block) {
         return;
     }
     --heap.counters.liveBlocks;
-    heap.counters.liveBytes -= static_cast<LONG64>(found->second);
+    heap.counters.liveBytes -= static_cast<LONG64>(found->second.size);
+    const bool guarded = found->second.guarded;
     heap.live.erase(found);
+    if (!guarded) {
+        HeapFree(GetProcessHeap(), 0, block);
+        return;
+    }
     MEMORY_BASIC_INFORMATION region;
     // A block of size 0 stands on the guard page itself, which the query covers as well.
     VirtualQuery(block, &region, sizeof region);
@@ -130,6 +150,12 @@ __declspec(dllexport) void StandInRouterCounters(RouterCounters* counters) {
     Heap& heap = TheHeap();
     const std::lock_guard guard(heap.mutex);
     *counters = heap.counters;
+}
+
+__declspec(dllexport) void StandInGuardBlocks(BOOL guarded) {
+    Heap& heap = TheHeap();
+    const std::lock_guard guard(heap.mutex);
+    heap.guarded = guarded != FALSE;
 }
 
 __declspec(dllexport) void StandInResetAllocations(LONG64 failFrom) {

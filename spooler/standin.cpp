@@ -32,6 +32,7 @@ Router::Router() {
     if (module == nullptr) return;
     counters_ = FindFunction<void(RouterCounters*)>(module, "StandInRouterCounters");
     resetAllocations_ = FindFunction<void(LONG64)>(module, "StandInResetAllocations");
+    guardBlocks_ = FindFunction<void(BOOL)>(module, "StandInGuardBlocks");
 }
 
 }  // namespace vlm::standin

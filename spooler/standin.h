@@ -85,10 +85,14 @@ class Router {
     // Starts counting allocations at zero; the n-th (1 = the next) and all after it fail when `failFrom` is
     // n, none when it is 0.
     void ResetAllocations(LONG64 failFrom) const { resetAllocations_(failFrom); }
+    // Whether the next blocks have guard pages, as they have from the start. Without, they come from the
+    // heap, which is what the real router costs: for measurements.
+    void GuardBlocks(bool guarded) const { guardBlocks_(guarded ? TRUE : FALSE); }
 
  private:
     void (*counters_)(RouterCounters*) = nullptr;
     void (*resetAllocations_)(LONG64) = nullptr;
+    void (*guardBlocks_)(BOOL) = nullptr;
 };
 
 }  // namespace vlm::standin

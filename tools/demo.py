@@ -94,6 +94,18 @@ def guard_the_port(printer):
            for record in printer.wait_for_documents(3)[1:]] == [b"first", b"second"])
 
 
+def ask_for_values():
+    title("what the driver's extension files make of a printer's data (saved answer, no printer asked)")
+    examples = ROOT / "examples/bidi"
+    paths = [r"\Printer.DeviceInfo:ModelName", r"\Printer.Consumables.Black:Level",
+             r"\Printer.Layout.InputBins.Tray1:MediaSize", r"\Printer.Status:Reasons"]
+    result = windows.vlmctl("bidi", "get", "--ext", examples / "velun-base.xml", "--ext",
+                            examples / "velun-finisher.xml", "--wsd", examples / "printer-answer.xml", *paths)
+    show(result.stdout + result.stderr)
+    check("Bidi paths were answered from the extension files and the printer's data",
+          result.returncode == 0 and result.stdout.count("0 found") == len(paths))
+
+
 def main():
     with tempfile.TemporaryDirectory(prefix="vlm-demo-") as folder:
         document = make_document(pathlib.Path(folder))
@@ -101,6 +113,7 @@ def main():
             print(f"virtual printer: process {printer.pid}, raw port {printer.raw_port}", flush=True)
             print_document(printer, document)
             guard_the_port(printer)
+        ask_for_values()
         check("the virtual printer has ended", printer.process.poll() is not None)
     title("shown")
     show("\n".join("* " + fact for fact in SHOWN))

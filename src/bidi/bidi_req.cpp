@@ -61,6 +61,12 @@ bool CBidiReq::AppendResponse(const BIDI_RESPONSE_CONTAINER* answer) {
     return true;
 }
 
+bool CBidiReq::TakeResponse(BIDI_RESPONSE_CONTAINER** answer) {
+    if (response_ != nullptr || *answer == nullptr || (*answer)->Count == 0) return AppendResponse(*answer);
+    response_ = std::exchange(*answer, nullptr);
+    return true;
+}
+
 BIDI_RESPONSE_CONTAINER* CBidiReq::DetachResponse() {
     return std::exchange(response_, nullptr);
 }

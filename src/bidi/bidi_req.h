@@ -40,6 +40,9 @@ class CBidiReq : public CBidiMem {
     // Puts copies of the answer's entries behind the response gathered so far. False, with the response
     // unchanged, when memory runs out. A null or empty answer changes nothing.
     bool AppendResponse(const BIDI_RESPONSE_CONTAINER* answer);
+    // The same for an answer that may be taken over, with the version and flags that the answer has: nothing
+    // is copied when there is no response yet, and `*answer` is null then. Otherwise it stays the caller's.
+    bool TakeResponse(BIDI_RESPONSE_CONTAINER** answer);
     // Gives the response to the caller.
     BIDI_RESPONSE_CONTAINER* DetachResponse();
 

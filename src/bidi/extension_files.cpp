@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <iterator>
 #include <map>
 #include <utility>
 
@@ -44,21 +45,27 @@ void CheckBounds(const std::wstring& path) {
 }
 
 ElementKind KindOf(IXMLDOMNode* node, const std::wstring& tag) {
-    static const std::map<std::wstring, ElementKind, std::less<>> kKinds{
+    struct Entry {
+        const wchar_t* tag;
+        ElementKind kind;
+    };
+    static constexpr Entry kKinds[] = {
         {L"Schema", ElementKind::kSchema},       {L"Property", ElementKind::kProperty},
         {L"Parameter", ElementKind::kParameter}, {L"Value", ElementKind::kValue},
         {L"Installed", ElementKind::kInstalled}, {L"List", ElementKind::kList},
-        {L"Const", ElementKind::kConst}};
-    const auto found = kKinds.find(tag);
-    if (found == kKinds.end()) return ElementKind::kOther;
+        {L"Const", ElementKind::kConst},
+    };
+    const auto* const found = std::find_if(std::begin(kKinds), std::end(kKinds),
+                                           [&](const Entry& entry) { return tag == entry.tag; });
+    if (found == std::end(kKinds)) return ElementKind::kOther;
     // The levels of a schema have no namespace, so that XPath finds them without a prefix; a leaf is told by
     // its written name alone.
-    if (found->second < ElementKind::kValue) {
+    if (found->kind < ElementKind::kValue) {
         _bstr_t uri;
         CheckEngine(node->get_namespaceURI(uri.GetAddress()));
         if (uri.length() != 0) return ElementKind::kOther;
     }
-    return found->second;
+    return found->kind;
 }
 
 std::optional<std::wstring> Attribute(const CXMLDoc& document, IXMLDOMNode* node, const wchar_t* name) {

@@ -40,7 +40,8 @@ struct SchemaElement {
     // template itself, with the instances' name, which holds $...$, and their children; or it is empty, and
     // the Property around it is the template.
     bool IsTemplate() const {
-        return kind == ElementKind::kParameter && name && name->find(L'$') != std::wstring::npos;
+        return kind == ElementKind::kParameter && !children.empty() && name &&
+               name->find(L'$') != std::wstring::npos;
     }
     bool IsBinding() const { return kind == ElementKind::kParameter && !IsTemplate(); }
     bool HasBinding() const;

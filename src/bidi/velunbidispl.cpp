@@ -268,12 +268,13 @@ HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, BSTR* answerXml) {
 HRESULT CVelunBidiSpl::SendRecvBidiDataFromPort(const wchar_t* action, const BIDI_REQUEST_CONTAINER* request,
                                                 BIDI_RESPONSE_CONTAINER** response) {
     const bool get = action != nullptr && std::wcscmp(action, BIDI_ACTION_GET) == 0;
-    const wchar_t* name =
-        get ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET)" : L"SendRecvBidiDataFromPort(BIDI_ACTION_GET_ALL)";
+    const bool getAll = action != nullptr && std::wcscmp(action, BIDI_ACTION_GET_ALL) == 0;
+    const wchar_t* name = get      ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET)"
+                          : getAll ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET_ALL)"
+                                   : L"SendRecvBidiDataFromPort";
     return GuardEntry(name_, name, [&]() -> HRESULT {
         if (response != nullptr) *response = nullptr;
-        if (action == nullptr || request == nullptr || response == nullptr) return E_INVALIDARG;
-        if (!get && std::wcscmp(action, BIDI_ACTION_GET_ALL) != 0) return E_INVALIDARG;
+        if (request == nullptr || response == nullptr || !(get || getAll)) return E_INVALIDARG;
         if (!EverySchemaIsThere(*request)) return E_INVALIDARG;
         *response = get ? Get(*request) : GetAll(*request);
         return S_OK;

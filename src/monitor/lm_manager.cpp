@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "monitor/process_state.h"
+#include "monitor/remote_ports.h"
 #include "util/handles.h"
 
 namespace vlm {
@@ -19,7 +20,9 @@ struct PrinterTraits {
     static void Close(Type printer) { ClosePrinter(printer); }
 };
 
-void FreeRecord(LmPort* port) {
+}  // namespace
+
+void FreePortRecord(LmPort* port) {
     // A handle that is used after this is refused for as long as the memory is not reused.
     port->signature = 0;
     port->owner = nullptr;
@@ -27,8 +30,6 @@ void FreeRecord(LmPort* port) {
     GlobalFree(port->printerName);
     GlobalFree(port);
 }
-
-}  // namespace
 
 bool IsUsbPort(const LmPort& port) {
     return _wcsnicmp(port.portName, L"USB", 3) == 0;
@@ -78,7 +79,7 @@ void CLmMgr::RemovePort(LmPort* port) {
     for (LmPort** link = &ports_; *link != nullptr; link = &(*link)->next) {
         if (*link != port) continue;
         *link = port->next;
-        FreeRecord(port);
+        FreePortRecord(port);
         return;
     }
 }
@@ -89,19 +90,24 @@ void CLmMgr::CloseAllPorts() {
         const LockGuard guard(processState.monitorLock);
         port = std::exchange(ports_, nullptr);
     }
+    // One deadline for all: however many ports are in use, a shutdown takes no longer.
+    const ULONGLONG deadline = GetTickCount64() + kCloseTimeout;
     while (port != nullptr) {
-        KernelHandle(port->portEvent).Reset();
-        Unique<PrinterTraits>(port->printer).Reset();
-        FreeRecord(std::exchange(port, port->next));
+        LmPort* const current = std::exchange(port, port->next);
+        Unique<PrinterTraits>(std::exchange(current->printer, nullptr)).Reset();
+        if (!PrepareToDiscard(*current, deadline)) continue;
+        KernelHandle(current->portEvent).Reset();
+        FreePortRecord(current);
     }
 }
 
+std::wstring CLmMgr::PrinterNameOf(const LmPort& port) const {
+    const LockGuard guard(processState.monitorLock);
+    return port.printerName;
+}
+
 bool CLmMgr::IsPooledPrinter(const LmPort& port) const {
-    std::wstring name;
-    {
-        const LockGuard guard(processState.monitorLock);
-        name = port.printerName;
-    }
+    std::wstring name = PrinterNameOf(port);
     Unique<PrinterTraits> printer;
     if (!OpenPrinterW(name.data(), printer.Receive(), nullptr)) return false;
     DWORD size = 0;

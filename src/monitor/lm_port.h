@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <type_traits>
 
 #include "util/spooler_api.h"
@@ -38,22 +39,31 @@ enum LmPortFlag : DWORD {
     LMPORT_JOB_RESTARTED = 0x8,  // the job was being restarted then
 };
 
+// The remote callers that hold the record, and how far it is on its way out (remote_ports.h).
+struct RemoteUse {
+    uint32_t users;               // under the monitor lock
+    bool lastUserCloses;          // under the monitor lock: the close gave up waiting for them
+    std::atomic<bool> closing;    // nothing new is started below
+    std::atomic<bool> belowGone;  // nothing below may be called at all
+};
+
 struct LmPort {
     DWORD signature;  // kLmPortSignature while the record is valid
     LmPort* next;     // in the owning manager's list
     wchar_t* portName;
     wchar_t* printerName;  // of the last job; never null
     DWORD jobId;           // of the last job
-    std::atomic<DWORD> flags;
+    std::atomic<uint32_t> flags;
     HANDLE lowerPort;     // the lower monitor's handle of this port; null when it could not open the port
     HANDLE lowerMonitor;  // the lower monitor's own handle
     HANDLE printer;       // the job's printer, open from StartDocPort to EndDocPort
     CLmMgr* owner;
     HANDLE portEvent;     // the job lock: auto-reset, taken for a job or an exchange; may be null
     Monitor2Table lower;  // the lower monitor's operations; all null when it could not open the port
+    RemoteUse remote;
 };
 static_assert(std::is_standard_layout_v<LmPort>);
-static_assert(std::atomic<DWORD>::is_always_lock_free && sizeof(std::atomic<DWORD>) == sizeof(DWORD));
+static_assert(std::atomic<uint32_t>::is_always_lock_free && sizeof(std::atomic<uint32_t>) == sizeof(DWORD));
 
 // Whether the port's name is that of a USB port.
 bool IsUsbPort(const LmPort& port);

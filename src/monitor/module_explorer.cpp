@@ -193,7 +193,7 @@ HRESULT STDMETHODCALLTYPE CModuleExplorer::GetFilePath(const wchar_t* key, BSTR*
         if (path == nullptr || key == nullptr || iniPath_.empty()) return E_FAIL;
         const auto cached = cache_.find(key);
         if (cached != cache_.end()) {
-            *path = cached->second.GetBSTR();
+            *path = static_cast<wchar_t*>(cached->second);
             return S_OK;
         }
         if (section_.empty()) section_ = kDriverFilesSection;
@@ -208,7 +208,7 @@ HRESULT STDMETHODCALLTYPE CModuleExplorer::GetFilePath(const wchar_t* key, BSTR*
         }
         const _bstr_t resolved(Resolve(value.data(), directoryId), false);
         if (!resolved) return E_FAIL;
-        *path = cache_.emplace(key, resolved).first->second.GetBSTR();
+        *path = static_cast<wchar_t*>(cache_.emplace(key, resolved).first->second);
         return S_OK;
     } catch (const _com_error& error) {
         return error.Error();

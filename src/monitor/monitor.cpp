@@ -8,7 +8,10 @@
 #include "monitor/lm_manager.h"
 #include "monitor/port_operations.h"
 #include "monitor/process_state.h"
+#include "monitor/remote_ports.h"
+#include "rpc/rpc_server.h"
 #include "util/handles.h"
+#include "util/scope_exit.h"
 
 namespace vlm {
 
@@ -36,6 +39,7 @@ void WINAPI Shutdown(HANDLE hMonitor) noexcept {
             return FALSE;
         }
         delete manager;
+        rpc::StopRpcServer(HasCallersLeftBehind());
         return TRUE;
     });
 }
@@ -75,6 +79,9 @@ MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexce
             return FALSE;
         }
         auto manager = std::make_unique<CLmMgr>(pMonitorInit);
+        // The monitor serves its ports with remote procedures or without them.
+        rpc::StartRpcServer(kRemotePorts);
+        ScopeExit stopServer([] { rpc::StopRpcServer(false); });
         if (!StartEventWindow()) {
             Trace(L"InitializePrintMonitor2: the event window did not come up\r\n");
             return FALSE;
@@ -84,6 +91,7 @@ MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexce
         processState.monitors->push_back(manager.get());
         *phMonitor = manager.release();
         table.base.cbSize = size;
+        stopServer.Dismiss();
         return TRUE;
     });
     return initialized ? &table.base : nullptr;

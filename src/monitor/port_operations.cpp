@@ -6,9 +6,11 @@
 #include <string>
 #include <utility>
 
+#include "monitor/bidi_routing.h"
 #include "monitor/guard.h"
 #include "monitor/lm_manager.h"
 #include "monitor/process_state.h"
+#include "monitor/remote_ports.h"
 #include "util/handles.h"
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
@@ -222,17 +224,7 @@ BOOL WINAPI ClosePort(HANDLE hPort) noexcept {
     return GuardOperation(L"ClosePort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
         if (port == nullptr) return FALSE;
-        // Runs also when the lower monitor throws. A printer that is still open belongs to a job that was
-        // never ended; EndDocPort would have closed it, and closing is its work alone.
-        const ScopeExit freeRecord([port] {
-            const LastErrorKeeper keeper;
-            if (port->portEvent != nullptr && port->portEvent != INVALID_HANDLE_VALUE)
-                CloseHandle(port->portEvent);
-            const LockGuard guard(processState.monitorLock);
-            port->owner->RemovePort(port);
-        });
-        port->flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE});
-        if (port->lower.base.pfnClosePort != nullptr) port->lower.base.pfnClosePort(port->lowerPort);
+        if (PrepareToClose(*port)) FinishClose(*port);
         return TRUE;
     });
 }
@@ -254,24 +246,9 @@ BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueN
 DWORD WINAPI SendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR pAction,
                                       PBIDI_REQUEST_CONTAINER pReqData,
                                       PBIDI_RESPONSE_CONTAINER* ppResData) noexcept {
-    DWORD result = ERROR_FUNCTION_FAILED;
-    const BOOL returned = GuardOperation(L"SendRecvBidiDataFromPort", [&]() -> BOOL {
-        LmPort* port = OwnedPortOf(hPort);
-        if (port == nullptr) {
-            result = ERROR_INVALID_MONITOR_HANDLE;
-        } else if (port->lower.base.pfnSendRecvBidiDataFromPort == nullptr || IsUsbPort(*port)) {
-            result = ERROR_NOT_SUPPORTED;
-        } else if (pAction == nullptr || pReqData == nullptr || ppResData == nullptr) {
-            result = ERROR_INVALID_PARAMETER;
-        } else if (port->owner->IsPooledPrinter(*port)) {
-            result = ERROR_NOT_SUPPORTED;
-        } else {
-            result = port->lower.base.pfnSendRecvBidiDataFromPort(port->lowerPort, dwAccessBit, pAction,
-                                                                  pReqData, ppResData);
-        }
-        return TRUE;
-    });
-    return returned ? result : GetLastError();
+    LmPort* port = OwnedPortOf(hPort);
+    if (port == nullptr) return ERROR_INVALID_MONITOR_HANDLE;
+    return RouteBidi(*port, dwAccessBit, pAction, pReqData, ppResData);
 }
 
 }  // namespace vlm

@@ -1,6 +1,7 @@
 #include "monitor/process_state.h"
 
 #include "monitor/event_window.h"
+#include "rpc/rpc_server.h"
 
 namespace vlm {
 
@@ -13,6 +14,7 @@ void AttachProcess(HINSTANCE instance) {
 }
 
 void DetachProcess(bool processEnds) {
+    rpc::UnregisterAtDetach();
     if (processEnds) return;
     StopEventWindow();
     delete processState.monitors;

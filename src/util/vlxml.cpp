@@ -146,6 +146,7 @@ void CXMLDoc::Init() {
 
 void CXMLDoc::LoadFile(const wchar_t* path, const wchar_t* namespaceUri) {
     IXMLDOMDocument2& document = Loaded();
+    if (path == nullptr) Check(E_INVALIDARG);
     const _variant_t source(path);
     VARIANT_BOOL success = VARIANT_FALSE;
     const HRESULT hr = document.load(source, &success);

@@ -3,6 +3,7 @@
 
 #include "bidi/parameters.h"
 #include "tests/bidi/engine_fixture.h"
+#include "tests/support/resources.h"
 
 namespace vlm {
 namespace {
@@ -111,6 +112,24 @@ TEST_F(ExtensionFiles, LaterFilesAddAndNeverReplace) {
                       L"100 0 \\T STRING value", L"100 0 \\U STRING 3"}));
 }
 
+TEST_F(ExtensionFiles, TenFilesThatMergeIntoOneAnotherMakeOneTree) {
+    const auto file = [](int own) {
+        std::string leaves;
+        for (int i = 0; i < 200; ++i) {
+            leaves += "<Const name='L" + std::to_string(i) + "'>" + std::to_string(own) + "</Const>";
+        }
+        return test::Extension("<Property name='P'><Property name='Q'>" + leaves + "<Const name='Own" +
+                               std::to_string(own) + "'>x</Const></Property></Property>");
+    };
+    const auto engine =
+        Engine({file(0), file(1), file(2), file(3), file(4), file(5), file(6), file(7), file(8), file(9)},
+               test::Answer(L""));
+    const Lines_ lines = Lines(*engine, L"GetAll", {L"\\"});
+    ASSERT_EQ(lines.size(), 210u);
+    EXPECT_EQ(lines[199], L"100 0 \\P.Q:L199 STRING 0");
+    EXPECT_EQ(lines[209], L"100 0 \\P.Q:Own9 STRING x");
+}
+
 TEST_F(ExtensionFiles, SchemasOfTheSameNameAreOneAndOthersStayApart) {
     const auto file = [](const char* name, const char* leaf) {
         return std::string("<d:D xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>") +
@@ -131,7 +150,8 @@ TEST_F(ExtensionFiles, OnePrefixForTwoNamespacesIsAMismatch) {
         "<d:D xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
         "<Schema xmlns:pri='urn:two'/></d:D>";
     const wchar_t expected[] =
-        L"Error: Mismatch in extension file(s) and/or WSD stream - same prefix \"pri\" refers to different "
+        L"Error: Mismatch in extension file(s) and/or WSD stream - same prefix \"pri\" refers to "
+        L"different "
         L"namespace "
         L"URLs\r\n";
     CVelunBidiSpl engine;
@@ -332,6 +352,51 @@ TEST(ParametersInText, AreReplacedInTurnAndKeepLiteralsWhole) {
     for (const auto& test : kCases)
         EXPECT_EQ(ReplaceInFilter(test.filter, bound), test.expected) << test.filter;
     EXPECT_EQ(ReplaceInName(L"$A$ of '$B$'", bound), L"x of 'it's'");
+}
+
+TEST_F(ParameterExpansion, NamedButEmptyParameterStandsInItsTemplate) {
+    const auto engine =
+        Engine({test::Extension("<Property name='$C$'><Parameter name='$C$' parameter='C' "
+                                "filter='w:Ink/w:Color'/><Const name='K'>k</Const></Property>")},
+               test::Answer(L"<wprt:Ink><wprt:Color>Red</wprt:Color></wprt:Ink>"));
+    EXPECT_EQ(Lines(*engine, L"GetAll", {L"\\"}), Lines_{L"100 0 \\Red:K STRING k"});
+}
+
+class Leaks : public test::EngineTest {};
+
+// Good queries and every kind of failure, over and over: handles, threads and heap stay what they were.
+TEST_F(Leaks, QueriesAndFailuresLeaveNothingBehind) {
+    const std::wstring good = FileList({test::Extension(kCarrying), test::Extension(kStanding)});
+    const std::wstring bad = FileList({test::Extension(kCarrying), "<truncated"});
+    const std::wstring broken = FileList({test::Extension("<Value name='V' filter='w:A['/>")});
+    const auto round = [&] {
+        for (const std::wstring& list : {good, bad, broken}) {
+            CVelunBidiSpl engine;
+            const test::Request request({L"\\"});
+            BIDI_RESPONSE_CONTAINER* response = nullptr;
+            _bstr_t text;
+            CXMLDoc document;
+            engine.Init(L"Office", list.c_str());
+            engine.EnumQueryElement(request.Get(), text.GetAddress());
+            engine.SetGetPrinterElementResponseData(L"<truncated");
+            engine.SetGetPrinterElementResponseData(Inks().c_str());
+            engine.SendRecvXMLString(L"\\", document);
+            engine.SendRecvBidiDataFromPort(L"GetAll", request.Get(), &response);
+            const test::Response owned(response);
+        }
+    };
+    // The first rounds fill the platform's own caches.
+    for (int i = 0; i < 5; ++i)
+        round();
+    const test::Resources before = test::CountResources();
+    for (int i = 0; i < 20; ++i)
+        round();
+    trace_.Forget();
+    const test::Resources after = test::CountResources();
+    EXPECT_EQ(after.handles, before.handles);
+    EXPECT_EQ(after.threads, before.threads);
+    // A leak would be one block a round at least.
+    EXPECT_LT(after.heapBlocks, before.heapBlocks + 20);
 }
 
 class QueryElements : public test::EngineTest {

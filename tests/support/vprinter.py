@@ -53,6 +53,8 @@ class VirtualPrinter:
             raise
         self.raw_port = ready["rawPort"]
         self.control_port = ready["controlPort"]
+        self.wsd_url = f"http://127.0.0.1:{ready['wsdPort']}/wsd/print/"
+        self.wsds_url = f"https://127.0.0.1:{ready['wsdsPort']}/wsd/print/"
         self.pid = ready["pid"]
 
     def __enter__(self):
@@ -102,6 +104,35 @@ class VirtualPrinter:
 
     def clear_answer(self):
         return self.call("DELETE", "/answer")
+
+    def set_wsd_fault(self, mode, **details):
+        """What the WSD ports do wrong; docs/virtual-printer.md lists modes and details."""
+        return self.call("PUT", "/wsd/fault", {"mode": mode, **details})
+
+    def clear_wsd_fault(self):
+        return self.call("DELETE", "/wsd/fault")
+
+    def set_wsd_style(self, **style):
+        """prefix ("" for a default namespace), soapPrefix, nested, extra."""
+        return self.call("PUT", "/wsd/style", style)
+
+    def clear_wsd_style(self):
+        return self.call("DELETE", "/wsd/style")
+
+    def wsd_requests(self):
+        """The last requests to the WSD print service, oldest first, each with its findings."""
+        return self.call("GET", "/wsd/requests")
+
+    def clear_wsd_requests(self):
+        return self.call("DELETE", "/wsd/requests")
+
+    def machine(self):
+        """Pages, levels and conditions."""
+        return self.call("GET", "/machine")
+
+    def set_machine(self, **values):
+        """name, info, location; toner={"Black": 85}, trays={"Tray1": 75} in percent."""
+        return self.call("PUT", "/machine", values)
 
     def shutdown(self):
         """Asks over the control API, waits for the end; the exit status."""

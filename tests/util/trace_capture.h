@@ -36,6 +36,10 @@ class TraceCapture {
         }
         return false;
     }
+    void Forget() {
+        const std::lock_guard guard(Shared().mutex);
+        Shared().texts = {};
+    }
     // Everything, for the message of a failed expectation.
     std::string All() const {
         std::string all;

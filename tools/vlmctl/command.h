@@ -28,6 +28,10 @@ class CommandError : public std::runtime_error {
     int status_;
 };
 
+void AddBidiCommands(CLI::App& app);
 void AddPrintCommand(CLI::App& app);
+void AddRpcCommands(CLI::App& app);
+void AddStatusCommand(CLI::App& app);
+void AddWsdCommand(CLI::App& app);
 
 }  // namespace vlm::ctl

@@ -3,6 +3,8 @@
 // windows.h first.
 #include <shellapi.h>
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -12,6 +14,7 @@
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/console.h"
 #include "tools/vlmctl/trace_view.h"
+#include "util/com.h"
 
 namespace {
 
@@ -39,7 +42,11 @@ int Run() {
     app.require_subcommand(1);
     app.allow_windows_style_options(false);  // a path that begins with a slash is a path
     app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
+    AddBidiCommands(app);
     AddPrintCommand(app);
+    AddRpcCommands(app);
+    AddStatusCommand(app);
+    AddWsdCommand(app);
     try {
         app.parse(Arguments());
         return kDone;
@@ -61,5 +68,7 @@ int main() {
         return Complain(error.what(), error.Status());
     } catch (const std::exception& error) {
         return Complain(error.what(), kFailed);
+    } catch (const _com_error& error) {
+        return Complain(fmt::format("failed (0x{:08X})", static_cast<unsigned long>(error.Error())), kFailed);
     }
 }

@@ -1,0 +1,266 @@
+// What a whole live query through the loaded monitor costs beyond the work that nobody can avoid: the same
+// bytes over bare WinINet, bare loads of the same documents, and each leaf's filter once a pass.
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "bench/bench.h"
+#include "bidi/velunbidispl.h"
+#include "monitor/module_explorer.h"
+#include "soap/printer_elements.h"
+#include "soap/soap_wininet_client.h"
+#include "soap/streams.h"
+#include "spooler/host/monitor_host.h"
+#include "spooler/standin.h"
+#include "tests/soap/scripted_server.h"
+#include "tests/support/bidi_lower_monitor.h"
+#include "util/vlutil.h"
+#include "util/vlxml.h"
+
+namespace {
+
+using namespace vlm;
+
+constexpr int kRounds = 60;
+const wchar_t* const kExtensionFiles[] = {L"examples\\velun-base.xml", L"examples\\velun-finisher.xml"};
+
+std::string ReadFile(const wchar_t* name) {
+    const std::filesystem::path path(host::BesideProgram(name));
+    std::string text(static_cast<size_t>(std::filesystem::file_size(path)), '\0');
+    std::ifstream(path, std::ios::binary).read(text.data(), static_cast<std::streamsize>(text.size()));
+    return text;
+}
+
+// The parts of the floor.
+
+void BareExchange(INTERNET_PORT port, std::string request, std::string* body) {
+    const InternetHandle internet(InternetOpenW(L"bench", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
+    const InternetHandle connection(
+        InternetConnectW(internet.Get(), L"127.0.0.1", port, nullptr, nullptr, INTERNET_SERVICE_HTTP, 0, 0));
+    const InternetHandle post(HttpOpenRequestW(connection.Get(), L"POST", L"/wsd/print/", L"HTTP/1.0",
+                                               nullptr, nullptr, INTERNET_FLAG_NO_UI, 0));
+    body->clear();
+    if (!HttpSendRequestW(post.Get(), nullptr, 0, request.data(), static_cast<DWORD>(request.size()))) return;
+    char piece[4096];
+    for (DWORD got = 0; InternetReadFile(post.Get(), piece, sizeof piece, &got) && got != 0;)
+        body->append(piece, got);
+}
+
+ComPtr<IXMLDOMDocument2> NewDocument() {
+    ComPtr<IXMLDOMDocument2> document;
+    CoCreateInstance(msxml::kDomDocument60, nullptr, CLSCTX_ALL, msxml::kIXMLDOMDocument2,
+                     document.ReceiveVoid());
+    document->put_async(VARIANT_FALSE);
+    return document;
+}
+
+void LoadFiles() {
+    for (const wchar_t* name : kExtensionFiles) {
+        const auto document = NewDocument();
+        VARIANT_BOOL loaded = VARIANT_FALSE;
+        document->load(_variant_t(host::BesideProgram(name).c_str()), &loaded);
+        if (loaded != VARIANT_TRUE) std::exit(3);
+    }
+}
+
+ComPtr<IXMLDOMDocument2> LoadAnswer(const std::string& text) {
+    ComPtr<IStream> stream;
+    MakeStream(text, stream.Receive());
+    const auto document = NewDocument();
+    VARIANT input{};
+    input.vt = VT_UNKNOWN;
+    input.punkVal = stream.Get();
+    VARIANT_BOOL loaded = VARIANT_FALSE;
+    document->load(input, &loaded);
+    return document;
+}
+
+void RunFilters(IXMLDOMDocument2* answer, const std::vector<_bstr_t>& filters) {
+    for (const _bstr_t& filter : filters) {
+        ComPtr<IXMLDOMNode> node;
+        answer->selectSingleNode(filter, node.Receive());
+        if (!node) continue;
+        BSTR text = nullptr;
+        node->get_text(&text);
+        SysFreeString(text);
+    }
+}
+
+// The filters of the 60 or so leaves that the example printer's answer expands to: those of the files, a
+// parameter's once for each of its values.
+std::vector<_bstr_t> FiltersOf(size_t leaves) {
+    std::vector<_bstr_t> filters;
+    for (const wchar_t* name : kExtensionFiles) {
+        const std::string text = ReadFile(name);
+        for (size_t at = 0; (at = text.find("filter=\"", at)) != std::string::npos;) {
+            at += 8;
+            std::string filter = text.substr(at, text.find('"', at) - at);
+            filters.emplace_back((L"//" + std::wstring(filter.begin(), filter.end())).c_str());
+        }
+    }
+    const size_t distinct = filters.size();
+    while (filters.size() < leaves)
+        filters.push_back(filters[filters.size() % distinct]);
+    filters.resize(leaves);
+    return filters;
+}
+
+double Microseconds(const std::function<void()>& work) {
+    return bench::BestNanoseconds(kRounds, 1, [&](long) { work(); }) / 1000;
+}
+
+class Bench {
+ public:
+    explicit Bench(bench::Rows* rows) : rows_(*rows) {
+        standin::Router().GuardBlocks(false);
+        spooler_.Reset();
+        std::wstring files = host::BesideProgram(L"examples\\velun.ini");
+        files.append(2, L'\0');
+        spooler_.Add({L"Office", L"IP_office", nullptr, 0, L"Velun", files.c_str()});
+        lower_.bidiCode = ERROR_NOT_SUPPORTED;
+        wchar_t port[] = L"IP_office";
+        wchar_t printer[] = L"Office";
+        if (!host_.Table().pfnOpenPortEx(host_.Manager(), &lower_, port, printer, &port_, &lower_.table))
+            std::exit(3);
+    }
+    ~Bench() { host_.Table().pfnClosePort(port_); }
+    Bench(const Bench&) = delete;
+    Bench& operator=(const Bench&) = delete;
+
+    void Run() {
+        const std::string answer = ReadFile(L"examples\\printer-answer.xml");
+        // In this process, hence part of the time on both sides.
+        test::ScriptedServer printer(test::Answer(test::Http("200 OK", answer)));
+        lower_.address = L"127.0.0.1:" + std::to_wstring(printer.Port());
+        const size_t values = Query(0);
+        if (values < 50) std::exit(2);  // a wrong answer has no speed
+        const std::string asked = printer.LastRequest();
+        const std::string request = asked.substr(asked.find("\r\n\r\n") + 4);
+
+        const auto cleaned = LoadAnswer(answer);
+        cleaned->setProperty(_bstr_t(L"SelectionNamespaces"),
+                             _variant_t(L"xmlns:pri='http://schemas.microsoft.com/windows/2006/08/wdp/print' "
+                                        L"xmlns:vln='http://velun.example/wsd/print/2026'"));
+        const std::vector<_bstr_t> filters = FiltersOf(values);
+        std::string body;
+        const auto floor = [&](long) {
+            LoadFiles();
+            BareExchange(printer.Port(), request, &body);
+            if (body.size() != answer.size()) std::exit(2);
+            LoadAnswer(body);
+            RunFilters(cleaned.Get(), filters);
+            RunFilters(cleaned.Get(), filters);
+        };
+        const auto whole = [&](long) {
+            if (Query(0) != values) std::exit(2);
+        };
+        const bench::Pair live = bench::BestOfBoth(kRounds, 1, whole, floor);
+        rows_.Add("live GetAll of " + std::to_string(values) + " values", "us", live.ours / 1000,
+                  live.reference / 1000, "bare WinINet, bare loads, each filter once a pass", "<= 1.5");
+        Divide(printer, request, answer, cleaned.Get(), filters);
+        Refused(request);
+    }
+
+ private:
+    // One GetAll of the whole tree; how many entries have a value.
+    size_t Query(DWORD expected) {
+        wchar_t schema[] = L"\\";
+        BIDI_REQUEST_CONTAINER request{};
+        request.Version = 1;
+        request.Count = 1;
+        request.aData[0].pSchema = schema;
+        BIDI_RESPONSE_CONTAINER* response = nullptr;
+        const DWORD code = host_.Table().pfnSendRecvBidiDataFromPort(port_, PRINTER_ACCESS_USE, L"GetAll",
+                                                                     &request, &response);
+        if (code != expected) std::exit(2);
+        if (response == nullptr) return 0;
+        const size_t count = response->Count;
+        RouterFreeBidiResponseContainer(response);
+        return count;
+    }
+
+    // The same query's steps one after the other, over the libraries that the monitor is made of.
+    void Divide(test::ScriptedServer& printer, const std::string& request, const std::string& answer,
+                IXMLDOMDocument2* cleaned, const std::vector<_bstr_t>& filters) {
+        wchar_t schema[] = L"\\";
+        BIDI_REQUEST_CONTAINER asked{};
+        asked.Count = 1;
+        asked.aData[0].pSchema = schema;
+        _bstr_t files;
+        const auto list = [&] { BuildExtensionFileList(L"Office", files.GetAddress()); };
+        rows_.State("of a live GetAll: find the extension files", "us", Microseconds(list));
+        rows_.State("of a live GetAll: load and merge them", "us", Microseconds([&] {
+                        CVelunBidiSpl engine;
+                        engine.Init(L"bench", files);
+                    }));
+        rows_.State("the same, bare loads", "us", Microseconds(LoadFiles));
+        CVelunBidiSpl engine;
+        engine.Init(L"bench", files);
+        _bstr_t query;
+        rows_.State("of a live GetAll: which elements to ask for", "us",
+                    Microseconds([&] { engine.EnumQueryElement(&asked, query.GetAddress()); }));
+        ComPtr<IStream> fetched;
+        rows_.State("of a live GetAll: request and network", "us", Microseconds([&] {
+                        FetchPrinterElements(printer.Url().c_str(), query, fetched.Receive());
+                    }));
+        std::string body;
+        rows_.State("the same, bare WinINet", "us",
+                    Microseconds([&] { BareExchange(printer.Port(), request, &body); }));
+        ComPtr<IStream> clean;
+        rows_.State("of a live GetAll: clean-up", "us",
+                    Microseconds([&] { CleanPrinterElements(fetched.Get(), query, clean.Receive()); }));
+        rows_.State("of a live GetAll: load and expansion", "us", Microseconds([&] {
+                        clean->Seek({}, STREAM_SEEK_SET, nullptr);
+                        engine.SetGetPrinterElementResponseStream(clean.Get());
+                    }));
+        rows_.State("the load alone, bare", "us", Microseconds([&] { LoadAnswer(answer); }));
+        rows_.State("of a live GetAll: filters and answer", "us", Microseconds([&] {
+                        BIDI_RESPONSE_CONTAINER* response = nullptr;
+                        engine.SendRecvBidiDataFromPort(L"GetAll", &asked, &response);
+                        RouterFreeBidiResponseContainer(response);
+                    }));
+        rows_.State("the filters alone, two passes", "us", Microseconds([&] {
+                        RunFilters(cleaned, filters);
+                        RunFilters(cleaned, filters);
+                    }));
+    }
+
+    void Refused(const std::string& request) {
+        unsigned short nobodysPort = 0;
+        {
+            const test::ScriptedServer gone(test::Script{});
+            nobodysPort = gone.Port();
+        }
+        lower_.address = L"127.0.0.1:" + std::to_wstring(nobodysPort);
+        std::string body;
+        const bench::Pair refused = bench::BestOfBoth(
+            kRounds, 1, [&](long) { Query(ERROR_NOT_SUPPORTED); },
+            [&](long) {
+                LoadFiles();
+                BareExchange(nobodysPort, request, &body);
+            });
+        rows_.Add("answer when the printer refuses the connection", "us", refused.ours / 1000,
+                  refused.reference / 1000, "a bare refused connection and bare loads of the files", "<= 2");
+    }
+
+    bench::Rows& rows_;
+    host::MonitorHost host_{host::BesideProgram(L"vllm3mon.dll")};
+    standin::Printers spooler_;
+    test::BidiLowerMonitor lower_;
+    HANDLE port_ = nullptr;
+};
+
+}  // namespace
+
+int main(int count, char** arguments) {
+    if (count != 2) return 2;
+    SetTraceStream([](const wchar_t*) {});
+    const ComApartment apartment(COINIT_APARTMENTTHREADED);
+    // In the spooler other code holds the library that the engine loads and frees; here nobody else does.
+    const Module crypt32(LoadLibraryW(L"crypt32.dll"));
+    bench::Rows rows;
+    Bench(&rows).Run();
+    return rows.WriteTo(arguments[1]);
+}

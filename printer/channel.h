@@ -1,0 +1,53 @@
+// One accepted connection, with TLS or without. Every wait ends with its limit, with the connection, or when
+// the printer stops. For one thread.
+#pragma once
+
+#include <openssl/ssl.h>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <string_view>
+
+namespace vlm::printer {
+
+struct FreeSsl {
+    void operator()(SSL* ssl) const { SSL_free(ssl); }
+    void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
+};
+using TlsContext = std::unique_ptr<SSL_CTX, FreeSsl>;
+
+class Channel {
+ public:
+    // `socket` stays the caller's. `tls` is null for a plain connection. `stopFd` turns readable for good
+    // when the printer stops.
+    Channel(int socket, SSL_CTX* tls, int stopFd);
+
+    int Socket() const { return socket_; }
+    bool Handshake();  // true at once without TLS
+
+    // Bytes that were read, 0 at the end, negative for a failure or after the limit of some seconds.
+    std::ptrdiff_t Read(char* to, std::size_t size);
+    bool Write(std::string_view bytes);  // all of it
+    // Waits, and reads nothing more, until the client closes; `goesOn` is asked every few milliseconds.
+    void HoldWhile(const std::function<bool()>& goesOn);
+    bool Pause(std::chrono::milliseconds time);  // false when there is no use in going on
+
+    // The client sees the end of the stream, with TLS's own goodbye or without. What it still sends is
+    // discarded for a moment: unread, it would turn the close into a reset.
+    void End(bool goodbye);
+    void EndWithReset();  // once the caller closes the socket
+
+ private:
+    enum class Wait { kReady, kTimeout, kBroken };
+    Wait WaitFor(short events, std::chrono::milliseconds limit) const;
+    // One non-blocking operation at a time until it is done: 1 done, 0 end, -1 failed.
+    int TlsStep(const std::function<int()>& step);
+
+    const int socket_;
+    const int stopFd_;
+    std::unique_ptr<SSL, FreeSsl> ssl_;
+};
+
+}  // namespace vlm::printer

@@ -1,0 +1,118 @@
+#include "wsd_answer.h"
+
+#include <fmt/format.h>
+#include <openssl/rand.h>
+
+#include <array>
+#include <set>
+#include <stdexcept>
+#include <string_view>
+
+#include "wsd_elements.h"
+#include "xml.h"
+
+namespace vlm::printer {
+namespace {
+
+constexpr const char* kVendorPrefix = "vln";
+// Stands for the namespace of an element that the machine does not know; declared where it is needed.
+constexpr const char* kUnknownPrefix = "q";
+
+std::string FreshMessageId() {
+    std::array<unsigned char, 16> b{};
+    if (RAND_bytes(b.data(), static_cast<int>(b.size())) != 1) throw std::runtime_error("no random numbers");
+    b[6] = static_cast<unsigned char>((b[6] & 0x0f) | 0x40);
+    b[8] = static_cast<unsigned char>((b[8] & 0x3f) | 0x80);
+    std::string text = "urn:uuid:";
+    for (std::size_t i = 0; i < b.size(); ++i)
+        text += fmt::format("{}{:02x}", i == 4 || i == 6 || i == 8 || i == 10 ? "-" : "", b[i]);
+    return text;
+}
+
+struct Envelope {
+    XmlDocument document;
+    XmlElement root;
+    xmlNs* soap;
+};
+
+Envelope NewEnvelope(const char* soapPrefix) {
+    XmlDocument document(xmlNewDoc(ToXml("1.0")));
+    const XmlElement root(xmlNewDocNode(document.get(), nullptr, ToXml("Envelope"), nullptr));
+    xmlDocSetRootElement(document.get(), root.Node());
+    xmlNs* soap = root.Declare(soapPrefix, ns::kSoap12);
+    xmlSetNs(root.Node(), soap);
+    return {std::move(document), root, soap};
+}
+
+void AddHeader(const Envelope& envelope, const std::string& action, const std::string& relatesTo) {
+    xmlNs* wsa = envelope.root.Declare("wsa", ns::kAddressing);
+    const XmlElement header = envelope.root.Add("Header", envelope.soap);
+    header.Add("To", ns::kAnonymous, wsa);
+    header.Add("Action", action, wsa);
+    header.Add("MessageID", FreshMessageId(), wsa);
+    if (!relatesTo.empty()) header.Add("RelatesTo", relatesTo, wsa);
+}
+
+std::string Qualified(std::string_view prefix, const std::string& name) {
+    return prefix.empty() ? name : fmt::format("{}:{}", prefix, name);
+}
+
+}  // namespace
+
+std::optional<std::string> FindFlaw(const WsdStyle& style) {
+    std::set<std::string> used{"wsa", kVendorPrefix, kUnknownPrefix};
+    const auto claim = [&](const std::string& prefix) {
+        return xmlValidateNCName(ToXml(prefix.c_str()), 0) == 0 && !prefix.starts_with("xml") &&
+               used.insert(prefix).second;
+    };
+    const auto refused = [](const std::string& prefix) {
+        return fmt::format("'{}' cannot be used as a prefix here", prefix);
+    };
+    if (!claim(style.soapPrefix)) return refused(style.soapPrefix);
+    if (!style.prefix.empty() && !claim(style.prefix)) return refused(style.prefix);
+    for (const auto& [prefix, uri] : style.extra)
+        if (!claim(prefix) || uri.empty()) return refused(prefix);
+    return std::nullopt;
+}
+
+std::string WsdAnswer(const WsdRequest& request, const MachineState& machine, const WsdStyle& style) {
+    const Envelope envelope = NewEnvelope(style.soapPrefix.c_str());
+    AddHeader(envelope, std::string(ns::kPrint) + "/GetPrinterElementsResponse", request.messageId);
+    for (const auto& [prefix, uri] : style.extra)
+        envelope.root.Declare(prefix.c_str(), uri.c_str());
+
+    const XmlElement body = envelope.root.Add("Body", envelope.soap);
+    const XmlElement response = body.Add("GetPrinterElementsResponse");
+    xmlNs* print = (style.nested ? response : envelope.root).Declare(style.prefix.c_str(), ns::kPrint);
+    xmlSetNs(response.Node(), print);
+    xmlNs* vendor = style.nested ? nullptr : envelope.root.Declare(kVendorPrefix, ns::kVendor);
+
+    const XmlElement elements = response.Add("PrinterElements");
+    for (const ElementName& wanted : request.names) {
+        const XmlElement data = elements.Add("ElementData");
+        std::string_view prefix = style.prefix;
+        xmlNs* space = vendor;
+        if (wanted.uri == ns::kVendor) {
+            prefix = kVendorPrefix;
+            if (space == nullptr) space = data.Declare(kVendorPrefix, ns::kVendor);
+        } else if (wanted.uri != ns::kPrint) {
+            prefix = kUnknownPrefix;
+            data.Declare(kUnknownPrefix, wanted.uri.c_str());
+        }
+        data.Attribute("Name", Qualified(prefix, wanted.name));
+        const bool known = AppendPrinterElement(data, wanted.uri, wanted.name, space, machine);
+        data.Attribute("Valid", known ? "true" : "false");
+    }
+    return Serialize(envelope.document.get());
+}
+
+std::string WsdFaultAnswer(const std::string& code, const std::string& reason, const std::string& relatesTo) {
+    const Envelope envelope = NewEnvelope("soap");
+    AddHeader(envelope, std::string(ns::kAddressing) + "/fault", relatesTo);
+    const XmlElement fault = envelope.root.Add("Body", envelope.soap).Add("Fault");
+    fault.Add("Code").Add("Value", "soap:" + code);
+    fault.Add("Reason").Add("Text", reason).Language("en");
+    return Serialize(envelope.document.get());
+}
+
+}  // namespace vlm::printer

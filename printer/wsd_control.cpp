@@ -1,0 +1,150 @@
+#include "wsd_control.h"
+
+#include "control_json.h"
+
+namespace vlm::printer {
+namespace {
+
+using nlohmann::json;
+
+bool EndsAtStage(WsdFaultMode mode) {
+    return mode == WsdFaultMode::kMute || mode == WsdFaultMode::kClose || mode == WsdFaultMode::kReset;
+}
+
+// Only members that the mode has a use for are taken: a typing error must not pass for a fault.
+WsdFault ParseWsdFault(const std::string& body) {
+    const json object = ParseObject(body, {"mode", "at", "piece", "pause", "bytes", "status", "connections"});
+    const auto mode = ParseWsdFaultMode(TextMember(object, "mode"));
+    if (!mode) throw BadRequest("'mode' must be one of " + WsdFaultModes());
+    WsdFault fault;
+    fault.mode = *mode;
+    const auto onlyFor = [&](bool fits, const char* key) {
+        if (!fits && object.contains(key))
+            throw BadRequest(fmt::format("{} takes no '{}'", ToString(*mode), key));
+    };
+    onlyFor(EndsAtStage(*mode), "at");
+    onlyFor(*mode == WsdFaultMode::kDrip, "piece");
+    onlyFor(*mode == WsdFaultMode::kDrip, "pause");
+    onlyFor(*mode == WsdFaultMode::kHuge, "bytes");
+    onlyFor(*mode == WsdFaultMode::kRedirect || *mode == WsdFaultMode::kRedirectLoop, "status");
+
+    const auto at = ParseWsdStage(TextMember(object, "at", ToString(fault.at)));
+    if (!at) throw BadRequest("'at' must be connect, request, status-line, head or body");
+    fault.at = *at;
+    fault.piece = CountMember(object, "piece").value_or(fault.piece);
+    fault.pause = CountMember(object, "pause").value_or(fault.pause);
+    fault.bytes = CountMember(object, "bytes").value_or(fault.bytes);
+    fault.status = CountMember(object, "status").value_or(fault.status);
+    fault.connections = CountMember(object, "connections");
+    if (const auto flaw = FindFlaw(fault)) throw BadRequest(*flaw);
+    return fault;
+}
+
+json ToJson(const std::optional<WsdFault>& fault) {
+    if (!fault) return nullptr;
+    json object{{"mode", ToString(fault->mode)}};
+    if (EndsAtStage(fault->mode)) object["at"] = ToString(fault->at);
+    if (fault->connections) object["connections"] = *fault->connections;
+    return object;
+}
+
+WsdStyle ParseStyle(const std::string& body) {
+    const json object = ParseObject(body, {"prefix", "soapPrefix", "nested", "extra"});
+    WsdStyle style;
+    style.prefix = TextMember(object, "prefix", style.prefix.c_str());
+    style.soapPrefix = TextMember(object, "soapPrefix", style.soapPrefix.c_str());
+    try {
+        style.nested = object.value("nested", false);
+        style.extra = object.value("extra", style.extra);
+    } catch (const json::exception&) {
+        throw BadRequest("'nested' must be true or false, 'extra' an object of texts");
+    }
+    if (const auto flaw = FindFlaw(style)) throw BadRequest(*flaw);
+    return style;
+}
+
+json ToJson(const WsdStyle& style) {
+    return {{"prefix", style.prefix},
+            {"soapPrefix", style.soapPrefix},
+            {"nested", style.nested},
+            {"extra", style.extra}};
+}
+
+MachineChange ParseChange(const std::string& body) {
+    const json object = ParseObject(body, {"name", "info", "location", "toner", "trays"});
+    MachineChange change;
+    for (const char* key : {"name", "info", "location"})
+        if (object.contains(key)) change.texts[key] = TextMember(object, key);
+    const auto levels = [&](const char* key, std::map<std::string, std::uint64_t>& into) {
+        const auto found = object.find(key);
+        if (found == object.end()) return;
+        if (!found->is_object()) throw BadRequest(fmt::format("'{}' must be an object of percentages", key));
+        for (const auto& [name, value] : found->items())
+            into[name] = CountMember(*found, name.c_str()).value_or(0);
+    };
+    levels("toner", change.toner);
+    levels("trays", change.trays);
+    return change;
+}
+
+json ToJson(const MachineState& state) {
+    json object{{"name", state.name},
+                {"info", state.info},
+                {"location", state.location},
+                {"pages", state.pages},
+                {"jobs", state.jobs}};
+    for (const Cartridge& cartridge : state.cartridges)
+        object["toner"][cartridge.color] = cartridge.Percent();
+    for (const Bin& bin : state.inputBins)
+        object["trays"][bin.name] = bin.Percent();
+    for (const Condition& condition : state.conditions)
+        object["conditions"].push_back(condition.name);
+    return object;
+}
+
+}  // namespace
+
+void AddWsdControl(httplib::Server& routes, WsdService& wsd, Machine& machine) {
+    using httplib::Request;
+    using httplib::Response;
+
+    const auto state = [&wsd] {
+        return json{{"fault", ToJson(wsd.Behaviour().CurrentFault())},
+                    {"style", ToJson(wsd.Behaviour().Style())}};
+    };
+    routes.Get("/wsd", [state](const Request&, Response& response) { Reply(response, state()); });
+    routes.Get("/wsd/requests",
+               [&wsd](const Request&, Response& response) { Reply(response, wsd.Requests().All()); });
+    routes.Delete("/wsd/requests", [state, &wsd](const Request&, Response& response) {
+        wsd.Requests().Clear();
+        Reply(response, state());
+    });
+    routes.Put("/wsd/fault", [state, &wsd](const Request& request, Response& response) {
+        wsd.Behaviour().SetFault(ParseWsdFault(request.body));
+        Reply(response, state());
+    });
+    routes.Delete("/wsd/fault", [state, &wsd](const Request&, Response& response) {
+        wsd.Behaviour().ClearFault();
+        Reply(response, state());
+    });
+    routes.Put("/wsd/style", [state, &wsd](const Request& request, Response& response) {
+        wsd.Behaviour().SetStyle(ParseStyle(request.body));
+        Reply(response, state());
+    });
+    routes.Delete("/wsd/style", [state, &wsd](const Request&, Response& response) {
+        wsd.Behaviour().SetStyle({});
+        Reply(response, state());
+    });
+    routes.Get("/machine",
+               [&machine](const Request&, Response& response) { Reply(response, ToJson(machine.State())); });
+    routes.Put("/machine", [&machine](const Request& request, Response& response) {
+        try {
+            machine.Change(ParseChange(request.body));
+        } catch (const std::invalid_argument& e) {
+            throw BadRequest(e.what());
+        }
+        Reply(response, ToJson(machine.State()));
+    });
+}
+
+}  // namespace vlm::printer

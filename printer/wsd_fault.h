@@ -1,0 +1,113 @@
+// What the WSD ports do wrong on request.
+//
+// A connection takes its fault when it is accepted, at most as many as the fault says, and keeps it until it
+// ends or the fault is cleared. Every operation of WsdBehaviour may be called from any thread.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "wsd_answer.h"
+
+namespace vlm::printer {
+
+enum class WsdFaultMode {
+    // Up to a stage everything is right, then:
+    kMute,   // nothing more comes until the client closes or the fault is cleared
+    kClose,  // the connection is closed
+    kReset,  // it is reset
+    // The right answer, delivered wrongly:
+    kDrip,         // piece by piece, with pauses
+    kEmpty,        // 200 without a body
+    kTruncated,    // the first half of the body, with the length of that half
+    kLengthLong,   // a Content-Length beyond the body, which then ends with the connection
+    kLengthShort,  // a Content-Length of half the body, all of which comes
+    kChunked,
+    kGzip,
+    kHuge,  // well-formed, with much white space
+    // Another answer:
+    kNotFound,      // 404, HTML
+    kUnauthorized,  // 401
+    kSoap11Fault,   // 500
+    kSoap12Fault,   // 500
+    kNoXml,         // 500
+    kHtml,          // 200
+    kEntityBomb,    // the right answer behind a document type declaration with nested entities
+    kRedirect,      // to a path where the service answers
+    kRedirectLoop,  // to the same address
+};
+
+enum class WsdStage {
+    kConnect,     // nothing is read, not even a TLS handshake
+    kRequest,     // the request is read
+    kStatusLine,  // half of the status line is sent
+    kHead,        // half of the header lines are sent
+    kBody,        // half of the body is sent
+};
+
+struct WsdFault {
+    WsdFaultMode mode = WsdFaultMode::kClose;
+    WsdStage at = WsdStage::kRequest;          // mute, close, reset
+    std::uint64_t piece = 16;                  // drip: bytes
+    std::uint64_t pause = 50;                  // drip: milliseconds after each
+    std::uint64_t bytes = 100'000'000;         // huge: at least
+    std::uint64_t status = 307;                // redirect, redirect-loop
+    std::optional<std::uint64_t> connections;  // how many; without it, all until it is cleared
+};
+
+const char* ToString(WsdFaultMode mode);
+std::optional<WsdFaultMode> ParseWsdFaultMode(const std::string& text);
+std::string WsdFaultModes();  // "mute, close, …"
+const char* ToString(WsdStage stage);
+std::optional<WsdStage> ParseWsdStage(const std::string& text);
+
+std::optional<std::string> FindFlaw(const WsdFault& fault);
+
+// Where kRedirect leads: the service answers there as well, and without that fault.
+inline constexpr const char* kWsdMovedPath = "/wsd/moved/";
+
+// What goes out on the connection and how it ends.
+struct Delivery {
+    enum class End { kOrderly, kAbrupt, kReset, kHold };
+    struct Part {
+        std::string bytes;
+        std::uint64_t times = 1;
+    };
+    std::vector<Part> parts;
+    std::uint64_t piece = 0;  // bytes per send, with a pause after each; 0: all at once
+    std::uint64_t pause = 0;  // milliseconds
+    End end = End::kOrderly;
+};
+
+// `answer` is the right one, head and body; `path` the request's; `selfUrl` the service's address without a
+// path.
+Delivery Misbehave(const WsdFault& fault, const std::string& answer, const std::string& path,
+                   const std::string& selfUrl);
+
+class WsdBehaviour {
+ public:
+    void SetStyle(WsdStyle style);
+    WsdStyle Style() const;
+
+    void SetFault(const WsdFault& fault);
+    void ClearFault();  // releases held connections, too
+    std::optional<WsdFault> CurrentFault() const;
+
+    struct Orders {
+        std::optional<WsdFault> fault;
+        std::uint64_t era = 0;
+    };
+    Orders OrdersForNextConnection();
+    bool FaultHolds(const Orders& orders) const;
+
+ private:
+    mutable std::mutex mutex_;
+    WsdStyle style_;
+    std::optional<WsdFault> fault_;
+    std::uint64_t era_ = 0;  // counts the times that faults were cleared
+};
+
+}  // namespace vlm::printer

@@ -1,0 +1,200 @@
+#include "wsd_request.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+
+#include "xml.h"
+
+namespace vlm::printer {
+namespace {
+
+constexpr std::size_t kMostNames = 256;
+constexpr const char* kMediaType = "application/soap+xml";
+
+// Nothing is loaded, expanded or printed while it parses.
+constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+
+std::string Trimmed(const std::string& text) {
+    const char* blanks = " \t\r\n";
+    const auto first = text.find_first_not_of(blanks);
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+std::vector<xmlNode*> Children(const xmlNode* parent) {
+    std::vector<xmlNode*> all;
+    for (xmlNode* node = parent->children; node != nullptr; node = node->next)
+        if (node->type == XML_ELEMENT_NODE) all.push_back(node);
+    return all;
+}
+
+std::string TextOf(const xmlNode* node) {
+    return FromXml(XmlText(xmlNodeGetContent(node)).get());
+}
+
+std::string NameOf(const xmlNode* node) {
+    return fmt::format("{{{}}}{}", node->ns != nullptr ? FromXml(node->ns->href) : "", FromXml(node->name));
+}
+
+bool IsUuid(std::string_view text) {
+    constexpr std::string_view kShape =
+        "urn:uuid:hhhhhhhh-hhhh-hhhh-hhhh-hhhhhhhhhhhh";  // h: a lower-case digit
+    constexpr std::size_t kStart = 9;
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    if (text.size() != kShape.size() || !text.starts_with(kShape.substr(0, kStart))) return false;
+    for (std::size_t i = kStart; i < text.size(); ++i) {
+        const bool fits = kShape[i] == 'h' ? kDigits.find(text[i]) != std::string_view::npos : text[i] == '-';
+        if (!fits) return false;
+    }
+    return true;
+}
+
+class Reader {
+ public:
+    explicit Reader(WsdRequest& request) : request_(request) {}
+
+    void ReadContentType(std::string_view value) {
+        std::string type = Trimmed(std::string(value.substr(0, value.find(';'))));
+        std::transform(type.begin(), type.end(), type.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        if (type == kMediaType) return;
+        std::string shown(value);  // a header may hold any byte, the answer only text
+        std::replace_if(
+            shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
+        Find("the content type is '{}' instead of {}", shown, kMediaType);
+    }
+
+    void ReadMessage(const std::string& body) {
+        const XmlContext context(xmlNewParserCtxt());
+        const XmlDocument document(xmlCtxtReadMemory(
+            context.get(), body.data(), static_cast<int>(body.size()), nullptr, nullptr, kParseOptions));
+        if (!document) {
+            Find("the body is not well-formed XML: line {}: {}", context->lastError.line,
+                 Trimmed(context->lastError.message != nullptr ? context->lastError.message : "no reason"));
+            return;
+        }
+        if (document->intSubset != nullptr) {
+            Find("a SOAP message must not have a document type declaration");
+            return;
+        }
+        const xmlNode* root = xmlDocGetRootElement(document.get());
+        if (!IsElement(root, ns::kSoap12, "Envelope")) {
+            request_.otherVersion = FromXml(root->name) == "Envelope";
+            Find("the root is {} instead of the SOAP 1.2 Envelope", NameOf(root));
+            return;
+        }
+        const auto parts = Children(root);
+        if (parts.size() != 2 || !IsElement(parts[0], ns::kSoap12, "Header") ||
+            !IsElement(parts[1], ns::kSoap12, "Body")) {
+            Find("the Envelope must hold one Header, then one Body, both SOAP 1.2");
+            return;
+        }
+        ReadHeader(parts[0]);
+        ReadBody(parts[1]);
+    }
+
+ private:
+    template <typename... Args>
+    void Find(fmt::format_string<Args...> format, Args&&... args) {
+        request_.findings.push_back(fmt::format(format, std::forward<Args>(args)...));
+    }
+
+    void ReadHeader(const xmlNode* header) {
+        constexpr std::array<const char*, 5> kOrder{"To", "Action", "MessageID", "ReplyTo", "From"};
+        const auto blocks = Children(header);
+        for (std::size_t i = 0; i < kOrder.size(); ++i) {
+            if (i >= blocks.size())
+                Find("header {} is missing: wsa:{}", i + 1, kOrder[i]);
+            else if (!IsElement(blocks[i], ns::kAddressing, kOrder[i]))
+                Find("header {} is {} instead of wsa:{}", i + 1, NameOf(blocks[i]), kOrder[i]);
+        }
+        if (blocks.size() > kOrder.size()) Find("{} headers instead of {}", blocks.size(), kOrder.size());
+
+        // Values are checked wherever their header stands, so that one fault does not hide another.
+        for (const xmlNode* block : blocks) {
+            if (IsElement(block, ns::kAddressing, "To")) {
+                request_.to = TextOf(block);
+                if (request_.to.empty() || request_.to.find_first_of(" \t\r\n") != std::string::npos)
+                    Find("wsa:To is no address: '{}'", request_.to);
+            } else if (IsElement(block, ns::kAddressing, "Action")) {
+                request_.action = TextOf(block);
+                if (request_.action != std::string(ns::kPrint) + "/GetPrinterElements")
+                    Find("wsa:Action is not GetPrinterElements: '{}'", request_.action);
+            } else if (IsElement(block, ns::kAddressing, "MessageID")) {
+                request_.messageId = TextOf(block);
+                if (!IsUuid(request_.messageId))
+                    Find("wsa:MessageID is no urn:uuid: '{}'", request_.messageId);
+            } else if (IsElement(block, ns::kAddressing, "ReplyTo")) {
+                const std::string replyTo = AddressIn(block);
+                if (replyTo != ns::kAnonymous)
+                    Find("wsa:ReplyTo is not the anonymous address: '{}'", replyTo);
+            } else if (IsElement(block, ns::kAddressing, "From")) {
+                request_.from = AddressIn(block);
+                if (!IsUuid(request_.from)) Find("wsa:From is no urn:uuid: '{}'", request_.from);
+            }
+        }
+    }
+
+    std::string AddressIn(const xmlNode* endpoint) {
+        const auto parts = Children(endpoint);
+        if (parts.size() == 1 && IsElement(parts[0], ns::kAddressing, "Address")) return TextOf(parts[0]);
+        Find("wsa:{} must hold one wsa:Address", FromXml(endpoint->name));
+        return "";
+    }
+
+    void ReadBody(const xmlNode* body) {
+        const xmlNode* node = body;
+        for (const char* name : {"GetPrinterElementsRequest", "RequestedElements"}) {
+            const auto parts = Children(node);
+            if (parts.size() != 1 || !IsElement(parts[0], ns::kPrint, name)) {
+                Find("{} must hold one print service {}", FromXml(node->name), name);
+                return;
+            }
+            node = parts[0];
+        }
+        for (xmlNode* wanted : Children(node)) {
+            if (request_.names.size() == kMostNames) {
+                Find("more than {} elements are requested", kMostNames);
+                return;
+            }
+            if (IsElement(wanted, ns::kPrint, "Name"))
+                ReadName(wanted);
+            else
+                Find("RequestedElements holds {} instead of a print service Name", NameOf(wanted));
+        }
+    }
+
+    void ReadName(xmlNode* wanted) {
+        const std::string text = Trimmed(TextOf(wanted));
+        if (xmlValidateQName(ToXml(text.c_str()), 0) != 0) {
+            Find("the requested name '{}' is no qualified name", text);
+            return;
+        }
+        const auto colon = text.find(':');
+        const std::string prefix = colon == std::string::npos ? "" : text.substr(0, colon);
+        const xmlNs* space =
+            xmlSearchNs(wanted->doc, wanted, prefix.empty() ? nullptr : ToXml(prefix.c_str()));
+        if (space == nullptr || FromXml(space->href).empty()) {
+            Find("the requested name '{}' has {}", text,
+                 prefix.empty() ? "no namespace" : "a prefix that is not declared in its scope");
+            return;
+        }
+        request_.names.push_back({FromXml(space->href), text.substr(colon + 1)});  // npos + 1 is the start
+    }
+
+    WsdRequest& request_;
+};
+
+}  // namespace
+
+WsdRequest ReadWsdRequest(std::string_view contentType, const std::string& body) {
+    WsdRequest request;
+    Reader reader(request);
+    reader.ReadContentType(contentType);
+    reader.ReadMessage(body);
+    return request;
+}
+
+}  // namespace vlm::printer

@@ -1,0 +1,273 @@
+#include "monitor/bidi_routing.h"
+
+#include <cstddef>
+#include <cwchar>
+#include <new>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "bidi/bidi_req.h"
+#include "bidi/velunbidispl.h"
+#include "monitor/lm_manager.h"
+#include "monitor/module_explorer.h"
+#include "soap/printer_elements.h"
+#include "util/com.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr wchar_t kGet[] = L"Get";
+constexpr wchar_t kGetAll[] = L"GetAll";
+constexpr wchar_t kEnumSchema[] = L"EnumSchema";
+
+bool Equal(const wchar_t* one, const wchar_t* other) {
+    return std::wcscmp(one, other) == 0;
+}
+
+// Says in the trace why, and returns the code. Does not throw: a line that there is no memory for is left
+// out.
+DWORD Refuse(const LmPort& port, DWORD code, const wchar_t* reason) noexcept {
+    try {
+        Trace(L"Bidi: port %ls: %ls, error %lu\r\n", Printable(port.portName).c_str(), reason, code);
+    } catch (const std::bad_alloc&) {
+    }
+    return code;
+}
+
+// Runs a step that returns a Win32 code; what it throws becomes one.
+template <typename Step>
+DWORD GuardCode(const LmPort& port, const wchar_t* reason, Step&& step) noexcept {
+    DWORD code = ERROR_FUNCTION_FAILED;
+    try {
+        return step();
+    } catch (const std::bad_alloc&) {
+        code = ERROR_OUTOFMEMORY;
+    } catch (const _com_error& error) {
+        code = Win32FromHresult(error.Error());
+    } catch (...) {
+    }
+    return Refuse(port, code, reason);
+}
+
+// An answer that is given back to the router at the end of the scope.
+class Answer {
+ public:
+    explicit Answer(const CBidiMem& memory) : memory_(memory) {}
+    ~Answer() { memory_.FreeContainer(container_); }
+    Answer(const Answer&) = delete;
+    Answer& operator=(const Answer&) = delete;
+
+    // To be filled, or to be taken over by setting it to null.
+    BIDI_RESPONSE_CONTAINER** Place() { return &container_; }
+
+ private:
+    const CBidiMem& memory_;
+    BIDI_RESPONSE_CONTAINER* container_ = nullptr;
+};
+
+// What two entries must have in common to answer the same question.
+struct Question {
+    std::wstring_view schema;
+    DWORD number;
+    bool operator==(const Question&) const = default;
+};
+
+Question QuestionOf(const BIDI_RESPONSE_DATA& entry) {
+    return {entry.pSchema != nullptr ? entry.pSchema : std::wstring_view(), entry.dwReqNumber};
+}
+
+struct QuestionHash {
+    size_t operator()(const Question& question) const {
+        return std::hash<std::wstring_view>()(question.schema) * 31 + question.number;
+    }
+};
+
+// The first entry for each question.
+using EntryIndex = std::unordered_map<Question, const BIDI_RESPONSE_DATA*, QuestionHash>;
+
+EntryIndex IndexOf(const BIDI_RESPONSE_CONTAINER& answer) {
+    EntryIndex index;
+    index.reserve(answer.Count);
+    for (DWORD i = 0; i < answer.Count; ++i)
+        index.try_emplace(QuestionOf(answer.aData[i]), &answer.aData[i]);
+    return index;
+}
+
+// The entries of the merge, still in the memory of the two answers.
+std::vector<const BIDI_RESPONSE_DATA*> PickEntries(const BIDI_RESPONSE_CONTAINER& engine,
+                                                   const BIDI_RESPONSE_CONTAINER& lower) {
+    const EntryIndex byEngine = IndexOf(engine);
+    const EntryIndex byLower = IndexOf(lower);
+    std::vector<const BIDI_RESPONSE_DATA*> picked;
+    picked.reserve(size_t{engine.Count} + lower.Count);
+    for (DWORD i = 0; i < engine.Count; ++i) {
+        const BIDI_RESPONSE_DATA& own = engine.aData[i];
+        const auto found = own.dwResult != 0 ? byLower.find(QuestionOf(own)) : byLower.end();
+        const bool lowerWins = found != byLower.end() && found->second->dwResult == 0;
+        picked.push_back(lowerWins ? found->second : &own);
+    }
+    for (DWORD i = 0; i < lower.Count; ++i)
+        if (!byEngine.contains(QuestionOf(lower.aData[i]))) picked.push_back(&lower.aData[i]);
+    return picked;
+}
+
+bool IsEmpty(const BIDI_RESPONSE_CONTAINER* answer) {
+    return answer == nullptr || answer->Count == 0;
+}
+
+HRESULT AnswerFromPrinter(CLmMgr& manager, const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
+                          BIDI_RESPONSE_CONTAINER** response) {
+    const std::wstring printerName = manager.PrinterNameOf(port);
+    _bstr_t files;
+    HRESULT hr = BuildExtensionFileList(printerName.c_str(), files.GetAddress());
+    if (FAILED(hr)) return hr;
+    CVelunBidiSpl engine;
+    hr = engine.Init(printerName.c_str(), files);
+    if (FAILED(hr)) return hr;
+    _bstr_t query;
+    hr = engine.EnumQueryElement(request, query.GetAddress());
+    // No requested path is one of the extension files: the printer need not be asked.
+    if (hr == S_FALSE) return E_INVALIDARG;
+    if (FAILED(hr)) return hr;
+
+    std::wstring address;
+    ComPtr<IStream> elements;
+    hr = manager.GetPrinterAddress(port, &address);
+    if (SUCCEEDED(hr)) hr = GetPrinterElements(address.c_str(), query, elements.Receive());
+    if (SUCCEEDED(hr)) hr = engine.SetGetPrinterElementResponseStream(elements.Get());
+    // A "Get" of a property, too, is answered with all that lies below it.
+    if (SUCCEEDED(hr)) hr = engine.SendRecvBidiDataFromPort(kGetAll, request, response);
+    return hr;
+}
+
+DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
+                        BIDI_RESPONSE_CONTAINER** response) {
+    if (action == nullptr || request == nullptr || response == nullptr)
+        return Refuse(port, ERROR_INVALID_PARAMETER, L"a query without action, request or response");
+    if (port.owner->IsPooledPrinter(port))
+        return Refuse(port, ERROR_NOT_SUPPORTED, L"no Bidi for a pooled printer");
+    if (Equal(action, kEnumSchema)) {
+        return port.lower.base.pfnSendRecvBidiDataFromPort(port.lowerPort, accessBit, action, request,
+                                                           response);
+    }
+    *response = nullptr;
+    // Outlives the request. COM of another mode on this thread is as good; without any COM the engine fails,
+    // and the lower monitor answers alone.
+    const ComApartment apartment(COINIT_APARTMENTTHREADED);
+    CBidiReq query(accessBit, action, request);
+    const DWORD code = port.owner->QueryBidi(port, query);
+    if (code != ERROR_SUCCESS) return code;
+    *response = query.DetachResponse();
+    return *response != nullptr ? ERROR_SUCCESS : Refuse(port, ERROR_NO_DATA, L"nothing to answer");
+}
+
+}  // namespace
+
+DWORD Win32FromHresult(HRESULT hr) {
+    if (SUCCEEDED(hr)) return ERROR_SUCCESS;
+    return HRESULT_FACILITY(hr) == FACILITY_WIN32 ? HRESULT_CODE(hr) : DWORD{ERROR_FUNCTION_FAILED};
+}
+
+DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
+               const BIDI_REQUEST_CONTAINER* request, const CBidiMem& memory,
+               BIDI_RESPONSE_CONTAINER** answer) noexcept {
+    *answer = nullptr;
+    const DWORD code = GuardCode(port, L"an exception came up from the lower monitor", [&]() -> DWORD {
+        const auto ask = port.lower.base.pfnSendRecvBidiDataFromPort;
+        if (ask == nullptr) return ERROR_NOT_SUPPORTED;
+        // The slot's type lacks the const that its contract has: a request is only read.
+        return ask(port.lowerPort, accessBit, action, const_cast<BIDI_REQUEST_CONTAINER*>(request), answer);
+    });
+    if (code == ERROR_SUCCESS) return code;
+    memory.FreeContainer(std::exchange(*answer, nullptr));
+    return Refuse(port, code, L"the lower monitor gave no answer");
+}
+
+DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BIDI_RESPONSE_CONTAINER** lower,
+                   DWORD version, DWORD flags, BIDI_RESPONSE_CONTAINER** merged) {
+    *merged = nullptr;
+    if (IsEmpty(*engine) && IsEmpty(*lower)) return ERROR_SUCCESS;
+    if (IsEmpty(*engine) || IsEmpty(*lower)) {
+        *merged = std::exchange(IsEmpty(*engine) ? *lower : *engine, nullptr);
+        (*merged)->Version = version;
+        (*merged)->Flags = flags;
+        return ERROR_SUCCESS;
+    }
+    const auto picked = PickEntries(**engine, **lower);
+    const size_t size = offsetof(BIDI_RESPONSE_CONTAINER, aData) + picked.size() * sizeof(BIDI_RESPONSE_DATA);
+    // Shallow, for one deep copy of all at once.
+    const GlobalMemory gathered(GlobalAlloc(GPTR, size));
+    if (!gathered) return ERROR_OUTOFMEMORY;
+    auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(gathered.Get());
+    for (const BIDI_RESPONSE_DATA* entry : picked)
+        container->aData[container->Count++] = *entry;
+    *merged = memory.Merge(container, nullptr, version, flags);
+    return *merged != nullptr ? ERROR_SUCCESS : ERROR_OUTOFMEMORY;
+}
+
+DWORD CLmMgr::QueryBidi(const LmPort& port, CBidiReq& request) {
+    if (!request.IsValid()) return Refuse(port, ERROR_INVALID_PARAMETER, L"no valid request");
+    GlobalMemory unanswered;
+    if (!request.MakeUnanswered(&unanswered))
+        return Refuse(port, ERROR_OUTOFMEMORY, L"no memory for the request");
+    if (!unanswered) return ERROR_SUCCESS;
+    const auto* reduced = static_cast<const BIDI_REQUEST_CONTAINER*>(unanswered.Get());
+
+    const wchar_t* action = request.Action();
+    Answer answer(bidiMem_);
+    DWORD code = ERROR_SUCCESS;
+    if (Equal(action, kGet) || Equal(action, kGetAll)) {
+        Answer engine(bidiMem_);
+        Answer lower(bidiMem_);
+        const DWORD engineCode = QueryEngine(&port, action, reduced, engine.Place());
+        code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, lower.Place());
+        if (engineCode == ERROR_SUCCESS || code == ERROR_SUCCESS) {
+            code = MergeAnswers(bidiMem_, engine.Place(), lower.Place(), reduced->Version, reduced->Flags,
+                                answer.Place());
+            if (code != ERROR_SUCCESS) Refuse(port, code, L"no memory for the merged answer");
+        }
+    } else {
+        code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, answer.Place());
+    }
+    if (code != ERROR_SUCCESS) return code;
+    if (!request.TakeResponse(answer.Place()))
+        return Refuse(port, ERROR_OUTOFMEMORY, L"no memory for the response");
+    return ERROR_SUCCESS;
+}
+
+DWORD CLmMgr::QueryEngine(const LmPort* port, const wchar_t* action, const BIDI_REQUEST_CONTAINER* request,
+                          BIDI_RESPONSE_CONTAINER** response) {
+    if (port == nullptr) return ERROR_OUTOFMEMORY;  // what this has always answered
+    if (action == nullptr || request == nullptr || response == nullptr) return ERROR_INVALID_PARAMETER;
+    *response = nullptr;
+    const DWORD code = GuardCode(*port, L"an exception ended the engine's query", [&] {
+        return Win32FromHresult(AnswerFromPrinter(*this, *port, request, response));
+    });
+    if (code != ERROR_SUCCESS) Refuse(*port, code, L"the printer gave no answer");
+    return code;
+}
+
+DWORD CLmMgr::AnswerLocally(const BIDI_REQUEST_CONTAINER* request, BIDI_RESPONSE_CONTAINER** response) const {
+    if (request == nullptr || response == nullptr) return ERROR_INVALID_PARAMETER;
+    const BIDI_REQUEST_DATA none{};
+    return bidiMem_.MakeSingleEntry(ERROR_NO_DATA, request->Count != 0 ? request->aData[0] : none, response,
+                                    request->Version, request->Flags);
+}
+
+DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
+                BIDI_RESPONSE_CONTAINER** response) noexcept {
+    return GuardCode(port, L"an exception ended the query", [&]() -> DWORD {
+        if (port.lower.base.pfnSendRecvBidiDataFromPort != nullptr && !IsUsbPort(port))
+            return AnswerNetworkPort(port, accessBit, action, request, response);
+        const DWORD code = port.owner->AnswerLocally(request, response);
+        return code == ERROR_SUCCESS ? code : Refuse(port, code, L"no local answer");
+    });
+}
+
+}  // namespace vlm

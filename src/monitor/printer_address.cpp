@@ -1,0 +1,153 @@
+// Where a port's printer is. A standard TCP/IP port monitor tells its host address, a WSD port monitor the
+// URL of its print service; both are asked anew for each query, because either may be changed at any time.
+#include <array>
+#include <cstring>
+#include <cwchar>
+#include <string>
+
+#include "monitor/bidi_routing.h"
+#include "monitor/lm_manager.h"
+#include "util/handles.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+// The TCP/IP port monitor's CONFIG_INFO_DATA_1 and PORT_DATA_1, which the toolchain's headers leave out.
+constexpr DWORD kConfigInfoSize = 132;      // the version, 1, stands in its last four bytes
+constexpr DWORD kPortDataSize = 964;        // in bytes
+constexpr size_t kHostAddressOffset = 144;  // a zero-terminated text
+
+constexpr wchar_t kServiceUrlSchema[] = L"\\Printer.Velun.OIP.Service.WSDPrintServices:WSDPrintServiceURL";
+constexpr size_t kLongestUrl = 260;  // characters, terminator included
+
+// The lower monitor's channel for questions about one port, open for the scope.
+class Transceiver {
+ public:
+    explicit Transceiver(const LmPort& port) : table_(port.lower.base) {
+        if (table_.pfnXcvOpenPort == nullptr || table_.pfnXcvDataPort == nullptr ||
+            table_.pfnXcvClosePort == nullptr)
+            return;
+        open_ = table_.pfnXcvOpenPort(port.lowerMonitor, port.portName, GENERIC_READ, &channel_) != FALSE;
+    }
+    ~Transceiver() {
+        if (!open_) return;
+        const LastErrorKeeper keeper;
+        try {
+            table_.pfnXcvClosePort(channel_);
+        } catch (...) {
+            Trace(L"Bidi: an exception came up from below while a channel was closed\r\n");
+        }
+    }
+    Transceiver(const Transceiver&) = delete;
+    Transceiver& operator=(const Transceiver&) = delete;
+
+    explicit operator bool() const { return open_; }
+    DWORD Ask(const wchar_t* name, BYTE* input, DWORD inputSize, BYTE* output) const {
+        DWORD needed = 0;
+        return table_.pfnXcvDataPort(channel_, name, input, inputSize, output, kPortDataSize, &needed);
+    }
+
+ private:
+    const MONITOR2& table_;
+    HANDLE channel_ = nullptr;
+    bool open_ = false;
+};
+
+HRESULT Fail(const LmPort& port, const wchar_t* reason) {
+    Trace(L"Bidi: port %ls: %ls\r\n", Printable(port.portName).c_str(), reason);
+    return E_FAIL;
+}
+
+// The value of the answer's first entry.
+DWORD TakeText(const BIDI_RESPONSE_CONTAINER* answer, wchar_t* buffer, size_t capacity) {
+    if (answer == nullptr || answer->Count == 0) return ERROR_NO_DATA;
+    const BIDI_DATA& value = answer->aData[0].data;
+    // The type first: the value of a number is no pointer.
+    switch (value.dwBidiType) {
+        case BIDI_NULL:
+            return ERROR_NO_DATA;
+        case BIDI_STRING:
+        case BIDI_TEXT:
+        case BIDI_ENUM:
+            break;
+        default:
+            return ERROR_INVALID_PARAMETER;
+    }
+    const wchar_t* text = value.u.sData;
+    if (text == nullptr) return ERROR_NO_DATA;
+    const size_t length = wcsnlen(text, capacity);
+    if (length == capacity) return ERROR_INSUFFICIENT_BUFFER;
+    std::wmemcpy(buffer, text, length);
+    buffer[length] = L'\0';
+    return ERROR_SUCCESS;
+}
+
+}  // namespace
+
+HRESULT CLmMgr::GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text) const {
+    if (mode == nullptr || text == nullptr) return E_INVALIDARG;
+    *mode = PortConnectMode::kUnknown;
+    text->clear();
+    const Transceiver channel(port);
+    if (!channel) return Fail(port, L"the lower monitor opens no channel to ask for the printer's address");
+
+    const GlobalMemory input(GlobalAlloc(GPTR, kConfigInfoSize));
+    const GlobalMemory output(GlobalAlloc(GPTR, kPortDataSize));
+    if (!input || !output) return E_OUTOFMEMORY;
+    auto* question = static_cast<BYTE*>(input.Get());
+    auto* answer = static_cast<BYTE*>(output.Get());
+    const DWORD version = 1;
+    std::memcpy(question + kConfigInfoSize - sizeof version, &version, sizeof version);
+
+    // Only a WSD port has such an identity.
+    if (channel.Ask(L"PnPXID", nullptr, 0, answer) == ERROR_SUCCESS) {
+        *mode = PortConnectMode::kWsd;
+        return S_OK;
+    }
+    if (channel.Ask(L"GetConfigInfo", question, kConfigInfoSize, answer) != ERROR_SUCCESS)
+        return Fail(port, L"the lower monitor does not tell the printer's address");
+    const auto* address = reinterpret_cast<const wchar_t*>(answer + kHostAddressOffset);
+    constexpr size_t kRoom = (kPortDataSize - kHostAddressOffset) / sizeof(wchar_t);
+    const size_t length = wcsnlen(address, kRoom);
+    if (length == kRoom) return Fail(port, L"the lower monitor's host address has no end");
+    text->assign(address, length);
+    *mode = PortConnectMode::kTcp;
+    return S_OK;
+}
+
+HRESULT CLmMgr::GetPrinterAddress(const LmPort& port, std::wstring* address) {
+    PortConnectMode mode = PortConnectMode::kUnknown;
+    const HRESULT hr = GetConfigInfo(port, &mode, address);
+    if (FAILED(hr) || mode == PortConnectMode::kTcp) return hr;
+    std::array<wchar_t, kLongestUrl> url{};
+    const DWORD code = GetBidiString(port, kServiceUrlSchema, url.data(), url.size(), true);
+    if (code != ERROR_SUCCESS) {
+        Trace(L"Bidi: port %ls: the lower monitor does not tell the print service's URL, error %lu\r\n",
+              Printable(port.portName).c_str(), code);
+        return E_FAIL;
+    }
+    *address = url.data();
+    return S_OK;
+}
+
+DWORD CLmMgr::GetBidiString(const LmPort& port, const wchar_t* schema, wchar_t* buffer, size_t capacity,
+                            bool viaLower) {
+    if (schema == nullptr || *schema == L'\0' || buffer == nullptr) return ERROR_INVALID_PARAMETER;
+    std::wstring name = schema;
+    BIDI_REQUEST_CONTAINER request{};
+    request.Version = 1;
+    request.Count = 1;
+    request.aData[0].pSchema = name.data();
+    request.aData[0].data.dwBidiType = BIDI_NULL;
+    BIDI_RESPONSE_CONTAINER* answer = nullptr;
+    const DWORD code = viaLower ? AskLower(port, PRINTER_ACCESS_USE, L"Get", &request, bidiMem_, &answer)
+                                : QueryEngine(&port, L"Get", &request, &answer);
+    if (code != ERROR_SUCCESS) return code;
+    const DWORD taken = TakeText(answer, buffer, capacity);
+    bidiMem_.FreeContainer(answer);
+    return taken;
+}
+
+}  // namespace vlm

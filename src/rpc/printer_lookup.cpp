@@ -1,0 +1,97 @@
+#include "rpc/printer_lookup.h"
+
+#include <array>
+#include <cwchar>
+#include <span>
+
+#include "util/handles.h"
+#include "util/spooler_api.h"
+#include "util/vlutil.h"
+
+namespace vlm::rpc {
+
+namespace {
+
+constexpr size_t kLongestShare = 256;
+
+bool IsNtSystem() {
+    OSVERSIONINFOW version{};
+    version.dwOSVersionInfoSize = sizeof version;
+#if defined(_MSC_VER)
+#pragma warning(suppress : 4996)  // deprecated, but it answers as the process's compatibility mode wants it
+#endif
+    return GetVersionExW(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT;
+}
+
+bool StartsWith(const wchar_t* text, std::wstring_view prefix) {
+    return _wcsnicmp(text, prefix.data(), prefix.size()) == 0;
+}
+
+bool IsUsbPortName(const wchar_t* name) {
+    return StartsWith(name, IsNtSystem() ? L"USB" : L"MPUSBPRN");
+}
+
+// The share name in "\\server\share"; empty when `name` has not that form.
+std::wstring_view ShareOf(const wchar_t* name) {
+    if (!StartsWith(name, L"\\\\") || name[2] == L'\\') return {};
+    const wchar_t* end = std::wcschr(name + 2, L'\\');
+    if (end == nullptr) return {};
+    const std::wstring_view share(end + 1);
+    return share.size() <= kLongestShare ? share : std::wstring_view();
+}
+
+bool HasName(const wchar_t* candidate, std::wstring_view name) {
+    return candidate != nullptr && std::wcslen(candidate) == name.size() && StartsWith(candidate, name);
+}
+
+DWORD EnumeratePrinters(GlobalMemory* buffer, std::span<const PRINTER_INFO_2W>* printers) {
+    constexpr DWORD kWhich = PRINTER_ENUM_LOCAL | PRINTER_ENUM_CONNECTIONS;
+    DWORD size = 0;
+    DWORD count = 0;
+    if (!EnumPrintersW(kWhich, nullptr, 2, nullptr, 0, &size, &count) &&
+        GetLastError() != ERROR_INSUFFICIENT_BUFFER)
+        return GetLastError();
+    if (size == 0) return ERROR_SUCCESS;
+    buffer->Reset(GlobalAlloc(GPTR, size));
+    if (!*buffer) return ERROR_NOT_ENOUGH_MEMORY;
+    if (!EnumPrintersW(kWhich, nullptr, 2, static_cast<BYTE*>(buffer->Get()), size, &size, &count))
+        return GetLastError();
+    *printers = {static_cast<const PRINTER_INFO_2W*>(buffer->Get()), count};
+    return ERROR_SUCCESS;
+}
+
+bool IsReachable(const PRINTER_INFO_2W& printer) {
+    return printer.pPortName != nullptr && IsUsbPortName(printer.pPortName) &&
+           (printer.Attributes & PRINTER_ATTRIBUTE_ENABLE_BIDI) != 0;
+}
+
+}  // namespace
+
+DWORD FindPortName(const char* client, std::wstring* port) {
+    std::array<wchar_t, kLongestName> name{};
+    if (MultiByteToWideChar(CP_ACP, 0, client, -1, name.data(), kLongestName) == 0) {
+        Trace(L"RPC: the printer name is too long or not of the system's code page\r\n");
+        return ERROR_INVALID_PARAMETER;
+    }
+    GlobalMemory buffer;
+    std::span<const PRINTER_INFO_2W> printers;
+    const DWORD enumerated = EnumeratePrinters(&buffer, &printers);
+    if (enumerated != ERROR_SUCCESS) {
+        Trace(L"RPC: the printers cannot be enumerated, error %lu\r\n", enumerated);
+        return enumerated;
+    }
+    const bool isPort = IsUsbPortName(name.data());
+    const std::wstring_view wanted = isPort ? std::wstring_view(name.data()) : ShareOf(name.data());
+    if (!wanted.empty()) {
+        for (const PRINTER_INFO_2W& printer : printers) {
+            if (!IsReachable(printer)) continue;
+            if (!HasName(isPort ? printer.pPortName : printer.pShareName, wanted)) continue;
+            *port = printer.pPortName;
+            return ERROR_SUCCESS;
+        }
+    }
+    Trace(L"RPC: no USB printer with Bidi goes by the name %ls\r\n", Printable(name.data()).c_str());
+    return ERROR_OPEN_FAILED;
+}
+
+}  // namespace vlm::rpc

@@ -1,0 +1,134 @@
+// The two remote procedures. Both find the port that the caller means, take its job lock, and run one exchange
+// with the printer over it.
+//
+// The interface is open to anybody, so nothing of a caller is believed: the stub bounds the size of the reply,
+// the name and the counts are bounded here, and the reply holds what the printer sent and nothing else.
+#include "rpc/procedures.h"
+
+#include <rpc.h>
+#include <vllm_rpc.h>
+
+#include <cstring>
+#include <new>
+#include <string>
+#include <type_traits>
+
+#include "rpc/printer_lookup.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+#include "vpca/analyzer.h"
+
+namespace vlm::rpc {
+
+constinit PortDirectory portDirectory{};
+
+namespace {
+
+constexpr DWORD kJobLockTimeout = 1'000;  // milliseconds
+
+// Waits for the job lock and runs `exchange` under it; it returns a Win32 code, as everything here.
+template <typename Exchange>
+DWORD RunExchange(const ServedPort& port, const Exchange& exchange) {
+    if (port.jobLock == nullptr || port.jobLock == INVALID_HANDLE_VALUE ||
+        WaitForSingleObject(port.jobLock, kJobLockTimeout) != WAIT_OBJECT_0) {
+        Trace(L"RPC: the port is busy\r\n");
+        return ERROR_ACCESS_DENIED;
+    }
+    const ScopeExit giveLockBack([&port] { SetEvent(port.jobLock); });
+    if (port.exchange.lower == nullptr || port.exchange.startDocPort == nullptr) {
+        Trace(L"RPC: there is nothing below the port\r\n");
+        return ERROR_INVALID_HANDLE;
+    }
+    // A job that waited for the lock in vain goes on without it, and gives it back whoever has it. So the lock
+    // says who may try; the flag says who has the port. The exchange clears it with its document.
+    if ((port.exchange.flags->fetch_or(vpca::kPortJobActive) & vpca::kPortJobActive) != 0) {
+        Trace(L"RPC: a job has the port\r\n");
+        return ERROR_ACCESS_DENIED;
+    }
+    return exchange(port.exchange);
+}
+
+template <typename Exchange>
+DWORD CallPort(const unsigned char* printer, const Exchange& exchange) noexcept {
+    try {
+        std::wstring name;
+        const DWORD found = FindPortName(reinterpret_cast<const char*>(printer), &name);
+        if (found != ERROR_SUCCESS) return found;
+        ServedPort port;
+        if (!portDirectory.acquire(name.c_str(), &port)) {
+            Trace(L"RPC: port %ls is not open\r\n", Printable(name).c_str());
+            return ERROR_BAD_PATHNAME;
+        }
+        const ScopeExit release([&port] { portDirectory.release(port); });
+        return RunExchange(port, exchange);
+    } catch (const std::bad_alloc&) {
+        return ERROR_NOT_ENOUGH_MEMORY;
+    } catch (...) {
+        return ERROR_FUNCTION_FAILED;
+    }
+}
+
+// The road that both procedures take; `read` is called with the port, the reply's buffer and its size. The
+// size comes back as the bytes that were written, none after a failure: the stub sends back as many as it
+// says, so it never grows.
+template <typename Read>
+DWORD ReadFromPrinter(const unsigned char* printer, byte* reply, LmRpcSize* size, const Read& read) {
+    uint8_t nothing = 0;  // without capacity the stub passes no buffer
+    uint32_t count = reply != nullptr ? *size : 0;
+    *size = 0;
+    const DWORD result = CallPort(printer, [&](const vpca::VpcaPort& port) {
+        return read(port, reply != nullptr ? reply : &nothing, &count);
+    });
+    if (result == ERROR_SUCCESS) *size = count;
+    return result;
+}
+
+}  // namespace
+
+extern "C" {
+
+ULONG __cdecl LmRpcQuery(const unsigned char* printer, const ULONG* request, byte* reply, LmRpcSize* size) {
+    const uint32_t dataId = *request;
+    return ReadFromPrinter(printer, reply, size,
+                           [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
+                               return vpca::ReadDataBlock(&port, &dataId, buffer, count);
+                           });
+}
+
+ULONG __cdecl LmRpcCommand(const unsigned char* printer, const LmRpcCommandId* id,
+                           const LmRpcCommandParams* params, byte* reply, LmRpcSize* size) {
+    static_assert(sizeof(LmRpcCommandParams) == sizeof(vpca::ClientAttributeRequest));
+    vpca::ClientAttributeRequest client;
+    std::memcpy(&client, params, sizeof client);
+    const uint32_t values[2] = {id->value1, id->value2};
+    if (client.longIdCount > client.kSlots || client.shortIdCount > client.kSlots) {
+        Trace(L"RPC: a command with %u and %u arguments\r\n", client.longIdCount, client.shortIdCount);
+        *size = 0;
+        return ERROR_INVALID_PARAMETER;
+    }
+    vpca::CVPCAAnalyzer analyzer;
+    vpca::AttributeRequest request;
+    if (!analyzer.BuildAttributeRequest(&client, &request)) {
+        *size = 0;
+        return ERROR_NOT_ENOUGH_MEMORY;
+    }
+    const DWORD result = ReadFromPrinter(printer, reply, size,
+                                         [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
+                                             return vpca::ReadAttribute(&port, values, &request, buffer, count);
+                                         });
+    analyzer.FreeAttributeRequest(&request);
+    return result;
+}
+
+// The stub's memory. Zeroed, so that no stale byte of the process can reach a caller through a reply.
+void* __RPC_USER MIDL_user_allocate(SIZE_T size) {
+    return HeapAlloc(GetProcessHeap(), HEAP_ZERO_MEMORY, size);
+}
+
+void __RPC_USER MIDL_user_free(void* memory) {
+    HeapFree(GetProcessHeap(), 0, memory);
+}
+
+}  // extern "C"
+
+}  // namespace vlm::rpc

@@ -1,0 +1,168 @@
+#include "rpc/rpc_server.h"
+
+#include <rpc.h>
+#include <vllm_rpc.h>
+
+#include <array>
+#include <cwchar>
+
+#include "rpc/procedures.h"
+#include "util/handles.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+
+namespace vlm::rpc {
+
+namespace {
+
+constexpr unsigned kQueuedCalls = RPC_C_PROTSEQ_MAX_REQS_DEFAULT;  // of one endpoint
+constexpr unsigned kFewestThreads = 1;
+constexpr unsigned kMostCalls = 1'234;  // at once
+
+struct Endpoint {
+    const wchar_t* protocol;
+    const wchar_t* name;
+};
+constexpr Endpoint kLocal = {L"ncalrpc", L"vllm3mon"};
+constexpr std::array<Endpoint, 2> kRemote = {{{L"ncacn_np", L"\\pipe\\vllm3mon"}, {L"ncacn_ip_tcp", L"51656"}}};
+
+// The server's state, under its own lock, because two initialisations of the monitor may come at once.
+SRWLOCK lock = SRWLOCK_INIT;
+int starts = 0;
+bool registered = false;
+
+class Exclusive {
+ public:
+    Exclusive() { AcquireSRWLockExclusive(&lock); }
+    ~Exclusive() { ReleaseSRWLockExclusive(&lock); }
+    Exclusive(const Exclusive&) = delete;
+    Exclusive& operator=(const Exclusive&) = delete;
+};
+
+// Every failure of the runtime goes through here, with the call that failed.
+void Report(const wchar_t* call, RPC_STATUS status) {
+    Trace(L"RPC server: %ls failed with %ld\r\n", call, status);
+}
+
+// The runtime wants pointers to non-const text that it does not write to.
+RPC_WSTR Text(const wchar_t* text) {
+    return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
+}
+
+bool IsBindingOf(RPC_BINDING_HANDLE binding, const Endpoint& endpoint) {
+    RPC_WSTR whole = nullptr;
+    RPC_WSTR protocol = nullptr;
+    RPC_WSTR name = nullptr;
+    if (RpcBindingToStringBindingW(binding, &whole) != RPC_S_OK) return false;
+    const RPC_STATUS parsed =
+        RpcStringBindingParseW(whole, nullptr, &protocol, nullptr, &name, nullptr);
+    RpcStringFreeW(&whole);
+    if (parsed != RPC_S_OK) return false;
+    const bool same = protocol != nullptr && name != nullptr &&
+                      _wcsicmp(reinterpret_cast<const wchar_t*>(protocol), endpoint.protocol) == 0 &&
+                      _wcsicmp(reinterpret_cast<const wchar_t*>(name), endpoint.name) == 0;
+    RpcStringFreeW(&protocol);
+    RpcStringFreeW(&name);
+    return same;
+}
+
+// Whether this process has the endpoint, from an earlier start or an earlier load of this module.
+bool HasEndpoint(const Endpoint& endpoint) {
+    RPC_BINDING_VECTOR* bindings = nullptr;
+    if (RpcServerInqBindings(&bindings) != RPC_S_OK) return false;
+    bool found = false;
+    for (unsigned long i = 0; i < bindings->Count && !found; ++i)
+        found = bindings->BindingH[i] != nullptr && IsBindingOf(bindings->BindingH[i], endpoint);
+    RpcBindingVectorFree(&bindings);
+    return found;
+}
+
+RPC_STATUS CheckProtocol(const Endpoint& endpoint) {
+    const RPC_STATUS status = RpcNetworkIsProtseqValidW(Text(endpoint.protocol));
+    if (status != RPC_S_OK) Report(L"RpcNetworkIsProtseqValid()", status);
+    return status;
+}
+
+RPC_STATUS UseEndpoint(const Endpoint& endpoint) {
+    // Not asked for twice: some runtimes would open it a second time.
+    if (HasEndpoint(endpoint)) return RPC_S_OK;
+    const RPC_STATUS status =
+        RpcServerUseProtseqEpW(Text(endpoint.protocol), kQueuedCalls, Text(endpoint.name), nullptr);
+    if (status != RPC_S_OK) Report(L"RpcServerUseProtseqEp()", status);
+    return status;
+}
+
+RPC_STATUS OpenEndpoints() {
+    RPC_STATUS status = CheckProtocol(kLocal);
+    if (status == RPC_S_OK) status = UseEndpoint(kLocal);
+    if (status != RPC_S_OK) return status;
+    bool remote = false;
+    for (const Endpoint& endpoint : kRemote) {
+        status = CheckProtocol(endpoint);
+        if (status == RPC_S_OK) status = UseEndpoint(endpoint);
+        remote = remote || status == RPC_S_OK;
+    }
+    // A machine that offers neither pipes nor TCP gets no service at all, although the local endpoint stands.
+    return remote ? RPC_S_OK : status;
+}
+
+RPC_STATUS Listen() {
+    const RPC_STATUS status = RpcServerListen(kFewestThreads, kMostCalls, TRUE);
+    if (status == RPC_S_OK || status == RPC_S_ALREADY_LISTENING) return RPC_S_OK;
+    Report(L"RpcServerListen()", status);
+    return status;
+}
+
+RPC_STATUS Register() {
+    // One registration serves all managers; a second one would be an error.
+    if (registered) return RPC_S_OK;
+    RPC_STATUS status = RpcServerRegisterIf(vllm_v1_0_s_ifspec, nullptr, nullptr);
+    if (status != RPC_S_OK) Report(L"RpcServerRegisterIf()", status);
+    if (status == RPC_S_OK) status = Listen();
+    if (status != RPC_S_OK) {
+        RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE);
+        return status;
+    }
+    registered = true;
+    return RPC_S_OK;
+}
+
+// The runtime's threads never end, so its code must stay.
+void KeepRuntimeLoaded() {
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN, L"rpcrt4.dll", &module);
+}
+
+void KeepThisModuleLoaded() {
+    HMODULE module = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                       reinterpret_cast<LPCWSTR>(&registered), &module);
+}
+
+}  // namespace
+
+DWORD StartRpcServer(const PortDirectory& ports) {
+    const Exclusive exclusive;
+    ++starts;
+    KeepRuntimeLoaded();
+    if (!registered) portDirectory = ports;
+    RPC_STATUS status = OpenEndpoints();
+    if (status == RPC_S_OK) status = Register();
+    return static_cast<DWORD>(status);
+}
+
+void StopRpcServer(bool exchangesHang) {
+    const Exclusive exclusive;
+    if (exchangesHang) KeepThisModuleLoaded();
+    if (--starts != 0 || !registered) return;
+    registered = false;
+    RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, exchangesHang ? FALSE : TRUE);
+}
+
+void UnregisterAtDetach() {
+    // No lock: whoever held it may be gone with the process.
+    if (!registered || std::wcsstr(GetCommandLineW(), L"spoolsv.exe") == nullptr) return;
+    RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE);
+}
+
+}  // namespace vlm::rpc

@@ -1,0 +1,279 @@
+#include "vpca/transaction.h"
+
+#include <winspool.h>
+
+#include <cstring>
+
+#include "util/handles.h"
+#include "util/vlutil.h"
+#include "vpca/attribute_values.h"
+#include "vpca/memory.h"
+#include "vpca/tables.h"
+
+namespace vlm::vpca {
+
+namespace {
+
+constexpr uint8_t kRequestFlags = 4;
+constexpr uint16_t kStatusData = 1;
+constexpr uint16_t kStatusRefused = 0;
+constexpr uint16_t kStatusMore = 29;
+
+constexpr uint32_t kDataBlockReceiveSize = 8216;
+constexpr uint32_t kAttributeReceiveSize = 512;
+// No more of an attribute answer is read.
+constexpr uint32_t kAttributeReadSize = 64;
+
+// The attributes of which a value is handed out, and how much of it.
+constexpr struct {
+    uint16_t id;
+    uint32_t size;
+} kReturnedAttributes[] = {{180, 8}, {2405, 28}};
+
+bool Fail(DWORD error) {
+    SetLastError(error);
+    return false;
+}
+
+bool Refuse(DWORD error, const wchar_t* what, uint32_t value) {
+    Trace(L"VPCA: %ls (%u), error %lu\r\n", what, value, error);
+    return Fail(error);
+}
+
+// Calls the port below, which may throw and may fail without an error code. A stale 997 of an earlier call
+// must not make a failure look like a pending success.
+template <typename Call>
+bool CallBelow(bool pendingIsSuccess, Call&& call) {
+    SetLastError(ERROR_SUCCESS);
+    try {
+        if (call()) return true;
+    } catch (...) {
+        return Refuse(ERROR_GEN_FAILURE, L"the port below threw an exception", 0);
+    }
+    const DWORD error = GetLastError();
+    if (pendingIsSuccess && error == ERROR_IO_PENDING) return true;
+    return Fail(error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE);
+}
+
+DWORD RequestError(VpcaError error) {
+    return error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : ERROR_INVALID_PARAMETER;
+}
+
+DWORD AnswerError(VpcaError error) {
+    return error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : ERROR_INVALID_DATA;
+}
+
+bool CheckStatus(uint16_t status) {
+    if (status == kStatusData) return true;
+    return Refuse(ERROR_GEN_FAILURE, L"the printer refused with a status", status);
+}
+
+DWORD Outcome(bool succeeded) {
+    if (succeeded) return ERROR_SUCCESS;
+    const DWORD error = GetLastError();
+    return error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE;
+}
+
+// Ends the transaction's document on every way out of a step.
+class DocumentEnd {
+ public:
+    explicit DocumentEnd(CVPCATransaction& transaction) : transaction_(transaction) {}
+    ~DocumentEnd() { transaction_.EndDocument(); }
+    DocumentEnd(const DocumentEnd&) = delete;
+    DocumentEnd& operator=(const DocumentEnd&) = delete;
+
+ private:
+    CVPCATransaction& transaction_;
+};
+
+}  // namespace
+
+CVPCATransaction::CVPCATransaction(uint32_t dataId) : dataId_(dataId), receiveSize_(kDataBlockReceiveSize) {
+    request_.flags = kRequestFlags;
+}
+
+CVPCATransaction::CVPCATransaction(const uint32_t (&callerValues)[2], AttributeRequest* request)
+    : body_(request), receiveSize_(kAttributeReceiveSize) {
+    request_.flags = kRequestFlags;
+    request_.value1 = callerValues[0];
+    request_.value2 = callerValues[1];
+}
+
+bool CVPCATransaction::Initialise() {
+    return RegisterTables();
+}
+
+void CVPCATransaction::Prepare(uint16_t operation) {
+    ++sequence_;
+    request_.operation = operation;
+    request_.sequence = static_cast<uint16_t>(sequence_);
+    request_.bodyLength = 0;
+    request_.resultCode = 0;
+}
+
+void CVPCATransaction::PrepareDataBlock() {
+    Prepare(kReadDataBlock);
+    body_ = DataBlockRequest{dataId_};
+}
+
+void CVPCATransaction::PrepareDataBlock(uint32_t dataId) {
+    dataId_ = dataId;
+    PrepareDataBlock();
+}
+
+void CVPCATransaction::PrepareAttribute() {
+    Prepare(kReadAttribute);
+}
+
+bool CVPCATransaction::Send(const VpcaPort* port) {
+    if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (port->lower == nullptr || port->flags == nullptr || port->startDocPort == nullptr ||
+        port->writePort == nullptr || port->readPort == nullptr || port->endDocPort == nullptr) {
+        return Refuse(ERROR_INVALID_HANDLE, L"nothing is below the port", 0);
+    }
+
+    DOC_INFO_2W document{};
+    port->flags->fetch_or(kPortJobActive);
+    const bool started = CallBelow(false, [&] {
+        return port->startDocPort(port->lower, nullptr, 0, 2, reinterpret_cast<LPBYTE>(&document));
+    });
+    if (!started) {
+        port->flags->fetch_and(~kPortJobActive);
+        return false;
+    }
+    document_ = port;
+
+    frame_.Release();
+    const VpcaError error = EncodeFrame(&request_, &body_, &frame_);
+    if (error != VpcaError::kSuccess) {
+        Refuse(RequestError(error), L"the request cannot be encoded", static_cast<uint32_t>(error));
+        EndDocument();
+        return false;
+    }
+    DWORD written = 0;
+    const bool sent =
+        CallBelow(true, [&] { return port->writePort(port->lower, frame_.bytes, frame_.size, &written); });
+    if (!sent) EndDocument();
+    return sent;
+}
+
+// Reads at most `size` bytes and decodes them. `result` may point into the transaction's receive buffer.
+bool CVPCATransaction::ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResult* result) {
+    if (answer_.bytes == nullptr) {
+        answer_.bytes = static_cast<uint8_t*>(Allocate(receiveSize_));
+        if (answer_.bytes == nullptr) return Fail(ERROR_NOT_ENOUGH_MEMORY);
+        answer_.size = receiveSize_;
+        answer_.owned = true;
+    }
+    std::memset(answer_.bytes, 0, receiveSize_);
+
+    DWORD received = 0;
+    if (!CallBelow(true, [&] { return port.readPort(port.lower, answer_.bytes, size, &received); }))
+        return false;
+    if (received > size)
+        return Refuse(ERROR_INVALID_DATA, L"the port below returned too many bytes", received);
+
+    VpcaHeader header;
+    const VpcaError error = DecodeResponse(&header, result, {answer_.bytes, received});
+    if (error != VpcaError::kSuccess) {
+        return Refuse(AnswerError(error), L"the answer cannot be decoded", static_cast<uint32_t>(error));
+    }
+    if (header.operation != request_.operation) {
+        return Refuse(ERROR_INVALID_DATA, L"the answer is for another operation", header.operation);
+    }
+    return true;
+}
+
+bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, uint32_t* size) {
+    const DocumentEnd end(*this);
+    if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (buffer == nullptr || size == nullptr || *size == 0) return Fail(ERROR_INSUFFICIENT_BUFFER);
+
+    uint32_t received = 0;
+    bool more = false;
+    do {
+        VpcaResult result;
+        if (!ReadAnswer(*port, receiveSize_, &result)) return false;
+        if (result.status == kStatusRefused) return CheckStatus(result.status);
+        const auto* block = std::get_if<DataBlock>(&result.body);
+        if (block == nullptr) return CheckStatus(result.status);
+        if (block->dataId != dataId_) {
+            return Refuse(ERROR_INVALID_DATA, L"the answer is for another data block", block->dataId);
+        }
+        if (!CheckStatus(result.status)) return false;
+        if (block->size > *size - received) {
+            return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the data block is larger than the buffer",
+                          block->size);
+        }
+        std::memcpy(buffer + received, block->data, block->size);
+        received += block->size;
+        more = request_.resultCode == kStatusMore;
+        // Without this a printer that sends empty blocks would keep the port for ever.
+        if (more && block->size == 0)
+            return Refuse(ERROR_INVALID_DATA, L"an empty block cannot go on", dataId_);
+    } while (more);
+    *size = received;
+    return true;
+}
+
+bool CVPCATransaction::ReceiveAttribute(const VpcaPort* port, uint8_t* buffer, uint32_t* size) {
+    const DocumentEnd end(*this);
+    if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (buffer == nullptr || size == nullptr || *size == 0) return Fail(ERROR_INSUFFICIENT_BUFFER);
+
+    VpcaResult result;
+    if (!ReadAnswer(*port, kAttributeReadSize, &result)) return false;
+    if (!CheckStatus(result.status)) return false;
+    const auto* answer = std::get_if<AttributeAnswer>(&result.body);
+    if (answer == nullptr || answer->list.count == 0) {
+        return Refuse(ERROR_INVALID_DATA, L"the answer holds no attribute", 0);
+    }
+    if (answer->list.valueBytes > *size) {
+        return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the attributes are larger than the buffer",
+                      answer->list.valueBytes);
+    }
+    const AttributeEntry& first = answer->list.entries[0];
+    uint32_t copied = 0;
+    for (const auto& returned : kReturnedAttributes) {
+        if (returned.id == first.id) copied = returned.size;
+    }
+    // The value is whole: its length was checked when it was decoded, and the buffer holds all values.
+    if (copied != 0) std::memcpy(buffer, first.value, copied);
+    *size = copied;
+    return true;
+}
+
+void CVPCATransaction::EndDocument() {
+    if (document_ == nullptr) return;
+    const LastErrorKeeper keeper;
+    const VpcaPort* const port = document_;
+    // First of all, so that nothing below can make it happen twice.
+    document_ = nullptr;
+    // The exchange is over either way; a failure here cannot change its outcome.
+    static_cast<void>(CallBelow(false, [&] { return port->endDocPort(port->lower); }));
+    port->flags->fetch_and(~kPortJobActive);
+}
+
+DWORD ReadDataBlock(const VpcaPort* port, const uint32_t* dataId, uint8_t* buffer, uint32_t* size) {
+    if (port == nullptr || dataId == nullptr || buffer == nullptr || size == nullptr)
+        return ERROR_INVALID_PARAMETER;
+    CVPCATransaction transaction(*dataId);
+    transaction.Initialise();
+    transaction.PrepareDataBlock();
+    return Outcome(transaction.Send(port) && transaction.ReceiveDataBlock(port, buffer, size));
+}
+
+DWORD ReadAttribute(const VpcaPort* port, const uint32_t* callerValues, AttributeRequest* request,
+                    uint8_t* buffer, uint32_t* size) {
+    if (port == nullptr || callerValues == nullptr || request == nullptr || buffer == nullptr ||
+        size == nullptr) {
+        return ERROR_INVALID_PARAMETER;
+    }
+    const uint32_t values[2] = {callerValues[0], callerValues[1]};
+    CVPCATransaction transaction(values, request);
+    transaction.Initialise();
+    transaction.PrepareAttribute();
+    return Outcome(transaction.Send(port) && transaction.ReceiveAttribute(port, buffer, size));
+}
+
+}  // namespace vlm::vpca

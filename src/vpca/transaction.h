@@ -1,0 +1,95 @@
+// One exchange with the printer over its own port: a private document on the port below the monitor, the
+// request written into it, the answer read back through it.
+//
+// The caller holds the port's job lock for the whole exchange and keeps the port alive; a transaction belongs
+// to one thread. Nothing throws: what the port below throws is a failure like any other. Every failure leaves
+// a non-zero GetLastError(): what the port below set, or
+//   13  ERROR_INVALID_DATA         the answer cannot be decoded or answers another question
+//   31  ERROR_GEN_FAILURE          the printer refused, or the port below failed without saying why
+//   122 ERROR_INSUFFICIENT_BUFFER  the answer is larger than the caller's buffer, or there is no buffer
+//   87  ERROR_INVALID_PARAMETER    the request cannot be encoded
+//   6   ERROR_INVALID_HANDLE       there is nothing below the port
+//   8   ERROR_NOT_ENOUGH_MEMORY
+#pragma once
+
+#include <windows.h>
+
+#include <atomic>
+#include <cstdint>
+
+#include "vpca/bodies.h"
+#include "vpca/frame.h"
+
+namespace vlm::vpca {
+
+// What an exchange needs of a port: the handle of the port below, its four operations as MONITOR2 has them,
+// and the port's flags, of which bit 0 (kPortJobActive) is set while the document is open.
+struct VpcaPort {
+    HANDLE lower = nullptr;
+    std::atomic<uint32_t>* flags = nullptr;
+    BOOL(WINAPI* startDocPort)(HANDLE, LPWSTR, DWORD, DWORD, LPBYTE) = nullptr;
+    BOOL(WINAPI* writePort)(HANDLE, LPBYTE, DWORD, LPDWORD) = nullptr;
+    BOOL(WINAPI* readPort)(HANDLE, LPBYTE, DWORD, LPDWORD) = nullptr;
+    BOOL(WINAPI* endDocPort)(HANDLE) = nullptr;
+};
+
+inline constexpr uint32_t kPortJobActive = 0x1;
+
+// Reads the data block `*dataId` into `buffer`. `*size` is the buffer's size before and the bytes read
+// afterwards, and stays as it was on failure. Returns 0 or a Win32 error code; 87 when an argument is null.
+DWORD ReadDataBlock(const VpcaPort* port, const uint32_t* dataId, uint8_t* buffer, uint32_t* size);
+
+// Asks for attributes and returns the first one's value, as far as it is known how long that is: 8 bytes of
+// attribute 180, 28 of 2405, none of any other. `callerValues` are two words for the frame's header.
+// Otherwise as above.
+DWORD ReadAttribute(const VpcaPort* port, const uint32_t* callerValues, AttributeRequest* request,
+                    uint8_t* buffer, uint32_t* size);
+
+// The steps of an exchange, in the order of calling: Initialise, Prepare…, Send, Receive….
+class CVPCATransaction {
+ public:
+    // For a data block.
+    explicit CVPCATransaction(uint32_t dataId);
+    // For attributes; `request` outlives the transaction.
+    CVPCATransaction(const uint32_t (&callerValues)[2], AttributeRequest* request);
+    // Ends a document that is still open, so the port outlives the transaction too.
+    ~CVPCATransaction() { EndDocument(); }
+    CVPCATransaction(const CVPCATransaction&) = delete;
+    CVPCATransaction& operator=(const CVPCATransaction&) = delete;
+
+    // Always true.
+    bool Initialise();
+    // Each numbers the request anew: the first one carries 1.
+    void PrepareDataBlock();
+    void PrepareDataBlock(uint32_t dataId);
+    void PrepareAttribute();
+
+    // Opens the document and writes the request. The document stays open only on success.
+    bool Send(const VpcaPort* port);
+
+    // Each ends the document, whatever comes. While the request header carries result code 29,
+    // ReceiveDataBlock goes on reading and joins the blocks; requests carry 0, so one answer is read.
+    bool ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, uint32_t* size);
+    bool ReceiveAttribute(const VpcaPort* port, uint8_t* buffer, uint32_t* size);
+
+    // EndDocPort, when a document is open. Keeps the last error.
+    void EndDocument();
+
+    VpcaHeader& RequestHeader() { return request_; }
+
+ private:
+    void Prepare(uint16_t operation);
+    bool ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResult* result);
+
+    VpcaHeader request_;
+    RequestBody body_;
+    FrameBuffer frame_;
+    uint32_t dataId_ = 0;
+    uint32_t sequence_ = 0;
+    uint32_t receiveSize_;
+    FrameBuffer answer_;
+    // Where the document is open; null when there is none.
+    const VpcaPort* document_ = nullptr;
+};
+
+}  // namespace vlm::vpca

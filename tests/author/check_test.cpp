@@ -1,0 +1,301 @@
+// What the checker says about extension files that XML alone finds nothing wrong with, and where.
+#include "tools/vlmctl/bidi_check.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "util/com.h"
+
+namespace vlm::ctl {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::Matcher;
+using testing::StartsWith;
+
+constexpr char kBidi[] = R"(xmlns:bidi="http://schemas.microsoft.com/windows/2005/03/printing/bidi")";
+constexpr char kPrint[] = R"(xmlns:pri="http://schemas.microsoft.com/windows/2006/08/wdp/print")";
+
+std::string Schema(const std::string& body, const std::string& attributes = "") {
+    return std::string("<Schema ") + kBidi + " " + kPrint + " " + attributes + ">\n" + body + "\n</Schema>\n";
+}
+
+// `body` begins in line 3.
+std::string Printer(const std::string& body) {
+    return Schema("<Property name=\"Printer\">\n" + body + "\n</Property>");
+}
+
+std::string Narrow(const std::wstring& text) {
+    std::string narrow;
+    for (const wchar_t c : text)
+        narrow += c < 0x80 ? static_cast<char>(c) : '?';
+    return narrow;
+}
+
+class CheckTest : public testing::Test {
+ protected:
+    CheckTest() {
+        static int count = 0;
+        folder_ = std::filesystem::temp_directory_path() /
+                  ("vlm_check_" + std::to_string(GetCurrentProcessId()) + "_" + std::to_string(++count));
+        std::filesystem::create_directory(folder_);
+    }
+    ~CheckTest() override { std::filesystem::remove_all(folder_); }
+
+    // The findings on files of these contents, named "1.xml", "2.xml", ...; each as "1.xml:3: error: text".
+    std::vector<std::string> Findings(const std::vector<std::string>& contents) {
+        std::vector<std::wstring> paths;
+        for (const std::string& content : contents) {
+            const std::filesystem::path path = folder_ / (std::to_string(paths.size() + 1) + ".xml");
+            std::ofstream(path, std::ios::binary) << content;
+            paths.push_back(path.wstring());
+        }
+        const CheckReport report = CheckExtensionFiles(paths);
+        EXPECT_THAT(report.unreadable, IsEmpty());
+        std::vector<std::string> findings;
+        for (const Finding& finding : report.findings) {
+            findings.push_back(
+                std::filesystem::path(finding.file).filename().string() + ":" + std::to_string(finding.line) +
+                (finding.severity == Severity::kError ? ": error: " : ": warning: ") + Narrow(finding.text));
+        }
+        return findings;
+    }
+
+ private:
+    const ComApartment apartment_{COINIT_MULTITHREADED};
+    std::filesystem::path folder_;
+};
+
+// What the findings on one file begin with, behind "1.xml:".
+struct Case {
+    const char* what;
+    std::string content;
+    std::vector<std::string> findings;
+};
+
+void ExpectFindings(const Case& expected, const std::vector<std::string>& findings) {
+    SCOPED_TRACE(expected.what);
+    std::vector<Matcher<std::string>> matchers;
+    for (const std::string& finding : expected.findings)
+        matchers.push_back(StartsWith("1.xml:" + finding));
+    EXPECT_THAT(findings, ElementsAreArray(matchers));
+}
+
+TEST_F(CheckTest, FindsWhatIsWrongWithQueriesAndFilters) {
+    const Case cases[] = {
+        {"in order",
+         Printer(
+             R"x(<Value name="A" query="pri:S" filter="pri:S/pri:A[@Id='x:y' and position()=1]/text()"/>)x"),
+         {}},
+        {"not an XPath",
+         Printer(R"(<Value name="A" query="pri:S" filter="pri:S["/>)"),
+         {"3: error: the filter 'pri:S["}},
+        {"a slash too many at the end",
+         Printer(R"(<Value name="A" query="pri:S" filter="pri:S/"/>)"),
+         {"3: error: "}},
+        {"a slash too many at the start",
+         Printer(R"(<Value name="A" query="pri:S" filter="/pri:S"/>)"),
+         {"3: error: "}},
+        {"finds no nodes",
+         Printer(R"(<Value name="A" query="pri:S" filter="pri:S = 1"/>)"),
+         {"3: error: the filter "}},
+        {"a function that does not exist",
+         Printer(R"x(<Value name="A" query="pri:S" filter="pri:S[matches(pri:A, 'x')]"/>)x"),
+         {"3: error: the filter 'pri:S[matches(pri:A, 'x')]' calls 'matches'"}},
+        {"prefixes that nothing declares",
+         Printer(R"(<Value name="A" query="a:S" filter="b:S/@c:A"/>)"),
+         {"3: error: the prefix 'a' in query", "3: error: the prefix 'b' in filter",
+          "3: error: the prefix 'c'"}},
+        {"a prefix declared where it does not count",
+         Printer(R"(<Value xmlns:x="urn:x" name="A" query="x:S" filter="pri:S"/>)"),
+         {"3: error: the prefix 'x' in query is not declared on the Schema element"}},
+        {"a prefix in a string is none",
+         Printer(R"(<List name="A" query="pri:S" filter="pri:S[.='x:y']"/>)"),
+         {}},
+        {"starts elsewhere",
+         Printer(R"(<Value name="A" query="pri:S" filter="pri:T/pri:S"/>)"),
+         {"3: warning: the filter starts at 'pri:T', not at the queried 'pri:S'"}},
+        {"starts at the same name without namespace",
+         Printer(R"(<Value name="A" query="pri:S" filter="S/pri:T"/>)"),
+         {"3: warning: the filter starts at 'S'"}},
+        {"starts at the same element by another prefix",
+         Schema("<Property name=\"P\"><Value name=\"A\" query=\"pri:S\" filter=\"q:S\"/></Property>",
+                R"(xmlns:q="http://schemas.microsoft.com/windows/2006/08/wdp/print")"),
+         {}},
+        {"starts by an axis",
+         Printer(R"(<Value name="A" query="pri:S" filter="descendant-or-self::pri:S/@x"/>)"),
+         {}},
+        {"starts at no name", Printer(R"(<Value name="A" query="pri:S" filter="*[self::pri:S]"/>)"), {}},
+        {"not asked for",
+         Printer(R"(<Value name="A" filter="pri:S"/>)"),
+         {"3: warning: Value has no 'query'"}},
+        {"asked for by the level is not enough",
+         Schema(R"(<Property name="P" query="pri:S"><Value name="A" filter="pri:S"/></Property>)"),
+         {"2: warning: Value has no 'query'"}},
+    };
+    for (const Case& expected : cases)
+        ExpectFindings(expected, Findings({expected.content}));
+}
+
+TEST_F(CheckTest, FollowsWhereParametersAreBound) {
+    const std::string from = R"( query="pri:S" filter="pri:S")";
+    const std::string uses = R"( filter="pri:S[.='$C$']")";
+    const Case cases[] = {
+        {"a template asks and binds for what is in it",
+         Printer("<Parameter name=\"$C$\" parameter=\"C\"" + from + "><Value name=\"$C$\"" + uses +
+                 "/></Parameter>"),
+         {}},
+        {"an empty one does so for its level",
+         Printer("<Property name=\"x$C$\"><Value name=\"A\"" + uses + "/><Parameter parameter=\"C\"" + from +
+                 "/></Property>"),
+         {}},
+        {"a later one may use an earlier one",
+         Printer("<Property name=\"$C$$D$\"><Parameter parameter=\"C\"" + from +
+                 "/><Parameter parameter=\"D\"" + uses + "/></Property>"),
+         {}},
+        {"but not the other way round, nor itself",
+         Printer("<Property name=\"$C$$D$\"><Parameter parameter=\"D\" query=\"pri:S\"" + uses +
+                 "/>\n<Parameter parameter=\"C\" query=\"pri:S\"" + uses + "/></Property>"),
+         {"3: error: no Parameter around it binds 'C'", "4: error: no Parameter around it binds 'C'"}},
+        {"nothing is bound beside",
+         Printer("<Parameter name=\"$C$\" parameter=\"C\"" + from + "/>\n<Value name=\"A\" query=\"pri:S\"" +
+                 uses + "/>"),
+         {"4: error: no Parameter around it binds 'C', which its filter uses"}},
+        {"nor in names",
+         Printer("<Property name=\"$C$\"/><Const name=\"$D$\"/>"),
+         {"3: error: no Parameter around it binds 'C', which its name",
+          "3: error: no Parameter around it binds 'D'"}},
+        {"inner ones see outer ones",
+         Printer(
+             "<Parameter name=\"$C$\" parameter=\"C\"" + from + "><Parameter name=\"$D$\" parameter=\"D\"" +
+             uses +
+             "><Value name=\"A\" filter=\"pri:S[.='$C$' or .='$D$' or .='$E$']\"/></Parameter></Parameter>"),
+         {"3: error: no Parameter around it binds 'E'"}},
+        {"bound twice",
+         Printer("<Parameter name=\"$C$\" parameter=\"C\"" + from +
+                 ">\n<Parameter name=\"$C$\" parameter=\"C\"" + from + "/></Parameter>"),
+         {"4: error: the parameter 'C' is bound already, in line 3"}},
+        {"a dollar too few",
+         Printer("<Value name=\"A\" query=\"pri:S\" filter=\"pri:S[.='$C']\"/>"),
+         {"3: error: the '$' in filter"}},
+        {"two dollars around nothing", Printer("<Const name=\"$$\"/>"), {"3: error: the '$' in name"}},
+        {"the levels would all be called the same",
+         Printer("<Property name=\"Color\">\n<Parameter parameter=\"C\"" + from + "/></Property>"),
+         {"3: warning: the name 'Color' does not use the parameter 'C'"}},
+        {"a template without its parameter in its name",
+         Printer("<Parameter name=\"Color\" parameter=\"C\"" + from + "><Const name=\"A\"/></Parameter>"),
+         {"2: warning: the name 'Printer' does not use",
+          "3: error: a Parameter that stands for levels of its own"}},
+        {"an empty one that has no level to bind",
+         Printer("<Parameter name=\"$C$\" parameter=\"C\"" + from + "><Parameter parameter=\"D\"" + from +
+                 "/></Parameter>"),
+         {"3: error: a Parameter that stands for levels of its own needs a name that uses it, such as "
+          "'$D$'"}},
+    };
+    for (const Case& expected : cases)
+        ExpectFindings(expected, Findings({expected.content}));
+}
+
+TEST_F(CheckTest, FindsWhatIsDeclaredTwice) {
+    const Case cases[] = {
+        {"a leaf",
+         Printer("<Const name=\"A\"/>\n<List name=\"A\" query=\"pri:S\" filter=\"pri:S\"/>"),
+         {"4: error: the leaf '\\Printer:A' is declared already, in line 3; the path would have two "
+          "answers"}},
+        {"a leaf in two levels that are one",
+         Schema("<Property name=\"P\"><Const name=\"A\"/></Property>\n<Property name=\"P\"><Const "
+                "name=\"A\"/></Property>"),
+         {"3: warning: Property 'P' stands here already, in line 2",
+          "3: error: the leaf '\\P:A' is declared already"}},
+        {"the same name elsewhere is no repetition",
+         Printer("<Const name=\"A\"/><Property name=\"A\"><Const name=\"A\"/></Property>"),
+         {}},
+    };
+    for (const Case& expected : cases)
+        ExpectFindings(expected, Findings({expected.content}));
+}
+
+TEST_F(CheckTest, SaysInWhichLineATagBegins) {
+    EXPECT_THAT(Findings({Printer("<!-- <Nope>\n -->\n<Value\n  name=\"A\"\n  kind=\"<\"/>")}),
+                ElementsAre(StartsWith("1.xml:7: error: not well-formed")));
+    EXPECT_THAT(Findings({Printer("<!-- <Nope>\n -->\n<Value\n  name=\"A>\"\n  kind=\"x\"/>\n<Nope/>")}),
+                ElementsAre(StartsWith("1.xml:5: error: unknown attribute 'kind'"),
+                            StartsWith("1.xml:5: error: Value has no"),
+                            StartsWith("1.xml:8: error: unknown element 'Nope'")));
+
+    // Two bytes a character, and a byte order mark.
+    std::string wide = "\xFF\xFE";
+    for (const char c : Printer("\n<Nope/>"))
+        wide += std::string{c, '\0'};
+    EXPECT_THAT(Findings({wide}), ElementsAre(StartsWith("1.xml:4: error: unknown element 'Nope'")));
+}
+
+TEST_F(CheckTest, SaysInWhichLineXmlIsBroken) {
+    const Case cases[] = {
+        {"tags that do not match", "<a>\n<b>\n\n</a>", {"4: error: not well-formed"}},
+        {"an attribute twice", "<a>\n<b\n x='1'\n x='2'/>\n</a>", {"4: error: not well-formed"}},
+        {"an entity nobody declares", "<a>\n\n<b/>&nope;\n</a>", {"3: error: not well-formed"}},
+        {"a prefix nobody declares", "<a>\n<p:b/>\n</a>", {"2: error: not well-formed"}},
+        {"cut off", "<a>\n<b/>\n<c", {"3: error: not well-formed"}},
+        {"two roots", "<a/>\n\n<b/>\n", {"3: error: not well-formed"}},
+        {"bytes that are no UTF-8", "<a>\n<b/>\n\xE4</a>", {"3: error: not well-formed"}},
+        {"nothing", "", {"1: error: the file is empty"}},
+    };
+    for (const Case& expected : cases)
+        ExpectFindings(expected, Findings({expected.content}));
+}
+
+TEST_F(CheckTest, RefusesFilesThatTheEngineWouldNotTake) {
+    const Case cases[] = {
+        {"not a Bidi file",
+         std::string("<Schema ") + kPrint + "/>",
+         {"1: error: the namespace http://schemas.microsoft.com/windows/2005/03/printing/bidi is declared "
+          "nowhere"}},
+        {"a level as root",
+         std::string("<Property ") + kBidi + " name=\"A\"/>",
+         {"1: error: the root is Property"}},
+        {"no schema", std::string("<x ") + kBidi + "><y/></x>", {"1: error: the file has no Schema element"}},
+        {"any wrapper", std::string("<x ") + kBidi + "><Schema/></x>", {}},
+        {"elements in a namespace",
+         Schema("<Property name=\"A\"/>", "xmlns=\"urn:x\""),
+         {"1: error: Schema stands in the namespace 'urn:x'"}},
+        {"two schemas, of which one is reached",
+         std::string("<x ") + kBidi + ">\n<Schema name=\"A\"/>\n<Schema name=\"B\"/></x>",
+         {"3: warning: this Schema is named 'B' and the first one 'A'"}},
+    };
+    for (const Case& expected : cases)
+        ExpectFindings(expected, Findings({expected.content}));
+}
+
+TEST_F(CheckTest, LooksAtFilesAsTheSetThatAPrinterLoads) {
+    const std::string base = Printer("<Const name=\"A\"/>");
+    EXPECT_THAT(Findings({base, Printer("<Const name=\"B\"/>")}), IsEmpty());
+    EXPECT_THAT(Findings({base, Printer("\n<Const name=\"A\"/>")}),
+                ElementsAre(testing::ContainsRegex(
+                    "^2.xml:4: warning: the leaf .*1.xml:3, and stays as it is there")));
+    EXPECT_THAT(
+        Findings({base, Printer("<Value name=\"A\" query=\"pri:S\" filter=\"pri:S\"/>")}),
+        ElementsAre(testing::ContainsRegex("^2.xml:3: error: the leaf .*1.xml:3; the path would have two")));
+
+    // One file may lean on the prefixes of another, and must not give them another meaning.
+    const std::string bare =
+        std::string("<Schema ") + kBidi +
+        "><Property name=\"Q\"><Value name=\"A\" query=\"pri:S\" filter=\"pri:S\"/></Property></Schema>";
+    EXPECT_THAT(Findings({bare, base}), IsEmpty());
+    const std::string scan = std::string("<Schema ") + kBidi + " xmlns:pri=\"urn:scan\"/>";
+    EXPECT_THAT(Findings({base, scan}),
+                ElementsAre(StartsWith("2.xml:1: error: prefix 'pri' means 'urn:scan' here")));
+
+    const std::string wrapped = std::string("<x ") + kBidi + "><Schema/></x>";
+    EXPECT_THAT(Findings({base, wrapped}), ElementsAre(StartsWith("2.xml:1: error: the root is 'x'")));
+    EXPECT_THAT(Findings({"<a>", base, "<b>"}),
+                ElementsAre(StartsWith("1.xml:1: "), StartsWith("3.xml:1: ")));
+}
+
+}  // namespace
+}  // namespace vlm::ctl

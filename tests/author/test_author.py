@@ -1,0 +1,282 @@
+"""vlmctl bidi as an author of extension files uses it: the program, files, what it prints and its exit status."""
+
+import json
+import pathlib
+import re
+import shlex
+import subprocess
+import sys
+import tempfile
+import unittest
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from windows import BIN, ROOT, RUNNER  # noqa: E402
+
+EXAMPLES = ROOT / "examples" / "bidi"
+SCHEMA = ROOT / "packaging" / "bidi-extension.xsd"
+PAGE = ROOT / "docs" / "bidi-extension-files.md"
+
+BIDI = 'xmlns:bidi="http://schemas.microsoft.com/windows/2005/03/printing/bidi"'
+PRINT = 'xmlns:pri="http://schemas.microsoft.com/windows/2006/08/wdp/print"'
+ANSWER = f'<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" {PRINT}><s:Body/></s:Envelope>'
+LEAF = 'query="pri:PrinterStatus" filter="pri:PrinterStatus/pri:PrinterState"'
+
+
+def vlmctl(*arguments, folder=None):
+    # Files, not pipes: under Wine a service that the program starts would hold the other end of a pipe for seconds.
+    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
+        done = subprocess.run([RUNNER, BIN / "vlmctl.exe", "bidi", *arguments], cwd=folder, timeout=60, stdout=out, stderr=err)
+        for stream, name in ((out, "stdout"), (err, "stderr")):
+            stream.seek(0)
+            setattr(done, name, stream.read().decode("utf-8"))
+    return done
+
+
+def schema(body, attributes=""):
+    return f"<Schema {BIDI} {PRINT} {attributes}>\n{body}\n</Schema>\n"
+
+
+def printer(body):
+    return schema(f'<Property name="Printer">\n{body}\n</Property>')
+
+
+class Files(unittest.TestCase):
+    """A folder per test; paths on the command line are relative to it."""
+
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def write(self, name, content):
+        data = content if isinstance(content, bytes) else content.encode("utf-8")
+        (self.folder / name).write_bytes(data)
+        return name
+
+    def run_bidi(self, *arguments):
+        return vlmctl(*arguments, folder=self.folder)
+
+
+class Schema(Files):
+    # What an XML schema can say, and the checker has to say the same about.
+    SAMPLES = {
+        "empty schema": (True, schema("")),
+        "all leaves": (True, printer(
+            f'<Value name="A" {LEAF}/><Value name="B" type="BIDI_INT" {LEAF}></Value><Installed name="C" {LEAF}/>'
+            f'<List name="D" {LEAF}>\n</List><Const name="E" type="BIDI_FLOAT">1.5</Const><Const name="F"/>')),
+        "every type": (True, printer("".join(
+            f'<Value name="{t}" type="BIDI_{t}" {LEAF}/>' for t in ("INT", "STRING", "BOOL", "FLOAT", "BLOB")))),
+        "types that say what is so anyway": (True, printer(
+            f'<Installed name="A" type="BIDI_BOOL" {LEAF}/><List name="B" type="BIDI_STRING" {LEAF}/>')),
+        "both ways of a parameter": (True, printer(
+            f'<Property name="$A$"><Parameter parameter="A" {LEAF}/></Property>'
+            f'<Parameter name="$B$" parameter="B" {LEAF}><Const name="C">$</Const>'
+            f'<Parameter name="$D$" parameter="D" {LEAF}/></Parameter>')),
+        "wrapped": (True, f'<bidi:Definition {BIDI} version="1"><Schema {PRINT}/></bidi:Definition>'),
+        "bound to its schema": (True, schema("", 'xmlns:xsi="http://www.w3.org/2001/XMLSchema-instance" '
+                                                 'xsi:noNamespaceSchemaLocation="bidi-extension.xsd"')),
+        "a comment and an instruction": (True, printer("<!-- <Nope/> --><?ed it?>")),
+        "the same name for a level and a leaf": (True, printer('<Property name="A"/><Const name="A"/>')),
+
+        "unknown element": (False, printer("<Constant/>")),
+        "element in lower case": (False, printer('<value name="A"/>')),
+        "unknown attribute": (False, printer(f'<Value name="A" default="0" {LEAF}/>')),
+        "attribute of another element": (False, printer('<Const name="A" filter="pri:A"/>')),
+        "foreign attribute": (False, printer(f'<Value name="A" bidi:hint="x" {LEAF}/>')),
+        "leaf below the schema": (False, schema('<Const name="A"/>')),
+        "parameter below the schema": (False, schema(f'<Parameter name="$A$" parameter="A" {LEAF}/>')),
+        "element in a leaf": (False, printer('<Const name="A"><Const name="B"/></Const>')),
+        "schema in a schema": (False, schema("<Schema/>")),
+        "text in a level": (False, printer("text")),
+        "text in a value": (False, printer(f'<Value name="A" {LEAF}>text</Value>')),
+        "level without name": (False, schema("<Property/>")),
+        "leaf without name": (False, printer(f"<Value {LEAF}/>")),
+        "leaf with an empty name": (False, printer('<Const name=""/>')),
+        "value without filter": (False, printer('<Value name="A" query="pri:B"/>')),
+        "value with an empty filter": (False, printer('<Value name="A" query="pri:B" filter=""/>')),
+        "parameter without parameter": (False, printer(f'<Parameter name="A" {LEAF}/>')),
+        "parameter in dollars": (False, printer(f'<Parameter name="$A$" parameter="$A$" {LEAF}/>')),
+        "unknown type": (False, printer(f'<Value name="A" type="BIDI_TEXT" {LEAF}/>')),
+        "type in lower case": (False, printer(f'<Value name="A" type="bidi_int" {LEAF}/>')),
+        "installed as a number": (False, printer(f'<Installed name="A" type="BIDI_INT" {LEAF}/>')),
+        "query without prefix": (False, printer('<Value name="A" query="B" filter="pri:B"/>')),
+        "two queries": (False, printer('<Value name="A" query="pri:B pri:C" filter="pri:B"/>')),
+        "dot in the name of a level": (False, schema('<Property name="A.B"/>')),
+        "apostrophe in the name of a leaf": (False, printer('<Const name="A\'s"/>')),
+        "leaf twice": (False, printer(f'<Const name="A"/><Value name="A" {LEAF}/>')),
+        "elements in a namespace": (False, schema("", 'xmlns="urn:x"')),
+        "not a schema": (False, f'<Property {BIDI} name="A"/>'),
+        "wrapper around nothing": (False, f"<bidi:Definition {BIDI}/>"),
+        "wrapper around something else": (False, f'<bidi:Definition {BIDI}><Property name="A"/></bidi:Definition>'),
+        "not well-formed": (False, "<Schema>"),
+    }
+
+    def test_checker_and_schema_agree_on_structure(self):
+        for name, (valid, text) in self.SAMPLES.items():
+            with self.subTest(name):
+                file = self.write("sample.xml", text)
+                check = self.run_bidi("check", file)
+                lint = subprocess.run(["xmllint", "--noout", "--nonet", "--schema", SCHEMA, file], cwd=self.folder,
+                                      timeout=60, capture_output=True, text=True)
+                self.assertEqual(valid, lint.returncode == 0, lint.stderr)
+                self.assertEqual(valid, check.returncode < 2, check.stdout + check.stderr)
+
+    def test_examples_fit_the_schema(self):
+        for file in EXAMPLES.glob("velun-*.xml"):
+            subprocess.run(["xmllint", "--noout", "--nonet", "--schema", SCHEMA, file], check=True, timeout=60,
+                           capture_output=True)
+
+
+class Check(Files):
+    def test_exit_status_says_how_bad_it_is(self):
+        self.write("good.xml", printer(f'<Value name="A" {LEAF}/>'))
+        self.write("doubtful.xml", printer('<Value name="B" filter="pri:PrinterStatus"/>'))
+        self.write("bad.xml", printer("<Nope/>"))
+        for status, files in ((0, ["good.xml"]), (1, ["good.xml", "doubtful.xml"]),
+                              (2, ["doubtful.xml", "bad.xml"]), (3, ["bad.xml", "missing.xml"]), (3, ["."])):
+            with self.subTest(files):
+                done = self.run_bidi("check", *files)
+                self.assertEqual(done.returncode, status, done.stdout + done.stderr)
+                self.assertEqual(len(done.stderr.splitlines()), 0 if status == 0 else 1, done.stderr)
+
+    def test_a_finding_is_one_line_whatever_the_file_holds(self):
+        file = self.write("rude.xml", printer('<Const name="A" type="&#10;x:1: error: &#x9b;2J&#xFFFE1;Ünfug"/>'))
+        done = self.run_bidi("check", file)
+        self.assertEqual(done.returncode, 2)
+        self.assertEqual(len(done.stdout.splitlines()), 1, done.stdout)
+        self.assertRegex(done.stdout, r"^rude\.xml:3: error: the type '\?x:1: error: \?2J.*Ünfug' is none of ")
+
+    def test_what_is_too_much_is_refused_at_once(self):
+        bomb = "".join(f'<!ENTITY e{i} "&e{i - 1};&e{i - 1};">' for i in range(1, 40))
+        for name, content, text in (
+                ("large.xml", b"<Schema>" + b" " * (9 << 20) + b"</Schema>", "larger than 8 MB"),
+                ("deep.xml", "<a>\n" * 10000 + "</a>" * 10000, "deep.xml:101: error: elements are nested deeper"),
+                ("bomb.xml", f'<?xml version="1.0"?>\n<!DOCTYPE a [<!ENTITY e0 "x">{bomb}]>\n<a>&e39;</a>',
+                 "bomb.xml:2: error: the file has a document type"),
+                ("many.xml", "<a>" + "<b/>" * 400001 + "</a>", "many.xml:1: error: the file has too many elements"),
+                ("findings.xml", printer("<b/>\n" * 2000), "too many findings")):
+            with self.subTest(name):
+                done = self.run_bidi("check", self.write(name, content))
+                self.assertIn(done.returncode, (2, 3))
+                self.assertIn(text, done.stdout + done.stderr)
+                self.assertLess(len(done.stdout.splitlines()), 600)
+
+    def test_examples_are_clean_together(self):
+        done = vlmctl("check", EXAMPLES / "velun-base.xml", EXAMPLES / "velun-finisher.xml")
+        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+
+
+class Query(Files):
+    FILES = ["--ext", EXAMPLES / "velun-base.xml", "--ext", EXAMPLES / "velun-finisher.xml"]
+    ASK = [*FILES, "--wsd", EXAMPLES / "printer-answer.xml"]
+
+    def answers(self, action, *paths):
+        done = vlmctl(action, "--json", *self.ASK, *paths)
+        self.assertEqual((done.returncode, done.stderr), (0, ""))
+        return [(a["path"], a["type"], a["value"], a["result"]) for a in json.loads(done.stdout)]
+
+    def test_get_answers_each_path_in_order(self):
+        expected = [
+            ("\\Printer.Consumables.Yellow:Level", "BIDI_INT", "8", 0),
+            ("\\Printer.DeviceInfo:Location", "BIDI_STRING", "Zürich, 2. Stock", 0),
+            ("\\Printer:Nothing", "BIDI_NULL", None, 232),
+            ("\\Printer.DeviceInfo:ColorSupported", "BIDI_BOOL", "true", 0),
+            ("\\Printer.DeviceInfo:AveragePowerWatts", "BIDI_FLOAT", "14.5", 0),
+            ("\\Printer.DeviceInfo:SchemaVersion", "BIDI_INT", "3", 0),
+            ("\\Printer.Finishing.Booklet:Installed", "BIDI_BOOL", "false", 0),
+            ("\\Printer.Layout.InputBins.Manual:MediaType", "BIDI_STRING", "envelope", 0),
+            ("\\Printer.Status.Conditions.InputTray.1047:Severity", "BIDI_STRING", "Informational", 0),
+            ("\\Printer.Status:Reasons", "BIDI_STRING", "AttentionRequired,MarkerSupplyLow,MediaEmpty", 0),
+        ]
+        self.assertEqual(self.answers("get", *(path for path, *_ in expected)), expected)
+        self.assertEqual(self.answers("get", "\\Printer.DeviceInfo:CertificateHash")[0][2:], (None, 232))
+
+    def test_getall_of_the_root_is_every_leaf_of_both_files_once(self):
+        answers = self.answers("getall", "\\")
+        paths = [path for path, *_ in answers]
+        self.assertEqual(len(paths), len(set(paths)))
+        self.assertEqual([path for path, _, _, result in answers if result], ["\\Printer.DeviceInfo:CertificateHash"])
+        below = [path for path in paths if path.startswith("\\Printer.Layout.InputBins")]
+        self.assertEqual(self.answers("getall", "\\Printer.Layout.InputBins"),
+                         [answer for answer in answers if answer[0] in below])
+        self.assertEqual(len(below), 21)
+
+    def test_enum_lists_what_the_paths_need_once(self):
+        for paths, needed in (
+                (["\\Printer.Consumables.Black:Level", "\\Printer.Consumables.Cyan"], ["pri:PrinterConfiguration"]),
+                (["\\Printer.Status.Conditions.Marker.7:Name"], ["pri:PrinterStatus"]),
+                (["\\Printer.DeviceInfo", "\\Nowhere"], ["pri:PrinterDescription", "vln:DeviceExtension"])):
+            with self.subTest(paths):
+                done = vlmctl("enum", *self.FILES, *paths)
+                self.assertEqual((done.returncode, done.stdout.split()), (0, needed))
+
+    def test_the_printer_may_write_its_answer_with_any_prefixes(self):
+        answer = (EXAMPLES / "printer-answer.xml").read_text("utf-8")
+        paths = ["\\Printer.Consumables.Black:Level", "\\Printer.DeviceInfo:AveragePowerWatts"]
+        for what, changed in (
+                ("a default namespace", answer.replace("wprt:", "").replace("xmlns:wprt=", "xmlns=")),
+                ("our prefix for something else, not on the root",
+                 answer.replace("vln:", "pri:").replace("xmlns:vln", "xmlns:old").replace(
+                     "<pri:DeviceExtension", '<pri:DeviceExtension xmlns:pri="http://velun.example/wsd/print/2026"'))):
+            with self.subTest(what):
+                self.write("answer.xml", changed)
+                done = self.run_bidi("get", "--json", *self.FILES, "--wsd", "answer.xml", *paths)
+                self.assertEqual(done.returncode, 0, done.stderr)
+                self.assertEqual([a["value"] for a in json.loads(done.stdout)], ["85", "14.5"])
+
+    def test_failures_are_one_clear_line(self):
+        self.write("good.xml", printer(f'<Value name="A" {LEAF}/>'))
+        self.write("cut.xml", "<Schema")
+        self.write("other.xml", schema("").replace("wdp/print", "wdp/scan"))
+        self.write("unbound.xml", printer('<Value name="A" query="pri:B" filter="pri:B[.=\'$C$\']"/>'))
+        self.write("answer.xml", ANSWER)
+        self.write("html.xml", "<html/>")
+        self.write("clash.xml", ANSWER.replace(PRINT, f'{PRINT.replace(":pri=", ":w=")} xmlns:pri="urn:x"'))
+        for arguments, text in (
+                (["get", "--ext", "missing.xml", "--wsd", "answer.xml", "\\"], "missing.xml"),
+                (["get", "--ext", "cut.xml", "--wsd", "answer.xml", "\\"], "cut.xml"),
+                (["get", "--ext", "good.xml", "--wsd", "missing.xml", "\\"], "missing.xml cannot be opened"),
+                (["get", "--ext", "good.xml", "--wsd", "html.xml", "\\"], "printer's answer"),
+                (["get", "--ext", "good.xml", "--wsd", "clash.xml", "\\"], 'prefix "pri" refers to different'),
+                (["get", "--ext", "good.xml", "--ext", "other.xml", "--wsd", "answer.xml", "\\"], '"pri"'),
+                (["getall", "--ext", "unbound.xml", "--wsd", "answer.xml", "\\"], "Parameter C"),
+                (["getall", "--ext", "good.xml", "--wsd", "answer.xml", "\\it's"], "apostrophe"),
+                (["enum", "--ext", "good.xml", "\\Nowhere"], "none of these paths")):
+            with self.subTest(arguments):
+                done = self.run_bidi(*arguments)
+                self.assertEqual((done.returncode, done.stdout), (1, ""), done.stderr)
+                self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
+                self.assertIn(text, done.stderr)
+
+    def test_file_names_may_hold_anything(self):
+        name = "Büro & Co 100%.xml"
+        self.write(name, printer('<Const name="A" type="BIDI_STRING">x</Const>'))
+        self.write("answer.xml", ANSWER)
+        done = self.run_bidi("get", "--json", "--ext", name, "--wsd", "answer.xml", "\\Printer:A")
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(json.loads(done.stdout)[0]["value"], "x")
+
+    def test_table_shows_no_control_characters(self):
+        self.write("e.xml", printer('<Const name="A" type="BIDI_STRING">a&#10;b&#x9b;2J</Const>'))
+        self.write("answer.xml", ANSWER)
+        done = self.run_bidi("get", "--ext", "e.xml", "--wsd", "answer.xml", "\\Printer:A")
+        self.assertEqual(done.stdout.splitlines()[1:], ["\\Printer:A  BIDI_STRING  a?b?2J  0 found"])
+
+
+class Page(Files):
+    def test_the_page_shows_what_happens(self):
+        fences = re.findall(r"^```(\w+)(?: file=(\S+))?\n(.*?)^```$", PAGE.read_text("utf-8"), re.S | re.M)
+        sessions = []
+        for language, name, content in fences:
+            if name:
+                self.write(name, content)
+            elif language == "console":
+                sessions += re.findall(r"^\$ vlmctl bidi (.*)\n((?:(?!\$ ).*\n)*)", content, re.M)
+        self.assertGreaterEqual(len(sessions), 5)
+        for arguments, output in sessions:
+            with self.subTest(arguments):
+                self.assertEqual(self.run_bidi(*shlex.split(arguments)).stdout, output)
+
+
+if __name__ == "__main__":
+    unittest.main()

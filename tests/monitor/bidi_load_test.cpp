@@ -1,0 +1,140 @@
+// Bidi queries when memory runs out, in great number, and at the same time: what is left behind, and who
+// waits for whom.
+#include <atomic>
+#include <memory>
+#include <thread>
+
+#include "tests/monitor/bidi_fixture.h"
+#include "tests/support/resources.h"
+
+namespace vlm::test {
+namespace {
+
+using Lines = std::vector<std::wstring>;
+using BidiLoadTest = BidiPortTest;
+
+constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
+const std::vector<LowerEntry> kBelow = {{100, 0, L"\\Below", L"here"}, {100, 232, L"\\Below:None", L""}};
+
+TEST_F(BidiLoadTest, OutOfMemoryAnywhereIsReportedAndLeavesNothing) {
+    const ScriptedServer printer(WellBehaved());
+    PointTo(printer);
+    bidi.entries = kBelow;
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), 0U);
+    const LONG64 before = router.Counters().liveBlocks;
+    LONG64 failing = 1;
+    do {
+        SCOPED_TRACE(failing);
+        router.ResetAllocations(failing);
+        const DWORD code = Query(port, L"Get", {kModel}, nullptr);
+        // What the engine had before memory ran out is an answer, too.
+        EXPECT_TRUE(code == 0 || code == ERROR_OUTOFMEMORY) << code;
+        EXPECT_TRUE(failing > 1 || code == ERROR_OUTOFMEMORY);
+        EXPECT_EQ(router.Counters().liveBlocks, before);
+        EXPECT_EQ(spooler.OpenHandles(), 0);
+        ASSERT_LT(failing, 100);
+    } while (router.Counters().allocations >= failing++);
+    // The engine's three blocks, the lower monitor's, and the copies of the merge.
+    EXPECT_GT(failing, 15);
+    router.ResetAllocations(0);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiLoadTest, ManyQueriesLeaveNothing) {
+    const ScriptedServer printer(WellBehaved());
+    // In the spooler other code holds the library that the engine loads and frees; here nobody else does, and
+    // Wine keeps blocks of each loading.
+    const Module crypt32(LoadLibraryW(L"crypt32.dll"));
+    bidi.entries = kBelow;
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    int round = 0;
+    const auto query = [&] {
+        // Every fourth one meets a printer that is off.
+        PointTo(printer);
+        if (++round % 4 == 0) bidi.address = L"127.0.0.1:1";
+        EXPECT_EQ(Query(port, L"GetAll", {L"\\"}, nullptr), 0U);
+        spooler.Reset();
+        AddPrinter(L"IP_office");
+    };
+    // The platform's own caches fill with the first queries.
+    for (int i = 0; i < 20; ++i)
+        query();
+    const Resources before = CountResources();
+    for (int i = 0; i < 200; ++i)
+        query();
+    const Resources after = CountResources();
+    EXPECT_LE(after.handles, before.handles + 2);
+    EXPECT_LE(after.threads, before.threads + 1);
+    // Under Wine its SAX reader leaves one block for each xml:lang, and the example answer has three.
+    EXPECT_LE(after.heapBlocks, before.heapBlocks + 3 * 150 + 20);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiLoadTest, MutePrinterDelaysNobodyElse) {
+    constexpr size_t kPorts = 16;
+    std::vector<std::unique_ptr<ScriptedServer>> printers;
+    std::vector<BidiLowerMonitor> below(kPorts);
+    std::vector<HANDLE> ports(kPorts);
+    for (size_t i = 0; i < kPorts; ++i) {
+        printers.push_back(std::make_unique<ScriptedServer>(i == 0 ? Script{Hold()} : WellBehaved()));
+        below[i].address = L"127.0.0.1:" + std::to_wstring(printers[i]->Port());
+        below[i].entries = kBelow;
+        ports[i] = MustOpen(below[i], L"IP_port" + std::to_wstring(i));
+    }
+    std::vector<ULONGLONG> elapsed(kPorts);
+    std::vector<std::thread> threads;
+    std::atomic<size_t> found{0};
+    const ULONGLONG start = GetTickCount64();
+    for (size_t i = 0; i < kPorts; ++i) {
+        threads.emplace_back([&, i] {
+            Lines lines;
+            EXPECT_EQ(Query(ports[i], L"Get", {kModel}, &lines), 0U);
+            elapsed[i] = GetTickCount64() - start;
+            if (!lines.empty() && lines[0].ends_with(L"VP-4200C")) ++found;
+            EXPECT_TRUE(lines.size() == (i == 0 ? 2U : 3U));
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(found, kPorts - 1);
+    // The printer's time-out is 5 s.
+    EXPECT_GE(elapsed[0], 4'500U);
+    EXPECT_LT(elapsed[0], 15'000U);
+    for (size_t i = 1; i < kPorts; ++i)
+        EXPECT_LT(elapsed[i], 4'500U) << "port " << i << " waited for the mute printer";
+    for (const HANDLE port : ports)
+        EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiLoadTest, QueriesWhileTheSamePortPrints) {
+    const ScriptedServer printer(WellBehaved());
+    PointTo(printer);
+    bidi.bidiCode = ERROR_NOT_SUPPORTED;
+    bidi.keepBytes = true;
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_PRINTING);
+    std::atomic<bool> asking{true};
+    std::thread asker([&] {
+        for (int i = 0; i < 20; ++i) {
+            Lines lines;
+            EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), 0U);
+            EXPECT_EQ(lines.size(), 1U);
+        }
+        asking = false;
+    });
+    size_t jobs = 0;
+    for (; asking; ++jobs) {
+        // The printer's name changes under the query's hands.
+        ASSERT_TRUE(Start(port, kJob, jobs % 2 == 0 ? L"OFFICE" : L"Office"));
+        EXPECT_TRUE(Write(port));
+        table.pfnEndDocPort(port);
+        Sleep(1);
+    }
+    asker.join();
+    EXPECT_EQ(bidi.written.size(), jobs * sizeof "data");
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+}  // namespace
+}  // namespace vlm::test

@@ -1,0 +1,275 @@
+// One Bidi query from the spooler's call to its answer: who is asked, and whose answer wins.
+#include <functional>
+
+#include "tests/monitor/bidi_fixture.h"
+
+namespace vlm::test {
+namespace {
+
+using Lines = std::vector<std::wstring>;
+using BidiQueryTest = BidiPortTest;
+
+constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
+constexpr wchar_t kSpeed[] = L"\\Printer.DeviceInfo:PagesPerMinute";
+constexpr wchar_t kModelLine[] = L"100 0 \\Printer.DeviceInfo:ModelName STRING Velun VP-4200C";
+
+TEST_F(BidiQueryTest, PrinterAnswersOnEachKindOfNetworkPort) {
+    ScriptedServer printer(WellBehaved());
+    bidi.bidiCode = ERROR_NOT_SUPPORTED;
+    for (const auto kind : {BidiLowerMonitor::kTcp, BidiLowerMonitor::kWsd}) {
+        bidi.kind = kind;
+        PointTo(printer);
+        const HANDLE port = MustOpen(bidi, kind == BidiLowerMonitor::kTcp ? L"IP_office" : L"WSD-office");
+        Lines lines;
+        EXPECT_EQ(Query(port, L"Get", {kModel, L"\\Printer.Configuration.Memory", L"\\Printer.None"}, &lines),
+                  0U);
+        EXPECT_EQ(lines, (Lines{kModelLine, L"101 0 \\Printer.Configuration.Memory:Size INT 4096",
+                                L"101 0 \\Printer.Configuration.Memory:Free INT 3120",
+                                L"102 232 \\Printer.None NULL"}));
+        const std::string asked = printer.LastRequest();
+        EXPECT_NE(asked.find("PrinterDescription"), std::string::npos);
+        EXPECT_NE(asked.find("PrinterConfiguration"), std::string::npos);
+        EXPECT_EQ(asked.find("PrinterStatus"), std::string::npos);
+        EXPECT_TRUE(table.pfnClosePort(port));
+    }
+    EXPECT_EQ(bidi.urlCalls, 1);
+}
+
+TEST_F(BidiQueryTest, EngineWinsUnlessOnlyTheLowerMonitorSucceeded) {
+    const ScriptedServer printer(WellBehaved());
+    PointTo(printer);
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const wchar_t* unknown = L"\\Printer.None:Leaf";
+    struct Row {
+        const char* what;
+        std::vector<LowerEntry> lower;
+        Lines expected;
+    };
+    const std::wstring unknownLine = L"101 232 \\Printer.None:Leaf NULL";
+    const Row rows[] = {
+        {"nothing below", {}, {kModelLine, unknownLine}},
+        {"both succeed", {{100, 0, kModel, L"below"}}, {kModelLine, unknownLine}},
+        {"only the lower one succeeds",
+         {{101, 0, unknown, L"below"}},
+         {kModelLine, L"101 0 \\Printer.None:Leaf STRING below"}},
+        {"both fail, in different ways", {{101, 50, unknown, L""}}, {kModelLine, unknownLine}},
+        {"same schema, other request",
+         {{7, 0, kModel, L"below"}, {100, 0, unknown, L"other"}},
+         {kModelLine, unknownLine, L"7 0 \\Printer.DeviceInfo:ModelName STRING below",
+          L"100 0 \\Printer.None:Leaf STRING other"}},
+        {"same schema but for case",
+         {{101, 0, L"\\PRINTER.None:Leaf", L"below"}},
+         {kModelLine, unknownLine, L"101 0 \\PRINTER.None:Leaf STRING below"}},
+        {"a failure that the engine was not asked for",
+         {{9, 5, L"\\Other", L""}, {101, 0, unknown, L"below"}},
+         {kModelLine, L"101 0 \\Printer.None:Leaf STRING below", L"9 5 \\Other NULL"}},
+        {"the first of two entries for one question counts",
+         {{101, 5, unknown, L""}, {101, 0, unknown, L"late"}},
+         {kModelLine, unknownLine}},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        bidi.entries = row.lower;
+        Lines lines;
+        EXPECT_EQ(Query(port, L"GetAll", {kModel, unknown}, &lines), 0U);
+        EXPECT_EQ(lines, row.expected);
+    }
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiQueryTest, LowerAnswerSurvivesEveryFailureOfThePrinter) {
+    const ScriptedServer well(WellBehaved());
+    struct Row {
+        const char* what;
+        std::function<void()> arrange;
+        const wchar_t* schema = kModel;
+        Script script = {};  // another printer's, when not empty
+    };
+    const Row rows[] = {
+        {"connection refused", [&] { bidi.address = L"127.0.0.1:1"; }},
+        {"no address", [&] { bidi.address.clear(); }},
+        {"an address that is none", [&] { bidi.address = L"ftp://:0"; }},
+        {"an address without end", [&] { bidi.address.assign(409, L'x'); }},
+        {"404 with a page", [] {}, kModel, Answer(Http("404 Not Found", "<html/>"))},
+        {"200 with a page", [] {}, kModel, Answer(Http("200 OK", "<html/>"))},
+        {"no XML", [] {}, kModel, Answer(Http("200 OK", "busy"))},
+        {"closes at once", [] {}, kModel, {Reset()}},
+        {"no such printer in the spooler", [&] { spooler.Reset(); }},
+        {"a driver without extension files", [&] { AddPrinter(L"IP_office", false); }},
+        {"no path is known", [] {}, L"\\Printer.None"},
+        {"a path that cannot be looked up", [] {}, L"\\Printer's"},
+        {"an entry without schema", [] {}, nullptr},
+        {"no channel operations", [&] { bidi.table.pfnXcvOpenPort = nullptr; }},
+        {"a channel that cannot be asked", [&] { bidi.table.pfnXcvDataPort = nullptr; }},
+        {"a channel that cannot be closed", [&] { bidi.table.pfnXcvClosePort = nullptr; }},
+        {"the channel does not open",
+         [&] { bidi.answer = [](const char* call) { return std::string(call) != "XcvOpenPort"; }; }},
+        {"the channel has no answer", [&] { bidi.configCode = ERROR_ACCESS_DENIED; }},
+        {"the channel throws", [&] { bidi.channelThrows = true; }},
+        {"no URL",
+         [&] {
+             bidi.kind = BidiLowerMonitor::kWsd;
+             bidi.urlCode = ERROR_NOT_SUPPORTED;
+         }},
+        {"a URL that is a number",
+         [&] {
+             bidi.kind = BidiLowerMonitor::kWsd;
+             bidi.urlType = BIDI_INT;
+         }},
+        {"a URL without value",
+         [&] {
+             bidi.kind = BidiLowerMonitor::kWsd;
+             bidi.urlType = BIDI_NULL;
+         }},
+        {"a URL one character too long",
+         [&] {
+             bidi.kind = BidiLowerMonitor::kWsd;
+             bidi.address = well.Url();
+             bidi.address.resize(260, L'x');
+         }},
+    };
+    const MONITOR2 whole = bidi.table;
+    const auto anything = bidi.answer;
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.what);
+        const ScriptedServer printer(row.script);
+        PointTo(row.script.empty() ? well : printer);
+        row.arrange();
+        const HANDLE port = MustOpen(bidi, L"IP_office");
+        bidi.entries = {{100, 0, L"\\Below", L"here"}};
+        Lines lines;
+        EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), 0U);
+        EXPECT_EQ(lines, Lines{L"100 0 \\Below STRING here"});
+        // Both fail: the lower monitor's code, whatever became of the printer.
+        bidi.bidiCode = ERROR_NOT_READY;
+        EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), DWORD{ERROR_NOT_READY});
+        // Nothing below to put in its place.
+        bidi.bidiCode = 0;
+        bidi.entries.clear();
+        EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), DWORD{ERROR_NO_DATA});
+        // The last of both to fail is asked last and throws.
+        bidi.throws = true;
+        EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), DWORD{ERROR_FUNCTION_FAILED});
+
+        EXPECT_TRUE(table.pfnClosePort(port));
+        EXPECT_EQ(bidi.openChannels, 0);
+        EXPECT_EQ(spooler.OpenHandles(), 0);
+        bidi.table = whole;
+        bidi.answer = anything;
+        bidi.kind = BidiLowerMonitor::kTcp;
+        bidi.urlType = BIDI_STRING;
+        bidi.urlCode = bidi.configCode = 0;
+        bidi.throws = bidi.channelThrows = false;
+        AddPrinter(L"IP_office");
+    }
+}
+
+TEST_F(BidiQueryTest, LongestUrlThatFitsIsUsed) {
+    ScriptedServer printer(WellBehaved());
+    bidi.kind = BidiLowerMonitor::kWsd;
+    bidi.bidiCode = ERROR_NOT_SUPPORTED;
+    PointTo(printer);
+    bidi.address.resize(259, L'x');
+    const HANDLE port = MustOpen(bidi, L"WSD-office");
+    EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), 0U);
+    EXPECT_NE(printer.LastRequest().find("xxx HTTP/1.0"), std::string::npos);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiQueryTest, LowerMonitorThatThrowsDoesNotCostThePrintersAnswer) {
+    const ScriptedServer printer(WellBehaved());
+    PointTo(printer);
+    bidi.throws = true;
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    Lines lines;
+    EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), 0U);
+    EXPECT_EQ(lines, Lines{kModelLine});
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiQueryTest, OtherActionsGoDownOnly) {
+    const ScriptedServer printer(WellBehaved());
+    PointTo(printer);
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    bidi.entries = {{100, 0, L"\\Below", L"here"}};
+    for (const wchar_t* action : {L"Set", L"GetWithArgument", L"get", L""}) {
+        Lines lines;
+        EXPECT_EQ(Query(port, action, {kModel}, &lines), 0U);
+        EXPECT_EQ(lines, Lines{L"100 0 \\Below STRING here"});
+        bidi.bidiCode = ERROR_ACCESS_DENIED;
+        EXPECT_EQ(Query(port, action, {kModel}, &lines), DWORD{ERROR_ACCESS_DENIED});
+        bidi.bidiCode = 0;
+    }
+    EXPECT_EQ(bidi.bidiCalls, 8);
+    EXPECT_EQ(bidi.lastAccess, DWORD{PRINTER_ACCESS_USE});
+    EXPECT_EQ(printer.Connections(), 0U);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiQueryTest, EnumSchemaGoesDownUntouched) {
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const Request request({kModel});
+    auto* asked = const_cast<BIDI_REQUEST_CONTAINER*>(request.Get());
+    BIDI_RESPONSE_CONTAINER* answer = nullptr;
+    bidi.entries = {{1, 0, L"\\Below", L"here"}};
+    EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 5, L"EnumSchema", asked, &answer), 0U);
+    EXPECT_EQ(bidi.lastRequest, asked);
+    EXPECT_EQ(bidi.lastResponse, &answer);
+    EXPECT_EQ(bidi.lastAccess, 5U);
+    RouterFreeBidiResponseContainer(answer);
+    bidi.bidiCode = 1234;
+    EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 5, L"EnumSchema", asked, &answer), 1234U);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiQueryTest, RefusesWhatItCannotAnswerWithoutAskingAnybody) {
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const Request request({kModel});
+    auto* asked = const_cast<BIDI_REQUEST_CONTAINER*>(request.Get());
+    BIDI_RESPONSE_CONTAINER* answer = nullptr;
+    const auto ask = table.pfnSendRecvBidiDataFromPort;
+    EXPECT_EQ(ask(port, 0, nullptr, asked, &answer), 87U);
+    EXPECT_EQ(ask(port, 0, L"Get", nullptr, &answer), 87U);
+    EXPECT_EQ(ask(port, 0, L"Get", asked, nullptr), 87U);
+    EXPECT_EQ(Query(port, L"Get", {}, nullptr), DWORD{ERROR_NO_DATA});
+    AddPrinter(L"IP_office,IP_other");
+    for (const wchar_t* action : {L"Get", L"Set", L"EnumSchema"})
+        EXPECT_EQ(ask(port, 0, action, asked, &answer), DWORD{ERROR_NOT_SUPPORTED});
+    EXPECT_EQ(bidi.bidiCalls, 0);
+    EXPECT_EQ(answer, nullptr);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_F(BidiQueryTest, PortWithNobodyToAskAnswersOneEmptyEntry) {
+    LowerMonitor withoutBidi;
+    const std::pair<LowerMonitor*, const wchar_t*> ports[] = {
+        {&bidi, L"USB001"}, {&bidi, L"usbX"}, {&withoutBidi, L"IP_office"}};
+    for (const auto& [below, name] : ports) {
+        const HANDLE port = MustOpen(*below, name);
+        Lines lines;
+        for (const wchar_t* action : {L"Get", L"Set", L"EnumSchema"}) {
+            EXPECT_EQ(Query(port, action, {kModel, kSpeed}, &lines), 0U);
+            EXPECT_EQ(lines, Lines{L"100 232 \\Printer.DeviceInfo:ModelName NULL"});
+        }
+        EXPECT_EQ(Query(port, L"Get", {L""}, &lines), 0U);
+        EXPECT_EQ(lines, Lines{L"100 14 (null) NULL"});
+        EXPECT_EQ(Query(port, L"Get", {}, &lines), 0U);
+        EXPECT_EQ(lines, Lines{L"0 14 (null) NULL"});
+        const Request request({kModel});
+        auto* asked = const_cast<BIDI_REQUEST_CONTAINER*>(request.Get());
+        BIDI_RESPONSE_CONTAINER* answer = nullptr;
+        EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 0, nullptr, nullptr, &answer), 87U);
+        EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 0, nullptr, asked, nullptr), 87U);
+        router.ResetAllocations(1);
+        EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), DWORD{ERROR_OUTOFMEMORY});
+        router.ResetAllocations(2);
+        EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), 0U);
+        EXPECT_EQ(lines, Lines{L"100 14 (null) NULL"});
+        router.ResetAllocations(0);
+        EXPECT_TRUE(table.pfnClosePort(port));
+    }
+    EXPECT_EQ(bidi.bidiCalls, 0);
+}
+
+}  // namespace
+}  // namespace vlm::test

@@ -1,0 +1,519 @@
+"""Asks the virtual printer's WSD print service as a client does: SOAP over HTTP, down to the bytes on the wire."""
+
+import gzip
+import pathlib
+import re
+import socket
+import ssl
+import sys
+import time
+import unittest
+import urllib.parse
+import uuid
+import xml.etree.ElementTree as ET
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+from vprinter import ControlError, VirtualPrinter  # noqa: E402
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+LIMIT = 5  # seconds that any single wait on a socket may take
+SOAP = "http://www.w3.org/2003/05/soap-envelope"
+WSA = "http://schemas.xmlsoap.org/ws/2004/08/addressing"
+PRINT = "http://schemas.microsoft.com/windows/2006/08/wdp/print"
+VENDOR = "http://velun.example/wsd/print/2026"
+NAMES = ("pri:PrinterDescription", "pri:PrinterConfiguration", "pri:PrinterStatus", "pri:DefaultPrintTicket",
+         "pri:PrinterCapabilities", "vln:DeviceExtension")
+
+
+def message(names=NAMES, url="http://printer/wsd/print/", **changes):
+    """A sound request; `changes` replace header values by their name, or the declarations of the names."""
+    values = {"To": url, "Action": PRINT + "/GetPrinterElements", "MessageID": uuid.uuid4().urn,
+              "ReplyTo": f"<wsa:Address>{WSA}/role/anonymous</wsa:Address>",
+              "From": f"<wsa:Address>{uuid.uuid4().urn}</wsa:Address>"}
+    values.update({key: value for key, value in changes.items() if key in values})
+    order = changes.get("order", tuple(values))
+    headers = "".join(f"<wsa:{key}>{values[key]}</wsa:{key}>" for key in order)
+    declarations = changes.get("declarations", f'xmlns:vln="{VENDOR}"')
+    wanted = "".join(f"<pri:Name>{name}</pri:Name>" for name in names)
+    return (f"<?xml version='1.0' encoding='utf-8'?>"
+            f'<soap:Envelope xmlns:soap="{SOAP}" xmlns:wsa="{WSA}" xmlns:pri="{PRINT}"><soap:Header>{headers}'
+            f"</soap:Header><soap:Body><pri:GetPrinterElementsRequest><pri:RequestedElements {declarations}>{wanted}"
+            f"</pri:RequestedElements></pri:GetPrinterElementsRequest></soap:Body></soap:Envelope>")
+
+
+def connect(url):
+    parts = urllib.parse.urlsplit(url)
+    connection = socket.create_connection((parts.hostname, parts.port), timeout=LIMIT)
+    if parts.scheme == "https":
+        context = ssl.create_default_context()
+        context.check_hostname = False
+        context.verify_mode = ssl.CERT_NONE
+        context.options &= ~ssl.OP_IGNORE_UNEXPECTED_EOF  # an end without TLS's goodbye is to be seen
+        connection = context.wrap_socket(connection, suppress_ragged_eofs=False)
+    return connection
+
+
+def send(connection, body, url, version="1.0", content_type="application/soap+xml"):
+    path = urllib.parse.urlsplit(url).path
+    connection.sendall(f"POST {path} HTTP/{version}\r\nAccept: text/*\r\nSOAPAction: \"\"\r\n"
+                       f"Content-Type: {content_type}\r\nUser-Agent: VCSoapClient\r\nHost: printer\r\n"
+                       f"Content-Length: {len(body.encode())}\r\n\r\n{body}".encode())
+
+
+def receive(connection):
+    """All that comes, and how it ends: "end", "cut" (TLS without a goodbye), "reset" or "silence"."""
+    received = bytearray()
+    try:
+        while piece := connection.recv(1 << 20):
+            received += piece
+        return bytes(received), "end"
+    except ssl.SSLError as error:
+        if "EOF" not in str(error):
+            raise
+        return bytes(received), "cut"
+    except ConnectionResetError:
+        return bytes(received), "reset"
+    except TimeoutError:
+        return bytes(received), "silence"
+
+
+def exchange(url, body=None, patience=LIMIT, **details):
+    try:
+        with connect(url) as connection:
+            send(connection, message(url=url) if body is None else body, url, **details)
+            connection.settimeout(patience)
+            return receive(connection)
+    except ConnectionResetError:  # before there was anything to receive
+        return b"", "reset"
+
+
+def split(answer):
+    """Status, headers by lower-case name, body."""
+    head, _, body = answer.partition(b"\r\n\r\n")
+    status, *lines = head.decode().split("\r\n")
+    return int(status.split()[1]), {k.lower(): v for k, v in (line.split(": ", 1) for line in lines)}, body
+
+
+def ask(url, body=None, **details):
+    """A right answer's ElementData by name, each with its validity and its content element."""
+    status, _, text = split(exchange(url, body, **details)[0])
+    if status != 200:
+        raise AssertionError(f"{status}: {text.decode()}")
+    return elements(text)
+
+
+def elements(text):
+    body = ET.fromstring(text).find(f"{{{SOAP}}}Body")
+    found = body.findall(f"{{{PRINT}}}GetPrinterElementsResponse/{{{PRINT}}}PrinterElements/{{{PRINT}}}ElementData")
+    return {data.get("Name"): (data.get("Valid"), list(data)) for data in found}
+
+
+def fault_of(answer):
+    status, _, text = split(answer)
+    fault = ET.fromstring(text).find(f"{{{SOAP}}}Body/{{{SOAP}}}Fault")
+    return (status, fault.findtext(f"{{{SOAP}}}Code/{{{SOAP}}}Value"), fault.findtext(f"{{{SOAP}}}Reason/{{{SOAP}}}Text"))
+
+
+def leaves(node, path=""):
+    """The element's whole content: paths with attributes, in order. Times change from answer to answer."""
+    path += f"/{node.tag}{sorted(node.attrib.items())}"
+    if len(node) == 0 and not node.tag.endswith("}PrinterCurrentTime"):
+        return [f"{path}={node.text}"]
+    return [leaf for child in node for leaf in leaves(child, path)]
+
+
+def content_of(answer):
+    """What the answer says, without the prefixes: names as {namespace}name, in order."""
+    return [(name.rpartition(":")[2], valid, [leaf for part in parts for leaf in leaves(part)])
+            for name, (valid, parts) in elements(split(answer)[2]).items()]
+
+
+def value(found, element, path):
+    """The text at `path`, names of the print service, below that element."""
+    parts = next(parts for name, (_, parts) in found.items() if name.rpartition(":")[2] == element)
+    space = parts[0].tag.partition("}")[0] + "}"
+    return parts[0].findtext("/".join(space + step for step in path.split("/")))
+
+
+def print_document(printer, content):
+    with socket.create_connection(("127.0.0.1", printer.raw_port), timeout=LIMIT) as connection:
+        connection.sendall(content)
+        connection.shutdown(socket.SHUT_WR)
+        receive(connection)
+
+
+class WsdCase(unittest.TestCase):
+    """One printer for all cases of a class; each starts with a printer that behaves."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.printer = cls.enterClassContext(VirtualPrinter())
+
+    def setUp(self):
+        self.printer.clear_wsd_fault()
+        self.printer.clear_wsd_style()
+        self.printer.clear_wsd_requests()
+
+
+class Answers(WsdCase):
+    def test_SaysWhatTheExampleAnswerSays(self):
+        """The structure that the example extension files are written for."""
+        def outline(root):
+            return list(dict.fromkeys(re.sub(r"\[\('Id'.*?\]|=.*", "", leaf) for leaf in leaves(root)))
+
+        example = {name: parts for name, (_, parts) in
+                   elements((ROOT / "examples/bidi/printer-answer.xml").read_bytes()).items()}
+        live = ask(self.printer.wsd_url)
+        self.assertEqual(list(live), list(example))
+        for name, parts in example.items():
+            with self.subTest(name):
+                self.assertEqual(live[name][0], "true")
+                expected, actual = outline(parts[0]), outline(live[name][1][0])
+                if name.startswith("vln:"):
+                    self.assertEqual(actual.pop().rpartition("}")[2], "PagesPrinted[]")
+                self.assertEqual(actual, expected)
+
+    def test_HeadersAndAddressingOfAnAnswer(self):
+        request = message()
+        status, headers, body = split(exchange(self.printer.wsd_url, request)[0])
+        self.assertEqual((status, headers["connection"]), (200, "close"))
+        self.assertEqual(headers["content-type"], "application/soap+xml; charset=utf-8")
+        self.assertEqual(int(headers["content-length"]), len(body))
+        header = ET.fromstring(body).find(f"{{{SOAP}}}Header")
+        self.assertEqual(header.findtext(f"{{{WSA}}}Action"), PRINT + "/GetPrinterElementsResponse")
+        self.assertIn(f">{header.findtext(f'{{{WSA}}}RelatesTo')}</wsa:MessageID>", request)
+
+    def test_OnlyWhatIsAskedForAndUnknownNamesAreMarked(self):
+        wanted = ("pri:PrinterStatus", "pri:Nothing", "vln:PrinterStatus", "x:Größe")
+        found = ask(self.printer.wsd_url, message(wanted, declarations=f'xmlns:vln="{VENDOR}" xmlns:x="urn:x"'))
+        self.assertEqual([(name, valid, len(parts)) for name, (valid, parts) in found.items()],
+                         [("wprt:PrinterStatus", "true", 1), ("wprt:Nothing", "false", 0),
+                          ("vln:PrinterStatus", "false", 0), ("q:Größe", "false", 0)])
+        self.assertEqual(ask(self.printer.wsd_url, message(())), {})
+
+    def test_EveryStyleSaysTheSame(self):
+        right = content_of(exchange(self.printer.wsd_url)[0])
+        for style, spelled in (
+                ({"prefix": "wprt"}, f'<soap:Envelope [^>]*xmlns:wprt="{PRINT}"'),
+                ({"prefix": "pri"}, '<pri:PrinterStatus>'),
+                ({"prefix": "p-9_ä"}, '<p-9_ä:PrinterStatus>'),
+                ({"prefix": ""}, f'<soap:Envelope [^>]*xmlns="{PRINT}".*Name="PrinterStatus".*<PrinterStatus>'),
+                ({"prefix": "pri", "nested": True},
+                 f'<soap:Body><pri:GetPrinterElementsResponse xmlns:pri="{PRINT}">.*xmlns:vln="{VENDOR}" Name="vln:'),
+                ({"prefix": "", "nested": True}, f'<GetPrinterElementsResponse xmlns="{PRINT}">'),
+                ({"soapPrefix": "SOAP-ENV", "extra": {"pri": "urn:another"}}, '<SOAP-ENV:Body>.*<wprt:')):
+            with self.subTest(style=style):
+                self.printer.set_wsd_style(**style)
+                answer = exchange(self.printer.wsd_url)[0]
+                self.assertRegex(answer.decode(), "(?s)" + spelled)
+                self.assertEqual(content_of(answer), right)
+        self.assertNotIn("vln:", exchange(self.printer.wsd_url, message(NAMES[:1]))[0].decode())
+
+    def test_UnsoundStylesAreRefused(self):
+        for style in ({"prefix": "1a"}, {"prefix": "vln"}, {"prefix": "xmlns"}, {"soapPrefix": ""}, {"nested": 1},
+                      {"soapPrefix": "wprt"}, {"extra": {"wprt": "urn:x"}}, {"extra": {"a": ""}}, {"prefx": "a"}):
+            with self.subTest(style=style), self.assertRaises(ControlError) as caught:
+                self.printer.set_wsd_style(**style)
+            self.assertEqual(caught.exception.status, 400)
+
+    def test_HttpsWithACertificateThatNobodyTrusts(self):
+        self.assertEqual(len(ask(self.printer.wsds_url)), len(NAMES))
+        self.assertEqual(self.printer.wsd_requests()[-1]["scheme"], "https")
+        context = ssl.create_default_context()
+        parts = urllib.parse.urlsplit(self.printer.wsds_url)
+        with socket.create_connection((parts.hostname, parts.port), timeout=LIMIT) as plain:
+            with self.assertRaises(ssl.SSLCertVerificationError):
+                context.wrap_socket(plain, server_hostname="127.0.0.1")
+        pem = ssl.get_server_certificate((parts.hostname, parts.port))
+        file = self.printer.store / "certificate.pem"
+        file.write_text(pem)
+        decoded = ssl._ssl._test_decode_cert(str(file))  # the only decoder that the standard library has
+        file.unlink()
+        self.assertLess(ssl.cert_time_to_seconds(decoded["notAfter"]), time.time())
+        self.assertEqual(decoded["subjectAltName"], (("DNS", "printer.velun.invalid"),))
+        self.assertEqual(decoded["issuer"], decoded["subject"])
+
+    def test_OtherPathsAndMethodsAreNoService(self):
+        base = self.printer.wsd_url.removesuffix("wsd/print/")
+        for url in (base, base + "wsd/print", base + "wsd/other/"):
+            self.assertEqual(split(exchange(url)[0])[0], 404)
+        with connect(self.printer.wsd_url) as connection:
+            connection.sendall(b"GET /wsd/print/ HTTP/1.1\r\nHost: printer\r\n\r\n")
+            self.assertEqual(split(receive(connection)[0])[0], 404)
+
+
+class LiveValues(WsdCase):
+    TONER = "Consumables/ConsumableEntry/Level"
+    TRAY = "InputBins/InputBinEntry/Level"
+
+    def test_PrintingUsesTonerAndPaperAndCountsPages(self):
+        def levels():
+            found = ask(self.printer.wsd_url)
+            return (int(value(found, "PrinterConfiguration", self.TONER)),
+                    int(value(found, "PrinterConfiguration", self.TRAY)),
+                    int(value(found, "DeviceExtension", "PagesPrinted")))
+
+        toner, tray, pages = levels()
+        print_document(self.printer, bytes(11 * 65536 + 1))  # no wait: printed before the host sees the end
+        self.assertEqual((toner - 12, pages + 12), levels()[::2])
+        self.assertLess(levels()[1], tray)
+        print_document(self.printer, b"")
+        self.assertEqual(levels()[2], pages + 12)
+
+    def test_EmptyTonerAndTraysAreConditionsWithStableIds(self):
+        def conditions():
+            root = ask(self.printer.wsd_url)["wprt:PrinterStatus"][1][0]
+            space = f"{{{PRINT}}}"
+            active = {c.findtext(space + "Name"): c.get("Id")
+                      for c in root.iterfind(f"{space}ActiveConditions/{space}DeviceCondition")}
+            reasons = [r.text for r in root.iter(space + "PrinterStateReason")]
+            return active, reasons
+
+        before, reasons = conditions()
+        self.assertEqual(set(before), {"MarkerSupplyLow", "MediaEmpty", "MediaLow"})
+        self.assertEqual(set(reasons), {"AttentionRequired", *before})
+        self.printer.set_machine(toner={"Yellow": 1})
+        print_document(self.printer, bytes(3 * 65536))
+        after, _ = conditions()
+        self.assertEqual(set(after), {"MarkerSupplyEmpty", "MediaEmpty", "MediaLow"})
+        self.assertEqual(after["MediaEmpty"], before["MediaEmpty"])
+        self.assertNotIn(after["MarkerSupplyEmpty"], before.values())
+        self.printer.set_machine(toner={"Yellow": 100}, trays={"Tray2": 100, "Manual": 100})
+        self.assertEqual(conditions(), ({}, ["None"]))
+        self.printer.set_machine(toner={"Yellow": 8}, trays={"Tray2": 0, "Manual": 25})
+
+    def test_ProcessingWhileADocumentArrives(self):
+        def status():
+            found = ask(self.printer.wsd_url)
+            return value(found, "PrinterStatus", "PrinterState"), value(found, "PrinterStatus", "QueuedJobCount")
+
+        self.assertEqual(status(), ("Idle", "0"))
+        with socket.create_connection(("127.0.0.1", self.printer.raw_port), timeout=LIMIT) as connection:
+            connection.sendall(b"page")
+            give_up = time.monotonic() + LIMIT
+            while self.printer.machine()["jobs"] == 0 and time.monotonic() < give_up:
+                time.sleep(0.01)
+            self.assertEqual(status(), ("Processing", "1"))
+            connection.shutdown(socket.SHUT_WR)
+            receive(connection)
+        self.assertEqual(status(), ("Idle", "0"))
+
+    def test_TextsOfAnyKindArriveUnchanged(self):
+        kept = self.printer.machine()
+        text = "Büro <\"A\" & 'B'> 東京 \U0001f5a8"
+        self.printer.set_machine(name=text, location=text)
+        found = ask(self.printer.wsd_url)
+        self.assertEqual(value(found, "PrinterDescription", "PrinterName"), text)
+        self.assertEqual(value(found, "PrinterDescription", "PrinterLocation"), text)
+        for body in ({"toner": {"Black": 101}}, {"toner": {"Green": 1}}, {"trays": {"Tray1": "1"}}, {"nam": "x"},
+                     {"name": "control \x01"}):
+            with self.subTest(body=body), self.assertRaises(ControlError):
+                self.printer.set_machine(location="changed", **body)
+        self.assertEqual(self.printer.machine()["location"], text)
+        self.printer.set_machine(name=kept["name"], location=kept["location"])
+
+
+class RequestChecks(WsdCase):
+    def refused(self, body, words, status=400, code="soap:Sender", **details):
+        answer, _ = exchange(self.printer.wsd_url, body, **details)
+        found = fault_of(answer)
+        self.assertEqual(found[:2], (status, code))
+        self.assertIn(words, found[2])
+        self.assertIn(words, "; ".join(self.printer.wsd_requests()[-1]["findings"]))
+
+    def test_WrongRequestsAreRefusedWithWhatIsWrong(self):
+        right = message()
+        address = "<wsa:Address>x</wsa:Address>"
+        for body, words in (
+                (right[:-5], "not well-formed"),
+                ("", "not well-formed"),
+                (right.replace("<soap:Envelope", '<!DOCTYPE a [<!ENTITY x "y">]><soap:Envelope'), "document type"),
+                (right.replace("<soap:Body>", "<soap:Body/><soap:Body>"), "one Header, then one Body"),
+                (message(order=("Action", "To", "MessageID", "ReplyTo", "From")), "instead of wsa:To"),
+                (message(order=("To", "Action", "MessageID", "From", "ReplyTo")), "instead of wsa:ReplyTo"),
+                (message(order=("To", "Action", "MessageID", "ReplyTo")), "header 5 is missing: wsa:From"),
+                (message(order=("To", "Action", "MessageID", "ReplyTo", "From", "From")), "6 headers"),
+                (right.replace(WSA + '"', 'http://www.w3.org/2005/08/addressing"'), "instead of wsa:To"),
+                (message(To=""), "wsa:To is no address"),
+                (message(Action=PRINT + "/CreatePrintJob"), "wsa:Action is not"),
+                (message(MessageID="uuid:1"), "wsa:MessageID is no urn:uuid"),
+                (message(MessageID=uuid.uuid4().urn.upper()), "wsa:MessageID is no urn:uuid"),
+                (message(ReplyTo=address), "not the anonymous address"),
+                (message(ReplyTo=f"{WSA}/role/anonymous"), "must hold one wsa:Address"),
+                (message(From=address), "wsa:From is no urn:uuid"),
+                (message(("vln:A",), declarations=""), "not declared in its scope"),
+                (message(("PrinterStatus",)), "no namespace"),
+                (message(("pri:",)), "no qualified name"),
+                (message(("pri:A",) * 257), "more than 256"),
+                (right.replace("pri:Name>", "pri:Title>"), "instead of a print service Name"),
+                (right.replace("pri:RequestedElements", "pri:Elements"), "one print service RequestedElements"),
+                (right.replace("pri:GetPrinterElementsRequest", "pri:GetJobs"), "GetPrinterElementsRequest")):
+            with self.subTest(words=words):
+                self.refused(body, words)
+        self.refused(right.replace(SOAP, "http://schemas.xmlsoap.org/soap/envelope/"), "SOAP 1.2 Envelope", 500,
+                     "soap:VersionMismatch")
+        self.refused(right, "content type is 'text/xml", content_type="text/xml; charset=utf-8")
+
+    def test_SoundRequestsOfOtherShapesAreTaken(self):
+        defaulted = message(("PrinterStatus",), declarations=f'xmlns="{PRINT}"')
+        for body, details in ((message(), {"version": "1.1"}), (defaulted, {}), (message(url="127.0.0.1"), {}),
+                              (message().replace("pri:", "x1:").replace("xmlns:pri", "xmlns:x1"), {}),
+                              (message(), {"content_type": "Application/SOAP+XML; charset=utf-8"})):
+            found = ask(self.printer.wsd_url, body, **details)
+            self.assertTrue(all(valid == "true" for valid, _ in found.values()), found)
+
+    def test_TheControlApiShowsWhatCame(self):
+        body = message(NAMES[-2:], url="10.1.2.3")
+        exchange(self.printer.wsd_url, body)
+        entry, = self.printer.wsd_requests()
+        self.assertEqual((entry["method"], entry["path"], entry["version"]), ("POST", "/wsd/print/", "HTTP/1.0"))
+        self.assertEqual(entry["headers"]["SOAPAction"], '""')
+        self.assertEqual((entry["to"], entry["body"], entry["findings"]), ("10.1.2.3", body, []))
+        self.assertEqual(entry["names"], [f"{{{PRINT}}}PrinterCapabilities", f"{{{VENDOR}}}DeviceExtension"])
+        for _ in range(105):
+            exchange(self.printer.wsd_url, "")
+        self.assertEqual(len(self.printer.wsd_requests()), 100)
+
+
+class Faults(WsdCase):
+    def faulty(self, mode, url=None, patience=LIMIT, **details):
+        self.printer.set_wsd_fault(mode, **details)
+        return exchange(url or self.printer.wsd_url, patience=patience)
+
+    def right_answer(self):
+        """A message with the head and the size that every right answer has; its ids and times differ."""
+        self.printer.clear_wsd_fault()
+        return exchange(self.printer.wsd_url)[0]
+
+    def test_OtherAnswers(self):
+        for mode, status, kind, words in (
+                ("not-found", 404, "text/html", "not</b>"), ("unauthorized", 401, "text/html", "not</b>"),
+                ("html", 200, "text/html", "<br>"), ("no-xml", 500, "text/plain", "busy"),
+                ("soap11-fault", 500, "text/xml", "<faultstring>The print engine is busy"),
+                ("soap12-fault", 500, "application/soap+xml", "soap:Receiver"), ("empty", 200, "application/soap", "")):
+            for url in (self.printer.wsd_url, self.printer.wsds_url):
+                with self.subTest(mode=mode, url=url):
+                    answer, ended = self.faulty(mode, url)
+                    found, headers, body = split(answer)
+                    self.assertEqual((found, ended, int(headers["content-length"])), (status, "end", len(body)))
+                    self.assertIn(kind, headers["content-type"])
+                    self.assertIn(words, body.decode())
+                    self.assertEqual("www-authenticate" in headers, status == 401)
+        self.assertEqual(len(split(self.faulty("empty")[0])[2]), 0)
+        self.assertEqual(fault_of(self.faulty("soap12-fault")[0])[2], "The print engine is busy")
+        ET.fromstring(split(self.faulty("soap11-fault")[0])[2])
+
+    def test_StopsAtEachStage(self):
+        whole = self.right_answer()
+        body_start = whole.index(b"\r\n\r\n") + 4
+        for at, cut in (("connect", 0), ("request", 0), ("status-line", whole.index(b"\r\n") // 2),
+                        ("head", (whole.index(b"\r\n") + body_start) // 2), ("body", (body_start + len(whole)) // 2)):
+            for mode, expected in (("close", "end"), ("reset", "reset"), ("mute", "silence")):
+                with self.subTest(mode=mode, at=at):
+                    answer, ended = self.faulty(mode, at=at, patience=0.1 if mode == "mute" else LIMIT)
+                    self.assertEqual(ended, expected)
+                    if mode != "reset":  # a reset may overtake what was sent
+                        self.assertEqual((len(answer), answer[:body_start]), (cut, whole[:min(cut, body_start)]))
+
+    def test_StopsInTls(self):
+        with self.assertRaises((ssl.SSLError, ConnectionError)):
+            self.faulty("close", self.printer.wsds_url, at="connect")
+        self.assertEqual(self.faulty("close", self.printer.wsds_url, at="request"), (b"", "cut"))
+        answer, ended = self.faulty("close", self.printer.wsds_url, at="body")
+        self.assertEqual(ended, "cut")
+        self.assertLess(len(split(answer)[2]), int(split(answer)[1]["content-length"]))
+
+    def test_MuteEndsWhenTheFaultIsCleared(self):
+        self.printer.set_wsd_fault("mute", connections=1)
+        with connect(self.printer.wsd_url) as connection:
+            send(connection, message(), self.printer.wsd_url)
+            self.assertEqual(len(ask(self.printer.wsd_url)), len(NAMES))  # the next one is not held
+            self.printer.clear_wsd_fault()
+            self.assertEqual(receive(connection), (b"", "end"))
+
+    def test_DripsComeSlowly(self):
+        whole = self.right_answer()
+        self.printer.set_wsd_fault("drip", piece=len(whole) // 4, pause=60)
+        started = time.monotonic()
+        answer, ended = exchange(self.printer.wsd_url)
+        self.assertGreaterEqual(time.monotonic() - started, 0.24)
+        self.assertEqual(content_of(answer), content_of(whole))
+        self.assertEqual(ended, "end")
+
+    def test_WrongLengthsAndCodings(self):
+        right = self.right_answer()
+        size = len(split(right)[2])
+        for mode, announced, came in (("truncated", size // 2, size // 2), ("length-long", size + 1000, size),
+                                      ("length-short", size // 2, size)):
+            with self.subTest(mode=mode):
+                answer, ended = self.faulty(mode)
+                status, headers, body = split(answer)
+                self.assertEqual((status, ended), (200, "end"))
+                self.assertEqual((int(headers["content-length"]), len(body)), (announced, came))
+        _, headers, body = split(self.faulty("chunked")[0])
+        self.assertEqual(headers["transfer-encoding"], "chunked")
+        joined, rest = b"", body
+        while length := int((line := rest.partition(b"\r\n"))[0], 16):
+            joined, rest = joined + line[2][:length], line[2][length + 2:]
+        self.assertEqual(len(elements(joined)), len(NAMES))
+        _, headers, body = split(self.faulty("gzip")[0])
+        self.assertEqual(headers["content-encoding"], "gzip")
+        self.assertEqual(len(elements(gzip.decompress(body))), len(NAMES))
+
+    def test_HugeIsWellFormedAndAsLargeAsItSays(self):
+        _, headers, body = split(self.faulty("huge", bytes=3_000_000)[0])
+        self.assertEqual(int(headers["content-length"]), len(body))
+        self.assertGreaterEqual(len(body), 3_000_000)
+        self.assertEqual(len(elements(body)), len(NAMES))
+        self.printer.set_wsd_fault("huge")
+        with connect(self.printer.wsds_url) as connection:  # a client that has seen enough may go
+            send(connection, message(), self.printer.wsds_url)
+            self.assertGreaterEqual(int(re.search(rb"Content-Length: (\d+)", connection.recv(4096))[1]), 100_000_000)
+
+    def test_EntityBomb(self):
+        body = split(self.faulty("entity-bomb")[0])[2].decode()
+        self.assertRegex(body, r"\A<\?xml [^>]*\?><!DOCTYPE bomb \[\n<!ENTITY e0 ")
+        self.assertEqual(len(re.findall("<!ENTITY", body)), 11)
+        self.assertIn("&e10;</soap:Envelope>", body)
+
+    def test_RedirectsLeadToTheServiceOrRoundInCircles(self):
+        for mode, status in (("redirect", 307), ("redirect", 302), ("redirect-loop", 308)):
+            with self.subTest(mode=mode, status=status):
+                found, headers, _ = split(self.faulty(mode, status=status)[0])
+                self.assertEqual(found, status)
+                if mode == "redirect":
+                    self.assertEqual(len(ask(headers["location"])), len(NAMES))
+                else:
+                    self.assertEqual(headers["location"], self.printer.wsd_url)
+                    self.assertEqual(split(exchange(headers["location"])[0])[0], status)
+
+    def test_FaultsEndAfterTheirConnectionsAndUnsoundOnesChangeNothing(self):
+        self.printer.set_wsd_fault("close", connections=2)
+        for _ in range(2):
+            self.assertEqual(exchange(self.printer.wsd_url), (b"", "end"))
+        self.assertEqual(len(ask(self.printer.wsd_url)), len(NAMES))
+        kept = self.printer.set_wsd_fault("mute", at="head")["fault"]
+        for body in ({}, {"mode": "explode"}, {"mode": "close", "at": "lunch"}, {"mode": "gzip", "at": "body"},
+                     {"mode": "drip", "piece": 0}, {"mode": "mute", "pause": 1}, {"mode": "redirect", "status": 200},
+                     {"mode": "close", "connections": 0}, {"mode": "huge", "bytes": -1}):
+            with self.subTest(body=body), self.assertRaises(ControlError) as caught:
+                self.printer.call("PUT", "/wsd/fault", body)
+            self.assertEqual(caught.exception.status, 400)
+        self.assertEqual(self.printer.call("GET", "/wsd")["fault"], kept)
+
+
+class Stopping(unittest.TestCase):
+    def test_HeldExchangesEndWithThePrinter(self):
+        with VirtualPrinter() as printer:
+            printer.set_wsd_fault("mute")
+            with connect(printer.wsd_url) as held:
+                send(held, message(), printer.wsd_url)
+                idle = socket.create_connection(held.getpeername(), timeout=LIMIT)
+                started = time.monotonic()
+                self.assertEqual(printer.shutdown(), 0)
+                self.assertLess(time.monotonic() - started, 3)
+                idle.close()
+
+
+if __name__ == "__main__":
+    unittest.main()

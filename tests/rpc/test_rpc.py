@@ -1,0 +1,391 @@
+"""The remote procedures as clients in other processes meet them: the companion over each endpoint, and impacket over
+TCP, which shares no code with us or with the runtime that serves."""
+
+import pathlib
+import socket
+import struct
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+from impacket.dcerpc.v5 import transport
+from impacket.dcerpc.v5.rpcrt import DCERPCException
+from impacket.uuid import uuidtup_to_bin
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+import windows  # noqa: E402
+
+INTERFACE = ("F176E676-8D3D-4106-81CF-A092FB0F7041", "1.0")
+TCP_PORT = 51656
+EXCHANGE = "StartDocPort WritePort ReadPort EndDocPort"
+
+
+class Host:
+    def __init__(self, *arguments):
+        self.process = subprocess.Popen([windows.RUNNER, windows.BIN / "rpc_host.exe", *arguments], text=True, bufsize=1,
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        assert self.line() == "ready"
+
+    def send(self, command):
+        self.process.stdin.write(command + "\n")
+
+    def line(self):
+        watchdog = threading.Timer(30, self.process.kill)
+        watchdog.start()
+        try:
+            return self.process.stdout.readline().strip()
+        finally:
+            watchdog.cancel()
+
+    def do(self, command):
+        self.send(command)
+        return self.line()
+
+    def stop(self):
+        """Ends the process as it is; how long that took."""
+        begin = time.monotonic()
+        self.send("quit")
+        self.process.communicate(timeout=20)
+        assert self.process.returncode == 0, self.process.returncode
+        return time.monotonic() - begin
+
+
+class Foreign:
+    """A client that writes the bytes of each call itself."""
+
+    def __init__(self):
+        self.rpc = transport.DCERPCTransportFactory(f"ncacn_ip_tcp:127.0.0.1[{TCP_PORT}]").get_dce_rpc()
+        self.rpc.connect()
+        self.rpc.bind(uuidtup_to_bin(INTERFACE))
+
+    def call(self, operation, stub):
+        self.rpc.call(operation, stub)
+        return self.rpc.recv()
+
+    def close(self):
+        self.rpc.disconnect()
+
+
+def text(value):
+    raw = value.encode() + b"\0"
+    return struct.pack("<III", len(raw), 0, len(raw)) + raw + bytes(-len(raw) % 4)
+
+
+def query(name="USB001", data_id=16, size=8192):
+    return text(name) + struct.pack("<II", data_id, size)
+
+
+def command(name="USB001", values=(0x51525354, 0x61626364), longs=(), shorts=(180,), size=64, long_count=None,
+            short_count=None):
+    params = struct.pack("<HBxHxx", 0x0A0B, 0, len(longs) if long_count is None else long_count)
+    params += struct.pack("<64I", *longs, *[0] * (64 - len(longs)))
+    params += struct.pack("<H64Hxx", len(shorts) if short_count is None else short_count, *shorts,
+                          *[0] * (64 - len(shorts)))
+    return text(name) + struct.pack("<II", *values) + params + struct.pack("<I", size)
+
+
+def parse(answer):
+    """(Win32 code, size, reply bytes)"""
+    count, = struct.unpack_from("<I", answer)
+    at = 4 + count + (-count % 4)
+    size, code = struct.unpack_from("<II", answer, at)
+    assert len(answer) == at + 8, answer
+    return code, size, answer[4:4 + count]
+
+
+def block(size):
+    return bytes((i * 7 + 1) & 0xFF for i in range(size))
+
+
+class Service(unittest.TestCase):
+    """One host for all: a process can serve TCP only once under Wine."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.host = Host()
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.host.stop()
+
+    def setUp(self):
+        for reset in ("release", "fail", "throw", "reply", "calls"):
+            self.host.do(reset)
+        self.foreign = Foreign()
+        self.addCleanup(self.foreign.close)
+
+    def tearDown(self):
+        # Whatever a test did: the lock is free, and everybody is served.
+        with self.subTest("afterwards"):
+            for reset in ("release", "fail", "throw", "reply", "calls"):
+                self.host.do(reset)
+            self.assertEqual(self.query(), (0, 16, block(16)))
+            self.assertEqual(self.host.do("calls"), EXCHANGE)
+
+    def query(self, **arguments):
+        return parse(self.foreign.call(0, query(**arguments)))
+
+    def command(self, **arguments):
+        return parse(self.foreign.call(1, command(**arguments)))
+
+    def vlmctl(self, *arguments):
+        return windows.vlmctl("rpc", *arguments)
+
+
+class ProcedureTest(Service):
+    def test_companion_reads_blocks_and_attributes_over_every_endpoint(self):
+        for endpoint in ("local", "pipe", "tcp"):
+            with self.subTest(endpoint):
+                result = self.vlmctl("query", "USB001", "0x100", "--endpoint", endpoint, "--raw")
+                self.assertEqual(bytes.fromhex(result.stdout), block(256), result.stderr)
+                result = self.vlmctl("command", r"\\server\OFFICE", "--short", 2405, "--endpoint", endpoint, "--raw")
+                self.assertEqual(bytes.fromhex(result.stdout), bytes(range(0xA0, 0xA0 + 28)), result.stderr)
+                result = self.vlmctl("query", "USB003", 1, "--endpoint", endpoint)
+                self.assertEqual(result.returncode, 1)
+                self.assertRegex(result.stderr, "returned 161: ")
+
+    def test_foreign_client_gets_exactly_what_the_printer_sent(self):
+        for size in (0, 1, 3, 4, 8192):
+            self.assertEqual(self.query(data_id=size), (0, size, block(size)))
+        self.assertEqual(self.query(data_id=8192, size=1_048_576), (0, 8192, block(8192)))
+        self.assertEqual(self.command(), (0, 8, bytes(range(0xA0, 0xA8))))
+        self.assertEqual(self.command(shorts=[2405], size=28), (0, 28, bytes(range(0xA0, 0xA0 + 28))))
+        self.assertEqual(self.command(shorts=[7]), (0, 0, b""), "a value of unknown length is not handed out")
+        self.assertEqual(self.command(longs=range(64), shorts=[180] * 64)[0], 0)
+
+    def test_command_reaches_the_printer_as_it_was_asked(self):
+        # The printer's answer is the request's own header, so the sizes tell; the id comes back as the attribute.
+        self.host.do("reply " + "CDCA10050066000100" + "0C" + "00" * 8 + "0001" + "0100B408" + "1122334455667788")
+        self.assertEqual(self.command(longs=[1, 2]), (0, 8, bytes.fromhex("1122334455667788")))
+
+    def test_only_usb_printers_with_bidi_are_found(self):
+        for name, code in (
+                ("usb001", 0), (r"\\any\office", 0), (r"\\10.0.0.1\Office", 0),
+                ("USB002", 110), (r"\\s\mute", 110), (r"\\s\net", 110), ("Office", 110), ("IP_office", 110),
+                ("USB001x", 110), ("USB", 110), ("", 110), ("\\\\", 110), (r"\\s", 110), ("\\\\s\\", 110),
+                (r"\\s\office\x", 110), (r"\s\office", 110), ("\\\\s\\" + "x" * 123, 110),
+                ("USB003", 161), (r"\\s\closed", 161), ("USB004", 6),
+                ("\\\\s\\" + "x" * 124, 87), ("x" * 100_000, 87)):
+            with self.subTest(name[:40]):
+                code_, size, reply = self.query(name=name)
+                self.assertEqual(code_, code)
+                if code:
+                    self.assertEqual((size, reply), (0, b""))
+
+    def test_bounds_of_sizes_and_counts(self):
+        self.assertEqual(self.query(data_id=8, size=8)[0], 0)
+        self.assertEqual(self.query(data_id=8, size=7), (122, 0, b""))
+        self.assertEqual(self.query(size=0), (122, 0, b""))
+        self.assertEqual(self.command(size=0), (122, 0, b""))
+        self.assertEqual(self.command(size=7), (122, 0, b""))
+        self.assertEqual(self.command(long_count=65), (87, 0, b""))
+        self.assertEqual(self.command(short_count=65), (87, 0, b""))
+        self.assertEqual(self.command(long_count=65535, short_count=65535), (87, 0, b""))
+
+    def test_every_failure_below_gives_the_lock_back(self):
+        for fault in ("fail", "throw"):
+            for step in ("StartDocPort", "WritePort", "ReadPort"):
+                with self.subTest(fault=fault, step=step):
+                    self.host.do(f"{fault} {step}")
+                    expected = (21 if fault == "fail" else 31, 0, b"")
+                    self.assertEqual(self.query(), expected)
+                    self.assertEqual(self.query(), expected, "at once, not after a wait for the lock")
+                    self.host.do(fault)
+
+    def test_refusals_and_garbage_of_the_printer_are_failures(self):
+        header = "CDCA1005003100010004" + "00" * 8
+        for name, reply, code in (
+                ("refused", header + "0000" + "00000010", 31), ("status 29", header + "001D" + "00000010", 31),
+                ("another id", header + "0001" + "00000011", 13), ("garbage", "FF" * 40, 13),
+                ("cut", header[:30], 13)):
+            with self.subTest(name):
+                self.host.do("reply " + reply)
+                self.assertEqual(self.query(), (code, 0, b""))
+
+
+class JobLockTest(Service):
+    def test_call_while_a_job_prints_is_refused_after_a_second(self):
+        self.assertEqual(self.host.do("job"), "ok")
+        begin = time.monotonic()
+        self.assertEqual(self.query(), (5, 0, b""))
+        self.assertTrue(0.9 < time.monotonic() - begin < 3)
+        # A second job waits in vain and gives a lock back that is not its own: the port is still not free.
+        self.assertEqual(self.host.do("job"), "error 170")
+        self.assertEqual(self.query()[0], 5)
+        self.assertEqual(self.host.do("calls"), "StartDocPort", "nothing reached the port but the job")
+        self.host.do("endjob")
+
+    def test_job_that_starts_during_an_exchange_is_refused(self):
+        self.host.do("block ReadPort")
+        caller = threading.Thread(target=self.query)
+        caller.start()
+        self.assertEqual(self.host.do("entered"), "yes")
+        self.assertEqual(self.host.do("job"), "error 170")
+        second = Foreign()
+        self.assertEqual(parse(second.call(0, query()))[0], 5)
+        second.close()
+        self.host.do("release")
+        caller.join()
+        self.assertEqual(self.host.do("calls"), EXCHANGE)
+
+
+class HostileTest(Service):
+    def test_malformed_calls_are_refused(self):
+        good = query()
+        bad = [(0, good[:cut]) for cut in (0, 3, 8, 12, 19, len(good) - 8, len(good) - 1)]
+        bad += [(1, command()[:cut]) for cut in (20, 30, 200, 426)]
+        bad += [(0, struct.pack("<III", 6, 0, 6) + b"USB001\0\0" + struct.pack("<II", 16, 64)),  # no NUL
+                (0, struct.pack("<III", 4, 0, 7) + b"USB001\0\0" + struct.pack("<II", 16, 64)),
+                (0, struct.pack("<III", 7, 2, 7) + b"USB001\0\0" + struct.pack("<II", 16, 64)),
+                (0, struct.pack("<III", 7, 0, 0xFFFFFFFF) + b"USB001\0\0" + struct.pack("<II", 16, 64)),
+                (2, good), (7, good), (1, good)]
+        bad += [(0, query(size=size)) for size in (1_048_577, 0x40000000, 0x7FFFFFFF, 0xFFFFFFFC, 0xFFFFFFFF)]
+        bad += [(1, command(size=0xFFFFFFFF))]
+        for operation, stub in bad:
+            with self.subTest(operation=operation, length=len(stub), tail=stub[-4:].hex()):
+                # On a connection of its own: after some of these the runtime answers twice.
+                client = Foreign()
+                with self.assertRaises(DCERPCException):
+                    client.call(operation, stub)
+                client.close()
+        self.assertEqual(self.host.do("calls"), "", "nothing of it reached the port")
+
+    def test_vanishing_silent_and_garbled_clients_disturb_nobody(self):
+        silent = [socket.create_connection(("127.0.0.1", TCP_PORT)) for _ in range(10)]
+        for i, connection in enumerate(silent):
+            connection.sendall((b"", b"\x05\x00\x0b", b"GET / HTTP/1.0\r\n\r\n")[i % 3])
+        self.host.do("block ReadPort")
+        vanishing = Foreign()
+        vanishing.rpc.call(0, query())
+        self.assertEqual(self.host.do("entered"), "yes")
+        vanishing.close()
+        self.host.do("release")
+        for _ in range(20):
+            gone = Foreign()
+            gone.rpc.call(0, query())
+            gone.close()
+        deadline = time.monotonic() + 10
+        while (code := self.query()[0]) == 5 and time.monotonic() < deadline:
+            pass
+        self.assertEqual(code, 0)
+        for connection in silent:
+            connection.close()
+        self.assertNotEqual(self.host.do("calls"), "INTERLEAVED")
+
+    def test_many_callers_at_once_are_all_served_one_after_the_other(self):
+        for endpoint, times in (("tcp", 64), ("pipe", 64), ("local", 500)):
+            with self.subTest(endpoint):
+                result = self.vlmctl("query", "USB001", 16, "--endpoint", endpoint, "--times", times)
+                outcomes = dict(line.rsplit(" ", 1) for line in result.stdout.splitlines())
+                # Each waits a second for the port at most, so a crowd may leave some with 5, but nobody without.
+                self.assertEqual(sum(map(int, outcomes.values())), times, result.stdout + result.stderr)
+                self.assertLessEqual(outcomes.keys(), {"result 0", "result 5"})
+                self.assertGreater(int(outcomes["result 0"]), times // 4)
+                self.assertNotEqual(self.host.do("calls"), "INTERLEAVED")
+
+
+class ClosingTest(unittest.TestCase):
+    """The port or the monitor goes away under a call. Local calls only: each case has a host of its own."""
+
+    def start(self, *arguments):
+        self.host = Host(*arguments)
+        self.addCleanup(self.host.process.kill)
+        return self.host
+
+    def call_in_background(self):
+        outcome = {}
+
+        def call():
+            outcome["stderr"] = windows.vlmctl("rpc", "query", "USB001", 16).stderr
+        thread = threading.Thread(target=call)
+        thread.start()
+        self.assertEqual(self.host.do("entered"), "yes")
+
+        def finish():
+            thread.join()
+            return outcome["stderr"]
+        return finish
+
+    def query(self):
+        result = windows.vlmctl("rpc", "query", "USB001", 16, "--raw")
+        return result.stdout.strip() or result.stderr.strip()
+
+    def assert_serves(self):
+        self.assertEqual(bytes.fromhex(self.query()), block(16))
+
+    def test_close_waits_for_an_exchange_and_the_exchange_fails(self):
+        host = self.start()
+        host.do("block ReadPort")
+        finish = self.call_in_background()
+        host.send("close")
+        time.sleep(0.3)
+        host.send("release")
+        self.assertEqual(sorted([host.line(), host.line()])[1], "ok")
+        self.assertRegex(finish(), "returned 995")
+        self.assertEqual(host.do("calls"), EXCHANGE + " ClosePort")
+        self.assertEqual(host.do("open"), "ok")
+        self.assert_serves()
+        host.stop()
+
+    def test_close_leaves_an_exchange_that_hangs_to_itself(self):
+        host = self.start()
+        host.do("block ReadPort")
+        finish = self.call_in_background()
+        waited = int(host.do("close").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
+        self.assertEqual(host.do("open"), "error 170", "the name is taken until the exchange is over")
+        self.assertEqual(host.do("calls"), "StartDocPort WritePort ReadPort", "not closed under the call")
+        host.do("release")
+        self.assertRegex(finish(), "returned 995")
+        self.assertEqual(host.do("calls"), "EndDocPort ClosePort")
+        self.assertEqual(host.do("open"), "ok")
+        self.assert_serves()
+        host.stop()
+
+    def test_shutdown_leaves_an_exchange_that_hangs_and_calls_nothing_below_any_more(self):
+        host = self.start()
+        host.do("block WritePort")
+        finish = self.call_in_background()
+        self.assertLess(int(host.do("shutdown").split()[1]), 6000)
+        self.assertEqual(host.do("unload"), "kept", "code that a call is inside must stay")
+        host.do("calls")
+        host.do("release")
+        finish()
+        self.assertEqual(host.do("calls"), "")
+        host.stop()
+
+    def test_process_ends_at_once_with_a_call_in_flight(self):
+        for arguments in ([], ["spoolsv.exe"]):
+            with self.subTest(arguments):
+                host = self.start(*arguments)
+                host.do("block ReadPort")
+                finish = self.call_in_background()
+                self.assertLess(host.stop(), 5)
+                self.assertRegex(finish(), "RPC status 172")
+
+    def test_unloaded_without_shutdown_in_the_spooler_the_interface_is_gone(self):
+        host = self.start("spoolsv.exe")
+        self.assert_serves()
+        self.assertEqual(host.do("unload"), "gone")
+        self.assertRegex(self.query(), "RPC status 1717")
+        self.assertEqual(host.do("ping"), "pong")
+        host.stop()
+
+    def test_unload_after_shutdown_and_load_again(self):
+        host = self.start()
+        for _ in range(3):
+            self.assert_serves()
+            self.assertEqual(host.do("second"), "ok")
+            self.assert_serves()
+            self.assertRegex(host.do("shutdown"), "done")
+            self.assertRegex(self.query(), "RPC status 1717")
+            self.assertEqual(host.do("unload"), "gone")
+            self.assertRegex(self.query(), "RPC status 1717")
+            self.assertEqual(host.do("load"), "ok")
+        host.stop()
+
+
+if __name__ == "__main__":
+    unittest.main()

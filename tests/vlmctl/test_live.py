@@ -1,0 +1,210 @@
+"""vlmctl wsd, status and bidi --printer, from the command line to a printer that answers live."""
+
+import json
+import os
+import pathlib
+import sys
+import tempfile
+import unittest
+import xml.etree.ElementTree as ElementTree
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+import windows  # noqa: E402
+from vprinter import VirtualPrinter  # noqa: E402
+
+EXAMPLES = windows.ROOT / "examples" / "bidi"
+EXTENSIONS = ("--ext", EXAMPLES / "velun-base.xml", "--ext", EXAMPLES / "velun-finisher.xml")
+PRINT = "http://schemas.microsoft.com/windows/2006/08/wdp/print"
+VENDOR = "http://velun.example/wsd/print/2026"
+NOBODY = "http://127.0.0.1:1/wsd/print/"
+
+BLACK = r"\Printer.Consumables.Black:Level"
+STATE = r"\Printer.Status.Summary:State"  # of the lower monitor alone
+URL = r"\Printer.Velun.OIP.Service.WSDPrintServices:WSDPrintServiceURL"
+
+
+class Live(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.printer = VirtualPrinter()
+        cls.url = cls.printer.wsd_url
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.printer.stop()
+
+    def setUp(self):
+        self.printer.clear_wsd_fault()
+        self.printer.clear_wsd_style()
+        self.printer.set_machine(location="Zürich, 2. Stock", toner={"Black": 85}, trays={"Tray1": 75})
+
+    def works(self, *arguments):
+        result = windows.vlmctl(*arguments)
+        self.assertEqual(result.returncode, 0, result.stderr)
+        return result.stdout
+
+    def fails(self, *arguments, status=1, says):
+        result = windows.vlmctl(*arguments)
+        self.assertEqual(result.returncode, status, result.stdout + result.stderr)
+        self.assertRegex(result.stderr, says)
+        if status == 1:
+            self.assertEqual(len(result.stderr.splitlines()), 1, result.stderr)
+        return result.stdout
+
+    def bidi(self, action, *arguments, url=None):
+        answers = self.works("bidi", action, *EXTENSIONS, "--printer", url or self.url, "--json", *arguments)
+        return json.loads(answers)
+
+
+class Elements(Live):
+    def test_elements_carry_our_prefixes_whatever_the_printer_writes(self):
+        for style in ({"prefix": "wprt"}, {"prefix": ""}, {"prefix": "x", "nested": True}):
+            with self.subTest(**style):
+                self.printer.set_wsd_style(**style)
+                shown = self.works("wsd", self.url, "PrinterStatus", "pri:PrinterDescription")
+                parts = ElementTree.fromstring(f'<all xmlns:pri="{PRINT}">{shown}</all>')
+                self.assertEqual([part.get("Name").removeprefix("pri:") for part in parts],
+                                 ["PrinterStatus", "PrinterDescription"])
+                self.assertEqual(parts.findtext(f".//{{{PRINT}}}PrinterLocation"), "Zürich, 2. Stock")
+                self.assertIn("\n    <pri:PrinterState>", shown)
+
+    def test_raw_is_what_came_and_envelope_is_all_of_what_is_left(self):
+        self.printer.set_wsd_style(prefix="wprt")
+        self.assertIn("<wprt:PrinterState>", self.works("wsd", self.url, "PrinterStatus", "--raw"))
+        envelope = ElementTree.fromstring(self.works("wsd", self.url, "PrinterStatus", "--envelope"))
+        self.assertEqual(envelope.tag, "{http://www.w3.org/2003/05/soap-envelope}Envelope")
+        self.assertIsNotNone(envelope.find(f".//{{{PRINT}}}PrinterState"))
+
+    def test_vendor_elements_are_asked_for_in_their_namespace(self):
+        shown = self.works("wsd", self.url, "v:DeviceExtension", "--ns", f"v={VENDOR}")
+        self.assertIn("<v:AveragePowerWatts>", shown)
+
+    def test_element_that_the_printer_lacks_is_shown_as_such_and_is_a_failure(self):
+        shown = self.fails("wsd", self.url, "Nonsense", "PrinterStatus", says="no valid pri:Nonsense$")
+        self.assertIn('Valid="false"', shown)
+        self.assertIn("<pri:PrinterState>", shown)
+
+    def test_values_cannot_steer_the_terminal(self):
+        self.printer.set_machine(location="a\u009b31mb\u2028c & <d>")
+        for arguments, expected in ((("wsd", self.url, "PrinterDescription"), "a&#x9B;31mb&#x2028;c &amp; &lt;d"),
+                                    (("wsd", self.url, "PrinterDescription", "--raw"), "a?31mb?c"),
+                                    (("status", self.url), "a?31mb?c & <d>")):
+            with self.subTest(arguments[0]):
+                self.assertIn(expected, self.works(*arguments))
+
+
+class Status(Live):
+    def test_shows_state_supplies_and_trays(self):
+        self.printer.set_machine(toner={"Black": 40, "Cyan": 100, "Yellow": 1}, trays={"Tray1": 0})
+        shown = self.works("status", self.url)
+        for line in (r"printer +Velun VP-4200C", r"location +Zürich, 2\. Stock", r"state +\w+", r"reasons +.*MediaEmpty.*",
+                     r" +Black +\[########\.{12}\]  40%  Toner VT-42K", r" +Cyan +\[#{20}\] 100% .*",
+                     r" +Yellow +\[#\.{19}\]   1% .*", r" +Tray1 +\[\.{20}\]   0%  iso_a4_210x297mm, .*"):
+            self.assertRegex(shown, rf"(?m)^{line}$")
+
+
+class Bidi(Live):
+    def test_answers_follow_the_printer(self):
+        for level in (85, 20):
+            self.printer.set_machine(toner={"Black": level})
+            self.assertEqual(self.bidi("get", BLACK),
+                             [{"path": BLACK, "type": "BIDI_INT", "value": str(level), "result": 0}])
+
+    def test_enum_says_what_the_printer_answers(self):
+        self.printer.set_wsd_style(prefix="")
+        with tempfile.TemporaryDirectory() as folder:
+            lacking = pathlib.Path(folder) / "lacking.xml"
+            lacking.write_text((EXAMPLES / "velun-base.xml").read_text().replace("vln:DeviceExtension", "vln:Nonsense"))
+            elements = json.loads(self.works("bidi", "enum", "--ext", lacking, "--printer", self.url, "--json",
+                                             r"\Printer.DeviceInfo"))
+        self.assertEqual({element["name"]: element["answered"] for element in elements},
+                         {"pri:PrinterDescription": True, "vln:Nonsense": False})
+
+    def test_network_ports_answer_like_the_engine_and_add_the_lower_monitors_own(self):
+        engine = self.bidi("getall", r"\Printer.Consumables")
+        self.assertGreater(len(engine), 10)
+        for port, lower in (("tcp", [STATE]), ("wsd", [STATE, URL])):
+            with self.subTest(port):
+                answers = self.bidi("getall", "--port", port, r"\Printer.Consumables", STATE, URL)
+                sources = {answer["path"]: answer.pop("source") for answer in answers if answer["result"] == 0}
+                self.assertEqual([path for path, source in sources.items() if source == "lower monitor"], lower)
+                self.assertEqual(answers[:len(engine)], engine)
+                self.assertTrue(all(sources[answer["path"]] == "engine" for answer in engine))
+
+    def test_lower_monitor_answers_alone_when_the_printer_is_off(self):
+        for port in ("tcp", "wsd"):
+            with self.subTest(port):
+                answers = self.bidi("get", "--port", port, STATE, BLACK, url=NOBODY)
+                self.assertEqual([(a["path"], a["result"], a["source"]) for a in answers],
+                                 [(STATE, 0, "lower monitor"), (BLACK, 50, "lower monitor")])
+
+    def test_usb_port_asks_nobody(self):
+        self.printer.clear_wsd_requests()
+        answers = self.bidi("get", "--port", "usb", BLACK, STATE)
+        self.assertEqual([(a["path"], a["result"], a["source"]) for a in answers], [(BLACK, 232, "monitor")])
+        self.assertEqual(self.printer.wsd_requests(), [])
+
+    def test_extension_files_of_any_name_reach_the_driver_and_leave_nothing_behind(self):
+        with tempfile.TemporaryDirectory() as folder:
+            odd = pathlib.Path(folder) / "Ämter, 1 & ; [2].xml"
+            odd.write_bytes((EXAMPLES / "velun-base.xml").read_bytes())
+            shown = self.works("bidi", "get", "--ext", odd, "--printer", self.url, "--port", "wsd", BLACK)
+        self.assertRegex(shown, r"Level +BIDI_INT +85 +0 found +engine")
+        prefix = pathlib.Path(os.environ.get("WINEPREFIX", windows.ROOT / "build/wine"))
+        self.assertEqual(list(prefix.glob("drive_c/users/*/[Tt]emp/vlmctl-*")), [])
+
+
+class Failures(Live):
+    def test_misbehaving_printer_is_named_in_one_line(self):
+        for fault, says in (({"mode": "html"}, "is no WSD print service: "),
+                            ({"mode": "not-found"}, "is no WSD print service: "),
+                            ({"mode": "empty"}, "is no WSD print service: "),
+                            ({"mode": "entity-bomb"}, "is no WSD print service: .*document type"),
+                            ({"mode": "soap12-fault"}, "status 500"),
+                            ({"mode": "soap11-fault"}, "status 500: SOAP"),
+                            ({"mode": "no-xml"}, "status 500"),
+                            ({"mode": "length-long"}, "ends .*early"),
+                            ({"mode": "close", "at": "request"}, "127.0.0.1")):
+            with self.subTest(**fault):
+                self.printer.set_wsd_fault(**fault)
+                self.fails("status", self.url, says=says)
+        self.printer.set_wsd_fault("html")
+        self.fails("bidi", "get", *EXTENSIONS, "--printer", self.url, BLACK, says="is no WSD print service: ")
+
+    def test_nobody_there(self):
+        for command in (("status", NOBODY), ("wsd", NOBODY, "PrinterStatus"), ("wsd", NOBODY, "X", "--raw"),
+                        ("bidi", "get", *EXTENSIONS, "--printer", NOBODY, BLACK)):
+            with self.subTest(command[0]):
+                self.fails(*command, says=r"127\.0\.0\.1: no connection \(12029\)$")
+
+    def test_raw_shows_even_what_is_no_answer(self):
+        self.printer.set_wsd_fault("html")
+        self.assertRegex(self.works("wsd", self.url, "PrinterStatus", "--raw"), "(?i)<html")
+
+    def test_unusable_extension_file_is_named_as_it_was_given(self):
+        with tempfile.TemporaryDirectory() as folder:
+            broken = pathlib.Path(folder) / "broken.xml"
+            broken.write_text("<Schema>")
+            self.fails("bidi", "get", "--ext", broken, "--printer", self.url, "--port", "tcp", BLACK,
+                       says="extension files cannot be used: .*broken.xml")
+
+    def test_wrong_usage(self):
+        ask = ("bidi", "get", *EXTENSIONS)
+        for arguments, says in ((("wsd", self.url), "NAME"),
+                                (("wsd", self.url, "v:X"), "--ns v=URI"),
+                                (("wsd", self.url, "X", "--ns", "v"), "PREFIX=URI"),
+                                (("wsd", self.url, "X", "--ns", "pri=urn:x"), "PREFIX=URI"),
+                                (("status", "not a host"), "no address"),
+                                (("status", "http://user@host/"), "no address"),
+                                ((*ask, BLACK), "--printer"),
+                                ((*ask, "--wsd", "a.xml", "--printer", self.url, BLACK), "--printer"),
+                                ((*ask, "--wsd", "a.xml", "--port", "tcp", BLACK), "--printer"),
+                                ((*ask, "--printer", self.url, "--port", "lpt", BLACK), "--port"),
+                                ((*ask, "--printer", "https://h/", "--port", "tcp", BLACK), "https"),
+                                ((*ask, "--printer", "h" * 60, "--port", "tcp", BLACK), "too long")):
+            with self.subTest(" ".join(map(str, arguments[-4:]))):
+                self.fails(*arguments, status=2, says=says)
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,424 @@
+#include "vpca/frame.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "hex.h"
+#include "vpca/attribute_table.h"
+#include "vpca/operations.h"
+#include "vpca/tables.h"
+#include "vpca/tail_items.h"
+
+namespace vlm::vpca {
+namespace {
+
+// Before main, and so before any test registers the tables.
+const bool operationFoundUnregistered = FindOperation(VpcaTable::kFu, kReadDataBlock, kVersion10) != nullptr;
+const bool attributeFoundUnregistered = FindAttribute(180, kVersion10) != nullptr;
+const bool structureFoundUnregistered = FindStructure(22, kVersion10) != nullptr;
+
+class FrameTest : public testing::Test {
+ protected:
+    FrameTest() { EXPECT_TRUE(RegisterTables()); }
+};
+
+VpcaError Decode(const Bytes& frame, VpcaHeader* header, VpcaResult* result) {
+    return DecodeResponse(header, result, {frame.data(), static_cast<uint32_t>(frame.size())});
+}
+
+TEST_F(FrameTest, LookupsFindNothingBeforeTheTablesAreRegistered) {
+    EXPECT_FALSE(operationFoundUnregistered);
+    EXPECT_FALSE(attributeFoundUnregistered);
+    EXPECT_FALSE(structureFoundUnregistered);
+}
+
+TEST_F(FrameTest, HeaderEndsInResultCodeOrOptionByteAsTheFlagsSay) {
+    const struct {
+        uint8_t flags;
+        const char* tail;
+        uint16_t decodedTail;
+    } cases[] = {
+        {0x00, "00 00", 0},      {0x04, "00 00", 0},    {0x01, "AB CD", 0xABCD},
+        {0x09, "AB CD", 0xABCD}, {0x08, "CD 00", 0xCD},
+    };
+    const VersionDescriptor* version = FindVersion(kVersion10);
+    ASSERT_NE(version, nullptr);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.tail);
+        const VpcaHeader header{kMagic, kVersion10, c.flags,    0x0102, 0x0304,
+                                0x0506, 0x0708090A, 0x0B0C0D0E, 0xABCD};
+        Bytes wire(version->headerLength);
+        VpcaWriteCursor out{wire.data(), static_cast<uint32_t>(wire.size())};
+        version->encodeHeader(header, &out);
+        EXPECT_EQ(out.remaining, 0u);
+        EXPECT_EQ(wire, Hex("CD CA 10") + Bytes{c.flags} + Hex("01 02 03 04 05 06 07 08 09 0A 0B 0C 0D 0E") +
+                            Hex(c.tail));
+
+        VpcaHeader decoded;
+        ASSERT_EQ(DecodeHeader({wire.data(), 20}, &decoded), VpcaError::kSuccess);
+        EXPECT_EQ(decoded.operation, 0x0102);
+        EXPECT_EQ(decoded.value2, 0x0B0C0D0Eu);
+        EXPECT_EQ(decoded.resultCode, c.decodedTail);
+    }
+}
+
+TEST_F(FrameTest, EveryFieldIsReachedByItsIndexInMemoryAndOnTheWire) {
+    const struct {
+        VpcaField field;
+        uint32_t value;
+        size_t offset;
+        const char* wire;
+    } cases[] = {
+        {VpcaField::kFlags, 0x81, 3, "81"},
+        {VpcaField::kOperation, 0x1234, 4, "12 34"},
+        {VpcaField::kSequence, 0x2345, 6, "23 45"},
+        {VpcaField::kBodyLength, 0x3456, 8, "34 56"},
+        {VpcaField::kValue1, 0x456789AB, 10, "45 67 89 AB"},
+        {VpcaField::kValue2, 0x56789ABC, 14, "56 78 9A BC"},
+        {VpcaField::kResultCode, 0x6789, 18, "67 89"},
+        {VpcaField::kOption, 0x9A, 18, "9A"},
+    };
+    const VersionDescriptor* version = FindVersion(kVersion10);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.wire);
+        Bytes wire(20, 0xEE);
+        ASSERT_EQ(version->pokeField(c.field, {wire.data(), 20}, c.value), VpcaError::kSuccess);
+        Bytes expected(20, 0xEE);
+        const Bytes field = Hex(c.wire);
+        std::copy(field.begin(), field.end(), expected.begin() + static_cast<std::ptrdiff_t>(c.offset));
+        EXPECT_EQ(wire, expected);
+
+        uint32_t value = 0;
+        ASSERT_EQ(version->peekField(c.field, {wire.data(), 20}, &value), VpcaError::kSuccess);
+        EXPECT_EQ(value, c.value);
+        EXPECT_EQ(version->peekField(c.field, {wire.data(), 19}, &value), VpcaError::kNotVpca);
+
+        VpcaHeader header{0, 0, 0xFF, 0xFFFF, 0xFFFF, 0xFFFF, 0xFFFFFFFF, 0xFFFFFFFF, 0xFFFF};
+        ASSERT_EQ(version->setField(c.field, &header, c.value), VpcaError::kSuccess);
+        ASSERT_EQ(version->getField(c.field, header, &value), VpcaError::kSuccess);
+        EXPECT_EQ(value, c.value);
+        if (c.field == VpcaField::kOption) {
+            EXPECT_EQ(header.resultCode, 0x009A) << "the byte behind it is cleared";
+        }
+    }
+    for (const uint32_t unknown : {0u, 1u, 10u, 0xFFFFFFFFu}) {
+        Bytes wire(20);
+        VpcaHeader header;
+        uint32_t value = 0;
+        const auto field = static_cast<VpcaField>(unknown);
+        EXPECT_EQ(version->getField(field, header, &value), VpcaError::kUnknownField);
+        EXPECT_EQ(version->setField(field, &header, 0), VpcaError::kUnknownField);
+        EXPECT_EQ(version->peekField(field, {wire.data(), 20}, &value), VpcaError::kUnknownField);
+        EXPECT_EQ(version->pokeField(field, {wire.data(), 20}, 0), VpcaError::kUnknownField);
+    }
+}
+
+TEST_F(FrameTest, EncodesTheRequestsByteByByte) {
+    VpcaHeader header;
+    header.flags = 4;
+    header.sequence = 1;
+    header.operation = kReadDataBlock;
+    const RequestBody block = DataBlockRequest{0x11223344};
+    FrameBuffer blockFrame;
+    ASSERT_EQ(EncodeFrame(&header, &block, &blockFrame), VpcaError::kSuccess);
+    EXPECT_EQ(ToHex(blockFrame.bytes, blockFrame.size),
+              "CD CA 10 04 00 31 00 01 00 04 00 00 00 00 00 00 00 00 00 00 11 22 33 44");
+
+    uint32_t address = 0;
+    std::memcpy(&address, "\xC0\x00\x02\x07", 4);
+    uint32_t longIds[] = {0x01020304, 5};
+    uint16_t shortIds[] = {180, 2405};
+    AttributeRequest request{0x0A0B, 1, 0, &address, 2, longIds, 2, shortIds};
+    header.operation = kReadAttribute;
+    header.value1 = 0x51525354;
+    header.value2 = 0x61626364;
+    const RequestBody attributes = &request;
+    FrameBuffer attributeFrame;
+    ASSERT_EQ(EncodeFrame(&header, &attributes, &attributeFrame), VpcaError::kSuccess);
+    EXPECT_EQ(ToHex(attributeFrame.bytes, attributeFrame.size),
+              "CD CA 10 04 00 66 00 01 00 18 51 52 53 54 61 62 63 64 00 00 "
+              "0A 0B 01 04 C0 00 02 07 00 02 01 02 03 04 00 00 00 05 00 02 00 B4 09 65");
+    EXPECT_EQ(request.addressLength, 4);
+}
+
+TEST_F(FrameTest, EncodingRefusesWhatCannotBeAFrame) {
+    uint16_t ids[1] = {};
+    uint32_t longIds[1] = {};
+    AttributeRequest kindWithoutAddress{0, 1, 0, nullptr, 0, nullptr, 0, nullptr};
+    AttributeRequest unknownKind{0, 3, 0, longIds, 0, nullptr, 0, nullptr};
+    AttributeRequest noLongIds{0, 0, 0, nullptr, 1, nullptr, 0, nullptr};
+    AttributeRequest noShortIds{0, 0, 0, nullptr, 0, nullptr, 1, nullptr};
+    // 4 + 2 + 4 * 16384 + 2 is 8 in 16 bits.
+    AttributeRequest wraps{0, 0, 0, nullptr, 16384, longIds, 0, ids};
+    AttributeRequest* const none = nullptr;
+    const OpaqueBody tooLong{reinterpret_cast<const uint8_t*>("x"), 65536};
+    const OpaqueBody nowhere{nullptr, 1};
+
+    const struct {
+        const char* what;
+        uint16_t operation;
+        RequestBody body;
+        VpcaError error;
+    } cases[] = {
+        {"a kind that needs an address", kReadAttribute, &kindWithoutAddress, VpcaError::kBadArgument},
+        {"an unknown address kind", kReadAttribute, &unknownKind, VpcaError::kBadArgument},
+        {"long ids without storage", kReadAttribute, &noLongIds, VpcaError::kBadArgument},
+        {"short ids without storage", kReadAttribute, &noShortIds, VpcaError::kBadArgument},
+        {"a null request", kReadAttribute, none, VpcaError::kBadArgument},
+        {"a body length that wraps in 16 bits", kReadAttribute, &wraps, VpcaError::kTooShort},
+        {"a body of another operation", kReadAttribute, DataBlockRequest{1}, VpcaError::kBadArgument},
+        {"a body of another operation", kReadDataBlock, OpaqueBody{}, VpcaError::kBadArgument},
+        {"an opaque body above 16 bits", 1, tooLong, VpcaError::kTooShort},
+        {"an opaque body without storage", 1, nowhere, VpcaError::kBadArgument},
+        {"an operation that is only decoded", 10, OpaqueBody{}, VpcaError::kUnknownOperation},
+        {"an operation that is none", 45, OpaqueBody{}, VpcaError::kUnknownOperation},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        VpcaHeader header;
+        header.operation = c.operation;
+        FrameBuffer frame;
+        EXPECT_EQ(EncodeFrame(&header, &c.body, &frame), c.error);
+        EXPECT_EQ(frame.bytes, nullptr);
+    }
+
+    VpcaHeader header;
+    header.operation = kReadDataBlock;
+    const RequestBody body = DataBlockRequest{1};
+    uint8_t bytes[24];
+    FrameBuffer small(bytes, 23);
+    EXPECT_EQ(EncodeFrame(&header, &body, &small), VpcaError::kBufferTooSmall);
+    FrameBuffer exact(bytes, 24);
+    EXPECT_EQ(EncodeFrame(&header, &body, &exact), VpcaError::kSuccess);
+    EXPECT_EQ(EncodeFrame(nullptr, &body, &exact), VpcaError::kBadArgument);
+    EXPECT_EQ(EncodeFrame(&header, nullptr, &exact), VpcaError::kBadArgument);
+    EXPECT_EQ(EncodeFrame(&header, &body, nullptr), VpcaError::kBadArgument);
+    header.version = 0x11;
+    EXPECT_EQ(EncodeFrame(&header, &body, &exact), VpcaError::kUnknownVersion);
+}
+
+TEST_F(FrameTest, ResponsesDecodeOrAreRefusedWithTheRightCode) {
+    const struct {
+        const char* what;
+        const char* frame;
+        VpcaError error;
+        uint16_t status;
+        size_t body;  // index into VpcaResult::body
+    } cases[] = {
+        {"data", "CD CA 10 05 00 31 00 01 00 06 00000000 00000000 00 01 11223344 AABB", VpcaError::kSuccess,
+         1, 2},
+        {"data without any", "CD CA 10 05 00 31 00 01 00 04 00000000 00000000 00 01 11223344",
+         VpcaError::kSuccess, 1, 2},
+        {"a data id cut short", "CD CA 10 05 00 31 00 01 00 04 00000000 00000000 00 01 112233",
+         VpcaError::kTooShort, 6, 0},
+        {"refused", "CD CA 10 05 00 31 00 01 00 06 00000000 00000000 00 00 11223344 AABB",
+         VpcaError::kSuccess, 0, 0},
+        {"attribute", "CD CA 10 05 00 66 00 01 00 0C 00000000 00000000 00 01 01 00B4 08 0102030405060708",
+         VpcaError::kSuccess, 1, 3},
+        {"no attribute count", "CD CA 10 05 00 66 00 01 00 00 00000000 00000000 00 01", VpcaError::kTooShort,
+         6, 0},
+        {"a body length that lies",
+         "CD CA 10 05 00 66 00 01 00 0D 00000000 00000000 00 01 01 00B4 08 0102030405060708",
+         VpcaError::kTooShort, 1, 0},
+        {"an opaque body", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 00 01 AABB", VpcaError::kSuccess,
+         1, 1},
+        {"bytes behind the body", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 00 01 AABBCC",
+         VpcaError::kSuccess, 1, 1},
+        {"exactly a header", "CD CA 10 05 00 02 00 01 00 00 00000000 00000000 00 01", VpcaError::kSuccess, 1,
+         1},
+        {"one byte less", "CD CA 10 05 00 02 00 01 00 00 00000000 00000000 00", VpcaError::kNotVpca, 0, 0},
+        {"magic in the wrong order", "CA CD 10 05 00 02 00 01 00 00 00000000 00000000 00 01",
+         VpcaError::kNotVpca, 0, 0},
+        {"another version", "CD CA 11 05 00 02 00 01 00 00 00000000 00000000 00 01",
+         VpcaError::kUnknownVersion, 0, 0},
+        {"another version, cut short", "CD CA 11", VpcaError::kUnknownVersion, 0, 0},
+        {"no version", "CD CA", VpcaError::kNotVpca, 0, 0},
+        {"no operation", "CD CA 10 05 00 2D 00 01 00 00 00000000 00000000 00 01",
+         VpcaError::kUnknownOperation, 1, 0},
+        {"an operation above the table", "CD CA 10 05 FF FF 00 01 00 00 00000000 00000000 00 01",
+         VpcaError::kUnknownOperation, 1, 0},
+        {"status in the option byte", "CD CA 10 04 00 02 00 01 00 00 00000000 00000000 01 00",
+         VpcaError::kSuccess, 1, 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        VpcaHeader header;
+        VpcaResult result;
+        EXPECT_EQ(Decode(Hex(c.frame), &header, &result), c.error);
+        EXPECT_EQ(result.status, c.status);
+        if (c.error == VpcaError::kSuccess) {
+            EXPECT_EQ(result.body.index(), c.body);
+        }
+    }
+    VpcaHeader header;
+    VpcaResult result;
+    const Bytes frame = Hex(cases[0].frame);
+    EXPECT_EQ(DecodeResponse(&header, &result, {nullptr, 20}), VpcaError::kBadArgument);
+    EXPECT_EQ(DecodeResponse(nullptr, &result, {frame.data(), 20}), VpcaError::kBadArgument);
+    EXPECT_EQ(DecodeResponse(&header, nullptr, {frame.data(), 20}), VpcaError::kBadArgument);
+}
+
+TEST_F(FrameTest, DataBlockIsAsLongAsTheFrameEvenAbove16Bits) {
+    Bytes frame = Hex("CD CA 10 05 00 31 00 01 00 04 00000000 00000000 00 01 00000007");
+    frame.resize(24 + 70000, 0x5A);
+    frame.back() = 0x77;
+    VpcaHeader header;
+    VpcaResult result;
+    ASSERT_EQ(Decode(frame, &header, &result), VpcaError::kSuccess);
+    const auto& block = std::get<DataBlock>(result.body);
+    EXPECT_EQ(block.dataId, 7u);
+    ASSERT_EQ(block.size, 70000u);
+    EXPECT_EQ(block.data[69999], 0x77);
+}
+
+TEST_F(FrameTest, FpFramesIgnoreTheStatusAndOperation26MayReachToTheEnd) {
+    const struct {
+        const char* what;
+        const char* frame;
+        VpcaError error;
+        uint32_t size;
+    } cases[] = {
+        {"status 0", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 00 00 AABBCC", VpcaError::kSuccess, 2},
+        {"a data block is limited", "CD CA 10 05 00 31 00 01 00 02 00000000 00000000 00 00 AABBCC",
+         VpcaError::kSuccess, 2},
+        {"26 with flags 1", "CD CA 10 01 00 1A 00 01 00 02 00000000 00000000 00 00 AABBCC",
+         VpcaError::kSuccess, 3},
+        {"26 with other flags", "CD CA 10 05 00 1A 00 01 00 02 00000000 00000000 00 00 AABBCC",
+         VpcaError::kSuccess, 2},
+        {"26 with flags 1 and a length that lies",
+         "CD CA 10 01 00 1A 00 01 FF FF 00000000 00000000 00 00 AABBCC", VpcaError::kSuccess, 3},
+        {"26 with other flags and a length that lies",
+         "CD CA 10 05 00 1A 00 01 FF FF 00000000 00000000 00 00 AABBCC", VpcaError::kTooShort, 0},
+        {"an operation that is only encoded", "CD CA 10 05 00 0A 00 01 00 00 00000000 00000000 00 00",
+         VpcaError::kUnknownOperation, 0},
+        {"not VPCA", "CD CB 10 05 00 02 00 01 00 00 00000000 00000000 00 00", VpcaError::kNotVpca, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        const Bytes frame = Hex(c.frame);
+        VpcaHeader header;
+        VpcaResult result;
+        ASSERT_EQ(DecodeFp(&header, &result, {frame.data(), static_cast<uint32_t>(frame.size())}), c.error);
+        if (c.error == VpcaError::kSuccess) {
+            EXPECT_EQ(std::get<OpaqueBody>(result.body).size, c.size);
+        }
+    }
+}
+
+TEST_F(FrameTest, StatusDecidesPerOperationWhetherABodyIsDecoded) {
+    const std::set<uint16_t> all = [] {
+        std::set<uint16_t> codes;
+        for (uint16_t code = 0; code < 300; ++code)
+            codes.insert(code);
+        return codes;
+    }();
+    const struct {
+        std::set<uint16_t> statuses;
+        std::set<uint16_t> operations;
+        bool clearedFor10 = false;
+    } cases[] = {
+        {{1, 29, 33, 34}, all},
+        {{4}, {5, 6, 7, 53, 56, 69, 82, 83, 84, 88, 93, 94, 95, 97}},
+        {{9, 23}, {6, 53, 83, 84}},
+        {{8}, {84, 93, 94, 95, 97}},
+        {{31}, {93, 94, 95, 97}},
+        {{18}, {10, 27}, true},
+        {{24, 25}, {10, 19}, true},
+        {{0, 2, 3, 5, 6, 7, 10, 17, 19, 22, 26, 28, 30, 32, 35, 0x100, 0x101, 0xFFFF}, {10}, true},
+    };
+    for (const auto& c : cases) {
+        for (const uint16_t status : c.statuses) {
+            std::set<uint16_t> decoded;
+            for (const uint16_t operation : all) {
+                uint16_t word = status;
+                if (CheckResult(&word, operation) == BodyDecision::kDecode) decoded.insert(operation);
+                const bool cleared =
+                    operation == 10 && all.size() != c.operations.size() && c.operations.count(10);
+                EXPECT_EQ(word, cleared ? 0 : status) << operation;
+            }
+            EXPECT_EQ(decoded, c.operations) << status;
+        }
+    }
+}
+
+TEST_F(FrameTest, BothTablesHoldThe115OperationsAndEachLacksOneDirectionOf10) {
+    for (const VpcaTable table : {VpcaTable::kFu, VpcaTable::kFp}) {
+        int count = 0;
+        for (uint32_t code = 0; code <= 0xFFFF; ++code) {
+            const OperationRow* row = FindOperation(table, static_cast<uint16_t>(code), kVersion10);
+            if (row == nullptr) continue;
+            ++count;
+            EXPECT_EQ(row->code, code);
+            EXPECT_EQ(row->encode == nullptr, code == 10 && table == VpcaTable::kFu) << code;
+            EXPECT_EQ(row->decode == nullptr, code == 10 && table == VpcaTable::kFp) << code;
+        }
+        EXPECT_EQ(count, 115);
+        for (const int absent : {0, 45, 47, 52, 61, 62, 65, 66, 67, 75, 89, 90, 91, 99, 100, 130}) {
+            EXPECT_EQ(FindOperation(table, static_cast<uint16_t>(absent), kVersion10), nullptr) << absent;
+        }
+    }
+}
+
+TEST_F(FrameTest, TailItemsHaveTheLengthOfTheirType) {
+    const struct {
+        std::set<uint16_t> types;
+        uint8_t length;
+    } lengths[] = {{{1, 2, 14, 21, 22}, 6},
+                   {{3, 4, 5}, 12},
+                   {{6}, 17},
+                   {{7}, 4},
+                   {{8}, 16},
+                   {{9, 15}, 18},
+                   {{13}, 0},
+                   {{10, 11, 12, 18}, 8},
+                   {{16, 17}, 53},
+                   {{19, 20, 23, 24}, 22}};
+    size_t types = 0;
+    for (const auto& group : lengths) {
+        for (const uint16_t type : group.types) {
+            SCOPED_TRACE(type);
+            ++types;
+            Bytes item(3u + group.length);
+            item[1] = static_cast<uint8_t>(type);
+            item[2] = group.length;
+            const auto size = static_cast<uint32_t>(item.size());
+
+            VpcaCursor cursor{item.data(), size};
+            uint32_t valueBytes = group.length + 10u;
+            EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kSuccess);
+            EXPECT_EQ(cursor.remaining, 0u);
+            EXPECT_EQ(valueBytes, 10u);
+            EXPECT_EQ(CheckTailItem({item.data(), size}), VpcaError::kSuccess);
+
+            if (group.length != 0) {
+                cursor = {item.data(), size};
+                valueBytes = group.length - 1u;
+                EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kTooShort)
+                    << "the running count ends";
+                cursor = {item.data(), size - 1};
+                valueBytes = 100;
+                EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kTooShort) << "the bytes end";
+                EXPECT_EQ(cursor.remaining, size - 1) << "nothing is consumed";
+                EXPECT_EQ(CheckTailItem({item.data(), size - 1}), VpcaError::kTooShort);
+            }
+            ++item[2];
+            cursor = {item.data(), size};
+            valueBytes = 100;
+            EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kTooShort) << "a length of another type";
+            EXPECT_EQ(CheckTailItem({item.data(), size}), VpcaError::kSuccess)
+                << "only the type counts when sending";
+        }
+    }
+    EXPECT_EQ(types, 24u);
+    for (const char* unknown : {"00 00 00", "00 19 00", "01 01 06"}) {
+        const Bytes item = Hex(unknown);
+        VpcaCursor cursor{item.data(), 3};
+        uint32_t valueBytes = 100;
+        EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kUnknownItemType) << unknown;
+        EXPECT_EQ(CheckTailItem({item.data(), 3}), VpcaError::kBadArgument) << unknown;
+    }
+}
+
+}  // namespace
+}  // namespace vlm::vpca

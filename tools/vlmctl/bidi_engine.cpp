@@ -1,0 +1,131 @@
+#include "tools/vlmctl/bidi_engine.h"
+
+#include <algorithm>
+
+#include "bidi/velunbidispl.h"
+#include "soap/printer_elements.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/bidi_source.h"
+#include "tools/vlmctl/command.h"
+#include "tools/vlmctl/element_document.h"
+#include "tools/vlmctl/trace_keeper.h"
+#include "tools/vlmctl/wsd_exchange.h"
+#include "util/vlutil.h"
+#include "util/xml_bounds.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+std::wstring FullPath(const std::string& path) {
+    const std::wstring given = FromUtf8(path);
+    std::wstring full(32768, L'\0');
+    const DWORD length =
+        GetFullPathNameW(given.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is no path");
+    full.resize(length);
+    return full;
+}
+
+void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extensions) {
+    std::wstring list = L"<BidiExtensionFiles>";
+    for (const std::string& extension : extensions) {
+        list += L"<BidiXml path=\"" + EscapedForXml(FullPath(extension)) + L"\" />";
+    }
+    list += L"</BidiExtensionFiles>";
+    const HRESULT result = engine.Init(L"vlmctl", list.c_str());
+    if (result != S_OK) ThrowTraced("the extension files cannot be used", result);
+}
+
+// The names that the paths need, as a query to the printer; with no name when the extension files have none
+// of the paths, and false.
+bool QueryFor(CVelunBidiSpl& engine, BidiRequest& request, _bstr_t& queryXml) {
+    const HRESULT result = engine.EnumQueryElement(request.Container(), queryXml.GetAddress());
+    if (result != S_OK && result != S_FALSE) ThrowTraced("the query failed", result);
+    return result == S_OK;
+}
+
+// A saved answer passes for one that the printer has just sent in answer to the query: with the prefixes that
+// the query declares, whatever the printer's own are.
+ComPtr<IStream> CleanSavedAnswer(const std::string& file, const _bstr_t& queryXml) {
+    std::wstring problem;
+    const std::optional<std::string> bytes =
+        ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
+    if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
+    const ComPtr<IStream> answer = StreamOf(*bytes);
+    ComPtr<IStream> clean;
+    const HRESULT result =
+        answer ? CleanPrinterElements(answer.Get(), queryXml, clean.Receive()) : E_OUTOFMEMORY;
+    if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
+    return clean;
+}
+
+void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
+    const ComPtr<IStream> clean = sources.printerUrl.empty()
+                                      ? CleanSavedAnswer(sources.printerAnswer, queryXml)
+                                      : FetchCleanAnswer(sources.printerUrl, queryXml);
+    const HRESULT result = engine.SetGetPrinterElementResponseStream(clean.Get());
+    if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
+}
+
+// The texts of the Name elements of an EnumQueryElement document.
+std::vector<NeededElement> NamesIn(const wchar_t* queryXml) {
+    CXMLDoc document;
+    document.Init();
+    document.LoadXml(queryXml, nullptr);
+    const ComPtr<IXMLDOMNodeList> list = document.SelectNodes(L"/EnumQueryElement/Name");
+    std::vector<NeededElement> elements;
+    while (const ComPtr<IXMLDOMNode> name = NextNode(list.Get()))
+        elements.push_back({ToUtf8(TextOf(name.Get())), std::nullopt});
+    return elements;
+}
+
+}  // namespace
+
+void CheckUsable(const std::vector<std::string>& extensions) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    CVelunBidiSpl engine;
+    InitEngine(engine, extensions);
+}
+
+std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* action,
+                                  const std::vector<std::string>& paths) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    CVelunBidiSpl engine;
+    InitEngine(engine, sources.extensions);
+    BidiRequest request(paths);
+    _bstr_t queryXml;
+    QueryFor(engine, request, queryXml);
+    BindAnswer(engine, sources, queryXml);
+
+    BIDI_RESPONSE_CONTAINER* response = nullptr;
+    const HRESULT result = engine.SendRecvBidiDataFromPort(action, request.Container(), &response);
+    if (result != S_OK || response == nullptr) ThrowTraced("the query failed", result);
+    return TakeAnswers(response);
+}
+
+std::vector<NeededElement> NeededElements(const BidiSources& sources, const std::vector<std::string>& paths) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    CVelunBidiSpl engine;
+    InitEngine(engine, sources.extensions);
+
+    BidiRequest request(paths);
+    _bstr_t queryXml;
+    if (!QueryFor(engine, request, queryXml))
+        throw CommandError("the extension files have none of these paths");
+    std::vector<NeededElement> elements = NamesIn(queryXml);
+    if (sources.printerUrl.empty()) return elements;
+    const ElementDocument answer(sources.printerUrl, FetchCleanAnswer(sources.printerUrl, queryXml).Get());
+    const std::vector<std::string> valid = ValidNames(answer);
+    for (NeededElement& element : elements)
+        element.answered = std::find(valid.begin(), valid.end(), element.name) != valid.end();
+    return elements;
+}
+
+}  // namespace vlm::ctl

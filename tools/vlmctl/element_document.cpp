@@ -1,0 +1,148 @@
+#include "tools/vlmctl/element_document.h"
+
+#include <fmt/xchar.h>
+
+#include "soap/namespaces.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/command.h"
+#include "tools/vlmctl/trace_keeper.h"
+#include "tools/vlmctl/wsd_exchange.h"
+#include "util/vlutil.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+constexpr size_t kLongestText = 1000;
+constexpr size_t kIndent = 2;
+
+// A line end inside a value, and whatever else moves a terminal's cursor or mode, as a reference.
+std::wstring Escaped(const std::wstring& text) {
+    std::wstring escaped;
+    for (const wchar_t c : EscapedForXml(text)) {
+        const bool control = c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
+        escaped += control ? fmt::format(L"&#x{:X};", static_cast<unsigned>(c)) : std::wstring(1, c);
+    }
+    return escaped;
+}
+
+std::wstring ValueOf(IXMLDOMNode* node) {
+    _variant_t value;
+    if (FAILED(node->get_nodeValue(&value)) || value.vt != VT_BSTR || value.bstrVal == nullptr) return {};
+    return {value.bstrVal, SysStringLen(value.bstrVal)};
+}
+
+std::wstring AttributesOf(IXMLDOMNode* element) {
+    std::wstring text;
+    for (const NamespaceDeclaration& one : NamespaceDeclarationsOf(element)) {
+        text += one.prefix.empty() ? L" xmlns" : L" xmlns:" + one.prefix;
+        text += L"=\"" + Escaped(one.uri) + L"\"";
+    }
+    ComPtr<IXMLDOMNamedNodeMap> attributes;
+    if (element->get_attributes(attributes.Receive()) != S_OK || !attributes) return text;
+    ComPtr<IXMLDOMNode> attribute;
+    while (attributes->nextNode(attribute.Receive()) == S_OK && attribute) {
+        const std::wstring name = NameOf(attribute.Get());
+        if (name != L"xmlns" && !name.starts_with(L"xmlns:"))
+            text += L" " + name + L"=\"" + Escaped(ValueOf(attribute.Get())) + L"\"";
+    }
+    return text;
+}
+
+// The depth of a printer's answer is bounded where it is cleaned up, so recursion is, too.
+void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth) {
+    const std::wstring name = NameOf(element);
+    std::wstring elements;
+    std::wstring text;
+    ComPtr<IXMLDOMNode> child;
+    element->get_firstChild(child.Receive());
+    while (child) {
+        DOMNodeType type = NODE_INVALID;
+        child->get_nodeType(&type);
+        if (type == NODE_ELEMENT) AppendElement(elements, child.Get(), depth + 1);
+        if (type == NODE_TEXT || type == NODE_CDATA_SECTION) text += ValueOf(child.Get());
+        ComPtr<IXMLDOMNode> next;
+        child->get_nextSibling(next.Receive());
+        child = std::move(next);
+    }
+    const std::wstring indent(depth * kIndent, L' ');
+    out += indent + L"<" + name + AttributesOf(element);
+    if (elements.empty() && text.empty()) {
+        out += L"/>\n";
+    } else if (elements.empty()) {
+        out += L">" + Escaped(text) + L"</" + name + L">\n";
+    } else {
+        out += L">\n" + elements;
+        if (!text.empty()) out += indent + std::wstring(kIndent, L' ') + Escaped(text) + L"\n";
+        out += indent + L"</" + name + L">\n";
+    }
+}
+
+std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
+    std::vector<std::string> names;
+    for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
+        const std::string mark = TextAt(part.Get(), L"@Valid");
+        if ((mark == "true" || mark == "1") != valid) continue;
+        // A printer whose default namespace is the print service's may leave the prefix out.
+        const std::string name = TextAt(part.Get(), L"@Name");
+        names.push_back(name.find(':') == std::string::npos ? "pri:" + name : name);
+    }
+    return names;
+}
+
+}  // namespace
+
+ElementDocument::ElementDocument(const std::string& url, IStream* cleaned) {
+    const std::string shown = ToUtf8(Printable(FromUtf8(url)));
+    try {
+        document_.Init();
+        document_.LoadStream(cleaned, nullptr);
+    } catch (const _com_error& error) {
+        ThrowTraced(shown + ": the answer cannot be used", error.Error());
+    }
+    document_.SetSelectionNamespaces(
+        {{L"soap", std::wstring(ns::kSoap12)}, {L"pri", std::wstring(ns::kWsdPrint)}});
+    if (const ComPtr<IXMLDOMNode> fault =
+            document_.SelectSingleNode(L"/soap:Envelope/soap:Body/soap:Fault")) {
+        const std::string reason = TextAt(fault.Get(), L"soap:Reason/soap:Text");
+        throw CommandError(shown + " refuses the request: " + (reason.empty() ? "no reason given" : reason));
+    }
+    if (!document_.SelectSingleNode(L"/soap:Envelope/soap:Body/pri:GetPrinterElementsResponse"))
+        throw CommandError(shown + " is no WSD print service: its answer holds no printer elements");
+    parts_ = NodesAt(document_.Root().Get(),
+                     L"soap:Body/pri:GetPrinterElementsResponse/pri:PrinterElements/pri:ElementData");
+}
+
+std::vector<std::string> ValidNames(const ElementDocument& document) {
+    return NamesOf(document, true);
+}
+
+std::vector<std::string> InvalidNames(const ElementDocument& document) {
+    return NamesOf(document, false);
+}
+
+std::string Indented(IXMLDOMNode* element) {
+    std::wstring text;
+    AppendElement(text, element, 0);
+    return ToUtf8(text);
+}
+
+std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath) {
+    ComPtr<IXMLDOMNodeList> list;
+    const HRESULT result = node->selectNodes(_bstr_t(xpath), list.Receive());
+    if (FAILED(result)) _com_issue_error(result);
+    std::vector<ComPtr<IXMLDOMNode>> nodes;
+    while (ComPtr<IXMLDOMNode> next = NextNode(list.Get()))
+        nodes.push_back(std::move(next));
+    return nodes;
+}
+
+std::string TextAt(IXMLDOMNode* node, const wchar_t* xpath) {
+    const std::vector<ComPtr<IXMLDOMNode>> nodes = NodesAt(node, xpath);
+    return nodes.empty() ? std::string() : ToUtf8(Printable(TextOf(nodes.front().Get()), kLongestText));
+}
+
+}  // namespace vlm::ctl

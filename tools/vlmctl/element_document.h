@@ -1,0 +1,43 @@
+// A printer's cleaned answer as a document: its elements by name, and its text for a person.
+//
+// COM must be initialised on the thread, and the object stays on it.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "util/vlxml.h"
+
+namespace vlm::ctl {
+
+class ElementDocument {
+ public:
+    // Reads the cleaned answer to its end. Throws CommandError, naming the address, when it holds no answer
+    // of a print service: a fault, or any other message.
+    ElementDocument(const std::string& url, IStream* cleaned);
+
+    // The ElementData parts, in their order.
+    const std::vector<ComPtr<IXMLDOMNode>>& Parts() const { return parts_; }
+    // The whole envelope.
+    ComPtr<IXMLDOMNode> Envelope() const { return ComPtr<IXMLDOMNode>(document_.Root().Get()); }
+
+ private:
+    CXMLDoc document_;
+    std::vector<ComPtr<IXMLDOMNode>> parts_;
+};
+
+// The names of the parts that the printer could fill, and of those that it could not, such as unknown ones.
+std::vector<std::string> ValidNames(const ElementDocument& document);
+std::vector<std::string> InvalidNames(const ElementDocument& document);
+
+// One element with all below it, indented, in UTF-8, a line each, ending in a line feed. What could steer a
+// terminal stands in it as a character reference.
+std::string Indented(IXMLDOMNode* element);
+
+// The text at an XPath expression relative to `node`, where "pri" is the print service's prefix; printable
+// UTF-8, empty when nothing matches.
+std::string TextAt(IXMLDOMNode* node, const wchar_t* xpath);
+// All matches.
+std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath);
+
+}  // namespace vlm::ctl

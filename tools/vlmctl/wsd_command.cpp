@@ -1,0 +1,104 @@
+// vlmctl wsd: a printer's WSD elements, as the monitor sees them.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "soap/streams.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/command.h"
+#include "tools/vlmctl/console.h"
+#include "tools/vlmctl/element_document.h"
+#include "tools/vlmctl/trace_keeper.h"
+#include "tools/vlmctl/wsd_exchange.h"
+#include "util/vlutil.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+struct WsdOptions {
+    std::string url;
+    std::vector<std::string> names;
+    std::vector<std::string> namespaces;  // "PREFIX=URI"
+    bool raw = false;
+    bool envelope = false;
+};
+
+std::vector<PrefixDeclaration> ParseDeclarations(const std::vector<std::string>& texts) {
+    std::vector<PrefixDeclaration> declarations;
+    for (const std::string& text : texts) {
+        const size_t equals = text.find('=');
+        const std::string prefix = text.substr(0, equals);
+        const bool good = equals != std::string::npos && equals + 1 < text.size() && !prefix.empty() &&
+                          prefix.find_first_of(" :<>&\"'/") == std::string::npos && prefix != "xmlns" &&
+                          prefix != "xml" && prefix != "pri";
+        if (!good) throw CommandError("'" + text + "' is not PREFIX=URI with a prefix of yours", kWrongUsage);
+        declarations.push_back({prefix, text.substr(equals + 1)});
+    }
+    return declarations;
+}
+
+// As it came, line by line, but for what could steer a terminal.
+void PrintRaw(IStream* answer) {
+    std::string bytes;
+    const HRESULT result = ReadWhole(answer, &bytes);
+    if (FAILED(result)) ThrowTraced("the answer cannot be read", result);
+    const std::wstring text = host::FromUtf8(bytes);
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find(L'\n', begin), text.size());
+        std::wstring_view line(text.data() + begin, end - begin);
+        if (line.ends_with(L'\r')) line.remove_suffix(1);
+        Print(host::ToUtf8(Printable(line, kLongestBody)));
+        begin = end + 1;
+    }
+}
+
+void PrintElement(IXMLDOMNode* element) {
+    std::string text = Indented(element);
+    text.pop_back();
+    Print(text);
+}
+
+void PrintElements(const WsdOptions& options) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    const std::wstring query = QueryForElements(options.names, ParseDeclarations(options.namespaces));
+    if (options.raw) {
+        PrintRaw(FetchAnswer(options.url, query.c_str()).Get());
+        return;
+    }
+    const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str()).Get());
+    if (options.envelope) {
+        PrintElement(document.Envelope().Get());
+    } else {
+        for (const ComPtr<IXMLDOMNode>& part : document.Parts())
+            PrintElement(part.Get());
+    }
+    std::string missing;
+    for (const std::string& name : InvalidNames(document))
+        missing += (missing.empty() ? "" : ", ") + name;
+    if (!missing.empty()) throw CommandError("the printer has no valid " + missing);
+}
+
+}  // namespace
+
+void AddWsdCommand(CLI::App& app) {
+    auto options = std::make_shared<WsdOptions>();
+    CLI::App* command = app.add_subcommand(
+        "wsd", "Show a printer's WSD elements as the monitor sees them after its clean-up");
+    command->add_option("URL", options->url, "Address of the print service; a host name will do")->required();
+    command
+        ->add_option("NAME", options->names,
+                     "Element, such as PrinterStatus or pri:PrinterConfiguration; a plain name gets pri:")
+        ->required();
+    command
+        ->add_option("--ns", options->namespaces,
+                     "PREFIX=URI, the namespace of a vendor's elements; may be repeated")
+        ->allow_extra_args(false);
+    CLI::Option* envelope =
+        command->add_flag("--envelope", options->envelope, "The whole message, not only the elements");
+    command->add_flag("--raw", options->raw, "The printer's message as it came, before the clean-up")
+        ->excludes(envelope);
+    command->callback([options] { PrintElements(*options); });
+}
+
+}  // namespace vlm::ctl

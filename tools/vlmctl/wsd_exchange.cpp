@@ -1,0 +1,98 @@
+#include "tools/vlmctl/wsd_exchange.h"
+
+#include <algorithm>
+
+#include "soap/namespaces.h"
+#include "soap/printer_elements.h"
+#include "soap/service_url.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/command.h"
+#include "tools/vlmctl/trace_keeper.h"
+#include "util/vlutil.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+std::string Shown(const std::string& text) {
+    return ToUtf8(Printable(FromUtf8(text)));
+}
+
+void CheckAddress(const std::string& url) {
+    ServiceUrl parsed;
+    if (!ParseServiceUrl(FromUtf8(url), L"/", &parsed))
+        throw CommandError("'" + Shown(url) + "' is no address of a printer", kWrongUsage);
+}
+
+// "pri:PrinterStatus" for both "PrinterStatus" and itself.
+std::string QualifiedName(const std::string& name, const std::vector<PrefixDeclaration>& declarations) {
+    const size_t colon = name.find(':');
+    if (colon == std::string::npos) return "pri:" + name;
+    const std::string prefix = name.substr(0, colon);
+    const bool declared =
+        prefix == "pri" || std::any_of(declarations.begin(), declarations.end(),
+                                       [&](const PrefixDeclaration& one) { return one.prefix == prefix; });
+    if (!declared) {
+        throw CommandError("the prefix of '" + Shown(name) + "' is not declared; declare it with --ns " +
+                               Shown(prefix) + "=URI",
+                           kWrongUsage);
+    }
+    return name;
+}
+
+}  // namespace
+
+std::wstring EscapedForXml(const std::wstring& text) {
+    std::wstring escaped;
+    for (const wchar_t c : text) {
+        switch (c) {
+            case L'&':
+                escaped += L"&amp;";
+                break;
+            case L'<':
+                escaped += L"&lt;";
+                break;
+            case L'>':
+                escaped += L"&gt;";
+                break;
+            case L'"':
+                escaped += L"&quot;";
+                break;
+            default:
+                escaped += c;
+        }
+    }
+    return escaped;
+}
+
+std::wstring QueryForElements(const std::vector<std::string>& names,
+                              const std::vector<PrefixDeclaration>& declarations) {
+    std::wstring query = L"<EnumQueryElement xmlns:pri=\"" + std::wstring(ns::kWsdPrint) + L"\"";
+    for (const PrefixDeclaration& one : declarations)
+        query += L" xmlns:" + FromUtf8(one.prefix) + L"=\"" + EscapedForXml(FromUtf8(one.uri)) + L"\"";
+    query += L">";
+    for (const std::string& name : names)
+        query += L"<Name>" + EscapedForXml(FromUtf8(QualifiedName(name, declarations))) + L"</Name>";
+    return query + L"</EnumQueryElement>";
+}
+
+ComPtr<IStream> FetchAnswer(const std::string& url, const wchar_t* query) {
+    CheckAddress(url);
+    ComPtr<IStream> answer;
+    const HRESULT result = FetchPrinterElements(FromUtf8(url).c_str(), query, answer.Receive());
+    if (FAILED(result)) ThrowTraced(Shown(url), result);
+    return answer;
+}
+
+ComPtr<IStream> FetchCleanAnswer(const std::string& url, const wchar_t* query) {
+    const ComPtr<IStream> answer = FetchAnswer(url, query);
+    ComPtr<IStream> clean;
+    const HRESULT result = CleanPrinterElements(answer.Get(), query, clean.Receive());
+    if (FAILED(result)) ThrowTraced(Shown(url) + " is no WSD print service", result);
+    return clean;
+}
+
+}  // namespace vlm::ctl
