@@ -56,8 +56,8 @@ bool CResponseGenerator::AppendHeaders(const SoapOperation& operation, const Soa
     return true;
 }
 
-bool CResponseGenerator::AppendField(const SoapField& field, const SoapValue& value, std::string attributes,
-                                     std::string* out) const {
+bool CResponseGenerator::AppendField(const SoapField& field, const SoapValue& value,
+                                     const std::string& attributes, std::string* out) const {
     out->append("<").append(Escaped(field.name)).append(attributes);
     if (value.IsNull()) {
         if ((field.flags & kSoapNullable) == 0) return false;

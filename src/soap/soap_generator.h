@@ -38,7 +38,7 @@ class CResponseGenerator {
 
  private:
     bool AppendHeaders(const SoapOperation& operation, const SoapValues& headers, std::string* out) const;
-    bool AppendField(const SoapField& field, const SoapValue& value, std::string attributes,
+    bool AppendField(const SoapField& field, const SoapValue& value, const std::string& attributes,
                      std::string* out) const;
     bool AppendContent(const SoapField& field, const SoapValue& value, std::string* out) const;
     bool AppendMembers(const SoapField& field, const SoapValue& value, std::string* out) const;

@@ -49,25 +49,26 @@ TEST_F(SoapRpc, AsksWithEveryFieldInTheOrderOfTheWire) {
     static std::wstring trace;
     trace.clear();
     SetTraceStream([](const wchar_t* text) { trace += text; });
-    for (const std::string verdict : {"true", "false"}) {
-        ScriptedServer server(Answer(Http("200 OK", Response("<result>" + verdict + "</result>"))));
-        bool allowed = verdict == "false";
+    const std::string expected =
+        "<soap:Envelope xmlns:soap=\"" + kSoap12 +
+        "\" xmlns:soapenc=\"http://www.w3.org/2003/05/soap-encoding\">"
+        "<soap:Body soap:encodingStyle=\"http://www.w3.org/2003/05/soap-encoding\">"
+        "<snp:CheckUserPassword xmlns:snp=\"" +
+        kService +
+        "\"><username>J&#x0000FC;rgen &amp; Co</username><domain>&lt;d&gt;</domain><type>dept</type>"
+        "<password></password></snp:CheckUserPassword></soap:Body></soap:Envelope>";
+    for (const char* verdict : {"true", "false"}) {
+        ScriptedServer server(
+            Answer(Http("200 OK", Response(std::string("<result>").append(verdict).append("</result>")))));
+        bool allowed = std::string_view(verdict) == "false";
         EXPECT_EQ(CheckUserPassword((server.Url() + L"x").c_str(), L"J\u00fcrgen & Co", L"", L"dept", L"<d>",
                                     &allowed),
                   S_OK);
-        EXPECT_EQ(allowed, verdict == "true");
+        EXPECT_EQ(allowed, std::string_view(verdict) == "true");
         const std::string request = server.LastRequest();
         EXPECT_TRUE(request.starts_with("POST /wsd/print/x HTTP/1.0\r\n"));
         EXPECT_NE(request.find("SOAPAction: \"\"\r\n"), std::string::npos);
-        EXPECT_EQ(
-            request.substr(request.find("\r\n\r\n") + 4),
-            "<soap:Envelope xmlns:soap=\"" + kSoap12 +
-                "\" xmlns:soapenc=\"http://www.w3.org/2003/05/soap-encoding\">"
-                "<soap:Body soap:encodingStyle=\"http://www.w3.org/2003/05/soap-encoding\">"
-                "<snp:CheckUserPassword xmlns:snp=\"" +
-                kService +
-                "\"><username>J&#x0000FC;rgen &amp; Co</username><domain>&lt;d&gt;</domain><type>dept</type>"
-                "<password></password></snp:CheckUserPassword></soap:Body></soap:Envelope>");
+        EXPECT_EQ(request.substr(request.find("\r\n\r\n") + 4), expected);
     }
     // A failure is traced, the password is not.
     ScriptedServer failing(Answer(Http("500 Oops", "no")));
@@ -127,7 +128,7 @@ TEST_F(SoapRpc, ReadsEveryFormOfAnAnswer) {
     const std::string result = "<result>true</result>";
     std::string deep = "true";
     for (int i = 0; i < 100; ++i)
-        deep = "<x>" + deep + "</x>";
+        deep.insert(0, "<x>").append("</x>");
     const std::string start = "<s:Envelope xmlns:s='" + kSoap12 + "'>";
     const std::string split = "t<!-- -->r<![CDATA[u]]>&#101;";
     const struct {
