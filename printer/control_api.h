@@ -1,5 +1,6 @@
 // The control API, for scripts and tests: JSON over HTTP. docs/virtual-printer.md lists it.
 //   GET /state   GET /documents   PUT and DELETE /fault   PUT and DELETE /answer   POST /shutdown
+//   GET /vpca/requests   PUT and DELETE /vpca/fault
 // A request that is not understood is answered with 400 and {"error": "one line"}, and changes nothing.
 #pragma once
 

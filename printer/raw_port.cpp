@@ -190,7 +190,8 @@ void RawPort::AcceptOne() {
 
 void RawPort::ServeConnection(Connection& self, UniqueFd socket, ConnectionOrders orders) {
     try {
-        RawConnection(std::move(socket), std::move(orders), behaviour_, store_, documentLimit_, stop_.Get())
+        RawConnection(std::move(socket), std::move(orders), behaviour_, device_, store_, documentLimit_,
+                      stop_.Get())
             .Serve();
     } catch (const std::exception& e) {
         Complain("connection dropped: {}", e.what());

@@ -103,6 +103,19 @@ class VirtualPrinter:
     def clear_answer(self):
         return self.call("DELETE", "/answer")
 
+    def set_vpca_fault(self, **details):
+        """What is wrong with the device's next replies; docs/virtual-printer.md lists the details."""
+        if isinstance(details.get("reply"), bytes):
+            details["reply"] = details["reply"].hex()
+        return self.call("PUT", "/vpca/fault", details)
+
+    def clear_vpca_fault(self):
+        return self.call("DELETE", "/vpca/fault")
+
+    def vpca_requests(self):
+        """The last frames that the device understood as requests, oldest first."""
+        return [bytes.fromhex(frame) for frame in self.call("GET", "/vpca/requests")]
+
     def shutdown(self):
         """Asks over the control API, waits for the end; the exit status."""
         self.call("POST", "/shutdown")
