@@ -1,8 +1,15 @@
 #include "control_api.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <unistd.h>
 
+<<<<<<< HEAD
+=======
+#include <chrono>
+#include <initializer_list>
+#include <limits>
+>>>>>>> refs/heads/device
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
@@ -31,6 +38,80 @@ Answer ParseAnswer(const std::string& body) {
     const auto when = ParseAnswerTime(TextMember(object, "when", "document"));
     if (!when) throw BadRequest("'when' must be open or document");
     return {TextMember(object, "text"), *when};
+}
+
+// Bytes as pairs of hexadecimal digits, with or without spaces between the pairs.
+Bytes HexMember(const json& object, const char* key) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    Bytes bytes;
+    std::size_t digits = 0;
+    bool sound = true;
+    for (const char c : TextMember(object, key)) {
+        const char lower = c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c;
+        const std::size_t value = kDigits.find(lower);
+        if (c == ' ' && digits % 2 == 0) continue;
+        sound = sound && value != std::string_view::npos;
+        if (digits++ % 2 == 0) bytes.push_back(0);
+        bytes.back() = static_cast<std::uint8_t>(bytes.back() << 4 | (value & 0xF));
+    }
+    if (!sound || digits % 2 != 0) throw BadRequest(fmt::format("'{}' must be pairs of hex digits", key));
+    return bytes;
+}
+
+std::string ToHex(const Bytes& bytes) {
+    return fmt::format("{:02x}", fmt::join(bytes, ""));
+}
+
+template <typename Value>
+std::optional<Value> NumberMember(const json& object, const char* key) {
+    const auto number = CountMember(object, key);
+    if (number && *number > std::numeric_limits<Value>::max())
+        throw BadRequest(fmt::format("'{}' must be at most {}", key, std::numeric_limits<Value>::max()));
+    return number ? std::optional(static_cast<Value>(*number)) : std::nullopt;
+}
+
+VpcaFault ParseVpcaFault(const std::string& body) {
+    constexpr std::uint64_t kMostDelay = 600'000;
+    const json object = ParseObject(body, {"status", "operation", "sequence", "length", "id", "reply",
+                                           "truncate", "delay", "close", "requests"});
+    VpcaFault fault;
+    fault.status = NumberMember<std::uint16_t>(object, "status");
+    fault.operation = NumberMember<std::uint16_t>(object, "operation");
+    fault.sequence = NumberMember<std::uint16_t>(object, "sequence");
+    fault.length = NumberMember<std::uint16_t>(object, "length");
+    fault.id = NumberMember<std::uint32_t>(object, "id");
+    if (object.contains("reply")) fault.reply = HexMember(object, "reply");
+    fault.truncate = CountMember(object, "truncate");
+    const std::uint64_t delay = CountMember(object, "delay").value_or(0);
+    if (delay > kMostDelay) throw BadRequest("'delay' is in milliseconds and at most ten minutes");
+    fault.delay = std::chrono::milliseconds(delay);
+    if (const auto close = object.find("close"); close != object.end()) {
+        if (!close->is_boolean()) throw BadRequest("'close' must be true or false");
+        fault.close = close->get<bool>();
+    }
+    fault.requests = CountMember(object, "requests");
+    if (fault.requests && *fault.requests == 0) throw BadRequest("'requests' must be at least 1");
+    if (object.size() == object.count("requests")) throw BadRequest("the fault changes nothing");
+    return fault;
+}
+
+json ToJson(const std::optional<VpcaFault>& fault) {
+    if (!fault) return nullptr;
+    json object = json::object();
+    const auto add = [&object](const char* key, const auto& value) {
+        if (value) object[key] = *value;
+    };
+    add("status", fault->status);
+    add("operation", fault->operation);
+    add("sequence", fault->sequence);
+    add("length", fault->length);
+    add("id", fault->id);
+    if (fault->reply) object["reply"] = ToHex(*fault->reply);
+    add("truncate", fault->truncate);
+    if (fault->delay.count() > 0) object["delay"] = fault->delay.count();
+    if (fault->close) object["close"] = true;
+    add("requests", fault->requests);
+    return object;
 }
 
 json ToJson(const std::optional<Fault>& fault) {
@@ -76,7 +157,8 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, WsdService& wsd, Machin
                     {"refusing", fault && fault->mode == FaultMode::kRefuse},
                     {"openConnections", rawPort.OpenConnections()},
                     {"fault", ToJson(fault)},
-                    {"answer", ToJson(rawPort.CurrentAnswer())}};
+                    {"answer", ToJson(rawPort.CurrentAnswer())},
+                    {"vpcaFault", ToJson(rawPort.Device().CurrentFault())}};
     };
 
     routes.Get("/state", [state](const Request&, Response& response) { Reply(response, state()); });
@@ -100,6 +182,20 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, WsdService& wsd, Machin
     });
     routes.Delete("/answer", [state, &rawPort](const Request&, Response& response) {
         rawPort.SetAnswer({});
+        Reply(response, state());
+    });
+    routes.Get("/vpca/requests", [&rawPort](const Request&, Response& response) {
+        json all = json::array();
+        for (const Bytes& frame : rawPort.Device().Requests())
+            all.push_back(ToHex(frame));
+        Reply(response, all);
+    });
+    routes.Put("/vpca/fault", [state, &rawPort](const Request& request, Response& response) {
+        rawPort.Device().SetFault(ParseVpcaFault(request.body));
+        Reply(response, state());
+    });
+    routes.Delete("/vpca/fault", [state, &rawPort](const Request&, Response& response) {
+        rawPort.Device().ClearFault();
         Reply(response, state());
     });
     // With a content reader, which it does not use: otherwise the library waits for a body that a client

@@ -38,7 +38,7 @@ struct DocumentRecord {
     std::string sha256;  // lower-case hexadecimal, over the bytes that were stored
     DocumentEnd end = DocumentEnd::kComplete;
     std::filesystem::path file;
-    std::int64_t milliseconds = 0;  // from the start of its connection to its end
+    std::int64_t milliseconds = 0;  // from its opening to its end
 };
 
 class DocumentStore;

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
+#include <span>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -30,10 +32,16 @@ constexpr std::uint64_t kSlowSlices = 20;  // reads per second of a slow connect
 }  // namespace
 
 RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Behaviour& behaviour,
+<<<<<<< HEAD
                              DocumentStore& store, Machine& machine, std::uint64_t documentLimit, int stopFd)
+=======
+                             VpcaDevice& device, DocumentStore& store, std::uint64_t documentLimit,
+                             int stopFd)
+>>>>>>> refs/heads/device
     : socket_(std::move(socket)),
       orders_(std::move(orders)),
       behaviour_(behaviour),
+      device_(device),
       store_(store),
       machine_(machine),
       documentLimit_(documentLimit),
@@ -48,15 +56,23 @@ RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Beh
 
 void RawConnection::Serve() {
     PrepareReset();  // whatever goes wrong from here on, the host must not take it for success
+<<<<<<< HEAD
     const DocumentEnd end = TakeDocument();
+=======
+    if (orders_.answer.when == AnswerTime::kAtOpen) Send(orders_.answer.text);
+    if (!orders_.fault && BeginsDialogue()) return ServeDevice();
+    Document document = store_.Open();
+    const DocumentEnd end = Receive(document);
+    store_.Finish(std::move(document), end);
+>>>>>>> refs/heads/device
     if (end == DocumentEnd::kComplete) {
-        if (orders_.answer.when == AnswerTime::kAfterDocument) SendAnswer();
-        const linger orderly{0, 0};
-        ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &orderly, sizeof orderly);
+        if (orders_.answer.when == AnswerTime::kAfterDocument) Send(orders_.answer.text);
+        CloseOrderly();
     }
     socket_.Reset();
 }
 
+<<<<<<< HEAD
 DocumentEnd RawConnection::TakeDocument() {
     Document document = store_.Open();
     DocumentEnd end{};
@@ -68,6 +84,49 @@ DocumentEnd RawConnection::TakeDocument() {
     }
     store_.Finish(std::move(document), end);
     return end;
+=======
+// Looks at the first bytes and takes none, so that whoever serves the connection reads all of it. False also
+// for what ends before that: it is an empty or broken document.
+bool RawConnection::BeginsDialogue() {
+    std::array<std::uint8_t, 2> start{};
+    for (int least = 1; least <= 2; ++least) {
+        ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVLOWAT, &least,
+                     sizeof least);  // else poll returns at once
+        const bool ready = WaitFor(POLLIN, kForever) == Wait::kReady;
+        const ssize_t count = ready ? ::recv(socket_.Get(), start.data(), start.size(), MSG_PEEK) : 0;
+        if (count == 1 && least == 1 && start[0] == VpcaDevice::kMagic0) continue;
+        const int any = 1;
+        ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVLOWAT, &any, sizeof any);
+        return count == 2 && start[0] == VpcaDevice::kMagic0 && start[1] == VpcaDevice::kMagic1;
+    }
+    return false;
+}
+
+void RawConnection::ServeDevice() {
+    Bytes pending;  // less than one whole frame, and what one read adds to it
+    std::vector<std::uint8_t> buffer(kReadSize);
+    for (;;) {
+        while (pending.size() >= VpcaDevice::kHeaderSize) {
+            const auto size = VpcaDevice::FrameSize(pending);
+            if (!size) return Complain("device: what came is no request");
+            if (pending.size() < *size) break;
+            const VpcaReply reply = device_.Answer(std::span(pending).first(*size));
+            pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(*size));
+            if (reply.delay > 0ms && WaitFor(0, reply.delay) != Wait::kTimeout) return;
+            if (!Send({reinterpret_cast<const char*>(reply.bytes.data()), reply.bytes.size()})) return;
+            if (reply.close) return CloseOrderly();
+        }
+        if (WaitFor(POLLIN, kForever) == Wait::kStop) return;
+        const ssize_t count = ::recv(socket_.Get(), buffer.data(), buffer.size(), 0);
+        if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+        if (count < 0) return Complain("device: the connection was lost");
+        if (count == 0) {
+            if (!pending.empty()) return Complain("device: the request ended after {} bytes", pending.size());
+            return CloseOrderly();
+        }
+        pending.insert(pending.end(), buffer.begin(), buffer.begin() + count);
+    }
+>>>>>>> refs/heads/device
 }
 
 DocumentEnd RawConnection::Receive(Document& document) {
@@ -126,9 +185,8 @@ std::optional<DocumentEnd> RawConnection::Stall() {
     return std::nullopt;
 }
 
-// A host that does not take the answer does not spoil its document.
-void RawConnection::SendAnswer() {
-    std::string_view left = orders_.answer.text;
+// False when the host does not take it, which does not spoil its document.
+bool RawConnection::Send(std::string_view left) {
     const auto giveUp = Clock::now() + kAnswerLimit;
     while (!left.empty()) {
         const ssize_t count = ::send(socket_.Get(), left.data(), left.size(), MSG_NOSIGNAL);
@@ -140,9 +198,10 @@ void RawConnection::SendAnswer() {
         const auto time = std::chrono::ceil<std::chrono::milliseconds>(giveUp - Clock::now());
         if (errno != EAGAIN || time <= 0ms || WaitFor(POLLOUT, time) != Wait::kReady) {
             Complain("the host did not take {} bytes of the answer", left.size());
-            return;
+            return false;
         }
     }
+    return true;
 }
 
 bool RawConnection::FaultDue(const Document& document) const {
@@ -152,6 +211,12 @@ bool RawConnection::FaultDue(const Document& document) const {
 void RawConnection::PrepareReset() {
     const linger hard{1, 0};
     ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
+}
+
+void RawConnection::CloseOrderly() {
+    const linger orderly{0, 0};
+    ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &orderly, sizeof orderly);
+    socket_.Reset();
 }
 
 RawConnection::Wait RawConnection::WaitFor(short events, std::chrono::milliseconds limit) {

@@ -1,19 +1,29 @@
 // One connection to the raw port, from accept to close: one document, with what the printer was told to do to
-// it.
+// it; or, when its first bytes are VPCA's magic and no fault is on it, a dialogue with the device until the
+// host shuts down its sending side.
 //
+<<<<<<< HEAD
 // The document is complete when the host shuts down its sending side. Its record is made, and the machine has
 // printed it, before the host can see the end of the connection, so whoever waited for that end finds both. A
 // complete document ends in an orderly close, every other one in a reset.
+=======
+// The document is complete when the host shuts down its sending side. Its record is made before the host can
+// see the end of the connection, so whoever waited for that end finds it. A complete document ends in an
+// orderly close, every other one in a reset. A dialogue is none and leaves no record; it ends in a reset when
+// the host sends what is no request.
+>>>>>>> refs/heads/device
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "behaviour.h"
 #include "document_store.h"
 #include "machine.h"
 #include "unique_fd.h"
+#include "vpca_device.h"
 
 namespace vlm::printer {
 
@@ -21,25 +31,37 @@ class RawConnection {
  public:
     // The socket is non-blocking. stopFd turns readable for good when the printer ends; every wait here ends
     // with it.
+<<<<<<< HEAD
     RawConnection(UniqueFd socket, ConnectionOrders orders, const Behaviour& behaviour, DocumentStore& store,
                   Machine& machine, std::uint64_t documentLimit, int stopFd);
+=======
+    RawConnection(UniqueFd socket, ConnectionOrders orders, const Behaviour& behaviour, VpcaDevice& device,
+                  DocumentStore& store, std::uint64_t documentLimit, int stopFd);
+>>>>>>> refs/heads/device
 
     void Serve();  // throws std::exception when the document cannot be opened or recorded
 
  private:
     enum class Wait { kReady, kTimeout, kBroken, kStop };
 
+<<<<<<< HEAD
     DocumentEnd TakeDocument();
+=======
+    bool BeginsDialogue();
+    void ServeDevice();
+>>>>>>> refs/heads/device
     DocumentEnd Receive(Document& document);
     std::optional<DocumentEnd> Stall();
-    void SendAnswer();
+    bool Send(std::string_view bytes);
     bool FaultDue(const Document& document) const;
     void PrepareReset();
+    void CloseOrderly();
     Wait WaitFor(short events, std::chrono::milliseconds limit);
 
     UniqueFd socket_;
     const ConnectionOrders orders_;
     const Behaviour& behaviour_;
+    VpcaDevice& device_;
     DocumentStore& store_;
     Machine& machine_;
     const std::uint64_t documentLimit_;

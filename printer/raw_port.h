@@ -21,6 +21,7 @@
 #include "document_store.h"
 #include "machine.h"
 #include "unique_fd.h"
+#include "vpca_device.h"
 
 namespace vlm::printer {
 
@@ -47,6 +48,8 @@ class RawPort {
     void SetAnswer(Answer answer) { behaviour_.SetAnswer(std::move(answer)); }
     Answer CurrentAnswer() const { return behaviour_.CurrentAnswer(); }
 
+    VpcaDevice& Device() { return device_; }  // what answers on the connections that are no documents
+
     static constexpr std::size_t kMaxConnections = 64;
 
  private:
@@ -70,6 +73,7 @@ class RawPort {
     Machine& machine_;
     const std::uint64_t documentLimit_;
     Behaviour behaviour_;
+    VpcaDevice device_;
 
     UniqueFd reservation_;  // bound, never listens
     UniqueFd stop_;         // eventfd, stays readable once it is set
