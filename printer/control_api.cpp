@@ -4,12 +4,9 @@
 #include <fmt/ranges.h>
 #include <unistd.h>
 
-<<<<<<< HEAD
-=======
 #include <chrono>
 #include <initializer_list>
 #include <limits>
->>>>>>> refs/heads/device
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>

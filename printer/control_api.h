@@ -1,10 +1,7 @@
 // The control API, for scripts and tests: JSON over HTTP. docs/virtual-printer.md lists it.
 //   GET /state   GET /documents   PUT and DELETE /fault   PUT and DELETE /answer   POST /shutdown
-<<<<<<< HEAD
-// and what wsd_control.h adds for the WSD print service and the machine.
-=======
 //   GET /vpca/requests   PUT and DELETE /vpca/fault
->>>>>>> refs/heads/device
+// and what wsd_control.h adds for the WSD print service and the machine.
 // A request that is not understood is answered with 400 and {"error": "one line"}, and changes nothing.
 #pragma once
 

@@ -32,12 +32,8 @@ constexpr std::uint64_t kSlowSlices = 20;  // reads per second of a slow connect
 }  // namespace
 
 RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Behaviour& behaviour,
-<<<<<<< HEAD
-                             DocumentStore& store, Machine& machine, std::uint64_t documentLimit, int stopFd)
-=======
-                             VpcaDevice& device, DocumentStore& store, std::uint64_t documentLimit,
-                             int stopFd)
->>>>>>> refs/heads/device
+                             VpcaDevice& device, DocumentStore& store, Machine& machine,
+                             std::uint64_t documentLimit, int stopFd)
     : socket_(std::move(socket)),
       orders_(std::move(orders)),
       behaviour_(behaviour),
@@ -56,15 +52,9 @@ RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Beh
 
 void RawConnection::Serve() {
     PrepareReset();  // whatever goes wrong from here on, the host must not take it for success
-<<<<<<< HEAD
-    const DocumentEnd end = TakeDocument();
-=======
     if (orders_.answer.when == AnswerTime::kAtOpen) Send(orders_.answer.text);
     if (!orders_.fault && BeginsDialogue()) return ServeDevice();
-    Document document = store_.Open();
-    const DocumentEnd end = Receive(document);
-    store_.Finish(std::move(document), end);
->>>>>>> refs/heads/device
+    const DocumentEnd end = TakeDocument();
     if (end == DocumentEnd::kComplete) {
         if (orders_.answer.when == AnswerTime::kAfterDocument) Send(orders_.answer.text);
         CloseOrderly();
@@ -72,19 +62,18 @@ void RawConnection::Serve() {
     socket_.Reset();
 }
 
-<<<<<<< HEAD
 DocumentEnd RawConnection::TakeDocument() {
     Document document = store_.Open();
     DocumentEnd end{};
     {
         Machine::Job job(machine_);
-        if (orders_.answer.when == AnswerTime::kAtOpen) SendAnswer();
         end = Receive(document);
         job.SetBytes(document.Bytes());
     }
     store_.Finish(std::move(document), end);
     return end;
-=======
+}
+
 // Looks at the first bytes and takes none, so that whoever serves the connection reads all of it. False also
 // for what ends before that: it is an empty or broken document.
 bool RawConnection::BeginsDialogue() {
@@ -126,7 +115,6 @@ void RawConnection::ServeDevice() {
         }
         pending.insert(pending.end(), buffer.begin(), buffer.begin() + count);
     }
->>>>>>> refs/heads/device
 }
 
 DocumentEnd RawConnection::Receive(Document& document) {

@@ -2,16 +2,10 @@
 // it; or, when its first bytes are VPCA's magic and no fault is on it, a dialogue with the device until the
 // host shuts down its sending side.
 //
-<<<<<<< HEAD
 // The document is complete when the host shuts down its sending side. Its record is made, and the machine has
 // printed it, before the host can see the end of the connection, so whoever waited for that end finds both. A
-// complete document ends in an orderly close, every other one in a reset.
-=======
-// The document is complete when the host shuts down its sending side. Its record is made before the host can
-// see the end of the connection, so whoever waited for that end finds it. A complete document ends in an
-// orderly close, every other one in a reset. A dialogue is none and leaves no record; it ends in a reset when
-// the host sends what is no request.
->>>>>>> refs/heads/device
+// complete document ends in an orderly close, every other one in a reset. A dialogue is none and leaves no
+// record; it ends in a reset when the host sends what is no request.
 #pragma once
 
 #include <chrono>
@@ -31,25 +25,17 @@ class RawConnection {
  public:
     // The socket is non-blocking. stopFd turns readable for good when the printer ends; every wait here ends
     // with it.
-<<<<<<< HEAD
-    RawConnection(UniqueFd socket, ConnectionOrders orders, const Behaviour& behaviour, DocumentStore& store,
-                  Machine& machine, std::uint64_t documentLimit, int stopFd);
-=======
     RawConnection(UniqueFd socket, ConnectionOrders orders, const Behaviour& behaviour, VpcaDevice& device,
-                  DocumentStore& store, std::uint64_t documentLimit, int stopFd);
->>>>>>> refs/heads/device
+                  DocumentStore& store, Machine& machine, std::uint64_t documentLimit, int stopFd);
 
     void Serve();  // throws std::exception when the document cannot be opened or recorded
 
  private:
     enum class Wait { kReady, kTimeout, kBroken, kStop };
 
-<<<<<<< HEAD
     DocumentEnd TakeDocument();
-=======
     bool BeginsDialogue();
     void ServeDevice();
->>>>>>> refs/heads/device
     DocumentEnd Receive(Document& document);
     std::optional<DocumentEnd> Stall();
     bool Send(std::string_view bytes);

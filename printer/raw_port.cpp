@@ -194,12 +194,8 @@ void RawPort::AcceptOne() {
 
 void RawPort::ServeConnection(Connection& self, UniqueFd socket, ConnectionOrders orders) {
     try {
-<<<<<<< HEAD
-        RawConnection(std::move(socket), std::move(orders), behaviour_, store_, machine_, documentLimit_,
-=======
-        RawConnection(std::move(socket), std::move(orders), behaviour_, device_, store_, documentLimit_,
->>>>>>> refs/heads/device
-                      stop_.Get())
+        RawConnection(std::move(socket), std::move(orders), behaviour_, device_, store_, machine_,
+                      documentLimit_, stop_.Get())
             .Serve();
     } catch (const std::exception& e) {
         Complain("connection dropped: {}", e.what());

@@ -105,7 +105,6 @@ class VirtualPrinter:
     def clear_answer(self):
         return self.call("DELETE", "/answer")
 
-<<<<<<< HEAD
     def set_wsd_fault(self, mode, **details):
         """What the WSD ports do wrong; docs/virtual-printer.md lists modes and details."""
         return self.call("PUT", "/wsd/fault", {"mode": mode, **details})
@@ -134,7 +133,7 @@ class VirtualPrinter:
     def set_machine(self, **values):
         """name, info, location; toner={"Black": 85}, trays={"Tray1": 75} in percent."""
         return self.call("PUT", "/machine", values)
-=======
+
     def set_vpca_fault(self, **details):
         """What is wrong with the device's next replies; docs/virtual-printer.md lists the details."""
         if isinstance(details.get("reply"), bytes):
@@ -147,7 +146,6 @@ class VirtualPrinter:
     def vpca_requests(self):
         """The last frames that the device understood as requests, oldest first."""
         return [bytes.fromhex(frame) for frame in self.call("GET", "/vpca/requests")]
->>>>>>> refs/heads/device
 
     def shutdown(self):
         """Asks over the control API, waits for the end; the exit status."""
