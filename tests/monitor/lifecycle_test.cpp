@@ -139,8 +139,8 @@ TEST(ModuleTest, LoadsAndUnloadsAgainAndAgainWithoutStallOrLeak) {
     EXPECT_LT(GetTickCount64() - begin, 10'000U);
     EXPECT_EQ(CountResources().handles, before.handles);
     EXPECT_EQ(CountResources().threads, before.threads);
-    // What the compiler's runtime keeps of each load, and nothing of ours.
-    EXPECT_LE(CountResources().heapBlocks, before.heapBlocks + 5);
+    // What the runtimes of the compiler and of RPC keep of each load.
+    EXPECT_LE(CountResources().heapBlocks, before.heapBlocks + 10);
 }
 
 TEST(ModuleTest, InitializationFailsSoonWhereNoWindowCanBeMade) {
