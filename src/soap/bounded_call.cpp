@@ -1,7 +1,9 @@
 #include "soap/bounded_call.h"
 
 #include <atomic>
+#include <map>
 #include <memory>
+#include <mutex>
 
 #include "soap/hresult.h"
 #include "util/handles.h"
@@ -11,11 +13,39 @@ namespace vlm {
 
 namespace {
 
-std::atomic<long> leftBehind{0};
+// Calls left behind, per peer.
+class LeftBehind {
+ public:
+    int Count(const std::wstring& peer) {
+        const std::lock_guard lock(mutex_);
+        const auto found = counts_.find(peer);
+        return found == counts_.end() ? 0 : found->second;
+    }
+    void Add(const std::wstring& peer) {
+        const std::lock_guard lock(mutex_);
+        ++counts_[peer];
+    }
+    void Remove(const std::wstring& peer) {
+        const std::lock_guard lock(mutex_);
+        const auto found = counts_.find(peer);
+        if (--found->second == 0) counts_.erase(found);
+    }
+
+ private:
+    std::mutex mutex_;
+    std::map<std::wstring, int> counts_;
+};
+
+// Never destroyed: a call may still end while the module's other statics are gone.
+LeftBehind& AllLeftBehind() {
+    static LeftBehind* const all = new LeftBehind;
+    return *all;
+}
 
 enum class Phase { kRunning, kEnded, kLeftBehind };
 
 struct Call {
+    std::wstring peer;
     std::function<void()> work;
     KernelHandle ended;
     std::atomic<Phase> phase{Phase::kRunning};
@@ -30,7 +60,7 @@ void CALLBACK RunCall(PTP_CALLBACK_INSTANCE, void* argument) {
     });
     // What the work holds goes before its end is announced.
     call.work = nullptr;
-    if (call.phase.exchange(Phase::kEnded) == Phase::kLeftBehind) --leftBehind;
+    if (call.phase.exchange(Phase::kEnded) == Phase::kLeftBehind) AllLeftBehind().Remove(call.peer);
     SetEvent(call.ended.Get());
 }
 
@@ -54,12 +84,13 @@ bool Submit(std::shared_ptr<Call>* owner) {
 
 }  // namespace
 
-bool RunBounded(std::function<void()> work, DWORD milliseconds) {
-    if (leftBehind.load() >= kMostLeftBehind) {
-        Trace(L"SOAP: %ld calls to printers hang, no new one is begun\r\n", leftBehind.load());
+bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds) {
+    if (AllLeftBehind().Count(peer) >= kMostLeftBehind) {
+        Trace(L"SOAP: earlier calls to %ls still hang, no new one is begun\r\n", Printable(peer).c_str());
         return false;
     }
     const auto call = std::make_shared<Call>();
+    call->peer = peer;
     call->work = std::move(work);
     call->ended.Reset(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (!call->ended) return false;
@@ -68,13 +99,11 @@ bool RunBounded(std::function<void()> work, DWORD milliseconds) {
     static_cast<void>(owner.release());  // the callback's
 
     if (WaitForSingleObject(call->ended.Get(), milliseconds) == WAIT_OBJECT_0) return true;
-    // Counted before the exchange, so that the thread's own decrement never comes first.
-    ++leftBehind;
-    if (call->phase.exchange(Phase::kLeftBehind) == Phase::kEnded) {
-        --leftBehind;
-        return true;
-    }
-    return false;
+    // Counted before the exchange, so that the callback never takes away what is not there yet.
+    AllLeftBehind().Add(peer);
+    if (call->phase.exchange(Phase::kLeftBehind) != Phase::kEnded) return false;
+    AllLeftBehind().Remove(peer);
+    return true;
 }
 
 }  // namespace vlm

@@ -50,19 +50,17 @@ HRESULT CVlSoapWininetClient::SetUrl(std::wstring_view url) {
 
 void CVlSoapWininetClient::CleanupClient() {
     body_.clear();
-    request_.Reset();
+    handles_->request.Reset();
     fault_ = {};
     clientError_ = SoapClientError::kSuccess;
 }
 
 void CVlSoapWininetClient::CloseAll() {
-    request_.Reset();
-    connection_.Reset();
-    internet_.Reset();
+    handles_ = std::make_shared<Handles>();
 }
 
 HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
-    HRESULT hr = connection_ ? S_OK : Connect();
+    HRESULT hr = handles_->connection ? S_OK : Connect();
     if (SUCCEEDED(hr)) hr = OpenRequest();
     if (SUCCEEDED(hr)) hr = Send(std::wstring(actionHeader) + kContentType);
     if (FAILED(hr)) return hr;
@@ -80,25 +78,27 @@ HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
 HRESULT CVlSoapWininetClient::GetClientReader(IStream** reader) {
     if (reader == nullptr) return E_POINTER;
     *reader = nullptr;
-    if (!request_) return E_FAIL;
+    if (!handles_->request) return E_FAIL;
     const ULONGLONG deadline = GetTickCount64() + ULONGLONG{EffectiveTimeout()} * kBodyTimeouts;
-    *reader = new CReadStreamOnInet(request_.Get(), deadline);
+    *reader = new CReadStreamOnInet(handles_->request.Get(), deadline);
     return S_OK;
 }
 
 HRESULT CVlSoapWininetClient::ReadBody(std::string* body) {
     struct Reading {
+        std::shared_ptr<Handles> handles;
         ComPtr<IStream> reader;
         std::string bytes;
         HRESULT result = E_FAIL;
     };
     const auto reading = std::make_shared<Reading>();
+    reading->handles = handles_;
     HRESULT hr = GetClientReader(reading->reader.Receive());
     if (FAILED(hr)) return hr;
     // The reader ends by itself at its deadline, unless one single read outlasts it.
-    const bool ended =
-        RunBounded([reading] { reading->result = ReadToEnd(reading->reader.Get(), &reading->bytes); },
-                   EffectiveTimeout() * kBodyTimeouts);
+    const bool ended = RunBounded(
+        Peer(), [reading] { reading->result = ReadToEnd(reading->reader.Get(), &reading->bytes); },
+        EffectiveTimeout() * kBodyTimeouts);
     if (!ended) {
         CloseAll();
         Trace(L"SOAP: the answer of %ls does not end\r\n", Printable(url_.host).c_str());
@@ -144,13 +144,14 @@ HRESULT CVlSoapWininetClient::ReadResponse(SaxHandler* handler) {
 }
 
 HRESULT CVlSoapWininetClient::Connect() {
-    internet_.Reset(InternetOpenW(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
-    if (internet_) {
-        SetTimeouts(internet_.Get());
-        connection_.Reset(InternetConnectW(internet_.Get(), url_.host.c_str(), url_.port, nullptr, nullptr,
-                                           INTERNET_SERVICE_HTTP, kConnectFlags, 0));
+    handles_->internet.Reset(InternetOpenW(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
+    if (handles_->internet) {
+        SetTimeouts(handles_->internet.Get());
+        handles_->connection.Reset(InternetConnectW(handles_->internet.Get(), url_.host.c_str(), url_.port,
+                                                    nullptr, nullptr, INTERNET_SERVICE_HTTP, kConnectFlags,
+                                                    0));
     }
-    if (connection_) return S_OK;
+    if (handles_->connection) return S_OK;
     Trace(L"SOAP: no connection to %ls, error %lu\r\n", Printable(url_.host).c_str(), GetLastError());
     CloseAll();
     clientError_ = SoapClientError::kConnect;
@@ -160,45 +161,46 @@ HRESULT CVlSoapWininetClient::Connect() {
 HRESULT CVlSoapWininetClient::OpenRequest() {
     const wchar_t* acceptTypes[] = {L"text/*", nullptr};
     const DWORD flags = kRequestFlags | (url_.secure ? INTERNET_FLAG_SECURE : 0);
-    request_.Reset(HttpOpenRequestW(connection_.Get(), L"POST", url_.path.c_str(), L"HTTP/1.0", nullptr,
-                                    acceptTypes, flags, 0));
-    if (!request_) {
+    handles_->request.Reset(HttpOpenRequestW(handles_->connection.Get(), L"POST", url_.path.c_str(),
+                                             L"HTTP/1.0", nullptr, acceptTypes, flags, 0));
+    if (!handles_->request) {
         Trace(L"SOAP: no request to %ls, error %lu\r\n", Printable(url_.host).c_str(), GetLastError());
         clientError_ = SoapClientError::kSend;
         return E_FAIL;
     }
     // Not every WinINet hands the session's time-outs down to its requests.
-    SetTimeouts(request_.Get());
+    SetTimeouts(handles_->request.Get());
     if (url_.secure) {
         DWORD security = 0;
         DWORD size = sizeof security;
-        InternetQueryOptionW(request_.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security, &size);
+        InternetQueryOptionW(handles_->request.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security, &size);
         security |= kIgnoreCertificate;
-        InternetSetOptionW(request_.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security, sizeof security);
+        InternetSetOptionW(handles_->request.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security,
+                           sizeof security);
     }
     return S_OK;
 }
 
 HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
     struct Sending {
-        HINTERNET request;
+        std::shared_ptr<Handles> handles;
         std::wstring headers;
         std::string body;
         BOOL sent = FALSE;
         DWORD error = ERROR_SUCCESS;
     };
     const auto sending = std::make_shared<Sending>();
-    sending->request = request_.Get();
+    sending->handles = handles_;
     sending->headers = std::move(headers);
     sending->body = body_;
     const auto send = [sending] {
         Sending& s = *sending;
-        s.sent = HttpSendRequestW(s.request, s.headers.data(), static_cast<DWORD>(s.headers.size()),
-                                  s.body.data(), static_cast<DWORD>(s.body.size()));
+        s.sent =
+            HttpSendRequestW(s.handles->request.Get(), s.headers.data(), static_cast<DWORD>(s.headers.size()),
+                             s.body.data(), static_cast<DWORD>(s.body.size()));
         s.error = s.sent ? ERROR_SUCCESS : GetLastError();
     };
-    const bool ended = RunBounded(send, EffectiveTimeout() * kSendTimeouts);
-    // Without its handle a call that was left behind has nothing more to wait for.
+    const bool ended = RunBounded(Peer(), send, EffectiveTimeout() * kSendTimeouts);
     if (!ended) CloseAll();
     if (ended && sending->sent) return S_OK;
     const DWORD error = ended ? sending->error : static_cast<DWORD>(ERROR_INTERNET_TIMEOUT);
@@ -210,7 +212,7 @@ HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
 HRESULT CVlSoapWininetClient::QueryStatus(int* status) {
     wchar_t text[256];
     DWORD size = sizeof text;
-    if (!HttpQueryInfoW(request_.Get(), HTTP_QUERY_STATUS_CODE, text, &size, nullptr)) {
+    if (!HttpQueryInfoW(handles_->request.Get(), HTTP_QUERY_STATUS_CODE, text, &size, nullptr)) {
         return GetLastError() == ERROR_INSUFFICIENT_BUFFER ? E_INVALIDARG : S_FALSE;
     }
     *status = static_cast<int>(std::wcstol(text, nullptr, 10));
@@ -236,6 +238,10 @@ void CVlSoapWininetClient::SetTimeouts(HINTERNET handle) const {
         DWORD timeout = timeout_;
         InternetSetOptionW(handle, option, &timeout, sizeof timeout);
     }
+}
+
+std::wstring CVlSoapWininetClient::Peer() const {
+    return url_.host + L":" + std::to_wstring(url_.port);
 }
 
 DWORD CVlSoapWininetClient::EffectiveTimeout() const {

@@ -12,7 +12,7 @@
 // With time-out 0 nothing is asked of WinINet and 30 seconds count in its place.
 //
 // For one thread, which has COM initialised; not shared. WinINet's handles are closed at the latest on
-// destruction.
+// destruction, or at the end of a call that outlasted its time.
 #pragma once
 
 #include <windows.h>
@@ -20,6 +20,7 @@
 #include <wininet.h>
 
 #include <functional>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -93,14 +94,21 @@ class CVlSoapWininetClient {
     HRESULT QueryStatus(int* status);
     HRESULT ReadFault();
     void SetTimeouts(HINTERNET handle) const;
+    std::wstring Peer() const;
     DWORD EffectiveTimeout() const;
+
+    // Closed in the reverse order. Shared with the calls that run on other threads: one that is left behind
+    // closes them when it ends, because not every WinINet survives a handle that is closed while it is in
+    // use.
+    struct Handles {
+        InternetHandle internet;
+        InternetHandle connection;
+        InternetHandle request;
+    };
 
     ServiceUrl url_;
     DWORD timeout_ = 0;
-    // Closed in the reverse order.
-    InternetHandle internet_;
-    InternetHandle connection_;
-    InternetHandle request_;
+    std::shared_ptr<Handles> handles_ = std::make_shared<Handles>();
     std::string body_;
     ComPtr<ISAXXMLReader> reader_;
     SoapFault fault_;
