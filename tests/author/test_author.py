@@ -22,7 +22,7 @@ ANSWER = f'<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" {PRINT}
 LEAF = 'query="pri:PrinterStatus" filter="pri:PrinterStatus/pri:PrinterState"'
 
 
-def vlmctl(*arguments, folder=None):
+def run_once(*arguments, folder=None):
     # Files, not pipes: under Wine a service that the program starts would hold the other end of a pipe for seconds.
     with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
         done = subprocess.run([RUNNER, BIN / "vlmctl.exe", "bidi", *arguments], cwd=folder, timeout=60, stdout=out, stderr=err)
@@ -30,6 +30,12 @@ def vlmctl(*arguments, folder=None):
             stream.seek(0)
             setattr(done, name, stream.read().decode("utf-8"))
     return done
+
+
+def vlmctl(*arguments, folder=None):
+    """Once more after an end without a word: under load Wine now and then loses a process at its start."""
+    done = run_once(*arguments, folder=folder)
+    return done if done.stdout or done.stderr else run_once(*arguments, folder=folder)
 
 
 def schema(body, attributes=""):

@@ -10,9 +10,14 @@ RUNNER = ROOT / "cmake/run-under-wine"
 
 
 def run(program, *arguments, stdin="", timeout=60):
-    """Runs one program to its end; the CompletedProcess with text output."""
-    return subprocess.run([RUNNER, BIN / program, *map(str, arguments)], input=stdin, capture_output=True, text=True,
-                          timeout=timeout)
+    """Runs one program to its end; the CompletedProcess with text output. Once more after an end without a word: under
+    load Wine now and then loses a process at its start."""
+    for _ in range(2):
+        done = subprocess.run([RUNNER, BIN / program, *map(str, arguments)], input=stdin, capture_output=True,
+                              text=True, timeout=timeout)
+        if done.stdout or done.stderr:
+            break
+    return done
 
 
 def vlmctl(*arguments, **more):
