@@ -49,7 +49,8 @@ Bytes HexMember(const json& object, const char* key) {
         if (c == ' ' && digits % 2 == 0) continue;
         sound = sound && value != std::string_view::npos;
         if (digits++ % 2 == 0) bytes.push_back(0);
-        bytes.back() = static_cast<std::uint8_t>(bytes.back() << 4 | (value & 0xF));
+        bytes.back() =
+            static_cast<std::uint8_t>(unsigned{bytes.back()} << 4 | (static_cast<unsigned>(value) & 0xF));
     }
     if (!sound || digits % 2 != 0) throw BadRequest(fmt::format("'{}' must be pairs of hex digits", key));
     return bytes;
