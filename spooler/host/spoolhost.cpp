@@ -2,8 +2,9 @@
 // came of it. One port over raw TCP, one printer of the stand-in spooler.
 //
 //   printer NAME            invents a printer
+//   usb PORT NAME           invents one on a USB port, with Bidi enabled and shared under its name
 //   job ID DOCUMENT         gives it a job
-//   open PORT HOST TCPPORT  opens a port of that name
+//   open PORT HOST TCPPORT [TIMEOUT]  opens a port of that name; the time-out of each step below in ms
 //   start ID                StartDocPort for the job
 //   write FILE              the file's bytes, in pieces of 64 KiB
 //   text WORDS              these words
@@ -65,7 +66,8 @@ class Scene {
         std::string rest;
         std::getline(words, rest);
         if (verb.empty() || verb[0] == '#') return;
-        if (verb == "printer") return AddPrinter(rest);
+        if (verb == "printer") return AddPrinter(rest, "", 0);
+        if (verb == "usb") return AddUsbPrinter(rest);
         if (verb == "job") return AddJob(rest);
         if (verb == "open") return Open(rest);
         if (verb == "start") return Start(rest);
@@ -79,9 +81,18 @@ class Scene {
     }
 
  private:
-    void AddPrinter(const std::string& name) {
+    void AddPrinter(const std::string& name, const std::string& port, DWORD attributes) {
         printer_ = FromUtf8(name);
-        printers_.Add({printer_.c_str(), L"", nullptr, 0, nullptr, nullptr});
+        printers_.Add(
+            {printer_.c_str(), FromUtf8(port).c_str(), printer_.c_str(), attributes, nullptr, nullptr});
+    }
+
+    void AddUsbPrinter(const std::string& rest) {
+        std::istringstream words(rest);
+        std::string port, name;
+        words >> port >> std::ws;
+        std::getline(words, name);
+        AddPrinter(name, port, PRINTER_ATTRIBUTE_ENABLE_BIDI | PRINTER_ATTRIBUTE_SHARED);
     }
 
     void AddJob(const std::string& rest) {
@@ -96,8 +107,10 @@ class Scene {
     void Open(const std::string& rest) {
         std::istringstream words(rest);
         std::string name, host, tcpPort;
+        DWORD timeout = 0;
         words >> name >> host >> tcpPort;
-        lower_ = std::make_unique<RawTcpMonitor>(host, tcpPort, kStepTimeout);
+        if (!(words >> timeout)) timeout = kStepTimeout;
+        lower_ = std::make_unique<RawTcpMonitor>(host, tcpPort, timeout);
         std::wstring portName = FromUtf8(name);
         Say("open " + name, monitor_.Table().pfnOpenPortEx(monitor_.Manager(), lower_.get(), portName.data(),
                                                            printer_.data(), &port_, lower_->Table()));
