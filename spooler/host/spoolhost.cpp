@@ -11,7 +11,7 @@
 //   end                     EndDocPort
 //   close                   ClosePort
 //   log                     what the stand-in spooler was asked since the last log
-//   run PROGRAM ARGS…       another process, waited for
+//   run PROGRAM ARGS…       another process, waited for; a program beside this one needs no path
 //
 // "spoolhost suspend" tells the monitor's hidden window, in whatever process it is, that the system suspends.
 
@@ -169,9 +169,13 @@ class Scene {
     }
 
     static void Run(const std::string& command) {
+        std::cout << "run " << command << std::endl;
         std::wstring line = FromUtf8(command);
+        // Its complaints where its results are, so that they stand in order.
         STARTUPINFOW startup{};
         startup.cb = sizeof startup;
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdOutput = startup.hStdError = GetStdHandle(STD_OUTPUT_HANDLE);
         PROCESS_INFORMATION process{};
         if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                             &process))
