@@ -292,8 +292,8 @@ local function frame_size(tvb, offset)
     if vpca.prefs.to_the_end and reaches_to_the_end(frame) then
         if not ends_here() then return nil, UNTIL_FIN end
         -- Another answer right where the length field says the next one begins: the field tells the truth.
-        local another = left >= size + HEADER and frame(size, 2):uint() == MAGIC and frame(size + 2, 1):uint() == VERSION
-        return another and size or left
+        local another = left >= size + HEADER and frame(size, 2):uint() == MAGIC
+        return another and frame(size + 2, 1):uint() == VERSION and size or left
     end
     if left < size then return nil, size - left end
     return size

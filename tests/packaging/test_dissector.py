@@ -84,7 +84,8 @@ class ExchangeTest(Dissected):
                 host.shutdown(socket.SHUT_WR)
                 while host.recv(65536):
                     pass
-        self.assertEqual(self.rows(tap, "vpca.block.size", "vpca.block.data")[1:], [("70000", pattern(70_000).hex(), "")])
+        self.assertEqual(self.rows(tap, "vpca.block.size", "vpca.block.data")[1:],
+                         [("70000", pattern(70_000).hex(), "")])
 
 
 class FrameTest(Dissected):
@@ -125,13 +126,15 @@ class FrameTest(Dissected):
     def test_frames_behind_each_other_in_one_segment(self):
         self.assertEqual(self.answers([examples.BLOCK_REQUEST + examples.ATTRIBUTE_REQUEST,
                                        examples.BLOCK_REPLY + examples.ATTRIBUTE_REPLY],
-                                      "vpca.operation", "vpca.block.data"), [("49 102", "", ""), ("49 102", "aabbccdd", "")])
+                                      "vpca.operation", "vpca.block.data"),
+                         [("49 102", "", ""), ("49 102", "aabbccdd", "")])
         by_length = (*DECODE_AS, "-o", "vpca.to_the_end:FALSE")
         self.assertEqual(self.answers([examples.BLOCK_REPLY + b"more"], "vpca.block.data", options=by_length),
                          [("aabbccdd", "Not a VPCA frame")])
 
     def test_other_connections_are_left_alone(self):
-        self.assertEqual(self.answers([b"%!PS-Adobe-3.0", b"\x1BE", b"\xCD\xCA\x11" + bytes(30), b"\xCD"], options=()), [])
+        documents = [b"%!PS-Adobe-3.0", b"\x1BE", b"\xCD\xCA\x11" + bytes(30), b"\xCD"]
+        self.assertEqual(self.answers(documents, options=()), [])
 
     def test_bad_frames_are_marked(self):
         block, attribute, request = examples.BLOCK_REPLY, examples.ATTRIBUTE_REPLY, examples.ATTRIBUTE_REQUEST
@@ -146,7 +149,8 @@ class FrameTest(Dissected):
                  "The body is not as long as its counts say"),
                 (attribute[:8] + b"\0\0" + attribute[10:20], "An answer without a list"),
                 (attribute[:20] + b"\2" + attribute[21:], "The list ends within an attribute"),
-                (attribute[:21] + b"\x09\x65" + attribute[23:], value), (attribute[:23] + b"\7" + attribute[24:], value),
+                (attribute[:21] + b"\x09\x65" + attribute[23:], value),
+                (attribute[:23] + b"\7" + attribute[24:], value),
                 (attribute[:21] + b"\0\2\xFF" + attribute[24:], "The value runs over the end of the list"),
                 (block[:4] + b"\0\x2D" + block[6:], "Unknown operation"),
                 (b"\xCD\xCA\x11" + block[3:], "Unknown protocol version"),

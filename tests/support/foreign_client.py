@@ -1,5 +1,5 @@
-"""A client of the remote procedures that shares no code with us or with the runtime that serves: impacket, and the bytes
-of each call written here."""
+"""A client of the remote procedures that shares no code with us or with the runtime that serves: impacket, and the
+bytes of each call written here."""
 
 import struct
 

@@ -4,7 +4,8 @@
         the host connects to ("127.0.0.1", tap.port)
     tap.save("exchange.pcap")
 
-A capture has one packet for each piece that arrived, with the ends of the connections; the printer's port in it is 9100.
+A capture has one packet for each piece that arrived, with the ends of the connections; the printer's port in it is
+9100.
 """
 
 import select
