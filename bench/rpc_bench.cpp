@@ -47,7 +47,6 @@ using namespace vlm;
 
 constexpr DWORD kPatience = 20'000;  // milliseconds
 constexpr const wchar_t* kReady = L"vlm_rpc_bench_ready";
-constexpr const wchar_t* kEnd = L"vlm_rpc_bench_end";
 
 // The answer with the data block 4, four bytes.
 constexpr std::array<BYTE, 28> kAnswer{0xCD, 0xCA, 0x10, 0x05, 0, 0x31, 0, 1, 0, 8, 0, 0, 0,    0,
@@ -77,7 +76,8 @@ KernelHandle Event(const wchar_t* name) {
     return KernelHandle(CreateEventW(nullptr, TRUE, FALSE, name));
 }
 
-int Serve() {
+// Until the client has ended.
+int Serve(DWORD client) {
     const standin::Printers printers;
     printers.Add({L"Office", L"USB001", L"office", PRINTER_ATTRIBUTE_ENABLE_BIDI, nullptr, nullptr});
     const host::MonitorHost host(host::BesideProgram(L"vllm3mon.dll"));
@@ -93,8 +93,9 @@ int Serve() {
     wchar_t name[] = L"USB001";
     if (!host.Table().pfnOpenPortEx(host.Manager(), &lower, name, name, &port, &lower)) return 1;
     if (RpcServerRegisterIf(empty_v1_0_s_ifspec, nullptr, nullptr) != RPC_S_OK) return 1;
+    const KernelHandle process(OpenProcess(SYNCHRONIZE, FALSE, client));
     SetEvent(Event(kReady).Get());
-    WaitForSingleObject(Event(kEnd).Get(), 10 * kPatience);
+    WaitForSingleObject(process.Get(), INFINITE);
     RpcServerUnregisterIf(empty_v1_0_s_ifspec, nullptr, TRUE);
     host.Table().pfnClosePort(port);
     return 0;
@@ -167,8 +168,8 @@ Medians Measure(const wchar_t* protocol, const wchar_t* endpoint) {
 
 int MeasureAll(const char* path) {
     const KernelHandle ready = Event(kReady);
-    const KernelHandle end = Event(kEnd);
-    std::wstring server = host::BesideProgram(L"rpc_bench.exe serve");
+    std::wstring server =
+        host::BesideProgram(L"rpc_bench.exe serve ") + std::to_wstring(GetCurrentProcessId());
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION process{};
@@ -190,14 +191,12 @@ int MeasureAll(const char* path) {
     rows.State("an empty procedure without parameters on the local endpoint", "us", local.nothing);
     state("the named pipe", Measure(L"ncacn_np", L"\\pipe\\vllm3mon"));
     state("TCP", Measure(L"ncacn_ip_tcp", L"51656"));
-    SetEvent(end.Get());
-    WaitForSingleObject(running.Get(), kPatience);
     return rows.WriteTo(path);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 2) return 2;
-    return std::strcmp(argv[1], "serve") == 0 ? Serve() : MeasureAll(argv[1]);
+    if (argc == 3 && std::strcmp(argv[1], "serve") == 0) return Serve(std::stoul(argv[2]));
+    return argc == 2 ? MeasureAll(argv[1]) : 2;
 }
