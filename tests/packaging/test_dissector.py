@@ -93,8 +93,10 @@ class FrameTest(Dissected):
         self.assertEqual(self.answers([examples.FULL_ATTRIBUTE_REQUEST], "vpca.request.word", "vpca.request.address",
                                       "vpca.request.id32", "vpca.request.id16"),
                          [("0x0a0b", "c0000207", "16909060 5", "180 2405", "")])
-        self.assertEqual(self.answers([examples.BLOCK_REFUSAL], "vpca.result", "vpca.block.id"),
-                         [("0", "", "Refused by the printer")])
+        optional = examples.BLOCK_REQUEST[:3] + b"\x0C" + examples.BLOCK_REQUEST[4:18] + b"\x7F\0" + bytes(4)
+        self.assertEqual(self.answers([examples.BLOCK_REFUSAL, optional], "vpca.result", "vpca.block.id",
+                                      "vpca.option"),
+                         [("0", "", "", "Refused by the printer"), ("", "0", "0x7f", "")])
         header = examples.ATTRIBUTE_REPLY[:8]
         shown = self.answers([header + len(body).to_bytes(2, "big") + bytes(8) + b"\0\1" + body
                               for body in examples.attribute_lists()],
@@ -110,18 +112,21 @@ class FrameTest(Dissected):
 
     def test_frames_split_over_segments(self):
         capture = Capture()
-        request, answer = examples.FULL_ATTRIBUTE_REQUEST, LONG_BLOCK + pattern(100)
+        request, refusal = examples.FULL_ATTRIBUTE_REQUEST, examples.BLOCK_REFUSAL
+        answer = LONG_BLOCK + pattern(100)
         splits = [1, 2, 3, 9, 19, 20, 21, len(request) - 1]
         for host, split in enumerate(splits, 50_000):
             capture.connect(host)
-            for whole, from_host in ((request, True), (answer, False), (answer, False)):
+            for whole, from_host in ((request, True), (refusal, False), (answer, False), (answer, False)):
                 capture.send(host, from_host, whole[:split])
-                capture.send(host, from_host, whole[split:])
+                if whole[split:]:
+                    capture.send(host, from_host, whole[split:])
             capture.end(host, True)
             capture.end(host, False)
-        rows = self.rows(capture, "vpca.request.id16", "vpca.block.data", options=DECODE_AS)
-        both = (LONG_BLOCK + pattern(100)).hex()  # no length says where the first answer ends
-        self.assertEqual(rows, [("180 2405", "", ""), ("", pattern(100).hex() + both, "")] * len(splits))
+        rows = self.rows(capture, "vpca.request.id16", "vpca.result", "vpca.block.data", options=DECODE_AS)
+        both = (pattern(100) + answer).hex()  # no length says where the first answer ends
+        self.assertEqual(rows, [("180 2405", "", "", ""), ("", "0", "", "Refused by the printer"),
+                                ("", "1", both, "")] * len(splits))
 
     def test_frames_behind_each_other_in_one_segment(self):
         self.assertEqual(self.answers([examples.BLOCK_REQUEST + examples.ATTRIBUTE_REQUEST,
