@@ -43,7 +43,7 @@ CheckResult CheckEndpoint(const std::string& what, RpcRoute route) {
         return Wrong(what, fmt::format("nobody serves there (RPC status {}); once the monitor is registered, "
                                        "restart the service 'Spooler'",
                                        reply.status));
-    return Ok(what, fmt::format("answers, with {} for no printer", reply.result));
+    return Ok(what, fmt::format("answers ({} for a printer without a name)", reply.result));
 }
 
 CheckResult CheckPrintService(const std::string& url) {
