@@ -18,7 +18,7 @@ ROOT = pathlib.Path(__file__).resolve().parents[1]
 TOOLS = "x86_64-w64-mingw32-"
 PROGRAMS = ("vllm3mon.dll", "vlmctl.exe")
 # As they lie in the tree; templates (".in") stay behind.
-FILES = ("*.md", "LICENSE", "docs/*.md", "examples/bidi/*", "packaging/*")
+FILES = ("*.md", "LICENSE", "docs/*.md", "examples/bidi/*", "packaging/**/*")
 LONG_AGO = (1980, 1, 1, 0, 0, 0)  # the format's first day
 
 
@@ -43,8 +43,9 @@ def contents(programs):
         for name in PROGRAMS:
             shipped[name], symbols[name + ".debug"] = split_symbols(programs / name, pathlib.Path(folder))
     for pattern in FILES:
-        for path in (path for path in ROOT.glob(pattern) if path.suffix != ".in"):
-            shipped[path.relative_to(ROOT).as_posix()] = path.read_bytes()
+        for path in ROOT.glob(pattern):
+            if path.is_file() and path.suffix != ".in":
+                shipped[path.relative_to(ROOT).as_posix()] = path.read_bytes()
     inf = (ROOT / "packaging/vllm3mon.inf.in").read_text().replace("@PROJECT_VERSION@", version())
     shipped["vllm3mon.inf"] = inf.replace("\n", "\r\n").encode("ascii")
     return shipped, symbols

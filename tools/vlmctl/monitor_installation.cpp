@@ -100,6 +100,7 @@ std::string SpoolerProblem(DWORD code) {
     const std::string number = " (" + std::to_string(code) + ")";
     switch (code) {
         case ERROR_ACCESS_DENIED:
+        case ERROR_PRIVILEGE_NOT_HELD:
             return "access denied" + number + "; run it from an elevated prompt (Run as administrator)";
         case ERROR_SHARING_VIOLATION:
             return "another process has it open" + number + "; restart the service 'Spooler'";
