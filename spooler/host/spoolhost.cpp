@@ -191,9 +191,10 @@ class Scene {
         std::cout << what << (result ? ": ok" : ": refused, " + ErrorText(error)) << std::endl;
     }
 
+    // Outlives the monitor, whose Shutdown closes a port that is still open.
+    std::unique_ptr<RawTcpMonitor> lower_;
     MonitorHost monitor_;
     vlm::standin::Printers printers_;
-    std::unique_ptr<RawTcpMonitor> lower_;
     std::wstring printer_;
     HANDLE port_ = nullptr;
     size_t logged_ = 0;

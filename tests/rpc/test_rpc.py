@@ -312,6 +312,19 @@ class ClosingTest(unittest.TestCase):
         self.assertEqual(host.do("calls"), "")
         host.stop()
 
+    def test_shutdown_does_not_wait_for_ever_for_a_call_that_the_spooler_holds(self):
+        host = self.start()
+        host.do("delay 8000")
+        caller = threading.Thread(target=self.query)
+        caller.start()
+        time.sleep(1)
+        waited = int(host.do("shutdown").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
+        self.assertEqual(host.do("unload"), "kept")
+        caller.join()
+        self.assertEqual(host.do("ping"), "pong")
+        host.stop()
+
     def test_process_ends_at_once_with_a_call_in_flight(self):
         for arguments in ([], ["spoolsv.exe"]):
             with self.subTest(arguments):
