@@ -67,10 +67,8 @@ class DeviceTest(unittest.TestCase):
         return parse(self.client.call(1, command(shorts=ids, size=size)))
 
     def assert_serves(self):
-        """The port is free, and no byte of an exchange before is in the way."""
-        begin = time.monotonic()
+        """The lock is free (else the answer is 5), and no byte of an exchange before is in the way."""
         self.assertEqual(self.query(), (0, 4, SMALL_BLOCK_DATA))
-        self.assertLess(time.monotonic() - begin, 0.9, "the lock was not free at once")
 
     def test_data_blocks_come_as_the_device_has_them_up_to_one_read(self):
         for data_id, capacity, expected in (
@@ -119,7 +117,7 @@ class DeviceTest(unittest.TestCase):
             (block, {"truncate": 0, "close": True}, 13),
             (block, {"truncate": 0}, TIMED_OUT), (attribute, {"truncate": 0}, TIMED_OUT),
             # An answer that comes after the port below gave up is not taken for the next call's.
-            (block, {"delay": LOWER_TIMEOUT + 300}, TIMED_OUT), (block, {"delay": LOWER_TIMEOUT // 2}, 0),
+            (block, {"delay": LOWER_TIMEOUT + 300}, TIMED_OUT), (block, {"delay": LOWER_TIMEOUT // 4}, 0),
         ]
         for call, fault, expected in cases:
             with self.subTest(call=call.__name__, **{key: str(value)[:40] for key, value in fault.items()}):
