@@ -1,5 +1,5 @@
-// The department-ID service once more, out of a SOAP toolkit's generator and on its parser, which knows nothing of
-// ours. Prints its port, then serves on loopback until its parent ends.
+// The department-ID service once more, out of a SOAP toolkit's generator and on its parser, which knows
+// nothing of ours. Prints its port, then serves on loopback until its parent ends.
 //
 // It allows one account (below), answers the user "fault" with a SOAP fault, and refuses the rest.
 #include <signal.h>
@@ -23,14 +23,16 @@ bool Is(const char* text, std::string_view expected) {
 int deptid__CheckUserPassword(soap* context, char* username, char* domain, char* type, char* password,
                               deptid__CheckUserPasswordResponse& response) {
     if (Is(username, "fault")) return soap_receiver_fault(context, "The directory is away", nullptr);
-    response.result = Is(username, "J\u00fcrgen & S\u00f6hne") && Is(domain, "<sales>") && Is(type, "") &&
-                      Is(password, "\u20ac \"quoted\" 'too' \U0001F512");
+    // ASCII only: this toolkit's parser reads no more than five digits of a numeric reference, and we write
+    // six.
+    response.result = Is(username, "Jones & Sons") && Is(domain, "<sales>") && Is(type, "") &&
+                      Is(password, "\"quoted\" 'too' ");
     return SOAP_OK;
 }
 
 int main() {
     prctl(PR_SET_PDEATHSIG, SIGTERM);
-    soap context(SOAP_XML_STRICT | SOAP_C_UTFSTRING);
+    soap context(SOAP_XML_STRICT);
     context.accept_timeout = 60;
     context.send_timeout = context.recv_timeout = 5;
     constexpr int kBacklog = 10;
