@@ -5,11 +5,13 @@ import json
 import os
 import pathlib
 import pty
+import re
 import select
 import subprocess
 import sys
 import tempfile
 import time
+import tty
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
@@ -17,6 +19,7 @@ import windows  # noqa: E402
 from vprinter import VirtualPrinter  # noqa: E402
 
 SECRET = "Xq7-<\"hidden\"> & 'geheim' \u20ac\U0001F512"
+TERMINAL_CODE = re.compile(rb"\x1b\[[?0-9;]*[A-Za-z]")
 NOBODY = "http://127.0.0.1:1/active/deptid"
 TOOLKIT = pathlib.Path(os.environ.get("DEPTID_TOOLKIT", windows.ROOT / "build/native/bin/deptid_toolkit"))
 
@@ -77,11 +80,33 @@ class AgainstThePrinter(Check):
     def test_password_has_to_come_from_outside_the_command_line(self):
         self.expect(check(self.url, "4711", password=""), 1, "", "no password on standard input$")
         self.expect(check(self.url, "4711", password="x" * 2000), 1, "", "longer than 1,024")
+        self.expect(check(self.url, "4711", password="x\x08\n"), 1, "", "control character")
         for arguments in ((self.url, "--user", "4711", "--password", "x"), (self.url, "--user", "4711", "x"),
                           (self.url,), ("http://user@host/", "--user", "4711")):
             with self.subTest(arguments):
                 done = windows.vlmctl("deptid", "check", *arguments, stdin="x\n")
                 self.assertEqual(done.returncode, 2, done.stdout + done.stderr)
+
+    def test_terminal_does_not_show_what_is_typed(self):
+        terminal, stdin = pty.openpty()
+        tty.setraw(stdin)  # any echo is the console's, which Wine makes of the terminal
+        command = [windows.RUNNER, windows.BIN / "vlmctl.exe", "deptid", "check", self.url, "--user", "4711"]
+        with subprocess.Popen([*command, "--type", "department"], stdin=stdin, stdout=subprocess.PIPE, stderr=stdin,
+                              start_new_session=True) as program:
+            os.close(stdin)
+            shown, typed, give_up = b"", False, time.monotonic() + 30
+            try:
+                while select.select([terminal], [], [], max(0, give_up - time.monotonic()))[0]:
+                    shown = TERMINAL_CODE.sub(b"", shown + os.read(terminal, 4096))
+                    if not typed and shown.endswith(b"Password:"):  # the blank behind it is such a code
+                        typed = os.write(terminal, f"{SECRET}\r".encode()) > 0
+            except OSError:
+                pass  # the program has ended, and with it the other end of the terminal
+            finally:
+                program.kill()
+                os.close(terminal)
+            self.assertEqual(program.stdout.read(), b"allowed\n", shown)
+        self.assertRegex(shown, rb"^Password:\s*$")
 
     def test_password_appears_nowhere(self):
         for fault in (None, "soap11-fault", "not-found", "html", "truncated"):

@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cstdio>
+#include <string_view>
 
 #include "tools/vlmctl/command.h"
 
@@ -13,31 +14,33 @@ namespace {
 
 constexpr size_t kLongest = 1024;  // characters, or bytes
 
-// Ctrl+C ends the input, not the program, which would leave the console without echo.
-BOOL WINAPI KeepRunning(DWORD event) {
-    return event == CTRL_C_EVENT || event == CTRL_BREAK_EVENT ? TRUE : FALSE;
+// The echo outlives the program, so it comes back before Ctrl+C ends that.
+HANDLE quietConsole = nullptr;
+DWORD modeBefore = 0;
+
+BOOL WINAPI RestoreEcho(DWORD) {
+    SetConsoleMode(quietConsole, modeBefore);
+    return FALSE;
 }
 
+// One at a time.
 class WithoutEcho {
  public:
-    WithoutEcho(HANDLE console, DWORD mode) : console_(console), mode_(mode) {
-        SetConsoleCtrlHandler(KeepRunning, TRUE);
-        if (!SetConsoleMode(
-                console, (mode & ~DWORD{ENABLE_ECHO_INPUT}) | ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT)) {
-            SetConsoleCtrlHandler(KeepRunning, FALSE);
-            throw CommandError("the console's echo cannot be switched off");
-        }
+    WithoutEcho(HANDLE console, DWORD mode) {
+        quietConsole = console;
+        modeBefore = mode;
+        SetConsoleCtrlHandler(RestoreEcho, TRUE);
+        const DWORD line = ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT;
+        if (SetConsoleMode(console, (mode & ~DWORD{ENABLE_ECHO_INPUT}) | line)) return;
+        SetConsoleCtrlHandler(RestoreEcho, FALSE);
+        throw CommandError("the console's echo cannot be switched off");
     }
     ~WithoutEcho() {
-        SetConsoleMode(console_, mode_);
-        SetConsoleCtrlHandler(KeepRunning, FALSE);
+        SetConsoleMode(quietConsole, modeBefore);
+        SetConsoleCtrlHandler(RestoreEcho, FALSE);
     }
     WithoutEcho(const WithoutEcho&) = delete;
     WithoutEcho& operator=(const WithoutEcho&) = delete;
-
- private:
-    HANDLE console_;
-    DWORD mode_;
 };
 
 // A line on the stack, wiped in any case.
@@ -63,6 +66,13 @@ void CutLineEnd(Line<Char>* line) {
     }
 }
 
+// XML has no control characters; the printer could not read the question.
+std::wstring Checked(std::wstring_view text) {
+    for (const wchar_t c : text)
+        if (c < L' ' && c != L'\t') throw CommandError("the password has a control character");
+    return std::wstring(text);
+}
+
 std::wstring Type(HANDLE console, DWORD mode) {
     Line<wchar_t> line;
     DWORD count = 0;
@@ -73,12 +83,12 @@ std::wstring Type(HANDLE console, DWORD mode) {
         read = ReadConsoleW(console, line.text.data(), static_cast<DWORD>(line.text.size()), &count, nullptr);
     }
     std::fputs("\n", stderr);
-    // Every line that was entered has an end, even an empty one; Ctrl+C and Ctrl+Z leave none.
+    // Every line that was entered has an end, even an empty one.
     line.length = count;
-    if (!read || count == 0 || line.text[0] == L'\x1A') throw CommandError("cancelled");
+    if (!read || count == 0) throw CommandError("there is no password from the console");
     if (count == line.text.size()) RefuseLength();
     CutLineEnd(&line);
-    return std::wstring(line.text.data(), line.length);
+    return Checked({line.text.data(), line.length});
 }
 
 std::wstring ReadLine(HANDLE input) {
@@ -100,7 +110,7 @@ std::wstring ReadLine(HANDLE input) {
         MultiByteToWideChar(CP_UTF8, MB_ERR_INVALID_CHARS, line.text.data(), static_cast<int>(line.length),
                             wide.text.data(), static_cast<int>(wide.text.size()));
     if (length == 0) throw CommandError("the password on standard input is not UTF-8");
-    return std::wstring(wide.text.data(), static_cast<size_t>(length));
+    return Checked({wide.text.data(), static_cast<size_t>(length)});
 }
 
 }  // namespace

@@ -7,8 +7,8 @@
 namespace vlm::ctl {
 
 // The next line of standard input: typed at a prompt on standard error when that is a console, else as UTF-8.
-// An empty line is an empty password. Throws CommandError when there is none, when it is cancelled or too
-// long.
+// An empty line is an empty password. Throws CommandError when there is none, when it is too long or has
+// control characters.
 std::wstring ReadPassword();
 
 // Overwrites the text where it stands, for when it is not needed any more.
