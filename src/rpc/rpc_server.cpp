@@ -9,6 +9,7 @@
 #include "rpc/procedures.h"
 #include "util/handles.h"
 #include "util/scope_exit.h"
+#include "util/srw_lock.h"
 #include "util/vlutil.h"
 
 namespace vlm::rpc {
@@ -17,7 +18,8 @@ namespace {
 
 constexpr unsigned kQueuedCalls = RPC_C_PROTSEQ_MAX_REQS_DEFAULT;  // of one endpoint
 constexpr unsigned kFewestThreads = 1;
-constexpr unsigned kMostCalls = 1'234;  // at once
+constexpr unsigned kMostCalls = 1'234;      // at once
+constexpr DWORD kLastCallsTimeout = 3'000;  // milliseconds
 
 struct Endpoint {
     const wchar_t* protocol;
@@ -31,14 +33,6 @@ constexpr std::array<Endpoint, 2> kRemote = {
 SRWLOCK lock = SRWLOCK_INIT;
 int starts = 0;
 bool registered = false;
-
-class Exclusive {
- public:
-    Exclusive() { AcquireSRWLockExclusive(&lock); }
-    ~Exclusive() { ReleaseSRWLockExclusive(&lock); }
-    Exclusive(const Exclusive&) = delete;
-    Exclusive& operator=(const Exclusive&) = delete;
-};
 
 // Every failure of the runtime goes through here, with the call that failed.
 void Report(const wchar_t* call, RPC_STATUS status) {
@@ -139,10 +133,25 @@ void KeepThisModuleLoaded() {
                        reinterpret_cast<LPCWSTR>(&registered), &module);
 }
 
+DWORD WINAPI TakeInterfaceBack(void*) {
+    RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, TRUE);
+    return 0;
+}
+
+// The runtime would wait without a limit, for instance for a call whose answer the spooler still owes, and at
+// times for one that is over. So a thread does that, and what it waits for in vain keeps this module.
+void TakeInterfaceBackAfterLastCalls() {
+    const KernelHandle thread(CreateThread(nullptr, 0, TakeInterfaceBack, nullptr, 0, nullptr));
+    if (!thread) RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE);
+    if (thread && WaitForSingleObject(thread.Get(), kLastCallsTimeout) == WAIT_OBJECT_0) return;
+    Trace(L"RPC server: a call does not end, so the module stays\r\n");
+    KeepThisModuleLoaded();
+}
+
 }  // namespace
 
 DWORD StartRpcServer(const PortDirectory& ports) {
-    const Exclusive exclusive;
+    const ExclusiveScope exclusive(lock);
     ++starts;
     KeepRuntimeLoaded();
     if (!registered) portDirectory = ports;
@@ -152,11 +161,15 @@ DWORD StartRpcServer(const PortDirectory& ports) {
 }
 
 void StopRpcServer(bool exchangesHang) {
-    const Exclusive exclusive;
+    const ExclusiveScope exclusive(lock);
     if (exchangesHang) KeepThisModuleLoaded();
     if (--starts != 0 || !registered) return;
     registered = false;
-    RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, exchangesHang ? FALSE : TRUE);
+    if (exchangesHang) {
+        RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE);
+    } else {
+        TakeInterfaceBackAfterLastCalls();
+    }
 }
 
 void UnregisterAtDetach() {
