@@ -115,7 +115,8 @@ class SoapServer : public httplib::Server {
             CollectingStream stream(channel, address_, port_);
             std::string path;
             bool closed = false;
-            process_request(stream, true, closed, [&](httplib::Request& request) { path = request.path; });
+            process_request(stream, true, closed,
+                            [&](const httplib::Request& request) { path = request.path; });
             if (stream.Written().empty()) return;
             if (orders.fault)
                 delivery = Misbehave(*orders.fault, stream.Written(), path, SelfUrl());
