@@ -15,6 +15,7 @@
 #include "tools/vlmctl/console.h"
 #include "tools/vlmctl/trace_view.h"
 #include "util/com.h"
+#include "util/vlutil.h"
 
 namespace {
 
@@ -46,6 +47,7 @@ int Run() {
     AddPrintCommand(app);
     AddRpcCommands(app);
     AddStatusCommand(app);
+    AddTraceCommand(app);
     AddVpcaCommands(app);
     AddWsdCommand(app);
     try {
@@ -63,6 +65,7 @@ int Run() {
 
 int main() {
     PrepareConsole();
+    vlm::ReadTraceLevel();
     try {
         return Run();
     } catch (const CommandError& error) {
