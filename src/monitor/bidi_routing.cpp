@@ -16,7 +16,7 @@
 #include "soap/printer_elements.h"
 #include "util/com.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
+#include "util/trace_lines.h"
 
 namespace vlm {
 
@@ -30,13 +30,9 @@ bool Equal(const wchar_t* one, const wchar_t* other) {
     return std::wcscmp(one, other) == 0;
 }
 
-// Says in the trace why, and returns the code. Does not throw: a line that there is no memory for is left
-// out.
+// Says in the trace why, and returns the code.
 DWORD Refuse(const LmPort& port, DWORD code, const wchar_t* reason) noexcept {
-    try {
-        Trace(L"Bidi: port %ls: %ls, error %lu\r\n", Printable(port.portName).c_str(), reason, code);
-    } catch (const std::bad_alloc&) {
-    }
+    TraceRefusal(port.portName, reason, code);
     return code;
 }
 
@@ -99,21 +95,38 @@ EntryIndex IndexOf(const BIDI_RESPONSE_CONTAINER& answer) {
     return index;
 }
 
+void Tally(const LmPort& port, const BIDI_RESPONSE_DATA& entry, AnsweredBy by, QueryTally& tally) {
+    TallyEntry(port.portName, entry.pSchema, entry.dwResult, by, &tally);
+}
+
+void TallyAll(const LmPort& port, const BIDI_RESPONSE_CONTAINER* answer, AnsweredBy by, QueryTally& tally) {
+    if (answer == nullptr) return;
+    for (DWORD i = 0; i < answer->Count; ++i)
+        Tally(port, answer->aData[i], by, tally);
+}
+
+struct PickedEntry {
+    const BIDI_RESPONSE_DATA* entry;
+    AnsweredBy by;
+};
+
 // The entries of the merge, still in the memory of the two answers.
-std::vector<const BIDI_RESPONSE_DATA*> PickEntries(const BIDI_RESPONSE_CONTAINER& engine,
-                                                   const BIDI_RESPONSE_CONTAINER& lower) {
+std::vector<PickedEntry> PickEntries(const BIDI_RESPONSE_CONTAINER& engine,
+                                     const BIDI_RESPONSE_CONTAINER& lower) {
     const EntryIndex byEngine = IndexOf(engine);
     const EntryIndex byLower = IndexOf(lower);
-    std::vector<const BIDI_RESPONSE_DATA*> picked;
+    std::vector<PickedEntry> picked;
     picked.reserve(size_t{engine.Count} + lower.Count);
     for (DWORD i = 0; i < engine.Count; ++i) {
         const BIDI_RESPONSE_DATA& own = engine.aData[i];
         const auto found = own.dwResult != 0 ? byLower.find(QuestionOf(own)) : byLower.end();
         const bool lowerWins = found != byLower.end() && found->second->dwResult == 0;
-        picked.push_back(lowerWins ? found->second : &own);
+        picked.push_back(lowerWins ? PickedEntry{found->second, AnsweredBy::kLowerMonitor}
+                                   : PickedEntry{&own, AnsweredBy::kEngine});
     }
     for (DWORD i = 0; i < lower.Count; ++i)
-        if (!byEngine.contains(QuestionOf(lower.aData[i]))) picked.push_back(&lower.aData[i]);
+        if (!byEngine.contains(QuestionOf(lower.aData[i])))
+            picked.push_back({&lower.aData[i], AnsweredBy::kLowerMonitor});
     return picked;
 }
 
@@ -147,21 +160,24 @@ HRESULT AnswerFromPrinter(CLmMgr& manager, const LmPort& port, const BIDI_REQUES
 }
 
 DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
-                        BIDI_RESPONSE_CONTAINER** response) {
+                        BIDI_RESPONSE_CONTAINER** response, QueryTally& tally) {
     if (action == nullptr || request == nullptr || response == nullptr)
         return Refuse(port, ERROR_INVALID_PARAMETER, L"a query without action, request or response");
     if (port.owner->IsPooledPrinter(port))
         return Refuse(port, ERROR_NOT_SUPPORTED, L"no Bidi for a pooled printer");
     if (Equal(action, kEnumSchema)) {
-        return port.lower.base.pfnSendRecvBidiDataFromPort(port.lowerPort, accessBit, action, request,
-                                                           response);
+        const DWORD code =
+            port.lower.base.pfnSendRecvBidiDataFromPort(port.lowerPort, accessBit, action, request, response);
+        // The answer is not looked at: nothing says that there is one.
+        return code == ERROR_SUCCESS ? code
+                                     : Refuse(port, code, L"the lower monitor does not list its schemas");
     }
     *response = nullptr;
     // Outlives the request. COM of another mode on this thread is as good; without any COM the engine fails,
     // and the lower monitor answers alone.
     const ComApartment apartment(COINIT_APARTMENTTHREADED);
     CBidiReq query(accessBit, action, request);
-    const DWORD code = port.owner->QueryBidi(port, query);
+    const DWORD code = port.owner->QueryBidi(port, query, &tally);
     if (code != ERROR_SUCCESS) return code;
     *response = query.DetachResponse();
     return *response != nullptr ? ERROR_SUCCESS : Refuse(port, ERROR_NO_DATA, L"nothing to answer");
@@ -190,13 +206,16 @@ DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
 }
 
 DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BIDI_RESPONSE_CONTAINER** lower,
-                   DWORD version, DWORD flags, BIDI_RESPONSE_CONTAINER** merged) {
+                   DWORD version, DWORD flags, BIDI_RESPONSE_CONTAINER** merged, const LmPort& port,
+                   QueryTally& tally) {
     *merged = nullptr;
     if (IsEmpty(*engine) && IsEmpty(*lower)) return ERROR_SUCCESS;
     if (IsEmpty(*engine) || IsEmpty(*lower)) {
-        *merged = std::exchange(IsEmpty(*engine) ? *lower : *engine, nullptr);
+        const AnsweredBy by = IsEmpty(*engine) ? AnsweredBy::kLowerMonitor : AnsweredBy::kEngine;
+        *merged = std::exchange(by == AnsweredBy::kEngine ? *engine : *lower, nullptr);
         (*merged)->Version = version;
         (*merged)->Flags = flags;
+        TallyAll(port, *merged, by, tally);
         return ERROR_SUCCESS;
     }
     const auto picked = PickEntries(**engine, **lower);
@@ -205,13 +224,16 @@ DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BID
     const GlobalMemory gathered(GlobalAlloc(GPTR, size));
     if (!gathered) return ERROR_OUTOFMEMORY;
     auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(gathered.Get());
-    for (const BIDI_RESPONSE_DATA* entry : picked)
-        container->aData[container->Count++] = *entry;
+    for (const PickedEntry& each : picked)
+        container->aData[container->Count++] = *each.entry;
     *merged = memory.Merge(container, nullptr, version, flags);
-    return *merged != nullptr ? ERROR_SUCCESS : ERROR_OUTOFMEMORY;
+    if (*merged == nullptr) return ERROR_OUTOFMEMORY;
+    for (const PickedEntry& each : picked)
+        Tally(port, *each.entry, each.by, tally);
+    return ERROR_SUCCESS;
 }
 
-DWORD CLmMgr::QueryBidi(const LmPort& port, CBidiReq& request) {
+DWORD CLmMgr::QueryBidi(const LmPort& port, CBidiReq& request, QueryTally* tally) {
     if (!request.IsValid()) return Refuse(port, ERROR_INVALID_PARAMETER, L"no valid request");
     GlobalMemory unanswered;
     if (!request.MakeUnanswered(&unanswered))
@@ -229,11 +251,12 @@ DWORD CLmMgr::QueryBidi(const LmPort& port, CBidiReq& request) {
         code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, lower.Place());
         if (engineCode == ERROR_SUCCESS || code == ERROR_SUCCESS) {
             code = MergeAnswers(bidiMem_, engine.Place(), lower.Place(), reduced->Version, reduced->Flags,
-                                answer.Place());
+                                answer.Place(), port, *tally);
             if (code != ERROR_SUCCESS) Refuse(port, code, L"no memory for the merged answer");
         }
     } else {
         code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, answer.Place());
+        TallyAll(port, *answer.Place(), AnsweredBy::kLowerMonitor, *tally);
     }
     if (code != ERROR_SUCCESS) return code;
     if (!request.TakeResponse(answer.Place()))
@@ -262,12 +285,18 @@ DWORD CLmMgr::AnswerLocally(const BIDI_REQUEST_CONTAINER* request, BIDI_RESPONSE
 
 DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
                 BIDI_RESPONSE_CONTAINER** response) noexcept {
-    return GuardCode(port, L"an exception ended the query", [&]() -> DWORD {
+    const TraceClock::time_point begin = TraceClock::now();
+    QueryTally tally;
+    const DWORD code = GuardCode(port, L"an exception ended the query", [&]() -> DWORD {
         if (port.lower.base.pfnSendRecvBidiDataFromPort != nullptr && !IsUsbPort(port))
-            return AnswerNetworkPort(port, accessBit, action, request, response);
-        const DWORD code = port.owner->AnswerLocally(request, response);
-        return code == ERROR_SUCCESS ? code : Refuse(port, code, L"no local answer");
+            return AnswerNetworkPort(port, accessBit, action, request, response, tally);
+        const DWORD local = port.owner->AnswerLocally(request, response);
+        if (local != ERROR_SUCCESS) return Refuse(port, local, L"no local answer");
+        TallyAll(port, *response, AnsweredBy::kEngine, tally);
+        return local;
     });
+    TraceQueryEnd(port.portName, action, code, tally, begin);
+    return code;
 }
 
 }  // namespace vlm

@@ -56,15 +56,15 @@ void PollForCompletion(const LmPort& port) {
                  answer.data(), kCompletionOffered, &returned))
             continue;
         if (returned >= kCompletionLongest) {
-            Trace(L"EndDocPort: the lower monitor of %ls returned %lu bytes where %lu were offered\r\n",
-                  Printable(port.portName).c_str(), returned, kCompletionOffered);
+            Trace(L"Error: port \"%ls\": the lower monitor returned %lu bytes where %lu were offered\r\n",
+                  TraceName(port.portName).c_str(), returned, kCompletionOffered);
             return;
         }
         std::array<char, kCompletionLongest> text{};
         std::memcpy(text.data(), answer.data(), returned);
         if (std::strcmp(text.data(), kCompletionAnswer) == 0) return;
     }
-    Trace(L"EndDocPort: no completion from port %ls\r\n", Printable(port.portName).c_str());
+    Trace(L"Error: port \"%ls\": no completion of a deleted job\r\n", TraceName(port.portName).c_str());
 }
 
 // Tells the spooler how far the job got, and lets go of its printer.
@@ -93,6 +93,7 @@ BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
         const ScopeExit finish([port] {
             FinishJob(*port);
             SetEvent(port->portEvent);
+            EndTally(*port);
         });
         if (port->printer != nullptr && IsNetworkPort(*port)) NoteJobStatus(*port);
         if (port->lower.base.pfnEndDocPort != nullptr) {

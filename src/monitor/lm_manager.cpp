@@ -31,6 +31,11 @@ void FreePortRecord(LmPort* port) {
     GlobalFree(port);
 }
 
+void EndTally(LmPort& port) {
+    const JobTally tally = std::exchange(port.tally, {});
+    if (tally.begin != TraceClock::time_point()) TraceJobEnd(port.portName, port.jobId, tally);
+}
+
 bool IsUsbPort(const LmPort& port) {
     return _wcsnicmp(port.portName, L"USB", 3) == 0;
 }

@@ -51,8 +51,8 @@ class CLmMgr {
 
     // Answers the request's open entries: "Get" and "GetAll" from the engine and the lower monitor together,
     // any other action from the lower monitor alone. The answer is put behind the response that the request
-    // holds. A Win32 code; when both sources fail, the lower monitor's.
-    DWORD QueryBidi(const LmPort& port, CBidiReq& request);
+    // holds, and its entries are counted. A Win32 code; when both sources fail, the lower monitor's.
+    DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryTally* tally);
     // The engine's own answer, from the printer. A Win32 code: 14 for a null port, 87 for another null
     // argument; a failure without a code of its own is 1627. The answer is router memory, null after a
     // failure.

@@ -15,6 +15,7 @@
 #include <type_traits>
 
 #include "util/spooler_api.h"
+#include "util/trace_lines.h"
 
 namespace vlm {
 
@@ -61,10 +62,13 @@ struct LmPort {
     HANDLE portEvent;     // the job lock: auto-reset, taken for a job or an exchange; may be null
     Monitor2Table lower;  // the lower monitor's operations; all null when it could not open the port
     RemoteUse remote;
+    JobTally tally;  // of the job that runs; the only part of the record that WritePort adds to
 };
 static_assert(std::is_standard_layout_v<LmPort>);
 static_assert(std::atomic<uint32_t>::is_always_lock_free && sizeof(std::atomic<uint32_t>) == sizeof(DWORD));
 
+// Says in the trace that the job has ended, if one had begun.
+void EndTally(LmPort& port);
 // Whether the port's name is that of a USB port.
 bool IsUsbPort(const LmPort& port);
 // Whether job status and completion are looked at: a USB port, and a name too short to be anything else, is

@@ -18,7 +18,7 @@
 #if defined(_MSC_VER)
 #define VLM_NOINLINE __declspec(noinline)
 #else
-#define VLM_NOINLINE __attribute__((noinline))
+#define VLM_NOINLINE __attribute__((noinline, cold))
 #endif
 
 namespace vlm {
@@ -90,16 +90,26 @@ bool RenamePrinterAndOpen(LmPort& port, wchar_t* printer) {
     return true;
 }
 
-VLM_NOINLINE BOOL RefuseWrite(HANDLE hPort) {
-    return PortOf(hPort) == nullptr ? FALSE : Refuse(kSuspended);
-}
+// Where the byte count of a write stands whose caller does not want it.
+constexpr DWORD kNoBytes = 0;
 
-VLM_NOINLINE void NoteWriteResult(LmPort& port, BOOL written) {
+// A write that failed, or the first one after it that did not.
+VLM_NOINLINE BOOL NoteWriteResult(LmPort& port, BOOL written) {
     if (written) {
         port.flags.fetch_and(~DWORD{LMPORT_WRITE_FAILED}, std::memory_order_relaxed);
+        port.tally.bytes += *port.tally.count;
     } else {
         port.flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
+        ++port.tally.failedWrites;
     }
+    return written;
+}
+
+VLM_NOINLINE BOOL RefuseWrite(HANDLE hPort) {
+    LmPort* port = PortOf(hPort);
+    if (port == nullptr) return FALSE;
+    ++port->tally.failedWrites;
+    return Refuse(kSuspended);
 }
 
 }  // namespace
@@ -113,37 +123,41 @@ LmPort* PortOf(HANDLE hPort) {
 BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName, LPWSTR pPrinterName,
                        PHANDLE pHandle, LPMONITOR2 pMonitor2) noexcept {
     return GuardOperation(L"OpenPortEx", [&]() -> BOOL {
-        if (!CanServeAsLower(pMonitor2)) {
-            Trace(L"OpenPortEx: the lower monitor lacks an operation that every port needs\r\n");
-            return Refuse(ERROR_INVALID_PRINT_MONITOR);
-        }
+        const auto refuse = [pszPortName](DWORD error, const wchar_t* reason) {
+            TraceRefusal(pszPortName, reason, error);
+            return Refuse(error);
+        };
+        if (!CanServeAsLower(pMonitor2))
+            return refuse(ERROR_INVALID_PRINT_MONITOR,
+                          L"the lower monitor lacks an operation that ports need");
         auto* manager = static_cast<CLmMgr*>(hMonitor);
-        if (manager == nullptr || !IsHandedOut(manager)) return Refuse(ERROR_INVALID_MONITOR_HANDLE);
+        if (manager == nullptr || !IsHandedOut(manager))
+            return refuse(ERROR_INVALID_MONITOR_HANDLE, L"opened with a handle that is no monitor's");
         if (pszPortName == nullptr || *pszPortName == L'\0' || pHandle == nullptr)
-            return Refuse(ERROR_INVALID_PARAMETER);
+            return refuse(ERROR_INVALID_PARAMETER, L"opened without a name or a place for the handle");
 
         const std::wstring eventName = std::wstring(L"ToviLM3BEvent_") + pszPortName;
         LmPort* port = nullptr;
+        bool isOpen = false;
         {
             const LockGuard guard(processState.monitorLock);
-            if (manager->FindPort(pszPortName) != nullptr) {
-                Trace(L"OpenPortEx: port %ls is open already\r\n", Printable(pszPortName).c_str());
-                return Refuse(ERROR_BUSY);
-            }
-            port = manager->CreatePort(hMonitorPort, pszPortName, pPrinterName);
+            isOpen = manager->FindPort(pszPortName) != nullptr;
+            if (!isOpen) port = manager->CreatePort(hMonitorPort, pszPortName, pPrinterName);
         }
-        if (port == nullptr) return Refuse(ERROR_NOT_ENOUGH_MEMORY);
+        if (isOpen) return refuse(ERROR_BUSY, L"open already");
+        if (port == nullptr) return refuse(ERROR_NOT_ENOUGH_MEMORY, L"no memory for its record");
 
         {
             const LastErrorKeeper keeper;
             port->portEvent = CreateEventW(nullptr, FALSE, TRUE, eventName.c_str());
-            if (port->portEvent == nullptr)
-                Trace(L"OpenPortEx: port %ls has no job lock, error %lu\r\n", Printable(pszPortName).c_str(),
-                      GetLastError());
+            if (port->portEvent == nullptr) TraceRefusal(pszPortName, L"no job lock", GetLastError());
         }
         // A port that the lower monitor cannot open stays in the list, and so stays busy until the monitor is
         // shut down. That is intended: the spooler does not get to open a broken port over and over.
-        if (!pMonitor2->pfnOpenPort(hMonitorPort, pszPortName, &port->lowerPort)) return FALSE;
+        if (!pMonitor2->pfnOpenPort(hMonitorPort, pszPortName, &port->lowerPort)) {
+            TraceRefusal(pszPortName, L"the lower monitor does not open it", GetLastError());
+            return FALSE;
+        }
         CopyLowerTable(*pMonitor2, port->lower);
         *pHandle = port;
         return TRUE;
@@ -156,18 +170,20 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
     return GuardOperation(L"StartDocPort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
         if (port == nullptr) return FALSE;
+        const auto refuse = [port](DWORD error, const wchar_t* reason) {
+            TraceRefusal(port->portName, reason, error);
+            return Refuse(error);
+        };
         if (pDocInfo == nullptr || pPrinterName == nullptr || *pPrinterName == L'\0')
-            return Refuse(ERROR_INVALID_PARAMETER);
-        if (Level != 1) return Refuse(ERROR_INVALID_LEVEL);
+            return refuse(ERROR_INVALID_PARAMETER, L"a job without document or printer");
+        if (Level != 1) return refuse(ERROR_INVALID_LEVEL, L"a job with a document of another level than 1");
 
         LastErrorKeeper keeper;
         // Whether the wait ends by the event or by its time does not matter: the flag below decides.
         WaitForSingleObject(port->portEvent, kJobLockTimeout);
         ScopeExit giveLockBack([port] { SetEvent(port->portEvent); });
         if ((port->flags.fetch_or(LMPORT_JOB_ACTIVE) & LMPORT_JOB_ACTIVE) != 0) {
-            Trace(L"StartDocPort: job %lu refused, job %lu has port %ls\r\n", JobId, port->jobId,
-                  Printable(port->portName).c_str());
-            SetLastError(ERROR_BUSY);
+            refuse(ERROR_BUSY, L"a job while another one, or a remote caller, has the port");
             keeper.Update();
             return FALSE;
         }
@@ -179,7 +195,7 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
         if (std::wcscmp(pPrinterName, port->printerName) == 0) {
             OpenJobPrinter(*port, pPrinterName);
         } else if (!RenamePrinterAndOpen(*port, pPrinterName)) {
-            SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+            refuse(ERROR_NOT_ENOUGH_MEMORY, L"no memory for the printer's name");
             keeper.Update();
             return FALSE;
         }
@@ -188,7 +204,12 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
         const BOOL started =
             port->lower.base.pfnStartDocPort(port->lowerPort, pPrinterName, JobId, 1, pDocInfo);
         keeper.Update();
-        if (!started) return FALSE;
+        if (!started) {
+            TraceRefusal(port->portName, L"the lower monitor does not start the job", GetLastError());
+            return FALSE;
+        }
+        port->tally = {TraceClock::now(), 0, 0, nullptr};
+        TraceJobStart(port->portName, JobId, pPrinterName);
         // The event stays taken until EndDocPort: it keeps remote callers off the port while the job prints.
         giveLockBack.Dismiss();
         endJob.Dismiss();
@@ -197,17 +218,22 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
 }
 
 // The hot path: no allocation, no lock, no trace, and nothing that touches the last error after the lower
-// call. What hardly ever happens is kept out of line, so that the rest needs few registers.
+// call. What hardly ever happens is kept out of line, and where the byte count will stand is kept in the
+// record, so that the rest needs few registers.
 BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept {
     return GuardOperation(L"WritePort", [&]() -> BOOL {
         auto* port = static_cast<LmPort*>(hPort);
         if (port == nullptr || !IsPort(*port) || processState.suspended.load(std::memory_order_relaxed))
             [[unlikely]]
             return RefuseWrite(hPort);
+        port->tally.count = pcbWritten != nullptr ? pcbWritten : &kNoBytes;
         const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
-        const bool failedBefore = (port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) != 0;
-        if ((written != FALSE) == failedBefore) [[unlikely]]
-            NoteWriteResult(*port, written);
+        // One comparison for both: this write failed, or the one before it.
+        static_assert(LMPORT_WRITE_FAILED > 1);
+        if ((port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) >= unsigned{written != FALSE})
+            [[unlikely]]
+            return NoteWriteResult(*port, written);
+        port->tally.bytes += *port->tally.count;
         return written;
     });
 }
@@ -224,6 +250,7 @@ BOOL WINAPI ClosePort(HANDLE hPort) noexcept {
     return GuardOperation(L"ClosePort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
         if (port == nullptr) return FALSE;
+        EndTally(*port);
         if (PrepareToClose(*port)) FinishClose(*port);
         return TRUE;
     });
@@ -237,7 +264,11 @@ BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueN
         if (port == nullptr) return FALSE;
         const auto lower = port->lower.base.pfnGetPrinterDataFromPort;
         // Control code 0 asks for a value by name; this monitor has no named values, whatever lies below.
-        if (ControlID == 0 || lower == nullptr) return Refuse(ERROR_INVALID_PARAMETER);
+        if (ControlID == 0 || lower == nullptr) {
+            TraceRefusal(port->portName, L"a value that nobody has", ERROR_INVALID_PARAMETER,
+                         TraceLevel::kVerbose);
+            return Refuse(ERROR_INVALID_PARAMETER);
+        }
         return lower(port->lowerPort, ControlID, pValueName, lpInBuffer, cbInBuffer, lpOutBuffer, cbOutBuffer,
                      lpcbReturned);
     });

@@ -8,7 +8,7 @@
 #include "monitor/bidi_routing.h"
 #include "monitor/lm_manager.h"
 #include "util/handles.h"
-#include "util/vlutil.h"
+#include "util/trace_lines.h"
 
 namespace vlm {
 
@@ -56,7 +56,7 @@ class Transceiver {
 };
 
 HRESULT Fail(const LmPort& port, const wchar_t* reason) {
-    Trace(L"Bidi: port %ls: %ls\r\n", Printable(port.portName).c_str(), reason);
+    Trace(L"Error: port \"%ls\": %ls\r\n", TraceName(port.portName).c_str(), reason);
     return E_FAIL;
 }
 
@@ -124,8 +124,7 @@ HRESULT CLmMgr::GetPrinterAddress(const LmPort& port, std::wstring* address) {
     std::array<wchar_t, kLongestUrl> url{};
     const DWORD code = GetBidiString(port, kServiceUrlSchema, url.data(), url.size(), true);
     if (code != ERROR_SUCCESS) {
-        Trace(L"Bidi: port %ls: the lower monitor does not tell the print service's URL, error %lu\r\n",
-              Printable(port.portName).c_str(), code);
+        TraceRefusal(port.portName, L"the lower monitor does not tell the print service's URL", code);
         return E_FAIL;
     }
     *address = url.data();

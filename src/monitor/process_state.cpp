@@ -2,6 +2,8 @@
 
 #include "monitor/event_window.h"
 #include "rpc/rpc_server.h"
+#include "util/event_provider.h"
+#include "util/vlutil.h"
 
 namespace vlm {
 
@@ -11,12 +13,15 @@ void AttachProcess(HINSTANCE instance) {
     InitializeCriticalSection(&processState.monitorLock);
     processState.monitors = new std::vector<CLmMgr*>;
     processState.instance = instance;
+    ReadTraceLevel();
+    RegisterEventProvider();
 }
 
 void DetachProcess(bool processEnds) {
     rpc::UnregisterAtDetach();
     if (processEnds) return;
     StopEventWindow();
+    UnregisterEventProvider();
     delete processState.monitors;
     DeleteCriticalSection(&processState.monitorLock);
 }

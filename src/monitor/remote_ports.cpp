@@ -7,7 +7,7 @@
 #include "monitor/process_state.h"
 #include "util/handles.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
+#include "util/trace_lines.h"
 
 namespace vlm {
 
@@ -135,13 +135,18 @@ void Release(const rpc::ServedPort& served) {
 const rpc::PortDirectory kRemotePorts = {Acquire, Release};
 
 bool PrepareToClose(LmPort& port) {
-    const LockGuard guard(processState.monitorLock);
-    port.remote.closing.store(true);
-    AwaitCallers(port, GetTickCount64() + kCloseTimeout);
-    if (port.remote.users == 0) return true;
-    Trace(L"ClosePort: a remote caller is inside the lower monitor and closes port %ls when it is back\r\n",
-          Printable(port.portName).c_str());
-    port.remote.lastUserCloses = true;
+    // Named before: the caller that stays behind may free the record as soon as the lock is given back.
+    const TraceName name(port.portName);
+    {
+        const LockGuard guard(processState.monitorLock);
+        port.remote.closing.store(true);
+        AwaitCallers(port, GetTickCount64() + kCloseTimeout);
+        if (port.remote.users == 0) return true;
+        port.remote.lastUserCloses = true;
+    }
+    TraceRefusal(name.c_str(),
+                 L"a remote caller is inside the lower monitor, and closes the port when it is back",
+                 ERROR_BUSY);
     return false;
 }
 
@@ -150,17 +155,19 @@ void FinishClose(LmPort& port) {
 }
 
 bool PrepareToDiscard(LmPort& port, ULONGLONG deadline) {
-    const LockGuard guard(processState.monitorLock);
-    port.remote.closing.store(true);
-    AwaitCallers(port, deadline);
-    if (port.remote.users == 0) return true;
-    Trace(L"Shutdown: a remote caller is inside the lower monitor of port %ls\r\n",
-          Printable(port.portName).c_str());
-    port.remote.belowGone.store(true);
-    port.remote.lastUserCloses = true;
-    port.owner = nullptr;
-    port.next = nullptr;
-    ++callersLeftBehind;
+    const TraceName name(port.portName);
+    {
+        const LockGuard guard(processState.monitorLock);
+        port.remote.closing.store(true);
+        AwaitCallers(port, deadline);
+        if (port.remote.users == 0) return true;
+        port.remote.belowGone.store(true);
+        port.remote.lastUserCloses = true;
+        port.owner = nullptr;
+        port.next = nullptr;
+        ++callersLeftBehind;
+    }
+    TraceRefusal(name.c_str(), L"a remote caller is inside the lower monitor at shutdown", ERROR_BUSY);
     return false;
 }
 

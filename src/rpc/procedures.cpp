@@ -16,7 +16,7 @@
 
 #include "rpc/printer_lookup.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
+#include "util/trace_lines.h"
 #include "vpca/analyzer.h"
 
 namespace vlm::rpc {
@@ -27,41 +27,44 @@ namespace {
 
 constexpr DWORD kJobLockTimeout = 1'000;  // milliseconds
 
+// A call as the trace tells of it.
+struct RemoteCall {
+    const wchar_t* procedure;
+    std::wstring port;  // empty until the printer is found
+    TraceClock::time_point begin = TraceClock::now();
+};
+
+DWORD Refuse(const RemoteCall& call, DWORD code, const wchar_t* reason) {
+    TraceRefusal(call.port.c_str(), reason, code);
+    return code;
+}
+
 // Waits for the job lock and runs `exchange` under it; it returns a Win32 code, as everything here.
 template <typename Exchange>
-DWORD RunExchange(const ServedPort& port, const Exchange& exchange) {
+DWORD RunExchange(const ServedPort& port, const RemoteCall& call, const Exchange& exchange) {
     if (port.jobLock == nullptr || port.jobLock == INVALID_HANDLE_VALUE ||
-        WaitForSingleObject(port.jobLock, kJobLockTimeout) != WAIT_OBJECT_0) {
-        Trace(L"RPC: the port is busy\r\n");
-        return ERROR_ACCESS_DENIED;
-    }
+        WaitForSingleObject(port.jobLock, kJobLockTimeout) != WAIT_OBJECT_0)
+        return Refuse(call, ERROR_ACCESS_DENIED, L"a remote call while the port is busy");
     const ScopeExit giveLockBack([&port] { SetEvent(port.jobLock); });
-    if (port.exchange.lower == nullptr || port.exchange.startDocPort == nullptr) {
-        Trace(L"RPC: there is nothing below the port\r\n");
-        return ERROR_INVALID_HANDLE;
-    }
+    if (port.exchange.lower == nullptr || port.exchange.startDocPort == nullptr)
+        return Refuse(call, ERROR_INVALID_HANDLE, L"a remote call with nothing below the port");
     // A job that waited for the lock in vain goes on without it, and gives it back whoever has it. So the
     // lock says who may try; the flag says who has the port. The exchange clears it with its document.
-    if ((port.exchange.flags->fetch_or(vpca::kPortJobActive) & vpca::kPortJobActive) != 0) {
-        Trace(L"RPC: a job has the port\r\n");
-        return ERROR_ACCESS_DENIED;
-    }
+    if ((port.exchange.flags->fetch_or(vpca::kPortJobActive) & vpca::kPortJobActive) != 0)
+        return Refuse(call, ERROR_ACCESS_DENIED, L"a remote call while a job has the port");
     return exchange(port.exchange);
 }
 
 template <typename Exchange>
-DWORD CallPort(const unsigned char* printer, const Exchange& exchange) noexcept {
+DWORD CallPort(const unsigned char* printer, RemoteCall* call, const Exchange& exchange) noexcept {
     try {
-        std::wstring name;
-        const DWORD found = FindPortName(reinterpret_cast<const char*>(printer), &name);
+        const DWORD found = FindPortName(reinterpret_cast<const char*>(printer), &call->port);
         if (found != ERROR_SUCCESS) return found;
         ServedPort port;
-        if (!portDirectory.acquire(name.c_str(), &port)) {
-            Trace(L"RPC: port %ls is not open\r\n", Printable(name).c_str());
-            return ERROR_BAD_PATHNAME;
-        }
+        if (!portDirectory.acquire(call->port.c_str(), &port))
+            return Refuse(*call, ERROR_BAD_PATHNAME, L"a remote call while the port is not open");
         const ScopeExit release([&port] { portDirectory.release(port); });
-        return RunExchange(port, exchange);
+        return RunExchange(port, *call, exchange);
     } catch (const std::bad_alloc&) {
         return ERROR_NOT_ENOUGH_MEMORY;
     } catch (...) {
@@ -73,14 +76,16 @@ DWORD CallPort(const unsigned char* printer, const Exchange& exchange) noexcept 
 // size comes back as the bytes that were written, none after a failure: the stub sends back as many as it
 // says, so it never grows.
 template <typename Read>
-DWORD ReadFromPrinter(const unsigned char* printer, byte* reply, LmRpcSize* size, const Read& read) {
+DWORD ReadFromPrinter(RemoteCall call, const unsigned char* printer, byte* reply, LmRpcSize* size,
+                      const Read& read) {
     uint8_t nothing = 0;  // without capacity the stub passes no buffer
     uint32_t count = reply != nullptr ? *size : 0;
     *size = 0;
-    const DWORD result = CallPort(printer, [&](const vpca::VpcaPort& port) {
+    const DWORD result = CallPort(printer, &call, [&](const vpca::VpcaPort& port) {
         return read(port, reply != nullptr ? reply : &nothing, &count);
     });
     if (result == ERROR_SUCCESS) *size = count;
+    TraceRemoteCallEnd(call.port.c_str(), call.procedure, result, *size, call.begin);
     return result;
 }
 
@@ -90,7 +95,7 @@ extern "C" {
 
 ULONG __cdecl LmRpcQuery(const unsigned char* printer, const ULONG* request, byte* reply, LmRpcSize* size) {
     const uint32_t dataId = *request;
-    return ReadFromPrinter(printer, reply, size,
+    return ReadFromPrinter({L"query", {}}, printer, reply, size,
                            [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
                                return vpca::ReadDataBlock(&port, &dataId, buffer, count);
                            });
@@ -113,10 +118,11 @@ ULONG __cdecl LmRpcCommand(const unsigned char* printer, const LmRpcCommandId* i
         *size = 0;
         return ERROR_NOT_ENOUGH_MEMORY;
     }
-    const DWORD result = ReadFromPrinter(
-        printer, reply, size, [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
-            return vpca::ReadAttribute(&port, values, &request, buffer, count);
-        });
+    const DWORD result =
+        ReadFromPrinter({L"command", {}}, printer, reply, size,
+                        [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
+                            return vpca::ReadAttribute(&port, values, &request, buffer, count);
+                        });
     analyzer.FreeAttributeRequest(&request);
     return result;
 }

@@ -40,7 +40,10 @@ constexpr int kStatusServerError = 500;
 HRESULT CVlSoapWininetClient::SetUrl(std::wstring_view url) {
     ServiceUrl parsed;
     if (!ParseServiceUrl(url, url_.path, &parsed)) {
-        Trace(L"SOAP: \"%ls\" is no address of a service\r\n", Printable(url).c_str());
+        // What stands before an "@" may be a password.
+        const size_t user = url.rfind(L'@');
+        const std::wstring_view shown = user == std::wstring_view::npos ? url : url.substr(user + 1);
+        Trace(L"SOAP: \"%ls\" is no address of a service\r\n", Printable(shown).c_str());
         return E_INVALIDARG;
     }
     CloseAll();
@@ -60,6 +63,13 @@ void CVlSoapWininetClient::CloseAll() {
 }
 
 HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
+    pending_ = Pending{TraceClock::now()};
+    const HRESULT hr = Exchange(actionHeader);
+    if (FAILED(hr)) EndExchange(0);
+    return hr;
+}
+
+HRESULT CVlSoapWininetClient::Exchange(std::wstring_view actionHeader) {
     HRESULT hr = handles_->connection ? S_OK : Connect();
     if (SUCCEEDED(hr)) hr = OpenRequest();
     if (SUCCEEDED(hr)) hr = Send(std::wstring(actionHeader) + kContentType);
@@ -67,6 +77,7 @@ HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
 
     int status = 0;
     hr = QueryStatus(&status);
+    if (SUCCEEDED(hr)) pending_->status = status;
     if (hr != S_OK || status != kStatusServerError) return FAILED(hr) ? hr : S_OK;
     clientError_ = FAILED(ReadFault()) ? SoapClientError::kParseFault : SoapClientError::kSoapFault;
     const wchar_t* meaning = SoapFaultMeaning(fault_.code);
@@ -85,6 +96,17 @@ HRESULT CVlSoapWininetClient::GetClientReader(IStream** reader) {
 }
 
 HRESULT CVlSoapWininetClient::ReadBody(std::string* body) {
+    const HRESULT hr = ReadWholeBody(body);
+    EndExchange(SUCCEEDED(hr) ? body->size() : 0);
+    return hr;
+}
+
+void CVlSoapWininetClient::EndExchange(size_t bytes) {
+    const std::optional<Pending> ended = std::exchange(pending_, std::nullopt);
+    if (ended) TraceExchangeEnd(url_.host.c_str(), url_.port, ended->status, bytes, ended->begin);
+}
+
+HRESULT CVlSoapWininetClient::ReadWholeBody(std::string* body) {
     struct Reading {
         std::shared_ptr<Handles> handles;
         ComPtr<IStream> reader;

@@ -21,6 +21,7 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -28,6 +29,7 @@
 #include "soap/soap_fault.h"
 #include "util/com.h"
 #include "util/handles.h"
+#include "util/trace_lines.h"
 
 namespace vlm {
 
@@ -88,6 +90,10 @@ class CVlSoapWininetClient {
     HRESULT ReadResponse(SaxHandler* handler);
 
  private:
+    HRESULT Exchange(std::wstring_view actionHeader);
+    HRESULT ReadWholeBody(std::string* body);
+    // Says in the trace how the exchange went, once.
+    void EndExchange(size_t bytes);
     HRESULT Connect();
     HRESULT OpenRequest();
     HRESULT Send(std::wstring headers);
@@ -110,6 +116,12 @@ class CVlSoapWininetClient {
     DWORD timeout_ = 0;
     std::shared_ptr<Handles> handles_ = std::make_shared<Handles>();
     std::string body_;
+    // The exchange whose end has not been traced yet.
+    struct Pending {
+        TraceClock::time_point begin;
+        int status = 0;  // HTTP's, 0 as long as none has come
+    };
+    std::optional<Pending> pending_;
     ComPtr<ISAXXMLReader> reader_;
     SoapFault fault_;
     SoapClientError clientError_ = SoapClientError::kSuccess;

@@ -36,7 +36,7 @@ class TraceCapture {
         }
         return false;
     }
-    void Forget() {
+    void Forget() const {
         const std::lock_guard guard(Shared().mutex);
         Shared().texts = {};
     }

@@ -35,6 +35,7 @@ void AddInstallCommands(CLI::App& app);
 void AddPrintCommand(CLI::App& app);
 void AddRpcCommands(CLI::App& app);
 void AddStatusCommand(CLI::App& app);
+void AddTraceCommand(CLI::App& app);
 void AddVpcaCommands(CLI::App& app);
 void AddWsdCommand(CLI::App& app);
 

@@ -16,6 +16,7 @@
 #include "tools/vlmctl/monitor_image.h"
 #include "tools/vlmctl/trace_view.h"
 #include "util/com.h"
+#include "util/vlutil.h"
 
 namespace {
 
@@ -51,6 +52,7 @@ int Run() {
     AddPrintCommand(app);
     AddRpcCommands(app);
     AddStatusCommand(app);
+    AddTraceCommand(app);
     AddVpcaCommands(app);
     AddWsdCommand(app);
     try {
@@ -70,6 +72,7 @@ int Run() {
 
 int main() {
     PrepareConsole();
+    vlm::ReadTraceLevel();
     try {
         return Run();
     } catch (const CommandError& error) {

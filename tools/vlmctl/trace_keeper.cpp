@@ -22,7 +22,9 @@ namespace {
 std::array<wchar_t, 512> firstTrace{};
 
 void KeepFirstTrace(const wchar_t* text) {
-    if (firstTrace[0] == L'\0') {
+    // With VLLM3MON_TRACE set, what went well is traced too.
+    const bool error = std::wcsncmp(text, L"Info: ", 6) != 0 && std::wcsncmp(text, L"Verbose: ", 9) != 0;
+    if (error && firstTrace[0] == L'\0') {
         const size_t length = std::min(std::wcscspn(text, L"\r\n"), firstTrace.size() - 1);
         std::wmemcpy(firstTrace.data(), text, length);
     }

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/debug_output.h"
 
 namespace vlm::ctl {
 
@@ -16,14 +17,6 @@ namespace {
 // could be led elsewhere, and needs nothing this way.
 constexpr DWORD kWideDebugText = 0x4001000A;  // DBG_PRINTEXCEPTION_WIDE_C
 constexpr DWORD kDebugText = 0x40010006;      // DBG_PRINTEXCEPTION_C
-
-std::wstring FromCodePage(const char* text, size_t length) {
-    std::wstring wide(length, L'\0');
-    const int count = MultiByteToWideChar(CP_ACP, 0, text, static_cast<int>(length), wide.data(),
-                                          static_cast<int>(wide.size()));
-    wide.resize(static_cast<size_t>(count));
-    return wide;
-}
 
 LONG CALLBACK TakeDebugText(EXCEPTION_POINTERS* exception) {
     const EXCEPTION_RECORD& record = *exception->ExceptionRecord;

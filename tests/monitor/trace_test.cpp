@@ -1,0 +1,194 @@
+// What the loaded monitor writes to the debugger output about a job and a query, at each level.
+#include <algorithm>
+#include <mutex>
+#include <regex>
+
+#include "tests/monitor/bidi_fixture.h"
+
+namespace vlm::test {
+namespace {
+
+using Lines = std::vector<std::wstring>;
+
+constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
+constexpr wchar_t kBelow[] = L"\\Printer.Below:Leaf";
+constexpr wchar_t kNone[] = L"\\Printer.None:Leaf";
+
+// Takes the debugger output of this process, from any thread, while it is in scope. One at a time.
+class DebuggerOutput {
+ public:
+    DebuggerOutput() : handler_(AddVectoredExceptionHandler(1, Take)) { Taken() = {}; }
+    ~DebuggerOutput() { RemoveVectoredExceptionHandler(handler_); }
+    DebuggerOutput(const DebuggerOutput&) = delete;
+    DebuggerOutput& operator=(const DebuggerOutput&) = delete;
+
+    // With N for each time and each free TCP port.
+    static Lines Texts() {
+        const std::lock_guard guard(Mutex());
+        Lines texts = Taken();
+        for (std::wstring& text : texts) {
+            text = std::regex_replace(text, std::wregex(L"\\d+ ms"), L"N ms");
+            text = std::regex_replace(text, std::wregex(L"127\\.0\\.0\\.1:\\d+"), L"127.0.0.1:N");
+        }
+        return texts;
+    }
+
+ private:
+    static LONG CALLBACK Take(EXCEPTION_POINTERS* exception) {
+        constexpr DWORD kWideDebugText = 0x4001000A;  // DBG_PRINTEXCEPTION_WIDE_C
+        constexpr DWORD kDebugText = 0x40010006;      // DBG_PRINTEXCEPTION_C
+        const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+        const auto text = record.ExceptionInformation[1];
+        const std::lock_guard guard(Mutex());
+        if (record.ExceptionCode == kWideDebugText) {
+            Taken().emplace_back(reinterpret_cast<const wchar_t*>(text));
+        } else if (record.ExceptionCode == kDebugText) {
+            const std::string_view narrow = reinterpret_cast<const char*>(text);
+            Taken().emplace_back(narrow.begin(), narrow.end());
+        } else {
+            return EXCEPTION_CONTINUE_SEARCH;
+        }
+        return EXCEPTION_CONTINUE_EXECUTION;
+    }
+    static std::mutex& Mutex() {
+        static std::mutex mutex;
+        return mutex;
+    }
+    static Lines& Taken() {
+        static Lines taken;
+        return taken;
+    }
+
+    PVOID handler_;
+};
+
+// Comes before the monitor, which reads its level when it is loaded.
+class TraceEnvironment : public ::testing::WithParamInterface<const wchar_t*> {
+ public:
+    TraceEnvironment() { SetEnvironmentVariableW(L"VLLM3MON_TRACE", GetParam()); }
+    ~TraceEnvironment() { SetEnvironmentVariableW(L"VLLM3MON_TRACE", nullptr); }
+};
+
+class MonitorTraceTest : public TraceEnvironment, public BidiPortTest {
+ protected:
+    // Those of the lines that belong to the level under test.
+    static Lines AtThisLevel(const Lines& lines) {
+        const std::wstring level = GetParam();
+        Lines chosen;
+        std::copy_if(lines.begin(), lines.end(), std::back_inserter(chosen), [&](const std::wstring& line) {
+            if (line.starts_with(L"Verbose: ")) return level == L"verbose";
+            if (line.starts_with(L"Info: ")) return level == L"verbose" || level == L"info";
+            return level != L"off";
+        });
+        return chosen;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(Levels, MonitorTraceTest, ::testing::Values(L"off", L"error", L"info", L"verbose"));
+
+TEST_P(MonitorTraceTest, JobEndsWithWhatWentThroughItAndRefusalsSayWhy) {
+    lower.answer = [](const char*) { return TRUE; };
+    const HANDLE port = MustOpen(lower, L"IP_office");
+    const DebuggerOutput output;
+    EXPECT_TRUE(Start(port));
+    EXPECT_TRUE(Write(port));
+    lower.most = 2;
+    EXPECT_TRUE(Write(port));
+    lower.answer = [](const char* call) {
+        SetLastError(kPoison);
+        return std::string(call) != "WritePort";
+    };
+    EXPECT_FALSE(Write(port));
+    EXPECT_FALSE(Write(port));
+    EXPECT_EQ(GetLastError(), kPoison);
+    lower.answer = [](const char*) { return TRUE; };
+    EXPECT_TRUE(Write(port));
+    BYTE data[] = "uncounted";
+    EXPECT_TRUE(table.pfnWritePort(port, data, sizeof data, nullptr));
+    EXPECT_FALSE(Start(port, 8));
+    EXPECT_EQ(GetLastError(), DWORD{ERROR_BUSY});
+    HANDLE second = nullptr;
+    EXPECT_FALSE(Open(lower, L"ip_OFFICE", &second));
+    table.pfnEndDocPort(port);
+    table.pfnEndDocPort(port);  // there is no job any more
+    lower.answer = [](const char* call) {
+        SetLastError(1234);
+        return std::string(call) != "StartDocPort";
+    };
+    EXPECT_FALSE(Start(port, 9));
+    EXPECT_EQ(GetLastError(), 1234U);
+    EXPECT_EQ(output.Texts(),
+              AtThisLevel(
+                  {L"Verbose: port \"IP_office\": job 7 started, printer \"Office\"\r\n",
+                   L"Error: port \"IP_office\": a job while another one, or a remote caller, has the port, "
+                   L"error 170\r\n",
+                   L"Error: port \"ip_OFFICE\": open already, error 170\r\n",
+                   L"Info: port \"IP_office\": job 7 ended, 9 bytes, 2 failed writes, N ms\r\n",
+                   L"Error: port \"IP_office\": the lower monitor does not start the job, error 1234\r\n"}));
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_P(MonitorTraceTest, QueryEndsWithWhoAnsweredIt) {
+    const ScriptedServer printer(WellBehaved());
+    PointTo(printer);
+    bidi.entries = {{101, 0, kBelow, L"below"}};
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const DebuggerOutput output;
+    EXPECT_EQ(Query(port, L"Get", {kModel, kBelow, kNone}, nullptr), 0U);
+    EXPECT_EQ(Query(port, L"Set", {kBelow}, nullptr), 0U);
+    EXPECT_EQ(
+        output.Texts(),
+        AtThisLevel(
+            {L"Info: host \"127.0.0.1:N\": exchange ended, status 200, " +
+                 std::to_wstring(ExampleAnswer().size()) + L" bytes, N ms\r\n",
+             L"Verbose: port \"IP_office\": entry \"\\Printer.DeviceInfo:ModelName\" of the engine, result "
+             L"0\r\n",
+             L"Verbose: port \"IP_office\": entry \"\\Printer.Below:Leaf\" of the lower monitor, result "
+             L"0\r\n",
+             L"Verbose: port \"IP_office\": entry \"\\Printer.None:Leaf\" of the engine, result 232\r\n",
+             L"Info: port \"IP_office\": query \"Get\" ended, code 0, 1 entries by the engine, 1 by the "
+             L"lower "
+             L"monitor, 1 by nobody, N ms\r\n",
+             L"Verbose: port \"IP_office\": entry \"\\Printer.Below:Leaf\" of the lower monitor, result "
+             L"0\r\n",
+             L"Info: port \"IP_office\": query \"Set\" ended, code 0, 0 entries by the engine, 1 by the "
+             L"lower "
+             L"monitor, 0 by nobody, N ms\r\n"}));
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
+    const ScriptedServer printer(Answer(Http("404 Not Found", "<html/>")));
+    PointTo(printer);
+    bidi.bidiCode = ERROR_NOT_READY;
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const DebuggerOutput output;
+    EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), DWORD{ERROR_NOT_READY});
+    bidi.address = L"127.0.0.1:1";
+    EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), DWORD{ERROR_NOT_READY});
+    AddPrinter(L"IP_office,IP_other");
+    const Request request({kModel});
+    BIDI_RESPONSE_CONTAINER* answer = nullptr;
+    EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 0, L"Get\r\n",
+                                                const_cast<BIDI_REQUEST_CONTAINER*>(request.Get()), &answer),
+              DWORD{ERROR_NOT_SUPPORTED});
+    const std::wstring noPrinter = L"Error: port \"IP_office\": the printer gave no answer, error 1627\r\n";
+    const std::wstring noLower = L"Error: port \"IP_office\": the lower monitor gave no answer, error 21\r\n";
+    const std::wstring ended =
+        L"Info: port \"IP_office\": query \"Get\" ended, code 21, 0 entries by the engine, "
+        L"0 by the lower monitor, 0 by nobody, N ms\r\n";
+    EXPECT_EQ(
+        output.Texts(),
+        AtThisLevel(
+            {L"Info: host \"127.0.0.1:N\": exchange ended, status 404, 7 bytes, N ms\r\n",
+             L"WSD: the printer's answer is no SOAP 1.2 envelope but \"html\"\r\n",
+             L"WSD: the printer's answer cannot be used, error 0x80004005\r\n", noPrinter, noLower, ended,
+             L"SOAP: no answer from 127.0.0.1, error 12029\r\n",
+             L"Info: host \"127.0.0.1:N\": exchange ended, status 0, 0 bytes, N ms\r\n", noPrinter, noLower,
+             ended, L"Error: port \"IP_office\": no Bidi for a pooled printer, error 50\r\n",
+             L"Info: port \"IP_office\": query \"Get??\" ended, code 50, 0 entries by the engine, 0 by the "
+             L"lower monitor, 0 by nobody, N ms\r\n"}));
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+}  // namespace
+}  // namespace vlm::test
