@@ -90,14 +90,11 @@ bool RenamePrinterAndOpen(LmPort& port, wchar_t* printer) {
     return true;
 }
 
-// Where the byte count of a write stands whose caller does not want it.
-constexpr DWORD kNoBytes = 0;
-
 // A write that failed, or the first one after it that did not.
-VLM_NOINLINE BOOL NoteWriteResult(LmPort& port, BOOL written) {
+VLM_NOINLINE BOOL NoteWriteResult(LmPort& port, BOOL written, const DWORD* count) {
     if (written) {
         port.flags.fetch_and(~DWORD{LMPORT_WRITE_FAILED}, std::memory_order_relaxed);
-        port.tally.bytes += *port.tally.count;
+        if (count != nullptr) port.tally.bytes += *count;
     } else {
         port.flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
         ++port.tally.failedWrites;
@@ -208,7 +205,7 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
             TraceRefusal(port->portName, L"the lower monitor does not start the job", GetLastError());
             return FALSE;
         }
-        port->tally = {TraceClock::now(), 0, 0, nullptr};
+        port->tally = {TraceClock::now(), 0, 0};
         TraceJobStart(port->portName, JobId, pPrinterName);
         // The event stays taken until EndDocPort: it keeps remote callers off the port while the job prints.
         giveLockBack.Dismiss();
@@ -218,22 +215,20 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
 }
 
 // The hot path: no allocation, no lock, no trace, and nothing that touches the last error after the lower
-// call. What hardly ever happens is kept out of line, and where the byte count will stand is kept in the
-// record, so that the rest needs few registers.
+// call. What hardly ever happens is kept out of line, so that the rest needs few registers.
 BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept {
     return GuardOperation(L"WritePort", [&]() -> BOOL {
         auto* port = static_cast<LmPort*>(hPort);
         if (port == nullptr || !IsPort(*port) || processState.suspended.load(std::memory_order_relaxed))
             [[unlikely]]
             return RefuseWrite(hPort);
-        port->tally.count = pcbWritten != nullptr ? pcbWritten : &kNoBytes;
         const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
         // One comparison for both: this write failed, or the one before it.
         static_assert(LMPORT_WRITE_FAILED > 1);
         if ((port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) >= unsigned{written != FALSE})
             [[unlikely]]
-            return NoteWriteResult(*port, written);
-        port->tally.bytes += *port->tally.count;
+            return NoteWriteResult(*port, written, pcbWritten);
+        if (pcbWritten != nullptr) port->tally.bytes += *pcbWritten;
         return written;
     });
 }

@@ -79,8 +79,9 @@ HRESULT CVlSoapWininetClient::Exchange(std::wstring_view actionHeader) {
     hr = QueryStatus(&status);
     if (SUCCEEDED(hr)) pending_->status = status;
     if (hr != S_OK || status != kStatusServerError) return FAILED(hr) ? hr : S_OK;
-    clientError_ = FAILED(ReadFault()) ? SoapClientError::kParseFault : SoapClientError::kSoapFault;
-    const wchar_t* meaning = SoapFaultMeaning(fault_.code);
+    const bool readable = SUCCEEDED(ReadFault());
+    clientError_ = readable ? SoapClientError::kSoapFault : SoapClientError::kParseFault;
+    const wchar_t* meaning = readable ? SoapFaultMeaning(fault_.code) : L"no SOAP 1.1 fault comes with it";
     Trace(L"SOAP: %ls answered with status 500: %ls\r\n", Printable(url_.host).c_str(),
           meaning != nullptr ? meaning : L"no code of SOAP's own");
     return E_FAIL;

@@ -23,7 +23,6 @@ struct JobTally {
     TraceClock::time_point begin;  // zero: there is no job
     uint64_t bytes;                // that the lower monitor took
     uint32_t failedWrites;         // refused ones included
-    const DWORD* count;            // where the byte count of the current write stands
 };
 
 // How many entries of an answer have a value, by who gave it, and how many have none.
