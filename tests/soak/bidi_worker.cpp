@@ -181,7 +181,9 @@ std::string Query(Worker& worker, const OpenPort& port, const wchar_t* action,
 
 // For a soak that has to find something.
 void PlantLeaks(const Stage& stage) {
-    if (stage.Planted("leak-block")) static_cast<void>(HeapAlloc(GetProcessHeap(), 0, 100));
+    // Many at a time: a slow machine makes few steps.
+    for (int i = 0; i < 20 && stage.Planted("leak-block"); ++i)
+        static_cast<void>(HeapAlloc(GetProcessHeap(), 0, 100));
     if (stage.Planted("leak-handle")) static_cast<void>(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (stage.Planted("leak-router")) static_cast<void>(RouterAllocBidiMem(8));
 }

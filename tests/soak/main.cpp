@@ -1,4 +1,5 @@
-// soak.exe [--seconds N] [--seed N] [--plant FAULT]…: all that the monitor does, at once, for a while.
+// soak.exe [--seconds N] [--seed N] [--only WORKER]… [--plant FAULT]…: all that the monitor does, at once,
+// for a while.
 //
 // Exit status 0: all that came out was what had to, and nothing grew; 1: not so, the report says what was
 // first; 2: wrong usage. Lines that begin with "~" tell what each worker does; the last ones are for whoever
@@ -60,8 +61,10 @@ class Cast {
     }
 
     void Start() {
+        const auto& only = stage_.options.only;
         for (const auto& worker : workers_)
-            threads_.emplace_back([&worker] { worker->Run(); });
+            if (only.empty() || only.contains(worker->name))
+                threads_.emplace_back([&worker] { worker->Run(); });
     }
     // After the stage's end.
     void Finish() {
@@ -71,7 +74,7 @@ class Cast {
             if (!stage_.table.pfnClosePort(port.handle))
                 stage_.report.Violate("end", 0, "port " + host::ToUtf8(port.below.name) + " does not close");
     }
-    size_t Size() const { return workers_.size(); }
+    size_t Running() const { return threads_.size(); }
     std::string Progress() const {
         std::string text = "~";
         for (const auto& worker : workers_)
@@ -164,7 +167,7 @@ int Soak(const Options& options) {
             for (const ULONGLONG until = GetTickCount64() + interval;
                  GetTickCount64() < until && !stage.report.Violated();)
                 Sleep(20);
-            if (!stage.Quiet(cast.Size())) EndViolated(stage);
+            if (!stage.Quiet(cast.Running())) EndViolated(stage);
             Sleep(kSettle);
             stage.CheckAtRest(++quietPoints);
             if (stage.report.Violated()) EndViolated(stage);
@@ -175,7 +178,7 @@ int Soak(const Options& options) {
         }
         cast.Finish();
     }
-    std::printf("%zu workers, %" PRIu64 " quiet points\n", cast.Size(), quietPoints);
+    std::printf("%zu workers, %" PRIu64 " quiet points\n", cast.Running(), quietPoints);
     const bool flat = growth.Judge(stage.report);
     if (!flat || stage.report.Violated()) EndViolated(stage);
     stage.report.PrintOperations();
@@ -184,7 +187,7 @@ int Soak(const Options& options) {
 }
 
 int Usage() {
-    std::fputs("usage: soak [--seconds N] [--seed N] [--plant FAULT]...\n", stderr);
+    std::fputs("usage: soak [--seconds N] [--seed N] [--only WORKER]... [--plant FAULT]...\n", stderr);
     return 2;
 }
 
@@ -202,6 +205,8 @@ int main(int argc, char** argv) {
             options.seed = std::strtoull(argv[i + 1], nullptr, 10);
         } else if (option == "--plant") {
             options.plants.insert(argv[i + 1]);
+        } else if (option == "--only") {
+            options.only.insert(argv[i + 1]);
         } else {
             return vlm::soak::Usage();
         }

@@ -22,6 +22,7 @@ struct Options {
     uint64_t seed = 1;
     unsigned seconds = 120;
     std::set<std::string> plants;  // faults to plant, so that somebody sees that they are found
+    std::set<std::string> only;    // the workers to run; empty for all
 };
 
 class Stage {
