@@ -38,6 +38,7 @@ def main():
     limit = seconds * 1.5 + START_LIMIT
     progress = collections.deque(maxlen=2)
     hung = threading.Event()
+    judged = False
 
     process = subprocess.Popen(command, stdout=subprocess.PIPE, text=True)
 
@@ -51,13 +52,13 @@ def main():
         if line.startswith("~"):
             progress.append(line)
         else:
+            judged = judged or "violation" in line
             print(line, end="", flush=True)
     status = process.wait()
     watchdog.cancel()
-    if hung.is_set():
-        print(f"soak: seed {seed} hangs after {limit:.0f} s; the workers' last steps:\n" + "".join(progress))
-    elif status not in (0, 1, 2):
-        print(f"soak: seed {seed} ended with {status}; the workers' last steps:\n" + "".join(progress))
+    if hung.is_set() or (not judged and status != 2):
+        fate = f"hangs after {limit:.0f} s" if hung.is_set() else f"ended with {status}"
+        print(f"soak: seed {seed} {fate}; the workers' last steps:\n" + "".join(progress))
     if status != 0:
         print(f"again: ./dev soak {options.minutes:g} --seed {seed}")
     return 1 if status != 0 else 0

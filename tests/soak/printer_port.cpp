@@ -151,6 +151,7 @@ std::string PrinterPort::Answer() const {
     const bool block = request_[5] == kDataBlockOperation;
     const uint32_t number = Number(request_, block ? kHeaderSize : 10);
     const ReplyKey key = ReplyKey::Unpack(number);
+    if (key.reply == Reply::kSilence) return {};
     if (key.reply == Reply::kGarbage) return ReplyBytes(number, 40);
     std::string body;
     if (block) {

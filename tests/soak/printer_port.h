@@ -42,6 +42,7 @@ enum class Reply : uint8_t {
     kOtherQuestion,  // an answer to one that was not asked
     kOtherOperation,
     kShort,
+    kSilence,
     kReadFails,
     kWriteFails,
     kThrows,

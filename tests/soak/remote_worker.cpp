@@ -21,6 +21,7 @@ DWORD CodeOf(Reply reply) {
         case Reply::kOtherQuestion:
         case Reply::kOtherOperation:
         case Reply::kShort:
+        case Reply::kSilence:
             return ERROR_INVALID_DATA;
         case Reply::kReadFails:
         case Reply::kWriteFails:
