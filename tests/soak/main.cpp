@@ -6,12 +6,14 @@
 // has to end a run that hangs.
 #include <windows.h>
 
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "tests/soak/growth.h"
@@ -60,6 +62,12 @@ class Cast {
         Add<TurnoverWorker>("turnover", turning_, L"ip_ONE", L"IP_turns");
     }
 
+    bool KnowsAll(const std::set<std::string>& names) const {
+        return std::all_of(names.begin(), names.end(), [this](const std::string& name) {
+            return std::any_of(workers_.begin(), workers_.end(),
+                               [&](const auto& worker) { return worker->name == name; });
+        });
+    }
     void Start() {
         const auto& only = stage_.options.only;
         for (const auto& worker : workers_)
@@ -149,12 +157,18 @@ class Heartbeat {
     std::abort();
 }
 
+int Usage() {
+    std::fputs("usage: soak [--seconds N] [--seed N] [--only WORKER]... [--plant FAULT]...\n", stderr);
+    return 2;
+}
+
 int Soak(const Options& options) {
     std::printf("seed %" PRIu64 ", %u s\n", options.seed, options.seconds);
     // Held for the whole run, as other code of the spooler holds it: Wine keeps blocks of each loading.
     const Module crypt32(LoadLibraryW(L"crypt32.dll"));
     static Stage stage(options);
     static Cast cast(stage);
+    if (!cast.KnowsAll(options.only)) return Usage();
     Growth growth;
     uint64_t quietPoints = 0;
     {
@@ -184,11 +198,6 @@ int Soak(const Options& options) {
     stage.report.PrintOperations();
     stage.report.PrintVerdict(options.seed);
     return 0;
-}
-
-int Usage() {
-    std::fputs("usage: soak [--seconds N] [--seed N] [--only WORKER]... [--plant FAULT]...\n", stderr);
-    return 2;
 }
 
 }  // namespace
