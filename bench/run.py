@@ -1,10 +1,11 @@
-"""./dev bench: runs every bench program, prints one table, writes build/bench.json."""
+"""./dev bench: runs every bench program, prints one table, writes build/bench.json and draws docs/growth.svg."""
 
 import datetime
 import json
 import os
 import pathlib
 import platform
+import re
 import subprocess
 import sys
 import tempfile
@@ -59,12 +60,48 @@ def print_table(rows):
         print("  ".join(cell.ljust(width) for cell, width in zip(line, widths)).rstrip())
 
 
+# One panel of lines over the number of leaves, both axes logarithmic: a straight line that climbs one decade for each
+# decade to the right is cost in proportion.
+GNUPLOT = """
+set terminal svg size 720,400 dynamic background rgb 'white' font 'sans-serif,13'
+set output '{svg}'
+set title 'Bidi engine: processor time by the size of the extension file'
+set xlabel 'leaves'
+set ylabel 'milliseconds'
+set logscale xy
+set key left top
+set grid
+plot {plots}
+"""
+
+
+def growth_of(rows):
+    """The engine's curves: for each, its points (leaves, milliseconds)."""
+    curves = {}
+    for row in rows:
+        found = re.fullmatch(r"Bidi: (.+) over ([\d,]+) leaves", row["name"])
+        if not found or row["reference"] is None or row["referenceIs"].startswith("the same over"):
+            continue
+        what, leaves = found[1], int(found[2].replace(",", ""))
+        curves.setdefault(what, {})[leaves] = row["ours"]
+        if what.startswith("GetAll"):
+            curves.setdefault("bare MSXML work of that GetAll", {})[leaves] = row["reference"]
+    return curves
+
+
+def draw(curves, svg):
+    plots = ", ".join(f"'-' using 1:2 with linespoints linewidth 2 title '{what}'" for what in curves)
+    data = "".join("".join(f"{x} {y}\n" for x, y in sorted(points.items())) + "e\n" for points in curves.values())
+    subprocess.run(["gnuplot"], input=GNUPLOT.format(svg=svg, plots=plots) + data, text=True, check=True, timeout=60)
+
+
 def main():
     rows = [row for command in programs() for row in rows_of(command)]
     setup = set_up()
     print_table(rows)
     print("\nset-up: " + setup)
     (ROOT / "build/bench.json").write_text(json.dumps(rows, indent=1) + "\n")
+    draw(growth_of(rows), ROOT / "docs/growth.svg")
     missed = [row["name"] for row in rows if keeps(row) is False]
     if missed:
         sys.exit("missed: " + "; ".join(missed))

@@ -1,7 +1,6 @@
 #include "bidi/extension_files.h"
 
 #include <algorithm>
-#include <cstddef>
 #include <iterator>
 #include <map>
 #include <utility>
@@ -36,7 +35,7 @@ void CheckBounds(const std::wstring& path) {
     if (static_cast<ULONGLONG>(size.QuadPart) > kExtensionFileLimits.bytes) {
         Refuse(path, Describe(XmlRefusal::kTooLarge));
     }
-    std::vector<std::byte> text(static_cast<size_t>(size.QuadPart));
+    std::string text(static_cast<size_t>(size.QuadPart), '\0');
     DWORD read = 0;
     if (!ReadFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &read, nullptr)) return;
     text.resize(read);
@@ -68,15 +67,32 @@ ElementKind KindOf(IXMLDOMNode* node, const std::wstring& tag) {
     return found->kind;
 }
 
-std::optional<std::wstring> Attribute(const CXMLDoc& document, IXMLDOMNode* node, const wchar_t* name) {
-    _variant_t value;
-    if (!document.GetAttribute(node, name, &value) || value.vt != VT_BSTR) return std::nullopt;
+std::optional<std::wstring> TextIn(const _variant_t& value) {
+    if (value.vt != VT_BSTR) return std::nullopt;
     return std::wstring(value.bstrVal != nullptr ? value.bstrVal : L"");
 }
 
+// The attributes of one element, fetched once for all questions after them.
+class Attributes {
+ public:
+    explicit Attributes(IXMLDOMNode* node) { CheckEngine(node->get_attributes(map_.Receive())); }
+
+    std::optional<std::wstring> Find(const _bstr_t& name) const {
+        ComPtr<IXMLDOMNode> attribute;
+        if (map_) CheckEngine(map_->getNamedItem(name, attribute.Receive()));
+        if (!attribute) return std::nullopt;
+        _variant_t value;
+        CheckEngine(attribute->get_nodeValue(&value));
+        return TextIn(value);
+    }
+
+ private:
+    ComPtr<IXMLDOMNamedNodeMap> map_;
+};
+
 class Reader {
  public:
-    Reader(const CXMLDoc& document, size_t& elements) : document_(document), elements_(elements) {}
+    explicit Reader(size_t& elements) : elements_(elements) {}
 
     // As deep as the document, which is bounded.
     SchemaElement Read(IXMLDOMNode* node) {
@@ -88,11 +104,12 @@ class Reader {
         SchemaElement element;
         element.tag = NameOf(node);
         element.kind = KindOf(node, element.tag);
-        element.name = Attribute(document_, node, L"name");
-        element.type = Attribute(document_, node, L"type");
-        element.filter = Attribute(document_, node, L"filter");
-        element.query = Attribute(document_, node, L"query");
-        element.parameter = Attribute(document_, node, L"parameter");
+        const Attributes attributes(node);
+        element.name = attributes.Find(name_);
+        element.type = attributes.Find(type_);
+        element.filter = attributes.Find(filter_);
+        element.query = attributes.Find(query_);
+        element.parameter = attributes.Find(parameter_);
         if (element.kind == ElementKind::kConst) element.text = TextOf(node);
         if (element.kind == ElementKind::kSchema) element.namespaces = NamespaceDeclarationsOf(node);
         ComPtr<IXMLDOMNode> child;
@@ -109,8 +126,12 @@ class Reader {
     }
 
  private:
-    const CXMLDoc& document_;
     size_t& elements_;
+    const _bstr_t name_{L"name"};
+    const _bstr_t type_{L"type"};
+    const _bstr_t filter_{L"filter"};
+    const _bstr_t query_{L"query"};
+    const _bstr_t parameter_{L"parameter"};
 };
 
 SchemaElement ReadExtensionFile(const std::wstring& path, size_t& elements) {
@@ -120,7 +141,7 @@ SchemaElement ReadExtensionFile(const std::wstring& path, size_t& elements) {
     document.LoadFile(path.c_str(), kBidiNamespace);
     const ComPtr<IXMLDOMElement> root = document.Root();
     if (!root) ThrowEngineError(E_FAIL);
-    return Reader(document, elements).Read(root.Get());
+    return Reader(elements).Read(root.Get());
 }
 
 // Finds an element's children by name: one with a "name" attribute by both, one without by its tag alone,
@@ -196,7 +217,9 @@ SchemaElement LoadExtensionFiles(const wchar_t* fileListXml) {
     std::optional<SchemaElement> merged;
     size_t elements = 0;
     while (const ComPtr<IXMLDOMNode> file = NextNode(files.Get())) {
-        const std::wstring path = Attribute(list, file.Get(), L"path").value_or(L"");
+        _variant_t value;
+        list.GetAttribute(file.Get(), L"path", &value);
+        const std::wstring path = TextIn(value).value_or(L"");
         SchemaElement root = ReadExtensionFile(path, elements);
         if (merged) {
             Merge(*merged, std::move(root));

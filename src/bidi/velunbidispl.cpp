@@ -1,7 +1,6 @@
 #include "bidi/velunbidispl.h"
 
 #include <algorithm>
-#include <array>
 #include <cwchar>
 #include <unordered_map>
 #include <unordered_set>
@@ -14,6 +13,7 @@
 #include "bidi/schema_tree.h"
 #include "bidi/xml_text.h"
 #include "util/scope_exit.h"
+#include "util/streams.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
 
@@ -34,27 +34,6 @@ bool EverySchemaIsThere(const BIDI_REQUEST_CONTAINER& request) {
 HRESULT GiveText(const std::wstring& text, BSTR* out) {
     *out = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
     return *out != nullptr ? S_OK : E_OUTOFMEMORY;
-}
-
-// Up to one byte more than a printer's answer may have.
-std::vector<std::byte> ReadToEnd(IStream& stream) {
-    std::vector<std::byte> bytes;
-    std::array<std::byte, 16384> part;
-    while (bytes.size() <= kPrinterAnswerLimits.bytes) {
-        ULONG read = 0;
-        CheckEngine(stream.Read(part.data(), static_cast<ULONG>(part.size()), &read));
-        if (read == 0) break;
-        bytes.insert(bytes.end(), part.begin(), part.begin() + static_cast<std::ptrdiff_t>(read));
-    }
-    return bytes;
-}
-
-ComPtr<IStream> StreamOf(const std::vector<std::byte>& bytes) {
-    ComPtr<IStream> stream;
-    CheckEngine(CreateStreamOnHGlobal(nullptr, TRUE, stream.Receive()));
-    CheckEngine(stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), nullptr));
-    CheckEngine(stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr));
-    return stream;
 }
 
 void AppendNew(std::vector<NamespaceDeclaration>& declarations, const NamespaceDeclaration& declaration) {
@@ -172,7 +151,9 @@ HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseX
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponseStream(IStream* response) {
     return GuardEntry(name_, L"SetGetPrinterElementResponseStream", [&]() -> HRESULT {
         if (response == nullptr) return E_INVALIDARG;
-        Bind(ReadToEnd(*response));
+        std::string bytes;
+        CheckEngine(ReadStream(response, kPrinterAnswerLimits.bytes, &bytes));
+        Bind(bytes);
         return S_OK;
     });
 }
@@ -186,16 +167,10 @@ void CVelunBidiSpl::BindText(const std::wstring& text) {
     }
     // Each character is a byte at least; what is too long already as text stays within the sizes of the
     // platform.
-    const auto length = static_cast<int>(std::min(text.size() - begin, kPrinterAnswerLimits.bytes + 1));
-    std::vector<std::byte> bytes(static_cast<size_t>(length) * 3);
-    const int size =
-        WideCharToMultiByte(CP_UTF8, 0, text.data() + begin, length, reinterpret_cast<char*>(bytes.data()),
-                            static_cast<int>(bytes.size()), nullptr, nullptr);
-    bytes.resize(static_cast<size_t>(size));
-    Bind(bytes);
+    Bind(ToUtf8(std::wstring_view(text).substr(begin, kPrinterAnswerLimits.bytes + 1)));
 }
 
-void CVelunBidiSpl::Bind(const std::vector<std::byte>& response) {
+void CVelunBidiSpl::Bind(const std::string& response) {
     if (!extension_) {
         Trace(L"CVelunBidiSpl::SetGetPrinterElementResponseData - Error: must call init first\r\n");
         ThrowEngineError(E_FAIL);
@@ -207,7 +182,9 @@ void CVelunBidiSpl::Bind(const std::vector<std::byte>& response) {
     }
     CXMLDoc wsd;
     wsd.Init();
-    wsd.LoadStream(StreamOf(response).Get(), kWsdPrintNamespace);
+    ComPtr<IStream> stream;
+    CheckEngine(MakeStream(response, stream.Receive()));
+    wsd.LoadStream(stream.Get(), kWsdPrintNamespace);
 
     // Filters use the prefixes of their extension file, and those of the answer.
     if (!extension_->Schemas().empty()) {

@@ -17,7 +17,6 @@
 // empty, a failed SetGetPrinterElementResponseData leaves it unbound.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <string>
 #include <vector>
@@ -77,7 +76,7 @@ class CVelunBidiSpl {
 
  private:
     void BindText(const std::wstring& text);
-    void Bind(const std::vector<std::byte>& response);
+    void Bind(const std::string& response);
     bool ReadyToAnswer() const;
     std::wstring AnswerText(const wchar_t* path) const;
     std::wstring QueryElements(const BIDI_REQUEST_CONTAINER& request, bool* resolved) const;

@@ -217,15 +217,19 @@ void PrefixNormalizer::AppendAttribute(std::wstring* out, const XmlAttribute& at
     *out += L'"';
 }
 
-// A qualified name with the prefix that its namespace has here. Text that is none, or whose prefix the
-// document does not declare, stays as it is.
+// A qualified name with the prefix that its namespace has here; one without a prefix is of the default
+// namespace. A name in none, or whose prefix the document does not declare, stays as it is.
 std::wstring PrefixNormalizer::MapName(std::wstring_view value) {
     const size_t colon = value.find(L':');
-    if (colon == std::wstring_view::npos) return std::wstring(value);
-    const auto same = [&](const NamespacePrefix& entry) { return entry.prefix == value.substr(0, colon); };
+    const bool prefixed = colon != std::wstring_view::npos;
+    const std::wstring_view prefix = prefixed ? value.substr(0, colon) : std::wstring_view();
+    const std::wstring_view local = prefixed ? value.substr(colon + 1) : value;
+    const auto same = [&](const NamespacePrefix& entry) { return entry.prefix == prefix; };
     const auto found = std::find_if(scope_.rbegin(), scope_.rend(), same);
     if (found == scope_.rend() || found->uri.empty()) return std::wstring(value);
-    return AttributePrefix(FindOrAdd(found->uri, L"")) + std::wstring(value.substr(colon));
+    std::wstring mapped = AttributePrefix(FindOrAdd(found->uri, L"")) + L":";
+    mapped += local;
+    return mapped;
 }
 
 void PrefixNormalizer::CloseTag() {

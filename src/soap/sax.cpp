@@ -2,13 +2,15 @@
 
 #include "soap/hresult.h"
 #include "soap/streams.h"
-#include "soap/xml_shape.h"
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
+#include "util/xml_bounds.h"
 
 namespace vlm {
 
 namespace {
+
+constexpr XmlLimits kLimits{kLongestBody, 128, 100'000, 16u << 10};
 
 // The reader's strings are not terminated, and may be null when empty.
 std::wstring_view View(const wchar_t* text, int length) {
@@ -90,8 +92,9 @@ HRESULT CreateSaxReader(ISAXXMLReader** reader) {
 
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler) {
     std::string ready;
-    if (const wchar_t* reason = WhyNotParse(document, &ready)) {
-        Trace(L"SOAP: an answer is refused: %ls\r\n", reason);
+    const XmlRefusal refusal = CheckXmlBounds(document, kLimits, &ready);
+    if (refusal != XmlRefusal::kNone) {
+        Trace(L"SOAP: an answer is refused: it %ls\r\n", Describe(refusal));
         return E_FAIL;
     }
     // A stream, not a string: fed with a string, some readers take quadratic time.

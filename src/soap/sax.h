@@ -67,7 +67,7 @@ HRESULT CreateSaxReader(ISAXXMLReader** reader);
 
 // Parses a whole document. S_OK when it is well-formed and the handler took every event; else a failure: the
 // handler's, or the parser's, or E_FAIL, with the reason traced, for a document that is not let through to
-// the parser (see xml_shape.h). The reader can be used again after either.
+// the parser (see util/xml_bounds.h). The reader can be used again after either.
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler);
 
 }  // namespace vlm

@@ -4,57 +4,15 @@
 
 namespace vlm {
 
-namespace {
-
-constexpr ULONG kPiece = 4096;
-
-HRESULT Rewind(IStream* stream) {
-    return stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr);
-}
-
-}  // namespace
-
-std::string ToUtf8(std::wstring_view text) {
-    const int length = static_cast<int>(text.size());
-    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string bytes(static_cast<size_t>(needed), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, bytes.data(), needed, nullptr, nullptr);
-    return bytes;
-}
-
-HRESULT MakeStream(std::string_view bytes, IStream** stream) {
-    *stream = nullptr;
-    if (bytes.size() > kLongestBody * 4) return E_OUTOFMEMORY;
-    ComPtr<IStream> made;
-    HRESULT hr = CreateStreamOnHGlobal(nullptr, TRUE, made.Receive());
-    if (FAILED(hr)) return hr;
-    hr = made->Write(bytes.data(), static_cast<ULONG>(bytes.size()), nullptr);
-    if (SUCCEEDED(hr)) hr = Rewind(made.Get());
-    if (FAILED(hr)) return hr;
-    *stream = made.Detach();
-    return S_OK;
-}
-
 HRESULT ReadToEnd(IStream* stream, std::string* bytes) {
-    bytes->clear();
-    for (;;) {
-        const size_t size = bytes->size();
-        bytes->resize(size + kPiece);
-        ULONG read = 0;
-        const HRESULT hr = stream->Read(bytes->data() + size, kPiece, &read);
-        bytes->resize(size + (FAILED(hr) ? 0 : read));
-        if (FAILED(hr)) return hr;
-        if (read == 0) return S_OK;
-        if (bytes->size() > kLongestBody) {
-            Trace(L"SOAP: an answer of more than %u bytes is refused\r\n",
-                  static_cast<unsigned>(kLongestBody));
-            return E_FAIL;
-        }
-    }
+    const HRESULT hr = ReadStream(stream, kLongestBody, bytes);
+    if (FAILED(hr) || bytes->size() <= kLongestBody) return hr;
+    Trace(L"SOAP: an answer of more than %u bytes is refused\r\n", static_cast<unsigned>(kLongestBody));
+    return E_FAIL;
 }
 
 HRESULT ReadWhole(IStream* stream, std::string* bytes) {
-    const HRESULT hr = Rewind(stream);
+    const HRESULT hr = stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr);
     return FAILED(hr) ? hr : ReadToEnd(stream, bytes);
 }
 

@@ -1,124 +1,131 @@
 #include "util/xml_bounds.h"
 
 #include <algorithm>
-#include <cstdint>
-#include <string_view>
+#include <array>
 
 namespace vlm {
 
 namespace {
 
-// The text as a sequence of code units. Markup is ASCII in every encoding that is let through, so that units
-// wider than a byte need no decoding here; what is not ASCII is just not markup.
-class Units {
- public:
-    enum class Width { kByte, kLittleEndian16, kBigEndian16 };
+using std::string_view;
 
-    Units(std::span<const std::byte> text, Width width)
-        : text_(text), width_(width), size_(width == Width::kByte ? text.size() : text.size() / 2) {}
-
-    bool AtEnd() const { return position_ >= size_; }
-    void Advance(size_t count = 1) { position_ += std::min(count, size_ - position_); }
-    // 0 beyond the end.
-    uint16_t Peek(size_t ahead = 0) const {
-        const size_t index = position_ + ahead;
-        if (index >= size_) return 0;
-        if (width_ == Width::kByte) return Byte(index);
-        const uint16_t first = Byte(2 * index);
-        const uint16_t second = Byte(2 * index + 1);
-        return width_ == Width::kLittleEndian16 ? static_cast<uint16_t>(second << 8 | first)
-                                                : static_cast<uint16_t>(first << 8 | second);
+// UTF-16 reduced to its ASCII characters, everything else to one character that no markup has: the scan looks
+// at nothing else.
+std::string AsciiOfUtf16(string_view bytes, size_t lowByte) {
+    std::string ascii(bytes.size() / 2, '\x7F');
+    for (size_t i = 0; i < ascii.size(); ++i) {
+        const char low = bytes[2 * i + lowByte];
+        if (bytes[2 * i + 1 - lowByte] == 0 && static_cast<unsigned char>(low) < 0x80) ascii[i] = low;
     }
-    bool StartsWith(std::string_view ascii) const {
-        for (size_t i = 0; i < ascii.size(); ++i) {
-            if (Peek(i) != static_cast<unsigned char>(ascii[i])) return false;
-        }
-        return true;
-    }
-    // To just behind the next occurrence, or to the end.
-    void SkipBehind(std::string_view ascii) {
-        while (!AtEnd() && !StartsWith(ascii))
-            Advance();
-        Advance(ascii.size());
-    }
-
- private:
-    uint16_t Byte(size_t index) const { return std::to_integer<uint16_t>(text_[index]); }
-
-    std::span<const std::byte> text_;
-    Width width_;
-    size_t size_;
-    size_t position_ = 0;
-};
-
-bool BeginsWith(std::span<const std::byte> text, std::initializer_list<unsigned> bytes) {
-    return text.size() >= bytes.size() &&
-           std::equal(bytes.begin(), bytes.end(), text.begin(),
-                      [](unsigned expected, std::byte actual) { return std::byte(expected) == actual; });
+    return ascii;
 }
 
-// Past the start tag at the position: counts its attributes, and reports whether it is an empty element.
-bool SkipStartTag(Units& units, size_t& nodes) {
-    uint16_t last = 0;
-    while (!units.AtEnd()) {
-        const uint16_t unit = units.Peek();
-        units.Advance();
-        if (unit == '>') return last == '/';
-        if (unit == '"' || unit == '\'') {
-            ++nodes;
-            while (!units.AtEnd() && units.Peek() != unit)
-                units.Advance();
-            units.Advance();
-        }
-        last = unit;
+std::string LowerCase(string_view text) {
+    std::string lower(text);
+    for (char& c : lower) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     }
-    return false;
+    return lower;
 }
 
-XmlRefusal Walk(Units units, const XmlLimits& limits) {
+bool IsScannableEncoding(string_view declaration) {
+    const size_t keyword = declaration.find("encoding");
+    if (keyword == string_view::npos) return true;
+    const size_t quote = declaration.find_first_of("\"'", keyword);
+    if (quote == string_view::npos) return false;
+    const string_view rest = declaration.substr(quote + 1);
+    const std::string name = LowerCase(rest.substr(0, rest.find(declaration[quote])));
+    constexpr std::array<string_view, 4> kNames = {"utf-8", "utf-16", "us-ascii", "ascii"};
+    constexpr std::array<string_view, 2> kFamilies = {"iso-8859-", "windows-125"};
+    return std::find(kNames.begin(), kNames.end(), name) != kNames.end() ||
+           std::any_of(kFamilies.begin(), kFamilies.end(),
+                       [&](string_view f) { return name.starts_with(f); });
+}
+
+// The position behind the '>' that ends the tag at the front of `text`, quoted '>' apart; npos when there is
+// none. Counts its attributes.
+size_t EndOfTag(string_view text, size_t& attributes) {
+    for (size_t i = 1; i < text.size(); ++i) {
+        if (text[i] == '>') return i + 1;
+        if (text[i] == '"' || text[i] == '\'') {
+            i = text.find(text[i], i + 1);
+            if (i == string_view::npos) break;
+            ++attributes;
+        }
+    }
+    return string_view::npos;
+}
+
+// `ready`, if not null, receives the text with a line end in each end tag.
+XmlRefusal Scan(string_view text, const XmlLimits& limits, std::string* ready) {
+    // In the encodings that are let through, NUL is no character of a document.
+    if (text.find('\0') != string_view::npos) return XmlRefusal::kEncoding;
+    if (text.starts_with("<?xml") && !IsScannableEncoding(text.substr(0, text.find("?>")))) {
+        return XmlRefusal::kEncoding;
+    }
     size_t depth = 0;
     size_t nodes = 0;
-    while (!units.AtEnd()) {
-        if (units.Peek() != '<') {
-            units.Advance();
-        } else if (units.StartsWith("<!--")) {
-            units.SkipBehind("-->");
-        } else if (units.StartsWith("<![CDATA[")) {
-            units.SkipBehind("]]>");
-        } else if (units.StartsWith("<?")) {
-            units.SkipBehind("?>");
-        } else if (units.StartsWith("<!DOCTYPE")) {
+    string_view rest = text;
+    const auto take = [&](size_t count) {
+        if (ready != nullptr) *ready += rest.substr(0, count);
+        rest.remove_prefix(count);
+    };
+    for (size_t at = rest.find('<'); at != string_view::npos; at = rest.find('<')) {
+        take(at);
+        size_t end = string_view::npos;
+        bool isEndTag = false;
+        const auto endsWith = [&](string_view mark, size_t from) {
+            end = rest.find(mark, from);
+            if (end != string_view::npos) end += mark.size();
+        };
+        if (rest.starts_with("<!--")) {
+            endsWith("-->", 4);
+        } else if (rest.starts_with("<![CDATA[")) {
+            endsWith("]]>", 9);
+        } else if (rest.starts_with("<!")) {
             return XmlRefusal::kDocumentType;
-        } else if (units.StartsWith("</")) {
-            if (depth > 0) --depth;
-            units.SkipBehind(">");
+        } else if (rest.starts_with("<?")) {
+            endsWith("?>", 2);
         } else {
-            ++nodes;
-            if (!SkipStartTag(units, nodes)) ++depth;
-            if (depth > limits.depth) return XmlRefusal::kTooDeep;
-            if (nodes > limits.nodes) return XmlRefusal::kTooManyNodes;
+            size_t attributes = 0;
+            end = EndOfTag(rest.substr(0, limits.tag), attributes);
+            if (end == string_view::npos && rest.size() > limits.tag) return XmlRefusal::kTagTooLong;
+            if (end == string_view::npos) break;
+            isEndTag = rest[1] == '/';
+            if (isEndTag) {
+                if (depth > 0) --depth;
+            } else {
+                nodes += 1 + attributes;
+                if (nodes > limits.nodes) return XmlRefusal::kTooManyNodes;
+                if (rest[end - 2] != '/' && ++depth > limits.depth) return XmlRefusal::kTooDeep;
+            }
         }
+        if (end == string_view::npos) break;  // inside markup: no parser gets beyond this either
+        take(end - 1);
+        if (isEndTag && ready != nullptr) *ready += '\n';
+        take(1);
     }
+    take(rest.size());
     return XmlRefusal::kNone;
 }
 
 }  // namespace
 
-XmlRefusal CheckXmlBounds(std::span<const std::byte> text, const XmlLimits& limits) {
+XmlRefusal CheckXmlBounds(string_view text, const XmlLimits& limits, std::string* ready) {
     if (text.size() > limits.bytes) return XmlRefusal::kTooLarge;
-    if (BeginsWith(text, {0xEF, 0xBB, 0xBF})) text = text.subspan(3);
-
-    using enum Units::Width;
-    const bool utf32 = BeginsWith(text, {0xFF, 0xFE, 0, 0}) || BeginsWith(text, {0, 0, 0xFE, 0xFF}) ||
-                       BeginsWith(text, {'<', 0, 0, 0}) || BeginsWith(text, {0, 0, 0, '<'});
-    if (utf32) return XmlRefusal::kEncoding;
-    if (BeginsWith(text, {0xFF, 0xFE}) || BeginsWith(text, {'<', 0}))
-        return Walk({text, kLittleEndian16}, limits);
-    if (BeginsWith(text, {0xFE, 0xFF}) || BeginsWith(text, {0, '<'}))
-        return Walk({text, kBigEndian16}, limits);
+    const auto scanWide = [&](string_view units, size_t lowByte) {
+        if (ready != nullptr) *ready = text;
+        return Scan(AsciiOfUtf16(units, lowByte), limits, nullptr);
+    };
+    if (text.starts_with("\xFF\xFE")) return scanWide(text.substr(2), 0);
+    if (text.starts_with("\xFE\xFF")) return scanWide(text.substr(2), 1);
+    if (text.starts_with(string_view("<\0", 2))) return scanWide(text, 0);
+    if (text.starts_with(string_view("\0<", 2))) return scanWide(text, 1);
     // EBCDIC's '<': a parser that knows that code would see markup where this one sees none.
-    if (BeginsWith(text, {0x4C})) return XmlRefusal::kEncoding;
-    return Walk({text, kByte}, limits);
+    if (text.starts_with('\x4C')) return XmlRefusal::kEncoding;
+    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    if (ready != nullptr) ready->clear();
+    return Scan(text, limits, ready);
 }
 
 const wchar_t* Describe(XmlRefusal refusal) {
@@ -133,6 +140,8 @@ const wchar_t* Describe(XmlRefusal refusal) {
             return L"nests its elements too deeply";
         case XmlRefusal::kTooManyNodes:
             return L"has too many elements and attributes";
+        case XmlRefusal::kTagTooLong:
+            return L"has a tag that is too long";
         case XmlRefusal::kEncoding:
             return L"is in an encoding that is not supported";
     }

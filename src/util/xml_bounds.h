@@ -1,14 +1,15 @@
-// Whether an XML text from outside is modest enough to be given to a DOM parser.
+// Whether an XML text from outside is modest enough to be given to a parser. Plain standard C++.
 //
-// A DOM costs a multiple of its text, recursion costs stack, and a document type brings entities that expand
-// without bound. One pass over the bytes finds all three before the parser sees them. The pass does not
-// decide whether the text is well-formed; that is the parser's work.
-//
-// Plain standard C++.
+// A DOM costs a multiple of its text, recursion costs stack, attributes of one tag are compared pairwise, and
+// a document type brings entities that expand without bound. MSXML has no limits of its own worth the name.
+// One scan, linear in the text, finds all of these before a parser sees it. Whether the text is well-formed
+// is left to the parser: the scan follows the grammar exactly as long as the text does, and a parser stops
+// where it ceases to.
 #pragma once
 
 #include <cstddef>
-#include <span>
+#include <string>
+#include <string_view>
 
 namespace vlm {
 
@@ -16,23 +17,29 @@ struct XmlLimits {
     size_t bytes;
     size_t depth;  // of nested elements
     size_t nodes;  // elements and attributes together
+    size_t tag;    // bytes of one tag
 };
 
 // A Bidi extension file: a few thousand leaves are a large one.
-inline constexpr XmlLimits kExtensionFileLimits{8u << 20, 100, 400'000};
+inline constexpr XmlLimits kExtensionFileLimits{8u << 20, 100, 400'000, 64u << 10};
 // A printer's answer; every filter of the extension files searches it, so its size is time, too.
-inline constexpr XmlLimits kPrinterAnswerLimits{2u << 20, 100, 100'000};
+inline constexpr XmlLimits kPrinterAnswerLimits{2u << 20, 100, 100'000, 64u << 10};
 
 enum class XmlRefusal {
     kNone,
     kTooLarge,
-    kDocumentType,  // <!DOCTYPE
+    kDocumentType,  // or any other declaration: "<!" but for comments and CDATA
     kTooDeep,
     kTooManyNodes,
-    kEncoding,  // neither UTF-16 nor one that writes markup in ASCII
+    kTagTooLong,
+    // Neither UTF-8, UTF-16 nor a single-byte superset of ASCII; another one could hide markup from the scan.
+    kEncoding,
 };
 
-XmlRefusal CheckXmlBounds(std::span<const std::byte> text, const XmlLimits& limits);
+// `ready`, if not null, receives the same document, made quick to parse: unless it is UTF-16, without its
+// byte order mark and with a line end inside each end tag, where it says nothing. Some SAX readers look for
+// the beginning of the line at every event, and a printer's answer is one line.
+XmlRefusal CheckXmlBounds(std::string_view text, const XmlLimits& limits, std::string* ready = nullptr);
 
 // "is too large", to stand behind the name of what was refused.
 const wchar_t* Describe(XmlRefusal refusal);

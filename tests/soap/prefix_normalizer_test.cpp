@@ -180,6 +180,9 @@ TEST(PrefixNormalizer, GivesEachNamespaceOnePrefixOnTheRoot) {
          "<s:E xmlns:s=\"urn:s\" xmlns:wprt=\"" + P +
              "\" xmlns:nprt=\"urn:vendor\"><wprt:ElementData Name=\"wprt:A\"/>"
              "<wprt:ElementData wprt:Name=\"nprt:B\"/><wprt:ElementData Name=\"w:C\"/></s:E>"},
+        {"names in ElementData may be of the default namespace",
+         "<s:E xmlns:s='urn:s'><ElementData xmlns='" + P + "' Name='A'/></s:E>", wprt,
+         "<s:E xmlns:s=\"urn:s\" xmlns:wprt=\"" + P + "\"><wprt:ElementData Name=\"wprt:A\"/></s:E>"},
         {"text that a parser would change",
          "<s:E xmlns:s='urn:s' a='&amp;&lt;&quot;&#9;&#10;&#13;'>&amp;&lt;&gt;&#13;\"'\n</s:E>", none,
          "<s:E xmlns:s=\"urn:s\" a=\"&amp;&lt;&quot;&#9;&#10;&#13;\">&amp;&lt;&gt;&#13;\"'\n</s:E>"},

@@ -1,7 +1,6 @@
 #include "tools/vlmctl/bidi_source.h"
 
 #include <algorithm>
-#include <span>
 
 #include "util/com.h"
 #include "util/handles.h"
@@ -329,7 +328,7 @@ std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view
         findings.Error(path, line, text);
         return std::nullopt;
     };
-    const XmlRefusal refusal = CheckXmlBounds(std::as_bytes(std::span(bytes)), kExtensionFileLimits);
+    const XmlRefusal refusal = CheckXmlBounds(bytes, kExtensionFileLimits);
     const TagScan scan = ScanTags(bytes);
     if (refusal != XmlRefusal::kNone && refusal != XmlRefusal::kTooDeep) {
         const bool atDoctype = refusal == XmlRefusal::kDocumentType && scan.doctypeLine != 0;
