@@ -10,6 +10,7 @@ constexpr uint16_t kAttributes[] = {180, 2405};
 constexpr size_t kAttributeSizes[] = {8, 28};
 constexpr DWORD kBusy = ERROR_ACCESS_DENIED;  // somebody else had the port for the whole second
 constexpr DWORD kClosed = ERROR_BAD_PATHNAME;
+constexpr DWORD kOpening = ERROR_INVALID_HANDLE;  // nothing is below the port yet
 constexpr DWORD kClosing = ERROR_OPERATION_ABORTED;
 
 DWORD CodeOf(Reply reply) {
@@ -80,7 +81,7 @@ void RemoteWorker::Step(Random& random) {
     const bool steady = before == after && before % 2 == 0;
     bool expected = reply.status == 0 && code == planned;
     if (turns && steady && before % 4 == 0) expected = code == kClosed;
-    if (turns && !steady) expected = expected || code == kClosed || code == kClosing;
+    if (turns && !steady) expected = expected || code == kClosed || code == kOpening || code == kClosing;
     if (shared || turns) expected = expected || code == kBusy;
     const auto describe = [&] {
         return std::string(command ? "command" : "query") + " to " + printer + ", reply kind " +
