@@ -17,9 +17,10 @@ if(WIN32)
   if(MINGW)
     # ISO format specifiers in wide printf (%ls, %s as the project's texts use them) come from the system's own CRT.
     target_compile_definitions(vlm_options INTERFACE __USE_MINGW_ANSI_STDIO=0)
-    # No libstdc++, libgcc or winpthread DLL beside ours; address randomisation and no-execute in every image.
+    # No libstdc++, libgcc or winpthread DLL beside ours; address randomisation and no-execute in every image; the
+    # same objects give the same image at any time.
     target_link_options(vlm_options INTERFACE -static
-      -Wl,--dynamicbase,--nxcompat,--high-entropy-va)
+      -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
   endif()
 endif()
 

@@ -16,7 +16,6 @@ namespace vlm {
 
 namespace {
 
-constexpr wchar_t kBidiFilesSection[] = L"BidiFiles";
 constexpr int kMostNumberedFiles = 999;
 
 // Directory ids of our own, beside those of INF files.
@@ -277,29 +276,33 @@ std::wstring CModuleExplorer::Directory(DWORD directoryId) const {
 namespace {
 
 // False when the key names no file.
-bool AppendFile(IModuleExplorer& explorer, const wchar_t* key, std::wstring& list) {
+bool AppendFile(IModuleExplorer& explorer, const wchar_t* key, std::vector<std::wstring>& files) {
     BSTR path = nullptr;
     if (FAILED(explorer.GetFilePath(key, &path)) || path == nullptr) return false;
-    list += L"<BidiXml path=\"";
-    list += path;
-    list += L"\" />";
+    files.emplace_back(path);
     return true;
 }
 
 std::wstring ListOf(const wchar_t* printerName) {
-    std::wstring list = L"<BidiExtensionFiles>";
     const auto bidiFiles = CModuleExplorer::FromPrinterName(printerName, kBidiFilesSection);
-    AppendFile(*bidiFiles.Get(), L"BidiWSDFile", list);
     const auto driverFiles = CModuleExplorer::FromPrinterName(printerName, kDriverFilesSection);
-    for (int n = 1; n <= kMostNumberedFiles; ++n) {
-        const std::wstring key = L"UIBidiWSDFile" + std::to_wstring(n);
-        if (!AppendFile(*driverFiles.Get(), key.c_str(), list)) break;
-    }
-    list += L"</BidiExtensionFiles>";
-    return list;
+    std::wstring list = L"<BidiExtensionFiles>";
+    for (const std::wstring& path : ExtensionFiles(*bidiFiles.Get(), *driverFiles.Get()))
+        list += L"<BidiXml path=\"" + path + L"\" />";
+    return list + L"</BidiExtensionFiles>";
 }
 
 }  // namespace
+
+std::vector<std::wstring> ExtensionFiles(IModuleExplorer& bidiFiles, IModuleExplorer& driverFiles) {
+    std::vector<std::wstring> files;
+    AppendFile(bidiFiles, L"BidiWSDFile", files);
+    for (int n = 1; n <= kMostNumberedFiles; ++n) {
+        const std::wstring key = L"UIBidiWSDFile" + std::to_wstring(n);
+        if (!AppendFile(driverFiles, key.c_str(), files)) break;
+    }
+    return files;
+}
 
 HRESULT BuildExtensionFileList(const wchar_t* printerName, BSTR* list) {
     if (list == nullptr) return E_INVALIDARG;

@@ -9,6 +9,7 @@
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "util/com.h"
 #include "util/spooler_api.h"
@@ -18,6 +19,8 @@ namespace vlm {
 inline constexpr IID kIModuleExplorer = {
     0x09780b87, 0xae3d, 0x4a64, {0xb1, 0x40, 0x9b, 0x92, 0xc5, 0xb6, 0xa9, 0xaf}};
 
+// Sections of the INI file that name extension files.
+inline constexpr wchar_t kBidiFilesSection[] = L"BidiFiles";
 inline constexpr wchar_t kDriverFilesSection[] = L"VelunDriverFiles";
 
 // IUnknown has no virtual destructor, which the compiler holds against everything derived from it; objects
@@ -76,11 +79,15 @@ class CModuleExplorer final : public IModuleExplorer {
 #pragma GCC diagnostic pop
 #endif
 
+// The paths of a driver's extension files in the order in which the engine loads them: first the one for the
+// platform's WSD Bidi, then the numbered ones of the driver's user interface. The explorers are those of the
+// two sections above. Throws std::bad_alloc.
+std::vector<std::wstring> ExtensionFiles(IModuleExplorer& bidiFiles, IModuleExplorer& driverFiles);
+
 // The extension files of the printer's driver as one line of XML, ready for CVelunBidiSpl::Init:
 //   <BidiExtensionFiles><BidiXml path="C:\a.xml" /></BidiExtensionFiles>
-// first the one for the platform's WSD Bidi, then the numbered ones of the driver's user interface. Paths
-// stand in it as they are, without XML escaping. A printer or INI file that cannot be found gives an empty
-// list and S_OK.
+// Paths stand in it as they are, without XML escaping. A printer or INI file that cannot be found gives an
+// empty list and S_OK.
 HRESULT BuildExtensionFileList(const wchar_t* printerName, BSTR* list);
 
 }  // namespace vlm

@@ -9,6 +9,7 @@
 #include "rpc/procedures.h"
 #include "util/handles.h"
 #include "util/scope_exit.h"
+#include "util/srw_lock.h"
 #include "util/vlutil.h"
 
 namespace vlm::rpc {
@@ -31,14 +32,6 @@ constexpr std::array<Endpoint, 2> kRemote = {
 SRWLOCK lock = SRWLOCK_INIT;
 int starts = 0;
 bool registered = false;
-
-class Exclusive {
- public:
-    Exclusive() { AcquireSRWLockExclusive(&lock); }
-    ~Exclusive() { ReleaseSRWLockExclusive(&lock); }
-    Exclusive(const Exclusive&) = delete;
-    Exclusive& operator=(const Exclusive&) = delete;
-};
 
 // Every failure of the runtime goes through here, with the call that failed.
 void Report(const wchar_t* call, RPC_STATUS status) {
@@ -142,7 +135,7 @@ void KeepThisModuleLoaded() {
 }  // namespace
 
 DWORD StartRpcServer(const PortDirectory& ports) {
-    const Exclusive exclusive;
+    const ExclusiveScope exclusive(lock);
     ++starts;
     KeepRuntimeLoaded();
     if (!registered) portDirectory = ports;
@@ -152,7 +145,7 @@ DWORD StartRpcServer(const PortDirectory& ports) {
 }
 
 void StopRpcServer(bool exchangesHang) {
-    const Exclusive exclusive;
+    const ExclusiveScope exclusive(lock);
     if (exchangesHang) KeepThisModuleLoaded();
     if (--starts != 0 || !registered) return;
     registered = false;

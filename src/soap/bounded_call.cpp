@@ -1,46 +1,16 @@
 #include "soap/bounded_call.h"
 
 #include <atomic>
-#include <map>
 #include <memory>
-#include <mutex>
 
 #include "soap/hresult.h"
 #include "util/handles.h"
+#include "util/srw_lock.h"
 #include "util/vlutil.h"
 
 namespace vlm {
 
 namespace {
-
-// Calls left behind, per peer.
-class LeftBehind {
- public:
-    int Count(const std::wstring& peer) {
-        const std::lock_guard lock(mutex_);
-        const auto found = counts_.find(peer);
-        return found == counts_.end() ? 0 : found->second;
-    }
-    void Add(const std::wstring& peer) {
-        const std::lock_guard lock(mutex_);
-        ++counts_[peer];
-    }
-    void Remove(const std::wstring& peer) {
-        const std::lock_guard lock(mutex_);
-        const auto found = counts_.find(peer);
-        if (--found->second == 0) counts_.erase(found);
-    }
-
- private:
-    std::mutex mutex_;
-    std::map<std::wstring, int> counts_;
-};
-
-// Never destroyed: a call may still end while the module's other statics are gone.
-LeftBehind& AllLeftBehind() {
-    static LeftBehind* const all = new LeftBehind;
-    return *all;
-}
 
 enum class Phase { kRunning, kEnded, kLeftBehind };
 
@@ -49,7 +19,35 @@ struct Call {
     std::function<void()> work;
     KernelHandle ended;
     std::atomic<Phase> phase{Phase::kRunning};
+    Call* next = nullptr;  // among those left behind
 };
+
+// The calls left behind. A list through themselves and a lock without a destructor, because a call may end
+// while the module's statics are being destroyed.
+SRWLOCK leftBehindLock = SRWLOCK_INIT;
+Call* leftBehind = nullptr;
+
+int CountLeftBehind(const std::wstring& peer) {
+    const ExclusiveScope exclusive(leftBehindLock);
+    int count = 0;
+    for (const Call* call = leftBehind; call != nullptr; call = call->next)
+        if (call->peer == peer) ++count;
+    return count;
+}
+
+void AddLeftBehind(Call& call) {
+    const ExclusiveScope exclusive(leftBehindLock);
+    call.next = leftBehind;
+    leftBehind = &call;
+}
+
+void RemoveLeftBehind(const Call& call) {
+    const ExclusiveScope exclusive(leftBehindLock);
+    Call** link = &leftBehind;
+    while (*link != &call)
+        link = &(*link)->next;
+    *link = call.next;
+}
 
 void CALLBACK RunCall(PTP_CALLBACK_INSTANCE, void* argument) {
     const std::unique_ptr<std::shared_ptr<Call>> owner(static_cast<std::shared_ptr<Call>*>(argument));
@@ -60,7 +58,7 @@ void CALLBACK RunCall(PTP_CALLBACK_INSTANCE, void* argument) {
     });
     // What the work holds goes before its end is announced.
     call.work = nullptr;
-    if (call.phase.exchange(Phase::kEnded) == Phase::kLeftBehind) AllLeftBehind().Remove(call.peer);
+    if (call.phase.exchange(Phase::kEnded) == Phase::kLeftBehind) RemoveLeftBehind(call);
     SetEvent(call.ended.Get());
 }
 
@@ -85,7 +83,7 @@ bool Submit(std::shared_ptr<Call>* owner) {
 }  // namespace
 
 bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds) {
-    if (AllLeftBehind().Count(peer) >= kMostLeftBehind) {
+    if (CountLeftBehind(peer) >= kMostLeftBehind) {
         Trace(L"SOAP: earlier calls to %ls still hang, no new one is begun\r\n", Printable(peer).c_str());
         return false;
     }
@@ -100,9 +98,9 @@ bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD mill
 
     if (WaitForSingleObject(call->ended.Get(), milliseconds) == WAIT_OBJECT_0) return true;
     // Counted before the exchange, so that the callback never takes away what is not there yet.
-    AllLeftBehind().Add(peer);
+    AddLeftBehind(*call);
     if (call->phase.exchange(Phase::kLeftBehind) != Phase::kEnded) return false;
-    AllLeftBehind().Remove(peer);
+    RemoveLeftBehind(*call);
     return true;
 }
 

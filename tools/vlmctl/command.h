@@ -29,6 +29,8 @@ class CommandError : public std::runtime_error {
 };
 
 void AddBidiCommands(CLI::App& app);
+void AddDoctorCommand(CLI::App& app);
+void AddInstallCommands(CLI::App& app);
 void AddPrintCommand(CLI::App& app);
 void AddRpcCommands(CLI::App& app);
 void AddStatusCommand(CLI::App& app);

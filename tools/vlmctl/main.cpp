@@ -13,6 +13,7 @@
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/console.h"
+#include "tools/vlmctl/monitor_image.h"
 #include "tools/vlmctl/trace_view.h"
 #include "util/com.h"
 
@@ -39,10 +40,13 @@ int Complain(const std::string& what, int status) {
 
 int Run() {
     CLI::App app("Companion of the language monitor vllm3mon.dll", "vlmctl");
+    app.set_version_flag("--version", OwnVersion());
     app.require_subcommand(1);
     app.allow_windows_style_options(false);  // a path that begins with a slash is a path
     app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
     AddBidiCommands(app);
+    AddDoctorCommand(app);
+    AddInstallCommands(app);
     AddPrintCommand(app);
     AddRpcCommands(app);
     AddStatusCommand(app);
