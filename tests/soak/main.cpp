@@ -157,6 +157,44 @@ class Heartbeat {
     std::abort();
 }
 
+// "urlmon.dll+0x972a", or nothing for what is no code of a module.
+std::string PlaceOf(const void* address) {
+    HMODULE module = nullptr;
+    char path[MAX_PATH] = "";
+    if (!GetModuleHandleExW(
+            GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+            static_cast<const wchar_t*>(address), &module))
+        return {};
+    GetModuleFileNameA(module, path, sizeof path);
+    const std::string name = path;
+    char offset[32];
+    std::snprintf(offset, sizeof offset, "+0x%llx",
+                  static_cast<unsigned long long>(static_cast<const char*>(address) -
+                                                  reinterpret_cast<const char*>(module)));
+    return name.substr(name.rfind('\\') + 1) + offset;
+}
+
+// Says where the process crashes: the place itself, and what on the stack looks like a way there.
+LONG WINAPI TellCrash(EXCEPTION_POINTERS* crash) {
+    std::printf("crash 0x%08lx at %s\n", crash->ExceptionRecord->ExceptionCode,
+                PlaceOf(crash->ExceptionRecord->ExceptionAddress).c_str());
+    const auto* const stack = reinterpret_cast<void* const*>(crash->ContextRecord->Rsp);
+    ULONG_PTR low = 0;
+    ULONG_PTR high = 0;
+    GetCurrentThreadStackLimits(&low, &high);
+    const auto* const bottom = reinterpret_cast<void* const*>(high);
+    int shown = 0;
+    for (const auto* word = stack; word < bottom && shown < 60; ++word) {
+        const std::string place = PlaceOf(*word);
+        if (place.empty()) continue;
+        std::printf("  %s\n", place.c_str());
+        ++shown;
+    }
+    std::fflush(stdout);
+    TerminateProcess(GetCurrentProcess(), 3);
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
 int Usage() {
     std::fputs("usage: soak [--seconds N] [--seed N] [--only WORKER]... [--plant FAULT]...\n", stderr);
     return 2;
@@ -204,6 +242,7 @@ int Soak(const Options& options) {
 }  // namespace vlm::soak
 
 int main(int argc, char** argv) {
+    SetUnhandledExceptionFilter(vlm::soak::TellCrash);
     vlm::soak::Options options;
     for (int i = 1; i < argc; i += 2) {
         const std::string option = argv[i];
