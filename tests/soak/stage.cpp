@@ -1,5 +1,7 @@
 #include "tests/soak/stage.h"
 
+#include <malloc.h>
+
 #include <chrono>
 
 namespace vlm::soak {
@@ -70,6 +72,8 @@ void Stage::CheckAtRest(uint64_t quietPoint) {
         if (!good) report.Violate("quiet point", quietPoint, what);
     };
     check(spooler.OpenHandles() == 0, std::to_string(spooler.OpenHandles()) + " printers are still open");
+    for (const HANDLE heap : {GetProcessHeap(), reinterpret_cast<HANDLE>(_get_heap_handle())})
+        check(HeapValidate(heap, 0, nullptr) != FALSE, "a heap is damaged");
     check(router.Counters().badFrees == 0, "a block of the router was freed that is none");
     const auto logged = LoggedJobEvents();
     const std::lock_guard guard(mutex_);
