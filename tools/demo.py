@@ -70,7 +70,7 @@ def guard_the_port(printer):
         start 1
         text first
         start 2
-        run {windows.BIN / 'spoolhost.exe'} suspend
+        run spoolhost.exe suspend
         text lost in sleep
         end
         start 2
@@ -93,6 +93,34 @@ def guard_the_port(printer):
     check("the printer got of the two jobs what was written and nothing else",
           [pathlib.Path(printer.store / record["file"]).read_bytes()
            for record in printer.wait_for_documents(3)[1:]] == [b"first", b"second"])
+
+
+def call_remote_procedures(port):
+    """Both procedures, called by another process, over a USB port whose lower monitor leads to TCP port `port`."""
+    title("the remote procedures, over a USB port to the printer's device")
+    result = windows.run("spoolhost.exe", stdin=rf"""
+        usb USB001 Office
+        job 1 report
+        open USB001 127.0.0.1 {port}
+        run vlmctl.exe rpc query USB001 0x11223344
+        run vlmctl.exe rpc query \\server\Office 2 --raw --endpoint pipe
+        run vlmctl.exe rpc command USB001 --short 180 --values 0x51525354 0x61626364
+        run vlmctl.exe rpc command USB001 --short 2405
+        run vlmctl.exe rpc query USB001 29
+        start 1
+        run vlmctl.exe rpc query USB001 0x11223344
+        text report
+        end
+        close
+    """)
+    block = bytes(i % 251 for i in range(8192)).hex(" ").upper()
+    show((result.stdout + result.stderr).replace(block, f"{block[:32]}... (8192 bytes)"))
+    check("LmRpcQuery brought data blocks of the printer, one as long as a packet can be",
+          "AA BB CC DD" in result.stdout and block in result.stdout)
+    check("LmRpcCommand brought attributes of the printer",
+          all(value in result.stdout for value in ("01 02 03 04 05 06 07 08", "24 05 02 03")))
+    check("a refusal of the printer (31) and a port that a job holds (5) reached the caller",
+          "returned 31" in result.stdout and "returned 5" in result.stdout)
 
 
 def ask_for_values(printer):
@@ -122,6 +150,7 @@ def main():
             check(f"printing took toner: {before} percent before, {after} after",
                   all(now < then for now, then in zip(after, before)))
             guard_the_port(printer)
+            call_remote_procedures(printer.raw_port)
         check("the virtual printer has ended", printer.process.poll() is not None)
     title("shown")
     show("\n".join("* " + fact for fact in SHOWN))

@@ -2,15 +2,16 @@
 // came of it. One port over raw TCP, one printer of the stand-in spooler.
 //
 //   printer NAME            invents a printer
+//   usb PORT NAME           invents one on a USB port, with Bidi enabled and shared under its name
 //   job ID DOCUMENT         gives it a job
-//   open PORT HOST TCPPORT  opens a port of that name
+//   open PORT HOST TCPPORT [TIMEOUT]  opens a port of that name; the time-out of each step below in ms
 //   start ID                StartDocPort for the job
 //   write FILE              the file's bytes, in pieces of 64 KiB
 //   text WORDS              these words
 //   end                     EndDocPort
 //   close                   ClosePort
 //   log                     what the stand-in spooler was asked since the last log
-//   run PROGRAM ARGS…       another process, waited for
+//   run PROGRAM ARGS…       another process, waited for; a program beside this one needs no path
 //
 // "spoolhost suspend" tells the monitor's hidden window, in whatever process it is, that the system suspends.
 
@@ -65,7 +66,8 @@ class Scene {
         std::string rest;
         std::getline(words, rest);
         if (verb.empty() || verb[0] == '#') return;
-        if (verb == "printer") return AddPrinter(rest);
+        if (verb == "printer") return AddPrinter(rest, "", 0);
+        if (verb == "usb") return AddUsbPrinter(rest);
         if (verb == "job") return AddJob(rest);
         if (verb == "open") return Open(rest);
         if (verb == "start") return Start(rest);
@@ -79,9 +81,18 @@ class Scene {
     }
 
  private:
-    void AddPrinter(const std::string& name) {
+    void AddPrinter(const std::string& name, const std::string& port, DWORD attributes) {
         printer_ = FromUtf8(name);
-        printers_.Add({printer_.c_str(), L"", nullptr, 0, nullptr, nullptr});
+        printers_.Add(
+            {printer_.c_str(), FromUtf8(port).c_str(), printer_.c_str(), attributes, nullptr, nullptr});
+    }
+
+    void AddUsbPrinter(const std::string& rest) {
+        std::istringstream words(rest);
+        std::string port, name;
+        words >> port >> std::ws;
+        std::getline(words, name);
+        AddPrinter(name, port, PRINTER_ATTRIBUTE_ENABLE_BIDI | PRINTER_ATTRIBUTE_SHARED);
     }
 
     void AddJob(const std::string& rest) {
@@ -96,8 +107,10 @@ class Scene {
     void Open(const std::string& rest) {
         std::istringstream words(rest);
         std::string name, host, tcpPort;
+        DWORD timeout = 0;
         words >> name >> host >> tcpPort;
-        lower_ = std::make_unique<RawTcpMonitor>(host, tcpPort, kStepTimeout);
+        if (!(words >> timeout)) timeout = kStepTimeout;
+        lower_ = std::make_unique<RawTcpMonitor>(host, tcpPort, timeout);
         std::wstring portName = FromUtf8(name);
         Say("open " + name, monitor_.Table().pfnOpenPortEx(monitor_.Manager(), lower_.get(), portName.data(),
                                                            printer_.data(), &port_, lower_->Table()));
@@ -156,9 +169,13 @@ class Scene {
     }
 
     static void Run(const std::string& command) {
+        std::cout << "run " << command << std::endl;
         std::wstring line = FromUtf8(command);
+        // Its complaints where its results are, so that they stand in order.
         STARTUPINFOW startup{};
         startup.cb = sizeof startup;
+        startup.dwFlags = STARTF_USESTDHANDLES;
+        startup.hStdOutput = startup.hStdError = GetStdHandle(STD_OUTPUT_HANDLE);
         PROCESS_INFORMATION process{};
         if (!CreateProcessW(nullptr, line.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup,
                             &process))
@@ -174,9 +191,10 @@ class Scene {
         std::cout << what << (result ? ": ok" : ": refused, " + ErrorText(error)) << std::endl;
     }
 
+    // Outlives the monitor, whose Shutdown closes a port that is still open.
+    std::unique_ptr<RawTcpMonitor> lower_;
     MonitorHost monitor_;
     vlm::standin::Printers printers_;
-    std::unique_ptr<RawTcpMonitor> lower_;
     std::wstring printer_;
     HANDLE port_ = nullptr;
     size_t logged_ = 0;

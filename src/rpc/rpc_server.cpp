@@ -18,7 +18,8 @@ namespace {
 
 constexpr unsigned kQueuedCalls = RPC_C_PROTSEQ_MAX_REQS_DEFAULT;  // of one endpoint
 constexpr unsigned kFewestThreads = 1;
-constexpr unsigned kMostCalls = 1'234;  // at once
+constexpr unsigned kMostCalls = 1'234;      // at once
+constexpr DWORD kLastCallsTimeout = 3'000;  // milliseconds
 
 struct Endpoint {
     const wchar_t* protocol;
@@ -132,6 +133,21 @@ void KeepThisModuleLoaded() {
                        reinterpret_cast<LPCWSTR>(&registered), &module);
 }
 
+DWORD WINAPI TakeInterfaceBack(void*) {
+    RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, TRUE);
+    return 0;
+}
+
+// The runtime would wait without a limit, for instance for a call whose answer the spooler still owes, and at
+// times for one that is over. So a thread does that, and what it waits for in vain keeps this module.
+void TakeInterfaceBackAfterLastCalls() {
+    const KernelHandle thread(CreateThread(nullptr, 0, TakeInterfaceBack, nullptr, 0, nullptr));
+    if (!thread) RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE);
+    if (thread && WaitForSingleObject(thread.Get(), kLastCallsTimeout) == WAIT_OBJECT_0) return;
+    Trace(L"RPC server: a call does not end, so the module stays\r\n");
+    KeepThisModuleLoaded();
+}
+
 }  // namespace
 
 DWORD StartRpcServer(const PortDirectory& ports) {
@@ -149,7 +165,11 @@ void StopRpcServer(bool exchangesHang) {
     if (exchangesHang) KeepThisModuleLoaded();
     if (--starts != 0 || !registered) return;
     registered = false;
-    RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, exchangesHang ? FALSE : TRUE);
+    if (exchangesHang) {
+        RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE);
+    } else {
+        TakeInterfaceBackAfterLastCalls();
+    }
 }
 
 void UnregisterAtDetach() {

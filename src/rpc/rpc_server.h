@@ -32,9 +32,9 @@ struct PortDirectory {
 // StopRpcServer.
 DWORD StartRpcServer(const PortDirectory& ports);
 
-// The last one takes the interface back and waits for calls that are still running, unless
-// `exchangesHang`: then one of them is inside a lower monitor that does not return, and this module stays in
-// the process for it. Never under the loader lock.
+// The last one takes the interface back and waits for calls that are still running, 3 s at most; for one that
+// runs on, this module stays in the process. With `exchangesHang` one of them is inside a lower monitor that
+// does not return, and nothing is waited for. Never under the loader lock.
 void StopRpcServer(bool exchangesHang);
 
 // For the module's detach, under the loader lock: takes the interface back in the spooler's process, waiting

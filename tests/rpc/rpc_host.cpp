@@ -8,6 +8,7 @@
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
 //   entered | calls    calls: what was asked of the lower port since the last time
 //   request            the last one that was written, in hex
+//   delay MS           the spooler's next enumeration of printers takes so long
 //   open | second      the port again; another manager for a moment
 //   unload | load      the module, without Shutdown
 //   ping | quit
@@ -227,6 +228,10 @@ class Host {
         } else if (verb == "open") {
             Open(L"USB001");
             Say(opened_ ? "ok" : "error " + std::to_string(GetLastError()));
+        } else if (verb == "delay") {
+            Say(spooler_.AddRule({"EnumPrintersW", 0, static_cast<DWORD>(std::stoul(word)), 0, 1})
+                    ? "ok"
+                    : "failed");
         } else if (verb == "second") {
             // One more manager of the module, for a moment.
             const HANDLE first = std::exchange(manager_, nullptr);

@@ -10,15 +10,12 @@ import threading
 import time
 import unittest
 
-from impacket.dcerpc.v5 import transport
 from impacket.dcerpc.v5.rpcrt import DCERPCException
-from impacket.uuid import uuidtup_to_bin
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
 import windows  # noqa: E402
+from foreign_client import TCP_PORT, Foreign, command, parse, query  # noqa: E402
 
-INTERFACE = ("F176E676-8D3D-4106-81CF-A092FB0F7041", "1.0")
-TCP_PORT = 51656
 EXCHANGE = "StartDocPort WritePort ReadPort EndDocPort"
 
 
@@ -50,49 +47,6 @@ class Host:
         self.process.communicate(timeout=20)
         assert self.process.returncode == 0, self.process.returncode
         return time.monotonic() - begin
-
-
-class Foreign:
-    """A client that writes the bytes of each call itself."""
-
-    def __init__(self):
-        self.rpc = transport.DCERPCTransportFactory(f"ncacn_ip_tcp:127.0.0.1[{TCP_PORT}]").get_dce_rpc()
-        self.rpc.connect()
-        self.rpc.bind(uuidtup_to_bin(INTERFACE))
-
-    def call(self, operation, stub):
-        self.rpc.call(operation, stub)
-        return self.rpc.recv()
-
-    def close(self):
-        self.rpc.disconnect()
-
-
-def text(value):
-    raw = value.encode() + b"\0"
-    return struct.pack("<III", len(raw), 0, len(raw)) + raw + bytes(-len(raw) % 4)
-
-
-def query(name="USB001", data_id=16, size=8192):
-    return text(name) + struct.pack("<II", data_id, size)
-
-
-def command(name="USB001", values=(0x51525354, 0x61626364), longs=(), shorts=(180,), size=64, long_count=None,
-            short_count=None):
-    params = struct.pack("<HBxHxx", 0x0A0B, 0, len(longs) if long_count is None else long_count)
-    params += struct.pack("<64I", *longs, *[0] * (64 - len(longs)))
-    params += struct.pack("<H64Hxx", len(shorts) if short_count is None else short_count, *shorts,
-                          *[0] * (64 - len(shorts)))
-    return text(name) + struct.pack("<II", *values) + params + struct.pack("<I", size)
-
-
-def parse(answer):
-    """(Win32 code, size, reply bytes)"""
-    count, = struct.unpack_from("<I", answer)
-    at = 4 + count + (-count % 4)
-    size, code = struct.unpack_from("<II", answer, at)
-    assert len(answer) == at + 8, answer
-    return code, size, answer[4:4 + count]
 
 
 def block(size):
@@ -186,10 +140,12 @@ class ProcedureTest(Service):
 
     def test_every_failure_below_gives_the_lock_back(self):
         for fault in ("fail", "throw"):
-            for step in ("StartDocPort", "WritePort", "ReadPort"):
+            for step in ("StartDocPort", "WritePort", "ReadPort", "EndDocPort"):
                 with self.subTest(fault=fault, step=step):
                     self.host.do(f"{fault} {step}")
                     expected = (21 if fault == "fail" else 31, 0, b"")
+                    if step == "EndDocPort":  # by then the reply is there
+                        expected = (0, 16, block(16))
                     self.assertEqual(self.query(), expected)
                     self.assertEqual(self.query(), expected, "at once, not after a wait for the lock")
                     self.host.do(fault)
@@ -354,6 +310,19 @@ class ClosingTest(unittest.TestCase):
         host.do("release")
         finish()
         self.assertEqual(host.do("calls"), "")
+        host.stop()
+
+    def test_shutdown_does_not_wait_for_ever_for_a_call_that_the_spooler_holds(self):
+        host = self.start()
+        host.do("delay 8000")
+        caller = threading.Thread(target=self.query)
+        caller.start()
+        time.sleep(1)
+        waited = int(host.do("shutdown").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
+        self.assertEqual(host.do("unload"), "kept")
+        caller.join()
+        self.assertEqual(host.do("ping"), "pong")
         host.stop()
 
     def test_process_ends_at_once_with_a_call_in_flight(self):

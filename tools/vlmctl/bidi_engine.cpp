@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "bidi/velunbidispl.h"
+#include "bidi/xml_text.h"
 #include "soap/printer_elements.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi_source.h"
@@ -33,7 +34,7 @@ std::wstring FullPath(const std::string& path) {
 void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extensions) {
     std::wstring list = L"<BidiExtensionFiles>";
     for (const std::string& extension : extensions) {
-        list += L"<BidiXml path=\"" + EscapedForXml(FullPath(extension)) + L"\" />";
+        list += L"<BidiXml path=\"" + EscapeXml(FullPath(extension)) + L"\" />";
     }
     list += L"</BidiExtensionFiles>";
     const HRESULT result = engine.Init(L"vlmctl", list.c_str());

@@ -2,6 +2,7 @@
 
 #include <fmt/xchar.h>
 
+#include "bidi/xml_text.h"
 #include "soap/namespaces.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
@@ -19,10 +20,10 @@ using host::ToUtf8;
 constexpr size_t kLongestText = 1000;
 constexpr size_t kIndent = 2;
 
-// A line end inside a value, and whatever else moves a terminal's cursor or mode, as a reference.
+// Line separators inside a value, and whatever else moves a terminal's cursor or mode, as a reference.
 std::wstring Escaped(const std::wstring& text) {
     std::wstring escaped;
-    for (const wchar_t c : EscapedForXml(text)) {
+    for (const wchar_t c : EscapeXml(text)) {
         const bool control = c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
         escaped += control ? fmt::format(L"&#x{:X};", static_cast<unsigned>(c)) : std::wstring(1, c);
     }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "bidi/xml_text.h"
 #include "soap/namespaces.h"
 #include "soap/printer_elements.h"
 #include "soap/service_url.h"
@@ -45,38 +46,15 @@ std::string QualifiedName(const std::string& name, const std::vector<PrefixDecla
 
 }  // namespace
 
-std::wstring EscapedForXml(const std::wstring& text) {
-    std::wstring escaped;
-    for (const wchar_t c : text) {
-        switch (c) {
-            case L'&':
-                escaped += L"&amp;";
-                break;
-            case L'<':
-                escaped += L"&lt;";
-                break;
-            case L'>':
-                escaped += L"&gt;";
-                break;
-            case L'"':
-                escaped += L"&quot;";
-                break;
-            default:
-                escaped += c;
-        }
-    }
-    return escaped;
-}
-
 std::wstring QueryForElements(const std::vector<std::string>& names,
                               const std::vector<PrefixDeclaration>& declarations) {
-    std::wstring query = L"<EnumQueryElement xmlns:pri=\"" + std::wstring(ns::kWsdPrint) + L"\"";
+    std::vector<NamespaceDeclaration> prefixes = {{L"pri", std::wstring(ns::kWsdPrint)}};
     for (const PrefixDeclaration& one : declarations)
-        query += L" xmlns:" + FromUtf8(one.prefix) + L"=\"" + EscapedForXml(FromUtf8(one.uri)) + L"\"";
-    query += L">";
+        prefixes.push_back({FromUtf8(one.prefix), FromUtf8(one.uri)});
+    std::vector<std::wstring> qualified;
     for (const std::string& name : names)
-        query += L"<Name>" + EscapedForXml(FromUtf8(QualifiedName(name, declarations))) + L"</Name>";
-    return query + L"</EnumQueryElement>";
+        qualified.push_back(FromUtf8(QualifiedName(name, declarations)));
+    return WriteQueryElements(prefixes, qualified);
 }
 
 ComPtr<IStream> FetchAnswer(const std::string& url, const wchar_t* query) {

@@ -21,9 +21,6 @@ struct PrefixDeclaration {
 std::wstring QueryForElements(const std::vector<std::string>& names,
                               const std::vector<PrefixDeclaration>& declarations);
 
-// `text` ready to stand in element content and attribute values.
-std::wstring EscapedForXml(const std::wstring& text);
-
 // The answer to a query document, as the printer sent it.
 ComPtr<IStream> FetchAnswer(const std::string& url, const wchar_t* query);
 // The same as the monitor hands it to the Bidi engine: cleaned up, UTF-8.
