@@ -24,8 +24,16 @@ if(WIN32)
   endif()
 endif()
 
-if(VLM_SANITIZE)
+if(VLM_SANITIZE AND WIN32)
+  # There is no runtime for reports on this target: undefined behaviour ends the program on the spot.
+  target_compile_options(vlm_options INTERFACE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
+elseif(VLM_SANITIZE)
   target_compile_options(vlm_options INTERFACE
     -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
   target_link_options(vlm_options INTERFACE -fsanitize=address,undefined)
+endif()
+
+if(VLM_COVERAGE)
+  target_compile_options(vlm_options INTERFACE --coverage -fprofile-update=atomic)
+  target_link_options(vlm_options INTERFACE --coverage)
 endif()

@@ -19,8 +19,10 @@ std::optional<Options> ParseCommandLine(int argc, char** argv) {
     app.add_option("--raw-port", options.rawPort, "TCP port for documents, 0 for a free one");
     app.add_option("--control-port", options.controlPort,
                    "HTTP port of the control API on loopback, 0 for a free one");
-    app.add_option("--wsd-port", options.wsdPort, "HTTP port of the WSD print service, 0 for a free one");
+    app.add_option("--wsd-port", options.wsdPort, "HTTP port of the SOAP services, 0 for a free one");
     app.add_option("--wsds-port", options.wsdsPort, "HTTPS port of the same, 0 for a free one");
+    app.add_option("--accounts", options.accounts,
+                   "JSON file of the accounts that the department-ID service knows");
     app.add_option("--ready-file", options.readyFile,
                    "Written when all ports listen: ports and process id as JSON");
     app.add_option("--max-document", options.documentLimit,

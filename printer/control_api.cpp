@@ -137,21 +137,22 @@ json ToJson(const DocumentRecord& record) {
 
 }  // namespace
 
-void AddControlApi(HttpListener& http, RawPort& rawPort, WsdService& wsd, Machine& machine,
-                   const DocumentStore& store, std::function<void()> shutdown) {
+void AddControlApi(HttpListener& http, RawPort& rawPort, const SoapPorts& soap, WsdService& wsd,
+                   DeptIdService& deptId, Machine& machine, const DocumentStore& store,
+                   std::function<void()> shutdown) {
     using httplib::Request;
     using httplib::Response;
     httplib::Server& routes = http.Routes();
 
     AddWsdControl(routes, wsd, machine);
 
-    const auto state = [&http, &rawPort, &wsd] {
+    const auto state = [&http, &rawPort, &soap] {
         const auto fault = rawPort.CurrentFault();
         return json{{"pid", ::getpid()},
                     {"rawPort", rawPort.Port()},
                     {"controlPort", http.Port()},
-                    {"wsdPort", wsd.Port()},
-                    {"wsdsPort", wsd.TlsPort()},
+                    {"wsdPort", soap.Port()},
+                    {"wsdsPort", soap.TlsPort()},
                     {"refusing", fault && fault->mode == FaultMode::kRefuse},
                     {"openConnections", rawPort.OpenConnections()},
                     {"fault", ToJson(fault)},
@@ -195,6 +196,12 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, WsdService& wsd, Machin
     routes.Delete("/vpca/fault", [state, &rawPort](const Request&, Response& response) {
         rawPort.Device().ClearFault();
         Reply(response, state());
+    });
+    routes.Get("/deptid/requests",
+               [&deptId](const Request&, Response& response) { Reply(response, deptId.Requests().All()); });
+    routes.Delete("/deptid/requests", [&deptId](const Request&, Response& response) {
+        deptId.Requests().Clear();
+        Reply(response, deptId.Requests().All());
     });
     // With a content reader, which it does not use: otherwise the library waits for a body that a client
     // without a Content-Length does not send.

@@ -1,7 +1,8 @@
 // The virtual printer's start, run and stop. Each duty is a file of its own: the raw port (raw_port,
 // raw_connection), what it is told to do (behaviour), the documents (document_store), the machine that prints
-// them (machine), the WSD print service (wsd_service, from there wsd_request, wsd_answer, wsd_elements and
-// wsd_fault), the control API (control_api, wsd_control).
+// them (machine), the ports of the SOAP services (soap_ports, wsd_fault), the WSD print service (wsd_service,
+// from there wsd_request, wsd_answer and wsd_elements), the department-ID service (deptid_service, from there
+// deptid_request and accounts), the control API (control_api, wsd_control).
 //
 // Exit status: 0 after an orderly stop, 1 when it cannot start, 2 for a command line that is not understood.
 #include <sys/prctl.h>
@@ -19,11 +20,13 @@
 
 #include "command_line.h"
 #include "control_api.h"
+#include "deptid_service.h"
 #include "document_store.h"
 #include "http_listener.h"
 #include "machine.h"
 #include "raw_port.h"
 #include "say.h"
+#include "soap_ports.h"
 #include "wsd_service.h"
 
 namespace {
@@ -80,27 +83,31 @@ void Run(const Options& options) {
     RawPort rawPort(options.address, options.rawPort, store, machine, options.documentLimit);
     if (options.fault) rawPort.SetFault(*options.fault);
     rawPort.SetAnswer(options.answer);
-    WsdService wsd(options.address, options.wsdPort, options.wsdsPort, machine);
+    WsdService wsd(machine);
+    DeptIdService deptId(options.accounts.empty() ? Accounts() : Accounts(options.accounts));
+    SoapPorts soap(options.address, options.wsdPort, options.wsdsPort, wsd.Behaviour());
+    wsd.AddTo(soap);
+    deptId.AddTo(soap);
     HttpListener control("127.0.0.1", options.controlPort, kControlBodyLimit);
-    AddControlApi(control, rawPort, wsd, machine, store, [] { ::kill(::getpid(), SIGTERM); });
+    AddControlApi(control, rawPort, soap, wsd, deptId, machine, store, [] { ::kill(::getpid(), SIGTERM); });
 
     rawPort.Start();
-    wsd.Start();
+    soap.Start();
     control.Start();
     const ReadyFile ready(options.readyFile, {{"pid", ::getpid()},
                                               {"address", options.address},
                                               {"rawPort", rawPort.Port()},
                                               {"controlPort", control.Port()},
-                                              {"wsdPort", wsd.Port()},
-                                              {"wsdsPort", wsd.TlsPort()}});
+                                              {"wsdPort", soap.Port()},
+                                              {"wsdsPort", soap.TlsPort()}});
     Say("ready: raw port {0}:{1}, control http://127.0.0.1:{2}, WSD http://{0}:{3}{5} and https://{0}:{4}{5}",
-        options.address, rawPort.Port(), control.Port(), wsd.Port(), wsd.TlsPort(), kWsdPath);
+        options.address, rawPort.Port(), control.Port(), soap.Port(), soap.TlsPort(), kWsdPath);
 
     int signal = 0;
     sigwait(&stopSignals, &signal);
 
     control.Stop();
-    wsd.Stop();
+    soap.Stop();
     rawPort.Stop();
     Say("stopped");
 }

@@ -101,7 +101,7 @@ void RawConnection::ServeDevice() {
             if (pending.size() < *size) break;
             const VpcaReply reply = device_.Answer(std::span(pending).first(*size));
             pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(*size));
-            if (reply.delay > 0ms && WaitFor(0, reply.delay) != Wait::kTimeout) return;
+            if (reply.delay.count() > 0 && WaitFor(0, reply.delay) != Wait::kTimeout) return;
             if (!Send({reinterpret_cast<const char*>(reply.bytes.data()), reply.bytes.size()})) return;
             if (reply.close) return CloseOrderly();
         }
@@ -141,7 +141,7 @@ DocumentEnd RawConnection::Receive(Document& document) {
         }
 
         const auto pause = std::chrono::ceil<std::chrono::milliseconds>(nextSlowRead - Clock::now());
-        if (faultDue && pause > 0ms) {
+        if (faultDue && pause.count() > 0) {
             const Wait wait = WaitFor(0, pause);
             if (wait == Wait::kStop) return DocumentEnd::kStopped;
         }
@@ -184,7 +184,7 @@ bool RawConnection::Send(std::string_view left) {
         }
         if (errno == EINTR) continue;
         const auto time = std::chrono::ceil<std::chrono::milliseconds>(giveUp - Clock::now());
-        if (errno != EAGAIN || time <= 0ms || WaitFor(POLLOUT, time) != Wait::kReady) {
+        if (errno != EAGAIN || time.count() <= 0 || WaitFor(POLLOUT, time) != Wait::kReady) {
             Complain("the host did not take {} bytes of the answer", left.size());
             return false;
         }

@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string_view>
 
+#include "soap_message.h"
 #include "wsd_elements.h"
-#include "xml.h"
 
 namespace vlm::printer {
 namespace {
@@ -27,21 +27,6 @@ std::string FreshMessageId() {
     for (std::size_t i = 0; i < b.size(); ++i)
         text += fmt::format("{}{:02x}", i == 4 || i == 6 || i == 8 || i == 10 ? "-" : "", b[i]);
     return text;
-}
-
-struct Envelope {
-    XmlDocument document;
-    XmlElement root;
-    xmlNs* soap;
-};
-
-Envelope NewEnvelope(const char* soapPrefix) {
-    XmlDocument document(xmlNewDoc(ToXml("1.0")));
-    const XmlElement root(xmlNewDocNode(document.get(), nullptr, ToXml("Envelope"), nullptr));
-    xmlDocSetRootElement(document.get(), root.Node());
-    xmlNs* soap = root.Declare(soapPrefix, ns::kSoap12);
-    xmlSetNs(root.Node(), soap);
-    return {std::move(document), root, soap};
 }
 
 void AddHeader(const Envelope& envelope, const std::string& action, const std::string& relatesTo) {
@@ -109,9 +94,7 @@ std::string WsdAnswer(const WsdRequest& request, const MachineState& machine, co
 std::string WsdFaultAnswer(const std::string& code, const std::string& reason, const std::string& relatesTo) {
     const Envelope envelope = NewEnvelope("soap");
     AddHeader(envelope, std::string(ns::kAddressing) + "/fault", relatesTo);
-    const XmlElement fault = envelope.root.Add("Body", envelope.soap).Add("Fault");
-    fault.Add("Code").Add("Value", "soap:" + code);
-    fault.Add("Reason").Add("Text", reason).Language("en");
+    AddFault(envelope, code, reason);
     return Serialize(envelope.document.get());
 }
 

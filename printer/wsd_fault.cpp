@@ -9,6 +9,8 @@
 #include <string_view>
 #include <utility>
 
+#include "soap_message.h"
+
 namespace vlm::printer {
 namespace {
 
@@ -52,7 +54,6 @@ constexpr const char* kSoap11Fault =
     "busy</faultstring>"
     "<faultactor>urn:velun:engine</faultactor><detail><busy>calibrating</busy></detail></SOAP-ENV:Fault>"
     "</SOAP-ENV:Body></SOAP-ENV:Envelope>\n";
-constexpr const char* kSoapType = "application/soap+xml; charset=utf-8";
 constexpr const char* kHtmlType = "text/html; charset=utf-8";
 
 constexpr std::string_view kLineEnd = "\r\n";
@@ -246,7 +247,7 @@ Delivery Misbehave(const WsdFault& fault, const std::string& answer, const std::
         case WsdFaultMode::kEntityBomb:
             return send(Whole("200 OK", kSoapType, WithEntityBomb(body)));
         case WsdFaultMode::kRedirect:
-            return path == kWsdMovedPath ? send(answer) : redirect(kWsdMovedPath);
+            return path.starts_with(kMovedPrefix) ? send(answer) : redirect(kMovedPrefix + path);
         case WsdFaultMode::kRedirectLoop:
             return redirect(path);
     }

@@ -1,4 +1,4 @@
-// What the WSD ports do wrong on request.
+// What the SOAP services' ports do wrong on request.
 //
 // A connection takes its fault when it is accepted, at most as many as the fault says, and keeps it until it
 // ends or the fault is cleared. Every operation of WsdBehaviour may be called from any thread.
@@ -66,8 +66,8 @@ std::optional<WsdStage> ParseWsdStage(const std::string& text);
 
 std::optional<std::string> FindFlaw(const WsdFault& fault);
 
-// Where kRedirect leads: the service answers there as well, and without that fault.
-inline constexpr const char* kWsdMovedPath = "/wsd/moved/";
+// What kRedirect puts before the path: the service answers there as well, and without that fault.
+inline constexpr const char* kMovedPrefix = "/moved";
 
 // What goes out on the connection and how it ends.
 struct Delivery {

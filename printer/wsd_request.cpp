@@ -2,42 +2,14 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
 #include <array>
-#include <cctype>
 
-#include "xml.h"
+#include "soap_message.h"
 
 namespace vlm::printer {
 namespace {
 
 constexpr std::size_t kMostNames = 256;
-constexpr const char* kMediaType = "application/soap+xml";
-
-// Nothing is loaded, expanded or printed while it parses.
-constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
-
-std::string Trimmed(const std::string& text) {
-    const char* blanks = " \t\r\n";
-    const auto first = text.find_first_not_of(blanks);
-    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(blanks) - first + 1);
-}
-
-std::vector<xmlNode*> Children(const xmlNode* parent) {
-    std::vector<xmlNode*> all;
-    for (xmlNode* node = parent->children; node != nullptr; node = node->next)
-        if (node->type == XML_ELEMENT_NODE) all.push_back(node);
-    return all;
-}
-
-std::string TextOf(const xmlNode* node) {
-    return FromXml(XmlText(xmlNodeGetContent(node)).get());
-}
-
-std::string NameOf(const xmlNode* node) {
-    return fmt::format("{{{}}}{}", node->ns != nullptr ? FromXml(node->ns->href) : "", FromXml(node->name));
-}
-
 bool IsUuid(std::string_view text) {
     constexpr std::string_view kShape =
         "urn:uuid:hhhhhhhh-hhhh-hhhh-hhhh-hhhhhhhhhhhh";  // h: a lower-case digit
@@ -55,28 +27,11 @@ class Reader {
  public:
     explicit Reader(WsdRequest& request) : request_(request) {}
 
-    void ReadContentType(std::string_view value) {
-        std::string type = Trimmed(std::string(value.substr(0, value.find(';'))));
-        std::transform(type.begin(), type.end(), type.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        if (type == kMediaType) return;
-        std::string shown(value);  // a header may hold any byte, the answer only text
-        std::replace_if(
-            shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
-        Find("the content type is '{}' instead of {}", shown, kMediaType);
-    }
-
     void ReadMessage(const std::string& body) {
-        const XmlContext context(xmlNewParserCtxt());
-        const XmlDocument document(xmlCtxtReadMemory(
-            context.get(), body.data(), static_cast<int>(body.size()), nullptr, nullptr, kParseOptions));
+        std::string reason;
+        const XmlDocument document = ParseMessage(body, Privacy::kOpen, &reason);
         if (!document) {
-            Find("the body is not well-formed XML: line {}: {}", context->lastError.line,
-                 Trimmed(context->lastError.message != nullptr ? context->lastError.message : "no reason"));
-            return;
-        }
-        if (document->intSubset != nullptr) {
-            Find("a SOAP message must not have a document type declaration");
+            request_.findings.push_back(reason);
             return;
         }
         const xmlNode* root = xmlDocGetRootElement(document.get());
@@ -192,7 +147,7 @@ class Reader {
 WsdRequest ReadWsdRequest(std::string_view contentType, const std::string& body) {
     WsdRequest request;
     Reader reader(request);
-    reader.ReadContentType(contentType);
+    if (auto flaw = FindContentTypeFlaw(contentType)) request.findings.push_back(*std::move(flaw));
     reader.ReadMessage(body);
     return request;
 }

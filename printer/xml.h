@@ -15,6 +15,9 @@ inline constexpr const char* kAddressing = "http://schemas.xmlsoap.org/ws/2004/0
 inline constexpr const char* kAnonymous = "http://schemas.xmlsoap.org/ws/2004/08/addressing/role/anonymous";
 inline constexpr const char* kPrint = "http://schemas.microsoft.com/windows/2006/08/wdp/print";
 inline constexpr const char* kVendor = "http://velun.example/wsd/print/2026";
+inline constexpr const char* kSoap12Encoding = "http://www.w3.org/2003/05/soap-encoding";
+inline constexpr const char* kSchemaInstance = "http://www.w3.org/2001/XMLSchema-instance";
+inline constexpr const char* kDepartmentId = "http://velun.example/ns/active/deptid";
 }  // namespace ns
 
 struct FreeXml {

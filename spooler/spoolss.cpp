@@ -110,24 +110,24 @@ size_t ContainerSize(DWORD count) {
 // nothing is caught here.
 extern "C" {
 
-__declspec(dllexport) LPVOID WINAPI RouterAllocBidiMem(size_t size) {
+LPVOID WINAPI RouterAllocBidiMem(size_t size) {
     return Allocate(size);
 }
 
-__declspec(dllexport) VOID WINAPI RouterFreeBidiMem(LPVOID block) {
+VOID WINAPI RouterFreeBidiMem(LPVOID block) {
     Free(block);
 }
 
-__declspec(dllexport) PBIDI_RESPONSE_CONTAINER WINAPI RouterAllocBidiResponseContainer(DWORD count) {
+PBIDI_RESPONSE_CONTAINER WINAPI RouterAllocBidiResponseContainer(DWORD count) {
     auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(Allocate(ContainerSize(count)));
     if (container != nullptr) container->Count = count;
     return container;
 }
 
-__declspec(dllexport) DWORD WINAPI RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container) {
+DWORD WINAPI RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container) {
     if (container == nullptr) return ERROR_INVALID_PARAMETER;
     for (DWORD i = 0; i < container->Count; ++i) {
-        BIDI_RESPONSE_DATA& entry = container->aData[i];
+        const BIDI_RESPONSE_DATA& entry = container->aData[i];
         Free(entry.pSchema);
         switch (entry.data.dwBidiType) {
             case BIDI_STRING:
@@ -146,19 +146,19 @@ __declspec(dllexport) DWORD WINAPI RouterFreeBidiResponseContainer(PBIDI_RESPONS
     return ERROR_SUCCESS;
 }
 
-__declspec(dllexport) void StandInRouterCounters(RouterCounters* counters) {
+void StandInRouterCounters(RouterCounters* counters) {
     Heap& heap = TheHeap();
     const std::lock_guard guard(heap.mutex);
     *counters = heap.counters;
 }
 
-__declspec(dllexport) void StandInGuardBlocks(BOOL guarded) {
+void StandInGuardBlocks(BOOL guarded) {
     Heap& heap = TheHeap();
     const std::lock_guard guard(heap.mutex);
     heap.guarded = guarded != FALSE;
 }
 
-__declspec(dllexport) void StandInResetAllocations(LONG64 failFrom) {
+void StandInResetAllocations(LONG64 failFrom) {
     Heap& heap = TheHeap();
     const std::lock_guard guard(heap.mutex);
     heap.counters.allocations = 0;

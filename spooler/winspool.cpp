@@ -177,7 +177,7 @@ BOOL CopyDirectory(const wchar_t* directory, BYTE* buffer, DWORD capacity, DWORD
 // nothing is caught here.
 extern "C" {
 
-__declspec(dllexport) BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
+BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
     if (!Enter("OpenPrinterW", TextOrEmpty(name))) return FALSE;
     Spooler& spooler = TheSpooler();
     const std::lock_guard guard(spooler.mutex);
@@ -191,7 +191,7 @@ __declspec(dllexport) BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPP
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI ClosePrinter(HANDLE handle) {
+BOOL WINAPI ClosePrinter(HANDLE handle) {
     if (!Enter("ClosePrinter", NameOf(handle))) return FALSE;
     const std::lock_guard guard(TheSpooler().mutex);
     if (TheSpooler().handles.erase(handle) == 1) return TRUE;
@@ -199,8 +199,7 @@ __declspec(dllexport) BOOL WINAPI ClosePrinter(HANDLE handle) {
     return FALSE;
 }
 
-__declspec(dllexport) BOOL WINAPI
-    GetPrinterW(HANDLE handle, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
+BOOL WINAPI GetPrinterW(HANDLE handle, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
     if (!Enter("GetPrinterW", NameOf(handle))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
@@ -216,8 +215,8 @@ __declspec(dllexport) BOOL WINAPI
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level, LPBYTE buffer,
-                                                DWORD capacity, LPDWORD needed, LPDWORD returned) {
+BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed,
+                          LPDWORD returned) {
     if (!Enter("EnumPrintersW", L"flags " + std::to_wstring(flags))) return FALSE;
     *returned = 0;
     if (level != 2) {
@@ -236,8 +235,8 @@ __declspec(dllexport) BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI
-    GetPrinterDriverW(HANDLE handle, LPWSTR, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
+BOOL WINAPI GetPrinterDriverW(HANDLE handle, LPWSTR, DWORD level, LPBYTE buffer, DWORD capacity,
+                              LPDWORD needed) {
     if (!Enter("GetPrinterDriverW", NameOf(handle))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
@@ -255,8 +254,7 @@ __declspec(dllexport) BOOL WINAPI
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI
-    GetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
+BOOL WINAPI GetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
     if (!Enter("GetJobW", JobText(handle, id, L"level " + std::to_wstring(level)))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
@@ -277,26 +275,25 @@ __declspec(dllexport) BOOL WINAPI
     return TRUE;
 }
 
-__declspec(dllexport) BOOL WINAPI SetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE, DWORD command) {
+BOOL WINAPI SetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE, DWORD command) {
     std::wstring what = CommandName(command);
     if (level != 0) what += L", level " + std::to_wstring(level);
     if (!Enter("SetJobW", JobText(handle, id, what))) return FALSE;
     return FindByHandle(handle) != nullptr;
 }
 
-__declspec(dllexport) BOOL WINAPI
-    GetPrinterDriverDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
+BOOL WINAPI GetPrinterDriverDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
     if (!Enter("GetPrinterDriverDirectoryW", L"")) return FALSE;
     return CopyDirectory(L"C:\\windows\\system32\\spool\\drivers\\x64", buffer, capacity, needed);
 }
 
-__declspec(dllexport) BOOL WINAPI
-    GetPrintProcessorDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DWORD capacity, LPDWORD needed) {
+BOOL WINAPI GetPrintProcessorDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DWORD capacity,
+                                        LPDWORD needed) {
     if (!Enter("GetPrintProcessorDirectoryW", L"")) return FALSE;
     return CopyDirectory(L"C:\\windows\\system32\\spool\\prtprocs\\x64", buffer, capacity, needed);
 }
 
-__declspec(dllexport) void StandInReset() {
+void StandInReset() {
     Spooler& spooler = TheSpooler();
     const std::lock_guard guard(spooler.mutex);
     spooler.printers.clear();
@@ -304,7 +301,7 @@ __declspec(dllexport) void StandInReset() {
     spooler.log.clear();
 }
 
-__declspec(dllexport) BOOL StandInAddPrinter(const PrinterDescription* description) {
+BOOL StandInAddPrinter(const PrinterDescription* description) {
     auto printer = std::make_shared<Printer>();
     printer->name = TextOrEmpty(description->name);
     printer->port = TextOrEmpty(description->port);
@@ -321,8 +318,7 @@ __declspec(dllexport) BOOL StandInAddPrinter(const PrinterDescription* descripti
     return TRUE;
 }
 
-__declspec(dllexport) BOOL
-    StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD status) {
+BOOL StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD status) {
     const std::lock_guard guard(TheSpooler().mutex);
     const std::shared_ptr<Printer> printer = FindByName(TextOrEmpty(name));
     if (printer == nullptr) return FALSE;
@@ -330,20 +326,20 @@ __declspec(dllexport) BOOL
     return TRUE;
 }
 
-__declspec(dllexport) BOOL StandInAddRule(const Rule* rule) {
+BOOL StandInAddRule(const Rule* rule) {
     const std::lock_guard guard(TheSpooler().mutex);
     TheSpooler().rules.push_back({rule->function, *rule});
     return TRUE;
 }
 
-__declspec(dllexport) LONG StandInOpenHandles() {
+LONG StandInOpenHandles() {
     const std::lock_guard guard(TheSpooler().mutex);
     return static_cast<LONG>(TheSpooler().handles.size());
 }
 
 // Copies the log, without a terminator, when it fits into `capacity` characters; returns its length either
 // way.
-__declspec(dllexport) DWORD StandInReadLog(wchar_t* buffer, DWORD capacity) {
+DWORD StandInReadLog(wchar_t* buffer, DWORD capacity) {
     const std::lock_guard guard(TheSpooler().mutex);
     const std::wstring& log = TheSpooler().log;
     if (log.size() <= capacity) std::copy(log.begin(), log.end(), buffer);

@@ -36,9 +36,10 @@ bool IsBelow(std::wstring_view path, std::wstring_view root) {
 }  // namespace
 
 BidiLowerMonitor::BidiLowerMonitor(Kind kind, std::wstring address)
-    : kind_(kind), address_(std::move(address)) {
-    values_ = {{L"\\Printer.Status.Summary:State", BIDI_ENUM, L"Idle"},
-               {L"\\Printer.Status.Summary:StateReason", BIDI_ENUM, L"None"}};
+    : kind_(kind),
+      address_(std::move(address)),
+      values_({{L"\\Printer.Status.Summary:State", BIDI_ENUM, L"Idle"},
+               {L"\\Printer.Status.Summary:StateReason", BIDI_ENUM, L"None"}}) {
     if (kind_ == Kind::kWsd) {
         values_.push_back(
             {L"\\Printer.Velun.OIP.Service.WSDPrintServices:WSDPrintServiceURL", BIDI_STRING, address_});

@@ -7,8 +7,6 @@ namespace vlm {
 
 namespace {
 
-constexpr DWORD kTimeout = 5000;
-
 SoapValue Text(const wchar_t* text) {
     return SoapValue(std::wstring(text));
 }
@@ -24,7 +22,7 @@ HRESULT CheckUserPassword(const wchar_t* url, const wchar_t* username, const wch
         CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWininetClient> proxy;
         const HRESULT hr = proxy.SetUrl(url);
         if (FAILED(hr)) return hr;
-        proxy.SetTimeout(kTimeout);
+        proxy.SetTimeout(CheckUserPasswordService::kTimeout);
         // The order of the wire is not the order of the arguments.
         return proxy.CheckUserPassword(Text(username), Text(domain), Text(type), Text(password), result);
     });

@@ -20,6 +20,8 @@ inline constexpr SoapField kFields[] = {{L"username", XsdType::kString, kSoapIn 
                                         {L"result", XsdType::kBoolean, kSoapOut}};
 inline constexpr SoapOperation kOperation{L"CheckUserPassword", ns::kDepartmentId, kFields, {}};
 
+inline constexpr DWORD kTimeout = 5000;  // of an exchange, for SetTimeout()
+
 // `Client` carries the exchange (see soap_wininet_client.h). Addressed to the local machine until SetUrl().
 template <typename Client>
 class CCheckUserPasswordServiceT : public Client {

@@ -55,6 +55,7 @@ class VirtualPrinter:
         self.control_port = ready["controlPort"]
         self.wsd_url = f"http://127.0.0.1:{ready['wsdPort']}/wsd/print/"
         self.wsds_url = f"https://127.0.0.1:{ready['wsdsPort']}/wsd/print/"
+        self.deptid_url = f"http://127.0.0.1:{ready['wsdPort']}/active/deptid"
         self.pid = ready["pid"]
 
     def __enter__(self):
@@ -106,7 +107,7 @@ class VirtualPrinter:
         return self.call("DELETE", "/answer")
 
     def set_wsd_fault(self, mode, **details):
-        """What the WSD ports do wrong; docs/virtual-printer.md lists modes and details."""
+        """What the ports of the SOAP services do wrong; docs/virtual-printer.md lists modes and details."""
         return self.call("PUT", "/wsd/fault", {"mode": mode, **details})
 
     def clear_wsd_fault(self):
@@ -125,6 +126,10 @@ class VirtualPrinter:
 
     def clear_wsd_requests(self):
         return self.call("DELETE", "/wsd/requests")
+
+    def deptid_requests(self):
+        """The last requests to the department-ID service, oldest first, each with its findings."""
+        return self.call("GET", "/deptid/requests")
 
     def machine(self):
         """Pages, levels and conditions."""

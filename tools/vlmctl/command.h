@@ -13,7 +13,7 @@ namespace vlm::ctl {
 
 enum ExitStatus : int {
     kDone = 0,
-    kFailed = 1,      // the work could not be done; one line on standard error says why
+    kFailed = 1,  // the work could not be done; one line on standard error says why. Also: the answer is no
     kWrongUsage = 2,  // the command line makes no sense
 };
 
@@ -29,6 +29,7 @@ class CommandError : public std::runtime_error {
 };
 
 void AddBidiCommands(CLI::App& app);
+void AddDeptIdCommand(CLI::App& app);
 void AddDoctorCommand(CLI::App& app);
 void AddInstallCommands(CLI::App& app);
 void AddPrintCommand(CLI::App& app);

@@ -45,6 +45,7 @@ int Run() {
     app.allow_windows_style_options(false);  // a path that begins with a slash is a path
     app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
     AddBidiCommands(app);
+    AddDeptIdCommand(app);
     AddDoctorCommand(app);
     AddInstallCommands(app);
     AddPrintCommand(app);
@@ -57,6 +58,8 @@ int Run() {
         return kDone;
     } catch (const CLI::Success& help) {
         return app.exit(help);
+    } catch (const CLI::RuntimeError& answer) {
+        return answer.get_exit_code();
     } catch (const CLI::ParseError& error) {
         app.exit(error);
         return kWrongUsage;

@@ -1,0 +1,31 @@
+#include "request_log.h"
+
+#include <utility>
+
+namespace vlm::printer {
+
+void RequestLog::Add(nlohmann::json entry) {
+    const std::scoped_lock lock(mutex_);
+    entries_.push_back(std::move(entry));
+    if (entries_.size() > kKept) entries_.pop_front();
+}
+
+nlohmann::json RequestLog::All() const {
+    const std::scoped_lock lock(mutex_);
+    return entries_;
+}
+
+void RequestLog::Clear() {
+    const std::scoped_lock lock(mutex_);
+    entries_.clear();
+}
+
+nlohmann::json ShownHeaders(const httplib::Request& request) {
+    nlohmann::json headers = nlohmann::json::object();
+    for (const auto& [name, value] : request.headers)
+        if (name != "REMOTE_ADDR" && name != "REMOTE_PORT" && name != "LOCAL_ADDR" && name != "LOCAL_PORT")
+            headers[name] = value;
+    return headers;
+}
+
+}  // namespace vlm::printer

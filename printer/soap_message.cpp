@@ -1,0 +1,81 @@
+#include "soap_message.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cctype>
+#include <utility>
+
+namespace vlm::printer {
+namespace {
+
+constexpr const char* kMediaType = "application/soap+xml";
+constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+
+}  // namespace
+
+std::optional<std::string> FindContentTypeFlaw(std::string_view contentType) {
+    std::string type = Trimmed(std::string(contentType.substr(0, contentType.find(';'))));
+    std::transform(type.begin(), type.end(), type.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    if (type == kMediaType) return std::nullopt;
+    std::string shown(contentType);  // a header may hold any byte, the answer only text
+    std::replace_if(
+        shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
+    return fmt::format("the content type is '{}' instead of {}", shown, kMediaType);
+}
+
+XmlDocument ParseMessage(const std::string& body, Privacy privacy, std::string* reason) {
+    const XmlContext context(xmlNewParserCtxt());
+    XmlDocument document(xmlCtxtReadMemory(context.get(), body.data(), static_cast<int>(body.size()), nullptr,
+                                           nullptr, kParseOptions));
+    if (!document) {
+        const xmlError& error = context->lastError;
+        const std::string why = privacy == Privacy::kPrivate ? fmt::format("parser error {}", error.code)
+                                : error.message != nullptr   ? Trimmed(error.message)
+                                                             : "no reason";
+        *reason = fmt::format("the body is not well-formed XML: line {}: {}", error.line, why);
+    } else if (document->intSubset != nullptr) {
+        *reason = "a SOAP message must not have a document type declaration";
+        document.reset();
+    }
+    return document;
+}
+
+std::string Trimmed(const std::string& text) {
+    const char* blanks = " \t\r\n";
+    const auto first = text.find_first_not_of(blanks);
+    return first == std::string::npos ? "" : text.substr(first, text.find_last_not_of(blanks) - first + 1);
+}
+
+std::vector<xmlNode*> Children(const xmlNode* parent) {
+    std::vector<xmlNode*> all;
+    for (xmlNode* node = parent->children; node != nullptr; node = node->next)
+        if (node->type == XML_ELEMENT_NODE) all.push_back(node);
+    return all;
+}
+
+std::string TextOf(const xmlNode* node) {
+    return FromXml(XmlText(xmlNodeGetContent(node)).get());
+}
+
+std::string NameOf(const xmlNode* node) {
+    return fmt::format("{{{}}}{}", node->ns != nullptr ? FromXml(node->ns->href) : "", FromXml(node->name));
+}
+
+Envelope NewEnvelope(const char* soapPrefix) {
+    XmlDocument document(xmlNewDoc(ToXml("1.0")));
+    const XmlElement root(xmlNewDocNode(document.get(), nullptr, ToXml("Envelope"), nullptr));
+    xmlDocSetRootElement(document.get(), root.Node());
+    xmlNs* soap = root.Declare(soapPrefix, ns::kSoap12);
+    xmlSetNs(root.Node(), soap);
+    return {std::move(document), root, soap};
+}
+
+void AddFault(const Envelope& envelope, const std::string& code, const std::string& reason) {
+    const XmlElement fault = envelope.root.Add("Body", envelope.soap).Add("Fault");
+    fault.Add("Code").Add("Value", "soap:" + code);
+    fault.Add("Reason").Add("Text", reason).Language("en");
+}
+
+}  // namespace vlm::printer
