@@ -69,16 +69,16 @@ void PollForCompletion(const LmPort& port) {
 
 // Tells the spooler how far the job got, and lets go of its printer.
 void FinishJob(LmPort& port) {
-    const DWORD flags = port.flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE});
-    if (port.printer == nullptr) return;
-    if ((flags & LMPORT_JOB_RESTARTED) == 0) {
-        SetJobW(port.printer, port.jobId, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
-    } else {
-        // A job that starts again has not been sent.
-        port.flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE | LMPORT_JOB_RESTARTED});
-    }
-    SetJobW(port.printer, port.jobId, 0, nullptr, JOB_CONTROL_LAST_PAGE_EJECTED);
-    ClosePrinter(std::exchange(port.printer, nullptr));
+    // The job's own things are taken out first: once the flag is down, a job whose wait for the lock has just
+    // run out may have the port.
+    const HANDLE printer = std::exchange(port.printer, nullptr);
+    const DWORD job = port.jobId;
+    const DWORD flags = port.flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE | LMPORT_JOB_RESTARTED});
+    if (printer == nullptr) return;
+    // A job that starts again has not been sent.
+    if ((flags & LMPORT_JOB_RESTARTED) == 0) SetJobW(printer, job, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
+    SetJobW(printer, job, 0, nullptr, JOB_CONTROL_LAST_PAGE_EJECTED);
+    ClosePrinter(printer);
 }
 
 }  // namespace
@@ -91,9 +91,9 @@ BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
         LastErrorKeeper keeper;
         // Whatever fails or throws below, the job ends and the port is free again.
         const ScopeExit finish([port] {
+            EndTally(*port);
             FinishJob(*port);
             SetEvent(port->portEvent);
-            EndTally(*port);
         });
         if (port->printer != nullptr && IsNetworkPort(*port)) NoteJobStatus(*port);
         if (port->lower.base.pfnEndDocPort != nullptr) {

@@ -5,8 +5,10 @@
 // are zero-filled blocks of the global heap.
 //
 // Threads: the spooler uses one port from one thread at a time, but different ports at once. `next` and
-// `printerName` change only under the monitor lock (process_state.h); `flags` is atomic, because a remote
-// caller marks a port too; everything else belongs to the thread that runs the port's current operation.
+// `printerName` change only under the monitor lock (process_state.h), and so are `portEvent`, `lowerPort` and
+// `lower` set, because a remote caller may find the port while it is being opened; `flags` is atomic, because
+// such a caller marks a port too; everything else belongs to the thread that runs the port's current
+// operation.
 #pragma once
 
 #include <atomic>

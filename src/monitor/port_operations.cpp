@@ -146,16 +146,25 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
 
         {
             const LastErrorKeeper keeper;
-            port->portEvent = CreateEventW(nullptr, FALSE, TRUE, eventName.c_str());
-            if (port->portEvent == nullptr) TraceRefusal(pszPortName, L"no job lock", GetLastError());
+            const HANDLE event = CreateEventW(nullptr, FALSE, TRUE, eventName.c_str());
+            if (event == nullptr) TraceRefusal(pszPortName, L"no job lock", GetLastError());
+            const LockGuard guard(processState.monitorLock);
+            port->portEvent = event;
         }
         // A port that the lower monitor cannot open stays in the list, and so stays busy until the monitor is
         // shut down. That is intended: the spooler does not get to open a broken port over and over.
-        if (!pMonitor2->pfnOpenPort(hMonitorPort, pszPortName, &port->lowerPort)) {
+        HANDLE lowerPort = nullptr;
+        if (!pMonitor2->pfnOpenPort(hMonitorPort, pszPortName, &lowerPort)) {
             TraceRefusal(pszPortName, L"the lower monitor does not open it", GetLastError());
             return FALSE;
         }
-        CopyLowerTable(*pMonitor2, port->lower);
+        {
+            // A remote caller finds the port in the list already: it sees all of what is below, or nothing.
+            const LastErrorKeeper keeper;
+            const LockGuard guard(processState.monitorLock);
+            CopyLowerTable(*pMonitor2, port->lower);
+            port->lowerPort = lowerPort;
+        }
         *pHandle = port;
         return TRUE;
     });

@@ -114,5 +114,27 @@ TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
     }
 }
 
+TEST_F(ConcurrencyTest, JobThatStopsWaitingTakesNothingFromTheOneThatEnds) {
+    constexpr DWORD kNext = kJob + 1;
+    const HANDLE port = MustOpen(lower, L"IP_office");
+    ASSERT_TRUE(Start(port));
+    // The next job's wait of a second runs out while the spooler is being told of the first one.
+    std::thread next([&] { EXPECT_TRUE(Start(port, kNext)); });
+    Sleep(600);
+    spooler.AddRule({"SetJobW", 0, 800, 0, 1});
+    table.pfnEndDocPort(port);
+    next.join();
+    table.pfnEndDocPort(port);
+    const auto told = [&](DWORD job) {
+        size_t lines = 0;
+        for (const std::wstring& line : spooler.Log())
+            if (line.starts_with(L"SetJobW(Office, job " + std::to_wstring(job))) ++lines;
+        return lines;
+    };
+    EXPECT_EQ(told(kJob), 2U);
+    EXPECT_EQ(told(kNext), 2U);
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
 }  // namespace
 }  // namespace vlm::test

@@ -76,6 +76,11 @@ std::wstring ScriptedServer::Url(const wchar_t* scheme) const {
     return std::wstring(scheme) + L"://127.0.0.1:" + std::to_wstring(port_) + L"/wsd/print/";
 }
 
+void ScriptedServer::Play(Script script) {
+    const std::lock_guard lock(mutex_);
+    script_ = std::move(script);
+}
+
 std::string ScriptedServer::LastRequest() {
     const std::lock_guard lock(mutex_);
     return request_;
@@ -105,7 +110,12 @@ void ScriptedServer::HangUp() {
 }
 
 void ScriptedServer::Serve(SOCKET client) {
-    for (const Step& step : script_) {
+    Script script;
+    {
+        const std::lock_guard lock(mutex_);
+        script = script_;
+    }
+    for (const Step& step : script) {
         if (step.kind == Step::kReadRequest) Receive(client);
         for (unsigned i = 0; step.kind == Step::kSend && i < step.times && !Ends(); ++i) {
             if (::send(client, step.bytes.data(), static_cast<int>(step.bytes.size()), 0) <= 0) break;

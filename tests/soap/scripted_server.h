@@ -45,6 +45,8 @@ class ScriptedServer {
 
     std::wstring Url(const wchar_t* scheme = L"http") const;
     unsigned short Port() const { return port_; }
+    // For the connections from now on.
+    void Play(Script script);
     unsigned Connections() const { return connections_; }
     // Cuts short what goes on and what follows from it, and returns when no client is left.
     void HangUp();

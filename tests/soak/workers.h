@@ -1,0 +1,139 @@
+// The kinds of workers of a soak.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "tests/soak/extension_set.h"
+#include "tests/soak/print_job.h"
+#include "tests/soak/worker.h"
+#include "tests/soap/scripted_server.h"
+#include "tools/vlmctl/rpc_client.h"
+
+namespace vlm::soak {
+
+// Prints jobs on one port.
+class PrintWorker : public Worker {
+ public:
+    PrintWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, OpenPort port, Rivals rivals)
+        : Worker(ownStage, ownName, ownNumber), port_(std::move(port)), rivals_(rivals) {}
+
+ private:
+    void Step(Random& random) override;
+
+    const OpenPort port_;
+    const Rivals rivals_;
+};
+
+// One of two that print on one port, with jobs that last: each sees the other's.
+class ContendingWorker : public Worker {
+ public:
+    ContendingWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, OpenPort port)
+        : Worker(ownStage, ownName, ownNumber), port_(std::move(port)) {}
+    void SetRival(const ContendingWorker* rival) { rival_ = rival; }
+
+ private:
+    void Step(Random& random) override;
+
+    const OpenPort port_;
+    const ContendingWorker* rival_ = nullptr;
+    std::atomic<unsigned> changes_{0};  // odd from before StartDocPort to after EndDocPort
+};
+
+// Asks Bidi queries over a TCP/IP port, a WSD port and a USB port, of a printer that does what the step says.
+class BidiWorker : public Worker {
+ public:
+    BidiWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, ExtensionSet& files,
+               OpenPort tcp, OpenPort wsd, OpenPort usb);
+
+ private:
+    void Step(Random& random) override;
+    void AskLocally();
+    void Ask(const OpenPort& port, Random& random);
+
+    ExtensionSet& files_;
+    const OpenPort tcp_;
+    const OpenPort wsd_;
+    const OpenPort usb_;
+    test::ScriptedServer printer_;
+};
+
+// Replaces the extension files by others, by broken ones, and by none.
+class FileWorker : public Worker {
+ public:
+    FileWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, ExtensionSet& files)
+        : Worker(ownStage, ownName, ownNumber), files_(files) {}
+
+ private:
+    void Step(Random& random) override;
+
+    ExtensionSet& files_;
+};
+
+// A USB port that opens and closes. The state changes before and after each: 0 closed, 1 opening, 2 open,
+// 3 closing, modulo 4.
+struct TurningPort {
+    PrinterPort below;
+    std::atomic<unsigned> state{0};
+};
+
+// Calls the remote procedures, on a port of its own, on one that it shares, and on one that opens and closes.
+class RemoteWorker : public Worker {
+ public:
+    RemoteWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber,
+                 const ctl::RpcClient& client, std::string own, std::string shared,
+                 const TurningPort& turning)
+        : Worker(ownStage, ownName, ownNumber),
+          client_(client),
+          own_(std::move(own)),
+          shared_(std::move(shared)),
+          turning_(turning) {}
+
+ private:
+    void Step(Random& random) override;
+
+    const ctl::RpcClient& client_;
+    const std::string own_;
+    const std::string shared_;
+    const TurningPort& turning_;
+};
+
+// Tells the monitor's window that the system suspends. Now and then it sees to it that no job starts, and
+// that a write is refused then.
+class SuspendWorker : public Worker {
+ public:
+    SuspendWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, OpenPort port)
+        : Worker(ownStage, ownName, ownNumber), port_(std::move(port)) {}
+
+ private:
+    void Step(Random& random) override;
+    void Notify();
+
+    const OpenPort port_;
+};
+
+// Opens and closes ports, wrong ones too, and makes further managers.
+class TurnoverWorker : public Worker {
+ public:
+    TurnoverWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, TurningPort& turning,
+                   std::wstring openPort, std::wstring printer);
+
+ private:
+    void Step(Random& random) override;
+    Outcome OpenWith(HANDLE manager, PrinterPort& below, std::wstring name, HANDLE* handle);
+    void OpenAndClose(Random& random);
+    void OpenWrongly();
+    void Turn();
+    void AnotherManager(Random& random);
+
+    TurningPort& turning_;
+    HANDLE turningHandle_ = nullptr;
+    const std::wstring openPort_;
+    const std::wstring printer_;
+    PrinterPort passing_;
+    PrinterPort left_;
+    PrinterPort refusing_;
+};
+
+}  // namespace vlm::soak
