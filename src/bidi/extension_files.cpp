@@ -19,28 +19,29 @@ namespace {
     ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
 }
 
-// Looks at the file before the parser does. A file that cannot be opened or read is left to the parser to
-// report.
-void CheckBounds(const std::wstring& path) {
+// Reads the file and looks at it before the parser does. Nothing for a file that cannot be opened or read.
+std::optional<std::string> ReadWithinBounds(const std::wstring& path) {
     // The parser would fetch an address from the network.
     if (path.find(L"://") != std::wstring::npos) Refuse(path, L"is not a file");
     const File file(CreateFileW(path.c_str(), GENERIC_READ,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    if (!file) return;
+    if (!file) return std::nullopt;
     // A pipe or a device might never end.
     if (GetFileType(file.Get()) != FILE_TYPE_DISK) Refuse(path, L"is not a file");
     LARGE_INTEGER size{};
-    if (!GetFileSizeEx(file.Get(), &size)) return;
+    if (!GetFileSizeEx(file.Get(), &size)) return std::nullopt;
     if (static_cast<ULONGLONG>(size.QuadPart) > kExtensionFileLimits.bytes) {
         Refuse(path, Describe(XmlRefusal::kTooLarge));
     }
     std::string text(static_cast<size_t>(size.QuadPart), '\0');
     DWORD read = 0;
-    if (!ReadFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &read, nullptr)) return;
+    if (!ReadFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &read, nullptr))
+        return std::nullopt;
     text.resize(read);
     const XmlRefusal refusal = CheckXmlBounds(text, kExtensionFileLimits);
     if (refusal != XmlRefusal::kNone) Refuse(path, Describe(refusal));
+    return text;
 }
 
 ElementKind KindOf(IXMLDOMNode* node, const std::wstring& tag) {
@@ -135,10 +136,15 @@ class Reader {
 };
 
 SchemaElement ReadExtensionFile(const std::wstring& path, size_t& elements) {
-    CheckBounds(path);
+    const std::optional<std::string> text = ReadWithinBounds(path);
     CXMLDoc document;
     document.Init();
-    document.LoadFile(path.c_str(), kBidiNamespace);
+    if (text) {
+        document.LoadFileBytes(path.c_str(), *text, kBidiNamespace);
+    } else {
+        // The parser says why it cannot be read either.
+        document.LoadFile(path.c_str(), kBidiNamespace);
+    }
     const ComPtr<IXMLDOMElement> root = document.Root();
     if (!root) ThrowEngineError(E_FAIL);
     return Reader(elements).Read(root.Get());

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "util/streams.h"
 #include "util/vlutil.h"
 
 namespace vlm {
@@ -51,6 +52,10 @@ bool FindDefaultNamespace(IXMLDOMNode* element, std::wstring* uri) {
     if (end == std::wstring::npos) return false;
     *uri = tag.substr(begin, end - begin);
     return true;
+}
+
+void TraceUnloadable(const wchar_t* path) {
+    Trace(L"Error: Unable to load file %ls\r\n", Printable(path, MAX_PATH).c_str());
 }
 
 // The next node in document order below `root`, or null.
@@ -152,7 +157,15 @@ void CXMLDoc::LoadFile(const wchar_t* path, const wchar_t* namespaceUri) {
     const HRESULT hr = document.load(source, &success);
     Check(hr);
     const bool loaded = hr == S_OK && success == VARIANT_TRUE;
-    if (!loaded) Trace(L"Error: Unable to load file %ls\r\n", Printable(path, MAX_PATH).c_str());
+    if (!loaded) TraceUnloadable(path);
+    AfterLoad(loaded, namespaceUri);
+}
+
+void CXMLDoc::LoadFileBytes(const wchar_t* path, std::string_view bytes, const wchar_t* namespaceUri) {
+    ComPtr<IStream> stream;
+    Check(MakeStream(bytes, stream.Receive()));
+    const bool loaded = LoadFrom(stream.Get());
+    if (!loaded) TraceUnloadable(path);
     AfterLoad(loaded, namespaceUri);
 }
 
@@ -166,16 +179,19 @@ void CXMLDoc::LoadXml(const wchar_t* text, const wchar_t* namespaceUri) {
 }
 
 void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
-    IXMLDOMDocument2& document = Loaded();
+    Loaded();
     if (stream == nullptr) Check(E_INVALIDARG);
-    const _variant_t source(static_cast<IUnknown*>(stream));
-    VARIANT_BOOL success = VARIANT_FALSE;
-    // A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from
-    // others: both are reported the same way.
-    const HRESULT hr = document.load(source, &success);
-    const bool loaded = hr == S_OK && success == VARIANT_TRUE;
+    const bool loaded = LoadFrom(stream);
     if (!loaded) Trace(L"Error: Unable to load WSD stream\r\n");
     AfterLoad(loaded, namespaceUri);
+}
+
+// A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from others:
+// both are the same here.
+bool CXMLDoc::LoadFrom(IStream* stream) {
+    const _variant_t source(static_cast<IUnknown*>(stream));
+    VARIANT_BOOL success = VARIANT_FALSE;
+    return Loaded().load(source, &success) == S_OK && success == VARIANT_TRUE;
 }
 
 void CXMLDoc::AfterLoad(bool success, const wchar_t* namespaceUri) {

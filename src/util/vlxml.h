@@ -11,6 +11,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "util/com.h"
@@ -37,6 +38,8 @@ class CXMLDoc {
     // nowhere is refused. What cannot be loaded is traced, with the parser's report, and throws E_FAIL. After
     // a failed load the document stays, empty or partial.
     void LoadFile(const wchar_t* path, const wchar_t* namespaceUri);
+    // The same with what the caller has read from that file, so that nobody changes it in between.
+    void LoadFileBytes(const wchar_t* path, std::string_view bytes, const wchar_t* namespaceUri);
     void LoadXml(const wchar_t* text, const wchar_t* namespaceUri);
     // Reads from the stream's current position.
     void LoadStream(IStream* stream, const wchar_t* namespaceUri);
@@ -62,6 +65,7 @@ class CXMLDoc {
 
  private:
     IXMLDOMDocument2& Loaded() const;
+    bool LoadFrom(IStream* stream);
     void AfterLoad(bool success, const wchar_t* namespaceUri);
     void SetProperty(const wchar_t* name, const wchar_t* value);
 
