@@ -194,8 +194,8 @@ void Measure(bench::Rows& rows) {
         }
         return best;
     };
-    const Times small = measure(hundred, 2);
-    const Times medium = measure(thousand, 2);
+    const Times small = measure(hundred, 8);
+    const Times medium = measure(thousand, 3);
     const Times large = measure(tenThousand, 1);
 
     const struct {
