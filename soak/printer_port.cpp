@@ -1,4 +1,4 @@
-#include "tests/soak/printer_port.h"
+#include "soak/printer_port.h"
 
 #include <algorithm>
 #include <stdexcept>

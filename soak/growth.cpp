@@ -1,4 +1,4 @@
-#include "tests/soak/growth.h"
+#include "soak/growth.h"
 
 #include <windows.h>
 // windows.h first.

@@ -1,7 +1,7 @@
 #include <stdexcept>
 
 #include "monitor/event_window.h"
-#include "tests/soak/workers.h"
+#include "soak/workers.h"
 
 namespace vlm::soak {
 

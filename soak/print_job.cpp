@@ -1,4 +1,4 @@
-#include "tests/soak/print_job.h"
+#include "soak/print_job.h"
 
 #include <algorithm>
 #include <cwctype>

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "tests/soak/random.h"
-#include "tests/soak/stage.h"
+#include "soak/random.h"
+#include "soak/stage.h"
 #include "tests/support/bidi_lower_monitor.h"
 
 namespace vlm::soak {

@@ -16,8 +16,8 @@
 #include <utility>
 #include <vector>
 
-#include "tests/soak/growth.h"
-#include "tests/soak/workers.h"
+#include "soak/growth.h"
+#include "soak/workers.h"
 
 namespace vlm::soak {
 namespace {

@@ -6,8 +6,8 @@
 
 #include <string>
 
-#include "tests/soak/printer_port.h"
-#include "tests/soak/worker.h"
+#include "soak/printer_port.h"
+#include "soak/worker.h"
 
 namespace vlm::soak {
 

@@ -8,8 +8,8 @@
 #include <cstdint>
 #include <string>
 
-#include "tests/soak/random.h"
-#include "tests/soak/stage.h"
+#include "soak/random.h"
+#include "soak/stage.h"
 
 namespace vlm::soak {
 

@@ -1,6 +1,6 @@
 #include <algorithm>
 
-#include "tests/soak/workers.h"
+#include "soak/workers.h"
 
 namespace vlm::soak {
 

@@ -1,4 +1,4 @@
-#include "tests/soak/report.h"
+#include "soak/report.h"
 
 #include <cinttypes>
 #include <cstdio>

@@ -1,4 +1,4 @@
-#include "tests/soak/stage.h"
+#include "soak/stage.h"
 
 #include <malloc.h>
 

@@ -1,4 +1,4 @@
-#include "tests/soak/workers.h"
+#include "soak/workers.h"
 
 namespace vlm::soak {
 

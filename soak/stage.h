@@ -11,10 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "soak/report.h"
+#include "soak/suspend_ledger.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/standin.h"
-#include "tests/soak/report.h"
-#include "tests/soak/suspend_ledger.h"
 
 namespace vlm::soak {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/soak/stage.h"
+#include "soak/stage.h"
 
 namespace vlm::soak {
 

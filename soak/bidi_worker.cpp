@@ -2,7 +2,7 @@
 #include <optional>
 #include <vector>
 
-#include "tests/soak/workers.h"
+#include "soak/workers.h"
 #include "tools/vlmctl/bidi_containers.h"
 
 namespace vlm::soak {

@@ -1,4 +1,4 @@
-#include "tests/soak/extension_set.h"
+#include "soak/extension_set.h"
 
 namespace vlm::soak {
 

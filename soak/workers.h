@@ -5,9 +5,9 @@
 #include <string>
 #include <utility>
 
-#include "tests/soak/extension_set.h"
-#include "tests/soak/print_job.h"
-#include "tests/soak/worker.h"
+#include "soak/extension_set.h"
+#include "soak/print_job.h"
+#include "soak/worker.h"
 #include "tests/soap/scripted_server.h"
 #include "tools/vlmctl/rpc_client.h"
 
