@@ -9,7 +9,7 @@ inline constexpr wchar_t kMonitorFile[] = L"vllm3mon.dll";
 
 struct MonitorImage {
     std::string problem;  // why it is not there or cannot be loaded; empty when it can
-    std::string version;  // "0.1.0"; empty when the file bears none
+    std::string version;  // "1.0.0"; empty when the file bears none
     bool exportsEntry = false;
 };
 
