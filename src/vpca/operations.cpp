@@ -105,8 +105,8 @@ using Table = std::array<OperationRow, kLastOperation + 1>;
 // Rows by code.
 constexpr Table MakeOpaqueTable(BodyEncoder encode, BodyDecoder decode) {
     Table table{};
-    for (uint16_t code = 1; code < table.size(); ++code)
-        table[code] = {code, 0, encode, decode};
+    for (size_t code = 1; code < table.size(); ++code)
+        table[code] = {static_cast<uint16_t>(code), 0, encode, decode};
     for (const uint16_t code : kUnused)
         table[code] = {};
     return table;
