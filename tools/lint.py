@@ -48,9 +48,9 @@ def commands():
             # hour of a small machine.
             if part in ("tests", "bench", "soak"):
                 continue
-            # The dear checks are for what runs in the spooler or stands in for it; in the companion they would spend
-            # their time in the templates of the command-line parser.
-            light = ["--checks=-clang-analyzer-*,-performance-*,-modernize-*"] if part == "tools" else []
+            # The dear checks are for what runs in the spooler or stands in for it; in the companion and the virtual
+            # printer they would spend their time in the templates of libraries.
+            light = ["--checks=-clang-analyzer-*,-performance-*,-modernize-*"] if part in ("tools", "printer") else []
             yield path, ["clang-tidy", "--quiet", *light, "-p", str(ROOT / "build" / preset), *arguments, str(path)]
 
 
