@@ -32,7 +32,7 @@ def sources(preset):
             yield path
 
 
-def commands():
+def commands(everything):
     cross = ["--extra-arg-before=--target=x86_64-w64-mingw32"]
     # clang's own headers first: the compiler's intrinsics are not for another one.
     cross += [f"--extra-arg=-isystem{folder}" for folder in header_folders(CROSS_COMPILER)
@@ -44,12 +44,12 @@ def commands():
                 continue
             done.add(path)
             part = path.relative_to(ROOT).parts[0]
-            # Tests, benches and the soak are held to the compilers' warnings: GoogleTest's macros cost the analysis half an
-            # hour of a small machine.
-            if part in ("tests", "bench", "soak"):
+            # Tests, benches and the soak are held to the compilers' warnings: GoogleTest's macros cost the analysis half
+            # an hour of a small machine. The companion and the virtual printer cost six minutes of it in the templates
+            # of their libraries, and no part of them runs in the spooler: --all looks at them, too, without the dear
+            # checks.
+            if part in ("tests", "bench", "soak") or (part in ("tools", "printer") and not everything):
                 continue
-            # The dear checks are for what runs in the spooler or stands in for it; in the companion and the virtual
-            # printer they would spend their time in the templates of libraries.
             light = ["--checks=-clang-analyzer-*,-performance-*,-modernize-*"] if part in ("tools", "printer") else []
             yield path, ["clang-tidy", "--quiet", *light, "-p", str(ROOT / "build" / preset), *arguments, str(path)]
 
@@ -61,7 +61,7 @@ def check(job):
 
 
 def main():
-    jobs = sorted(commands())
+    jobs = sorted(commands("--all" in sys.argv[1:]))
     bad = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for path, status, text in pool.map(check, jobs):
