@@ -1,15 +1,12 @@
 // What the raw port does with its next connections: answer on the back-channel, misbehave, or simply print.
-//
-// A fault is taken by connections as they are accepted, at most as many as it says; the connection keeps it
-// until it ends or the fault is cleared. A new fault replaces what was left of the one before for connections
-// to come and leaves those under way alone; clearing also releases those under way (a stalled one reads on).
-// Every operation may be called from any thread.
 #pragma once
 
 #include <cstdint>
 #include <mutex>
 #include <optional>
 #include <string>
+
+#include "fault_slot.h"
 
 namespace vlm::printer {
 
@@ -43,32 +40,22 @@ struct Answer {
 const char* ToString(AnswerTime when);
 std::optional<AnswerTime> ParseAnswerTime(const std::string& text);
 
-// What one connection was told when it was accepted.
-struct ConnectionOrders {
-    std::optional<Fault> fault;
-    std::uint64_t faultEra = 0;  // for FaultHolds
-    Answer answer;
-};
-
-class Behaviour {
+class Behaviour : public FaultSlot<Fault> {
  public:
-    void SetFault(const Fault& fault);  // requires a sound fault
-    void ClearFault();
-    std::optional<Fault> CurrentFault() const;  // `connections` is what is left of it
     bool Refusing() const;
 
     void SetAnswer(Answer answer);
     Answer CurrentAnswer() const;
 
-    ConnectionOrders OrdersForNextConnection();
-    // False once the fault of these orders has been cleared.
-    bool FaultHolds(const ConnectionOrders& orders) const;
-
  private:
     mutable std::mutex mutex_;
-    std::optional<Fault> fault_;
-    std::uint64_t faultEra_ = 0;  // counts the times that faults were cleared
     Answer answer_;
+};
+
+// What one connection was told when it was accepted. A stalled one reads on when its fault is cleared.
+struct ConnectionOrders {
+    Behaviour::Taken taken;
+    Answer answer;
 };
 
 }  // namespace vlm::printer

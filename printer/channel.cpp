@@ -15,7 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kReadLimit = 5s;    // for the client's next byte
 constexpr auto kWriteLimit = 10s;  // for a client that does not take more
 constexpr auto kHoldCheck = 20ms;
 constexpr auto kLinger = 300ms;
@@ -47,7 +46,7 @@ std::ptrdiff_t Channel::Read(char* to, std::size_t size) {
         const ssize_t count = ::recv(socket_, to, static_cast<std::size_t>(most), 0);
         if (count >= 0) return count;
         if (errno == EINTR) continue;
-        if (errno != EAGAIN || WaitFor(POLLIN, kReadLimit) != Wait::kReady) return -1;
+        if (errno != EAGAIN || WaitForClient() != Wait::kReady) return -1;
     }
 }
 
@@ -98,6 +97,12 @@ void Channel::EndWithReset() {
     ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
 }
 
+Channel::Wait Channel::WaitForClient() const {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(requestEnd_ - std::chrono::steady_clock::now());
+    return WaitFor(POLLIN, std::max(left, 0ms));
+}
+
 Channel::Wait Channel::WaitFor(short events, std::chrono::milliseconds limit) const {
     std::array<pollfd, 2> waits{{{socket_, events, 0}, {stopFd_, POLLIN, 0}}};
     const int ready = ::poll(waits.data(), waits.size(), static_cast<int>(limit.count()));
@@ -113,7 +118,7 @@ int Channel::TlsStep(const std::function<int()>& step) {
         if (result > 0) return 1;
         switch (SSL_get_error(ssl_.get(), result)) {
             case SSL_ERROR_WANT_READ:
-                if (WaitFor(POLLIN, kReadLimit) != Wait::kReady) return -1;
+                if (WaitForClient() != Wait::kReady) return -1;
                 break;
             case SSL_ERROR_WANT_WRITE:
                 if (WaitFor(POLLOUT, kWriteLimit) != Wait::kReady) return -1;

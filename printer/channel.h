@@ -1,5 +1,5 @@
 // One accepted connection, with TLS or without. Every wait ends with its limit, with the connection, or when
-// the printer stops. For one thread.
+// the printer stops; the client has kRequestLimit for all that it sends. For one thread.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -20,6 +20,8 @@ using TlsContext = std::unique_ptr<SSL_CTX, FreeSsl>;
 
 class Channel {
  public:
+    static constexpr std::chrono::seconds kRequestLimit{10};
+
     // `socket` stays the caller's. `tls` is null for a plain connection. `stopFd` turns readable for good
     // when the printer stops.
     Channel(int socket, SSL_CTX* tls, int stopFd);
@@ -27,7 +29,7 @@ class Channel {
     int Socket() const { return socket_; }
     bool Handshake();  // true at once without TLS
 
-    // Bytes that were read, 0 at the end, negative for a failure or after the limit of some seconds.
+    // Bytes that were read, 0 at the end, negative for a failure or after the limit.
     std::ptrdiff_t Read(char* to, std::size_t size);
     bool Write(std::string_view bytes);  // all of it
     // Waits, and reads nothing more, until the client closes; `goesOn` is asked every few milliseconds.
@@ -41,12 +43,15 @@ class Channel {
 
  private:
     enum class Wait { kReady, kTimeout, kBroken };
+    Wait WaitForClient() const;
     Wait WaitFor(short events, std::chrono::milliseconds limit) const;
     // One non-blocking operation at a time until it is done: 1 done, 0 end, -1 failed.
     int TlsStep(const std::function<int()>& step);
 
     const int socket_;
     const int stopFd_;
+    const std::chrono::steady_clock::time_point requestEnd_ =
+        std::chrono::steady_clock::now() + kRequestLimit;
     std::unique_ptr<SSL, FreeSsl> ssl_;
 };
 

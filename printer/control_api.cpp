@@ -137,14 +137,14 @@ json ToJson(const DocumentRecord& record) {
 
 }  // namespace
 
-void AddControlApi(HttpListener& http, RawPort& rawPort, const SoapPorts& soap, WsdService& wsd,
+void AddControlApi(HttpListener& http, RawPort& rawPort, SoapPorts& soap, WsdService& wsd,
                    DeptIdService& deptId, Machine& machine, const DocumentStore& store,
                    std::function<void()> shutdown) {
     using httplib::Request;
     using httplib::Response;
     httplib::Server& routes = http.Routes();
 
-    AddWsdControl(routes, wsd, machine);
+    AddWsdControl(routes, soap.Faults(), wsd, machine);
 
     const auto state = [&http, &rawPort, &soap] {
         const auto fault = rawPort.CurrentFault();
@@ -167,35 +167,21 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, const SoapPorts& soap, 
             all.push_back(ToJson(record));
         Reply(response, all);
     });
-    routes.Put("/fault", [state, &rawPort](const Request& request, Response& response) {
-        rawPort.SetFault(ParseFault(request.body));
-        Reply(response, state());
-    });
-    routes.Delete("/fault", [state, &rawPort](const Request&, Response& response) {
-        rawPort.ClearFault();
-        Reply(response, state());
-    });
-    routes.Put("/answer", [state, &rawPort](const Request& request, Response& response) {
-        rawPort.SetAnswer(ParseAnswer(request.body));
-        Reply(response, state());
-    });
-    routes.Delete("/answer", [state, &rawPort](const Request&, Response& response) {
-        rawPort.SetAnswer({});
-        Reply(response, state());
-    });
+    AddSetting(
+        routes, "/fault", [&rawPort](const std::string& body) { rawPort.SetFault(ParseFault(body)); },
+        [&rawPort] { rawPort.ClearFault(); }, state);
+    AddSetting(
+        routes, "/answer", [&rawPort](const std::string& body) { rawPort.SetAnswer(ParseAnswer(body)); },
+        [&rawPort] { rawPort.SetAnswer({}); }, state);
+    AddSetting(
+        routes, "/vpca/fault",
+        [&rawPort](const std::string& body) { rawPort.Device().SetFault(ParseVpcaFault(body)); },
+        [&rawPort] { rawPort.Device().ClearFault(); }, state);
     routes.Get("/vpca/requests", [&rawPort](const Request&, Response& response) {
         json all = json::array();
         for (const Bytes& frame : rawPort.Device().Requests())
             all.push_back(ToHex(frame));
         Reply(response, all);
-    });
-    routes.Put("/vpca/fault", [state, &rawPort](const Request& request, Response& response) {
-        rawPort.Device().SetFault(ParseVpcaFault(request.body));
-        Reply(response, state());
-    });
-    routes.Delete("/vpca/fault", [state, &rawPort](const Request&, Response& response) {
-        rawPort.Device().ClearFault();
-        Reply(response, state());
     });
     routes.Get("/deptid/requests",
                [&deptId](const Request&, Response& response) { Reply(response, deptId.Requests().All()); });

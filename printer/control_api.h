@@ -18,7 +18,7 @@ namespace vlm::printer {
 
 // Registers the routes. What it is given has to outlive the listener's run; `shutdown` is called on one of
 // the listener's threads and must not wait for the listener to stop.
-void AddControlApi(HttpListener& http, RawPort& rawPort, const SoapPorts& soap, WsdService& wsd,
+void AddControlApi(HttpListener& http, RawPort& rawPort, SoapPorts& soap, WsdService& wsd,
                    DeptIdService& deptId, Machine& machine, const DocumentStore& store,
                    std::function<void()> shutdown);
 

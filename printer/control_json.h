@@ -54,4 +54,17 @@ inline void Reply(httplib::Response& response, const nlohmann::json& body, int s
                          "application/json");
 }
 
+// What PUT sets with its body and DELETE clears; both answer with what `shown` gives then.
+template <typename Set, typename Clear, typename Shown>
+void AddSetting(httplib::Server& routes, const char* path, Set set, Clear clear, Shown shown) {
+    routes.Put(path, [set, shown](const httplib::Request& request, httplib::Response& response) {
+        set(request.body);
+        Reply(response, shown());
+    });
+    routes.Delete(path, [clear, shown](const httplib::Request&, httplib::Response& response) {
+        clear();
+        Reply(response, shown());
+    });
+}
+
 }  // namespace vlm::printer

@@ -3,16 +3,14 @@
 
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "accounts.h"
+#include "soap_message.h"
 
 namespace vlm::printer {
 
-struct DeptIdRequest {
-    Credentials credentials;            // a null counts as empty
-    std::vector<std::string> findings;  // a line each; none for a sound request
-    bool otherVersion = false;          // the message is no SOAP 1.2
+struct DeptIdRequest : SoapRequest {
+    Credentials credentials;  // a null counts as empty
 };
 
 // Fills in what it can read, findings or not. The findings quote nothing from where a password may stand.

@@ -1,8 +1,5 @@
 #include "deptid_service.h"
 
-#include <fmt/format.h>
-#include <fmt/ranges.h>
-
 #include "deptid_request.h"
 #include "say.h"
 #include "soap_message.h"
@@ -28,34 +25,29 @@ std::string FaultAnswer(const char* code, const std::string& reason) {
 
 }  // namespace
 
-void DeptIdService::AddTo(SoapPorts& ports) {
-    ports.Serve(kDeptIdPath, [this](const httplib::Request& request, httplib::Response& response,
-                                    const char* scheme) { Answer(request, response, scheme); });
-}
-
 void DeptIdService::Answer(const httplib::Request& http, httplib::Response& response, const char* scheme) {
     const DeptIdRequest request = ReadDeptIdRequest(http.get_header_value("Content-Type"), http.body);
     const bool sound = request.findings.empty();
     const bool allowed = sound && accounts_.Allow(request.credentials);
-    log_.Add({{"scheme", scheme},
-              {"path", http.path},
-              {"version", http.version},
-              {"headers", ShownHeaders(http)},
-              {"username", request.credentials.username},
-              {"domain", request.credentials.domain},
-              {"type", request.credentials.type},
-              {"result", sound ? nlohmann::json(allowed) : nlohmann::json()},
-              {"findings", request.findings}});
+    Requests().Add({{"scheme", scheme},
+                    {"path", http.path},
+                    {"version", http.version},
+                    {"headers", ShownHeaders(http)},
+                    {"username", request.credentials.username},
+                    {"domain", request.credentials.domain},
+                    {"type", request.credentials.type},
+                    {"result", sound ? nlohmann::json(allowed) : nlohmann::json()},
+                    {"findings", request.findings}});
 
     if (sound) {
         Say("department-ID check: {}", allowed ? "allowed" : "refused");
         response.set_content(VerdictAnswer(allowed), kSoapType);
         return;
     }
-    const std::string reason = fmt::format("{}", fmt::join(request.findings, "; "));
-    Say("department-ID request refused: {}", reason);
-    response.status = request.otherVersion ? 500 : 400;
-    response.set_content(FaultAnswer(request.otherVersion ? "VersionMismatch" : "Sender", reason), kSoapType);
+    const Refusal refusal = RefusalOf(request);
+    Say("department-ID request refused: {}", refusal.reason);
+    response.status = refusal.status;
+    response.set_content(FaultAnswer(refusal.code, refusal.reason), kSoapType);
 }
 
 }  // namespace vlm::printer

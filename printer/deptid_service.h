@@ -5,28 +5,20 @@
 #include <utility>
 
 #include "accounts.h"
-#include "request_log.h"
 #include "soap_ports.h"
 
 namespace vlm::printer {
 
 inline constexpr const char* kDeptIdPath = "/active/deptid";
 
-class DeptIdService {
+class DeptIdService : public SoapService {
  public:
     explicit DeptIdService(Accounts accounts) : accounts_(std::move(accounts)) {}
-    DeptIdService(const DeptIdService&) = delete;
-    DeptIdService& operator=(const DeptIdService&) = delete;
 
-    void AddTo(SoapPorts& ports);  // which end before the service does
-
-    RequestLog& Requests() { return log_; }
+    void Answer(const httplib::Request& http, httplib::Response& response, const char* scheme) override;
 
  private:
-    void Answer(const httplib::Request& request, httplib::Response& response, const char* scheme);
-
     const Accounts accounts_;
-    RequestLog log_;
 };
 
 }  // namespace vlm::printer

@@ -10,24 +10,15 @@
 #include <utility>
 
 namespace vlm::printer {
-namespace {
-
-// An idle client holds up Stop for this long at most.
-constexpr time_t kIdleSeconds = 1;
-constexpr time_t kReadSeconds = 2;
-
-}  // namespace
 
 HttpListener::HttpListener(const std::string& address, std::uint16_t port, std::size_t bodyLimit,
-                           std::unique_ptr<httplib::Server> server)
+                           std::unique_ptr<HttpServer> server)
     : server_(std::move(server)) {
     // The library's own choice, SO_REUSEPORT, would let two printers share a port unnoticed.
     server_->set_socket_options([](socket_t socket) {
         const int on = 1;
         ::setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on);
     });
-    server_->set_keep_alive_timeout(kIdleSeconds);
-    server_->set_read_timeout(kReadSeconds);
     server_->set_tcp_nodelay(true);
     server_->set_payload_max_length(bodyLimit);
 
@@ -58,6 +49,7 @@ void HttpListener::Start() {
 }
 
 void HttpListener::Stop() {
+    server_->EndExchanges();
     server_->stop();
     if (thread_.joinable()) thread_.join();
 }

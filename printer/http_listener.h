@@ -2,13 +2,13 @@
 // the server's worker threads.
 #pragma once
 
-#include <httplib.h>
-
 #include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <thread>
+
+#include "http_server.h"
 
 namespace vlm::printer {
 
@@ -18,7 +18,7 @@ class HttpListener {
     // bodyLimit bytes are answered with 413. Throws std::runtime_error with one line: bad address, port in
     // use.
     HttpListener(const std::string& address, std::uint16_t port, std::size_t bodyLimit,
-                 std::unique_ptr<httplib::Server> server = std::make_unique<httplib::Server>());
+                 std::unique_ptr<HttpServer> server = std::make_unique<HttpServer>());
     HttpListener(const HttpListener&) = delete;
     HttpListener& operator=(const HttpListener&) = delete;
     ~HttpListener();
@@ -27,10 +27,10 @@ class HttpListener {
     std::uint16_t Port() const { return port_; }
 
     void Start();  // throws std::runtime_error
-    void Stop();   // lets exchanges under way end
+    void Stop();   // ends every exchange
 
  private:
-    std::unique_ptr<httplib::Server> server_;
+    std::unique_ptr<HttpServer> server_;
     std::uint16_t port_ = 0;
     std::thread thread_;
 };

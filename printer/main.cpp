@@ -1,8 +1,8 @@
 // The virtual printer's start, run and stop. Each duty is a file of its own: the raw port (raw_port,
 // raw_connection), what it is told to do (behaviour), the documents (document_store), the machine that prints
-// them (machine), the ports of the SOAP services (soap_ports, wsd_fault), the WSD print service (wsd_service,
-// from there wsd_request, wsd_answer and wsd_elements), the department-ID service (deptid_service, from there
-// deptid_request and accounts), the control API (control_api, wsd_control).
+// them (machine), the ports of the SOAP services (soap_ports, wsd_fault, http_server), the WSD print service
+// (wsd_service, from there wsd_request, wsd_answer and wsd_elements), the department-ID service
+// (deptid_service, from there deptid_request and accounts), the control API (control_api, wsd_control).
 //
 // Exit status: 0 after an orderly stop, 1 when it cannot start, 2 for a command line that is not understood.
 #include <sys/prctl.h>
@@ -85,9 +85,9 @@ void Run(const Options& options) {
     rawPort.SetAnswer(options.answer);
     WsdService wsd(machine);
     DeptIdService deptId(options.accounts.empty() ? Accounts() : Accounts(options.accounts));
-    SoapPorts soap(options.address, options.wsdPort, options.wsdsPort, wsd.Behaviour());
-    wsd.AddTo(soap);
-    deptId.AddTo(soap);
+    SoapPorts soap(options.address, options.wsdPort, options.wsdsPort);
+    soap.Serve(kWsdPath, wsd);
+    soap.Serve(kDeptIdPath, deptId);
     HttpListener control("127.0.0.1", options.controlPort, kControlBodyLimit);
     AddControlApi(control, rawPort, soap, wsd, deptId, machine, store, [] { ::kill(::getpid(), SIGTERM); });
 

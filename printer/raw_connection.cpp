@@ -44,7 +44,7 @@ RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Beh
       stopFd_(stopFd) {
     // What the system takes in on the printer's behalf counts as delivered for the host; with a small fixed
     // buffer a host soon feels a printer that does not read.
-    if (orders_.fault) {
+    if (orders_.taken.fault) {
         const int size = kFaultBuffer;
         ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
     }
@@ -53,7 +53,7 @@ RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Beh
 void RawConnection::Serve() {
     PrepareReset();  // whatever goes wrong from here on, the host must not take it for success
     if (orders_.answer.when == AnswerTime::kAtOpen) Send(orders_.answer.text);
-    if (!orders_.fault && BeginsDialogue()) return ServeDevice();
+    if (!orders_.taken.fault && BeginsDialogue()) return ServeDevice();
     const DocumentEnd end = TakeDocument();
     if (end == DocumentEnd::kComplete) {
         if (orders_.answer.when == AnswerTime::kAfterDocument) Send(orders_.answer.text);
@@ -121,19 +121,19 @@ DocumentEnd RawConnection::Receive(Document& document) {
     std::vector<char> buffer(kReadSize);
     auto nextSlowRead = Clock::now();
     for (;;) {
-        const bool faultHolds = orders_.fault && behaviour_.FaultHolds(orders_);
+        const bool faultHolds = orders_.taken.fault && behaviour_.FaultHolds(orders_.taken);
         const bool faultDue = faultHolds && FaultDue(document);
         std::uint64_t wanted = buffer.size();
-        if (faultHolds && !faultDue) wanted = std::min(wanted, orders_.fault->after - document.Bytes());
+        if (faultHolds && !faultDue) wanted = std::min(wanted, orders_.taken.fault->after - document.Bytes());
         if (faultDue) {
-            switch (orders_.fault->mode) {
+            switch (orders_.taken.fault->mode) {
                 case FaultMode::kReset:
                     return DocumentEnd::kFaultReset;
                 case FaultMode::kStall:
                     if (const auto end = Stall()) return *end;
                     continue;
                 case FaultMode::kSlow:
-                    wanted = std::clamp<std::uint64_t>(orders_.fault->rate / kSlowSlices, 1, wanted);
+                    wanted = std::clamp<std::uint64_t>(orders_.taken.fault->rate / kSlowSlices, 1, wanted);
                     break;
                 case FaultMode::kRefuse:
                     break;  // was accepted just before the port closed
@@ -157,15 +157,15 @@ DocumentEnd RawConnection::Receive(Document& document) {
         const std::uint64_t stored = std::min(arrived, documentLimit_ - document.Bytes());
         if (!document.Write(buffer.data(), stored)) return DocumentEnd::kStoreFailed;
         if (stored < arrived) return DocumentEnd::kTooLarge;
-        if (faultDue && orders_.fault->rate > 0)
+        if (faultDue && orders_.taken.fault->rate > 0)
             nextSlowRead = std::max(nextSlowRead, Clock::now()) +
-                           std::chrono::nanoseconds(1'000'000'000 * arrived / orders_.fault->rate);
+                           std::chrono::nanoseconds(1'000'000'000 * arrived / orders_.taken.fault->rate);
     }
 }
 
 // Reads nothing until the fault is cleared. What broke meanwhile ends the document.
 std::optional<DocumentEnd> RawConnection::Stall() {
-    while (behaviour_.FaultHolds(orders_)) {
+    while (behaviour_.FaultHolds(orders_.taken)) {
         const Wait wait = WaitFor(0, kStallCheck);
         if (wait == Wait::kStop) return DocumentEnd::kStopped;
         if (wait == Wait::kBroken) return DocumentEnd::kConnectionLost;
@@ -193,7 +193,7 @@ bool RawConnection::Send(std::string_view left) {
 }
 
 bool RawConnection::FaultDue(const Document& document) const {
-    return document.Bytes() >= orders_.fault->after;
+    return document.Bytes() >= orders_.taken.fault->after;
 }
 
 void RawConnection::PrepareReset() {

@@ -179,7 +179,7 @@ void RawPort::AcceptOne() {
         }
         return;
     }
-    ConnectionOrders orders = behaviour_.OrdersForNextConnection();
+    ConnectionOrders orders{behaviour_.TakeFault(), behaviour_.CurrentAnswer()};
     Connection& connection = connections_.emplace_back();
     ++openConnections_;
     try {

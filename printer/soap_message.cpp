@@ -1,6 +1,7 @@
 #include "soap_message.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 #include <cctype>
@@ -11,21 +12,38 @@ namespace {
 
 constexpr const char* kMediaType = "application/soap+xml";
 constexpr int kParseOptions = XML_PARSE_NONET | XML_PARSE_NOERROR | XML_PARSE_NOWARNING;
+constexpr std::size_t kMostFindings = 20;
+constexpr std::size_t kLongestFinding = 400;
 
-}  // namespace
-
-std::optional<std::string> FindContentTypeFlaw(std::string_view contentType) {
+void CheckContentType(std::string_view contentType, SoapRequest& request) {
     std::string type = Trimmed(std::string(contentType.substr(0, contentType.find(';'))));
     std::transform(type.begin(), type.end(), type.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    if (type == kMediaType) return std::nullopt;
+    if (type == kMediaType) return;
     std::string shown(contentType);  // a header may hold any byte, the answer only text
     std::replace_if(
         shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
-    return fmt::format("the content type is '{}' instead of {}", shown, kMediaType);
+    request.Find("the content type is '{}' instead of {}", shown, kMediaType);
 }
 
-XmlDocument ParseMessage(const std::string& body, Privacy privacy, std::string* reason) {
+}  // namespace
+
+void SoapRequest::Note(const std::string& finding) {
+    if (findings.size() > kMostFindings) return;
+    if (findings.size() == kMostFindings) {
+        findings.emplace_back("and more");
+        return;
+    }
+    std::size_t size = std::min(finding.size(), kLongestFinding);
+    // Not within a character of UTF-8.
+    while (size < finding.size() && size > 0 && (static_cast<unsigned char>(finding[size]) & 0xC0) == 0x80)
+        --size;
+    findings.push_back(finding.substr(0, size));
+}
+
+XmlDocument ReadEnvelope(std::string_view contentType, const std::string& body, Privacy privacy,
+                         SoapRequest& request) {
+    CheckContentType(contentType, request);
     const XmlContext context(xmlNewParserCtxt());
     XmlDocument document(xmlCtxtReadMemory(context.get(), body.data(), static_cast<int>(body.size()), nullptr,
                                            nullptr, kParseOptions));
@@ -34,12 +52,18 @@ XmlDocument ParseMessage(const std::string& body, Privacy privacy, std::string* 
         const std::string why = privacy == Privacy::kPrivate ? fmt::format("parser error {}", error.code)
                                 : error.message != nullptr   ? Trimmed(error.message)
                                                              : "no reason";
-        *reason = fmt::format("the body is not well-formed XML: line {}: {}", error.line, why);
-    } else if (document->intSubset != nullptr) {
-        *reason = "a SOAP message must not have a document type declaration";
-        document.reset();
+        request.Find("the body is not well-formed XML: line {}: {}", error.line, why);
+        return nullptr;
     }
-    return document;
+    if (document->intSubset != nullptr) {
+        request.Find("a SOAP message must not have a document type declaration");
+        return nullptr;
+    }
+    const xmlNode* root = xmlDocGetRootElement(document.get());
+    if (IsElement(root, ns::kSoap12, "Envelope")) return document;
+    request.otherVersion = FromXml(root->name) == "Envelope";
+    request.Find("the root is {} instead of the SOAP 1.2 Envelope", NameOf(root));
+    return nullptr;
 }
 
 std::string Trimmed(const std::string& text) {
@@ -76,6 +100,12 @@ void AddFault(const Envelope& envelope, const std::string& code, const std::stri
     const XmlElement fault = envelope.root.Add("Body", envelope.soap).Add("Fault");
     fault.Add("Code").Add("Value", "soap:" + code);
     fault.Add("Reason").Add("Text", reason).Language("en");
+}
+
+Refusal RefusalOf(const SoapRequest& request) {
+    std::string reason = fmt::format("{}", fmt::join(request.findings, "; "));
+    if (request.otherVersion) return {500, "VersionMismatch", std::move(reason)};
+    return {400, "Sender", std::move(reason)};
 }
 
 }  // namespace vlm::printer

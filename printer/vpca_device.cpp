@@ -228,7 +228,12 @@ std::optional<std::size_t> VpcaDevice::FrameSize(Octets start) {
 }
 
 VpcaReply VpcaDevice::Answer(Octets request) {
-    const auto fault = FaultForNextReply(request);
+    {
+        const std::scoped_lock lock(mutex_);
+        requests_.emplace_back(request.begin(), request.end());
+        if (requests_.size() > kKeptRequests) requests_.pop_front();
+    }
+    const auto fault = TakeFault().fault;
     Outcome outcome = Carry(request);
     if (fault && fault->status) {
         outcome.status = *fault->status;
@@ -248,30 +253,6 @@ VpcaReply VpcaDevice::Answer(Octets request) {
     Say("device: operation {}, {} bytes in, status {}, {} bytes out{}", U16(request, kOperationAt),
         request.size(), outcome.status, reply.bytes.size(), fault ? ", with a fault" : "");
     return reply;
-}
-
-std::optional<VpcaFault> VpcaDevice::FaultForNextReply(Octets request) {
-    const std::scoped_lock lock(mutex_);
-    requests_.emplace_back(request.begin(), request.end());
-    if (requests_.size() > kKeptRequests) requests_.pop_front();
-    auto fault = fault_;
-    if (fault_ && fault_->requests && --*fault_->requests == 0) fault_.reset();
-    return fault;
-}
-
-void VpcaDevice::SetFault(VpcaFault fault) {
-    const std::scoped_lock lock(mutex_);
-    fault_ = std::move(fault);
-}
-
-void VpcaDevice::ClearFault() {
-    const std::scoped_lock lock(mutex_);
-    fault_.reset();
-}
-
-std::optional<VpcaFault> VpcaDevice::CurrentFault() const {
-    const std::scoped_lock lock(mutex_);
-    return fault_;
 }
 
 std::vector<Bytes> VpcaDevice::Requests() const {

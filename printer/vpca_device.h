@@ -15,6 +15,8 @@
 #include <span>
 #include <vector>
 
+#include "fault_slot.h"
+
 namespace vlm::printer {
 
 using Bytes = std::vector<std::uint8_t>;
@@ -40,7 +42,7 @@ struct VpcaReply {
     bool close = false;
 };
 
-class VpcaDevice {
+class VpcaDevice : public FaultSlot<VpcaFault, &VpcaFault::requests> {
  public:
     // What every frame begins with, and its fixed part.
     static constexpr std::uint8_t kMagic0 = 0xCD;
@@ -54,20 +56,12 @@ class VpcaDevice {
     // Requires one whole frame. A request that it does not understand or has nothing for is refused.
     VpcaReply Answer(std::span<const std::uint8_t> request);
 
-    // A new fault replaces the one before.
-    void SetFault(VpcaFault fault);
-    void ClearFault();
-    std::optional<VpcaFault> CurrentFault() const;  // `requests` is what is left of it
-
     std::vector<Bytes> Requests() const;  // the last kKeptRequests whole frames, oldest first
 
     static constexpr std::size_t kKeptRequests = 100;
 
  private:
-    std::optional<VpcaFault> FaultForNextReply(std::span<const std::uint8_t> request);
-
     mutable std::mutex mutex_;
-    std::optional<VpcaFault> fault_;
     std::deque<Bytes> requests_;
 };
 

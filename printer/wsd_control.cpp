@@ -104,13 +104,12 @@ json ToJson(const MachineState& state) {
 
 }  // namespace
 
-void AddWsdControl(httplib::Server& routes, WsdService& wsd, Machine& machine) {
+void AddWsdControl(httplib::Server& routes, WsdFaults& faults, WsdService& wsd, Machine& machine) {
     using httplib::Request;
     using httplib::Response;
 
-    const auto state = [&wsd] {
-        return json{{"fault", ToJson(wsd.Behaviour().CurrentFault())},
-                    {"style", ToJson(wsd.Behaviour().Style())}};
+    const auto state = [&faults, &wsd] {
+        return json{{"fault", ToJson(faults.CurrentFault())}, {"style", ToJson(wsd.Style())}};
     };
     routes.Get("/wsd", [state](const Request&, Response& response) { Reply(response, state()); });
     routes.Get("/wsd/requests",
@@ -119,22 +118,12 @@ void AddWsdControl(httplib::Server& routes, WsdService& wsd, Machine& machine) {
         wsd.Requests().Clear();
         Reply(response, state());
     });
-    routes.Put("/wsd/fault", [state, &wsd](const Request& request, Response& response) {
-        wsd.Behaviour().SetFault(ParseWsdFault(request.body));
-        Reply(response, state());
-    });
-    routes.Delete("/wsd/fault", [state, &wsd](const Request&, Response& response) {
-        wsd.Behaviour().ClearFault();
-        Reply(response, state());
-    });
-    routes.Put("/wsd/style", [state, &wsd](const Request& request, Response& response) {
-        wsd.Behaviour().SetStyle(ParseStyle(request.body));
-        Reply(response, state());
-    });
-    routes.Delete("/wsd/style", [state, &wsd](const Request&, Response& response) {
-        wsd.Behaviour().SetStyle({});
-        Reply(response, state());
-    });
+    AddSetting(
+        routes, "/wsd/fault", [&faults](const std::string& body) { faults.SetFault(ParseWsdFault(body)); },
+        [&faults] { faults.ClearFault(); }, state);
+    AddSetting(
+        routes, "/wsd/style", [&wsd](const std::string& body) { wsd.SetStyle(ParseStyle(body)); },
+        [&wsd] { wsd.SetStyle({}); }, state);
     routes.Get("/machine",
                [&machine](const Request&, Response& response) { Reply(response, ToJson(machine.State())); });
     routes.Put("/machine", [&machine](const Request& request, Response& response) {

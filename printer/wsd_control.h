@@ -11,6 +11,6 @@
 namespace vlm::printer {
 
 // Registers the routes. What it is given has to outlive the server's run.
-void AddWsdControl(httplib::Server& routes, WsdService& wsd, Machine& machine);
+void AddWsdControl(httplib::Server& routes, WsdFaults& faults, WsdService& wsd, Machine& machine);
 
 }  // namespace vlm::printer

@@ -9,12 +9,14 @@
 #include <string_view>
 #include <utility>
 
+#include "name_table.h"
 #include "soap_message.h"
+#include "wsd_answer.h"
 
 namespace vlm::printer {
 namespace {
 
-constexpr std::array<std::pair<const char*, WsdFaultMode>, 20> kModes{{
+constexpr NameTable<WsdFaultMode, 20> kModes{{
     {"mute", WsdFaultMode::kMute},
     {"close", WsdFaultMode::kClose},
     {"reset", WsdFaultMode::kReset},
@@ -36,7 +38,7 @@ constexpr std::array<std::pair<const char*, WsdFaultMode>, 20> kModes{{
     {"redirect", WsdFaultMode::kRedirect},
     {"redirect-loop", WsdFaultMode::kRedirectLoop},
 }};
-constexpr std::array<std::pair<const char*, WsdStage>, 5> kStages{{
+constexpr NameTable<WsdStage, 5> kStages{{
     {"connect", WsdStage::kConnect},
     {"request", WsdStage::kRequest},
     {"status-line", WsdStage::kStatusLine},
@@ -142,14 +144,10 @@ std::size_t CutAt(WsdStage stage, const std::string& answer, std::size_t bodySta
 }  // namespace
 
 const char* ToString(WsdFaultMode mode) {
-    for (const auto& [name, entry] : kModes)
-        if (entry == mode) return name;
-    return "";
+    return NameIn(kModes, mode);
 }
 std::optional<WsdFaultMode> ParseWsdFaultMode(const std::string& text) {
-    for (const auto& [name, entry] : kModes)
-        if (text == name) return entry;
-    return std::nullopt;
+    return ValueIn(kModes, text);
 }
 std::string WsdFaultModes() {
     std::string all;
@@ -158,14 +156,10 @@ std::string WsdFaultModes() {
     return all;
 }
 const char* ToString(WsdStage stage) {
-    for (const auto& [name, entry] : kStages)
-        if (entry == stage) return name;
-    return "";
+    return NameIn(kStages, stage);
 }
 std::optional<WsdStage> ParseWsdStage(const std::string& text) {
-    for (const auto& [name, entry] : kStages)
-        if (text == name) return entry;
-    return std::nullopt;
+    return ValueIn(kStages, text);
 }
 
 std::optional<std::string> FindFlaw(const WsdFault& fault) {
@@ -252,44 +246,6 @@ Delivery Misbehave(const WsdFault& fault, const std::string& answer, const std::
             return redirect(path);
     }
     return send(answer);
-}
-
-void WsdBehaviour::SetStyle(WsdStyle style) {
-    const std::scoped_lock lock(mutex_);
-    style_ = std::move(style);
-}
-
-WsdStyle WsdBehaviour::Style() const {
-    const std::scoped_lock lock(mutex_);
-    return style_;
-}
-
-void WsdBehaviour::SetFault(const WsdFault& fault) {
-    const std::scoped_lock lock(mutex_);
-    fault_ = fault;
-}
-
-void WsdBehaviour::ClearFault() {
-    const std::scoped_lock lock(mutex_);
-    fault_.reset();
-    ++era_;
-}
-
-std::optional<WsdFault> WsdBehaviour::CurrentFault() const {
-    const std::scoped_lock lock(mutex_);
-    return fault_;
-}
-
-WsdBehaviour::Orders WsdBehaviour::OrdersForNextConnection() {
-    const std::scoped_lock lock(mutex_);
-    Orders orders{fault_, era_};
-    if (fault_ && fault_->connections && --*fault_->connections == 0) fault_.reset();
-    return orders;
-}
-
-bool WsdBehaviour::FaultHolds(const Orders& orders) const {
-    const std::scoped_lock lock(mutex_);
-    return orders.era == era_;
 }
 
 }  // namespace vlm::printer

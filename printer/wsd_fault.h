@@ -1,16 +1,12 @@
 // What the SOAP services' ports do wrong on request.
-//
-// A connection takes its fault when it is accepted, at most as many as the fault says, and keeps it until it
-// ends or the fault is cleared. Every operation of WsdBehaviour may be called from any thread.
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
-#include "wsd_answer.h"
+#include "fault_slot.h"
 
 namespace vlm::printer {
 
@@ -87,27 +83,7 @@ struct Delivery {
 Delivery Misbehave(const WsdFault& fault, const std::string& answer, const std::string& path,
                    const std::string& selfUrl);
 
-class WsdBehaviour {
- public:
-    void SetStyle(WsdStyle style);
-    WsdStyle Style() const;
-
-    void SetFault(const WsdFault& fault);
-    void ClearFault();  // releases held connections, too
-    std::optional<WsdFault> CurrentFault() const;
-
-    struct Orders {
-        std::optional<WsdFault> fault;
-        std::uint64_t era = 0;
-    };
-    Orders OrdersForNextConnection();
-    bool FaultHolds(const Orders& orders) const;
-
- private:
-    mutable std::mutex mutex_;
-    WsdStyle style_;
-    std::optional<WsdFault> fault_;
-    std::uint64_t era_ = 0;  // counts the times that faults were cleared
-};
+// Clearing a fault releases the connections that are held, too.
+using WsdFaults = FaultSlot<WsdFault>;
 
 }  // namespace vlm::printer

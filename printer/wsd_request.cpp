@@ -10,6 +10,8 @@ namespace vlm::printer {
 namespace {
 
 constexpr std::size_t kMostNames = 256;
+constexpr std::size_t kLongestName = 1000;  // with its namespace, which a short message may repeat for each
+
 bool IsUuid(std::string_view text) {
     constexpr std::string_view kShape =
         "urn:uuid:hhhhhhhh-hhhh-hhhh-hhhh-hhhhhhhhhhhh";  // h: a lower-case digit
@@ -27,23 +29,11 @@ class Reader {
  public:
     explicit Reader(WsdRequest& request) : request_(request) {}
 
-    void ReadMessage(const std::string& body) {
-        std::string reason;
-        const XmlDocument document = ParseMessage(body, Privacy::kOpen, &reason);
-        if (!document) {
-            request_.findings.push_back(reason);
-            return;
-        }
-        const xmlNode* root = xmlDocGetRootElement(document.get());
-        if (!IsElement(root, ns::kSoap12, "Envelope")) {
-            request_.otherVersion = FromXml(root->name) == "Envelope";
-            Find("the root is {} instead of the SOAP 1.2 Envelope", NameOf(root));
-            return;
-        }
+    void ReadMessage(const xmlNode* root) {
         const auto parts = Children(root);
         if (parts.size() != 2 || !IsElement(parts[0], ns::kSoap12, "Header") ||
             !IsElement(parts[1], ns::kSoap12, "Body")) {
-            Find("the Envelope must hold one Header, then one Body, both SOAP 1.2");
+            request_.Find("the Envelope must hold one Header, then one Body, both SOAP 1.2");
             return;
         }
         ReadHeader(parts[0]);
@@ -51,43 +41,39 @@ class Reader {
     }
 
  private:
-    template <typename... Args>
-    void Find(fmt::format_string<Args...> format, Args&&... args) {
-        request_.findings.push_back(fmt::format(format, std::forward<Args>(args)...));
-    }
-
     void ReadHeader(const xmlNode* header) {
         constexpr std::array<const char*, 5> kOrder{"To", "Action", "MessageID", "ReplyTo", "From"};
         const auto blocks = Children(header);
         for (std::size_t i = 0; i < kOrder.size(); ++i) {
             if (i >= blocks.size())
-                Find("header {} is missing: wsa:{}", i + 1, kOrder[i]);
+                request_.Find("header {} is missing: wsa:{}", i + 1, kOrder[i]);
             else if (!IsElement(blocks[i], ns::kAddressing, kOrder[i]))
-                Find("header {} is {} instead of wsa:{}", i + 1, NameOf(blocks[i]), kOrder[i]);
+                request_.Find("header {} is {} instead of wsa:{}", i + 1, NameOf(blocks[i]), kOrder[i]);
         }
-        if (blocks.size() > kOrder.size()) Find("{} headers instead of {}", blocks.size(), kOrder.size());
+        if (blocks.size() > kOrder.size())
+            request_.Find("{} headers instead of {}", blocks.size(), kOrder.size());
 
         // Values are checked wherever their header stands, so that one fault does not hide another.
         for (const xmlNode* block : blocks) {
             if (IsElement(block, ns::kAddressing, "To")) {
                 request_.to = TextOf(block);
                 if (request_.to.empty() || request_.to.find_first_of(" \t\r\n") != std::string::npos)
-                    Find("wsa:To is no address: '{}'", request_.to);
+                    request_.Find("wsa:To is no address: '{}'", request_.to);
             } else if (IsElement(block, ns::kAddressing, "Action")) {
                 request_.action = TextOf(block);
                 if (request_.action != std::string(ns::kPrint) + "/GetPrinterElements")
-                    Find("wsa:Action is not GetPrinterElements: '{}'", request_.action);
+                    request_.Find("wsa:Action is not GetPrinterElements: '{}'", request_.action);
             } else if (IsElement(block, ns::kAddressing, "MessageID")) {
                 request_.messageId = TextOf(block);
                 if (!IsUuid(request_.messageId))
-                    Find("wsa:MessageID is no urn:uuid: '{}'", request_.messageId);
+                    request_.Find("wsa:MessageID is no urn:uuid: '{}'", request_.messageId);
             } else if (IsElement(block, ns::kAddressing, "ReplyTo")) {
                 const std::string replyTo = AddressIn(block);
                 if (replyTo != ns::kAnonymous)
-                    Find("wsa:ReplyTo is not the anonymous address: '{}'", replyTo);
+                    request_.Find("wsa:ReplyTo is not the anonymous address: '{}'", replyTo);
             } else if (IsElement(block, ns::kAddressing, "From")) {
                 request_.from = AddressIn(block);
-                if (!IsUuid(request_.from)) Find("wsa:From is no urn:uuid: '{}'", request_.from);
+                if (!IsUuid(request_.from)) request_.Find("wsa:From is no urn:uuid: '{}'", request_.from);
             }
         }
     }
@@ -95,7 +81,7 @@ class Reader {
     std::string AddressIn(const xmlNode* endpoint) {
         const auto parts = Children(endpoint);
         if (parts.size() == 1 && IsElement(parts[0], ns::kAddressing, "Address")) return TextOf(parts[0]);
-        Find("wsa:{} must hold one wsa:Address", FromXml(endpoint->name));
+        request_.Find("wsa:{} must hold one wsa:Address", FromXml(endpoint->name));
         return "";
     }
 
@@ -104,27 +90,27 @@ class Reader {
         for (const char* name : {"GetPrinterElementsRequest", "RequestedElements"}) {
             const auto parts = Children(node);
             if (parts.size() != 1 || !IsElement(parts[0], ns::kPrint, name)) {
-                Find("{} must hold one print service {}", FromXml(node->name), name);
+                request_.Find("{} must hold one print service {}", FromXml(node->name), name);
                 return;
             }
             node = parts[0];
         }
         for (xmlNode* wanted : Children(node)) {
             if (request_.names.size() == kMostNames) {
-                Find("more than {} elements are requested", kMostNames);
+                request_.Find("more than {} elements are requested", kMostNames);
                 return;
             }
             if (IsElement(wanted, ns::kPrint, "Name"))
                 ReadName(wanted);
             else
-                Find("RequestedElements holds {} instead of a print service Name", NameOf(wanted));
+                request_.Find("RequestedElements holds {} instead of a print service Name", NameOf(wanted));
         }
     }
 
     void ReadName(xmlNode* wanted) {
         const std::string text = Trimmed(TextOf(wanted));
         if (xmlValidateQName(ToXml(text.c_str()), 0) != 0) {
-            Find("the requested name '{}' is no qualified name", text);
+            request_.Find("the requested name '{}' is no qualified name", text);
             return;
         }
         const auto colon = text.find(':');
@@ -132,8 +118,13 @@ class Reader {
         const xmlNs* space =
             xmlSearchNs(wanted->doc, wanted, prefix.empty() ? nullptr : ToXml(prefix.c_str()));
         if (space == nullptr || FromXml(space->href).empty()) {
-            Find("the requested name '{}' has {}", text,
-                 prefix.empty() ? "no namespace" : "a prefix that is not declared in its scope");
+            request_.Find("the requested name '{}' has {}", text,
+                          prefix.empty() ? "no namespace" : "a prefix that is not declared in its scope");
+            return;
+        }
+        if (FromXml(space->href).size() + text.size() > kLongestName) {
+            request_.Find("the requested name '{}' is longer than {} bytes with its namespace", text,
+                          kLongestName);
             return;
         }
         request_.names.push_back({FromXml(space->href), text.substr(colon + 1)});  // npos + 1 is the start
@@ -146,9 +137,8 @@ class Reader {
 
 WsdRequest ReadWsdRequest(std::string_view contentType, const std::string& body) {
     WsdRequest request;
-    Reader reader(request);
-    if (auto flaw = FindContentTypeFlaw(contentType)) request.findings.push_back(*std::move(flaw));
-    reader.ReadMessage(body);
+    const XmlDocument document = ReadEnvelope(contentType, body, Privacy::kOpen, request);
+    if (document) Reader(request).ReadMessage(xmlDocGetRootElement(document.get()));
     return request;
 }
 

@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "soap_message.h"
+
 namespace vlm::printer {
 
 struct ElementName {
@@ -12,14 +14,12 @@ struct ElementName {
     std::string name;
 };
 
-struct WsdRequest {
+struct WsdRequest : SoapRequest {
     std::string to;
     std::string action;
     std::string messageId;
     std::string from;
-    std::vector<ElementName> names;     // those that resolve
-    std::vector<std::string> findings;  // a line each; none for a sound request
-    bool otherVersion = false;          // the message is no SOAP 1.2
+    std::vector<ElementName> names;  // those that resolve
 };
 
 // Fills in what it can read, findings or not.

@@ -1,5 +1,7 @@
 #include "wsd_service.h"
 
+#include <utility>
+
 #include "say.h"
 #include "soap_message.h"
 #include "wsd_request.h"
@@ -11,9 +13,14 @@ constexpr std::size_t kShownBody = std::size_t{64} << 10;  // of a request, in t
 
 }  // namespace
 
-void WsdService::AddTo(SoapPorts& ports) {
-    ports.Serve(kWsdPath, [this](const httplib::Request& request, httplib::Response& response,
-                                 const char* scheme) { Answer(request, response, scheme); });
+void WsdService::SetStyle(WsdStyle style) {
+    const std::scoped_lock lock(mutex_);
+    style_ = std::move(style);
+}
+
+WsdStyle WsdService::Style() const {
+    const std::scoped_lock lock(mutex_);
+    return style_;
 }
 
 void WsdService::Answer(const httplib::Request& http, httplib::Response& response, const char* scheme) {
@@ -22,31 +29,27 @@ void WsdService::Answer(const httplib::Request& http, httplib::Response& respons
     nlohmann::json names = nlohmann::json::array();
     for (const ElementName& name : request.names)
         names.push_back(fmt::format("{{{}}}{}", name.uri, name.name));
-    log_.Add({{"scheme", scheme},
-              {"method", http.method},
-              {"path", http.path},
-              {"version", http.version},
-              {"headers", ShownHeaders(http)},
-              {"body", http.body.substr(0, kShownBody)},
-              {"to", request.to},
-              {"action", request.action},
-              {"messageId", request.messageId},
-              {"from", request.from},
-              {"names", std::move(names)},
-              {"findings", request.findings}});
+    Requests().Add({{"scheme", scheme},
+                    {"method", http.method},
+                    {"path", http.path},
+                    {"version", http.version},
+                    {"headers", ShownHeaders(http)},
+                    {"body", http.body.substr(0, kShownBody)},
+                    {"to", request.to},
+                    {"action", request.action},
+                    {"messageId", request.messageId},
+                    {"from", request.from},
+                    {"names", std::move(names)},
+                    {"findings", request.findings}});
 
     if (request.findings.empty()) {
-        response.set_content(WsdAnswer(request, machine_.State(), behaviour_.Style()), kSoapType);
+        response.set_content(WsdAnswer(request, machine_.State(), Style()), kSoapType);
         return;
     }
-    std::string reason;
-    for (const std::string& finding : request.findings)
-        reason += reason.empty() ? finding : "; " + finding;
-    Say("WSD request refused: {}", reason);
-    // As the SOAP 1.2 HTTP binding maps its codes.
-    response.status = request.otherVersion ? 500 : 400;
-    const char* code = request.otherVersion ? "VersionMismatch" : "Sender";
-    response.set_content(WsdFaultAnswer(code, reason, request.messageId), kSoapType);
+    const Refusal refusal = RefusalOf(request);
+    Say("WSD request refused: {}", refusal.reason);
+    response.status = refusal.status;
+    response.set_content(WsdFaultAnswer(refusal.code, refusal.reason, request.messageId), kSoapType);
 }
 
 }  // namespace vlm::printer

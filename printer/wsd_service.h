@@ -1,32 +1,29 @@
 // The WSD print service: SOAP 1.2 at /wsd/print/. docs/wsd.md describes the exchange.
 #pragma once
 
+#include <mutex>
+
 #include "machine.h"
-#include "request_log.h"
 #include "soap_ports.h"
-#include "wsd_fault.h"
+#include "wsd_answer.h"
 
 namespace vlm::printer {
 
 inline constexpr const char* kWsdPath = "/wsd/print/";
 
-class WsdService {
+class WsdService : public SoapService {
  public:
     explicit WsdService(const Machine& machine) : machine_(machine) {}
-    WsdService(const WsdService&) = delete;
-    WsdService& operator=(const WsdService&) = delete;
 
-    void AddTo(SoapPorts& ports);  // which end before the service does
+    void Answer(const httplib::Request& http, httplib::Response& response, const char* scheme) override;
 
-    WsdBehaviour& Behaviour() { return behaviour_; }
-    RequestLog& Requests() { return log_; }
+    void SetStyle(WsdStyle style);
+    WsdStyle Style() const;
 
  private:
-    void Answer(const httplib::Request& request, httplib::Response& response, const char* scheme);
-
     const Machine& machine_;
-    WsdBehaviour behaviour_;
-    RequestLog log_;
+    mutable std::mutex mutex_;
+    WsdStyle style_;
 };
 
 }  // namespace vlm::printer

@@ -1,5 +1,6 @@
 """Drives the virtual printer as its users do: the program, a socket to its raw port, HTTP to its control port."""
 
+import gzip
 import hashlib
 import json
 import os
@@ -13,19 +14,10 @@ import sys
 import tempfile
 import time
 import unittest
+import urllib.parse
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from vprinter import PROGRAM, ControlError, VirtualPrinter  # noqa: E402
-
-LIMIT = 5  # seconds that any single wait on a socket may take
-
-
-def wait_until(condition, what):
-    give_up = time.monotonic() + LIMIT
-    while not condition():
-        if time.monotonic() > give_up:
-            raise TimeoutError(f"not within {LIMIT} s: {what}")
-        time.sleep(0.01)
+from vprinter import LIMIT, PROGRAM, ControlError, VirtualPrinter, receive, wait_until  # noqa: E402
 
 
 def wait_until_open(printer, count):
@@ -38,146 +30,104 @@ def wait_until_stored(printer, size):
     wait_until(lambda: file.exists() and file.stat().st_size == size, f"{size} bytes in {file.name}")
 
 
-def break_connection(connection):
-    connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
-    connection.close()
+def some_bytes(size):
+    return random.Random(size).randbytes(size)
 
 
-def some_bytes(size, seed=1):
-    return random.Random(seed).randbytes(size)
+def stored(record):
+    return pathlib.Path(record["file"]).read_bytes()
 
 
-def connect(printer):
-    return socket.create_connection(("127.0.0.1", printer.raw_port), timeout=LIMIT)
-
-
-def read_to_end(connection):
-    received = b""
-    while piece := connection.recv(65536):
-        received += piece
-    return received
-
-
-def print_document(printer, content):
-    """Sends a whole document; what came back on the back-channel until the printer closed."""
-    with connect(printer) as connection:
-        connection.sendall(content)
-        connection.shutdown(socket.SHUT_WR)
-        return read_to_end(connection)
-
-
-def send_until_blocked(connection, most, patience=0.4):
-    """Bytes that went before the connection took no more for `patience` seconds."""
-    connection.settimeout(patience)
-    sent = 0
-    try:
-        while sent < most:
-            sent += connection.send(bytes(65536))
-    except TimeoutError:
-        pass
-    connection.settimeout(LIMIT)
-    return sent
+def ends(printer):
+    return [(record["bytes"], record["end"]) for record in printer.documents()]
 
 
 class Documents(unittest.TestCase):
     def test_ContentArrivesUnchangedWithItsSizeAndDigest(self):
-        contents = [some_bytes(size, seed=size) for size in (0, 1, 4096, 65536, 65537, 3_000_001)]
+        contents = [some_bytes(size) for size in (0, 1, 65536, 65537, 3_000_001)]
         with VirtualPrinter() as printer:
             for content in contents:
-                self.assertEqual(print_document(printer, content), b"")
+                self.assertEqual(printer.send(content), (b"", "end"))
             # No wait: the record is there before the host sees the end of its connection.
-            records = printer.documents()
-            self.assertEqual([r["number"] for r in records], list(range(1, len(contents) + 1)))
-            for content, record in zip(contents, records, strict=True):
-                with self.subTest(size=len(content)):
-                    self.assertEqual(pathlib.Path(record["file"]).read_bytes(), content)
-                    self.assertEqual(record["bytes"], len(content))
-                    self.assertEqual(record["sha256"], hashlib.sha256(content).hexdigest())
-                    self.assertTrue(record["complete"])
+            for number, (content, record) in enumerate(zip(contents, printer.documents(), strict=True), 1):
+                self.assertEqual(stored(record), content)
+                expected = {"number": number, "bytes": len(content), "complete": True,
+                            "sha256": hashlib.sha256(content).hexdigest()}
+                self.assertEqual(record | expected, record)
         for content in contents:
             self.assertIn(f"{len(content)} bytes, sha256 {hashlib.sha256(content).hexdigest()}, complete",
                           printer.output)
 
     def test_ParallelConnectionsKeepTheirDocumentsApart(self):
-        contents = [some_bytes(300_000 + i, seed=i) for i in range(8)]
+        contents = [some_bytes(300_000 + i) for i in range(8)]
         with VirtualPrinter() as printer:
-            connections = [connect(printer) for _ in contents]
+            connections = [printer.connect() for _ in contents]
             for part in range(3):  # in turns, so that all documents are under way at once
                 for connection, content in zip(connections, contents):
                     connection.sendall(content[part * 100_000:(part + 1) * 100_000 if part < 2 else None])
             wait_until_open(printer, len(contents))
             for connection in connections:
-                connection.shutdown(socket.SHUT_WR)
-                self.assertEqual(connection.recv(1), b"")
-                connection.close()
-            stored = sorted(pathlib.Path(r["file"]).read_bytes() for r in printer.documents())
-            self.assertEqual(stored, sorted(contents))
+                with connection:
+                    connection.shutdown(socket.SHUT_WR)
+                    self.assertEqual(receive(connection), (b"", "end"))
+            self.assertEqual(sorted(map(stored, printer.documents())), sorted(contents))
 
     def test_ConnectionsOverTheBoundWaitAndArePrintedLater(self):
         with VirtualPrinter() as printer:
-            held = [connect(printer) for _ in range(64)]
-            waiting = connect(printer)
-            waiting.sendall(b"later")
-            waiting.shutdown(socket.SHUT_WR)
-            waiting.settimeout(0.2)
-            with self.assertRaises(TimeoutError):
-                waiting.recv(1)
-            held.pop().close()
-            waiting.settimeout(LIMIT)
-            self.assertEqual(read_to_end(waiting), b"")
-            self.assertIn(5, [r["bytes"] for r in printer.documents()])
-            for connection in [*held, waiting]:
+            held = [printer.connect() for _ in range(64)]
+            with printer.connect() as waiting:
+                waiting.sendall(b"later")
+                waiting.shutdown(socket.SHUT_WR)
+                waiting.settimeout(0.2)
+                self.assertEqual(receive(waiting), (b"", "silence"))
+                held.pop().close()
+                waiting.settimeout(LIMIT)
+                self.assertEqual(receive(waiting), (b"", "end"))
+            self.assertIn((5, "complete"), ends(printer))
+            for connection in held:
                 connection.close()
 
     def test_BrokenConnectionIsRecordedAsIncompleteWithItsBytes(self):
-        content = some_bytes(100_000)
-        with VirtualPrinter() as printer:
-            connection = connect(printer)
-            connection.sendall(content)
-            wait_until_stored(printer, len(content))
-            break_connection(connection)
-            record = printer.wait_for_documents(1)[0]
-            self.assertEqual((record["complete"], record["end"]), (False, "connection lost"))
-            self.assertEqual(pathlib.Path(record["file"]).read_bytes(), content)
-            self.assertEqual(record["sha256"], hashlib.sha256(content).hexdigest())
+        for arguments, size in (((), 100_000), (("--fault", "stall", "--fault-after", "10"), 10)):
+            with self.subTest(arguments=arguments), VirtualPrinter(*arguments) as printer:
+                connection = printer.connect()
+                connection.sendall(some_bytes(100_000))
+                wait_until_stored(printer, size)
+                connection.setsockopt(socket.SOL_SOCKET, socket.SO_LINGER, struct.pack("ii", 1, 0))
+                connection.close()
+                record, = printer.wait_for_documents(1)
+                self.assertEqual((record["complete"], record["end"]), (False, "connection lost"))
+                self.assertEqual(stored(record), some_bytes(100_000)[:size])
+                self.assertEqual(record["sha256"], hashlib.sha256(stored(record)).hexdigest())
 
     def test_DocumentOverTheLimitIsCutAndItsConnectionReset(self):
         with VirtualPrinter("--max-document", "1000") as printer:
-            print_document(printer, bytes(1000))
-            with self.assertRaises(ConnectionError):
-                print_document(printer, bytes(1001))
-            self.assertEqual([(r["bytes"], r["end"]) for r in printer.documents()],
-                             [(1000, "complete"), (1000, "over the size limit")])
+            self.assertEqual([printer.send(bytes(size))[1] for size in (1000, 1001)], ["end", "reset"])
+            self.assertEqual(ends(printer), [(1000, "complete"), (1000, "over the size limit")])
 
     def test_EarlierDocumentsOfTheFolderAreNotOverwritten(self):
         with tempfile.TemporaryDirectory() as folder:
             for content in (b"first run", b"second run"):
                 with VirtualPrinter(store=folder) as printer:
-                    print_document(printer, content)
+                    printer.send(content)
             self.assertEqual({p.name: p.read_bytes() for p in pathlib.Path(folder).iterdir()},
                              {"document-0001.prn": b"first run", "document-0002.prn": b"second run"})
 
-
-class BackChannel(unittest.TestCase):
-    def test_AnswerAfterTheDocument(self):
-        with VirtualPrinter("--answer", "@PJL done\r\n") as printer:
-            with connect(printer) as connection:
+    def test_AnswersComeWhenToldAndChangeAtRunTime(self):
+        with VirtualPrinter("--answer", "hello", "--answer-when", "open") as printer:
+            with printer.connect() as connection:
+                self.assertEqual(connection.recv(100), b"hello")
+            text = "\x1b%-12345X\u20ac"
+            printer.set_answer(text, when="document")
+            with printer.connect() as connection:
                 connection.sendall(b"page")
                 connection.settimeout(0.2)
-                with self.assertRaises(TimeoutError):
-                    connection.recv(1)
-                connection.settimeout(LIMIT)
+                self.assertEqual(receive(connection), (b"", "silence"))
                 connection.shutdown(socket.SHUT_WR)
-                self.assertEqual(read_to_end(connection), b"@PJL done\r\n")
-
-    def test_AnswerAtOnceChangedAndClearedAtRunTime(self):
-        with VirtualPrinter("--answer", "hello", "--answer-when", "open") as printer:
-            with connect(printer) as connection:
-                self.assertEqual(connection.recv(100), b"hello")
-            printer.set_answer("\x1b%-12345X\u20ac", when="document")
-            self.assertEqual(print_document(printer, b"page"), "\x1b%-12345X\u20ac".encode())
+                connection.settimeout(LIMIT)
+                self.assertEqual(receive(connection), (text.encode(), "end"))
             printer.clear_answer()
-            self.assertEqual(print_document(printer, b"page"), b"")
+            self.assertEqual(printer.send(b"page"), (b"", "end"))
 
 
 class Faults(unittest.TestCase):
@@ -185,109 +135,153 @@ class Faults(unittest.TestCase):
         with VirtualPrinter("--fault", "refuse") as printer:
             for _ in range(2):
                 with self.assertRaises(ConnectionRefusedError):
-                    connect(printer)
+                    printer.connect()
                 printer.clear_fault()
-                print_document(printer, b"now it prints")
-                printer.set_fault("refuse")
+                with printer.connect() as connection:
+                    connection.sendall(b"before, ")
+                    wait_until_open(printer, 1)
+                    printer.set_fault("refuse")  # not the connection that is under way
+                    connection.sendall(b"after")
+                    connection.shutdown(socket.SHUT_WR)
+                    receive(connection)
             with self.assertRaises(ConnectionRefusedError):
-                connect(printer)
+                printer.connect()
             printer.set_fault("reset", after=100)  # another fault instead opens the port, too
-            print_document(printer, b"short enough")
-            self.assertEqual(len(printer.documents()), 3)
-
-    def test_RefusingLeavesConnectionsUnderWayAlone(self):
-        with VirtualPrinter() as printer:
-            with connect(printer) as connection:
-                connection.sendall(b"before, ")
-                wait_until_open(printer, 1)
-                printer.set_fault("refuse")
-                connection.sendall(b"after")
-                connection.shutdown(socket.SHUT_WR)
-                read_to_end(connection)
-            self.assertEqual(pathlib.Path(printer.documents()[0]["file"]).read_bytes(), b"before, after")
+            printer.send(b"short enough")
+            self.assertEqual([*map(stored, printer.documents())], [b"before, after"] * 2 + [b"short enough"])
 
     def test_StalledSenderBlocksAndNothingIsLostOnceCleared(self):
         with VirtualPrinter() as printer:
             after = 8 << 20  # enough for the system to widen a buffer that is left to it
             printer.set_fault("stall", after=after)
-            with connect(printer) as connection:
+            with printer.connect() as connection:
                 # A fixed buffer on this side: what still goes is then what the printer's system takes in.
                 connection.setsockopt(socket.SOL_SOCKET, socket.SO_SNDBUF, 65536)
-                sent = send_until_blocked(connection, most=64 << 20)
+                connection.settimeout(0.4)
+                sent = 0
+                with self.assertRaises(TimeoutError):
+                    while sent < 64 << 20:
+                        sent += connection.send(bytes(65536))
                 self.assertLess(sent - after, 256 << 10)
                 wait_until_stored(printer, after)
                 printer.clear_fault()
+                connection.settimeout(LIMIT)
                 connection.sendall(bytes(500_000))
                 connection.shutdown(socket.SHUT_WR)
-                read_to_end(connection)
-            record = printer.documents()[0]
-            self.assertEqual((record["bytes"], record["complete"]), (sent + 500_000, True))
-
-    def test_ConnectionBrokenWhileStalledIsRecorded(self):
-        with VirtualPrinter("--fault", "stall", "--fault-after", "10") as printer:
-            connection = connect(printer)
-            connection.sendall(bytes(5000))
-            wait_until_stored(printer, 10)
-            break_connection(connection)
-            record = printer.wait_for_documents(1)[0]
-            self.assertEqual((record["bytes"], record["end"]), (10, "connection lost"))
+                receive(connection)
+            self.assertEqual(ends(printer), [(sent + 500_000, "complete")])
 
     def test_SlowReadsAtItsRate(self):
         with VirtualPrinter() as printer:
             printer.set_fault("slow", after=100_000, rate=50_000, connections=1)
             started = time.monotonic()
-            print_document(printer, bytes(130_000))
-            seconds = time.monotonic() - started
-            self.assertGreater(seconds, 0.5)  # 30,000 bytes at 50,000 per second
-            self.assertLess(seconds, 3.0)
-            print_document(printer, bytes(130_000))
-            slow, normal = printer.documents()
-            self.assertEqual((slow["bytes"], slow["complete"]), (130_000, True))
-            self.assertGreater(slow["milliseconds"], 500)
-            self.assertLess(normal["milliseconds"], slow["milliseconds"])
+            printer.send(bytes(130_000))
+            self.assertTrue(0.5 < time.monotonic() - started < 3)  # 30,000 bytes at 50,000 per second
+            printer.send(bytes(130_000))
+            self.assertEqual(ends(printer), [(130_000, "complete")] * 2)
+            slow, normal = (record["milliseconds"] for record in printer.documents())
+            self.assertGreater(slow, 500)
+            self.assertLess(normal, slow)
 
     def test_ResetComesAfterItsBytesForAsManyConnectionsAsAsked(self):
         with VirtualPrinter() as printer:
             for after in (0, 1, 4096, 200_000):
                 with self.subTest(after=after):
-                    before = len(printer.documents())
                     printer.set_fault("reset", after=after, connections=2)
-                    for _ in range(2):
-                        with self.assertRaises(ConnectionResetError), connect(printer) as connection:
-                            connection.sendall(bytes(after + 1))
-                            connection.recv(1)
+                    self.assertEqual([printer.send(bytes(after + 1))[1] for _ in range(3)], ["reset", "reset", "end"])
                     self.assertIsNone(printer.state()["fault"])
-                    print_document(printer, bytes(after + 1))
-                    self.assertEqual([(r["bytes"], r["end"]) for r in printer.documents()[before:]],
-                                     [(after, "reset by fault")] * 2 + [(after + 1, "complete")])
+                    self.assertEqual(ends(printer)[-3:], [(after, "reset by fault")] * 2 + [(after + 1, "complete")])
 
     def test_UnsoundRequestsAreRefusedAndChangeNothing(self):
         with VirtualPrinter() as printer:
             kept = printer.set_fault("reset", after=7, connections=3)["fault"]
-            for body in ({}, [], {"mode": "explode"}, {"mode": 1}, {"mode": "slow"}, {"mode": "reset", "rate": 5},
-                         {"mode": "refuse", "connections": 1}, {"mode": "reset", "connections": 0},
-                         {"mode": "reset", "after": -1}, {"mode": "reset", "after": "7"},
-                         {"mode": "reset", "befor": 7}):
-                with self.subTest(body=body), self.assertRaises(ControlError) as caught:
-                    printer.call("PUT", "/fault", body)
-                self.assertEqual(caught.exception.status, 400)
-            for method, path, body, status in (("PUT", "/answer", {"text": 5}, 400), ("GET", "/nothing", None, 404),
+            faults = ({}, [], {"mode": "explode"}, {"mode": 1}, {"mode": "slow"}, {"mode": "reset", "rate": 5},
+                      {"mode": "refuse", "connections": 1}, {"mode": "reset", "connections": 0},
+                      {"mode": "reset", "after": -1}, {"mode": "reset", "after": "7"}, {"mode": "reset", "befor": 7})
+            for method, path, body, status in (*(("PUT", "/fault", body, 400) for body in faults),
+                                               ("PUT", "/answer", {"text": 5}, 400), ("GET", "/nothing", None, 404),
                                                ("PUT", "/answer", {"text": "x" * 100_000}, 413)):
-                with self.subTest(path=path), self.assertRaises(ControlError) as caught:
+                with self.subTest(path=path, body=str(body)[:40]), self.assertRaises(ControlError) as caught:
                     printer.call(method, path, body)
                 self.assertEqual(caught.exception.status, status)
             self.assertEqual(printer.state()["fault"], kept)
             self.assertIsNone(printer.state()["answer"])
 
 
+class BrokenClients(unittest.TestCase):
+    """Of the HTTP ports; none may hold up, fill or end the printer."""
+
+    def setUp(self):
+        self.printer = self.enterContext(VirtualPrinter())
+        wsd, wsds = (urllib.parse.urlsplit(url).port for url in (self.printer.wsd_url, self.printer.wsds_url))
+        self.plain = {self.printer.control_port: b"PUT /answer", wsd: b"POST /wsd/print/"}
+        self.tls = wsds
+
+    def connect(self, port, request=b""):
+        connection = self.enterContext(socket.create_connection(("127.0.0.1", port), timeout=LIMIT))
+        connection.sendall(request)
+        return connection
+
+    def test_EndlessRequestsAreCutOff(self):
+        for port, start in self.plain.items():
+            for head in (b"X-Long: ", b"\r\n", b"Content-Length: 99999999999\r\n\r\n",
+                         b"Transfer-Encoding: chunked\r\n\r\nFFFFFFFF\r\n"):
+                with self.subTest(start=start, head=head):
+                    connection = self.connect(port, start + b" HTTP/1.1\r\n" + head)
+                    try:
+                        for _ in range(256):
+                            connection.sendall(b"x" * 65536)
+                    except ConnectionError:
+                        continue
+                    connection.settimeout(1)  # the printer does not wait for more
+                    self.assertIn(receive(connection)[1], ("end", "reset"))
+
+    def test_WhatWouldBeUnpackedOrRepeatedIsNot(self):
+        bomb = gzip.compress(bytes(50_000_000))
+        for port, start in self.plain.items():
+            for header, body, status in ((b"Content-Encoding: gzip", bomb, b"415"),
+                                         (b"Range: bytes=" + b"0-," * 2500 + b"0-", b"<a/>", b"400")):
+                with self.subTest(start=start, header=header[:30]):
+                    head = b"%s HTTP/1.1\r\n%s\r\nContent-Length: %d\r\n\r\n" % (start, header, len(body))
+                    answer, ended = receive(self.connect(port, head + body))
+                    self.assertEqual((answer[9:12], ended), (status, "end"))
+                    self.assertLess(len(answer), 5000)
+
+    def test_HalfRequestsEndWithTheirSender(self):
+        for port, start in self.plain.items():
+            head = start + b" HTTP/1.1\r\nContent-Length: 9\r\n"
+            for sent in (b"", start, head, head + b"\r\nhalf"):
+                with self.subTest(sent=sent):
+                    connection = self.connect(port, sent)
+                    connection.shutdown(socket.SHUT_WR)
+                    started = time.monotonic()
+                    self.assertEqual(receive(connection)[1], "end")
+                    self.assertLess(time.monotonic() - started, 3)
+
+    def test_DripsAreCutOffInTimeAndDoNotHoldUpTheEnd(self):
+        def drips():
+            return [self.connect(self.tls, b"\x16\x03\x01\x10\x00\x01"),
+                    *(self.connect(port, start) for port, start in self.plain.items())]
+
+        open_ones = drips()
+        give_up = time.monotonic() + 20
+        while open_ones and time.monotonic() < give_up:
+            time.sleep(0.5)
+            for connection in list(open_ones):
+                try:
+                    connection.sendall(b"x")
+                except ConnectionError:
+                    open_ones.remove(connection)
+        self.assertEqual(open_ones, [])
+        drips()
+        self.printer.state()
+        started = time.monotonic()
+        self.assertEqual(self.printer.stop(), 0)
+        self.assertLess(time.monotonic() - started, 3)
+
+
 class StartAndStop(unittest.TestCase):
     def test_EveryWayToStopEndsConnectionsUnderWayAndTheProcess(self):
-        def by_signal(number):
-            def stop(printer):
-                os.kill(printer.pid, number)
-                return printer.wait(LIMIT)
-            return stop
-
         def by_request_without_length(printer):  # as "curl -X POST" sends it
             with socket.create_connection(("127.0.0.1", printer.control_port), timeout=LIMIT) as connection:
                 connection.sendall(b"POST /shutdown HTTP/1.1\r\nHost: printer\r\n\r\n")
@@ -295,13 +289,13 @@ class StartAndStop(unittest.TestCase):
             return printer.wait(LIMIT)
 
         for name, stop in (("control", VirtualPrinter.shutdown), ("curl", by_request_without_length),
-                           ("SIGTERM", by_signal(signal.SIGTERM)),
-                           ("SIGINT", by_signal(signal.SIGINT))):
+                           ("SIGTERM", VirtualPrinter.stop),
+                           ("SIGINT", lambda printer: os.kill(printer.pid, signal.SIGINT) or printer.wait())):
             with self.subTest(name), VirtualPrinter() as printer:
-                idle = connect(printer)
+                idle = printer.connect()
                 wait_until_open(printer, 1)
                 printer.set_fault("stall", after=3)
-                stalled = connect(printer)
+                stalled = printer.connect()
                 stalled.sendall(b"abcdef")
                 wait_until_open(printer, 2)
                 started = time.monotonic()
@@ -309,10 +303,10 @@ class StartAndStop(unittest.TestCase):
                 self.assertLess(time.monotonic() - started, 3)
                 self.assertEqual(printer.output.count("printer stopped"), 2)
                 for connection in (idle, stalled):
-                    with connection, self.assertRaises(ConnectionResetError):
-                        connection.recv(1)
+                    with connection:
+                        self.assertEqual(receive(connection), (b"", "reset"))
                 with self.assertRaises(ConnectionRefusedError):
-                    connect(printer)
+                    printer.connect()
                 with self.assertRaises(ProcessLookupError):
                     os.kill(printer.pid, 0)
 
@@ -338,16 +332,16 @@ class StartAndStop(unittest.TestCase):
         with VirtualPrinter() as running, tempfile.TemporaryDirectory() as folder:
             file = pathlib.Path(folder) / "file"
             file.touch()
-            store = ["--store", folder]
+            store = ["--store", folder, "--raw-port", "0"]
             for arguments, status, words in (
                     ([], 2, "--store"),
                     ([*store, "--bogus"], 2, "--bogus"),
-                    ([*store, "--raw-port", "70000"], 2, "--raw-port"),
+                    (["--store", folder, "--raw-port", "70000"], 2, "--raw-port"),
                     ([*store, "--fault", "slow"], 2, "rate"),
-                    ([*store, "--raw-port", str(running.raw_port)], 1, "in use"),
-                    ([*store, "--raw-port", "0", "--control-port", str(running.control_port)], 1, "in use"),
-                    ([*store, "--raw-port", "0", "--address", "nowhere"], 1, "nowhere"),
-                    ([*store, "--raw-port", "0", "--ready-file", str(file / "x")], 1, "Not a directory"),
+                    (["--store", folder, "--raw-port", str(running.raw_port)], 1, "in use"),
+                    ([*store, "--control-port", str(running.control_port)], 1, "in use"),
+                    ([*store, "--address", "nowhere"], 1, "nowhere"),
+                    ([*store, "--ready-file", str(file / "x")], 1, "Not a directory"),
                     (["--store", str(file), "--raw-port", "0"], 1, str(file))):
                 with self.subTest(arguments=arguments):
                     ended = subprocess.run([PROGRAM, *arguments], capture_output=True, text=True, timeout=LIMIT)

@@ -1,8 +1,8 @@
 """Runs a virtual printer for a test or a demo.
 
     with VirtualPrinter() as printer:
-        send it a document on ("127.0.0.1", printer.raw_port)
-        record = printer.wait_for_documents(1)[0]
+        printer.send(b"a document")
+        record = printer.documents()[0]
 
 The program is the one that the environment variable VPRINTER names, else the native build's. It listens on free
 ports of the loopback, stores into a folder of its own that goes away with it (or the one that is given), and ends
@@ -14,6 +14,8 @@ import json
 import os
 import pathlib
 import shutil
+import socket
+import ssl
 import subprocess
 import tempfile
 import time
@@ -23,6 +25,34 @@ import urllib.request
 _ROOT = pathlib.Path(__file__).resolve().parents[2]
 _OPENER = urllib.request.build_opener(urllib.request.ProxyHandler({}))  # never through a proxy of the environment
 PROGRAM = os.environ.get("VPRINTER", str(_ROOT / "build/native/bin/vprinter"))
+
+
+LIMIT = 5  # seconds that any single wait on a socket may take
+
+
+def wait_until(condition, what):
+    give_up = time.monotonic() + LIMIT
+    while not condition():
+        if time.monotonic() > give_up:
+            raise TimeoutError(f"not within {LIMIT} s: {what}")
+        time.sleep(0.01)
+
+
+def receive(connection):
+    """All that comes, and how it ends: "end", "cut" (TLS without a goodbye), "reset" or "silence"."""
+    received = bytearray()
+    try:
+        while piece := connection.recv(1 << 20):
+            received += piece
+        return bytes(received), "end"
+    except ssl.SSLError as error:
+        if "EOF" not in str(error):
+            raise
+        return bytes(received), "cut"
+    except ConnectionError:
+        return bytes(received), "reset"
+    except TimeoutError:
+        return bytes(received), "silence"
 
 
 class ControlError(Exception):
@@ -65,6 +95,24 @@ class VirtualPrinter:
         status = self.stop()
         if status != 0 and failure is None:
             raise RuntimeError(f"the virtual printer ended with {status}: {self.errors}")
+
+    def connect(self):
+        """A connection to the raw port."""
+        return socket.create_connection(("127.0.0.1", self.raw_port), timeout=LIMIT)
+
+    def send(self, *pieces):
+        """Over one connection to the raw port, then the end of the sending side; what came back, and how it ended."""
+        with self.connect() as connection:
+            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+            try:
+                for piece in pieces:
+                    connection.sendall(piece)
+                connection.shutdown(socket.SHUT_WR)
+            except TimeoutError:
+                raise
+            except OSError:  # which one depends on how far the reset has come
+                return b"", "reset"
+            return receive(connection)
 
     def call(self, method, path, body=None):
         """One request; the answer's JSON. Raises ControlError."""
