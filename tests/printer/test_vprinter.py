@@ -12,6 +12,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 import unittest
 import urllib.parse
@@ -58,34 +59,25 @@ class Documents(unittest.TestCase):
             self.assertIn(f"{len(content)} bytes, sha256 {hashlib.sha256(content).hexdigest()}, complete",
                           printer.output)
 
-    def test_ParallelConnectionsKeepTheirDocumentsApart(self):
-        contents = [some_bytes(300_000 + i) for i in range(8)]
+    def test_DocumentsOfParallelConnectionsStayApartAndThoseOverTheBoundWait(self):
+        contents = [some_bytes(30_000 + i) for i in range(65)]
         with VirtualPrinter() as printer:
             connections = [printer.connect() for _ in contents]
             for part in range(3):  # in turns, so that all documents are under way at once
                 for connection, content in zip(connections, contents):
-                    connection.sendall(content[part * 100_000:(part + 1) * 100_000 if part < 2 else None])
-            wait_until_open(printer, len(contents))
+                    connection.sendall(content[part * 10_000:(part + 1) * 10_000 if part < 2 else None])
+            wait_until_open(printer, 64)
+            waiting = connections.pop()
+            waiting.shutdown(socket.SHUT_WR)
+            waiting.settimeout(0.2)
+            self.assertEqual(receive(waiting), (b"", "silence"))
             for connection in connections:
+                connection.shutdown(socket.SHUT_WR)
+            waiting.settimeout(LIMIT)
+            for connection in (*connections, waiting):
                 with connection:
-                    connection.shutdown(socket.SHUT_WR)
                     self.assertEqual(receive(connection), (b"", "end"))
             self.assertEqual(sorted(map(stored, printer.documents())), sorted(contents))
-
-    def test_ConnectionsOverTheBoundWaitAndArePrintedLater(self):
-        with VirtualPrinter() as printer:
-            held = [printer.connect() for _ in range(64)]
-            with printer.connect() as waiting:
-                waiting.sendall(b"later")
-                waiting.shutdown(socket.SHUT_WR)
-                waiting.settimeout(0.2)
-                self.assertEqual(receive(waiting), (b"", "silence"))
-                held.pop().close()
-                waiting.settimeout(LIMIT)
-                self.assertEqual(receive(waiting), (b"", "end"))
-            self.assertIn((5, "complete"), ends(printer))
-            for connection in held:
-                connection.close()
 
     def test_BrokenConnectionIsRecordedAsIncompleteWithItsBytes(self):
         for arguments, size in (((), 100_000), (("--fault", "stall", "--fault-after", "10"), 10)):
@@ -194,18 +186,34 @@ class Faults(unittest.TestCase):
 
     def test_UnsoundRequestsAreRefusedAndChangeNothing(self):
         with VirtualPrinter() as printer:
-            kept = printer.set_fault("reset", after=7, connections=3)["fault"]
-            faults = ({}, [], {"mode": "explode"}, {"mode": 1}, {"mode": "slow"}, {"mode": "reset", "rate": 5},
-                      {"mode": "refuse", "connections": 1}, {"mode": "reset", "connections": 0},
-                      {"mode": "reset", "after": -1}, {"mode": "reset", "after": "7"}, {"mode": "reset", "befor": 7})
-            for method, path, body, status in (*(("PUT", "/fault", body, 400) for body in faults),
-                                               ("PUT", "/answer", {"text": 5}, 400), ("GET", "/nothing", None, 404),
-                                               ("PUT", "/answer", {"text": "x" * 100_000}, 413)):
-                with self.subTest(path=path, body=str(body)[:40]), self.assertRaises(ControlError) as caught:
-                    printer.call(method, path, body)
-                self.assertEqual(caught.exception.status, status)
-            self.assertEqual(printer.state()["fault"], kept)
-            self.assertIsNone(printer.state()["answer"])
+            printer.set_fault("reset", after=7, connections=3)
+            printer.set_wsd_fault("mute", at="head")
+            before = printer.state(), printer.call("GET", "/wsd"), printer.machine()
+            for path, *bodies in (
+                    ("/fault", {}, [], {"mode": "explode"}, {"mode": 1}, {"mode": "slow"}, {"mode": "reset", "rate": 5},
+                     {"mode": "refuse", "connections": 1}, {"mode": "reset", "connections": 0},
+                     {"mode": "reset", "after": -1}, {"mode": "reset", "after": "7"}, {"mode": "reset", "befor": 7}),
+                    ("/answer", {"text": 5}),
+                    ("/vpca/fault", {}, {"requests": 1}, {"status": 65536}, {"status": -1}, {"status": "1"},
+                     {"reply": "C"}, {"reply": "C D"}, {"reply": "xy"}, {"delay": 600_001}, {"close": 1}, {"id": 2**32},
+                     {"close": True, "requests": 0}, {"silence": True}),
+                    ("/wsd/style", {"prefix": "1a"}, {"prefix": "vln"}, {"prefix": "xmlns"}, {"soapPrefix": ""},
+                     {"soapPrefix": "wprt"}, {"nested": 1}, {"extra": {"wprt": "urn:x"}}, {"extra": {"a": ""}},
+                     {"prefx": "a"}),
+                    ("/wsd/fault", {}, {"mode": "explode"}, {"mode": "close", "at": "lunch"},
+                     {"mode": "drip", "piece": 0}, {"mode": "gzip", "at": "body"}, {"mode": "mute", "pause": 1},
+                     {"mode": "redirect", "status": 200}, {"mode": "close", "connections": 0},
+                     {"mode": "huge", "bytes": -1}),
+                    ("/machine", {"location": "x", "toner": {"Black": 101}}, {"location": "x", "toner": {"Green": 1}},
+                     {"trays": {"Tray1": "1"}}, {"nam": "x"}, {"location": "x", "name": "control \x01"})):
+                for body in bodies:
+                    with self.subTest(path=path, body=body), self.assertRaisesRegex(ControlError, "^400: "):
+                        printer.call("PUT", path, body)
+            with self.assertRaisesRegex(ControlError, "^404: "):
+                printer.call("GET", "/nothing")
+            with self.assertRaisesRegex(ControlError, "^413: "):
+                printer.set_answer("x" * 100_000)
+            self.assertEqual((printer.state(), printer.call("GET", "/wsd"), printer.machine()), before)
 
 
 class BrokenClients(unittest.TestCase):
@@ -258,23 +266,28 @@ class BrokenClients(unittest.TestCase):
                     self.assertEqual(receive(connection)[1], "end")
                     self.assertLess(time.monotonic() - started, 3)
 
-    def test_DripsAreCutOffInTimeAndDoNotHoldUpTheEnd(self):
-        def drips():
-            return [self.connect(self.tls, b"\x16\x03\x01\x10\x00\x01"),
-                    *(self.connect(port, start) for port, start in self.plain.items())]
-
-        open_ones = drips()
-        give_up = time.monotonic() + 20
-        while open_ones and time.monotonic() < give_up:
-            time.sleep(0.5)
-            for connection in list(open_ones):
-                try:
+    def test_TricklesAreCutOffInTimeAndDoNotHoldUpTheEnd(self):
+        def trickle(connection):
+            try:
+                while True:
                     connection.sendall(b"x")
-                except ConnectionError:
-                    open_ones.remove(connection)
-        self.assertEqual(open_ones, [])
-        drips()
-        self.printer.state()
+                    time.sleep(0.3)
+            except OSError:
+                pass
+
+        def trickles():
+            connections = [self.connect(self.tls, b"\x16\x03\x01\x10\x00\x01"),
+                           *(self.connect(port, start) for port, start in self.plain.items())]
+            threads = [threading.Thread(target=trickle, args=(each,), daemon=True) for each in connections]
+            for thread in threads:
+                thread.start()
+            return threads
+
+        for thread in trickles():
+            thread.join(20)
+            self.assertFalse(thread.is_alive())
+        trickles()
+        time.sleep(0.5)
         started = time.monotonic()
         self.assertEqual(self.printer.stop(), 0)
         self.assertLess(time.monotonic() - started, 3)

@@ -102,17 +102,17 @@ class VirtualPrinter:
 
     def send(self, *pieces):
         """Over one connection to the raw port, then the end of the sending side; what came back, and how it ended."""
-        with self.connect() as connection:
-            connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
-            try:
+        try:
+            with self.connect() as connection:
+                connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
                 for piece in pieces:
                     connection.sendall(piece)
                 connection.shutdown(socket.SHUT_WR)
-            except TimeoutError:
-                raise
-            except OSError:  # which one depends on how far the reset has come
-                return b"", "reset"
-            return receive(connection)
+                return receive(connection)
+        except (ConnectionRefusedError, TimeoutError):
+            raise
+        except OSError:  # which one, and of which call, depends on how far the reset has come
+            return b"", "reset"
 
     def call(self, method, path, body=None):
         """One request; the answer's JSON. Raises ControlError."""
