@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "bench/bench.h"
+#include "bench/least_monitor.h"
 #include "monitor/lm_port.h"
 #include "spooler/host/monitor_host.h"
 #include "tests/support/resources.h"
@@ -11,17 +12,9 @@ namespace {
 
 using namespace vlm;
 
-// The least that a lower monitor can do. Its functions are reached through the table, as the monitor reaches
-// them.
+// Reached through the table, as the monitor reaches them.
 DWORD64 counted;
 
-BOOL WINAPI Open(HANDLE monitor, LPWSTR, HANDLE* port) {
-    *port = monitor;
-    return TRUE;
-}
-BOOL WINAPI Start(HANDLE, LPWSTR, DWORD, DWORD, LPBYTE) {
-    return TRUE;
-}
 BOOL WINAPI Write(HANDLE, LPBYTE, DWORD size, LPDWORD written) {
     counted += size;
     *written = size;
@@ -30,25 +23,12 @@ BOOL WINAPI Write(HANDLE, LPBYTE, DWORD size, LPDWORD written) {
 BOOL WINAPI Read(HANDLE, LPBYTE, DWORD, LPDWORD) {
     return TRUE;
 }
-BOOL WINAPI End(HANDLE) {
-    return TRUE;
-}
 
 struct Bench {
     host::MonitorHost host{host::BesideProgram(L"vllm3mon.dll")};
     const MONITOR2& monitor = host.Table();
-    MONITOR2 lower{};
+    MONITOR2 lower = bench::LeastMonitor(Write, Read);
     bench::Rows rows;
-
-    Bench() {
-        lower.cbSize = sizeof lower;
-        lower.pfnOpenPort = Open;
-        lower.pfnStartDocPort = Start;
-        lower.pfnWritePort = Write;
-        lower.pfnReadPort = Read;
-        lower.pfnEndDocPort = End;
-        lower.pfnClosePort = End;
-    }
 
     HANDLE OpenPort(std::wstring name) {
         HANDLE port = nullptr;

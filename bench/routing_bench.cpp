@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "bench/bare_exchange.h"
 #include "bench/bench.h"
 #include "bidi/extension_files.h"
 #include "bidi/parameters.h"
@@ -14,7 +15,6 @@
 #include "bidi/velunbidispl.h"
 #include "monitor/module_explorer.h"
 #include "soap/printer_elements.h"
-#include "soap/soap_wininet_client.h"
 #include "soap/streams.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/standin.h"
@@ -39,19 +39,6 @@ std::string ReadFile(const wchar_t* name) {
 }
 
 // The parts of the floor.
-
-void BareExchange(INTERNET_PORT port, std::string request, std::string* body) {
-    const InternetHandle internet(InternetOpenW(L"bench", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
-    const InternetHandle connection(
-        InternetConnectW(internet.Get(), L"127.0.0.1", port, nullptr, nullptr, INTERNET_SERVICE_HTTP, 0, 0));
-    const InternetHandle post(HttpOpenRequestW(connection.Get(), L"POST", L"/wsd/print/", L"HTTP/1.0",
-                                               nullptr, nullptr, INTERNET_FLAG_NO_UI, 0));
-    body->clear();
-    if (!HttpSendRequestW(post.Get(), nullptr, 0, request.data(), static_cast<DWORD>(request.size()))) return;
-    char piece[4096];
-    for (DWORD got = 0; InternetReadFile(post.Get(), piece, sizeof piece, &got) && got != 0;)
-        body->append(piece, got);
-}
 
 ComPtr<IXMLDOMDocument2> NewDocument() {
     ComPtr<IXMLDOMDocument2> document;
@@ -150,10 +137,9 @@ class Bench {
         BuildExtensionFileList(L"Office", files.GetAddress());
         const std::vector<_bstr_t> filters = FiltersOf(files, answer);
         if (filters.size() > values) std::exit(2);
-        std::string body;
         const auto floor = [&](long) {
             LoadFiles();
-            BareExchange(printer.Port(), request, &body);
+            const std::string body = bench::BareExchange(printer.Port(), request);
             if (body.size() != answer.size()) std::exit(2);
             LoadAnswer(body);
             RunFilters(cleaned.Get(), filters);
@@ -221,9 +207,8 @@ class Bench {
         rows_.State("of a live GetAll: request and network", "us", Microseconds([&] {
                         FetchPrinterElements(printer.Url().c_str(), query, fetched.Receive());
                     }));
-        std::string body;
         rows_.State("the same, bare WinINet", "us",
-                    Microseconds([&] { BareExchange(printer.Port(), request, &body); }));
+                    Microseconds([&] { bench::BareExchange(printer.Port(), request); }));
         ComPtr<IStream> clean;
         rows_.State("of a live GetAll: clean-up", "us",
                     Microseconds([&] { CleanPrinterElements(fetched.Get(), query, clean.Receive()); }));
@@ -250,12 +235,11 @@ class Bench {
             nobodysPort = gone.Port();
         }
         lower_.address = L"127.0.0.1:" + std::to_wstring(nobodysPort);
-        std::string body;
         const bench::Pair refused = bench::BestOfBoth(
             kRounds, 1, [&](long) { Query(ERROR_NOT_SUPPORTED); },
             [&](long) {
                 LoadFiles();
-                BareExchange(nobodysPort, request, &body);
+                bench::BareExchange(nobodysPort, request);
             });
         rows_.Add("answer when the printer refuses the connection", "us", refused.ours / 1000,
                   refused.reference / 1000, "a bare refused connection and bare loads of the files", "<= 2");

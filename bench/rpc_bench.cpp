@@ -15,8 +15,10 @@
 #include <vector>
 
 #include "bench/bench.h"
+#include "bench/least_monitor.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/standin.h"
+#include "tests/support/process.h"
 #include "util/handles.h"
 
 constexpr ULONG kReplySize = 4;
@@ -52,13 +54,6 @@ constexpr const wchar_t* kReady = L"vlm_rpc_bench_ready";
 constexpr std::array<BYTE, 28> kAnswer{0xCD, 0xCA, 0x10, 0x05, 0, 0x31, 0, 1, 0, 8, 0, 0, 0,    0,
                                        0,    0,    0,    0,    0, 1,    0, 0, 0, 4, 1, 8, 0x0F, 0x16};
 
-BOOL WINAPI Open(HANDLE monitor, LPWSTR, HANDLE* port) {
-    *port = monitor;
-    return TRUE;
-}
-BOOL WINAPI Start(HANDLE, LPWSTR, DWORD, DWORD, LPBYTE) {
-    return TRUE;
-}
 BOOL WINAPI Write(HANDLE, LPBYTE, DWORD size, LPDWORD written) {
     *written = size;
     return TRUE;
@@ -66,9 +61,6 @@ BOOL WINAPI Write(HANDLE, LPBYTE, DWORD size, LPDWORD written) {
 BOOL WINAPI Read(HANDLE, LPBYTE buffer, DWORD, LPDWORD read) {
     std::memcpy(buffer, kAnswer.data(), kAnswer.size());
     *read = kAnswer.size();
-    return TRUE;
-}
-BOOL WINAPI End(HANDLE) {
     return TRUE;
 }
 
@@ -81,14 +73,7 @@ int Serve(DWORD client) {
     const standin::Printers printers;
     printers.Add({L"Office", L"USB001", L"office", PRINTER_ATTRIBUTE_ENABLE_BIDI, nullptr, nullptr});
     const host::MonitorHost host(host::BesideProgram(L"vllm3mon.dll"));
-    MONITOR2 lower{};
-    lower.cbSize = sizeof lower;
-    lower.pfnOpenPort = Open;
-    lower.pfnStartDocPort = Start;
-    lower.pfnWritePort = Write;
-    lower.pfnReadPort = Read;
-    lower.pfnEndDocPort = End;
-    lower.pfnClosePort = End;
+    MONITOR2 lower = bench::LeastMonitor(Write, Read);
     HANDLE port = nullptr;
     wchar_t name[] = L"USB001";
     if (!host.Table().pfnOpenPortEx(host.Manager(), &lower, name, name, &port, &lower)) return 1;
@@ -168,17 +153,9 @@ Medians Measure(const wchar_t* protocol, const wchar_t* endpoint) {
 
 int MeasureAll(const char* path) {
     const KernelHandle ready = Event(kReady);
-    std::wstring server =
-        host::BesideProgram(L"rpc_bench.exe serve ") + std::to_wstring(GetCurrentProcessId());
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process{};
-    if (!CreateProcessW(nullptr, server.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup,
-                        &process))
-        return 1;
-    const KernelHandle running(process.hProcess);
-    const KernelHandle thread(process.hThread);
-    if (WaitForSingleObject(ready.Get(), kPatience) != WAIT_OBJECT_0) return 1;
+    const KernelHandle server =
+        test::StartProgram(L"rpc_bench.exe serve " + std::to_wstring(GetCurrentProcessId()));
+    if (!server || WaitForSingleObject(ready.Get(), kPatience) != WAIT_OBJECT_0) return 1;
 
     bench::Rows rows;
     const Medians local = Measure(L"ncalrpc", L"vllm3mon");

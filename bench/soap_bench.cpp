@@ -1,12 +1,11 @@
 // What an exchange with a print service costs beyond its floor: the same bytes posted with bare WinINet, and
 // the clean-up against a bare load of the same answer.
-#include <algorithm>
 #include <functional>
 #include <string>
 
+#include "bench/bare_exchange.h"
 #include "bench/bench.h"
 #include "soap/printer_elements.h"
-#include "soap/soap_wininet_client.h"
 #include "soap/streams.h"
 #include "tests/soap/scripted_server.h"
 #include "util/com.h"
@@ -44,21 +43,6 @@ std::string MakeAnswer() {
     return text + "</p:PrinterElements></p:GetPrinterElementsResponse></s:Body></s:Envelope>";
 }
 
-std::string BareExchange(INTERNET_PORT port, std::string request) {
-    const InternetHandle internet(InternetOpenW(L"bench", INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
-    const InternetHandle connection(
-        InternetConnectW(internet.Get(), L"127.0.0.1", port, nullptr, nullptr, INTERNET_SERVICE_HTTP, 0, 0));
-    const InternetHandle post(HttpOpenRequestW(connection.Get(), L"POST", L"/wsd/print/", L"HTTP/1.0",
-                                               nullptr, nullptr, INTERNET_FLAG_NO_UI, 0));
-    std::string body;
-    if (!HttpSendRequestW(post.Get(), nullptr, 0, request.data(), static_cast<DWORD>(request.size())))
-        return body;
-    char piece[4096];
-    for (DWORD got = 0; InternetReadFile(post.Get(), piece, sizeof piece, &got) && got != 0;)
-        body.append(piece, got);
-    return body;
-}
-
 void BareLoad(IStream* answer) {
     ComPtr<IXMLDOMDocument2> document;
     CoCreateInstance(msxml::kDomDocument60, nullptr, CLSCTX_ALL, msxml::kIXMLDOMDocument2,
@@ -72,22 +56,16 @@ void BareLoad(IStream* answer) {
     document->load(input, &loaded);
 }
 
-// The best of many single runs, ours and the reference in turn: what disturbs one disturbs the other.
-void Compare(const std::function<void()>& ours, const std::function<void()>& reference, double* oursBest,
-             double* referenceBest) {
-    *oursBest = *referenceBest = 1e300;
-    for (int round = 0; round < 300; ++round) {
-        *referenceBest =
-            std::min(*referenceBest, bench::BestNanoseconds(1, 1, [&](long) { reference(); }) / 1000);
-        *oursBest = std::min(*oursBest, bench::BestNanoseconds(1, 1, [&](long) { ours(); }) / 1000);
-    }
+// Microseconds, of single runs in turns: what disturbs one disturbs the other.
+bench::Pair Compare(const std::function<void()>& ours, const std::function<void()>& reference) {
+    const bench::Pair best = bench::BestOfBoth(
+        300, 1, [&](long) { ours(); }, [&](long) { reference(); });
+    return {best.ours / 1000, best.reference / 1000};
 }
 
 void Run(bench::Rows* rows) {
     const std::string answer = MakeAnswer();
     const std::string request(1500, 'x');
-    double ours = 0;
-    double reference = 0;
 
     unsigned short nobodysPort = 0;
     {
@@ -99,10 +77,9 @@ void Run(bench::Rows* rows) {
             ComPtr<IStream> stream;
             FetchPrinterElements(url.c_str(), kQuery, stream.Receive());
         };
-        Compare(
-            fetch, [&] { BareExchange(server.Port(), request); }, &ours, &reference);
-        rows->Add("fetch of 5 elements, 11 kB", "us", ours, reference, "the same bytes with bare WinINet",
-                  "<= 2");
+        const bench::Pair times = Compare(fetch, [&] { bench::BareExchange(server.Port(), request); });
+        rows->Add("fetch of 5 elements, 11 kB", "us", times.ours, times.reference,
+                  "the same bytes with bare WinINet", "<= 2");
     }
 
     ComPtr<IStream> stream;
@@ -111,19 +88,18 @@ void Run(bench::Rows* rows) {
         ComPtr<IStream> cleaned;
         CleanPrinterElements(stream.Get(), kQuery, cleaned.Receive());
     };
-    Compare(
-        clean, [&] { BareLoad(stream.Get()); }, &ours, &reference);
-    rows->Add("clean-up of the answer", "us", ours, reference, "a bare DOM load of it", "<= 3");
+    const bench::Pair cleaning = Compare(clean, [&] { BareLoad(stream.Get()); });
+    rows->Add("clean-up of the answer", "us", cleaning.ours, cleaning.reference, "a bare DOM load of it",
+              "<= 3");
 
     const std::wstring nobody = L"127.0.0.1:" + std::to_wstring(nobodysPort);
     const auto refused = [&] {
         ComPtr<IStream> none;
         FetchPrinterElements(nobody.c_str(), kQuery, none.Receive());
     };
-    Compare(
-        refused, [&] { BareExchange(nobodysPort, request); }, &ours, &reference);
-    rows->State("refused connection, with the query read and the request written", "us", ours);
-    rows->State("refused connection, bare", "us", reference);
+    const bench::Pair refusal = Compare(refused, [&] { bench::BareExchange(nobodysPort, request); });
+    rows->State("refused connection, with the query read and the request written", "us", refusal.ours);
+    rows->State("refused connection, bare", "us", refusal.reference);
 }
 
 }  // namespace

@@ -132,7 +132,10 @@ BOOL WINAPI PrinterPort::Write(HANDLE port, LPBYTE bytes, DWORD size, LPDWORD co
     const BOOL result = Serve(port, [&](PrinterPort& self) -> DWORD {
         *count = 0;
         if (self.exchange_) {
-            if (size < kHeaderSize + 4) self.Violate("a VPCA request without a key");
+            if (size < kHeaderSize + 4) {
+                self.Violate("a VPCA request without a key");
+                return ERROR_INVALID_DATA;
+            }
             self.request_ = data;
             *count = size;
             return KeyOf(data).reply == Reply::kWriteFails ? kPortError : ERROR_SUCCESS;

@@ -1,7 +1,6 @@
 // The kinds of workers of a soak.
 #pragma once
 
-#include <functional>
 #include <string>
 #include <utility>
 

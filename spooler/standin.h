@@ -5,7 +5,7 @@
 // They exist because Wine's own spooler shows no effect of SetJobW and has no Bidi allocator at all. Product
 // code does not know them; it calls the platform.
 //
-// StandInPrinters and StandInRouter find the control functions of the stand-in that is loaded in this
+// Printers and Router find the control functions of the stand-in that is loaded in this
 // process. On a machine with the real spooler there is none and Present() is false. All functions may be
 // called from any thread.
 #pragma once

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "bidi/bidi_mem.h"
+#include "spooler/host/lower_table.h"
 #include "util/splssmgr.h"
 
 namespace vlm::host {
@@ -39,18 +40,12 @@ BidiLowerMonitor::BidiLowerMonitor(Kind kind, std::wstring address)
     : kind_(kind),
       address_(std::move(address)),
       values_({{L"\\Printer.Status.Summary:State", BIDI_ENUM, L"Idle"},
-               {L"\\Printer.Status.Summary:StateReason", BIDI_ENUM, L"None"}}) {
+               {L"\\Printer.Status.Summary:StateReason", BIDI_ENUM, L"None"}}),
+      table_(LowerTable(OpenPort, PrintsNothing, PrintsNothing, PrintsNothing, PrintsNothing, ClosePort)) {
     if (kind_ == Kind::kWsd) {
         values_.push_back(
             {L"\\Printer.Velun.OIP.Service.WSDPrintServices:WSDPrintServiceURL", BIDI_STRING, address_});
     }
-    table_.cbSize = sizeof table_;
-    table_.pfnOpenPort = OpenPort;
-    table_.pfnStartDocPort = PrintsNothing;
-    table_.pfnWritePort = PrintsNothing;
-    table_.pfnReadPort = PrintsNothing;
-    table_.pfnEndDocPort = PrintsNothing;
-    table_.pfnClosePort = ClosePort;
     table_.pfnXcvOpenPort = XcvOpenPort;
     table_.pfnXcvDataPort = XcvDataPort;
     table_.pfnXcvClosePort = XcvClosePort;

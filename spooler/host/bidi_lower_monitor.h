@@ -58,7 +58,7 @@ class BidiLowerMonitor {
     const Kind kind_;
     const std::wstring address_;
     std::vector<Value> values_;
-    MONITOR2 table_{};
+    MONITOR2 table_;
 };
 
 }  // namespace vlm::host

@@ -51,16 +51,6 @@ std::wstring BesideProgram(const wchar_t* file) {
     return path.substr(0, path.find_last_of(L'\\') + 1) + file;
 }
 
-std::string ToUtf8(const std::wstring& text) {
-    const int length = static_cast<int>(text.size());
-    std::string utf8(static_cast<size_t>(
-                         WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr)),
-                     '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, utf8.data(), static_cast<int>(utf8.size()), nullptr,
-                        nullptr);
-    return utf8;
-}
-
 std::wstring FromUtf8(const std::string& text) {
     const int length = static_cast<int>(text.size());
     std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0)),

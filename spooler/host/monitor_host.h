@@ -6,6 +6,7 @@
 
 #include "util/handles.h"
 #include "util/spooler_api.h"
+#include "util/streams.h"
 
 namespace vlm::host {
 
@@ -47,7 +48,7 @@ class MonitorHost {
 // The path of `file` beside the running program.
 std::wstring BesideProgram(const wchar_t* file);
 
-std::string ToUtf8(const std::wstring& text);
+using vlm::ToUtf8;
 std::wstring FromUtf8(const std::string& text);
 // "connection refused (10061)": the codes that a print run meets in words, any other by its number.
 std::string ErrorText(DWORD code);

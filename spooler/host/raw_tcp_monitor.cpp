@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 
+#include "spooler/host/lower_table.h"
 #include "util/scope_exit.h"
 
 namespace vlm::host {
@@ -20,16 +21,12 @@ RawTcpMonitor& Self(HANDLE handle) {
 }  // namespace
 
 RawTcpMonitor::RawTcpMonitor(std::string host, std::string port, DWORD timeout)
-    : host_(std::move(host)), port_(std::move(port)), timeout_(timeout) {
+    : host_(std::move(host)),
+      port_(std::move(port)),
+      timeout_(timeout),
+      table_(LowerTable(OpenPort, StartDocPort, WritePort, ReadPort, EndDocPort, ClosePort)) {
     WSADATA data;
     WSAStartup(MAKEWORD(2, 2), &data);
-    table_.cbSize = sizeof table_;
-    table_.pfnOpenPort = OpenPort;
-    table_.pfnStartDocPort = StartDocPort;
-    table_.pfnWritePort = WritePort;
-    table_.pfnReadPort = ReadPort;
-    table_.pfnEndDocPort = EndDocPort;
-    table_.pfnClosePort = ClosePort;
 }
 
 RawTcpMonitor::~RawTcpMonitor() {

@@ -58,7 +58,7 @@ class RawTcpMonitor {
     const std::string host_;
     const std::string port_;
     const DWORD timeout_;
-    MONITOR2 table_{};
+    MONITOR2 table_;
     SOCKET socket_ = INVALID_SOCKET;
     DocumentOutcome document_;
 };

@@ -182,8 +182,9 @@ class Scene {
             throw vlm::host::HostError("cannot run " + command, GetLastError());
         const vlm::KernelHandle handle(process.hProcess);
         const vlm::KernelHandle thread(process.hThread);
-        if (WaitForSingleObject(handle.Get(), kProcessTimeout) != WAIT_OBJECT_0)
-            throw vlm::host::HostError(command + " does not end", ERROR_TIMEOUT);
+        if (WaitForSingleObject(handle.Get(), kProcessTimeout) == WAIT_OBJECT_0) return;
+        TerminateProcess(handle.Get(), 1);
+        throw vlm::host::HostError(command + " does not end", ERROR_TIMEOUT);
     }
 
     static void Say(const std::string& what, BOOL result) {

@@ -7,22 +7,13 @@
 #include <string>
 #include <vector>
 
-#include "util/spooler_api.h"
+#include "spooler/host/lower_table.h"
 
 namespace vlm::test {
 
 class LowerMonitor {
  public:
-    LowerMonitor() {
-        table.cbSize = sizeof table;
-        table.pfnOpenPort = OpenPort;
-        table.pfnStartDocPort = StartDocPort;
-        table.pfnWritePort = WritePort;
-        table.pfnReadPort = ReadPort;
-        table.pfnEndDocPort = EndDocPort;
-        table.pfnClosePort = ClosePort;
-        table.pfnGetPrinterDataFromPort = GetPrinterDataFromPort;
-    }
+    LowerMonitor() { table.pfnGetPrinterDataFromPort = GetPrinterDataFromPort; }
     LowerMonitor(const LowerMonitor&) = delete;
     LowerMonitor& operator=(const LowerMonitor&) = delete;
 
@@ -48,7 +39,7 @@ class LowerMonitor {
         calls_.clear();
     }
 
-    MONITOR2 table{};
+    MONITOR2 table = host::LowerTable(OpenPort, StartDocPort, WritePort, ReadPort, EndDocPort, ClosePort);
     // Answers every operation; the default succeeds without touching the last error. Set before the port is
     // used.
     std::function<BOOL(const char* operation)> answer = [](const char*) { return TRUE; };
