@@ -41,9 +41,9 @@ std::optional<std::string> OnlyAttribute(const xmlNode* node, const char* uri, c
     return TextOf(attribute->children);
 }
 
-class Reader {
+class DeptIdReader {
  public:
-    explicit Reader(DeptIdRequest& request) : request_(request) {}
+    explicit DeptIdReader(DeptIdRequest& request) : request_(request) {}
 
     void ReadMessage(const xmlNode* root) {
         if (root->properties != nullptr) request_.Find("the Envelope has an attribute");
@@ -101,7 +101,7 @@ class Reader {
 DeptIdRequest ReadDeptIdRequest(std::string_view contentType, const std::string& body) {
     DeptIdRequest request;
     const XmlDocument document = ReadEnvelope(contentType, body, Privacy::kPrivate, request);
-    if (document) Reader(request).ReadMessage(xmlDocGetRootElement(document.get()));
+    if (document) DeptIdReader(request).ReadMessage(xmlDocGetRootElement(document.get()));
     return request;
 }
 

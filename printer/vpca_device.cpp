@@ -58,9 +58,9 @@ void Append(Bytes& bytes, Octets more) {
 }
 
 // A request's body, read from front to end. After a read that had too little, every read gives nothing.
-class Reader {
+class BodyReader {
  public:
-    explicit Reader(Octets bytes) : left_(bytes) {}
+    explicit BodyReader(Octets bytes) : left_(bytes) {}
 
     Octets Take(std::size_t count) {
         if (count > left_.size()) failed_ = true;
@@ -140,7 +140,7 @@ struct Outcome {
 };
 
 Outcome AnswerDataBlock(Octets body) {
-    Reader reader(body);
+    BodyReader reader(body);
     const std::uint32_t id = reader.TakeU32();
     if (!reader.ReadAll()) return {};
     auto data = FindBlock(id);
@@ -158,7 +158,7 @@ Outcome AnswerAttributes(Octets body) {
     constexpr std::uint8_t kAddressSize = 4;
     constexpr std::size_t kMostAttributes = 0xFF;  // the count is a byte
 
-    Reader reader(body);
+    BodyReader reader(body);
     reader.TakeU16();
     const std::uint8_t addressKind = reader.TakeU8();
     const std::uint8_t addressSize = reader.TakeU8();

@@ -25,9 +25,9 @@ bool IsUuid(std::string_view text) {
     return true;
 }
 
-class Reader {
+class WsdReader {
  public:
-    explicit Reader(WsdRequest& request) : request_(request) {}
+    explicit WsdReader(WsdRequest& request) : request_(request) {}
 
     void ReadMessage(const xmlNode* root) {
         const auto parts = Children(root);
@@ -138,7 +138,7 @@ class Reader {
 WsdRequest ReadWsdRequest(std::string_view contentType, const std::string& body) {
     WsdRequest request;
     const XmlDocument document = ReadEnvelope(contentType, body, Privacy::kOpen, request);
-    if (document) Reader(request).ReadMessage(xmlDocGetRootElement(document.get()));
+    if (document) WsdReader(request).ReadMessage(xmlDocGetRootElement(document.get()));
     return request;
 }
 
