@@ -125,6 +125,8 @@ TEST_F(XmlDocument, SelectionNamespacesAreThoseOfTheFirstElementThatDeclaresTheT
          L"xmlns:q=\"urn:target\" xmlns:s=\"urn:s\" ", L"//z"},
         {L"the first of two", L"<r><a xmlns:first='urn:target'/><a xmlns:second='urn:target'/></r>",
          L"xmlns:first=\"urn:target\" ", L"//a"},
+        {L"a default that is undone is no namespace",
+         L"<o xmlns='urn:o'><r xmlns='' xmlns:p='urn:target'/></o>", L"xmlns:p=\"urn:target\" ", L"//r"},
         {L"nowhere", L"<r xmlns='urn:other' t='urn:target'><a/></r>", nullptr, nullptr},
         {L"other letter case", L"<r xmlns='urn:Target'/>", nullptr, nullptr},
     };
