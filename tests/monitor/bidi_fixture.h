@@ -66,8 +66,11 @@ class BidiPortTest : public PortTest {
         return code;
     }
     void PointTo(const ScriptedServer& printer) {
-        bidi.address = bidi.kind == BidiLowerMonitor::kTcp ? L"127.0.0.1:" + std::to_wstring(printer.Port())
-                                                           : printer.Url();
+        const bool tcp = bidi.kind == BidiLowerMonitor::kTcp;
+        bidi.address = tcp ? TcpAddress(printer) : printer.Url();
+    }
+    static std::wstring TcpAddress(const ScriptedServer& printer) {
+        return L"127.0.0.1:" + std::to_wstring(printer.Port());
     }
 
     const standin::Router router;
