@@ -16,6 +16,10 @@
 
 namespace vlm::test {
 
+using Lines = std::vector<std::wstring>;
+
+inline constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
+
 inline std::string ExampleAnswer() {
     const std::filesystem::path path(host::BesideProgram(L"examples\\printer-answer.xml"));
     std::string text(static_cast<size_t>(std::filesystem::file_size(path)), '\0');

@@ -11,10 +11,8 @@
 namespace vlm::test {
 namespace {
 
-using Lines = std::vector<std::wstring>;
 using BidiLoadTest = BidiPortTest;
 
-constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
 const std::vector<LowerEntry> kBelow = {{100, 0, L"\\Below", L"here"}, {100, 232, L"\\Below:None", L""}};
 
 TEST_F(BidiLoadTest, OutOfMemoryAnywhereIsReportedAndLeavesNothing) {

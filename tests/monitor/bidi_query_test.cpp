@@ -9,10 +9,8 @@
 namespace vlm::test {
 namespace {
 
-using Lines = std::vector<std::wstring>;
 using BidiQueryTest = BidiPortTest;
 
-constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
 constexpr wchar_t kSpeed[] = L"\\Printer.DeviceInfo:PagesPerMinute";
 constexpr wchar_t kModelLine[] = L"100 0 \\Printer.DeviceInfo:ModelName STRING Velun VP-4200C";
 
