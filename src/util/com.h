@@ -63,8 +63,8 @@ class ComPtr {
     Interface* object_ = nullptr;
 };
 
-// COM initialised on this thread for the scope. A thread that already runs COM in another mode keeps it:
-// Result() is then RPC_E_CHANGED_MODE and COM is usable all the same.
+// COM initialised on this thread for the scope. A thread that already runs COM in another mode keeps it, and
+// COM is usable all the same.
 class ComApartment {
  public:
     explicit ComApartment(DWORD mode) : result_(CoInitializeEx(nullptr, mode)) {}
@@ -74,8 +74,6 @@ class ComApartment {
     }
     ComApartment(const ComApartment&) = delete;
     ComApartment& operator=(const ComApartment&) = delete;
-
-    HRESULT Result() const { return result_; }
 
  private:
     HRESULT result_;

@@ -213,7 +213,7 @@ void CXMLDoc::AfterLoad(bool success, const wchar_t* namespaceUri) {
             declarations.begin(), declarations.end(),
             [&](const NamespaceDeclaration& declaration) { return declaration.uri == namespaceUri; });
         if (!found) continue;
-        SetSelectionNamespaces(declarations);
+        SetSelectionNamespaces(node.Get());
         targetNamespace_ = namespaceUri;
         return;
     }
