@@ -2,8 +2,9 @@
 
 #include <algorithm>
 
-#include "util/com.h"
+#include "soap/sax.h"
 #include "util/handles.h"
+#include "util/streams.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
 
@@ -242,12 +243,10 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
 #endif
 
 bool Parse(std::string_view bytes, TreeBuilder& builder) {
-    const ComPtr<IStream> stream = StreamOf(bytes);
+    ComPtr<IStream> stream;
     ComPtr<ISAXXMLReader> reader;
-    if (!stream || CoCreateInstance(msxml::kSaxXmlReader30, nullptr, CLSCTX_INPROC_SERVER,
-                                    msxml::kISAXXMLReader, reader.ReceiveVoid()) != S_OK) {
+    if (MakeStream(bytes, stream.Receive()) != S_OK || CreateSaxReader(reader.Receive()) != S_OK)
         return false;
-    }
     HRESULT result = reader->putContentHandler(&builder);
     if (result == S_OK) result = reader->putErrorHandler(&builder);
     if (result == S_OK) {
@@ -288,15 +287,6 @@ const std::wstring* SourceElement::Attribute(std::wstring_view attribute) const 
         std::find_if(attributes.begin(), attributes.end(),
                      [&](const SourceAttribute& candidate) { return candidate.name == attribute; });
     return found == attributes.end() ? nullptr : &found->value;
-}
-
-ComPtr<IStream> StreamOf(std::string_view bytes) {
-    ComPtr<IStream> stream;
-    if (CreateStreamOnHGlobal(nullptr, TRUE, stream.Receive()) != S_OK) return nullptr;
-    ULONG written = 0;
-    if (stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written) != S_OK) return nullptr;
-    if (written != bytes.size() || stream->Seek({}, STREAM_SEEK_SET, nullptr) != S_OK) return nullptr;
-    return stream;
 }
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem) {
