@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "soap/sax.h"
+#include "spooler/host/monitor_host.h"
 #include "util/handles.h"
 #include "util/streams.h"
 #include "util/vlutil.h"
@@ -295,7 +296,7 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit,
     LARGE_INTEGER size{};
     // A pipe or a device has no size and might never end.
     if (!file || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {
-        problem = L"cannot be opened (error " + std::to_wstring(GetLastError()) + L")";
+        problem = L"cannot be opened: " + host::FromUtf8(host::ErrorText(GetLastError()));
         return std::nullopt;
     }
     if (static_cast<ULONGLONG>(size.QuadPart) > limit) {
@@ -305,7 +306,7 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit,
     std::string bytes(static_cast<size_t>(size.QuadPart), '\0');
     DWORD read = 0;
     if (!ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr)) {
-        problem = L"cannot be read (error " + std::to_wstring(GetLastError()) + L")";
+        problem = L"cannot be read: " + host::FromUtf8(host::ErrorText(GetLastError()));
         return std::nullopt;
     }
     bytes.resize(read);
