@@ -26,7 +26,7 @@ def header_folders(compiler):
 
 def sources(preset):
     """Our own source files of one build; what the build generates or takes from packages is not ours to mend."""
-    for entry in json.loads((ROOT / f"build/{preset}/compile_commands.json").read_text()):
+    for entry in json.loads((ROOT / f"build/lint-{preset}/compile_commands.json").read_text()):
         path = pathlib.Path(entry["file"])
         if ROOT in path.parents and path.suffix == ".cpp" and ROOT / "build" not in path.parents:
             yield path
@@ -51,7 +51,7 @@ def commands(everything):
             if part in ("tests", "bench", "soak") or (part in ("tools", "printer") and not everything):
                 continue
             light = ["--checks=-clang-analyzer-*,-performance-*,-modernize-*"] if part in ("tools", "printer") else []
-            yield path, ["clang-tidy", "--quiet", *light, "-p", str(ROOT / "build" / preset), *arguments, str(path)]
+            yield path, ["clang-tidy", "--quiet", *light, "-p", str(ROOT / f"build/lint-{preset}"), *arguments, str(path)]
 
 
 def check(job):

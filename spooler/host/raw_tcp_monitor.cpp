@@ -53,9 +53,14 @@ bool RawTcpMonitor::Await(short events) {
     return ready > 0;
 }
 
-bool RawTcpMonitor::HasError() const {
+int RawTcpMonitor::Receive(void* buffer, size_t size) {
+    const int count = recv(socket_, static_cast<char*>(buffer), static_cast<int>(size), 0);
+    if (count != 0) return count;
+    // Some systems report a reset connection as closed here, and its error only in poll.
     WSAPOLLFD descriptor{socket_, POLLRDNORM, 0};
-    return WSAPoll(&descriptor, 1, 0) > 0 && (descriptor.revents & POLLERR) != 0;
+    if (WSAPoll(&descriptor, 1, 0) <= 0 || (descriptor.revents & POLLERR) == 0) return 0;
+    WSASetLastError(WSAECONNRESET);
+    return SOCKET_ERROR;
 }
 
 bool RawTcpMonitor::ConnectTo(const sockaddr* address, int length) {
@@ -114,14 +119,12 @@ void RawTcpMonitor::DrainUntilClosed() {
     // A printer that talks on and on is cut off like one that says nothing.
     const ULONGLONG deadline = GetTickCount64() + timeout_;
     while (GetTickCount64() < deadline) {
-        const int count = recv(socket_, buffer.data(), static_cast<int>(buffer.size()), 0);
+        const int count = Receive(buffer.data(), buffer.size());
         if (count > 0) {
             const size_t room = kLongestBackChannel - document_.backChannel.size();
             document_.backChannel.append(buffer.data(), std::min(room, static_cast<size_t>(count)));
         } else if (count == 0) {
-            // Some systems report a reset connection as closed here, and its error only in poll.
-            document_.closedByPrinter = !HasError();
-            if (!document_.closedByPrinter) document_.error = WSAECONNRESET;
+            document_.closedByPrinter = true;
             return;
         } else if (WSAGetLastError() != WSAEWOULDBLOCK || !Await(POLLRDNORM)) {
             Fail();
@@ -157,7 +160,7 @@ BOOL WINAPI RawTcpMonitor::ReadPort(HANDLE port, LPBYTE buffer, DWORD size, LPDW
     RawTcpMonitor& self = Self(port);
     *read = 0;
     if (!self.Await(POLLRDNORM)) return self.Fail();
-    const int count = recv(self.socket_, reinterpret_cast<char*>(buffer), static_cast<int>(size), 0);
+    const int count = self.Receive(buffer, size);
     if (count < 0) return self.Fail();
     *read = static_cast<DWORD>(count);
     return TRUE;

@@ -49,7 +49,8 @@ class RawTcpMonitor {
     void Disconnect();
     // Waits until the socket can be read or written; false with WSAETIMEDOUT after the time-out.
     bool Await(short events);
-    bool HasError() const;
+    // recv, with a reset connection as WSAECONNRESET.
+    int Receive(void* buffer, size_t size);
     bool Send(const BYTE* data, DWORD size, DWORD& sent);
     // Reads what the printer says until it closes.
     void DrainUntilClosed();

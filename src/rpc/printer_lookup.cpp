@@ -12,8 +12,6 @@ namespace vlm::rpc {
 
 namespace {
 
-constexpr size_t kLongestShare = 256;
-
 bool IsNtSystem() {
     OSVERSIONINFOW version{};
     version.dwOSVersionInfoSize = sizeof version;
@@ -23,25 +21,16 @@ bool IsNtSystem() {
     return GetVersionExW(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT;
 }
 
-bool StartsWith(const wchar_t* text, std::wstring_view prefix) {
-    return _wcsnicmp(text, prefix.data(), prefix.size()) == 0;
-}
-
 bool IsUsbPortName(const wchar_t* name) {
-    return StartsWith(name, IsNtSystem() ? L"USB" : L"MPUSBPRN");
+    const wchar_t* const prefix = IsNtSystem() ? L"USB" : L"MPUSBPRN";
+    return _wcsnicmp(name, prefix, std::wcslen(prefix)) == 0;
 }
 
 // The share name in "\\server\share"; empty when `name` has not that form.
-std::wstring_view ShareOf(const wchar_t* name) {
-    if (!StartsWith(name, L"\\\\") || name[2] == L'\\') return {};
-    const wchar_t* end = std::wcschr(name + 2, L'\\');
-    if (end == nullptr) return {};
-    const std::wstring_view share(end + 1);
-    return share.size() <= kLongestShare ? share : std::wstring_view();
-}
-
-bool HasName(const wchar_t* candidate, std::wstring_view name) {
-    return candidate != nullptr && std::wcslen(candidate) == name.size() && StartsWith(candidate, name);
+const wchar_t* ShareOf(const wchar_t* name) {
+    if (std::wcsncmp(name, L"\\\\", 2) != 0 || name[2] == L'\\') return L"";
+    const wchar_t* const serverEnd = std::wcschr(name + 2, L'\\');
+    return serverEnd != nullptr ? serverEnd + 1 : L"";
 }
 
 DWORD EnumeratePrinters(GlobalMemory* buffer, std::span<const PRINTER_INFO_2W>* printers) {
@@ -81,14 +70,13 @@ DWORD FindPortName(const char* client, std::wstring* port) {
         return enumerated;
     }
     const bool isPort = IsUsbPortName(name.data());
-    const std::wstring_view wanted = isPort ? std::wstring_view(name.data()) : ShareOf(name.data());
-    if (!wanted.empty()) {
-        for (const PRINTER_INFO_2W& printer : printers) {
-            if (!IsReachable(printer)) continue;
-            if (!HasName(isPort ? printer.pPortName : printer.pShareName, wanted)) continue;
-            *port = printer.pPortName;
-            return ERROR_SUCCESS;
-        }
+    const wchar_t* const wanted = isPort ? name.data() : ShareOf(name.data());
+    for (const PRINTER_INFO_2W& printer : printers) {
+        const wchar_t* const candidate = isPort ? printer.pPortName : printer.pShareName;
+        if (*wanted == L'\0' || candidate == nullptr || _wcsicmp(candidate, wanted) != 0) continue;
+        if (!IsReachable(printer)) continue;
+        *port = printer.pPortName;
+        return ERROR_SUCCESS;
     }
     Trace(L"RPC: no USB printer with Bidi goes by the name %ls\r\n", Printable(name.data()).c_str());
     return ERROR_OPEN_FAILED;

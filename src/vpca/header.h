@@ -3,10 +3,13 @@
 // Fields are read and written by their index through the version descriptor, so that another version may lay
 // them out differently. Layout of version 0x10, big-endian:
 //
-//   0 u16 magic 0xCDCA        6 u16 sequence            14 u32 value 2
-//   2 u8  version             8 u16 body length         18 u16 result code        when flags bit 0 is set,
-//   else: 3 u8  flags              10 u32 value 1             18 u8  option byte        written when flags
-//   bit 3 is set 4 u16 operation                                     19 u8  0
+//   0  u16 magic 0xCDCA       4  u16 operation          10 u32 value 1
+//   2  u8  version            6  u16 sequence           14 u32 value 2
+//   3  u8  flags              8  u16 body length
+//
+//   18 u16 result code        when bit 0 of the flags is set; otherwise
+//   18 u8  option byte        written as 0 unless bit 3 of the flags is set
+//   19 u8  0
 #pragma once
 
 #include <cstdint>

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "util/handles.h"
+#include "util/scope_exit.h"
 #include "util/vlutil.h"
 #include "vpca/attribute_values.h"
 #include "vpca/memory.h"
@@ -16,7 +17,6 @@ namespace {
 
 constexpr uint8_t kRequestFlags = 4;
 constexpr uint16_t kStatusData = 1;
-constexpr uint16_t kStatusRefused = 0;
 constexpr uint16_t kStatusMore = 29;
 
 constexpr uint32_t kDataBlockReceiveSize = 8216;
@@ -63,8 +63,7 @@ DWORD AnswerError(VpcaError error) {
     return error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : ERROR_INVALID_DATA;
 }
 
-bool CheckStatus(uint16_t status) {
-    if (status == kStatusData) return true;
+bool RefuseStatus(uint16_t status) {
     return Refuse(ERROR_GEN_FAILURE, L"the printer refused with a status", status);
 }
 
@@ -73,18 +72,6 @@ DWORD Outcome(bool succeeded) {
     const DWORD error = GetLastError();
     return error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE;
 }
-
-// Ends the transaction's document on every way out of a step.
-class DocumentEnd {
- public:
-    explicit DocumentEnd(CVPCATransaction& transaction) : transaction_(transaction) {}
-    ~DocumentEnd() { transaction_.EndDocument(); }
-    DocumentEnd(const DocumentEnd&) = delete;
-    DocumentEnd& operator=(const DocumentEnd&) = delete;
-
- private:
-    CVPCATransaction& transaction_;
-};
 
 }  // namespace
 
@@ -185,7 +172,7 @@ bool CVPCATransaction::ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResul
 }
 
 bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, uint32_t* size) {
-    const DocumentEnd end(*this);
+    const ScopeExit endDocument([this] { EndDocument(); });
     if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (buffer == nullptr || size == nullptr || *size == 0) return Fail(ERROR_INSUFFICIENT_BUFFER);
 
@@ -194,13 +181,12 @@ bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, u
     do {
         VpcaResult result;
         if (!ReadAnswer(*port, receiveSize_, &result)) return false;
-        if (result.status == kStatusRefused) return CheckStatus(result.status);
         const auto* block = std::get_if<DataBlock>(&result.body);
-        if (block == nullptr) return CheckStatus(result.status);
+        if (block == nullptr) return RefuseStatus(result.status);
         if (block->dataId != dataId_) {
             return Refuse(ERROR_INVALID_DATA, L"the answer is for another data block", block->dataId);
         }
-        if (!CheckStatus(result.status)) return false;
+        if (result.status != kStatusData) return RefuseStatus(result.status);
         if (block->size > *size - received) {
             return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the data block is larger than the buffer",
                           block->size);
@@ -217,13 +203,13 @@ bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, u
 }
 
 bool CVPCATransaction::ReceiveAttribute(const VpcaPort* port, uint8_t* buffer, uint32_t* size) {
-    const DocumentEnd end(*this);
+    const ScopeExit endDocument([this] { EndDocument(); });
     if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER);
     if (buffer == nullptr || size == nullptr || *size == 0) return Fail(ERROR_INSUFFICIENT_BUFFER);
 
     VpcaResult result;
     if (!ReadAnswer(*port, kAttributeReadSize, &result)) return false;
-    if (!CheckStatus(result.status)) return false;
+    if (result.status != kStatusData) return RefuseStatus(result.status);
     const auto* answer = std::get_if<AttributeAnswer>(&result.body);
     if (answer == nullptr || answer->list.count == 0) {
         return Refuse(ERROR_INVALID_DATA, L"the answer holds no attribute", 0);

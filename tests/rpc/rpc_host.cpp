@@ -1,17 +1,17 @@
 // A spooler with a USB printer that speaks VPCA, for clients in other processes. It loads the monitor, opens
-// its ports, and then does what the lines on standard input say, with one line of output for each:
+// its ports, and then does what the lines on standard input say, with one line of output for each, until
+// their end:
 //
 //   job | endjob       StartDocPort / EndDocPort on USB001
 //   block STEP         the lower STEP (StartDocPort, WritePort, ReadPort, EndDocPort) waits for "release"
 //   fail STEP | throw STEP | release
-//   reply HEX          the next answers of the printer, as they are; without HEX its own again
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
 //   entered | calls    calls: what was asked of the lower port since the last time
 //   request            the last one that was written, in hex
 //   delay MS           the spooler's next enumeration of printers takes so long
 //   open | second      the port again; another manager for a moment
 //   unload | load      the module, without Shutdown
-//   ping | quit
+//   ping
 #include <windows.h>
 
 #include <algorithm>
@@ -36,13 +36,6 @@ namespace {
 
 using Bytes = std::vector<unsigned char>;
 
-Bytes FromHex(const std::string& text) {
-    Bytes bytes;
-    for (size_t i = 0; i + 1 < text.size(); i += 2)
-        bytes.push_back(static_cast<unsigned char>(std::stoi(text.substr(i, 2), nullptr, 16)));
-    return bytes;
-}
-
 void Say(const std::string& line) {
     static std::mutex mutex;
     const std::lock_guard guard(mutex);
@@ -54,7 +47,6 @@ struct Printer {
     std::mutex mutex;
     std::string calls;
     std::string blocked, failing, throwing;
-    Bytes scripted;
     Bytes request;
     int documents = 0;
     bool interleaved = false;
@@ -81,7 +73,6 @@ struct Printer {
     }
 
     Bytes Answer() {
-        if (!scripted.empty()) return scripted;
         if (request.size() < 20) return {};
         Bytes body;
         if (request[5] == 0x31) {
@@ -175,24 +166,16 @@ class Host {
         Open(L"USB001");
     }
 
-    // False at the end.
-    bool Do(const std::string& line) {
+    void Do(const std::string& line) {
         std::istringstream in(line);
         std::string verb;
         std::string word;
         in >> verb >> word;
-        if (verb == "quit") return false;
         if (verb == "job" || verb == "endjob") {
             Job(verb == "job");
-        } else if (verb == "block" || verb == "fail" || verb == "throw" || verb == "reply") {
+        } else if (verb == "block" || verb == "fail" || verb == "throw") {
             const std::lock_guard guard(printer.mutex);
-            if (verb == "reply") {
-                printer.scripted = FromHex(word);
-            } else {
-                (verb == "block"  ? printer.blocked
-                 : verb == "fail" ? printer.failing
-                                  : printer.throwing) = word;
-            }
+            (verb == "block" ? printer.blocked : verb == "fail" ? printer.failing : printer.throwing) = word;
             ResetEvent(printer.released.Get());
             ResetEvent(printer.entered.Get());
             Say("ok");
@@ -250,7 +233,6 @@ class Host {
         } else {
             Say("pong");
         }
-        return true;
     }
 
  private:
@@ -300,7 +282,7 @@ int main() {
     std::string line;
     while (std::getline(std::cin, line)) {
         if (!line.empty() && line.back() == '\r') line.pop_back();
-        if (!host.Do(line)) break;
+        host.Do(line);
     }
     // The process ends as it is, with whatever calls are in flight.
     ExitProcess(0);

@@ -3,9 +3,7 @@ carries the bytes to the virtual printer's VPCA device, and the device answers, 
 
 import pathlib
 import struct
-import subprocess
 import sys
-import threading
 import time
 import unittest
 
@@ -25,36 +23,16 @@ def pattern(size):
     return bytes(i % 251 for i in range(size))
 
 
-class Spooler:
-    """A spooler whose USB001 leads to the printer."""
-
-    def __init__(self, printer):
-        self.process = subprocess.Popen([windows.RUNNER, windows.BIN / "spoolhost.exe"], text=True, bufsize=1,
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
-        self.process.stdin.write("usb USB001 Office\njob 1 report\n")
-        answer = self.do(f"open USB001 127.0.0.1 {printer.raw_port} {LOWER_TIMEOUT}")
-        assert answer == "open USB001: ok", answer
-
-    def do(self, line):
-        self.process.stdin.write(line + "\n")
-        watchdog = threading.Timer(30, self.process.kill)
-        watchdog.start()
-        try:
-            return self.process.stdout.readline().strip()
-        finally:
-            watchdog.cancel()
-
-    def stop(self):
-        self.process.communicate(timeout=20)
-
-
 class DeviceTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
         cls.printer = VirtualPrinter()
         cls.addClassCleanup(cls.printer.stop)
-        cls.spooler = Spooler(cls.printer)
+        cls.spooler = windows.Dialogue("spoolhost.exe")
         cls.addClassCleanup(cls.spooler.stop)
+        cls.spooler.send("usb USB001 Office\njob 1 report")
+        opened = cls.spooler.do(f"open USB001 127.0.0.1 {cls.printer.raw_port} {LOWER_TIMEOUT}")
+        assert opened == "open USB001: ok", opened
 
     def setUp(self):
         self.client = Foreign()

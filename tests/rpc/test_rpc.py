@@ -4,7 +4,6 @@ TCP, which shares no code with us or with the runtime that serves."""
 import pathlib
 import socket
 import struct
-import subprocess
 import sys
 import threading
 import time
@@ -19,34 +18,10 @@ from foreign_client import TCP_PORT, Foreign, command, parse, query  # noqa: E40
 EXCHANGE = "StartDocPort WritePort ReadPort EndDocPort"
 
 
-class Host:
+class Host(windows.Dialogue):
     def __init__(self, *arguments):
-        self.process = subprocess.Popen([windows.RUNNER, windows.BIN / "rpc_host.exe", *arguments], text=True, bufsize=1,
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        super().__init__("rpc_host.exe", *arguments)
         assert self.line() == "ready"
-
-    def send(self, command):
-        self.process.stdin.write(command + "\n")
-
-    def line(self):
-        watchdog = threading.Timer(30, self.process.kill)
-        watchdog.start()
-        try:
-            return self.process.stdout.readline().strip()
-        finally:
-            watchdog.cancel()
-
-    def do(self, command):
-        self.send(command)
-        return self.line()
-
-    def stop(self):
-        """Ends the process as it is; how long that took."""
-        begin = time.monotonic()
-        self.send("quit")
-        self.process.communicate(timeout=20)
-        assert self.process.returncode == 0, self.process.returncode
-        return time.monotonic() - begin
 
 
 def block(size):
@@ -65,15 +40,13 @@ class Service(unittest.TestCase):
         cls.host.stop()
 
     def setUp(self):
-        for reset in ("release", "fail", "throw", "reply", "calls"):
-            self.host.do(reset)
         self.foreign = Foreign()
         self.addCleanup(self.foreign.close)
 
     def tearDown(self):
         # Whatever a test did: the lock is free, and everybody is served.
         with self.subTest("afterwards"):
-            for reset in ("release", "fail", "throw", "reply", "calls"):
+            for reset in ("release", "fail", "throw", "calls"):
                 self.host.do(reset)
             self.assertEqual(self.query(), (0, 16, block(16)))
             self.assertEqual(self.host.do("calls"), EXCHANGE)
@@ -149,16 +122,6 @@ class ProcedureTest(Service):
                     self.assertEqual(self.query(), expected)
                     self.assertEqual(self.query(), expected, "at once, not after a wait for the lock")
                     self.host.do(fault)
-
-    def test_refusals_and_garbage_of_the_printer_are_failures(self):
-        header = "CDCA1005003100010004" + "00" * 8
-        for name, reply, code in (
-                ("refused", header + "0000" + "00000010", 31), ("status 29", header + "001D" + "00000010", 31),
-                ("another id", header + "0001" + "00000011", 13), ("garbage", "FF" * 40, 13),
-                ("cut", header[:30], 13)):
-            with self.subTest(name):
-                self.host.do("reply " + reply)
-                self.assertEqual(self.query(), (code, 0, b""))
 
 
 class JobLockTest(Service):

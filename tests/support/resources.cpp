@@ -3,45 +3,21 @@
 #include <malloc.h>
 #include <tlhelp32.h>
 
-#include <vector>
-
-#include "util/handles.h"
-
 namespace vlm::test {
 
 namespace {
 
-// NtQuerySystemInformation(SystemExtendedHandleInformation): the one count of handles that Wine keeps
-// exactly.
-struct HandleEntry {
-    void* object;
-    ULONG_PTR process;
-    ULONG_PTR handle;
-    ULONG access;
-    USHORT creator;
-    USHORT type;
-    ULONG attributes;
-    ULONG reserved;
-};
-struct HandleList {
-    ULONG_PTR count;
-    ULONG_PTR reserved;
-    HandleEntry entries[1];
-};
-
+// Asked one by one. Wine keeps no count for a process, and its list of all handles of the system
+// (SystemExtendedHandleInformation) ends its server, and with that every program of the prefix, when a
+// process that starts or ends at that moment holds none.
 size_t CountHandles() {
-    constexpr int kSystemExtendedHandleInformation = 64;
-    const auto query = FindFunction<LONG WINAPI(int, void*, ULONG, ULONG*)>(GetModuleHandleW(L"ntdll.dll"),
-                                                                            "NtQuerySystemInformation");
-    std::vector<char> buffer(1 << 20);
-    ULONG needed = 0;
-    while (query(kSystemExtendedHandleInformation, buffer.data(), static_cast<ULONG>(buffer.size()),
-                 &needed) < 0)
-        buffer.resize(buffer.size() * 2);
-    const auto* list = reinterpret_cast<const HandleList*>(buffer.data());
+    // Handles are multiples of 4, and a new one is the lowest that is free.
+    constexpr ULONG_PTR kSlots = 4096;
     size_t count = 0;
-    for (ULONG_PTR i = 0; i < list->count; ++i)
-        if (list->entries[i].process == GetCurrentProcessId()) ++count;
+    for (ULONG_PTR slot = 1; slot <= kSlots; ++slot) {
+        DWORD flags = 0;
+        if (GetHandleInformation(reinterpret_cast<HANDLE>(slot * 4), &flags)) ++count;
+    }
     return count;
 }
 

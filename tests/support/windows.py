@@ -3,6 +3,8 @@
 import os
 import pathlib
 import subprocess
+import threading
+import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BIN = pathlib.Path(os.environ.get("VLM_BIN", ROOT / "build/mingw/bin"))
@@ -22,3 +24,35 @@ def run(program, *arguments, stdin="", timeout=60, **environment):
 
 def vlmctl(*arguments, **more):
     return run("vlmctl.exe", *arguments, **more)
+
+
+class Dialogue:
+    """A program that does what the lines on its standard input say, with a line of output for each. What is not given a
+    line in time is ended, and the line is then empty. What else is given goes into the program's environment."""
+
+    def __init__(self, program, *arguments, **environment):
+        self.process = subprocess.Popen([RUNNER, BIN / program, *arguments], text=True, bufsize=1,
+                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                                        env=os.environ | environment)
+
+    def send(self, line):
+        self.process.stdin.write(line + "\n")
+
+    def line(self):
+        watchdog = threading.Timer(30, self.process.kill)
+        watchdog.start()
+        try:
+            return self.process.stdout.readline().strip()
+        finally:
+            watchdog.cancel()
+
+    def do(self, line):
+        self.send(line)
+        return self.line()
+
+    def stop(self):
+        """Ends the input, which ends the program; how long that took."""
+        begin = time.monotonic()
+        self.process.communicate(timeout=20)
+        assert self.process.returncode == 0, self.process.returncode
+        return time.monotonic() - begin

@@ -124,17 +124,16 @@ class Install(Installation):
 class Doctor(Installation):
     def test_everything_in_place(self):
         self.works("install")
-        service = subprocess.Popen([windows.RUNNER, windows.BIN / "rpc_host.exe"], text=True, stdin=subprocess.PIPE,
-                                   stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        service = windows.Dialogue("rpc_host.exe")
         try:
-            self.assertEqual(service.stdout.readline().strip(), "ready")
+            self.assertEqual(service.line(), "ready")
             with VirtualPrinter() as printer:
                 for address in (printer.wsd_url, f"127.0.0.1:{printer.raw_port}"):
                     lines = self.doctor("--printer", address, "--driver", EXAMPLES / "velun.ini")
                     self.assertEqual({health for health, _ in lines.values()}, {"ok"}, lines)
                     self.assertEqual(len(lines), 8, lines)
         finally:
-            service.communicate("quit\n", timeout=20)
+            service.stop()
 
     def test_nothing_installed(self):
         lines = self.doctor()

@@ -119,10 +119,9 @@ class TraceTest(Companion):
         self.assertTrue(len(DOCUMENT) <= count < 2 * len(DOCUMENT), table)
 
     def test_remote_calls_are_shown_with_their_codes(self):
-        host = subprocess.Popen([windows.RUNNER, windows.BIN / "rpc_host.exe"], text=True, env=environment("info"),
-                                stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        host = windows.Dialogue("rpc_host.exe", VLLM3MON_TRACE="info")
         try:
-            self.assertEqual(host.stdout.readline().strip(), "ready")
+            self.assertEqual(host.line(), "ready")
             listener = self.listen("--level", "info")
             self.works("rpc", "query", "USB001", "16")
             self.works("rpc", "command", "USB001", "--short", "180")
@@ -131,7 +130,7 @@ class TraceTest(Companion):
             listener.wait_for("code 110")
             lines = [re.sub(r"\d+ ms$", "N ms", line.split(maxsplit=2)[2]) for line in listener.stop()]
         finally:
-            host.communicate("quit\n", timeout=20)
+            host.stop()
         self.assertEqual(lines, [
             'Info: port "USB001": remote query ended, code 0, 16 bytes, N ms',
             'Info: port "USB001": remote command ended, code 0, 8 bytes, N ms',

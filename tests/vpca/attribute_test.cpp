@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "hex.h"
 #include "vpca/attribute_list.h"
 #include "vpca/attribute_table.h"
@@ -13,10 +15,12 @@ class AttributeTest : public testing::Test {
  protected:
     AttributeTest() { RegisterTables(); }
 
-    VpcaError Decode(const Bytes& text, uint16_t context = kLongListContext,
+    // Into a new block each time.
+    VpcaError Decode(Bytes text, uint16_t context = kLongListContext,
                      const AttributeSchema* schema = nullptr) {
+        text.reserve(1);  // an empty string has an address too
         const ByteString string{static_cast<uint16_t>(text.size()), text.data()};
-        return DecodeAttributeList(&list_, &string, context, schema, kVersion10, &destination_);
+        return DecodeAttributeList(&list_, &string, context, schema, kVersion10, &destination_.emplace());
     }
     template <typename Value>
     const Value& ValueAt(uint16_t index) {
@@ -24,11 +28,11 @@ class AttributeTest : public testing::Test {
     }
     template <typename Value>
     size_t OffsetOf(const Value* pointer) {
-        return static_cast<size_t>(reinterpret_cast<const uint8_t*>(pointer) - destination_.buffer);
+        return static_cast<size_t>(reinterpret_cast<const uint8_t*>(pointer) - destination_->buffer);
     }
 
     AttributeList list_;
-    AttributeDestination destination_;
+    std::optional<AttributeDestination> destination_;
 };
 
 TEST_F(AttributeTest, ExactlyTheKnownIdsAreFoundWhateverTheVariant) {
@@ -71,7 +75,7 @@ TEST_F(AttributeTest, ScalarsAreCopiedAsTheyAre) {
     EXPECT_EQ(ToHex(ValueAt<RawValue<8>>(0).bytes, 8), "01 02 03 04 05 06 07 08");
     EXPECT_EQ(list_.entries[1].id, 2405);
     EXPECT_EQ(ToHex(ValueAt<RawValue<28>>(1).bytes + 24, 4), "88 99 AA BB");
-    EXPECT_EQ(destination_.capacity, 2 * 16 + 8 + 28u);
+    EXPECT_EQ(destination_->capacity, 2 * 16 + 8 + 28u);
 }
 
 TEST_F(AttributeTest, ListsKeepAddressesInWireOrderAndConvertNumbers) {
@@ -89,7 +93,7 @@ TEST_F(AttributeTest, ListsKeepAddressesInWireOrderAndConvertNumbers) {
     // A copy: a pointer in a value may lie off its natural boundary, where no reference may be bound to it.
     const Address* const none = ValueAt<ListValue<Address>>(2).elements;
     EXPECT_EQ(none, nullptr);
-    EXPECT_EQ(destination_.capacity, 3 * 16 + (16 + 16) + (16 + 4) + 16u);
+    EXPECT_EQ(destination_->capacity, 3 * 16 + (16 + 16) + (16 + 4) + 16u);
 }
 
 TEST_F(AttributeTest, TextRecordsKeepTheTextWithATerminatingZero) {
@@ -99,10 +103,7 @@ TEST_F(AttributeTest, TextRecordsKeepTheTextWithATerminatingZero) {
         const auto wireLength = static_cast<uint8_t>(18 + length);
         const Bytes wire = Hex("02 0840") + Bytes{wireLength} + Hex("C0000205") + Bytes{length} + text +
                            Hex("0102 0304 05060708 090A0B0C 0D 1B58 00");
-        const ByteString string{static_cast<uint16_t>(wire.size()), wire.data()};
-        AttributeDestination destination;
-        ASSERT_EQ(DecodeAttributeList(&list_, &string, kLongListContext, nullptr, kVersion10, &destination),
-                  VpcaError::kSuccess);
+        ASSERT_EQ(Decode(wire), VpcaError::kSuccess);
         const auto& record = ValueAt<TextRecord>(0);
         EXPECT_EQ(ToHex(record.address.bytes, 4), "C0 00 02 05");
         EXPECT_EQ(record.textLength, length);
@@ -112,7 +113,7 @@ TEST_F(AttributeTest, TextRecordsKeepTheTextWithATerminatingZero) {
         EXPECT_EQ(record.value1, 0x05060708u);
         EXPECT_EQ(record.value2, 0x090A0B0Cu);
         EXPECT_EQ(record.byte, 0x0D);
-        EXPECT_EQ(destination.capacity, 2 * 16 + 40 + ((length + 4u) & ~3u) + 24);
+        EXPECT_EQ(destination_->capacity, 2 * 16 + 40 + ((length + 4u) & ~3u) + 24);
         EXPECT_EQ(list_.valueBytes, 18u + length);
     }
 }
@@ -120,17 +121,14 @@ TEST_F(AttributeTest, TextRecordsKeepTheTextWithATerminatingZero) {
 TEST_F(AttributeTest, UnknownIdsAreCarriedWithTheirBytesAndKnownOpaqueOnesKeepTheirId) {
     ASSERT_EQ(Decode(Hex("01 1B58 05 0102030405")), VpcaError::kSuccess);
     EXPECT_EQ(list_.entries[0].id, 0);
-    EXPECT_EQ(destination_.capacity, 16 + 32u);
+    EXPECT_EQ(destination_->capacity, 16 + 32u);
     const auto& unknown = ValueAt<OpaqueValue>(0);
     EXPECT_EQ(unknown.id, 7000);
     EXPECT_EQ(unknown.length, 5);
     EXPECT_EQ(unknown.size, 5u);
     EXPECT_EQ(ToHex(unknown.bytes, 5), "01 02 03 04 05");
 
-    AttributeDestination second;
-    const Bytes known = Hex("01 0002 02 AABB");
-    const ByteString text{static_cast<uint16_t>(known.size()), known.data()};
-    ASSERT_EQ(DecodeAttributeList(&list_, &text, 1, nullptr, kVersion10, &second), VpcaError::kSuccess);
+    ASSERT_EQ(Decode(Hex("01 0002 02 AABB"), 1), VpcaError::kSuccess);
     EXPECT_EQ(list_.entries[0].id, 2);
     EXPECT_EQ(ValueAt<OpaqueValue>(0).id, 2);
     EXPECT_EQ(ToHex(ValueAt<OpaqueValue>(0).bytes, 2), "AA BB");
@@ -140,45 +138,34 @@ TEST_F(AttributeTest, RefusesWhatIsShortOrLies) {
     const struct {
         const char* what;
         const char* text;
-        VpcaError error;
     } cases[] = {
-        {"an empty string", "", VpcaError::kTooShort},
-        {"a count without attributes", "01", VpcaError::kTooShort},
-        {"a head cut short", "01 00B4", VpcaError::kTooShort},
-        {"a scalar cut short", "01 00B4 08 01020304050607", VpcaError::kTooShort},
-        {"a scalar's length below its size", "01 00B4 07 0102030405060708", VpcaError::kTooShort},
-        {"a scalar's length above its size", "01 00B4 09 010203040506070809", VpcaError::kTooShort},
-        {"a list without a count", "01 0090 00", VpcaError::kTooShort},
-        {"a list's count above its bytes", "01 0090 05 02 0A000001", VpcaError::kTooShort},
-        {"a list's count below its bytes", "01 0090 05 00 0A000001", VpcaError::kTooShort},
-        {"a text that runs over the end", "01 0840 15 C0000205 04 616263 0102 0304 05060708 090A0B0C 0D",
-         VpcaError::kTooShort},
-        {"an unknown id cut short", "01 1B58 05 01020304", VpcaError::kTooShort},
-        {"a second attribute that is not there", "02 1B58 01 01", VpcaError::kTooShort},
-        {"bytes behind the last attribute", "01 1B58 01 01 FF", VpcaError::kSuccess},
+        {"an empty string", ""},
+        {"a count without attributes", "01"},
+        {"a head cut short", "01 00B4"},
+        {"a scalar cut short", "01 00B4 08 01020304050607"},
+        {"a scalar's length below its size", "01 00B4 07 0102030405060708"},
+        {"a scalar's length above its size", "01 00B4 09 010203040506070809"},
+        {"a list without a count", "01 0090 00"},
+        {"a list's count above its bytes", "01 0090 05 02 0A000001"},
+        {"a list's count below its bytes", "01 0090 05 00 0A000001"},
+        {"a text that runs over the end", "01 0840 15 C0000205 04 616263 0102 0304 05060708 090A0B0C 0D"},
+        {"an unknown id cut short", "01 1B58 05 01020304"},
+        {"a second attribute that is not there", "02 1B58 01 01"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        Bytes text = Hex(c.text);
-        text.reserve(1);  // an empty string has an address too
-        const ByteString string{static_cast<uint16_t>(text.size()), text.data()};
-        AttributeList list;
-        AttributeDestination destination;
-        const VpcaError error =
-            DecodeAttributeList(&list, &string, kLongListContext, nullptr, kVersion10, &destination);
-        EXPECT_EQ(error, c.error);
-        if (error != VpcaError::kSuccess) {
-            EXPECT_EQ(list.entries, nullptr);
-            EXPECT_EQ(destination.buffer, nullptr) << "nothing is allocated for a list that is refused";
-        }
+        EXPECT_EQ(Decode(Hex(c.text)), VpcaError::kTooShort);
+        EXPECT_EQ(list_.entries, nullptr);
+        EXPECT_EQ(destination_->buffer, nullptr) << "nothing is allocated for a list that is refused";
     }
+    EXPECT_EQ(Decode(Hex("01 1B58 01 01 FF")), VpcaError::kSuccess) << "bytes behind the last attribute";
 }
 
 TEST_F(AttributeTest, EmptyListHasNoEntriesAndNoBlock) {
     ASSERT_EQ(Decode(Hex("00")), VpcaError::kSuccess);
     EXPECT_EQ(list_.count, 0);
     EXPECT_EQ(list_.entries, nullptr);
-    EXPECT_EQ(destination_.buffer, nullptr);
+    EXPECT_EQ(destination_->buffer, nullptr);
 }
 
 TEST_F(AttributeTest, OnlyTheLowByteOfTheLengthCountsOutsideLongLists) {
@@ -197,7 +184,7 @@ TEST_F(AttributeTest, LongestListNeedsMoreMemoryThan16BitsCountAndIsDecodedWhole
         text = text + Hex("1B58 FD") + Bytes(253, static_cast<uint8_t>(i));
     ASSERT_LE(text.size(), 65535u);
     ASSERT_EQ(Decode(text), VpcaError::kSuccess);
-    EXPECT_GT(destination_.capacity, 65535u);
+    EXPECT_GT(destination_->capacity, 65535u);
     EXPECT_EQ(ValueAt<OpaqueValue>(253).bytes[252], 253);
 }
 
@@ -234,11 +221,7 @@ TEST_F(AttributeTest, SchemaReplacesCountAndIds) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        const Bytes text = Hex(c.text);
-        const ByteString string{static_cast<uint16_t>(text.size()), text.data()};
-        AttributeDestination destination;
-        EXPECT_EQ(DecodeAttributeList(&list_, &string, c.context, &schema, kVersion10, &destination),
-                  c.error);
+        EXPECT_EQ(Decode(Hex(c.text), c.context, &schema), c.error);
     }
 }
 
@@ -251,13 +234,8 @@ TEST_F(AttributeTest, SchemaListCutAnywhereIsTooShort) {
         Bytes(28, 0x42);
     EXPECT_EQ(Decode(whole, 6, &schema), VpcaError::kSuccess);
     for (size_t size = 1; size < whole.size(); ++size) {
-        AttributeList list;
-        AttributeDestination destination;
         const Bytes cut(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size));
-        const ByteString string{static_cast<uint16_t>(size), cut.data()};
-        EXPECT_EQ(DecodeAttributeList(&list, &string, 6, &schema, kVersion10, &destination),
-                  VpcaError::kTooShort)
-            << size;
+        EXPECT_EQ(Decode(cut, 6, &schema), VpcaError::kTooShort) << size;
     }
 }
 
@@ -268,19 +246,16 @@ TEST_F(AttributeTest, MissingArgumentsAreRefused) {
     const SchemaEntry noPairs{5, 1, nullptr};
     const AttributeSchema noEntries{1, nullptr};
     const AttributeSchema badEntry{1, &noPairs};
-    const auto decode = [&](AttributeList* list, const ByteString* string, uint16_t context,
-                            const AttributeSchema* schema, uint8_t variant,
-                            AttributeDestination* destination) {
-        return DecodeAttributeList(list, string, context, schema, variant, destination);
-    };
-    EXPECT_EQ(decode(nullptr, &text, 1, nullptr, 1, &destination_), VpcaError::kBadArgument);
-    EXPECT_EQ(decode(&list_, nullptr, 1, nullptr, 1, &destination_), VpcaError::kBadArgument);
-    EXPECT_EQ(decode(&list_, &noBytes, 1, nullptr, 1, &destination_), VpcaError::kBadArgument);
-    EXPECT_EQ(decode(&list_, &text, 0, nullptr, 1, &destination_), VpcaError::kBadArgument);
-    EXPECT_EQ(decode(&list_, &text, 1, nullptr, 0, &destination_), VpcaError::kBadArgument);
+    AttributeDestination destination;
+    const auto decode = DecodeAttributeList;
+    EXPECT_EQ(decode(nullptr, &text, 1, nullptr, 1, &destination), VpcaError::kBadArgument);
+    EXPECT_EQ(decode(&list_, nullptr, 1, nullptr, 1, &destination), VpcaError::kBadArgument);
+    EXPECT_EQ(decode(&list_, &noBytes, 1, nullptr, 1, &destination), VpcaError::kBadArgument);
+    EXPECT_EQ(decode(&list_, &text, 0, nullptr, 1, &destination), VpcaError::kBadArgument);
+    EXPECT_EQ(decode(&list_, &text, 1, nullptr, 0, &destination), VpcaError::kBadArgument);
     EXPECT_EQ(decode(&list_, &text, 1, nullptr, 1, nullptr), VpcaError::kBadArgument);
-    EXPECT_EQ(decode(&list_, &text, 1, &noEntries, 1, &destination_), VpcaError::kBadArgument);
-    EXPECT_EQ(decode(&list_, &text, 1, &badEntry, 1, &destination_), VpcaError::kBadArgument)
+    EXPECT_EQ(decode(&list_, &text, 1, &noEntries, 1, &destination), VpcaError::kBadArgument);
+    EXPECT_EQ(decode(&list_, &text, 1, &badEntry, 1, &destination), VpcaError::kBadArgument)
         << "an entry of another context is checked too";
 }
 

@@ -9,12 +9,10 @@
 namespace vlm::vpca {
 namespace {
 
-struct NamedFrame {
+constexpr struct {
     const char* name;
     const char* hex;
-};
-
-constexpr NamedFrame kFrames[] = {
+} kFrames[] = {
     {"DataBlock", "CD CA 10 05 00 31 00 01 00 08 00000000 00000000 0001 11223344 AABBCCDD"},
     {"EightBytes", "CD CA 10 05 00 66 00 01 00 0C 00000000 00000000 0001 01 00B4 08 0102030405060708"},
     {"AddressLists",
@@ -69,43 +67,41 @@ void ExpectErrorOrRightValue(const Bytes& frame) {
     }
 }
 
-class DamagedFrame : public testing::TestWithParam<NamedFrame> {
+class DamagedFrameTest : public testing::Test {
  protected:
-    DamagedFrame() { RegisterTables(); }
+    DamagedFrameTest() { RegisterTables(); }
 };
 
-TEST_P(DamagedFrame, IsDecodedAsItStands) {
-    const Bytes frame = Hex(GetParam().hex);
-    VpcaHeader header;
-    VpcaResult result;
-    EXPECT_EQ(DecodeResponse(&header, &result, {frame.data(), static_cast<uint32_t>(frame.size())}),
-              VpcaError::kSuccess);
-    ExpectErrorOrRightValue(frame);
-}
-
-TEST_P(DamagedFrame, CutAnywhereIsNeverMisread) {
-    const Bytes whole = Hex(GetParam().hex);
-    for (size_t size = 0; size < whole.size(); ++size) {
-        SCOPED_TRACE(size);
-        ExpectErrorOrRightValue(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
-    }
-}
-
-TEST_P(DamagedFrame, ChangedInAnyByteIsNeverMisread) {
-    Bytes frame = Hex(GetParam().hex);
-    for (size_t place = 0; place < frame.size(); ++place) {
-        const uint8_t original = frame[place];
-        for (int value = 0; value <= 0xFF; ++value) {
-            SCOPED_TRACE(testing::Message() << "byte " << place << " is " << value);
-            frame[place] = static_cast<uint8_t>(value);
-            ExpectErrorOrRightValue(frame);
+TEST_F(DamagedFrameTest, CutAnywhereIsNeverMisread) {
+    for (const auto& [name, hex] : kFrames) {
+        const Bytes whole = Hex(hex);
+        VpcaHeader header;
+        VpcaResult result;
+        EXPECT_EQ(DecodeResponse(&header, &result, {whole.data(), static_cast<uint32_t>(whole.size())}),
+                  VpcaError::kSuccess)
+            << name;
+        for (size_t size = 0; size <= whole.size(); ++size) {
+            SCOPED_TRACE(testing::Message() << name << ", " << size << " bytes");
+            ExpectErrorOrRightValue(Bytes(whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(size)));
         }
-        frame[place] = original;
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Frames, DamagedFrame, testing::ValuesIn(kFrames),
-                         [](const auto& tested) { return tested.param.name; });
+TEST_F(DamagedFrameTest, ChangedInAnyByteIsNeverMisread) {
+    for (const auto& [name, hex] : kFrames) {
+        Bytes frame = Hex(hex);
+        for (uint8_t& byte : frame) {
+            const uint8_t original = byte;
+            for (int value = 0; value <= 0xFF; ++value) {
+                SCOPED_TRACE(testing::Message()
+                             << name << ", byte " << &byte - frame.data() << " is " << value);
+                byte = static_cast<uint8_t>(value);
+                ExpectErrorOrRightValue(frame);
+            }
+            byte = original;
+        }
+    }
+}
 
 }  // namespace
 }  // namespace vlm::vpca

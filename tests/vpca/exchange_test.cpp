@@ -1,118 +1,10 @@
 // Exchanges over a scripted port: what goes down to it, what comes back to the caller, and which error is
 // left.
-#include <gtest/gtest.h>
-// windows.h before winspool.h.
-#include <windows.h>
-#include <winspool.h>
-
-#include <deque>
-#include <functional>
-#include <ostream>
-#include <stdexcept>
-
-#include "hex.h"
+#include "scripted_port.h"
 #include "vpca/memory.h"
-#include "vpca/transaction.h"
 
 namespace vlm::vpca {
 namespace {
-
-constexpr DWORD kPoison = 0xDEADBEEF;
-
-enum class Step { kStartDoc, kWrite, kRead, kEndDoc };
-enum class Fault { kNone, kFails, kFailsSilently, kThrows, kPending };
-
-// The port below. It answers reads from a queue and misbehaves at one step.
-struct ScriptedPort {
-    std::deque<Bytes> answers;
-    Step faultyStep = Step::kStartDoc;
-    Fault fault = Fault::kNone;
-    // Called in each ReadPort, before it answers.
-    std::function<void()> onRead;
-    // Added to the count of bytes that ReadPort reports.
-    DWORD overstatement = 0;
-
-    std::vector<Step> calls;
-    Bytes written;
-    std::vector<DWORD> readSizes;
-    std::atomic<uint32_t> flags{0x8};
-    uint32_t flagsWhileOpen = 0;
-
-    VpcaPort Port();
-    BOOL Pass(Step step) {
-        calls.push_back(step);
-        SetLastError(fault == Fault::kNone ? kPoison : ERROR_SUCCESS);
-        if (step != faultyStep) return TRUE;
-        switch (fault) {
-            case Fault::kFails:
-                SetLastError(ERROR_NOT_READY);
-                return FALSE;
-            case Fault::kFailsSilently:
-                return FALSE;
-            case Fault::kThrows:
-                throw std::runtime_error("the port below");
-            case Fault::kPending:
-                SetLastError(ERROR_IO_PENDING);
-                return FALSE;
-            case Fault::kNone:
-                break;
-        }
-        return TRUE;
-    }
-    int Count(Step step) const { return static_cast<int>(std::count(calls.begin(), calls.end(), step)); }
-};
-
-HANDLE ToHandle(ScriptedPort* port) {
-    return port;
-}
-ScriptedPort& FromHandle(HANDLE handle) {
-    return *static_cast<ScriptedPort*>(handle);
-}
-
-BOOL WINAPI StartDocPort(HANDLE handle, LPWSTR printer, DWORD job, DWORD level, LPBYTE document) {
-    ScriptedPort& port = FromHandle(handle);
-    EXPECT_EQ(printer, nullptr);
-    EXPECT_EQ(job, 0u);
-    EXPECT_EQ(level, 2u);
-    const DOC_INFO_2W zeroed{};
-    EXPECT_EQ(std::memcmp(document, &zeroed, sizeof zeroed), 0);
-    EXPECT_TRUE(port.flags & kPortJobActive);
-    return port.Pass(Step::kStartDoc);
-}
-
-BOOL WINAPI WritePort(HANDLE handle, LPBYTE bytes, DWORD size, LPDWORD written) {
-    ScriptedPort& port = FromHandle(handle);
-    port.written.assign(bytes, bytes + size);
-    *written = size;
-    return port.Pass(Step::kWrite);
-}
-
-BOOL WINAPI ReadPort(HANDLE handle, LPBYTE bytes, DWORD size, LPDWORD read) {
-    ScriptedPort& port = FromHandle(handle);
-    port.flagsWhileOpen = port.flags;
-    port.readSizes.push_back(size);
-    if (port.onRead) port.onRead();
-    *read = port.overstatement;
-    if (!port.answers.empty()) {
-        const Bytes answer = port.answers.front();
-        port.answers.pop_front();
-        const auto count = static_cast<DWORD>(std::min<size_t>(answer.size(), size));
-        std::copy_n(answer.begin(), count, bytes);
-        *read += count;
-    }
-    return port.Pass(Step::kRead);
-}
-
-BOOL WINAPI EndDocPort(HANDLE handle) {
-    ScriptedPort& port = FromHandle(handle);
-    const BOOL result = port.Pass(Step::kEndDoc);
-    SetLastError(ERROR_SUCCESS);
-    return result;
-}
-
-VpcaPort ScriptedPort::Port() {
-    return {ToHandle(this), &flags, StartDocPort, WritePort, ReadPort, EndDocPort};
-}
 
 Bytes DataAnswer(uint16_t status, uint32_t dataId, const Bytes& data) {
     Bytes frame = Hex("CD CA 10 05 00 31 00 01 00 00 00000000 00000000 0000 00000000");
@@ -134,130 +26,124 @@ Bytes AttributeFrame(uint16_t status, const Bytes& list) {
 const Bytes kEightBytes = Hex("01 00B4 08 0102030405060708");
 const Bytes kTwentyEightBytes = Hex("01 0965 1C") + Bytes(28, 0x42);
 
-DWORD RunQuery(ScriptedPort* scripted, uint32_t dataId, Bytes* buffer, uint32_t* size) {
+enum class Question { kDataBlock, kAttribute };
+
+struct Outcome {
+    DWORD error;
+    uint32_t size;
+    Bytes buffer;  // longer than it was said to be, and 0xEE where nothing was written
+};
+
+// Asks for data block 7, or for attribute 180.
+Outcome Ask(ScriptedPort* scripted, Question question, uint32_t capacity) {
     const VpcaPort port = scripted->Port();
+    Outcome outcome{0, capacity, Bytes(capacity + 16, 0xEE)};
     SetLastError(kPoison);
-    return ReadDataBlock(&port, &dataId, buffer->data(), size);
+    if (question == Question::kDataBlock) {
+        const uint32_t dataId = 7;
+        outcome.error = ReadDataBlock(&port, &dataId, outcome.buffer.data(), &outcome.size);
+    } else {
+        const uint32_t callerValues[2] = {0x51525354, 0x61626364};
+        uint16_t id = 180;
+        AttributeRequest request;
+        request.shortIds = &id;
+        request.shortIdCount = 1;
+        outcome.error = ReadAttribute(&port, callerValues, &request, outcome.buffer.data(), &outcome.size);
+    }
+    return outcome;
 }
 
-DWORD RunCommand(ScriptedPort* scripted, AttributeRequest* request, Bytes* buffer, uint32_t* size) {
-    const VpcaPort port = scripted->Port();
-    const uint32_t callerValues[2] = {0x51525354, 0x61626364};
-    SetLastError(kPoison);
-    return ReadAttribute(&port, callerValues, request, buffer->data(), size);
-}
+const Bytes kBlockRequest = Hex("CD CA 10 04 00 31 00 01 00 04 00000000 00000000 0000 00000007");
+const Bytes kAttributeRequest =
+    Hex("CD CA 10 04 00 66 00 01 00 0A 51525354 61626364 0000 0000 00 00 0000 0001 00B4");
 
 TEST(ExchangeTest, DataBlockIsAskedForInOneDocumentAndReturned) {
     ScriptedPort scripted;
-    scripted.answers = {DataAnswer(1, 0x11223344, Hex("AA BB CC"))};
-    Bytes buffer(3);
-    uint32_t size = 3;
-    EXPECT_EQ(RunQuery(&scripted, 0x11223344, &buffer, &size), 0u);
-    EXPECT_EQ(size, 3u);
-    EXPECT_EQ(buffer, Hex("AA BB CC"));
-    EXPECT_EQ(ToHex(scripted.written.data(), scripted.written.size()),
-              "CD CA 10 04 00 31 00 01 00 04 00 00 00 00 00 00 00 00 00 00 11 22 33 44");
+    scripted.answers = {DataAnswer(1, 7, Hex("AA BB CC"))};
+    const Outcome outcome = Ask(&scripted, Question::kDataBlock, 3);
+    EXPECT_EQ(outcome.error, 0u);
+    EXPECT_EQ(outcome.size, 3u);
+    EXPECT_EQ(outcome.buffer, Hex("AA BB CC") + Bytes(16, 0xEE));
     EXPECT_EQ(scripted.calls, (std::vector<Step>{Step::kStartDoc, Step::kWrite, Step::kRead, Step::kEndDoc}));
     EXPECT_EQ(scripted.readSizes, std::vector<DWORD>{8216});
     EXPECT_EQ(scripted.flagsWhileOpen, 0x9u);
-    EXPECT_EQ(scripted.flags, 0x8u) << "the other flags stay";
+}
+
+struct AnswerCase {
+    const char* what;
+    Bytes answer;
+    uint32_t capacity;
+    DWORD error;
+    Bytes reply = {};
+};
+
+void ExpectOutcomes(Question question, const std::vector<AnswerCase>& cases) {
+    for (const AnswerCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        ScriptedPort scripted;
+        scripted.answers = {c.answer};
+        const Outcome outcome = Ask(&scripted, question, c.capacity);
+        EXPECT_EQ(outcome.error, c.error);
+        EXPECT_EQ(outcome.size, c.error == 0 ? c.reply.size() : c.capacity) << "unchanged by a failure";
+        EXPECT_EQ(outcome.buffer, c.reply + Bytes(c.capacity + 16 - c.reply.size(), 0xEE))
+            << "nothing is written behind the reply, or at all on failure";
+        EXPECT_EQ(scripted.written, question == Question::kDataBlock ? kBlockRequest : kAttributeRequest);
+        EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
+        EXPECT_EQ(scripted.flags, 0x8u) << "the other flags stay";
+    }
 }
 
 TEST(ExchangeTest, DataBlockAnswersSucceedOrFailWithTheRightCode) {
-    const struct {
-        const char* what;
-        Bytes answer;
-        uint32_t capacity;
-        DWORD error;
-        uint32_t size;
-    } cases[] = {
-        {"exactly the capacity", DataAnswer(1, 7, Bytes(5)), 5, 0, 5},
-        {"one byte more", DataAnswer(1, 7, Bytes(6)), 5, ERROR_INSUFFICIENT_BUFFER, 5},
-        {"less than the capacity", DataAnswer(1, 7, Bytes(1)), 5, 0, 1},
-        {"no data", DataAnswer(1, 7, {}), 5, 0, 0},
-        {"the largest answer", DataAnswer(1, 7, Bytes(8192)), 8192, 0, 8192},
-        {"refused with 0", DataAnswer(0, 7, Bytes(5)), 5, ERROR_GEN_FAILURE, 5},
-        {"refused with 29", DataAnswer(29, 7, Bytes(5)), 5, ERROR_GEN_FAILURE, 5},
-        {"a status with a body that is not success", DataAnswer(33, 7, Bytes(5)), 5, ERROR_GEN_FAILURE, 5},
-        {"a status without a body", DataAnswer(5, 7, Bytes(5)), 5, ERROR_GEN_FAILURE, 5},
-        {"another data id", DataAnswer(1, 8, Bytes(5)), 5, ERROR_INVALID_DATA, 5},
-        {"another data id, refused", DataAnswer(29, 8, Bytes(5)), 5, ERROR_INVALID_DATA, 5},
-        {"another operation", AttributeFrame(1, kEightBytes), 64, ERROR_INVALID_DATA, 64},
-        {"garbage", Hex("48 54 54 50 2F 31 2E 31"), 5, ERROR_INVALID_DATA, 5},
-        {"a data id cut short", Hex("CD CA 10 05 00 31 00 01 00 04 00000000 00000000 0001 0000"), 5,
-         ERROR_INVALID_DATA, 5},
-        {"nothing", {}, 5, ERROR_INVALID_DATA, 5},
-        {"no capacity", DataAnswer(1, 7, {}), 0, ERROR_INSUFFICIENT_BUFFER, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        ScriptedPort scripted;
-        scripted.answers = {c.answer};
-        Bytes buffer(c.capacity + 16, 0xEE);
-        uint32_t size = c.capacity;
-        EXPECT_EQ(RunQuery(&scripted, 7, &buffer, &size), c.error);
-        EXPECT_EQ(size, c.size);
-        const size_t untouched = c.error == 0 ? c.size : 0;
-        EXPECT_EQ(Bytes(buffer.begin() + static_cast<std::ptrdiff_t>(untouched), buffer.end()),
-                  Bytes(buffer.size() - untouched, 0xEE))
-            << "nothing is written behind the data, or at all on failure";
-        EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
-        EXPECT_EQ(scripted.flags, 0x8u);
-    }
+    const Bytes five = Hex("01 02 03 04 05");
+    const Bytes largest(8192, 0x42);
+    ExpectOutcomes(
+        Question::kDataBlock,
+        {
+            {"exactly the capacity", DataAnswer(1, 7, five), 5, 0, five},
+            {"one byte more", DataAnswer(1, 7, Bytes(6)), 5, ERROR_INSUFFICIENT_BUFFER},
+            {"less than the capacity", DataAnswer(1, 7, five), 6, 0, five},
+            {"no data", DataAnswer(1, 7, {}), 5, 0},
+            {"the largest answer", DataAnswer(1, 7, largest), 8192, 0, largest},
+            {"refused with 0", DataAnswer(0, 7, five), 5, ERROR_GEN_FAILURE},
+            {"refused with 29", DataAnswer(29, 7, five), 5, ERROR_GEN_FAILURE},
+            {"a status with a body that is not success", DataAnswer(33, 7, five), 5, ERROR_GEN_FAILURE},
+            {"a status without a body", DataAnswer(5, 7, five), 5, ERROR_GEN_FAILURE},
+            {"another data id", DataAnswer(1, 8, five), 5, ERROR_INVALID_DATA},
+            {"another data id, refused", DataAnswer(29, 8, five), 5, ERROR_INVALID_DATA},
+            {"another operation", AttributeFrame(1, kEightBytes), 64, ERROR_INVALID_DATA},
+            {"garbage", Hex("48 54 54 50 2F 31 2E 31"), 5, ERROR_INVALID_DATA},
+            {"a data id cut short", Hex("CD CA 10 05 00 31 00 01 00 04 00000000 00000000 0001 0000"), 5,
+             ERROR_INVALID_DATA},
+            {"nothing", {}, 5, ERROR_INVALID_DATA},
+            {"no capacity", DataAnswer(1, 7, {}), 0, ERROR_INSUFFICIENT_BUFFER},
+        });
 }
 
 TEST(ExchangeTest, AttributeAnswersSucceedOrFailWithTheRightCode) {
-    const struct {
-        const char* what;
-        Bytes answer;
-        uint32_t capacity;
-        DWORD error;
-        uint32_t size;
-    } cases[] = {
-        {"180", AttributeFrame(1, kEightBytes), 8, 0, 8},
-        {"180 in a larger buffer", AttributeFrame(1, kEightBytes), 100, 0, 8},
-        {"180 in a smaller buffer", AttributeFrame(1, kEightBytes), 7, ERROR_INSUFFICIENT_BUFFER, 7},
-        {"2405 in a larger buffer", AttributeFrame(1, kTwentyEightBytes), 100, 0, 28},
-        {"2405 in a smaller buffer", AttributeFrame(1, kTwentyEightBytes), 27, ERROR_INSUFFICIENT_BUFFER, 27},
-        {"another attribute", AttributeFrame(1, Hex("01 0002 02 AABB")), 8, 0, 0},
-        {"an unknown attribute", AttributeFrame(1, Hex("01 1B58 02 AABB")), 8, 0, 0},
-        {"the first of two", AttributeFrame(1, Hex("02 00B4 08 0102030405060708 1B58 02 AABB")), 10, 0, 8},
-        {"two that are too large together",
-         AttributeFrame(1, Hex("02 00B4 08 0102030405060708 1B58 02 AABB")), 9, ERROR_INSUFFICIENT_BUFFER, 9},
-        {"180 cut short", AttributeFrame(1, Hex("01 00B4 07 01020304050607")), 8, ERROR_INVALID_DATA, 8},
-        {"2405 cut short", AttributeFrame(1, Hex("01 0965 08 0102030405060708")), 28, ERROR_INVALID_DATA, 28},
-        {"more than is read", AttributeFrame(1, Hex("01 1B58 40") + Bytes(64)), 100, ERROR_INVALID_DATA, 100},
-        {"no attribute", AttributeFrame(1, Hex("00")), 8, ERROR_INVALID_DATA, 8},
-        {"no list", AttributeFrame(1, {}), 8, ERROR_INVALID_DATA, 8},
-        {"refused with 0", AttributeFrame(0, {}), 8, ERROR_GEN_FAILURE, 8},
-        {"refused with 29", AttributeFrame(29, kEightBytes), 8, ERROR_GEN_FAILURE, 8},
-        {"another operation", DataAnswer(1, 7, Bytes(8)), 8, ERROR_INVALID_DATA, 8},
-        {"no capacity", AttributeFrame(1, kEightBytes), 0, ERROR_INSUFFICIENT_BUFFER, 0},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        ScriptedPort scripted;
-        scripted.answers = {c.answer};
-        AttributeRequest request;
-        uint16_t id = 180;
-        request.shortIds = &id;
-        request.shortIdCount = 1;
-        Bytes buffer(c.capacity + 16, 0xEE);
-        uint32_t size = c.capacity;
-        EXPECT_EQ(RunCommand(&scripted, &request, &buffer, &size), c.error);
-        EXPECT_EQ(size, c.size);
-        const size_t copied = c.error == 0 ? c.size : 0;
-        EXPECT_EQ(Bytes(buffer.begin() + static_cast<std::ptrdiff_t>(copied), buffer.end()),
-                  Bytes(buffer.size() - copied, 0xEE));
-        if (copied == 8) {
-            EXPECT_EQ(ToHex(buffer.data(), 8), "01 02 03 04 05 06 07 08");
-        }
-        EXPECT_EQ(
-            ToHex(scripted.written.data(), scripted.written.size()),
-            "CD CA 10 04 00 66 00 01 00 0A 51 52 53 54 61 62 63 64 00 00 00 00 00 00 00 00 00 01 00 B4");
-        EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
-        EXPECT_EQ(scripted.flags, 0x8u);
-    }
+    const Bytes eight = Hex("0102030405060708");
+    const Bytes two = AttributeFrame(1, Hex("02 00B4 08 0102030405060708 1B58 02 AABB"));
+    ExpectOutcomes(
+        Question::kAttribute,
+        {
+            {"180", AttributeFrame(1, kEightBytes), 8, 0, eight},
+            {"180 in a larger buffer", AttributeFrame(1, kEightBytes), 100, 0, eight},
+            {"180 in a smaller buffer", AttributeFrame(1, kEightBytes), 7, ERROR_INSUFFICIENT_BUFFER},
+            {"2405 in a larger buffer", AttributeFrame(1, kTwentyEightBytes), 100, 0, Bytes(28, 0x42)},
+            {"2405 in a smaller buffer", AttributeFrame(1, kTwentyEightBytes), 27, ERROR_INSUFFICIENT_BUFFER},
+            {"another attribute", AttributeFrame(1, Hex("01 0002 02 AABB")), 8, 0},
+            {"an unknown attribute", AttributeFrame(1, Hex("01 1B58 02 AABB")), 8, 0},
+            {"the first of two", two, 10, 0, eight},
+            {"two that are too large together", two, 9, ERROR_INSUFFICIENT_BUFFER},
+            {"180 cut short", AttributeFrame(1, Hex("01 00B4 07 01020304050607")), 8, ERROR_INVALID_DATA},
+            {"2405 cut short", AttributeFrame(1, Hex("01 0965 08 0102030405060708")), 28, ERROR_INVALID_DATA},
+            {"more than is read", AttributeFrame(1, Hex("01 1B58 40") + Bytes(64)), 100, ERROR_INVALID_DATA},
+            {"no attribute", AttributeFrame(1, Hex("00")), 8, ERROR_INVALID_DATA},
+            {"no list", AttributeFrame(1, {}), 8, ERROR_INVALID_DATA},
+            {"refused with 0", AttributeFrame(0, {}), 8, ERROR_GEN_FAILURE},
+            {"refused with 29", AttributeFrame(29, kEightBytes), 8, ERROR_GEN_FAILURE},
+            {"another operation", DataAnswer(1, 7, Bytes(8)), 8, ERROR_INVALID_DATA},
+            {"no capacity", AttributeFrame(1, kEightBytes), 0, ERROR_INSUFFICIENT_BUFFER},
+        });
 }
 
 TEST(LocalHeapTest, BlocksStartZeroedKeepTheirBytesWhenGrownAndLeaveTheLastErrorAlone) {
@@ -275,56 +161,34 @@ TEST(LocalHeapTest, BlocksStartZeroedKeepTheirBytesWhenGrownAndLeaveTheLastError
     EXPECT_EQ(GetLastError(), kPoison);
 }
 
-// What the caller of the exchange sees of each fault of the port below.
-struct FaultCase {
-    Step step;
-    Fault fault;
-    DWORD error;
-    int ended;
-};
-
-void PrintTo(const FaultCase& c, std::ostream* out) {
-    *out << "step " << static_cast<int>(c.step) << " fault " << static_cast<int>(c.fault);
-}
-
-class FaultyPortTest : public testing::TestWithParam<FaultCase> {};
-
-TEST_P(FaultyPortTest, EndsTheDocumentAtMostOnceAndLeavesAnError) {
-    const FaultCase& c = GetParam();
-    for (const bool query : {true, false}) {
-        SCOPED_TRACE(query);
-        ScriptedPort scripted;
-        scripted.answers = {query ? DataAnswer(1, 7, Bytes(8)) : AttributeFrame(1, kEightBytes)};
-        scripted.faultyStep = c.step;
-        scripted.fault = c.fault;
-        AttributeRequest request;
-        Bytes buffer(8);
-        uint32_t size = 8;
-        EXPECT_EQ(
-            query ? RunQuery(&scripted, 7, &buffer, &size) : RunCommand(&scripted, &request, &buffer, &size),
-            c.error);
-        EXPECT_EQ(scripted.Count(Step::kStartDoc), 1);
-        EXPECT_EQ(scripted.Count(Step::kEndDoc), c.ended);
-        EXPECT_EQ(scripted.flags, 0x8u);
+TEST(ExchangeTest, FaultyPortEndsTheDocumentAtMostOnceAndLeavesAnError) {
+    const struct {
+        Fault fault;
+        DWORD errors[4];  // by step
+    } cases[] = {
+        {Fault::kFails, {ERROR_NOT_READY, ERROR_NOT_READY, ERROR_NOT_READY, 0}},
+        {Fault::kFailsSilently, {ERROR_GEN_FAILURE, ERROR_GEN_FAILURE, ERROR_GEN_FAILURE, 0}},
+        {Fault::kThrows, {ERROR_GEN_FAILURE, ERROR_GEN_FAILURE, ERROR_GEN_FAILURE, 0}},
+        {Fault::kPending, {ERROR_IO_PENDING, 0, 0, 0}},
+    };
+    for (const auto& c : cases) {
+        for (const Step step : {Step::kStartDoc, Step::kWrite, Step::kRead, Step::kEndDoc}) {
+            for (const Question question : {Question::kDataBlock, Question::kAttribute}) {
+                SCOPED_TRACE(testing::Message() << "fault " << int(c.fault) << ", step " << int(step)
+                                                << ", question " << int(question));
+                ScriptedPort scripted;
+                scripted.answers = {question == Question::kDataBlock ? DataAnswer(1, 7, Bytes(8))
+                                                                     : AttributeFrame(1, kEightBytes)};
+                scripted.faultyStep = step;
+                scripted.fault = c.fault;
+                EXPECT_EQ(Ask(&scripted, question, 8).error, c.errors[static_cast<int>(step)]);
+                EXPECT_EQ(scripted.Count(Step::kStartDoc), 1);
+                EXPECT_EQ(scripted.Count(Step::kEndDoc), step == Step::kStartDoc ? 0 : 1);
+                EXPECT_EQ(scripted.flags, 0x8u);
+            }
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(Faults, FaultyPortTest,
-                         testing::Values(FaultCase{Step::kStartDoc, Fault::kFails, ERROR_NOT_READY, 0},
-                                         FaultCase{Step::kStartDoc, Fault::kFailsSilently, ERROR_GEN_FAILURE,
-                                                   0},
-                                         FaultCase{Step::kStartDoc, Fault::kThrows, ERROR_GEN_FAILURE, 0},
-                                         FaultCase{Step::kStartDoc, Fault::kPending, ERROR_IO_PENDING, 0},
-                                         FaultCase{Step::kWrite, Fault::kFails, ERROR_NOT_READY, 1},
-                                         FaultCase{Step::kWrite, Fault::kFailsSilently, ERROR_GEN_FAILURE, 1},
-                                         FaultCase{Step::kWrite, Fault::kThrows, ERROR_GEN_FAILURE, 1},
-                                         FaultCase{Step::kWrite, Fault::kPending, 0, 1},
-                                         FaultCase{Step::kRead, Fault::kFails, ERROR_NOT_READY, 1},
-                                         FaultCase{Step::kRead, Fault::kFailsSilently, ERROR_GEN_FAILURE, 1},
-                                         FaultCase{Step::kRead, Fault::kThrows, ERROR_GEN_FAILURE, 1},
-                                         FaultCase{Step::kRead, Fault::kPending, 0, 1},
-                                         FaultCase{Step::kEndDoc, Fault::kFails, 0, 1},
-                                         FaultCase{Step::kEndDoc, Fault::kThrows, 0, 1}));
 
 TEST(ExchangeTest, StalePendingOfTheWriteDoesNotTurnAFailedReadIntoSuccess) {
     ScriptedPort scripted;
@@ -345,18 +209,18 @@ TEST(ExchangeTest, PortThatClaimsMoreBytesThanWereAskedForIsRefused) {
     ScriptedPort scripted;
     scripted.answers = {DataAnswer(1, 7, Bytes(8))};
     scripted.overstatement = 0x10000;
-    Bytes buffer(0x20000);
-    uint32_t size = 0x20000;
-    EXPECT_EQ(RunQuery(&scripted, 7, &buffer, &size), DWORD{ERROR_INVALID_DATA});
+    EXPECT_EQ(Ask(&scripted, Question::kDataBlock, 0x20000).error, DWORD{ERROR_INVALID_DATA});
 }
 
 TEST(ExchangeTest, RequestThatCannotBeEncodedEndsTheDocumentUnwritten) {
     ScriptedPort scripted;
+    const VpcaPort port = scripted.Port();
+    const uint32_t callerValues[2] = {};
     AttributeRequest request;
     request.addressKind = 1;
-    Bytes buffer(8);
+    uint8_t buffer[8];
     uint32_t size = 8;
-    EXPECT_EQ(RunCommand(&scripted, &request, &buffer, &size), DWORD{ERROR_INVALID_PARAMETER});
+    EXPECT_EQ(ReadAttribute(&port, callerValues, &request, buffer, &size), DWORD{ERROR_INVALID_PARAMETER});
     EXPECT_EQ(scripted.calls, (std::vector<Step>{Step::kStartDoc, Step::kEndDoc}));
     EXPECT_EQ(scripted.flags, 0x8u);
 }
@@ -428,33 +292,26 @@ TEST_F(ContinuedExchangeTest, BlocksWithoutDataDoNotGoOnForEver) {
     EXPECT_EQ(scripted_.Count(Step::kRead), 1);
 }
 
-TEST(TransactionTest, FailedSendLeavesNoDocumentOpen) {
-    ScriptedPort scripted;
-    scripted.faultyStep = Step::kWrite;
-    scripted.fault = Fault::kFails;
-    const VpcaPort port = scripted.Port();
-    CVPCATransaction transaction(7);
-    transaction.Initialise();
-    transaction.PrepareDataBlock();
-    EXPECT_FALSE(transaction.Send(&port));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_READY});
-    EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
-}
-
-TEST(TransactionTest, EachPrepareNumbersTheRequestAnewAndTheDestructorEndsAnOpenDocument) {
+TEST(TransactionTest, DocumentIsOpenFromASuccessfulSendToTheDestructorAtTheLatest) {
     ScriptedPort scripted;
     const VpcaPort port = scripted.Port();
     {
         CVPCATransaction transaction(7);
         EXPECT_TRUE(transaction.Initialise());
         transaction.PrepareDataBlock();
-        EXPECT_EQ(transaction.RequestHeader().sequence, 1);
+        scripted.faultyStep = Step::kWrite;
+        scripted.fault = Fault::kFails;
+        EXPECT_FALSE(transaction.Send(&port));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_READY});
+        EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
+
+        scripted.fault = Fault::kNone;
         transaction.PrepareDataBlock(0x0A0B0C0D);
         EXPECT_TRUE(transaction.Send(&port));
-        EXPECT_EQ(scripted.Count(Step::kEndDoc), 0);
+        EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
     }
-    EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
-    EXPECT_EQ(ToHex(scripted.written.data() + 6, 2), "00 02");
+    EXPECT_EQ(scripted.Count(Step::kEndDoc), 2);
+    EXPECT_EQ(ToHex(scripted.written.data() + 6, 2), "00 02") << "numbered anew";
     EXPECT_EQ(ToHex(scripted.written.data() + 20, 4), "0A 0B 0C 0D");
 }
 

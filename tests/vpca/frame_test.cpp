@@ -8,7 +8,6 @@
 #include "vpca/attribute_table.h"
 #include "vpca/operations.h"
 #include "vpca/tables.h"
-#include "vpca/tail_items.h"
 
 namespace vlm::vpca {
 namespace {
@@ -23,8 +22,41 @@ class FrameTest : public testing::Test {
     FrameTest() { EXPECT_TRUE(RegisterTables()); }
 };
 
-VpcaError Decode(const Bytes& frame, VpcaHeader* header, VpcaResult* result) {
-    return DecodeResponse(header, result, {frame.data(), static_cast<uint32_t>(frame.size())});
+VpcaCursor At(const Bytes& frame) {
+    return {frame.data(), static_cast<uint32_t>(frame.size())};
+}
+
+enum BodyKind : size_t { kNone, kOpaque, kBlock, kList };  // as they stand in VpcaResult::body
+
+struct FrameCase {
+    const char* what;
+    const char* frame;
+    VpcaError error;
+    uint16_t status = 0;
+    BodyKind kind = kNone;
+    uint32_t size = 0;  // of what is in the body
+};
+
+template <typename Decode>
+void ExpectDecoded(const std::vector<FrameCase>& cases, Decode decode) {
+    for (const FrameCase& c : cases) {
+        SCOPED_TRACE(c.what);
+        const Bytes frame = Hex(c.frame);
+        VpcaHeader header;
+        VpcaResult result;
+        EXPECT_EQ(decode(&header, &result, At(frame)), c.error);
+        EXPECT_EQ(result.status, c.status);
+        if (c.error != VpcaError::kSuccess) continue;
+        ASSERT_EQ(result.body.index(), c.kind);
+        if (c.kind == kOpaque) {
+            EXPECT_EQ(std::get<OpaqueBody>(result.body).size, c.size);
+        } else if (c.kind == kBlock) {
+            EXPECT_EQ(std::get<DataBlock>(result.body).size, c.size);
+            EXPECT_EQ(std::get<DataBlock>(result.body).dataId, 0x11223344u);
+        } else if (c.kind == kList) {
+            EXPECT_EQ(std::get<AttributeAnswer>(result.body).list.valueBytes, c.size);
+        }
+    }
 }
 
 TEST_F(FrameTest, LookupsFindNothingBeforeTheTablesAreRegistered) {
@@ -199,64 +231,48 @@ TEST_F(FrameTest, EncodingRefusesWhatCannotBeAFrame) {
 }
 
 TEST_F(FrameTest, ResponsesDecodeOrAreRefusedWithTheRightCode) {
-    const struct {
-        const char* what;
-        const char* frame;
-        VpcaError error;
-        uint16_t status;
-        size_t body;  // index into VpcaResult::body
-    } cases[] = {
-        {"data", "CD CA 10 05 00 31 00 01 00 06 00000000 00000000 00 01 11223344 AABB", VpcaError::kSuccess,
-         1, 2},
-        {"data without any", "CD CA 10 05 00 31 00 01 00 04 00000000 00000000 00 01 11223344",
-         VpcaError::kSuccess, 1, 2},
-        {"a data id cut short", "CD CA 10 05 00 31 00 01 00 04 00000000 00000000 00 01 112233",
-         VpcaError::kTooShort, 6, 0},
-        {"refused", "CD CA 10 05 00 31 00 01 00 06 00000000 00000000 00 00 11223344 AABB",
-         VpcaError::kSuccess, 0, 0},
-        {"attribute", "CD CA 10 05 00 66 00 01 00 0C 00000000 00000000 00 01 01 00B4 08 0102030405060708",
-         VpcaError::kSuccess, 1, 3},
-        {"no attribute count", "CD CA 10 05 00 66 00 01 00 00 00000000 00000000 00 01", VpcaError::kTooShort,
-         6, 0},
+    constexpr auto kFine = VpcaError::kSuccess;
+    const std::vector<FrameCase> cases = {
+        {"data", "CD CA 10 05 00 31 00 01 00 06 00000000 00000000 0001 11223344 AABB", kFine, 1, kBlock, 2},
+        {"data without any", "CD CA 10 05 00 31 00 01 00 04 00000000 00000000 0001 11223344", kFine, 1,
+         kBlock},
+        {"a data id cut short", "CD CA 10 05 00 31 00 01 00 04 00000000 00000000 0001 112233",
+         VpcaError::kTooShort, 6},
+        {"refused", "CD CA 10 05 00 31 00 01 00 06 00000000 00000000 0000 11223344 AABB", kFine},
+        {"attribute", "CD CA 10 05 00 66 00 01 00 0C 00000000 00000000 0001 01 00B4 08 0102030405060708",
+         kFine, 1, kList, 8},
+        {"no attribute count", "CD CA 10 05 00 66 00 01 00 00 00000000 00000000 0001", VpcaError::kTooShort,
+         6},
         {"a body length that lies",
-         "CD CA 10 05 00 66 00 01 00 0D 00000000 00000000 00 01 01 00B4 08 0102030405060708",
-         VpcaError::kTooShort, 1, 0},
-        {"an opaque body", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 00 01 AABB", VpcaError::kSuccess,
-         1, 1},
-        {"bytes behind the body", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 00 01 AABBCC",
-         VpcaError::kSuccess, 1, 1},
-        {"exactly a header", "CD CA 10 05 00 02 00 01 00 00 00000000 00000000 00 01", VpcaError::kSuccess, 1,
+         "CD CA 10 05 00 66 00 01 00 0D 00000000 00000000 0001 01 00B4 08 0102030405060708",
+         VpcaError::kTooShort, 1},
+        {"an opaque body", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 0001 AABB", kFine, 1, kOpaque, 2},
+        {"bytes behind the body", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 0001 AABBCC", kFine, 1,
+         kOpaque, 2},
+        {"exactly a header", "CD CA 10 05 00 02 00 01 00 00 00000000 00000000 0001", kFine, 1, kOpaque},
+        {"one byte less", "CD CA 10 05 00 02 00 01 00 00 00000000 00000000 00", VpcaError::kNotVpca},
+        {"magic in the wrong order", "CA CD 10 05 00 02 00 01 00 00 00000000 00000000 0001",
+         VpcaError::kNotVpca},
+        {"another version", "CD CA 11 05 00 02 00 01 00 00 00000000 00000000 0001",
+         VpcaError::kUnknownVersion},
+        {"another version, cut short", "CD CA 11", VpcaError::kUnknownVersion},
+        {"no version", "CD CA", VpcaError::kNotVpca},
+        {"no operation", "CD CA 10 05 00 2D 00 01 00 00 00000000 00000000 0001", VpcaError::kUnknownOperation,
          1},
-        {"one byte less", "CD CA 10 05 00 02 00 01 00 00 00000000 00000000 00", VpcaError::kNotVpca, 0, 0},
-        {"magic in the wrong order", "CA CD 10 05 00 02 00 01 00 00 00000000 00000000 00 01",
-         VpcaError::kNotVpca, 0, 0},
-        {"another version", "CD CA 11 05 00 02 00 01 00 00 00000000 00000000 00 01",
-         VpcaError::kUnknownVersion, 0, 0},
-        {"another version, cut short", "CD CA 11", VpcaError::kUnknownVersion, 0, 0},
-        {"no version", "CD CA", VpcaError::kNotVpca, 0, 0},
-        {"no operation", "CD CA 10 05 00 2D 00 01 00 00 00000000 00000000 00 01",
-         VpcaError::kUnknownOperation, 1, 0},
-        {"an operation above the table", "CD CA 10 05 FF FF 00 01 00 00 00000000 00000000 00 01",
-         VpcaError::kUnknownOperation, 1, 0},
-        {"status in the option byte", "CD CA 10 04 00 02 00 01 00 00 00000000 00000000 01 00",
-         VpcaError::kSuccess, 1, 1},
+        {"an operation above the table", "CD CA 10 05 FF FF 00 01 00 00 00000000 00000000 0001",
+         VpcaError::kUnknownOperation, 1},
+        {"status in the option byte", "CD CA 10 04 00 02 00 01 00 00 00000000 00000000 0100", kFine, 1,
+         kOpaque},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        VpcaHeader header;
-        VpcaResult result;
-        EXPECT_EQ(Decode(Hex(c.frame), &header, &result), c.error);
-        EXPECT_EQ(result.status, c.status);
-        if (c.error == VpcaError::kSuccess) {
-            EXPECT_EQ(result.body.index(), c.body);
-        }
-    }
+    ExpectDecoded(cases, [](VpcaHeader* header, VpcaResult* result, VpcaCursor frame) {
+        return DecodeResponse(header, result, frame);
+    });
     VpcaHeader header;
     VpcaResult result;
-    const Bytes frame = Hex(cases[0].frame);
+    const Bytes frame(20);
     EXPECT_EQ(DecodeResponse(&header, &result, {nullptr, 20}), VpcaError::kBadArgument);
-    EXPECT_EQ(DecodeResponse(nullptr, &result, {frame.data(), 20}), VpcaError::kBadArgument);
-    EXPECT_EQ(DecodeResponse(&header, nullptr, {frame.data(), 20}), VpcaError::kBadArgument);
+    EXPECT_EQ(DecodeResponse(nullptr, &result, At(frame)), VpcaError::kBadArgument);
+    EXPECT_EQ(DecodeResponse(&header, nullptr, At(frame)), VpcaError::kBadArgument);
 }
 
 TEST_F(FrameTest, DataBlockIsAsLongAsTheFrameEvenAbove16Bits) {
@@ -265,7 +281,7 @@ TEST_F(FrameTest, DataBlockIsAsLongAsTheFrameEvenAbove16Bits) {
     frame.back() = 0x77;
     VpcaHeader header;
     VpcaResult result;
-    ASSERT_EQ(Decode(frame, &header, &result), VpcaError::kSuccess);
+    ASSERT_EQ(DecodeResponse(&header, &result, At(frame)), VpcaError::kSuccess);
     const auto& block = std::get<DataBlock>(result.body);
     EXPECT_EQ(block.dataId, 7u);
     ASSERT_EQ(block.size, 70000u);
@@ -273,37 +289,24 @@ TEST_F(FrameTest, DataBlockIsAsLongAsTheFrameEvenAbove16Bits) {
 }
 
 TEST_F(FrameTest, FpFramesIgnoreTheStatusAndOperation26MayReachToTheEnd) {
-    const struct {
-        const char* what;
-        const char* frame;
-        VpcaError error;
-        uint32_t size;
-    } cases[] = {
-        {"status 0", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 00 00 AABBCC", VpcaError::kSuccess, 2},
-        {"a data block is limited", "CD CA 10 05 00 31 00 01 00 02 00000000 00000000 00 00 AABBCC",
-         VpcaError::kSuccess, 2},
-        {"26 with flags 1", "CD CA 10 01 00 1A 00 01 00 02 00000000 00000000 00 00 AABBCC",
-         VpcaError::kSuccess, 3},
-        {"26 with other flags", "CD CA 10 05 00 1A 00 01 00 02 00000000 00000000 00 00 AABBCC",
-         VpcaError::kSuccess, 2},
+    constexpr auto kFine = VpcaError::kSuccess;
+    const std::vector<FrameCase> cases = {
+        {"status 0", "CD CA 10 05 00 02 00 01 00 02 00000000 00000000 0000 AABBCC", kFine, 0, kOpaque, 2},
+        {"a data block is limited", "CD CA 10 05 00 31 00 01 00 02 00000000 00000000 0000 AABBCC", kFine, 0,
+         kOpaque, 2},
+        {"26 with flags 1", "CD CA 10 01 00 1A 00 01 00 02 00000000 00000000 0000 AABBCC", kFine, 0, kOpaque,
+         3},
+        {"26 with other flags", "CD CA 10 05 00 1A 00 01 00 02 00000000 00000000 0000 AABBCC", kFine, 0,
+         kOpaque, 2},
         {"26 with flags 1 and a length that lies",
-         "CD CA 10 01 00 1A 00 01 FF FF 00000000 00000000 00 00 AABBCC", VpcaError::kSuccess, 3},
+         "CD CA 10 01 00 1A 00 01 FF FF 00000000 00000000 0000 AABBCC", kFine, 0, kOpaque, 3},
         {"26 with other flags and a length that lies",
-         "CD CA 10 05 00 1A 00 01 FF FF 00000000 00000000 00 00 AABBCC", VpcaError::kTooShort, 0},
-        {"an operation that is only encoded", "CD CA 10 05 00 0A 00 01 00 00 00000000 00000000 00 00",
-         VpcaError::kUnknownOperation, 0},
-        {"not VPCA", "CD CB 10 05 00 02 00 01 00 00 00000000 00000000 00 00", VpcaError::kNotVpca, 0},
+         "CD CA 10 05 00 1A 00 01 FF FF 00000000 00000000 0000 AABBCC", VpcaError::kTooShort},
+        {"an operation that is only encoded", "CD CA 10 05 00 0A 00 01 00 00 00000000 00000000 0000",
+         VpcaError::kUnknownOperation},
+        {"not VPCA", "CD CB 10 05 00 02 00 01 00 00 00000000 00000000 0000", VpcaError::kNotVpca},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        const Bytes frame = Hex(c.frame);
-        VpcaHeader header;
-        VpcaResult result;
-        ASSERT_EQ(DecodeFp(&header, &result, {frame.data(), static_cast<uint32_t>(frame.size())}), c.error);
-        if (c.error == VpcaError::kSuccess) {
-            EXPECT_EQ(std::get<OpaqueBody>(result.body).size, c.size);
-        }
-    }
+    ExpectDecoded(cases, DecodeFp);
 }
 
 TEST_F(FrameTest, StatusDecidesPerOperationWhetherABodyIsDecoded) {
@@ -357,66 +360,6 @@ TEST_F(FrameTest, BothTablesHoldThe115OperationsAndEachLacksOneDirectionOf10) {
         for (const int absent : {0, 45, 47, 52, 61, 62, 65, 66, 67, 75, 89, 90, 91, 99, 100, 130}) {
             EXPECT_EQ(FindOperation(table, static_cast<uint16_t>(absent), kVersion10), nullptr) << absent;
         }
-    }
-}
-
-TEST_F(FrameTest, TailItemsHaveTheLengthOfTheirType) {
-    const struct {
-        std::set<uint16_t> types;
-        uint8_t length;
-    } lengths[] = {{{1, 2, 14, 21, 22}, 6},
-                   {{3, 4, 5}, 12},
-                   {{6}, 17},
-                   {{7}, 4},
-                   {{8}, 16},
-                   {{9, 15}, 18},
-                   {{13}, 0},
-                   {{10, 11, 12, 18}, 8},
-                   {{16, 17}, 53},
-                   {{19, 20, 23, 24}, 22}};
-    size_t types = 0;
-    for (const auto& group : lengths) {
-        for (const uint16_t type : group.types) {
-            SCOPED_TRACE(type);
-            ++types;
-            Bytes item(3u + group.length);
-            item[1] = static_cast<uint8_t>(type);
-            item[2] = group.length;
-            const auto size = static_cast<uint32_t>(item.size());
-
-            VpcaCursor cursor{item.data(), size};
-            uint32_t valueBytes = group.length + 10u;
-            EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kSuccess);
-            EXPECT_EQ(cursor.remaining, 0u);
-            EXPECT_EQ(valueBytes, 10u);
-            EXPECT_EQ(CheckTailItem({item.data(), size}), VpcaError::kSuccess);
-
-            if (group.length != 0) {
-                cursor = {item.data(), size};
-                valueBytes = group.length - 1u;
-                EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kTooShort)
-                    << "the running count ends";
-                cursor = {item.data(), size - 1};
-                valueBytes = 100;
-                EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kTooShort) << "the bytes end";
-                EXPECT_EQ(cursor.remaining, size - 1) << "nothing is consumed";
-                EXPECT_EQ(CheckTailItem({item.data(), size - 1}), VpcaError::kTooShort);
-            }
-            ++item[2];
-            cursor = {item.data(), size};
-            valueBytes = 100;
-            EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kTooShort) << "a length of another type";
-            EXPECT_EQ(CheckTailItem({item.data(), size}), VpcaError::kSuccess)
-                << "only the type counts when sending";
-        }
-    }
-    EXPECT_EQ(types, 24u);
-    for (const char* unknown : {"00 00 00", "00 19 00", "01 01 06"}) {
-        const Bytes item = Hex(unknown);
-        VpcaCursor cursor{item.data(), 3};
-        uint32_t valueBytes = 100;
-        EXPECT_EQ(SkipTailItem(&cursor, &valueBytes), VpcaError::kUnknownItemType) << unknown;
-        EXPECT_EQ(CheckTailItem({item.data(), 3}), VpcaError::kBadArgument) << unknown;
     }
 }
 

@@ -1,6 +1,6 @@
 #include "tools/vlmctl/element_document.h"
 
-#include <fmt/xchar.h>
+#include <fmt/format.h>
 
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
@@ -25,7 +25,7 @@ std::wstring Escaped(const std::wstring& text) {
     std::wstring escaped;
     for (const wchar_t c : EscapeXml(text)) {
         const bool control = c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
-        escaped += control ? fmt::format(L"&#x{:X};", static_cast<unsigned>(c)) : std::wstring(1, c);
+        escaped += control ? FromUtf8(fmt::format("&#x{:X};", static_cast<unsigned>(c))) : std::wstring(1, c);
     }
     return escaped;
 }
