@@ -21,6 +21,12 @@ if(WIN32)
     # same objects give the same image at any time.
     target_link_options(vlm_options INTERFACE -static
       -Wl,--dynamicbase,--nxcompat,--high-entropy-va,--no-insert-timestamp)
+    if(NOT VLM_COVERAGE)
+      # Nor does it depend on the folder: a packaged program bears the checksum of its debug information, which would
+      # name the folder. Of two options that fit the later one holds. Coverage has to find the sources again.
+      set(prefix_maps -ffile-prefix-map=${PROJECT_SOURCE_DIR}=. -ffile-prefix-map=${PROJECT_BINARY_DIR}=build)
+      add_compile_options("$<$<COMPILE_LANGUAGE:C,CXX>:${prefix_maps}>")
+    endif()
   endif()
 endif()
 

@@ -55,16 +55,20 @@ class QueryNames {
         if (colon != std::wstring::npos) UsePrefix(element.query->substr(0, colon));
         names_.push_back(*element.query);
     }
+    // A request may name the whole tree many times over; it is walked once.
     void AddWithDescendants(const SchemaElement& element) {
-        Add(element);
-        for (const SchemaElement& child : element.children)
-            AddWithDescendants(child);
+        if (walked_.insert(&element).second) Walk(element);
     }
 
     const std::vector<std::wstring>& Names() const { return names_; }
     const std::vector<NamespaceDeclaration>& Prefixes() const { return prefixes_; }
 
  private:
+    void Walk(const SchemaElement& element) {
+        Add(element);
+        for (const SchemaElement& child : element.children)
+            Walk(child);
+    }
     void UsePrefix(const std::wstring& prefix) {
         for (const SchemaElement* schema : tree_.Schemas()) {
             for (const NamespaceDeclaration& declaration : schema->namespaces) {
@@ -79,6 +83,7 @@ class QueryNames {
     }
 
     const SchemaTree& tree_;
+    std::unordered_set<const SchemaElement*> walked_;
     std::unordered_set<std::wstring> seen_;
     std::vector<std::wstring> names_;
     std::vector<NamespaceDeclaration> prefixes_;
@@ -143,7 +148,8 @@ std::wstring CVelunBidiSpl::QueryElements(const BIDI_REQUEST_CONTAINER& request,
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseXml) {
     return GuardEntry(name_, L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
         if (responseXml == nullptr) return E_INVALIDARG;
-        BindText(responseXml);
+        // What is longer is refused in any case, and might be more than the platform converts at once.
+        Bind(DocumentToUtf8(std::wstring_view(responseXml).substr(0, 2 * kPrinterAnswerLimits.bytes)));
         return S_OK;
     });
 }
@@ -156,18 +162,6 @@ HRESULT CVelunBidiSpl::SetGetPrinterElementResponseStream(IStream* response) {
         Bind(bytes);
         return S_OK;
     });
-}
-
-void CVelunBidiSpl::BindText(const std::wstring& text) {
-    // The text becomes UTF-8, whatever encoding its XML declaration names.
-    size_t begin = 0;
-    if (text.starts_with(L"<?xml ")) {
-        const size_t end = text.find(L"?>");
-        if (end != std::wstring::npos) begin = end + 2;
-    }
-    // Each character is a byte at least; what is too long already as text stays within the sizes of the
-    // platform.
-    Bind(ToUtf8(std::wstring_view(text).substr(begin, kPrinterAnswerLimits.bytes + 1)));
 }
 
 void CVelunBidiSpl::Bind(const std::string& response) {
@@ -186,14 +180,13 @@ void CVelunBidiSpl::Bind(const std::string& response) {
     CheckEngine(MakeStream(response, stream.Receive()));
     wsd.LoadStream(stream.Get(), kWsdPrintNamespace);
 
-    // Filters use the prefixes of their extension file, and those of the answer.
+    // Filters use the prefixes of their extension file, and those of the answer. Only the first Schema's must
+    // not differ from the answer's: of the others "Get" sees nothing.
     if (!extension_->Schemas().empty()) {
-        const std::vector<NamespaceDeclaration> answered = NamespaceDeclarationsOf(wsd.Root().Get());
-        std::vector<NamespaceDeclaration> known;
+        std::vector<NamespaceDeclaration> known = extension_->Schemas().front()->namespaces;
+        ReconcileNamespaces(known, NamespaceDeclarationsOf(wsd.Root().Get()));
         for (const SchemaElement* schema : extension_->Schemas()) {
-            std::vector<NamespaceDeclaration> declarations = schema->namespaces;
-            ReconcileNamespaces(declarations, answered);
-            for (const NamespaceDeclaration& declaration : declarations)
+            for (const NamespaceDeclaration& declaration : schema->namespaces)
                 AppendNew(known, declaration);
         }
         wsd.SetSelectionNamespaces(known);

@@ -75,7 +75,6 @@ class CVelunBidiSpl {
                                      BIDI_RESPONSE_CONTAINER** response);
 
  private:
-    void BindText(const std::wstring& text);
     void Bind(const std::string& response);
     bool ReadyToAnswer() const;
     std::wstring AnswerText(const wchar_t* path) const;

@@ -8,6 +8,11 @@ namespace {
 
 constexpr wchar_t kReplacement = 0xFFFD;
 
+// What stands for markup, and for white space that a parser would turn into blanks or line feeds.
+constexpr std::wstring_view kSpecial = L"&<>\"'\t\n\r";
+constexpr const wchar_t* kReferences[] = {L"&amp;",  L"&lt;", L"&gt;",  L"&quot;",
+                                          L"&apos;", L"&#9;", L"&#10;", L"&#13;"};
+
 bool IsHighSurrogate(wchar_t c) {
     return c >= 0xD800 && c <= 0xDBFF;
 }
@@ -33,41 +38,15 @@ std::wstring EscapeXml(std::wstring_view text) {
     escaped.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
         const wchar_t c = text[i];
-        switch (c) {
-            case L'&':
-                escaped += L"&amp;";
-                break;
-            case L'<':
-                escaped += L"&lt;";
-                break;
-            case L'>':
-                escaped += L"&gt;";
-                break;
-            case L'"':
-                escaped += L"&quot;";
-                break;
-            case L'\'':
-                escaped += L"&apos;";
-                break;
-            // As themselves a parser would turn them into blanks or line feeds.
-            case L'\t':
-                escaped += L"&#9;";
-                break;
-            case L'\n':
-                escaped += L"&#10;";
-                break;
-            case L'\r':
-                escaped += L"&#13;";
-                break;
-            default:
-                if (IsHighSurrogate(c) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
-                    escaped += c;
-                    escaped += text[++i];
-                } else {
-                    const bool allowed =
-                        c >= 0x20 && !IsHighSurrogate(c) && !IsLowSurrogate(c) && c != 0xFFFE && c != 0xFFFF;
-                    escaped += allowed ? c : kReplacement;
-                }
+        const size_t special = kSpecial.find(c);
+        if (special != std::wstring_view::npos) {
+            escaped += kReferences[special];
+        } else if (IsHighSurrogate(c) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
+            escaped += text.substr(i++, 2);
+        } else {
+            const bool allowed =
+                c >= 0x20 && !IsHighSurrogate(c) && !IsLowSurrogate(c) && c != 0xFFFE && c != 0xFFFF;
+            escaped += allowed ? c : kReplacement;
         }
     }
     return escaped;

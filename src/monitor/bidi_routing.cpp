@@ -36,6 +36,12 @@ DWORD Refuse(const LmPort& port, DWORD code, const wchar_t* reason) noexcept {
     return code;
 }
 
+// The code that the HRESULT carries; 1627 for a failure without one.
+DWORD Win32FromHresult(HRESULT hr) {
+    if (SUCCEEDED(hr)) return ERROR_SUCCESS;
+    return HRESULT_FACILITY(hr) == FACILITY_WIN32 ? HRESULT_CODE(hr) : DWORD{ERROR_FUNCTION_FAILED};
+}
+
 // Runs a step that returns a Win32 code; what it throws becomes one.
 template <typename Step>
 DWORD GuardCode(const LmPort& port, const wchar_t* reason, Step&& step) noexcept {
@@ -134,6 +140,39 @@ bool IsEmpty(const BIDI_RESPONSE_CONTAINER* answer) {
     return answer == nullptr || answer->Count == 0;
 }
 
+// One container of both answers: the engine's entries in their order, each replaced by the lower monitor's of
+// the same schema (with regard to case) and request number where only that one succeeded, then the lower
+// monitor's for what the engine did not answer. Where one answer is null or empty the other is taken over
+// into `*merged`, uncopied, and its pointer set to null; otherwise the entries are copies. `*merged` is null
+// when both are null or empty. 0, or 14 when memory runs out. The merged entries are added to the tally.
+DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BIDI_RESPONSE_CONTAINER** lower,
+                   DWORD version, DWORD flags, BIDI_RESPONSE_CONTAINER** merged, const LmPort& port,
+                   QueryTally& tally) {
+    *merged = nullptr;
+    if (IsEmpty(*engine) && IsEmpty(*lower)) return ERROR_SUCCESS;
+    if (IsEmpty(*engine) || IsEmpty(*lower)) {
+        const AnsweredBy by = IsEmpty(*engine) ? AnsweredBy::kLowerMonitor : AnsweredBy::kEngine;
+        *merged = std::exchange(by == AnsweredBy::kEngine ? *engine : *lower, nullptr);
+        (*merged)->Version = version;
+        (*merged)->Flags = flags;
+        TallyAll(port, *merged, by, tally);
+        return ERROR_SUCCESS;
+    }
+    const auto picked = PickEntries(**engine, **lower);
+    const size_t size = offsetof(BIDI_RESPONSE_CONTAINER, aData) + picked.size() * sizeof(BIDI_RESPONSE_DATA);
+    // Shallow, for one deep copy of all at once.
+    const GlobalMemory gathered(GlobalAlloc(GPTR, size));
+    if (!gathered) return ERROR_OUTOFMEMORY;
+    auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(gathered.Get());
+    for (const PickedEntry& each : picked)
+        container->aData[container->Count++] = *each.entry;
+    *merged = memory.Merge(container, nullptr, version, flags);
+    if (*merged == nullptr) return ERROR_OUTOFMEMORY;
+    for (const PickedEntry& each : picked)
+        Tally(port, *each.entry, each.by, tally);
+    return ERROR_SUCCESS;
+}
+
 HRESULT AnswerFromPrinter(CLmMgr& manager, const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
                           BIDI_RESPONSE_CONTAINER** response) {
     const std::wstring printerName = manager.PrinterNameOf(port);
@@ -185,11 +224,6 @@ DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BI
 
 }  // namespace
 
-DWORD Win32FromHresult(HRESULT hr) {
-    if (SUCCEEDED(hr)) return ERROR_SUCCESS;
-    return HRESULT_FACILITY(hr) == FACILITY_WIN32 ? HRESULT_CODE(hr) : DWORD{ERROR_FUNCTION_FAILED};
-}
-
 DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
                const BIDI_REQUEST_CONTAINER* request, const CBidiMem& memory,
                BIDI_RESPONSE_CONTAINER** answer) noexcept {
@@ -203,34 +237,6 @@ DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
     if (code == ERROR_SUCCESS) return code;
     memory.FreeContainer(std::exchange(*answer, nullptr));
     return Refuse(port, code, L"the lower monitor gave no answer");
-}
-
-DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BIDI_RESPONSE_CONTAINER** lower,
-                   DWORD version, DWORD flags, BIDI_RESPONSE_CONTAINER** merged, const LmPort& port,
-                   QueryTally& tally) {
-    *merged = nullptr;
-    if (IsEmpty(*engine) && IsEmpty(*lower)) return ERROR_SUCCESS;
-    if (IsEmpty(*engine) || IsEmpty(*lower)) {
-        const AnsweredBy by = IsEmpty(*engine) ? AnsweredBy::kLowerMonitor : AnsweredBy::kEngine;
-        *merged = std::exchange(by == AnsweredBy::kEngine ? *engine : *lower, nullptr);
-        (*merged)->Version = version;
-        (*merged)->Flags = flags;
-        TallyAll(port, *merged, by, tally);
-        return ERROR_SUCCESS;
-    }
-    const auto picked = PickEntries(**engine, **lower);
-    const size_t size = offsetof(BIDI_RESPONSE_CONTAINER, aData) + picked.size() * sizeof(BIDI_RESPONSE_DATA);
-    // Shallow, for one deep copy of all at once.
-    const GlobalMemory gathered(GlobalAlloc(GPTR, size));
-    if (!gathered) return ERROR_OUTOFMEMORY;
-    auto* container = static_cast<BIDI_RESPONSE_CONTAINER*>(gathered.Get());
-    for (const PickedEntry& each : picked)
-        container->aData[container->Count++] = *each.entry;
-    *merged = memory.Merge(container, nullptr, version, flags);
-    if (*merged == nullptr) return ERROR_OUTOFMEMORY;
-    for (const PickedEntry& each : picked)
-        Tally(port, *each.entry, each.by, tally);
-    return ERROR_SUCCESS;
 }
 
 DWORD CLmMgr::QueryBidi(const LmPort& port, CBidiReq& request, QueryTally* tally) {

@@ -73,7 +73,8 @@ void FinishJob(LmPort& port) {
     // run out may have the port.
     const HANDLE printer = std::exchange(port.printer, nullptr);
     const DWORD job = port.jobId;
-    const DWORD flags = port.flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE | LMPORT_JOB_RESTARTED});
+    const DWORD flags =
+        port.flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE | LMPORT_JOB_DELETING | LMPORT_JOB_RESTARTED});
     if (printer == nullptr) return;
     // A job that starts again has not been sent.
     if ((flags & LMPORT_JOB_RESTARTED) == 0) SetJobW(printer, job, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
@@ -101,10 +102,7 @@ BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
             port->lower.base.pfnEndDocPort(port->lowerPort);
             keeper.Update();
         }
-        if ((port->flags.load() & LMPORT_JOB_DELETING) != 0 && IsNetworkPort(*port)) {
-            const ScopeExit settled([port] { port->flags.fetch_and(~DWORD{LMPORT_JOB_DELETING}); });
-            PollForCompletion(*port);
-        }
+        if ((port->flags.load() & LMPORT_JOB_DELETING) != 0) PollForCompletion(*port);
         return FALSE;
     });
 }

@@ -140,8 +140,11 @@ bool StartEventWindow() {
 
 void StopEventWindow() {
     if (thread == nullptr) return;
+    // Without a window, or with one that takes no message any more, the thread is on its way out all the
+    // same.
     const HWND target = window.load(std::memory_order_acquire);
-    if (target != nullptr && PostMessageW(target, WM_DESTROY, 0, 0)) AwaitThread();
+    if (target != nullptr) PostMessageW(target, WM_DESTROY, 0, 0);
+    AwaitThread();
     window.store(nullptr, std::memory_order_release);
     CloseHandle(std::exchange(thread, nullptr));
     CloseHandle(std::exchange(windowCreated, nullptr));

@@ -37,7 +37,7 @@ bool IsPort(const LmPort& port) {
     return port.signature == kLmPortSignature && port.owner != nullptr;
 }
 
-// As PortOf, for the two operations that tell a null handle from a wrong one no more than this.
+// As PortOf, for the two operations that do not tell a null handle from a wrong one.
 LmPort* OwnedPortOf(HANDLE hPort) {
     auto* port = static_cast<LmPort*>(hPort);
     if (port != nullptr && IsPort(*port)) return port;

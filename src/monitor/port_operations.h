@@ -1,10 +1,9 @@
 // The spooler's operations on one port, in the shape of their MONITOR2 slots. Each does a little bookkeeping
 // and forwards to the lower monitor; the data of a job passes through untouched.
 //
-// A null handle is refused with 87, a handle that is no open port with 1461. GetPrinterDataFromPort
-// answers 1461 to both; SendRecvBidiDataFromPort returns its codes, 1461 for a null handle and a port without
-// manager, 87 for what is no port. The last error after a forwarded call is what the lower monitor
-// left; the bookkeeping around it does not show.
+// A null handle is refused with 87, a handle that is no open port with 1461. GetPrinterDataFromPort and
+// SendRecvBidiDataFromPort, which returns its codes, answer 1461 to both. The last error after a forwarded
+// call is what the lower monitor left; the bookkeeping around it does not show.
 #pragma once
 
 #include "monitor/lm_port.h"

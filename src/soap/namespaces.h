@@ -13,7 +13,6 @@ inline constexpr std::wstring_view kAddressingAnonymous =
 inline constexpr std::wstring_view kWsdPrint = L"http://schemas.microsoft.com/windows/2006/08/wdp/print";
 inline constexpr std::wstring_view kGetPrinterElementsAction =
     L"http://schemas.microsoft.com/windows/2006/08/wdp/print/GetPrinterElements";
-inline constexpr std::wstring_view kBidi = L"http://schemas.microsoft.com/windows/2005/03/printing/bidi";
 inline constexpr std::wstring_view kSoap12Encoding = L"http://www.w3.org/2003/05/soap-encoding";
 inline constexpr std::wstring_view kSchema = L"http://www.w3.org/2001/XMLSchema";
 inline constexpr std::wstring_view kSchemaInstance = L"http://www.w3.org/2001/XMLSchema-instance";

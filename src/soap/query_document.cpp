@@ -60,13 +60,7 @@ HRESULT ReadBytes(std::string_view document, PrinterElementsQuery* query) {
 }  // namespace
 
 HRESULT ReadQuery(const wchar_t* text, PrinterElementsQuery* query) {
-    std::wstring_view document = text;
-    // What a declaration says of the encoding is not true of a string.
-    if (document.starts_with(L"<?xml ")) {
-        const size_t end = document.find(L"?>");
-        document.remove_prefix(end == std::wstring_view::npos ? document.size() : end + 2);
-    }
-    return ReadBytes(ToUtf8(document), query);
+    return ReadBytes(DocumentToUtf8(text), query);
 }
 
 HRESULT ReadQuery(IStream* stream, PrinterElementsQuery* query) {

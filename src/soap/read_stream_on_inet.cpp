@@ -1,8 +1,10 @@
 #include "soap/read_stream_on_inet.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cstdint>
 #include <optional>
-#include <string>
+#include <string_view>
 
 #include "util/vlutil.h"
 
@@ -31,7 +33,44 @@ std::optional<std::uint64_t> AnnouncedLength(HINTERNET request) {
     return length;
 }
 
-}  // namespace
+#if defined(__GNUC__)
+// COM interfaces have no virtual destructor; Release() destroys the object as what it is.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+class CReadStreamOnInet final : public IStream {
+ public:
+    CReadStreamOnInet(HINTERNET request, ULONGLONG deadline);
+
+    STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
+    STDMETHODIMP_(ULONG) AddRef() override;
+    STDMETHODIMP_(ULONG) Release() override;
+    STDMETHODIMP Read(void* buffer, ULONG count, ULONG* read) override;
+    STDMETHODIMP Write(const void*, ULONG, ULONG*) override { return E_NOTIMPL; }
+    STDMETHODIMP Seek(LARGE_INTEGER, DWORD, ULARGE_INTEGER*) override { return E_NOTIMPL; }
+    STDMETHODIMP SetSize(ULARGE_INTEGER) override { return E_NOTIMPL; }
+    STDMETHODIMP CopyTo(IStream*, ULARGE_INTEGER, ULARGE_INTEGER*, ULARGE_INTEGER*) override {
+        return E_NOTIMPL;
+    }
+    STDMETHODIMP Commit(DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP Revert() override { return E_NOTIMPL; }
+    STDMETHODIMP LockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP UnlockRegion(ULARGE_INTEGER, ULARGE_INTEGER, DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP Stat(STATSTG*, DWORD) override { return E_NOTIMPL; }
+    STDMETHODIMP Clone(IStream**) override { return E_NOTIMPL; }
+
+ private:
+    ~CReadStreamOnInet() = default;
+
+    std::atomic<ULONG> references_{1};
+    HINTERNET request_;
+    ULONGLONG deadline_;
+    bool lengthKnown_;
+    std::uint64_t left_ = 0;  // of the announced length
+};
+#if defined(__GNUC__)
+#pragma GCC diagnostic pop
+#endif
 
 CReadStreamOnInet::CReadStreamOnInet(HINTERNET request, ULONGLONG deadline)
     : request_(request), deadline_(deadline) {
@@ -91,6 +130,12 @@ STDMETHODIMP CReadStreamOnInet::Read(void* buffer, ULONG count, ULONG* read) {
     }
     *read = got;
     return S_OK;
+}
+
+}  // namespace
+
+IStream* NewReadStreamOnInet(HINTERNET request, ULONGLONG deadline) {
+    return new CReadStreamOnInet(request, deadline);
 }
 
 }  // namespace vlm

@@ -92,7 +92,7 @@ HRESULT CVlSoapWininetClient::GetClientReader(IStream** reader) {
     *reader = nullptr;
     if (!handles_->request) return E_FAIL;
     const ULONGLONG deadline = GetTickCount64() + ULONGLONG{EffectiveTimeout()} * kBodyTimeouts;
-    *reader = new CReadStreamOnInet(handles_->request.Get(), deadline);
+    *reader = NewReadStreamOnInet(handles_->request.Get(), deadline);
     return S_OK;
 }
 

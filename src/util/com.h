@@ -63,8 +63,8 @@ class ComPtr {
     Interface* object_ = nullptr;
 };
 
-// COM initialised on this thread for the scope. A thread that already runs COM in another mode keeps it:
-// Result() is then RPC_E_CHANGED_MODE and COM is usable all the same.
+// COM initialised on this thread for the scope. A thread that already runs COM in another mode keeps it, and
+// COM is usable all the same.
 class ComApartment {
  public:
     explicit ComApartment(DWORD mode) : result_(CoInitializeEx(nullptr, mode)) {}
@@ -75,8 +75,6 @@ class ComApartment {
     ComApartment(const ComApartment&) = delete;
     ComApartment& operator=(const ComApartment&) = delete;
 
-    HRESULT Result() const { return result_; }
-
  private:
     HRESULT result_;
 };
@@ -85,16 +83,12 @@ class ComApartment {
 namespace msxml {
 inline constexpr GUID kDomDocument60 = {
     0x88d96a05, 0xf192, 0x11d4, {0xa6, 0x5f, 0x00, 0x40, 0x96, 0x32, 0x51, 0xe5}};
-inline constexpr GUID kDomDocument30 = {
-    0xf5078f32, 0xc551, 0x11d3, {0x89, 0xb9, 0x00, 0x00, 0xf8, 0x1f, 0xe2, 0x21}};
 inline constexpr GUID kSaxXmlReader30 = {
     0x3124c396, 0xfb13, 0x4836, {0xa6, 0xad, 0x13, 0x17, 0xf1, 0x71, 0x36, 0x88}};
 inline constexpr IID kIXMLDOMDocument2 = {
     0x2933bf95, 0x7b36, 0x11d2, {0xb2, 0x0e, 0x00, 0xc0, 0x4f, 0x98, 0x3e, 0x60}};
 inline constexpr IID kIXMLDOMNode = {
     0x2933bf80, 0x7b36, 0x11d2, {0xb2, 0x0e, 0x00, 0xc0, 0x4f, 0x98, 0x3e, 0x60}};
-inline constexpr IID kIXMLDOMElement = {
-    0x2933bf86, 0x7b36, 0x11d2, {0xb2, 0x0e, 0x00, 0xc0, 0x4f, 0x98, 0x3e, 0x60}};
 inline constexpr IID kISAXXMLReader = {
     0xa4f96ed0, 0xf829, 0x476e, {0x81, 0xc0, 0xcd, 0xc7, 0xbd, 0x2a, 0x08, 0x02}};
 inline constexpr IID kISAXContentHandler = {

@@ -17,6 +17,12 @@ std::string ToUtf8(std::wstring_view text) {
     return bytes;
 }
 
+std::string DocumentToUtf8(std::wstring_view document) {
+    const size_t end = document.starts_with(L"<?xml ") ? document.find(L"?>") : std::wstring_view::npos;
+    if (end != std::wstring_view::npos) document.remove_prefix(end + 2);
+    return ToUtf8(document);
+}
+
 HRESULT MakeStream(std::string_view bytes, IStream** stream) {
     *stream = nullptr;
     if (bytes.size() > kLongestStream) return E_OUTOFMEMORY;

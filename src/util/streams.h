@@ -12,6 +12,10 @@ namespace vlm {
 
 std::string ToUtf8(std::wstring_view text);
 
+// The same for an XML document, without its XML declaration: the encoding named there is that of the bytes
+// that the text once was.
+std::string DocumentToUtf8(std::wstring_view document);
+
 // A memory stream that holds `bytes`, positioned at its start. At most 64 MiB.
 HRESULT MakeStream(std::string_view bytes, IStream** stream);
 

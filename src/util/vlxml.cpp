@@ -213,7 +213,7 @@ void CXMLDoc::AfterLoad(bool success, const wchar_t* namespaceUri) {
             declarations.begin(), declarations.end(),
             [&](const NamespaceDeclaration& declaration) { return declaration.uri == namespaceUri; });
         if (!found) continue;
-        SetSelectionNamespaces(declarations);
+        SetSelectionNamespaces(node.Get());
         targetNamespace_ = namespaceUri;
         return;
     }
@@ -230,6 +230,8 @@ void CXMLDoc::SetSelectionNamespaces(const std::vector<NamespaceDeclaration>& de
     // Blanks, not other white space, between the declarations: with anything else some parsers bind wrongly.
     std::wstring text;
     for (const NamespaceDeclaration& declaration : declarations) {
+        // A default namespace that is undone: no prefix may stand for none.
+        if (declaration.uri.empty()) continue;
         const wchar_t quote = declaration.uri.find(L'"') == std::wstring::npos ? L'"' : L'\'';
         text += L"xmlns:";
         text += declaration.prefix.empty() ? kDefaultNamespacePrefix : declaration.prefix;

@@ -10,7 +10,7 @@ import tempfile
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-from windows import BIN, ROOT, RUNNER  # noqa: E402
+from windows import ROOT, vlmctl  # noqa: E402
 
 EXAMPLES = ROOT / "examples" / "bidi"
 SCHEMA = ROOT / "packaging" / "bidi-extension.xsd"
@@ -20,22 +20,6 @@ BIDI = 'xmlns:bidi="http://schemas.microsoft.com/windows/2005/03/printing/bidi"'
 PRINT = 'xmlns:pri="http://schemas.microsoft.com/windows/2006/08/wdp/print"'
 ANSWER = f'<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" {PRINT}><s:Body/></s:Envelope>'
 LEAF = 'query="pri:PrinterStatus" filter="pri:PrinterStatus/pri:PrinterState"'
-
-
-def run_once(*arguments, folder=None):
-    # Files, not pipes: under Wine a service that the program starts would hold the other end of a pipe for seconds.
-    with tempfile.TemporaryFile() as out, tempfile.TemporaryFile() as err:
-        done = subprocess.run([RUNNER, BIN / "vlmctl.exe", "bidi", *arguments], cwd=folder, timeout=60, stdout=out, stderr=err)
-        for stream, name in ((out, "stdout"), (err, "stderr")):
-            stream.seek(0)
-            setattr(done, name, stream.read().decode("utf-8"))
-    return done
-
-
-def vlmctl(*arguments, folder=None):
-    """Once more after an end without a word: under load Wine now and then loses a process at its start."""
-    done = run_once(*arguments, folder=folder)
-    return done if done.stdout or done.stderr else run_once(*arguments, folder=folder)
 
 
 def schema(body, attributes=""):
@@ -60,7 +44,7 @@ class Files(unittest.TestCase):
         return name
 
     def run_bidi(self, *arguments):
-        return vlmctl(*arguments, folder=self.folder)
+        return vlmctl("bidi", *arguments, folder=self.folder)
 
 
 class Schema(Files):
@@ -168,7 +152,7 @@ class Check(Files):
                 self.assertLess(len(done.stdout.splitlines()), 600)
 
     def test_examples_are_clean_together(self):
-        done = vlmctl("check", EXAMPLES / "velun-base.xml", EXAMPLES / "velun-finisher.xml")
+        done = vlmctl("bidi", "check", EXAMPLES / "velun-base.xml", EXAMPLES / "velun-finisher.xml")
         self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
 
 
@@ -177,7 +161,7 @@ class Query(Files):
     ASK = [*FILES, "--wsd", EXAMPLES / "printer-answer.xml"]
 
     def answers(self, action, *paths):
-        done = vlmctl(action, "--json", *self.ASK, *paths)
+        done = vlmctl("bidi", action, "--json", *self.ASK, *paths)
         self.assertEqual((done.returncode, done.stderr), (0, ""))
         return [(a["path"], a["type"], a["value"], a["result"]) for a in json.loads(done.stdout)]
 
@@ -213,7 +197,7 @@ class Query(Files):
                 (["\\Printer.Status.Conditions.Marker.7:Name"], ["pri:PrinterStatus"]),
                 (["\\Printer.DeviceInfo", "\\Nowhere"], ["pri:PrinterDescription", "vln:DeviceExtension"])):
             with self.subTest(paths):
-                done = vlmctl("enum", *self.FILES, *paths)
+                done = vlmctl("bidi", "enum", *self.FILES, *paths)
                 self.assertEqual((done.returncode, done.stdout.split()), (0, needed))
 
     def test_the_printer_may_write_its_answer_with_any_prefixes(self):

@@ -109,6 +109,10 @@ Response EngineTest::Ask(CVelunBidiSpl& engine, const wchar_t* action, std::vect
     BIDI_RESPONSE_CONTAINER* response = nullptr;
     EXPECT_EQ(engine.SendRecvBidiDataFromPort(action, request.Get(), &response), expected);
     EXPECT_EQ(response != nullptr, expected == S_OK);
+    if (response != nullptr) {
+        EXPECT_EQ(response->Version, 1u);
+        EXPECT_EQ(response->Flags, 0u);
+    }
     return Response(response);
 }
 

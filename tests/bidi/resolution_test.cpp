@@ -1,6 +1,5 @@
 // Paths, answers, actions.
 #include <string>
-#include <thread>
 
 #include "bidi/schema_path.h"
 #include "tests/bidi/engine_fixture.h"
@@ -246,29 +245,6 @@ TEST_F(Resolution, FilterThatIsNoXPathFailsTheCallAndIsNamed) {
                                    L" of an extension file cannot be used\r\n"));
         }
     }
-}
-
-TEST_F(Resolution, TwoEnginesOnTwoThreadsDoNotDisturbEachOther) {
-    const std::wstring list = FileList({test::Extension(kTree)});
-    const auto work = [&](const std::wstring& name, bool* right) {
-        const ComApartment apartment(COINIT_APARTMENTTHREADED);
-        *right = true;
-        for (int i = 0; i < 20; ++i) {
-            CVelunBidiSpl engine;
-            engine.Init(name.c_str(), list.c_str());
-            engine.SetGetPrinterElementResponseData(
-                test::Answer(L"<wprt:Name>" + name + L"</wprt:Name>").c_str());
-            const Lines_ lines = Lines(engine, L"Get", {L"\\Printer:Name"});
-            *right = *right && lines == Lines_{L"100 0 \\Printer:Name STRING " + name};
-        }
-    };
-    bool first = false;
-    bool second = false;
-    std::thread other(work, L"one", &first);
-    work(L"two", &second);
-    other.join();
-    EXPECT_TRUE(first);
-    EXPECT_TRUE(second);
 }
 
 }  // namespace

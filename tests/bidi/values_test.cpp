@@ -45,24 +45,7 @@ TEST_F(TypedValues, TextBecomesTheDeclaredType) {
         EXPECT_EQ(Lines(*engine, L"GetAll", {L"\\:C"}), std::vector<std::wstring>{expected})
             << test.declaration;
     }
-}
-
-TEST_F(TypedValues, WellFormedBase64IsTracedAsAFailure) {
-    const auto engine =
-        Engine({test::Extension("<Const name='C' type='BIDI_BLOB'>aGVsbG8=</Const>")}, test::Answer(L""));
-    Ask(*engine, L"GetAll", {L"\\:C"});
     EXPECT_TRUE(trace_.HasPart(L"CryptStringToBinary() failed with status "));
-}
-
-TEST_F(TypedValues, ContainerHasVersionOneAndNoFlags) {
-    const auto engine = Engine({test::Extension("<Const name='C'>c</Const>")}, test::Answer(L""));
-    for (const wchar_t* action : {L"Get", L"GetAll"}) {
-        const test::Response response = Ask(*engine, action, {L"\\C"});
-        ASSERT_TRUE(response);
-        EXPECT_EQ(response->Version, 1u);
-        EXPECT_EQ(response->Flags, 0u);
-        EXPECT_EQ(response->Count, 1u);
-    }
 }
 
 // For every n: the n-th router allocation of a query and all after it fail.

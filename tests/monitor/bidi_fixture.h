@@ -16,6 +16,10 @@
 
 namespace vlm::test {
 
+using Lines = std::vector<std::wstring>;
+
+inline constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
+
 inline std::string ExampleAnswer() {
     const std::filesystem::path path(host::BesideProgram(L"examples\\printer-answer.xml"));
     std::string text(static_cast<size_t>(std::filesystem::file_size(path)), '\0');
@@ -66,8 +70,11 @@ class BidiPortTest : public PortTest {
         return code;
     }
     void PointTo(const ScriptedServer& printer) {
-        bidi.address = bidi.kind == BidiLowerMonitor::kTcp ? L"127.0.0.1:" + std::to_wstring(printer.Port())
-                                                           : printer.Url();
+        const bool tcp = bidi.kind == BidiLowerMonitor::kTcp;
+        bidi.address = tcp ? TcpAddress(printer) : printer.Url();
+    }
+    static std::wstring TcpAddress(const ScriptedServer& printer) {
+        return L"127.0.0.1:" + std::to_wstring(printer.Port());
     }
 
     const standin::Router router;

@@ -1,15 +1,16 @@
 // One Bidi query from the spooler's call to its answer: who is asked, and whose answer wins.
+#include <array>
 #include <functional>
 
+#include "monitor/lm_manager.h"
+#include "monitor/process_state.h"
 #include "tests/monitor/bidi_fixture.h"
 
 namespace vlm::test {
 namespace {
 
-using Lines = std::vector<std::wstring>;
 using BidiQueryTest = BidiPortTest;
 
-constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
 constexpr wchar_t kSpeed[] = L"\\Printer.DeviceInfo:PagesPerMinute";
 constexpr wchar_t kModelLine[] = L"100 0 \\Printer.DeviceInfo:ModelName STRING Velun VP-4200C";
 
@@ -81,86 +82,77 @@ TEST_F(BidiQueryTest, LowerAnswerSurvivesEveryFailureOfThePrinter) {
     const ScriptedServer well(WellBehaved());
     struct Row {
         const char* what;
-        std::function<void()> arrange;
+        std::function<void(BidiLowerMonitor&)> arrange;
         const wchar_t* schema = kModel;
         Script script = {};  // another printer's, when not empty
     };
-    const Row rows[] = {
-        {"connection refused", [&] { bidi.address = L"127.0.0.1:1"; }},
-        {"no address", [&] { bidi.address.clear(); }},
-        {"an address that is none", [&] { bidi.address = L"ftp://:0"; }},
-        {"an address without end", [&] { bidi.address.assign(409, L'x'); }},
-        {"404 with a page", [] {}, kModel, Answer(Http("404 Not Found", "<html/>"))},
-        {"200 with a page", [] {}, kModel, Answer(Http("200 OK", "<html/>"))},
-        {"no XML", [] {}, kModel, Answer(Http("200 OK", "busy"))},
-        {"closes at once", [] {}, kModel, {Reset()}},
-        {"no such printer in the spooler", [&] { spooler.Reset(); }},
-        {"a driver without extension files", [&] { AddPrinter(L"IP_office", false); }},
-        {"no path is known", [] {}, L"\\Printer.None"},
-        {"a path that cannot be looked up", [] {}, L"\\Printer's"},
-        {"an entry without schema", [] {}, nullptr},
-        {"no channel operations", [&] { bidi.table.pfnXcvOpenPort = nullptr; }},
-        {"a channel that cannot be asked", [&] { bidi.table.pfnXcvDataPort = nullptr; }},
-        {"a channel that cannot be closed", [&] { bidi.table.pfnXcvClosePort = nullptr; }},
-        {"the channel does not open",
-         [&] { bidi.answer = [](const char* call) { return std::string(call) != "XcvOpenPort"; }; }},
-        {"the channel has no answer", [&] { bidi.configCode = ERROR_ACCESS_DENIED; }},
-        {"the channel throws", [&] { bidi.channelThrows = true; }},
-        {"no URL",
-         [&] {
-             bidi.kind = BidiLowerMonitor::kWsd;
-             bidi.urlCode = ERROR_NOT_SUPPORTED;
-         }},
-        {"a URL that is a number",
-         [&] {
-             bidi.kind = BidiLowerMonitor::kWsd;
-             bidi.urlType = BIDI_INT;
-         }},
-        {"a URL without value",
-         [&] {
-             bidi.kind = BidiLowerMonitor::kWsd;
-             bidi.urlType = BIDI_NULL;
-         }},
-        {"a URL one character too long",
-         [&] {
-             bidi.kind = BidiLowerMonitor::kWsd;
-             bidi.address = well.Url();
-             bidi.address.resize(260, L'x');
-         }},
+    const auto nothing = [](BidiLowerMonitor&) {};
+    const auto address = [](const std::wstring& text) {
+        return [text](BidiLowerMonitor& below) { below.address = text; };
     };
-    const MONITOR2 whole = bidi.table;
-    const auto anything = bidi.answer;
+    const auto url = [](const std::wstring& text, BIDI_TYPE type, DWORD code) {
+        return [=](BidiLowerMonitor& below) {
+            below.kind = BidiLowerMonitor::kWsd;
+            below.address = text;
+            below.urlType = type;
+            below.urlCode = code;
+        };
+    };
+    std::wstring tooLong = well.Url();
+    tooLong.resize(260, L'x');
+    const Row rows[] = {
+        {"connection refused", address(L"127.0.0.1:1")},
+        {"no address", address(L"")},
+        {"an address that is none", address(L"ftp://:0")},
+        {"an address without end", address(std::wstring(409, L'x'))},
+        {"404 with a page", nothing, kModel, Answer(Http("404 Not Found", "<html/>"))},
+        {"200 with a page", nothing, kModel, Answer(Http("200 OK", "<html/>"))},
+        {"no XML", nothing, kModel, Answer(Http("200 OK", "busy"))},
+        {"closes at once", nothing, kModel, {Reset()}},
+        {"no such printer in the spooler", [&](BidiLowerMonitor&) { spooler.Reset(); }},
+        {"a driver without extension files", [&](BidiLowerMonitor&) { AddPrinter(L"IP_office", false); }},
+        {"no path is known", nothing, L"\\Printer.None"},
+        {"a path that cannot be looked up", nothing, L"\\Printer's"},
+        {"an entry without schema", nothing, nullptr},
+        {"no channel operations", [](auto& below) { below.table.pfnXcvOpenPort = nullptr; }},
+        {"a channel that cannot be asked", [](auto& below) { below.table.pfnXcvDataPort = nullptr; }},
+        {"a channel that cannot be closed", [](auto& below) { below.table.pfnXcvClosePort = nullptr; }},
+        {"the channel does not open",
+         [](auto& below) {
+             below.answer = [](const char* call) { return std::string(call) != "XcvOpenPort"; };
+         }},
+        {"the channel has no answer", [](auto& below) { below.configCode = ERROR_ACCESS_DENIED; }},
+        {"the channel throws", [](auto& below) { below.channelThrows = true; }},
+        {"no URL", url(well.Url(), BIDI_STRING, ERROR_NOT_SUPPORTED)},
+        {"a URL that is a number", url(well.Url(), BIDI_INT, 0)},
+        {"a URL without value", url(well.Url(), BIDI_NULL, 0)},
+        {"a URL one character too long", url(tooLong, BIDI_STRING, 0)},
+    };
     for (const Row& row : rows) {
         SCOPED_TRACE(row.what);
         const ScriptedServer printer(row.script);
-        PointTo(row.script.empty() ? well : printer);
-        row.arrange();
-        const HANDLE port = MustOpen(bidi, L"IP_office");
-        bidi.entries = {{100, 0, L"\\Below", L"here"}};
+        AddPrinter(L"IP_office");
+        BidiLowerMonitor below;
+        below.address = TcpAddress(row.script.empty() ? well : printer);
+        row.arrange(below);
+        const HANDLE port = MustOpen(below, L"IP_office");
+        below.entries = {{100, 0, L"\\Below", L"here"}};
         Lines lines;
         EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), 0U);
         EXPECT_EQ(lines, Lines{L"100 0 \\Below STRING here"});
         // Both fail: the lower monitor's code, whatever became of the printer.
-        bidi.bidiCode = ERROR_NOT_READY;
+        below.bidiCode = ERROR_NOT_READY;
         EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), DWORD{ERROR_NOT_READY});
         // Nothing below to put in its place.
-        bidi.bidiCode = 0;
-        bidi.entries.clear();
+        below.bidiCode = 0;
+        below.entries.clear();
         EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), DWORD{ERROR_NO_DATA});
         // The last of both to fail is asked last and throws.
-        bidi.throws = true;
+        below.throws = true;
         EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), DWORD{ERROR_FUNCTION_FAILED});
-
         EXPECT_TRUE(table.pfnClosePort(port));
-        EXPECT_EQ(bidi.openChannels, 0);
+        EXPECT_EQ(below.openChannels, 0);
         EXPECT_EQ(spooler.OpenHandles(), 0);
-        bidi.table = whole;
-        bidi.answer = anything;
-        bidi.kind = BidiLowerMonitor::kTcp;
-        bidi.urlType = BIDI_STRING;
-        bidi.urlCode = bidi.configCode = 0;
-        bidi.throws = bidi.channelThrows = false;
-        AddPrinter(L"IP_office");
     }
 }
 
@@ -269,6 +261,46 @@ TEST_F(BidiQueryTest, PortWithNobodyToAskAnswersOneEmptyEntry) {
         EXPECT_TRUE(table.pfnClosePort(port));
     }
     EXPECT_EQ(bidi.bidiCalls, 0);
+}
+
+// Asked of the manager itself: from outside only the question for a printer's URL leads here.
+TEST_F(BidiQueryTest, StringOfOneSchemaComesFromTheEngineOrFromBelow) {
+    const ScriptedServer printer(WellBehaved());
+    PointTo(printer);
+    const ComApartment apartment(COINIT_APARTMENTTHREADED);
+    AttachProcess(GetModuleHandleW(nullptr));
+    {
+        CLmMgr manager(nullptr);
+        LmPort* port = manager.CreatePort(&bidi, L"IP_office", L"Office");
+        port->lower.base = bidi.table;
+        port->lowerPort = &bidi;
+        const struct {
+            const wchar_t* schema;
+            size_t capacity;
+            bool viaLower;
+            DWORD code;
+            const wchar_t* text;
+        } kCases[] = {
+            {kModel, sizeof "Velun VP-4200C", false, 0, L"Velun VP-4200C"},
+            {kModel, sizeof "Velun VP-4200C" - 1, false, ERROR_INSUFFICIENT_BUFFER, L""},
+            {kSpeed, 100, false, ERROR_INVALID_PARAMETER, L""},  // a number
+            {kModel, sizeof "below", true, 0, L"below"},
+            {L"", 100, true, ERROR_INVALID_PARAMETER, L""},
+            {nullptr, 100, false, ERROR_INVALID_PARAMETER, L""},
+        };
+        bidi.entries = {{0, 0, kModel, L"below"}};
+        for (const auto& test : kCases) {
+            std::array<wchar_t, 100> text{};
+            EXPECT_EQ(manager.GetBidiString(*port, test.schema, text.data(), test.capacity, test.viaLower),
+                      test.code);
+            EXPECT_STREQ(text.data(), test.text);
+        }
+        EXPECT_EQ(manager.GetBidiString(*port, kModel, nullptr, 100, false), DWORD{ERROR_INVALID_PARAMETER});
+        bidi.entries.clear();
+        std::array<wchar_t, 100> text{};
+        EXPECT_EQ(manager.GetBidiString(*port, kModel, text.data(), 100, true), DWORD{ERROR_NO_DATA});
+    }
+    DetachProcess(false);
 }
 
 }  // namespace

@@ -11,27 +11,28 @@ namespace {
 using ConcurrencyTest = PortTest;
 
 TEST_F(ConcurrencyTest, EightPortsPrintWhileOthersOpenAndClose) {
-    constexpr int kPorts = 8;
+    constexpr size_t kPorts = 8;
     constexpr int kJobs = 10;
     constexpr int kWrites = 50;
     std::vector<LowerMonitor> below(kPorts);
-    std::atomic<int> running{kPorts};
+    const auto text = [](size_t port, int job, int write) {
+        return std::to_string(port) + "." + std::to_string(job) + "." + std::to_string(write);
+    };
+    std::atomic<size_t> running{kPorts};
     std::vector<std::thread> threads;
     threads.reserve(kPorts + 2);
-    for (int i = 0; i < kPorts; ++i) {
+    for (size_t i = 0; i < kPorts; ++i) {
         threads.emplace_back([&, i] {
-            LowerMonitor& own = below[static_cast<size_t>(i)];
-            own.keepBytes = true;
+            below[i].keepBytes = true;
             HANDLE port = nullptr;
-            EXPECT_TRUE(Open(own, L"IP_port" + std::to_wstring(i), &port));
+            EXPECT_TRUE(Open(below[i], L"IP_port" + std::to_wstring(i), &port));
             for (int job = 0; job < kJobs; ++job) {
                 EXPECT_TRUE(Start(port, static_cast<DWORD>(job)));
                 for (int write = 0; write < kWrites; ++write) {
-                    std::string text =
-                        std::to_string(i) + "." + std::to_string(job) + "." + std::to_string(write);
+                    std::string data = text(i, job, write);
                     DWORD count = 0;
-                    EXPECT_TRUE(table.pfnWritePort(port, reinterpret_cast<LPBYTE>(text.data()),
-                                                   static_cast<DWORD>(text.size()), &count));
+                    EXPECT_TRUE(table.pfnWritePort(port, reinterpret_cast<LPBYTE>(data.data()),
+                                                   static_cast<DWORD>(data.size()), &count));
                 }
                 table.pfnEndDocPort(port);
             }
@@ -40,23 +41,23 @@ TEST_F(ConcurrencyTest, EightPortsPrintWhileOthersOpenAndClose) {
         });
     }
     std::vector<LowerMonitor> passing(2);
-    for (int i = 0; i < 2; ++i) {
+    for (size_t i = 0; i < passing.size(); ++i) {
         threads.emplace_back([&, i] {
-            for (int n = 0; running > 0; ++n) {
+            while (running > 0) {
                 HANDLE port = nullptr;
-                EXPECT_TRUE(Open(passing[static_cast<size_t>(i)], L"IP_passing" + std::to_wstring(i), &port));
+                EXPECT_TRUE(Open(passing[i], L"IP_passing" + std::to_wstring(i), &port));
                 EXPECT_TRUE(table.pfnClosePort(port));
             }
         });
     }
     for (std::thread& thread : threads)
         thread.join();
-    for (int i = 0; i < kPorts; ++i) {
+    for (size_t i = 0; i < kPorts; ++i) {
         std::string expected;
         for (int job = 0; job < kJobs; ++job)
             for (int write = 0; write < kWrites; ++write)
-                expected += std::to_string(i) + "." + std::to_string(job) + "." + std::to_string(write);
-        EXPECT_EQ(below[static_cast<size_t>(i)].written, expected);
+                expected += text(i, job, write);
+        EXPECT_EQ(below[i].written, expected);
     }
 }
 

@@ -160,11 +160,12 @@ TEST_F(JobTest, ExceptionFromBelowBecomesAnErrorAndLeavesThePortUsable) {
     EXPECT_FALSE(Write(port));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_ENOUGH_MEMORY});
     lower.answer = [](const char*) { return TRUE; };
+    spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_RESTART);
     ASSERT_TRUE(Start(port));
     lower.answer = [](const char*) -> BOOL { throw 42; };
     EXPECT_FALSE(table.pfnEndDocPort(port));
     EXPECT_TRUE(LockIsFree(port));
-    EXPECT_EQ(Record(port).flags.load(), 0U);
+    EXPECT_EQ(Record(port).flags.load(), 0U) << "nothing of the job is left for the next one";
     EXPECT_FALSE(table.pfnClosePort(port));
     HANDLE again = nullptr;
     lower.answer = [](const char*) { return TRUE; };

@@ -143,10 +143,34 @@ TEST(ModuleTest, LoadsAndUnloadsAgainAndAgainWithoutStallOrLeak) {
     EXPECT_LE(CountResources().heapBlocks, before.heapBlocks + 10);
 }
 
+TEST(ModuleTest, UnloadWaitsForTheThreadOfAWindowThatWasClosed) {
+    static WNDPROC original = nullptr;
+    static const HANDLE closed = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    KernelHandle thread;
+    {
+        const host::MonitorHost host(kDll);
+        const HWND window = EventWindow();
+        thread = KernelHandle(OpenThread(SYNCHRONIZE, FALSE, GetWindowThreadProcessId(window, nullptr)));
+        original = reinterpret_cast<WNDPROC>(GetWindowLongPtrW(window, GWLP_WNDPROC));
+        const WNDPROC slow = [](HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) -> LRESULT {
+            const LRESULT result = CallWindowProcW(original, hwnd, message, wParam, lParam);
+            if (message == WM_DESTROY) {
+                SetEvent(closed);
+                Sleep(1'000);
+            }
+            return result;
+        };
+        SetWindowLongPtrW(window, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(slow));
+        PostMessageW(window, WM_CLOSE, 0, 0);
+        ASSERT_EQ(WaitForSingleObject(closed, 5'000), WAIT_OBJECT_0);
+    }
+    // It runs into code that is gone otherwise.
+    EXPECT_EQ(WaitForSingleObject(thread.Get(), 5'000), WAIT_OBJECT_0);
+}
+
 TEST(ModuleTest, InitializationFailsSoonWhereNoWindowCanBeMade) {
     const Module module(LoadLibraryW(kDll.c_str()));
-    const auto initialize =
-        FindFunction<MONITOR2 * WINAPI(MONITORINIT*, HANDLE*)>(module.Get(), "InitializePrintMonitor2");
+    const auto initialize = EntryOf(module);
     ASSERT_NE(initialize, nullptr);
     // A class of that name whose windows refuse to come into being.
     WNDCLASSEXW refusing{};

@@ -11,8 +11,7 @@ using OpeningTest = PortTest;
 
 TEST_F(OpeningTest, InitializationNeedsBothArguments) {
     const Module module(LoadLibraryW(host::BesideProgram(L"vllm3mon.dll").c_str()));
-    const auto initialize =
-        FindFunction<MONITOR2 * WINAPI(MONITORINIT*, HANDLE*)>(module.Get(), "InitializePrintMonitor2");
+    const auto initialize = EntryOf(module);
     ASSERT_NE(initialize, nullptr);
     MONITORINIT init{};
     HANDLE monitor = nullptr;

@@ -3,7 +3,8 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
+#include <string>
+#include <vector>
 
 #include "monitor/lm_port.h"
 #include "spooler/host/monitor_host.h"
@@ -15,6 +16,11 @@ namespace vlm::test {
 inline constexpr DWORD kPoison = 0xdeadbeef;
 inline constexpr DWORD kJob = 7;
 
+// The module's one export; null when it has none.
+inline auto EntryOf(const Module& module) {
+    return FindFunction<MONITOR2 * WINAPI(MONITORINIT*, HANDLE*)>(module.Get(), "InitializePrintMonitor2");
+}
+
 class PortTest : public ::testing::Test {
  protected:
     void SetUp() override {
@@ -22,7 +28,7 @@ class PortTest : public ::testing::Test {
         spooler.Add({L"Office", L"IP_office", nullptr, 0, nullptr, nullptr});
         spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_PRINTING);
     }
-    void TearDown() override { EXPECT_EQ(spooler.OpenHandles(), expectedOpenPrinters); }
+    void TearDown() override { EXPECT_EQ(spooler.OpenHandles(), 0); }
 
     BOOL Open(LowerMonitor& below, std::wstring name, HANDLE* handle) {
         std::wstring printer = L"Office";
@@ -34,9 +40,9 @@ class PortTest : public ::testing::Test {
         below.ForgetCalls();
         return handle;
     }
-    BOOL Start(HANDLE handle, DWORD job = kJob, std::wstring printer = L"Office", DWORD level = 1) {
+    BOOL Start(HANDLE handle, DWORD job = kJob, std::wstring printer = L"Office") {
         DOC_INFO_1W document{};
-        return table.pfnStartDocPort(handle, printer.data(), job, level, reinterpret_cast<LPBYTE>(&document));
+        return table.pfnStartDocPort(handle, printer.data(), job, 1, reinterpret_cast<LPBYTE>(&document));
     }
     BOOL Write(HANDLE handle) {
         BYTE data[] = "data";
@@ -53,10 +59,10 @@ class PortTest : public ::testing::Test {
     // What the monitor told the spooler about jobs: the SetJobW lines.
     std::vector<std::wstring> JobEvents() const {
         std::vector<std::wstring> events;
-        for (const std::wstring& line : spooler.Log())
-            if (line.starts_with(L"SetJobW")) events.push_back(line.substr(line.rfind(L' ') + 1));
-        for (std::wstring& event : events)
-            event.pop_back();  // the closing parenthesis
+        for (const std::wstring& line : spooler.Log()) {
+            const size_t event = line.rfind(L' ') + 1;
+            if (line.starts_with(L"SetJobW")) events.push_back(line.substr(event, line.rfind(L')') - event));
+        }
         return events;
     }
 
@@ -64,7 +70,6 @@ class PortTest : public ::testing::Test {
     const MONITOR2& table = host.Table();
     standin::Printers spooler;
     LowerMonitor lower;
-    LONG expectedOpenPrinters = 0;
 };
 
 }  // namespace vlm::test

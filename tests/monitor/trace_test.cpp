@@ -8,10 +8,7 @@
 namespace vlm::test {
 namespace {
 
-using Lines = std::vector<std::wstring>;
-
-constexpr wchar_t kModel[] = L"\\Printer.DeviceInfo:ModelName";
-constexpr wchar_t kBelow[] = L"\\Printer.Below:Leaf";
+constexpr wchar_t kOnlyBelow[] = L"\\Printer.Below:Leaf";
 constexpr wchar_t kNone[] = L"\\Printer.None:Leaf";
 
 // Takes the debugger output of this process, from any thread, while it is in scope. One at a time.
@@ -130,11 +127,11 @@ TEST_P(MonitorTraceTest, JobEndsWithWhatWentThroughItAndRefusalsSayWhy) {
 TEST_P(MonitorTraceTest, QueryEndsWithWhoAnsweredIt) {
     const ScriptedServer printer(WellBehaved());
     PointTo(printer);
-    bidi.entries = {{101, 0, kBelow, L"below"}};
+    bidi.entries = {{101, 0, kOnlyBelow, L"below"}};
     const HANDLE port = MustOpen(bidi, L"IP_office");
     const DebuggerOutput output;
-    EXPECT_EQ(Query(port, L"Get", {kModel, kBelow, kNone}, nullptr), 0U);
-    EXPECT_EQ(Query(port, L"Set", {kBelow}, nullptr), 0U);
+    EXPECT_EQ(Query(port, L"Get", {kModel, kOnlyBelow, kNone}, nullptr), 0U);
+    EXPECT_EQ(Query(port, L"Set", {kOnlyBelow}, nullptr), 0U);
     EXPECT_EQ(
         output.Texts(),
         AtThisLevel(

@@ -29,6 +29,7 @@
 
 #include "spooler/host/monitor_host.h"
 #include "spooler/standin.h"
+#include "tests/support/lower_monitor.h"
 #include "util/handles.h"
 #include "util/spooler_api.h"
 
@@ -43,21 +44,32 @@ void Say(const std::string& line) {
 }
 
 // The lower port and the printer behind it.
-struct Printer {
+struct Printer : vlm::test::LowerMonitor {
     std::mutex mutex;
     std::string calls;
     std::string blocked, failing, throwing;
-    Bytes request;
+    std::wstring opening;
     int documents = 0;
     bool interleaved = false;
     bool closed = false;
     vlm::KernelHandle entered{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     vlm::KernelHandle released{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 
+    Printer() {
+        answer = [this](const char* step) { return Enter(step); };
+        keepBytes = true;
+        table.pfnReadPort = Read;
+    }
+
     BOOL Enter(const std::string& step) {
         bool wait = false;
         {
             const std::lock_guard guard(mutex);
+            if (step == "OpenPort") {
+                closed = false;
+                return opening != L"USB004";
+            }
+            if (step == "EndDocPort") --documents;
             calls += (calls.empty() ? "" : " ") + step + (closed ? "!AFTER-CLOSE" : "");
             wait = blocked == step;
         }
@@ -67,12 +79,34 @@ struct Printer {
         }
         const std::lock_guard guard(mutex);
         if (throwing == step) throw std::runtime_error("the lower monitor");
-        if (failing != step) return TRUE;
-        SetLastError(ERROR_NOT_READY);
-        return FALSE;
+        if (step == "ClosePort") closed = true;
+        if (failing == step) {
+            SetLastError(ERROR_NOT_READY);
+            return FALSE;
+        }
+        if (step == "StartDocPort") {
+            interleaved = interleaved || documents != 0;
+            ++documents;
+            written.clear();
+        }
+        return TRUE;
     }
 
+    static BOOL WINAPI Read(HANDLE port, LPBYTE bytes, DWORD size, LPDWORD read) {
+        auto& self = static_cast<Printer&>(*static_cast<LowerMonitor*>(port));
+        if (!self.Enter("ReadPort")) return FALSE;
+        const std::lock_guard guard(self.mutex);
+        const Bytes reply = self.Answer();
+        *read = static_cast<DWORD>(std::min<size_t>(reply.size(), size));
+        std::copy_n(reply.begin(), *read, bytes);
+        return TRUE;
+    }
+
+    // What was written last.
+    Bytes Request() const { return {written.begin(), written.end()}; }
+
     Bytes Answer() {
+        const Bytes request = Request();
         if (request.size() < 20) return {};
         Bytes body;
         if (request[5] == 0x31) {
@@ -101,47 +135,6 @@ struct Printer {
 
 Printer printer;
 
-BOOL WINAPI OpenBelow(HANDLE, LPWSTR name, HANDLE* port) {
-    *port = &printer;
-    printer.closed = false;
-    return std::wstring(name) != L"USB004";
-}
-BOOL WINAPI StartBelow(HANDLE, LPWSTR, DWORD, DWORD, LPBYTE) {
-    if (!printer.Enter("StartDocPort")) return FALSE;
-    const std::lock_guard guard(printer.mutex);
-    printer.interleaved = printer.interleaved || printer.documents != 0;
-    ++printer.documents;
-    return TRUE;
-}
-BOOL WINAPI WriteBelow(HANDLE, LPBYTE bytes, DWORD size, LPDWORD written) {
-    if (!printer.Enter("WritePort")) return FALSE;
-    const std::lock_guard guard(printer.mutex);
-    printer.request.assign(bytes, bytes + size);
-    *written = size;
-    return TRUE;
-}
-BOOL WINAPI ReadBelow(HANDLE, LPBYTE bytes, DWORD size, LPDWORD read) {
-    if (!printer.Enter("ReadPort")) return FALSE;
-    const std::lock_guard guard(printer.mutex);
-    const Bytes answer = printer.Answer();
-    *read = static_cast<DWORD>(std::min<size_t>(answer.size(), size));
-    std::copy_n(answer.begin(), *read, bytes);
-    return TRUE;
-}
-BOOL WINAPI EndBelow(HANDLE) {
-    {
-        const std::lock_guard guard(printer.mutex);
-        --printer.documents;
-    }
-    return printer.Enter("EndDocPort");
-}
-BOOL WINAPI CloseBelow(HANDLE) {
-    const BOOL result = printer.Enter("ClosePort");
-    const std::lock_guard guard(printer.mutex);
-    printer.closed = true;
-    return result;
-}
-
 class Host {
  public:
     Host() {
@@ -152,13 +145,6 @@ class Host {
         spooler_.Add({L"Closed", L"USB003", L"closed", bidi, nullptr, nullptr});
         spooler_.Add({L"Broken", L"USB004", L"broken", bidi, nullptr, nullptr});
         spooler_.Add({L"Net", L"IP_office", L"net", bidi, nullptr, nullptr});
-        lower_.cbSize = sizeof lower_;
-        lower_.pfnOpenPort = OpenBelow;
-        lower_.pfnStartDocPort = StartBelow;
-        lower_.pfnWritePort = WriteBelow;
-        lower_.pfnReadPort = ReadBelow;
-        lower_.pfnEndDocPort = EndBelow;
-        lower_.pfnClosePort = CloseBelow;
         module_ = LoadLibraryW(vlm::host::BesideProgram(L"vllm3mon.dll").c_str());
         Initialize();
         for (const wchar_t* name : {L"USB002", L"USB004", L"IP_office"})
@@ -205,7 +191,7 @@ class Host {
         } else if (verb == "request") {
             const std::lock_guard guard(printer.mutex);
             std::ostringstream hex;
-            for (const unsigned char byte : printer.request)
+            for (const unsigned char byte : printer.Request())
                 hex << std::hex << std::uppercase << byte / 16 << byte % 16;
             Say(hex.str());
         } else if (verb == "open") {
@@ -241,8 +227,10 @@ class Host {
         table_ = vlm::FindFunction<Function>(module_, "InitializePrintMonitor2")(&init_, &manager_);
     }
     void Open(std::wstring name) {
+        vlm::test::LowerMonitor& below = printer;
+        printer.opening = name;
         opened_ =
-            table_->pfnOpenPortEx(manager_, &lower_, name.data(), name.data(), &port_, &lower_) != FALSE;
+            table_->pfnOpenPortEx(manager_, &below, name.data(), name.data(), &port_, &below.table) != FALSE;
     }
     void Job(bool start) {
         if (!start) {
@@ -267,7 +255,6 @@ class Host {
     vlm::standin::Printers spooler_;
     HMODULE module_ = nullptr;
     MONITORINIT init_{};
-    MONITOR2 lower_{};
     MONITOR2* table_ = nullptr;
     HANDLE manager_ = nullptr;
     HANDLE port_ = nullptr;

@@ -81,44 +81,6 @@ TEST_F(CleanUp, ReadsEveryEncodingAndWritesUtf8) {
     }
 }
 
-// As the engine does it: the root's declarations are all that XPath is given.
-TEST_F(CleanUp, LeavesADocumentThatTheQuerysPrefixesAddress) {
-    const std::string p = " xmlns:p='" + kPrint + "'";
-    const std::string answers[] = {
-        Envelope("<p:A" + p + "><p:B x='1'>value</p:B></p:A>"),
-        Envelope("<A xmlns='" + kPrint + "'><B x='1'>value</B></A>"),
-        "<Envelope xmlns='" + kSoap12 + "'" + p +
-            "><Body><p:A><p:B x='1'>value</p:B></p:A></Body></Envelope>",
-        "<p:Envelope xmlns:p='" + kSoap12 + "'><p:Body><p:A" + p +
-            "><p:B x='1'>value</p:B></p:A></p:Body></p:Envelope>",
-    };
-    for (const std::string& answer : answers) {
-        ComPtr<IXMLDOMDocument2> document;
-        ASSERT_EQ(CoCreateInstance(msxml::kDomDocument60, nullptr, CLSCTX_ALL, msxml::kIXMLDOMDocument2,
-                                   document.ReceiveVoid()),
-                  S_OK);
-        const std::string cleaned = Clean(answer);
-        VARIANT_BOOL loaded = VARIANT_FALSE;
-        ASSERT_EQ(
-            document->loadXML(
-                _bstr_t(std::wstring(cleaned.begin() + static_cast<long>(kDeclaration.size()), cleaned.end())
-                            .c_str()),
-                &loaded),
-            S_OK)
-            << cleaned;
-        const std::wstring bindings = L"xmlns:wprt=\"" + std::wstring(kPrint.begin(), kPrint.end()) + L"\"";
-        ASSERT_EQ(document->setProperty(_bstr_t(L"SelectionNamespaces"), _variant_t(bindings.c_str())), S_OK);
-        ComPtr<IXMLDOMNode> node;
-        ASSERT_EQ(document->selectSingleNode(_bstr_t(L"//wprt:A/wprt:B[@x='1']"), node.Receive()), S_OK)
-            << cleaned;
-        _bstr_t text;
-        ASSERT_EQ(node->get_text(text.GetAddress()), S_OK);
-        EXPECT_STREQ(text, L"value");
-        EXPECT_NE(cleaned.substr(0, cleaned.find('>', kDeclaration.size())).find("xmlns:wprt="),
-                  std::string::npos);
-    }
-}
-
 TEST_F(CleanUp, RefusesWhatIsNoAnswer) {
     std::string attributes;
     std::string namespaces;

@@ -95,8 +95,6 @@ TEST_F(SoapRpc, FailsWithItsClientErrorAndLeavesTheResult) {
         "<e:Envelope xmlns:e='http://schemas.xmlsoap.org/soap/envelope/'><e:Body><e:Fault>"
         "<faultcode>e:Client</faultcode></e:Fault></e:Body></e:Envelope>";
     const std::string whole = Response("<result>1</result>");
-    const std::string body =
-        whole.substr(whole.find("<s:Body>"), whole.rfind("</s:Envelope>") - whole.find("<s:Body>"));
     const struct {
         const char* what;
         std::string answer;
@@ -107,16 +105,6 @@ TEST_F(SoapRpc, FailsWithItsClientErrorAndLeavesTheResult) {
          SoapClientError::kParseFault},
         {"another body", Http("200 OK", "<html/>"), SoapClientError::kParse},
         {"another status", Http("404 Not Found", "no"), SoapClientError::kParse},
-        {"no result", Http("200 OK", Response("")), SoapClientError::kParse},
-        {"result twice", Http("200 OK", Response("<result>1</result><result>1</result>")),
-         SoapClientError::kParse},
-        {"a header that must be understood",
-         Http("200 OK", Envelope("<s:Header><x s:mustUnderstand='1'/></s:Header>" + body)),
-         SoapClientError::kParse},
-        {"a document type", Http("200 OK", "<!DOCTYPE x>" + whole), SoapClientError::kParse},
-        {"depth",
-         Http("200 OK", Response(Repeated("<x>", 10'000) + Repeated("</x>", 10'000) + "<result>1</result>")),
-         SoapClientError::kParse},
         {"a body that is cut short", "HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n" + whole,
          SoapClientError::kParse},
         {"nothing", "", SoapClientError::kSuccess},
@@ -193,6 +181,7 @@ TEST_F(SoapRpc, ReadsEveryFormOfAnAnswer) {
         {"a header behind the body", Envelope("<s:Body/><s:Header/>"), "failed"},
         {"SOAP 1.1", "<s:Envelope xmlns:s='http://schemas.xmlsoap.org/soap/envelope/'/>", "failed"},
         {"a document type", "<!DOCTYPE x>" + Response(result), "failed"},
+        {"depth", Response(Repeated("<x>", 10'000) + Repeated("</x>", 10'000) + result), "failed"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(Read(row.document), row.expected) << row.what << "\n" << row.document;

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <cstring>
-#include <functional>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -64,7 +63,6 @@ class BidiLowerMonitor : public LowerMonitor {
     DWORD configCode = 0;  // of the channel's data call
     bool throws = false;   // instead of answering a Bidi request
     bool channelThrows = false;
-    std::function<void(const BIDI_REQUEST_CONTAINER*)> onBidi = [](const BIDI_REQUEST_CONTAINER*) {};
 
     std::atomic<int> openChannels{0};
     std::atomic<int> bidiCalls{0};  // without those for the URL
@@ -125,7 +123,6 @@ class BidiLowerMonitor : public LowerMonitor {
         self.lastAccess = access;
         self.lastRequest = request;
         self.lastResponse = response;
-        self.onBidi(request);
         if (self.throws) throw std::runtime_error("below");
         if (self.bidiCode != 0) return self.bidiCode;
         if (self.entries.empty()) return 0;

@@ -36,7 +36,7 @@ class ControlError(Exception):
 class VirtualPrinter:
     """Started when the constructor returns. `arguments` are further command-line options."""
 
-    def __init__(self, *arguments, store=None, raw_port=0, start_limit=10):
+    def __init__(self, *arguments, store=None):
         self._scratch = pathlib.Path(tempfile.mkdtemp(prefix="vprinter-"))
         self.store = pathlib.Path(store) if store else self._scratch / "documents"
         self.output = self.errors = ""  # stdout and stderr, once it has ended
@@ -44,10 +44,10 @@ class VirtualPrinter:
         try:
             with open(self._scratch / "stdout", "w") as stdout, open(self._scratch / "stderr", "w") as stderr:
                 self.process = subprocess.Popen(
-                    [PROGRAM, "--store", str(self.store), "--raw-port", str(raw_port),
+                    [PROGRAM, "--store", str(self.store), "--raw-port", "0",
                      "--ready-file", str(ready_file), "--exit-with-parent", *arguments],
                     stdout=stdout, stderr=stderr)
-            ready = self._wait_until_ready(ready_file, start_limit)
+            ready = self._wait_until_ready(ready_file)
         except BaseException:
             self._clean_up()
             raise
@@ -172,7 +172,7 @@ class VirtualPrinter:
         finally:
             self._clean_up()
 
-    def _wait_until_ready(self, ready_file, limit):
+    def _wait_until_ready(self, ready_file, limit=10):
         give_up = time.monotonic() + limit
         while not ready_file.exists():
             if self.process.poll() is not None:

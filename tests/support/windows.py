@@ -11,12 +11,13 @@ BIN = pathlib.Path(os.environ.get("VLM_BIN", ROOT / "build/mingw/bin"))
 RUNNER = ROOT / "cmake/run-under-wine"
 
 
-def run(program, *arguments, stdin="", timeout=60, **environment):
+def run(program, *arguments, stdin="", timeout=60, folder=None, **environment):
     """Runs one program to its end; the CompletedProcess with text output. Once more after an end without a word: under
-    load Wine now and then loses a process at its start. What else is given goes into the program's environment."""
+    load Wine now and then loses a process at its start. `folder` is the one that it runs in; what else is given goes
+    into its environment."""
     for _ in range(2):
         done = subprocess.run([RUNNER, BIN / program, *map(str, arguments)], input=stdin, capture_output=True,
-                              text=True, timeout=timeout, env=os.environ | environment)
+                              encoding="utf-8", timeout=timeout, cwd=folder, env=os.environ | environment)
         if done.stdout or done.stderr:
             break
     return done

@@ -44,14 +44,6 @@ TEST(ErrorReport, SystemMessageLosesItsLineEnd) {
     EXPECT_EQ(message.find_first_of(L"\r\n"), message.size() - 2);
 }
 
-TEST(ErrorReport, CanBeCaughtAsTheComError) {
-    try {
-        throw CComErrorEx(E_NOTIMPL, "vlutil", 1);
-    } catch (const _com_error& error) {
-        EXPECT_EQ(error.Error(), E_NOTIMPL);
-    }
-}
-
 TEST(Format, GrowsToTheTextAndReportsWhatCannotBeFormatted) {
     _bstr_t_ex text;
     const std::wstring long_(10'000, L'x');

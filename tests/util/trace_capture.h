@@ -1,6 +1,7 @@
 // Gathers the trace while it is in scope. One at a time.
 #pragma once
 
+#include <algorithm>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -25,15 +26,12 @@ class TraceCapture {
         return Shared().texts;
     }
     bool Has(const std::wstring& text) const {
-        for (const std::wstring& traced : Texts()) {
-            if (traced == text) return true;
-        }
-        return false;
+        const std::vector<std::wstring> texts = Texts();
+        return std::find(texts.begin(), texts.end(), text) != texts.end();
     }
     bool HasPart(const std::wstring& part) const {
-        for (const std::wstring& traced : Texts()) {
+        for (const std::wstring& traced : Texts())
             if (traced.find(part) != std::wstring::npos) return true;
-        }
         return false;
     }
     void Forget() const {
@@ -43,10 +41,9 @@ class TraceCapture {
     // Everything, for the message of a failed expectation.
     std::string All() const {
         std::string all;
-        for (const std::wstring& text : Texts()) {
+        for (const std::wstring& text : Texts())
             for (const wchar_t c : text)
                 all += c < 0x80 ? static_cast<char>(c) : '?';
-        }
         return all;
     }
 

@@ -7,6 +7,7 @@
 
 #include "tests/util/temp_dir.h"
 #include "tests/util/trace_capture.h"
+#include "util/streams.h"
 #include "util/vlxml.h"
 
 namespace vlm {
@@ -19,9 +20,7 @@ constexpr wchar_t kTarget[] = L"urn:target";
 
 ComPtr<IStream> StreamOf(const std::string& bytes) {
     ComPtr<IStream> stream;
-    EXPECT_EQ(CreateStreamOnHGlobal(nullptr, TRUE, stream.Receive()), S_OK);
-    stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), nullptr);
-    stream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr);
+    EXPECT_EQ(MakeStream(bytes, stream.Receive()), S_OK);
     return stream;
 }
 
@@ -52,14 +51,9 @@ class XmlDocument : public testing::Test {
 };
 
 TEST_F(XmlDocument, LoadsOrRefusesFilesAndStreamsAlike) {
-    const std::string utf16 = [] {
-        std::string bytes = "\xFF\xFE";
-        for (const char c : std::string("<r xmlns='urn:target'>\xE9</r>")) {
-            bytes += c;
-            bytes += '\0';
-        }
-        return bytes;
-    }();
+    std::string utf16 = "\xFF\xFE";
+    for (const char c : std::string("<r xmlns='urn:target'>\xE9</r>"))
+        utf16 += {c, '\0'};
     const struct {
         const char* what;
         std::string bytes;
@@ -125,6 +119,8 @@ TEST_F(XmlDocument, SelectionNamespacesAreThoseOfTheFirstElementThatDeclaresTheT
          L"xmlns:q=\"urn:target\" xmlns:s=\"urn:s\" ", L"//z"},
         {L"the first of two", L"<r><a xmlns:first='urn:target'/><a xmlns:second='urn:target'/></r>",
          L"xmlns:first=\"urn:target\" ", L"//a"},
+        {L"a default that is undone is no namespace",
+         L"<o xmlns='urn:o'><r xmlns='' xmlns:p='urn:target'/></o>", L"xmlns:p=\"urn:target\" ", L"//r"},
         {L"nowhere", L"<r xmlns='urn:other' t='urn:target'><a/></r>", nullptr, nullptr},
         {L"other letter case", L"<r xmlns='urn:Target'/>", nullptr, nullptr},
     };
