@@ -32,9 +32,10 @@ def main():
     options = arguments()
     seconds = max(1, round(options.minutes * 60))
     seed = options.seed if options.seed is not None else random.randrange(1_000_000)
-    command = [ROOT / "cmake/run-under-wine", BIN / "soak.exe", "--seconds", str(seconds), "--seed", str(seed)]
-    command += [word for name in options.only for word in ("--only", name)]
-    command += [word for fault in options.plant for word in ("--plant", fault)]
+    choice = ["--seed", str(seed)]
+    choice += [word for name in options.only for word in ("--only", name)]
+    choice += [word for fault in options.plant for word in ("--plant", fault)]
+    command = [ROOT / "cmake/run-under-wine", BIN / "soak.exe", "--seconds", str(seconds), *choice]
     limit = seconds * 1.5 + START_LIMIT
     progress = collections.deque(maxlen=2)
     hung = threading.Event()
@@ -60,7 +61,7 @@ def main():
         fate = f"hangs after {limit:.0f} s" if hung.is_set() else f"ended with {status}"
         print(f"soak: seed {seed} {fate}; the workers' last steps:\n" + "".join(progress))
     if status != 0:
-        print(f"again: ./dev soak {options.minutes:g} --seed {seed}")
+        print(f"again: ./dev soak {options.minutes:g} {' '.join(choice)}")
     return 1 if status != 0 else 0
 
 

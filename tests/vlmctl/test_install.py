@@ -6,36 +6,30 @@ import shutil
 import socket
 import struct
 import subprocess
-import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
-from vprinter import VirtualPrinter  # noqa: E402
+from companion import EXAMPLES, NOBODY, Companion, windows
+from vprinter import VirtualPrinter
 
 PREFIX = pathlib.Path(os.environ.get("WINEPREFIX", windows.ROOT / "build/wine"))
 SYSTEM = PREFIX / "drive_c/windows/system32"
 COPY = SYSTEM / "vllm3mon.dll"
-EXAMPLES = windows.ROOT / "examples" / "bidi"
 NAME = "Velun Language Monitor"
 PRINT = r"HKLM\System\CurrentControlSet\Control\Print"
 PENDING = (r"HKLM\System\CurrentControlSet\Control\Session Manager", "/v", "PendingFileRenameOperations")
 DRIVER = PRINT + r"\Environments\Windows x64\Drivers\Version-3\Velun Test"
 QUEUE = PRINT + r"\Printers\Velun Test"
-NOBODY = "127.0.0.1:1"
 
 
 def registry(*arguments):
     return subprocess.run([windows.RUNNER, "reg", *arguments], capture_output=True, text=True)
 
 
-def vlmctl(*arguments):
-    return windows.vlmctl(*arguments, VLM_SPOOLER="wine")
-
-
-class Installation(unittest.TestCase):
+class Installation(Companion):
     """Each test begins without the monitor, and leaves the prefix so."""
+
+    environment = {"VLM_SPOOLER": "wine"}
 
     def setUp(self):
         self.clean()
@@ -50,24 +44,12 @@ class Installation(unittest.TestCase):
         for file in SYSTEM.glob("vllm3mon.dll*"):
             file.unlink()
 
-    def works(self, *arguments):
-        result = vlmctl(*arguments)
-        self.assertEqual(result.returncode, 0, result.stdout + result.stderr)
-        return result.stdout
-
-    def fails(self, *arguments, says):
-        result = vlmctl(*arguments)
-        self.assertEqual(result.returncode, 1, result.stdout + result.stderr)
-        self.assertRegex(result.stderr, says)
-        self.assertEqual(len(result.stderr.splitlines()), 1, result.stderr)
-        return result.stdout
-
     def registered(self, name=NAME):
         return registry("query", rf"{PRINT}\Monitors\{name}", "/v", "Driver").returncode == 0
 
     def doctor(self, *arguments):
         """The lines of the report: check to (health, text). The exit status has to go with them."""
-        result = vlmctl("doctor", *arguments)
+        result = self.vlmctl("doctor", *arguments)
         lines = {line[9:20].strip(): (line[:8].strip(), line[21:]) for line in result.stdout.splitlines()}
         wrong = [what for what, (health, _) in lines.items() if health == "wrong"]
         self.assertEqual(result.returncode, 1 if wrong else 0, result.stdout + result.stderr)

@@ -3,16 +3,13 @@
 import json
 import os
 import pathlib
-import sys
 import tempfile
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
-from vprinter import VirtualPrinter  # noqa: E402
+from companion import EXAMPLES, Companion, windows
+from vprinter import VirtualPrinter
 
-EXAMPLES = windows.ROOT / "examples" / "bidi"
 EXTENSIONS = ("--ext", EXAMPLES / "velun-base.xml", "--ext", EXAMPLES / "velun-finisher.xml")
 PRINT = "http://schemas.microsoft.com/windows/2006/08/wdp/print"
 VENDOR = "http://velun.example/wsd/print/2026"
@@ -23,7 +20,7 @@ STATE = r"\Printer.Status.Summary:State"  # of the lower monitor alone
 URL = r"\Printer.Velun.OIP.Service.WSDPrintServices:WSDPrintServiceURL"
 
 
-class Live(unittest.TestCase):
+class Live(Companion):
     @classmethod
     def setUpClass(cls):
         cls.printer = VirtualPrinter()
@@ -37,19 +34,6 @@ class Live(unittest.TestCase):
         self.printer.clear_wsd_fault()
         self.printer.clear_wsd_style()
         self.printer.set_machine(location="Zürich, 2. Stock", toner={"Black": 85}, trays={"Tray1": 75})
-
-    def works(self, *arguments):
-        result = windows.vlmctl(*arguments)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        return result.stdout
-
-    def fails(self, *arguments, status=1, says):
-        result = windows.vlmctl(*arguments)
-        self.assertEqual(result.returncode, status, result.stdout + result.stderr)
-        self.assertRegex(result.stderr, says)
-        if status == 1:
-            self.assertEqual(len(result.stderr.splitlines()), 1, result.stderr)
-        return result.stdout
 
     def bidi(self, action, *arguments, url=None):
         answers = self.works("bidi", action, *EXTENSIONS, "--printer", url or self.url, "--json", *arguments)
@@ -80,7 +64,7 @@ class Elements(Live):
         self.assertIn("<v:AveragePowerWatts>", shown)
 
     def test_element_that_the_printer_lacks_is_shown_as_such_and_is_a_failure(self):
-        shown = self.fails("wsd", self.url, "Nonsense", "PrinterStatus", says="no valid pri:Nonsense$")
+        shown = self.fails("wsd", self.url, "Nonsense", "PrinterStatus", says="no valid pri:Nonsense$").stdout
         self.assertIn('Valid="false"', shown)
         self.assertIn("<pri:PrinterState>", shown)
 
@@ -97,9 +81,10 @@ class Status(Live):
     def test_shows_state_supplies_and_trays(self):
         self.printer.set_machine(toner={"Black": 40, "Cyan": 100, "Yellow": 1}, trays={"Tray1": 0})
         shown = self.works("status", self.url)
-        for line in (r"printer +Velun VP-4200C", r"location +Zürich, 2\. Stock", r"state +\w+", r"reasons +.*MediaEmpty.*",
-                     r" +Black +\[########\.{12}\]  40%  Toner VT-42K", r" +Cyan +\[#{20}\] 100% .*",
-                     r" +Yellow +\[#\.{19}\]   1% .*", r" +Tray1 +\[\.{20}\]   0%  iso_a4_210x297mm, .*"):
+        for line in (r"printer +Velun VP-4200C", r"location +Zürich, 2\. Stock", r"state +\w+",
+                     r"reasons +.*MediaEmpty.*", r" +Black +\[########\.{12}\]  40%  Toner VT-42K",
+                     r" +Cyan +\[#{20}\] 100% .*", r" +Yellow +\[#\.{19}\]   1% .*",
+                     r" +Tray1 +\[\.{20}\]   0%  iso_a4_210x297mm, .*"):
             self.assertRegex(shown, rf"(?m)^{line}$")
 
 
@@ -187,23 +172,6 @@ class Failures(Live):
             broken.write_text("<Schema>")
             self.fails("bidi", "get", "--ext", broken, "--printer", self.url, "--port", "tcp", BLACK,
                        says="extension files cannot be used: .*broken.xml")
-
-    def test_wrong_usage(self):
-        ask = ("bidi", "get", *EXTENSIONS)
-        for arguments, says in ((("wsd", self.url), "NAME"),
-                                (("wsd", self.url, "v:X"), "--ns v=URI"),
-                                (("wsd", self.url, "X", "--ns", "v"), "PREFIX=URI"),
-                                (("wsd", self.url, "X", "--ns", "pri=urn:x"), "PREFIX=URI"),
-                                (("status", "not a host"), "no address"),
-                                (("status", "http://user@host/"), "no address"),
-                                ((*ask, BLACK), "--printer"),
-                                ((*ask, "--wsd", "a.xml", "--printer", self.url, BLACK), "--printer"),
-                                ((*ask, "--wsd", "a.xml", "--port", "tcp", BLACK), "--printer"),
-                                ((*ask, "--printer", self.url, "--port", "lpt", BLACK), "--port"),
-                                ((*ask, "--printer", "https://h/", "--port", "tcp", BLACK), "https"),
-                                ((*ask, "--printer", "h" * 60, "--port", "tcp", BLACK), "too long")):
-            with self.subTest(" ".join(map(str, arguments[-4:]))):
-                self.fails(*arguments, status=2, says=says)
 
 
 if __name__ == "__main__":

@@ -3,18 +3,17 @@
 import hashlib
 import os
 import pathlib
-import sys
+import subprocess
 import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
-from vprinter import VirtualPrinter  # noqa: E402
+from companion import Companion, windows
+from vprinter import VirtualPrinter
 
 MEGABYTE = 1_000_000
 
 
-class PrintTest(unittest.TestCase):
+class PrintTest(Companion):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()
@@ -32,14 +31,6 @@ class PrintTest(unittest.TestCase):
         self.printer.clear_fault()
         self.printer.clear_answer()
         self.address = f"127.0.0.1:{self.printer.raw_port}"
-
-    def fails(self, *arguments, status=1, says):
-        result = windows.vlmctl("print", *arguments)
-        self.assertEqual(result.returncode, status, result.stdout + result.stderr)
-        self.assertRegex(result.stderr, says)
-        if status == 1:
-            self.assertEqual(len(result.stderr.splitlines()), 1, result.stderr)
-        return result
 
     def test_document_arrives_unchanged_and_its_job_is_tracked(self):
         before = len(self.printer.documents())
@@ -68,27 +59,29 @@ class PrintTest(unittest.TestCase):
         self.assertRegex(result.stdout, r"printer says +DONE")
 
     def test_what_cannot_work_says_so_in_one_line(self):
-        with self.subTest("no file"):
-            self.fails(self.document.with_name("none"), "--to", self.address, says="cannot read .*none")
-        with self.subTest("a folder"):
-            self.fails(self.folder.name, "--to", self.address, says="cannot read ")
-        with self.subTest("nobody listens"):
-            self.printer.set_fault("refuse")
-            self.fails(self.document, "--to", self.address, says=rf"no connection to {self.address}: .*refused")
-        with self.subTest("no DLL"):
-            self.fails(self.document, "--to", self.address, "--dll", "Z:\\none.dll", says=r"there is no Z:\\none\.dll")
-        with self.subTest("not a DLL"):
-            self.fails(self.document, "--to", self.address, "--dll", self.document, says="cannot be loaded")
-        with self.subTest("a DLL, but no monitor"):
-            self.fails(self.document, "--to", self.address, "--dll", windows.BIN / "spoolss.dll",
-                       says="is no print monitor")
-        for wrong in ("", ":9100", "host:", "host:0", "host:65536", "host:9100x", "[::1"):
-            with self.subTest(to=wrong):
-                self.fails(self.document, f"--to={wrong}", status=2, says=".")
+        self.printer.set_fault("refuse")
+        for document, arguments, says in (
+                (self.document.with_name("none"), (), "cannot read .*none"), (self.folder.name, (), "cannot read "),
+                (self.document, (), rf"no connection to {self.address}: .*refused"),
+                (self.document, ("--dll", "Z:\\none.dll"), r"there is no Z:\\none\.dll"),
+                (self.document, ("--dll", self.document), "cannot be loaded"),
+                (self.document, ("--dll", windows.BIN / "spoolss.dll"), "is no print monitor")):
+            with self.subTest(says):
+                self.fails("print", document, "--to", self.address, *arguments, says=says)
+
+    def test_reader_of_the_output_who_goes_away_costs_no_job(self):
+        before = len(self.printer.documents())
+        reader, output = os.pipe()
+        os.close(reader)
+        result = subprocess.run([windows.RUNNER, windows.BIN / "vlmctl.exe", "print", self.document, "--to",
+                                 self.address], stdout=output, stderr=subprocess.PIPE, text=True, timeout=60)
+        os.close(output)
+        self.assertEqual((result.returncode, result.stderr), (1, "vlmctl: standard output takes no more\n"))
+        self.assertTrue(self.printer.wait_for_documents(before + 1)[-1]["complete"])
 
     def test_connection_lost_in_the_middle_says_how_much_had_gone(self):
         self.printer.set_fault("reset", after=MEGABYTE, connections=1)
-        result = self.fails(self.document, "--to", self.address, says=r"lost after (\d+) of 3000017 bytes")
+        result = self.fails("print", self.document, "--to", self.address, says=r"lost after (\d+) of 3000017 bytes")
         sent = int(result.stderr.split(" after ")[1].split()[0])
         self.assertGreaterEqual(sent, MEGABYTE)
         self.assertLessEqual(sent, len(self.content))
@@ -97,11 +90,12 @@ class PrintTest(unittest.TestCase):
         big = self.document.with_name("big")
         big.write_bytes(bytes(20 * MEGABYTE))  # more than all socket buffers on the way
         self.printer.set_fault("stall", after=1000, connections=1)
-        self.fails(big, "--to", self.address, "--timeout", "1", says=r"stopped reading after \d+ of 20000000 bytes")
+        self.fails("print", big, "--to", self.address, "--timeout", "1",
+                   says=r"stopped reading after \d+ of 20000000 bytes")
 
     def test_reset_at_the_very_end_is_no_success(self):
         self.printer.set_fault("reset", after=len(self.content) - 1, connections=1)
-        self.fails(self.document, "--to", self.address, says="connection was lost after")
+        self.fails("print", self.document, "--to", self.address, says="connection was lost after")
 
 
 if __name__ == "__main__":

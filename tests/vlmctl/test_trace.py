@@ -5,14 +5,12 @@ import pathlib
 import queue
 import re
 import subprocess
-import sys
 import tempfile
 import threading
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
-from vprinter import VirtualPrinter  # noqa: E402
+from companion import Companion, windows
+from vprinter import VirtualPrinter
 
 DOCUMENT = b"x" * 300_017
 
@@ -54,7 +52,7 @@ def environment(level):
     return {**os.environ, "VLLM3MON_TRACE": level}
 
 
-class TraceTest(unittest.TestCase):
+class TraceTest(Companion):
     @classmethod
     def setUpClass(cls):
         cls.folder = tempfile.TemporaryDirectory()
@@ -79,11 +77,6 @@ class TraceTest(unittest.TestCase):
                                to or self.address, "--timeout", "3"], env=environment(level), capture_output=True,
                               text=True, timeout=60)
 
-    def summary(self, *arguments):
-        result = windows.vlmctl("trace", "--summary", *arguments)
-        self.assertEqual(result.returncode, 0, result.stderr)
-        return result.stdout
-
     def test_jobs_of_other_processes_are_shown_filtered_saved_and_counted(self):
         listener = self.listen("--level", "info")
         self.assertEqual(self.print_document("verbose").returncode, 0)
@@ -95,9 +88,7 @@ class TraceTest(unittest.TestCase):
         listener.wait_for("job 1 ended")
 
         with self.subTest("a second reader is told"):
-            second = windows.vlmctl("trace", "--seconds", "5")
-            self.assertEqual((second.returncode, second.stderr),
-                             (1, "vlmctl: another program reads the debugger output already\n"))
+            self.fails("trace", "--seconds", "5", says="another program reads the debugger output already")
         seen = listener.stop()
         with self.subTest("lines"):
             self.assertEqual(len(seen), 3, seen)
@@ -108,11 +99,11 @@ class TraceTest(unittest.TestCase):
             saved = pathlib.Path(self.folder.name) / "trace.log"
             saved.write_text("\n".join(seen) + "\nError: something else\n")
             milliseconds = sum(int(number) for number in re.findall(r"(\d+) ms", "\n".join(seen)))
-            table = self.summary("--file", saved)
+            table = self.works("trace", "--summary", "--file", saved)
             self.assertRegex(table, rf"(?m)^{self.port} +2 +{2 * len(DOCUMENT)} +0 +0 +0 +0 +{milliseconds}$")
             self.assertRegex(table, r"(?m)^IP_127\.0\.0\.1:1 +0 +0 +0 +0 +0 +1 +0$")
             self.assertIn("errors on no port: 1\n", table)
-            table = self.summary("--file", saved, "--port", self.port.lower())
+            table = self.works("trace", "--summary", "--file", saved, "--port", self.port.lower())
             self.assertNotIn("IP_127.0.0.1:1 ", table)
             self.assertNotIn("no port", table)
 
@@ -132,10 +123,10 @@ class TraceTest(unittest.TestCase):
         try:
             self.assertEqual(host.line(), "ready")
             listener = self.listen("--level", "info")
-            windows.vlmctl("rpc", "query", "USB001", "16", "--endpoint", "local")
-            windows.vlmctl("rpc", "command", "USB001", "--short", "180", "--endpoint", "local")
-            windows.vlmctl("rpc", "query", "USB003", "1", "--endpoint", "local")
-            windows.vlmctl("rpc", "query", "USB009", "1", "--endpoint", "local")
+            self.works("rpc", "query", "USB001", "16")
+            self.works("rpc", "command", "USB001", "--short", "180")
+            self.fails("rpc", "query", "USB003", "1", says="161: the printer's port is not open")
+            self.fails("rpc", "query", "Büro", "1", says="110: no USB printer")
             listener.wait_for("code 110")
             lines = [re.sub(r"\d+ ms$", "N ms", line.split(maxsplit=2)[2]) for line in listener.stop()]
         finally:
@@ -145,13 +136,12 @@ class TraceTest(unittest.TestCase):
             'Info: port "USB001": remote command ended, code 0, 8 bytes, N ms',
             'Error: port "USB003": a remote call while the port is not open, error 161',
             'Info: port "USB003": remote query ended, code 161, 0 bytes, N ms',
-            "RPC: no USB printer with Bidi goes by the name USB009",
+            "RPC: no USB printer with Bidi goes by the name Büro",
             'Info: port "": remote query ended, code 110, 0 bytes, N ms'])
 
     def test_saved_trace_that_cannot_be_read_is_refused(self):
         for path in (self.folder.name, pathlib.Path(self.folder.name) / "none"):
-            result = windows.vlmctl("trace", "--file", path)
-            self.assertEqual((result.returncode, result.stderr), (1, f"vlmctl: cannot read {path}\n"))
+            self.fails("trace", "--file", path, says=f"^vlmctl: cannot read {path}$")
 
 
 if __name__ == "__main__":

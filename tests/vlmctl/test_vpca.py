@@ -1,27 +1,27 @@
 """vlmctl vpca: what it makes it can read, and of a bad frame it says where and why."""
 
-import pathlib
-import sys
 import tempfile
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
+from companion import Companion
 
+BLOCK_REQUEST = "CDCA1004003100010004" + "00" * 10
 ATTRIBUTES = "CDCA10050066000100{:02X}0000000000000000{}"
 
 
-class VpcaTest(unittest.TestCase):
+class VpcaTest(Companion):
     def test_encoded_requests_are_the_documented_bytes_and_decode(self):
         for arguments, expected, says in (
-                (("query", "0x11223344"), "CDCA100400310001000400000000000000000000 11223344", r"20  data id +0x11223344"),
+                (("query", "0x11223344"), BLOCK_REQUEST + "11223344", r"20  data id +0x11223344"),
+                (("query", "0010"), BLOCK_REQUEST + "0000000A", r"20  data id +0x0000000a"),
                 (("--values", "0x51525354", "0x61626364", "command", "--short", "180"),
                  "CDCA1004006600010 00A5152535461626364 0000 0000 00 00 0000 0001 00B4", r"28    id +180")):
-            made = windows.vlmctl("vpca", "encode", *arguments)
-            self.assertEqual(bytes.fromhex(made.stdout), bytes.fromhex(expected.replace(" ", "")), made.stderr)
-            read = windows.vlmctl("vpca", "decode", made.stdout.strip())
-            self.assertEqual(read.returncode, 0, read.stderr)
-            self.assertRegex(read.stdout, says)
+            with self.subTest(arguments), tempfile.NamedTemporaryFile() as file:
+                made = bytes.fromhex(self.works("vpca", "encode", *arguments))
+                self.assertEqual(made, bytes.fromhex(expected.replace(" ", "")))
+                file.write(made)
+                file.flush()
+                self.assertRegex(self.works("vpca", "decode", "--file", file.name), says)
 
     def test_bad_frames_say_where_and_why(self):
         for frame, says in (
@@ -30,15 +30,12 @@ class VpcaTest(unittest.TestCase):
                 ("CDCA11" + "00" * 17, "offset 2: the version 0x11"),
                 ("CDCA1005002D" + "00" * 14, "offset 4: the operation 0x2d"),
                 (ATTRIBUTES.format(12, "0001") + "01", "offset 8: the body length 12 reaches beyond"),
-                (ATTRIBUTES.format(11, "0001") + "0100B408" + "01" * 8, "offset 24: attribute 180 takes 8 bytes, there are 7"),
-                (ATTRIBUTES.format(11, "0001") + "0100B407" + "01" * 7, "offset 24: 7 bytes are no value of attribute 180")):
+                (ATTRIBUTES.format(11, "0001") + "0100B408" + "01" * 8,
+                 "offset 24: attribute 180 takes 8 bytes, there are 7"),
+                (ATTRIBUTES.format(11, "0001") + "0100B407" + "01" * 7,
+                 "offset 24: 7 bytes are no value of attribute 180")):
             with self.subTest(says):
-                with tempfile.NamedTemporaryFile() as file:
-                    file.write(bytes.fromhex(frame))
-                    file.flush()
-                    read = windows.vlmctl("vpca", "decode", "--file", file.name)
-                self.assertEqual(read.returncode, 1)
-                self.assertIn("bad frame: at " + says, read.stderr)
+                self.fails("vpca", "decode", frame, says="bad frame: at " + says)
 
 
 if __name__ == "__main__":

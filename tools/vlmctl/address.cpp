@@ -4,23 +4,37 @@
 
 namespace vlm::ctl {
 
+namespace {
+
+bool IsPort(const std::string& text) {
+    return !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos &&
+           std::stoi(text) > 0 && std::stoi(text) <= 65535;
+}
+
+}  // namespace
+
 Address ParseAddress(const std::string& text) {
     Address address;
-    size_t hostEnd = text.rfind(':');
-    if (!text.empty() && text[0] == '[') {
+    std::string rest;  // ":PORT", or nothing
+    bool good = true;
+    if (text.starts_with('[')) {
         const size_t bracket = text.find(']');
-        if (bracket == std::string::npos)
-            throw CommandError("'" + text + "' has no closing bracket", kWrongUsage);
+        good = bracket != std::string::npos;
         address.host = text.substr(1, bracket - 1);
-        hostEnd = bracket + 1 < text.size() ? bracket + 1 : std::string::npos;
+        if (good) rest = text.substr(bracket + 1);
     } else {
-        address.host = text.substr(0, hostEnd);
+        const size_t colon = text.rfind(':');
+        address.host = text.substr(0, colon);
+        if (colon != std::string::npos) rest = text.substr(colon);
+        // Without brackets nobody can tell where an IPv6 address ends.
+        good = address.host.find(':') == std::string::npos;
     }
-    if (hostEnd != std::string::npos) address.port = text.substr(hostEnd + 1);
-    const bool number = !address.port.empty() && address.port.size() <= 5 &&
-                        address.port.find_first_not_of("0123456789") == std::string::npos;
-    if (address.host.empty() || !number || std::stoi(address.port) == 0 || std::stoi(address.port) > 65535)
-        throw CommandError("'" + text + "' is not HOST or HOST:PORT", kWrongUsage);
+    if (!rest.empty()) {
+        good = good && rest[0] == ':';
+        address.port = rest.substr(1);
+    }
+    if (!good || address.host.empty() || !IsPort(address.port))
+        throw CommandError("'" + text + "' is not HOST, HOST:PORT or [IPV6]:PORT", kWrongUsage);
     return address;
 }
 

@@ -1,7 +1,6 @@
 #include "tools/vlmctl/bidi_check.h"
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <optional>
 #include <set>

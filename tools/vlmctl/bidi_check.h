@@ -10,7 +10,7 @@ namespace vlm::ctl {
 
 struct CheckReport {
     std::vector<Finding> findings;         // file by file in the order given, line by line
-    std::vector<std::wstring> unreadable;  // "a.xml cannot be opened (error 2)"
+    std::vector<std::wstring> unreadable;  // "a.xml cannot be opened: file not found (2)"
 
     int Count(Severity severity) const;
 };

@@ -88,16 +88,12 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
     CLI::Option* printer = source->add_option("--printer", options->sources.printerUrl,
                                               "Address of the printer's print service, asked live");
     source->require_option(1);
-    std::vector<std::string> ports;
-    ports.reserve(kPorts.size());
-    for (const auto& [port, kind] : kPorts)
-        ports.push_back(port);
     CLI::Option* through =
         command
             ->add_option("--port", options->port,
                          "Ask through the monitor, on a port of this kind (tcp, wsd, usb), "
-                         "and say where each entry comes from")
-            ->check(CLI::IsMember(ports))
+                         "and say where each entry comes from; takes the stand-in spooler")
+            ->check(CLI::IsMember(kPorts))
             ->needs(printer);
     command->add_option("--dll", options->dll, "The monitor to load instead of the one beside this program")
         ->needs(through);

@@ -11,6 +11,7 @@
 #include "tools/vlmctl/element_document.h"
 #include "tools/vlmctl/trace_keeper.h"
 #include "tools/vlmctl/wsd_exchange.h"
+#include "util/streams.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
 
@@ -56,10 +57,10 @@ ComPtr<IStream> CleanSavedAnswer(const std::string& file, const _bstr_t& queryXm
     const std::optional<std::string> bytes =
         ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
     if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
-    const ComPtr<IStream> answer = StreamOf(*bytes);
+    ComPtr<IStream> answer;
     ComPtr<IStream> clean;
-    const HRESULT result =
-        answer ? CleanPrinterElements(answer.Get(), queryXml, clean.Receive()) : E_OUTOFMEMORY;
+    HRESULT result = MakeStream(*bytes, answer.Receive());
+    if (result == S_OK) result = CleanPrinterElements(answer.Get(), queryXml, clean.Receive());
     if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
     return clean;
 }

@@ -22,7 +22,6 @@ class FindingList {
     void Error(const std::wstring& file, int line, std::wstring text);
     void Warning(const std::wstring& file, int line, std::wstring text);
 
-    const std::vector<Finding>& All() const { return findings_; }
     std::vector<Finding> Take() { return std::move(findings_); }
 
  private:

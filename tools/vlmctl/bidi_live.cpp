@@ -11,6 +11,7 @@
 #include "spooler/standin.h"
 #include "tools/vlmctl/bidi_engine.h"
 #include "tools/vlmctl/command.h"
+#include "tools/vlmctl/monitor_image.h"
 #include "util/com.h"
 #include "util/scope_exit.h"
 
@@ -112,7 +113,7 @@ std::vector<BidiAnswer> AskThroughPort(const PortQuery& query, const wchar_t* ac
     spooler.Reset();
     spooler.Add({kPrinter, portName.c_str(), nullptr, 0, L"Velun", dependentFiles.c_str()});
 
-    host::MonitorHost monitor(query.dll.empty() ? host::BesideProgram(L"vllm3mon.dll") : FromUtf8(query.dll));
+    host::MonitorHost monitor(query.dll.empty() ? host::BesideProgram(kMonitorFile) : FromUtf8(query.dll));
     const MONITOR2& table = monitor.Table();
     if (table.pfnSendRecvBidiDataFromPort == nullptr)
         throw CommandError("this monitor answers no Bidi queries");

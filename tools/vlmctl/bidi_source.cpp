@@ -2,8 +2,10 @@
 
 #include <algorithm>
 
-#include "util/com.h"
+#include "soap/sax.h"
+#include "spooler/host/monitor_host.h"
 #include "util/handles.h"
+#include "util/streams.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
 
@@ -242,12 +244,10 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
 #endif
 
 bool Parse(std::string_view bytes, TreeBuilder& builder) {
-    const ComPtr<IStream> stream = StreamOf(bytes);
+    ComPtr<IStream> stream;
     ComPtr<ISAXXMLReader> reader;
-    if (!stream || CoCreateInstance(msxml::kSaxXmlReader30, nullptr, CLSCTX_INPROC_SERVER,
-                                    msxml::kISAXXMLReader, reader.ReceiveVoid()) != S_OK) {
+    if (MakeStream(bytes, stream.Receive()) != S_OK || CreateSaxReader(reader.Receive()) != S_OK)
         return false;
-    }
     HRESULT result = reader->putContentHandler(&builder);
     if (result == S_OK) result = reader->putErrorHandler(&builder);
     if (result == S_OK) {
@@ -290,22 +290,13 @@ const std::wstring* SourceElement::Attribute(std::wstring_view attribute) const 
     return found == attributes.end() ? nullptr : &found->value;
 }
 
-ComPtr<IStream> StreamOf(std::string_view bytes) {
-    ComPtr<IStream> stream;
-    if (CreateStreamOnHGlobal(nullptr, TRUE, stream.Receive()) != S_OK) return nullptr;
-    ULONG written = 0;
-    if (stream->Write(bytes.data(), static_cast<ULONG>(bytes.size()), &written) != S_OK) return nullptr;
-    if (written != bytes.size() || stream->Seek({}, STREAM_SEEK_SET, nullptr) != S_OK) return nullptr;
-    return stream;
-}
-
 std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem) {
     const File file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     LARGE_INTEGER size{};
     // A pipe or a device has no size and might never end.
     if (!file || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {
-        problem = L"cannot be opened (error " + std::to_wstring(GetLastError()) + L")";
+        problem = L"cannot be opened: " + host::FromUtf8(host::ErrorText(GetLastError()));
         return std::nullopt;
     }
     if (static_cast<ULONGLONG>(size.QuadPart) > limit) {
@@ -315,7 +306,7 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit,
     std::string bytes(static_cast<size_t>(size.QuadPart), '\0');
     DWORD read = 0;
     if (!ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr)) {
-        problem = L"cannot be read (error " + std::to_wstring(GetLastError()) + L")";
+        problem = L"cannot be read: " + host::FromUtf8(host::ErrorText(GetLastError()));
         return std::nullopt;
     }
     bytes.resize(read);

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "tools/vlmctl/bidi_findings.h"
-#include "util/com.h"
 
 namespace vlm::ctl {
 
@@ -41,9 +40,6 @@ struct SourceFile {
 
 // The bytes of a file; nothing when it cannot be read or has more than `limit`, with the reason in `problem`.
 std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem);
-
-// A stream over a copy of the bytes, at its start; null when memory runs out.
-ComPtr<IStream> StreamOf(std::string_view bytes);
 
 // Parses `bytes`, whose encoding is told by a byte order mark or the XML declaration. On anything that keeps
 // the tree from being built (not well-formed, a DOCTYPE, beyond the engine's bounds) nothing is returned and

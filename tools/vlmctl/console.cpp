@@ -5,24 +5,46 @@
 #include <windows.h>
 
 #include <cstdio>
+#include <cstdlib>
+
+#include "tools/vlmctl/command.h"
 
 namespace vlm::ctl {
 
-void PrepareConsole() {
-    SetConsoleOutputCP(CP_UTF8);
-    _setmode(_fileno(stdout), _O_BINARY);
-    _setmode(_fileno(stderr), _O_BINARY);
-}
+namespace {
+
+UINT codePageBefore = 0;
 
 bool OnTerminal() {
     return _isatty(_fileno(stdout)) != 0;
 }
 
+bool WriteLine(std::string_view line) {
+    if (_fileno(stdout) < 0) return true;  // started without an output, as by a service
+    const std::string whole = std::string(line) + '\n';
+    return std::fwrite(whole.data(), 1, whole.size(), stdout) == whole.size() && std::fflush(stdout) == 0;
+}
+
+// "1.4 MB", "812 bytes".
+std::string SizeText(std::uint64_t bytes) {
+    if (bytes < 1000) return fmt::format("{} bytes", bytes);
+    const auto size = static_cast<double>(bytes);
+    if (bytes < 1'000'000) return fmt::format("{:.1f} kB", size / 1e3);
+    return fmt::format("{:.1f} MB", size / 1e6);
+}
+
+}  // namespace
+
+void PrepareConsole() {
+    codePageBefore = GetConsoleOutputCP();
+    if (codePageBefore != 0 && SetConsoleOutputCP(CP_UTF8))
+        std::atexit([] { SetConsoleOutputCP(codePageBefore); });
+    _setmode(_fileno(stdout), _O_BINARY);
+    _setmode(_fileno(stderr), _O_BINARY);
+}
+
 void Print(std::string_view line) {
-    std::string whole(line);
-    whole += '\n';
-    std::fwrite(whole.data(), 1, whole.size(), stdout);
-    std::fflush(stdout);
+    if (!WriteLine(line)) throw CommandError("standard output takes no more");
 }
 
 Progress::~Progress() {
@@ -44,15 +66,8 @@ void Progress::Update(std::uint64_t done) {
         shown_ = percent;
     } else if (percent / 25 > shown_ / 25) {
         shown_ = percent;
-        PrintLine("{:3}%  {} of {} bytes", percent, done, total_);
+        WriteLine(fmt::format("{:3}%  {} of {} bytes", percent, done, total_));
     }
-}
-
-std::string SizeText(std::uint64_t bytes) {
-    if (bytes < 1000) return fmt::format("{} bytes", bytes);
-    const auto size = static_cast<double>(bytes);
-    if (bytes < 1'000'000) return fmt::format("{:.1f} kB", size / 1e3);
-    return fmt::format("{:.1f} MB", size / 1e6);
 }
 
 }  // namespace vlm::ctl

@@ -9,12 +9,11 @@
 
 namespace vlm::ctl {
 
-// Prepares both standard streams. Called once, first.
+// Prepares both standard streams. Called once, first. The console's code page comes back when the program
+// ends.
 void PrepareConsole();
 
-// Whether a person is looking: standard output is a terminal.
-bool OnTerminal();
-
+// Throws CommandError when nobody takes the line: the reader of a pipe has gone, the disk is full.
 void Print(std::string_view line);
 
 template <typename... Arguments>
@@ -22,7 +21,8 @@ void PrintLine(fmt::format_string<Arguments...> format, Arguments&&... arguments
     Print(fmt::format(format, std::forward<Arguments>(arguments)...));
 }
 
-// A progress bar on a terminal, redrawn in place; elsewhere a plain line for each quarter.
+// A progress bar on a terminal, redrawn in place; elsewhere a plain line for each quarter. That nobody takes
+// it is no failure: the work goes on.
 class Progress {
  public:
     explicit Progress(std::uint64_t total) : total_(total) {}
@@ -37,8 +37,5 @@ class Progress {
     unsigned shown_ = 0;  // percent
     bool drawn_ = false;
 };
-
-// "1.4 MB", "812 bytes".
-std::string SizeText(std::uint64_t bytes);
 
 }  // namespace vlm::ctl

@@ -47,6 +47,7 @@ bool DebugOutput::Open(const std::wstring& space) {
     const DWORD error = GetLastError();
     if (channel.mapping && error == ERROR_ALREADY_EXISTS)
         throw CommandError("another program reads the debugger output already");
+    if (!channel.mapping) return false;
     channel.buffer.Reset(
         static_cast<Buffer*>(MapViewOfFile(channel.mapping.Get(), FILE_MAP_READ, 0, 0, kBufferSize)));
     channel.ready.Reset(CreateEventW(nullptr, FALSE, FALSE, (space + L"DBWIN_BUFFER_READY").c_str()));

@@ -53,9 +53,10 @@ std::vector<std::uint8_t> ParseHex(std::string_view text) {
 std::uint32_t ParseNumber(const std::string& text, const std::string& what, std::uint32_t most) {
     size_t used = 0;
     unsigned long long value = 0;
+    const bool hex = text.starts_with("0x") || text.starts_with("0X");
     try {
         if (!text.empty() && std::isdigit(static_cast<unsigned char>(text[0])) != 0)
-            value = std::stoull(text, &used, 0);
+            value = std::stoull(text, &used, hex ? 16 : 10);
     } catch (const std::out_of_range&) {
         used = 0;
     }

@@ -15,7 +15,8 @@ std::string HexText(std::span<const std::uint8_t> bytes);
 std::string HexDump(std::span<const std::uint8_t> bytes);
 // Pairs of hex digits; blanks, line ends and a "0x" before a pair are skipped. Throws CommandError.
 std::vector<std::uint8_t> ParseHex(std::string_view text);
-// "49", "0x31"; throws CommandError with `what` in it when the text is no number up to `most`.
+// "49", "0x31" (a leading 0 alone means nothing); throws CommandError with `what` in it when the text is no
+// number up to `most`.
 std::uint32_t ParseNumber(const std::string& text, const std::string& what, std::uint32_t most = 0xFFFFFFFF);
 
 }  // namespace vlm::ctl

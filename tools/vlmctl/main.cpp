@@ -6,8 +6,8 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
 #include <cstdio>
+#include <string>
 #include <vector>
 
 #include "spooler/host/monitor_host.h"
@@ -39,6 +39,13 @@ int Complain(const std::string& what, int status) {
     return status;
 }
 
+// What is missing is often there, but misspelt.
+std::string Unknown(const CLI::App& app, const CLI::ParseError& error) {
+    const std::vector<std::string> unknown = app.remaining(true);
+    const bool told = dynamic_cast<const CLI::RequiredError*>(&error) == nullptr;
+    return told || unknown.empty() ? "" : ", and '" + unknown.front() + "' is not known";
+}
+
 int Run() {
     CLI::App app("Companion of the language monitor vllm3mon.dll", "vlmctl");
     app.set_version_flag("--version", OwnVersion());
@@ -63,8 +70,7 @@ int Run() {
     } catch (const CLI::RuntimeError& answer) {
         return answer.get_exit_code();
     } catch (const CLI::ParseError& error) {
-        app.exit(error);
-        return kWrongUsage;
+        return Complain(error.what() + Unknown(app, error) + "; --help tells more", kWrongUsage);
     }
 }
 

@@ -51,19 +51,17 @@ struct Line {
     Line(const Line&) = delete;
     Line& operator=(const Line&) = delete;
 
-    std::array<Char, kLongest + 2> text{};  // with room for the line's end
+    std::array<Char, kLongest + 3>
+        text{};  // with room for the line's end, and for a sign that it is too long
     size_t length = 0;
 };
-
-[[noreturn]] void RefuseLength() {
-    throw CommandError("the password is longer than 1,024 characters");
-}
 
 template <typename Char>
 void CutLineEnd(Line<Char>* line) {
     for (const char end : {'\n', '\r'}) {
         if (line->length > 0 && line->text[line->length - 1] == static_cast<Char>(end)) --line->length;
     }
+    if (line->length > kLongest) throw CommandError("the password is longer than 1,024 characters");
 }
 
 // XML has no control characters; the printer could not read the question.
@@ -86,7 +84,6 @@ std::wstring Type(HANDLE console, DWORD mode) {
     // Every line that was entered has an end, even an empty one.
     line.length = count;
     if (!read || count == 0) throw CommandError("there is no password from the console");
-    if (count == line.text.size()) RefuseLength();
     CutLineEnd(&line);
     return Checked({line.text.data(), line.length});
 }
@@ -96,11 +93,10 @@ std::wstring ReadLine(HANDLE input) {
     char c = '\0';
     bool any = false;
     // Byte by byte: what follows the line is not ours.
-    for (DWORD count = 0; ReadFile(input, &c, 1, &count, nullptr) && count == 1;) {
+    for (DWORD count = 0; line.length < line.text.size() && c != '\n';) {
+        if (!ReadFile(input, &c, 1, &count, nullptr) || count != 1) break;
         any = true;
-        if (line.length == line.text.size()) RefuseLength();
         line.text[line.length++] = c;
-        if (c == '\n') break;
     }
     if (!any) throw CommandError("there is no password on standard input");
     CutLineEnd(&line);

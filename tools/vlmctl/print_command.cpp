@@ -12,6 +12,7 @@
 #include "tools/vlmctl/address.h"
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/console.h"
+#include "tools/vlmctl/monitor_image.h"
 #include "util/scope_exit.h"
 
 namespace vlm::ctl {
@@ -111,8 +112,7 @@ void PrintFile(const PrintOptions& options) {
     const Address address = ParseAddress(options.to);
     std::uint64_t size = 0;
     std::ifstream document = OpenDocument(options.file, size);
-    const std::wstring dll =
-        options.dll.empty() ? host::BesideProgram(L"vllm3mon.dll") : FromUtf8(options.dll);
+    const std::wstring dll = options.dll.empty() ? host::BesideProgram(kMonitorFile) : FromUtf8(options.dll);
     host::MonitorHost monitor(dll);
     const standin::Printers spooler;
     std::wstring printer = FromUtf8(options.printer);

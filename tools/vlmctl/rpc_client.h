@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string>
 #include <vector>
 
@@ -36,6 +35,7 @@ class RpcClient {
     RpcClient(const RpcClient&) = delete;
     RpcClient& operator=(const RpcClient&) = delete;
 
+    // `printer` is text in the system's code page.
     RpcReply Query(const std::string& printer, std::uint32_t dataId, std::uint32_t capacity) const;
     RpcReply Command(const std::string& printer, const RpcCommand& command, std::uint32_t capacity) const;
 };

@@ -1,6 +1,5 @@
 // vlmctl rpc: the remote procedures of a monitor, on this machine or another one.
 #include <CLI/CLI.hpp>
-#include <atomic>
 #include <map>
 #include <memory>
 #include <string>
@@ -10,6 +9,7 @@
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/console.h"
+#include "tools/vlmctl/debug_output.h"
 #include "tools/vlmctl/hex_text.h"
 #include "tools/vlmctl/rpc_client.h"
 
@@ -38,13 +38,29 @@ struct RpcOptions {
     std::vector<std::string> shorts;
 };
 
-RpcRoute RouteOf(const std::string& name) {
+RpcClient ClientFor(const RpcOptions& options) {
     static const std::map<std::string, RpcRoute> kRoutes{
         {"local", RpcRoute::kLocal}, {"pipe", RpcRoute::kPipe}, {"tcp", RpcRoute::kTcp}};
-    return kRoutes.at(name);
+    const RpcRoute route = kRoutes.at(options.endpoint);
+    if (route == RpcRoute::kLocal && !options.host.empty())
+        throw CommandError("--host needs --endpoint pipe or tcp; local is this machine's", kWrongUsage);
+    return RpcClient(route, options.host);
 }
 
-const char* Meaning(std::uint32_t code) {
+// The procedures take the printer's name in the system's code page.
+std::string InCodePage(const std::string& utf8) {
+    const std::wstring name = host::FromUtf8(utf8);
+    std::string text(name.size() * 4, '\0');  // no code page takes more for a character
+    const int length = WideCharToMultiByte(CP_ACP, 0, name.data(), static_cast<int>(name.size()), text.data(),
+                                           static_cast<int>(text.size()), nullptr, nullptr);
+    text.resize(static_cast<size_t>(length));
+    if (FromCodePage(text.data(), text.size()) != name)
+        throw CommandError("the name '" + utf8 + "' cannot be written in this system's code page");
+    return text;
+}
+
+// What the procedures return.
+const char* ResultMeaning(std::uint32_t code) {
     switch (code) {
         case 5:
             return "the port is busy with a job or another caller";
@@ -64,6 +80,16 @@ const char* Meaning(std::uint32_t code) {
             return "the printer's port is not open in the service";
         case 995:
             return "the port was closed meanwhile";
+        default:
+            return nullptr;
+    }
+}
+
+// What the runtime says of a call that did not come through.
+const char* StatusMeaning(std::uint32_t code) {
+    switch (code) {
+        case 5:
+            return "the service's machine denies access";
         case 1717:
             return "the service is gone";
         case 1722:
@@ -78,15 +104,16 @@ const char* Meaning(std::uint32_t code) {
     }
 }
 
-std::string Explain(const char* who, std::uint32_t code) {
-    const char* meaning = Meaning(code);
+std::string Explain(const char* who, std::uint32_t code, const char* meaning) {
     return fmt::format("{} {}{}{}", who, code, meaning != nullptr ? ": " : "",
                        meaning != nullptr ? meaning : "");
 }
 
 void Show(const RpcReply& reply, bool raw) {
-    if (reply.status != 0) throw CommandError(Explain("RPC status", reply.status));
-    if (reply.result != 0) throw CommandError(Explain("the procedure returned", reply.result));
+    if (reply.status != 0)
+        throw CommandError(Explain("RPC status", reply.status, StatusMeaning(reply.status)));
+    if (reply.result != 0)
+        throw CommandError(Explain("the procedure returned", reply.result, ResultMeaning(reply.result)));
     if (raw) {
         Print(HexText(reply.bytes));
         return;
@@ -132,8 +159,9 @@ std::vector<Number> Numbers(const std::vector<std::string>& texts, const std::st
 void Query(const RpcOptions& options) {
     const std::uint32_t dataId = ParseNumber(options.dataId, "data id");
     const std::uint32_t capacity = ParseNumber(options.capacity, "capacity", kMostReply);
-    const RpcClient client(RouteOf(options.endpoint), options.host);
-    Run(options, [&] { return client.Query(options.printer, dataId, capacity); });
+    const std::string printer = InCodePage(options.printer);
+    const RpcClient client = ClientFor(options);
+    Run(options, [&] { return client.Query(printer, dataId, capacity); });
 }
 
 void Command(const RpcOptions& options) {
@@ -145,12 +173,13 @@ void Command(const RpcOptions& options) {
     command.longs = Numbers<std::uint32_t>(options.longs, "32-bit id", 0xFFFFFFFF);
     command.shorts = Numbers<std::uint16_t>(options.shorts, "16-bit id", 0xFFFF);
     const std::uint32_t capacity = ParseNumber(options.capacity, "capacity", kMostReply);
-    const RpcClient client(RouteOf(options.endpoint), options.host);
-    Run(options, [&] { return client.Command(options.printer, command, capacity); });
+    const std::string printer = InCodePage(options.printer);
+    const RpcClient client = ClientFor(options);
+    Run(options, [&] { return client.Command(printer, command, capacity); });
 }
 
 void AddCommonOptions(CLI::App& command, RpcOptions& options) {
-    command.add_option("printer", options.printer, "USB port (USB001) or shared printer (\\\\server\\share)")
+    command.add_option("PRINTER", options.printer, "USB port (USB001) or shared printer (\\\\server\\share)")
         ->required();
     command.add_option("--endpoint", options.endpoint, "Way to the service")
         ->check(CLI::IsMember({"local", "pipe", "tcp"}))
@@ -172,7 +201,7 @@ void AddRpcCommands(CLI::App& app) {
 
     CLI::App* query = rpc->add_subcommand("query", "Read a data block of the printer");
     AddCommonOptions(*query, *options);
-    query->add_option("id", options->dataId, "Data id")->required();
+    query->add_option("ID", options->dataId, "Data id")->required();
     query->callback([options] { Query(*options); });
 
     CLI::App* command = rpc->add_subcommand("command", "Read attributes of the printer");

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <set>
 
@@ -14,6 +15,7 @@
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/console.h"
 #include "tools/vlmctl/debug_output.h"
+#include "tools/vlmctl/monitor_image.h"
 #include "tools/vlmctl/trace_line.h"
 
 namespace vlm::ctl {
@@ -25,7 +27,7 @@ using namespace std::chrono_literals;
 struct TraceOptions {
     std::string file;
     std::string port;
-    TraceLevel level = TraceLevel::kVerbose;
+    std::string level = "verbose";
     double seconds = 0;  // 0: until Ctrl+C
     bool summary = false;
     bool all = false;
@@ -60,7 +62,7 @@ class MonitorProcesses {
         module.dwSize = sizeof module;
         for (BOOL more = Module32FirstW(snapshot.Get(), &module); more;
              more = Module32NextW(snapshot.Get(), &module)) {
-            if (_wcsicmp(module.szModule, L"vllm3mon.dll") != 0) continue;
+            if (_wcsicmp(module.szModule, kMonitorFile) != 0) continue;
             known_.insert(process);
             return true;
         }
@@ -74,8 +76,12 @@ bool SameName(const std::string& one, const std::string& other) {
     return _wcsicmp(host::FromUtf8(one).c_str(), host::FromUtf8(other).c_str()) == 0;
 }
 
+const std::map<std::string, TraceLevel> kLevels{
+    {"error", TraceLevel::kError}, {"info", TraceLevel::kInformation}, {"verbose", TraceLevel::kVerbose}};
+
 bool IsWanted(const TraceOptions& options, const TraceLine& line) {
-    return line.level <= options.level && (options.port.empty() || SameName(options.port, line.port));
+    return line.level <= kLevels.at(options.level) &&
+           (options.port.empty() || SameName(options.port, line.port));
 }
 
 std::string TimeOfDay() {
@@ -142,11 +148,7 @@ void AddTraceCommand(CLI::App& app) {
     command->add_option("--port", options->port, "Only lines about this port");
     command
         ->add_option("--level", options->level, "error, info or verbose: only lines of that level or above")
-        ->transform(
-            CLI::CheckedTransformer(std::map<std::string, TraceLevel>{{"error", TraceLevel::kError},
-                                                                      {"info", TraceLevel::kInformation},
-                                                                      {"verbose", TraceLevel::kVerbose}},
-                                    CLI::ignore_case));
+        ->transform(CLI::IsMember(kLevels, CLI::ignore_case));
     command->add_option("--seconds", options->seconds, "End after that time instead of at Ctrl+C")
         ->check(CLI::Range(0.0, 86'400.0));
     command->add_flag("--all", options->all, "Also what programs without the monitor write");

@@ -59,6 +59,15 @@ std::string InWords(const std::string& cause) {
     return cause;
 }
 
+// Empty when nothing was kept.
+std::string TracedCause() {
+    std::wstring cause = firstTrace.data();
+    for (const std::wstring_view reporter : {L"Error: ", L"SOAP: ", L"WSD: "}) {
+        if (cause.starts_with(reporter)) cause.erase(0, reporter.size());
+    }
+    return InWords(host::ToUtf8(Printable(cause, 400)));
+}
+
 }  // namespace
 
 TraceKeeper::TraceKeeper() {
@@ -68,14 +77,6 @@ TraceKeeper::TraceKeeper() {
 
 TraceKeeper::~TraceKeeper() {
     SetTraceStream(nullptr);
-}
-
-std::string TracedCause() {
-    std::wstring cause = firstTrace.data();
-    for (const std::wstring_view reporter : {L"Error: ", L"SOAP: ", L"WSD: "}) {
-        if (cause.starts_with(reporter)) cause.erase(0, reporter.size());
-    }
-    return InWords(host::ToUtf8(Printable(cause, 400)));
 }
 
 void ThrowTraced(const std::string& what, HRESULT result) {

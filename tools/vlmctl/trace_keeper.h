@@ -18,11 +18,9 @@ class TraceKeeper {
     TraceKeeper& operator=(const TraceKeeper&) = delete;
 };
 
-// The line that was kept, in UTF-8 and printable, without the name of the reporting subsystem, and with words
-// for the network's error numbers. Empty when there was none.
-std::string TracedCause();
-
-// Throws CommandError: "WHAT: CAUSE (0x80070057)"; without the number where that only says "failed".
+// Throws CommandError: "WHAT: CAUSE (0x80070057)"; without the number where that only says "failed". The
+// cause is the line that was kept, without the name of the reporting subsystem, and with words for the
+// network's error numbers.
 [[noreturn]] void ThrowTraced(const std::string& what, HRESULT result);
 
 }  // namespace vlm::ctl

@@ -102,7 +102,7 @@ void AddVpcaCommands(CLI::App& app) {
     auto options = std::make_shared<VpcaOptions>();
 
     CLI::App* decode = vpca->add_subcommand("decode", "Say what a frame holds, and where and why it is bad");
-    decode->add_option("hex", options->hex, "The frame in hex digits");
+    decode->add_option("HEX", options->hex, "The frame in hex digits");
     decode->add_option("--file", options->file, "A file with the frame's bytes");
     decode->callback([options] { Decode(*options); });
 
@@ -111,7 +111,7 @@ void AddVpcaCommands(CLI::App& app) {
     encode->add_option("--sequence", options->sequence, "Sequence number")->capture_default_str();
     encode->add_option("--values", options->values, "The two words of the header")->expected(2);
     CLI::App* query = encode->add_subcommand("query", "Read a data block");
-    query->add_option("id", options->dataId, "Data id")->required();
+    query->add_option("ID", options->dataId, "Data id")->required();
     query->callback([options] { Encode(*options, true); });
     CLI::App* command = encode->add_subcommand("command", "Read attributes");
     command->add_option("--word", options->word, "First word");

@@ -1,0 +1,48 @@
+"""vlmctl and a user who mistypes: one line that names the mistake, exit status 2, and nothing is asked or sent."""
+
+import unittest
+
+from companion import EXAMPLES, NOBODY, Companion
+
+URL = f"http://{NOBODY}/wsd/print/"
+PATH = r"\Printer.Status:State"
+ASK = ("bidi", "get", "--ext", EXAMPLES / "velun-base.xml")
+QUERY = ("rpc", "query", "USB001")
+DEPTID = ("deptid", "check")
+
+
+class UsageTest(Companion):
+    def test_mistake_is_named_in_one_line(self):
+        for arguments, says in (
+                ((), "subcommand"), (("prnt",), "'prnt' is not known"), (("bidi", "gett"), "'gett' is not known"),
+                (("print", "report.prn"), "--to"),
+                (("print", "report.prn", "--to", "host", "--timeout", "0"), "--timeout"),
+                (("wsd", URL), "NAME"), (("wsd", URL, "v:X"), "--ns v=URI"),
+                (("wsd", URL, "X", "--ns", "v"), "PREFIX=URI"), (("wsd", URL, "X", "--ns", "pri=urn:x"), "PREFIX=URI"),
+                (("status", "not a host"), "no address"), (("status", "http://user@host/"), "no address"),
+                ((*ASK, PATH), "--printer"), ((*ASK, "--wsd", "a.xml", "--printer", URL, PATH), "--printer"),
+                ((*ASK, "--wsd", "a.xml", "--port", "tcp", PATH), "--printer"),
+                ((*ASK, "--printer", URL, "--port", "lpt", PATH), "--port"),
+                ((*ASK, "--printer", "https://h/", "--port", "tcp", PATH), "https"),
+                ((*ASK, "--printer", "h" * 60, "--port", "tcp", PATH), "too long"),
+                ((*DEPTID, URL, "--user", "4711", "--password", "x"), "--password"),
+                ((*DEPTID, URL, "--user", "4711", "x"), "x"), ((*DEPTID, URL), "--user"),
+                ((*DEPTID, "http://user@host/", "--user", "4711"), "no address"),
+                (QUERY, "ID"), ((*QUERY, "4x"), "data id '4x'"), ((*QUERY, "4", "--capacity", "1048577"), "1048576"),
+                ((*QUERY, "4", "--host", "server"), "--host needs --endpoint"),
+                (("vpca", "decode"), "--file"), (("vpca", "decode", "ABC"), "odd number"),
+                (("trace", "--level", "off"), "--level: off not in"), (("trace", "--seconds", "-1"), "--seconds")):
+            with self.subTest(" ".join(map(str, arguments))):
+                self.assertEqual(self.fails(*arguments, status=2, says=says).stdout, "")
+
+    def test_address_of_a_raw_port(self):
+        document = EXAMPLES / "velun.ini"
+        for wrong in (":9100", "host:", "host:0", "host:65536", "host:9100x", "host:1:2", "::1", "[::1",
+                      "[::1]9100"):
+            with self.subTest(wrong):
+                self.fails("print", document, f"--to={wrong}", status=2, says="is not HOST")
+        self.fails("print", document, "--to", "[::1]:1", says="no connection to ::1:1: ")
+
+
+if __name__ == "__main__":
+    unittest.main()
