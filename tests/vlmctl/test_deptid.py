@@ -85,8 +85,10 @@ class AgainstThePrinter(Check):
         terminal, stdin = pty.openpty()
         tty.setraw(stdin)  # any echo is the console's, which Wine makes of the terminal
         command = [windows.RUNNER, windows.BIN / "vlmctl.exe", "deptid", "check", self.url, "--user", "4711"]
+        # The copy of the error stream that the runner can make would stand between the program and the terminal.
+        environment = {name: value for name, value in os.environ.items() if name != "VLM_ERROR_LOG"}
         with subprocess.Popen([*command, "--type", "department"], stdin=stdin, stdout=subprocess.PIPE, stderr=stdin,
-                              start_new_session=True) as program:
+                              start_new_session=True, env=environment) as program:
             os.close(stdin)
             shown, typed, give_up = b"", False, time.monotonic() + 30
             try:

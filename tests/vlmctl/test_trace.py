@@ -72,8 +72,8 @@ class TraceTest(Companion):
         self.addCleanup(lambda: listener.process.poll() is None and listener.process.kill())
         return listener
 
-    def print_document(self, level, to=None):
-        return subprocess.run([windows.RUNNER, windows.BIN / "vlmctl.exe", "print", self.document, "--to",
+    def print_document(self, level, to=None, document=None):
+        return subprocess.run([windows.RUNNER, windows.BIN / "vlmctl.exe", "print", document or self.document, "--to",
                                to or self.address, "--timeout", "3"], env=environment(level), capture_output=True,
                               text=True, timeout=60)
 
@@ -111,12 +111,15 @@ class TraceTest(Companion):
         listener = self.listen("--summary")
         self.printer.set_fault("reset", after=1000, connections=1)
         self.addCleanup(self.printer.clear_fault)
-        for _ in range(2):
-            self.print_document("info")
+        # More than the system takes in without a reader.
+        large = pathlib.Path(self.folder.name) / "large.prn"
+        large.write_bytes(bytes(16 << 20))
+        self.print_document("info", document=large)
+        self.print_document("info")
         table = "\n".join(listener.stop())
         jobs, count, failed = map(int, re.search(rf"(?m)^{self.port} +(\d+) +(\d+) +(\d+) ", table).groups())
         self.assertEqual((jobs, failed), (2, 1), table)
-        self.assertTrue(len(DOCUMENT) <= count < 2 * len(DOCUMENT), table)
+        self.assertTrue(len(DOCUMENT) <= count < 16 << 20, table)
 
     def test_remote_calls_are_shown_with_their_codes(self):
         host = windows.Dialogue("rpc_host.exe", VLLM3MON_TRACE="info")
