@@ -1,5 +1,6 @@
-// fmt, compiled once: Debian packages its headers for every target and its library for this machine only. The header
-// below holds the functions; the templates that it leaves out are those that fmt's own library has for `char`.
+// fmt, compiled once: Debian packages its headers for every target and its library for this machine only. The
+// header below holds the functions; the templates that it leaves out are those that fmt's own library has for
+// `char`.
 #include <fmt/format-inl.h>
 
 FMT_BEGIN_NAMESPACE
@@ -12,7 +13,8 @@ template FMT_API std::locale locale_ref::get<std::locale>() const;
 template FMT_API thousands_sep_result<char> thousands_sep_impl(locale_ref);
 template FMT_API char decimal_point_impl(locale_ref);
 template FMT_API void buffer<char>::append(const char*, const char*);
-template FMT_API void vformat_to(buffer<char>&, string_view, basic_format_args<FMT_BUFFER_CONTEXT(char)>, locale_ref);
+template FMT_API void vformat_to(buffer<char>&, string_view, basic_format_args<FMT_BUFFER_CONTEXT(char)>,
+                                 locale_ref);
 
 }  // namespace detail
 FMT_END_NAMESPACE
