@@ -35,7 +35,6 @@ Plan Draw(Random& random, Rivals rivals, DWORD hold, Job& job) {
     plan.otherSpelling = random.OneIn(4);
     plan.reads = random.OneIn(4);
     plan.retries = random.OneIn(2);
-    if (hold != 0) job.pause = hold / static_cast<DWORD>(plan.chunks.size()) + 1;
     switch (random.Below(12)) {
         case 0:
             job.startError = AnyError(random);
@@ -48,7 +47,7 @@ Plan Draw(Random& random, Rivals rivals, DWORD hold, Job& job) {
             job.mostPerWrite = random.Between(500, 4'000);
             break;
         case 3:
-            job.pause = std::max<DWORD>(job.pause, random.Between(1, 4));
+            job.pause = random.Between(1, 4);
             break;
         case 4:
             job.endError = AnyError(random);
@@ -61,6 +60,13 @@ Plan Draw(Random& random, Rivals rivals, DWORD hold, Job& job) {
             break;
         default:
             break;
+    }
+    if (hold != 0) {
+        // In all, however many writes a chunk takes.
+        uint64_t writes = plan.chunks.size();
+        for (const uint32_t chunk : plan.chunks)
+            writes += chunk / job.mostPerWrite;
+        job.pause = std::max(job.pause, static_cast<DWORD>(hold / writes));
     }
     return plan;
 }
