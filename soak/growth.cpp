@@ -20,7 +20,7 @@ struct Resource {
 };
 // The pools of the runtimes keep a few threads more or less, each with its handles.
 constexpr Resource kTable[Growth::kResources] = {
-    {"handles", 8}, {"threads", 4}, {"heap blocks", 50}, {"router blocks", 0}, {"resident KiB", 8 * 1024},
+    {"handles", 24}, {"threads", 4}, {"heap blocks", 50}, {"router blocks", 0}, {"resident KiB", 8 * 1024},
 };
 
 int64_t ResidentKiB() {
