@@ -53,7 +53,10 @@ bool ExtensionSet::Put(size_t file, int state) const {
     std::wstring next;
     if (state != kMissing) {
         std::string text = Text(file, state);
-        if (state == kBroken) text.resize(text.size() / 2);
+        // Refused before it is parsed. Wine's MSXML keeps the last parse error of all threads in one place,
+        // and two threads that replace it at once free it twice: two queries of a file cut in half bring down
+        // the process.
+        if (state == kBroken) text.insert(0, "<!DOCTYPE VelunBidi>");
         next = folder_.Write(L"next.xml", text);
     }
     // A reader that has the file open keeps it as it is, for a moment.
