@@ -6,9 +6,10 @@
 //     <soap:Body …>
 //       the in-fields in the table's order, in the style's form
 //     </soap:Body>
-//   </soap:Envelope> A null is an empty element with xsi:nil="1". Prefixes that the envelope does not declare
-//   (xsi, xsd, q1) are declared on the elements that use them. The members of an array are elements named
-//   "item".
+//   </soap:Envelope>
+//
+// A null is an empty element with xsi:nil="1". Prefixes that the envelope does not declare (xsi, xsd, q1) are
+// declared on the elements that use them. The members of an array are elements named "item".
 #pragma once
 
 #include <string>

@@ -71,8 +71,7 @@ using SoapValues = std::vector<SoapValue>;
 //   uint64_t       their unsigned counterparts
 //   double         float, double
 //   bytes          hexBinary, base64Binary
-//   wstring        all others, in their lexical form: no C++ type holds a decimal or a date as XML Schema
-//   means it
+//   wstring        all others in their lexical form, for want of a C++ type that holds such a decimal or date
 struct SoapValue : std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double,
                                 std::vector<std::byte>, std::wstring, SoapValues> {
     using variant::variant;
