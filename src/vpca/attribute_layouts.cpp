@@ -24,6 +24,23 @@ const Value& As(const void* value) {
     return *static_cast<const Value*>(value);
 }
 
+// Most values are so short that calling memcpy would cost more than the copy. Those of 4 bytes and more are
+// two copies of a fixed size, which overlap.
+void CopyValue(uint8_t* to, const uint8_t* from, size_t count) {
+    if (count > 16) {
+        std::memcpy(to, from, count);
+    } else if (count >= 8) {
+        std::memcpy(to, from, 8);
+        std::memcpy(to + count - 8, from + count - 8, 8);
+    } else if (count >= 4) {
+        std::memcpy(to, from, 4);
+        std::memcpy(to + count - 4, from + count - 4, 4);
+    } else {
+        for (size_t i = 0; i < count; ++i)
+            to[i] = from[i];
+    }
+}
+
 template <uint32_t Size>
 struct Raw {
     static VpcaError EncodedSize(const void*, bool, uint32_t* size) {
@@ -142,7 +159,8 @@ struct Text {
         const uint8_t textLength = wire.ReadU8();
         record->textLength = textLength;
         record->text = reinterpret_cast<const char*>(text);
-        wire.ReadBytes(text, textLength);
+        CopyValue(text, wire.next, textLength);
+        wire.Skip(textLength);
         text[textLength] = 0;
         record->word1 = wire.ReadU16();
         record->word2 = wire.ReadU16();
@@ -174,7 +192,7 @@ struct Opaque {
         value->length = static_cast<uint8_t>(limit);
         value->bytes = bytes;
         value->size = limit;
-        if (limit != 0) std::memcpy(bytes, wire, limit);
+        CopyValue(bytes, wire, limit);
         return {bytes + RoundUp4(limit), limit};
     }
 };
