@@ -231,17 +231,10 @@ BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWrit
         if (port == nullptr || !IsPort(*port) || processState.suspended.load(std::memory_order_relaxed))
             [[unlikely]]
             return RefuseWrite(hPort);
-        // On the stack and not in a register, which would have to be saved and given back: that costs the
-        // loop around this call more than the rest of the counting.
-        DWORD* const volatile count = pcbWritten;
         const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
-        // One comparison for both: this write failed, or the one before it.
-        static_assert(LMPORT_WRITE_FAILED > 1);
-        if ((port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) >= unsigned{written != FALSE})
-            [[unlikely]]
-            return NoteWriteResult(*port, written, count);
-        const DWORD* const bytes = count;
-        if (bytes != nullptr) port->tally.bytes += *bytes;
+        if (!written || (port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) != 0) [[unlikely]]
+            return NoteWriteResult(*port, written, pcbWritten);
+        if (pcbWritten != nullptr) port->tally.bytes += *pcbWritten;
         return written;
     });
 }
