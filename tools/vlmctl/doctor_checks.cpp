@@ -6,7 +6,10 @@
 
 #include <fmt/format.h>
 
+#include <memory>
+
 #include "monitor/event_window.h"
+#include "soap/bounded_call.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/host/raw_tcp_monitor.h"
 #include "tools/vlmctl/address.h"
@@ -23,9 +26,11 @@ namespace vlm::ctl {
 
 namespace {
 
+using host::FromUtf8;
 using host::ToUtf8;
 
 constexpr DWORD kConnectTimeout = 5'000;  // milliseconds
+constexpr DWORD kCallTimeout = 5'000;     // milliseconds
 
 CheckResult Ok(const std::string& what, std::string text) {
     return {what, Health::kOk, std::move(text)};
@@ -36,13 +41,18 @@ CheckResult Wrong(const std::string& what, std::string text) {
 }
 
 CheckResult CheckEndpoint(const std::string& what, RpcRoute route) {
+    // Owned by the call: one that is given up goes on.
+    const auto client = std::make_shared<const RpcClient>(route, "");
+    const auto reply = std::make_shared<RpcReply>();
     // No printer has this name: the procedure's refusal is the sign of life, and no printer is asked.
-    const RpcReply reply = RpcClient(route, "").Query("", 0, 0);
-    if (reply.status != 0)
+    if (!RunBounded(
+            FromUtf8(what), [client, reply] { *reply = client->Query("", 0, 0); }, kCallTimeout))
+        return Wrong(what, "takes the call and does not answer; another program may have this endpoint");
+    if (reply->status != 0)
         return Wrong(what, fmt::format("nobody serves there (RPC status {}); once the monitor is registered, "
                                        "restart the service 'Spooler'",
-                                       reply.status));
-    return Ok(what, fmt::format("answers ({} for a printer without a name)", reply.result));
+                                       reply->status));
+    return Ok(what, fmt::format("answers ({} for a printer without a name)", reply->result));
 }
 
 CheckResult CheckPrintService(const std::string& url) {

@@ -117,11 +117,12 @@ RpcClient::RpcClient(RpcRoute route, const std::string& host) {
                                                  address.empty() ? nullptr : Text(address.c_str()),
                                                  Text(endpoint.name), nullptr, &whole);
     if (status == RPC_S_OK) {
-        status = RpcBindingFromStringBindingW(whole, &vllmBinding);
+        status = RpcBindingFromStringBindingW(whole, &binding_);
         RpcStringFreeW(&whole);
     }
     if (status != RPC_S_OK)
         throw CommandError("no binding to '" + host + "': RPC status " + std::to_string(status));
+    vllmBinding = binding_;  // what the stubs call through
 #if !defined(_MSC_VER)
     // For the life of the process: a handler that is there already does no harm.
     AddVectoredExceptionHandler(1, OnException);
@@ -129,7 +130,7 @@ RpcClient::RpcClient(RpcRoute route, const std::string& host) {
 }
 
 RpcClient::~RpcClient() {
-    RpcBindingFree(&vllmBinding);
+    RpcBindingFree(&binding_);
 }
 
 RpcReply RpcClient::Query(const std::string& printer, std::uint32_t dataId, std::uint32_t capacity) const {

@@ -26,7 +26,7 @@ struct RpcCommand {
     std::vector<std::uint16_t> shorts;  // at most 64
 };
 
-// One client has one binding; a program has one client at a time. Its calls may come from any thread.
+// One client has one binding. Calls go through that of the newest client of the program, from any thread.
 class RpcClient {
  public:
     // An empty `host` is this machine. Nothing is sent yet. Throws CommandError.
@@ -38,6 +38,9 @@ class RpcClient {
     // `printer` is text in the system's code page.
     RpcReply Query(const std::string& printer, std::uint32_t dataId, std::uint32_t capacity) const;
     RpcReply Command(const std::string& printer, const RpcCommand& command, std::uint32_t capacity) const;
+
+ private:
+    void* binding_ = nullptr;  // an RPC_BINDING_HANDLE
 };
 
 }  // namespace vlm::ctl

@@ -1,11 +1,13 @@
 // vlmctl rpc: the remote procedures of a monitor, on this machine or another one.
 #include <CLI/CLI.hpp>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "soap/bounded_call.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/console.h"
@@ -20,6 +22,7 @@ namespace {
 constexpr std::uint32_t kMostReply = 1'048'576;
 constexpr size_t kMostArguments = 64;
 constexpr unsigned kMostThreads = 500;
+constexpr unsigned kLongestWait = 3'600;  // seconds
 
 struct RpcOptions {
     std::string endpoint = "local";
@@ -28,6 +31,7 @@ struct RpcOptions {
     std::string capacity = "8192";
     bool raw = false;
     unsigned times = 1;
+    unsigned timeout = 60;
     // of query
     std::string dataId;
     // of command
@@ -38,13 +42,13 @@ struct RpcOptions {
     std::vector<std::string> shorts;
 };
 
-RpcClient ClientFor(const RpcOptions& options) {
+std::shared_ptr<const RpcClient> ClientFor(const RpcOptions& options) {
     static const std::map<std::string, RpcRoute> kRoutes{
         {"local", RpcRoute::kLocal}, {"pipe", RpcRoute::kPipe}, {"tcp", RpcRoute::kTcp}};
     const RpcRoute route = kRoutes.at(options.endpoint);
     if (route == RpcRoute::kLocal && !options.host.empty())
         throw CommandError("--host needs --endpoint pipe or tcp; local is this machine's", kWrongUsage);
-    return RpcClient(route, options.host);
+    return std::make_shared<const RpcClient>(route, options.host);
 }
 
 // The procedures take the printer's name in the system's code page.
@@ -122,22 +126,30 @@ void Show(const RpcReply& reply, bool raw) {
     if (!reply.bytes.empty()) Print(HexDump(reply.bytes));
 }
 
-// `--times N` makes N calls at once, each on a thread of its own, and counts their outcomes.
-template <typename MakeCall>
-void Run(const RpcOptions& options, const MakeCall& makeCall) {
-    if (options.times == 1) {
-        Show(makeCall(), options.raw);
-        return;
-    }
-    std::vector<RpcReply> replies(options.times);
+// Each call on a thread of its own, all at once.
+void CallAtOnce(const std::function<RpcReply()>& makeCall, std::vector<RpcReply>& replies) {
     std::vector<std::thread> threads;
     threads.reserve(replies.size());
     for (RpcReply& reply : replies)
         threads.emplace_back([&] { reply = makeCall(); });
     for (std::thread& thread : threads)
         thread.join();
+}
+
+// Makes as many calls as `--times` says and shows the reply of one, or counts the outcomes of more. The
+// runtime waits for ever for a machine that takes the connection and then is silent; calls that are given up
+// end with the program, so what `makeCall` uses has to be its own.
+void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
+    const auto replies = std::make_shared<std::vector<RpcReply>>(options.times);
+    if (!RunBounded(
+            L"the service", [replies, makeCall] { CallAtOnce(makeCall, *replies); }, options.timeout * 1'000))
+        throw CommandError(fmt::format("no answer within {} s", options.timeout));
+    if (options.times == 1) {
+        Show(replies->front(), options.raw);
+        return;
+    }
     std::map<std::string, size_t> outcomes;
-    for (const RpcReply& reply : replies)
+    for (const RpcReply& reply : *replies)
         ++outcomes[reply.status != 0 ? fmt::format("status {}", reply.status)
                                      : fmt::format("result {}", reply.result)];
     for (const auto& [outcome, count] : outcomes)
@@ -160,8 +172,7 @@ void Query(const RpcOptions& options) {
     const std::uint32_t dataId = ParseNumber(options.dataId, "data id");
     const std::uint32_t capacity = ParseNumber(options.capacity, "capacity", kMostReply);
     const std::string printer = InCodePage(options.printer);
-    const RpcClient client = ClientFor(options);
-    Run(options, [&] { return client.Query(printer, dataId, capacity); });
+    Run(options, [=, client = ClientFor(options)] { return client->Query(printer, dataId, capacity); });
 }
 
 void Command(const RpcOptions& options) {
@@ -174,8 +185,7 @@ void Command(const RpcOptions& options) {
     command.shorts = Numbers<std::uint16_t>(options.shorts, "16-bit id", 0xFFFF);
     const std::uint32_t capacity = ParseNumber(options.capacity, "capacity", kMostReply);
     const std::string printer = InCodePage(options.printer);
-    const RpcClient client = ClientFor(options);
-    Run(options, [&] { return client.Command(printer, command, capacity); });
+    Run(options, [=, client = ClientFor(options)] { return client->Command(printer, command, capacity); });
 }
 
 void AddCommonOptions(CLI::App& command, RpcOptions& options) {
@@ -190,6 +200,9 @@ void AddCommonOptions(CLI::App& command, RpcOptions& options) {
     command.add_flag("--raw", options.raw, "Print the reply as one line of hex digits");
     command.add_option("--times", options.times, "Make that many calls at once and count the outcomes")
         ->check(CLI::Range(1U, kMostThreads));
+    command.add_option("--timeout", options.timeout, "Seconds after which to give up")
+        ->check(CLI::Range(1U, kLongestWait))
+        ->capture_default_str();
 }
 
 }  // namespace
