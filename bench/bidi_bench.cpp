@@ -195,8 +195,8 @@ void Measure(bench::Rows& rows) {
         return best;
     };
     const Times small = measure(hundred, 8);
-    const Times medium = measure(thousand, 3);
-    const Times large = measure(tenThousand, 1);
+    const Times medium = measure(thousand, 6);
+    const Times large = measure(tenThousand, 2);
 
     const struct {
         const char* leaves;

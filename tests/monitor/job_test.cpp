@@ -183,6 +183,10 @@ struct EndOfJob {
     size_t polls;
 };
 
+void PrintTo(const EndOfJob& row, std::ostream* out) {
+    *out << row.name;
+}
+
 class EndOfJobTest : public PortTest, public ::testing::WithParamInterface<EndOfJob> {};
 
 const std::vector<std::wstring> kSent = {L"SENT_TO_PRINTER", L"LAST_PAGE_EJECTED"};
