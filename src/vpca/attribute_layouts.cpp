@@ -24,8 +24,8 @@ const Value& As(const void* value) {
     return *static_cast<const Value*>(value);
 }
 
-// Most values are so short that calling memcpy would cost more than the copy. Those of 4 bytes and more are
-// two copies of a fixed size, which overlap.
+// Most values are so short that calling memcpy would cost more than the copy. Those of 4 to 16 bytes are two
+// copies of a fixed size, which overlap.
 void CopyValue(uint8_t* to, const uint8_t* from, size_t count) {
     if (count > 16) {
         std::memcpy(to, from, count);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <numeric>
 #include <optional>
 
 #include "hex.h"
@@ -115,6 +116,15 @@ TEST_F(AttributeTest, TextRecordsKeepTheTextWithATerminatingZero) {
         EXPECT_EQ(record.byte, 0x0D);
         EXPECT_EQ(destination_->capacity, 2 * 16 + 40 + ((length + 4u) & ~3u) + 24);
         EXPECT_EQ(list_.valueBytes, 18u + length);
+    }
+}
+
+TEST_F(AttributeTest, ValuesOfEveryShortLengthKeepTheirBytes) {
+    for (uint8_t length = 0; length <= 33; ++length) {
+        Bytes value(length);
+        std::iota(value.begin(), value.end(), uint8_t{1});
+        ASSERT_EQ(Decode(Hex("01 1B58") + Bytes{length} + value), VpcaError::kSuccess);
+        EXPECT_EQ(ToHex(ValueAt<OpaqueValue>(0).bytes, length), ToHex(value.data(), length));
     }
 }
 
