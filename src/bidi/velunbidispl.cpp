@@ -149,36 +149,33 @@ HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseX
     return GuardEntry(name_, L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
         if (responseXml == nullptr) return E_INVALIDARG;
         // What is longer is refused in any case, and might be more than the platform converts at once.
-        Bind(DocumentToUtf8(std::wstring_view(responseXml).substr(0, 2 * kPrinterAnswerLimits.bytes)));
+        const std::string document =
+            DocumentToUtf8(std::wstring_view(responseXml).substr(0, 2 * kPrinterAnswerLimits.bytes));
+        const XmlRefusal refusal = CheckXmlBounds(document, kPrinterAnswerLimits);
+        if (refusal != XmlRefusal::kNone) {
+            Trace(L"Error: the printer's answer %ls\r\n", Describe(refusal));
+            return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
+        }
+        Bind(document);
         return S_OK;
     });
 }
 
-HRESULT CVelunBidiSpl::SetGetPrinterElementResponseStream(IStream* response) {
-    return GuardEntry(name_, L"SetGetPrinterElementResponseStream", [&]() -> HRESULT {
-        if (response == nullptr) return E_INVALIDARG;
-        std::string bytes;
-        CheckEngine(ReadStream(response, kPrinterAnswerLimits.bytes, &bytes));
-        Bind(bytes);
+HRESULT CVelunBidiSpl::SetGetPrinterElementResponse(std::string_view document) {
+    return GuardEntry(name_, L"SetGetPrinterElementResponse", [&]() -> HRESULT {
+        Bind(document);
         return S_OK;
     });
 }
 
-void CVelunBidiSpl::Bind(const std::string& response) {
+void CVelunBidiSpl::Bind(std::string_view response) {
     if (!extension_) {
         Trace(L"CVelunBidiSpl::SetGetPrinterElementResponseData - Error: must call init first\r\n");
         ThrowEngineError(E_FAIL);
     }
-    const XmlRefusal refusal = CheckXmlBounds(response, kPrinterAnswerLimits);
-    if (refusal != XmlRefusal::kNone) {
-        Trace(L"Error: the printer's answer %ls\r\n", Describe(refusal));
-        ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
-    }
     CXMLDoc wsd;
     wsd.Init();
-    ComPtr<IStream> stream;
-    CheckEngine(MakeStream(response, stream.Receive()));
-    wsd.LoadStream(stream.Get(), kWsdPrintNamespace);
+    wsd.LoadBytes(response, kWsdPrintNamespace);
 
     // Filters use the prefixes of their extension file, and those of the answer. Only the first Schema's must
     // not differ from the answer's: of the others "Get" sees nothing.

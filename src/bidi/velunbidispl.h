@@ -19,6 +19,7 @@
 
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "util/com.h"
@@ -51,10 +52,12 @@ class CVelunBidiSpl {
     // no path could be resolved. E_INVALIDARG for null arguments and for an entry without schema.
     HRESULT EnumQueryElement(const BIDI_REQUEST_CONTAINER* request, BSTR* queryXml);
 
-    // Binds the printer's answer: the text of an XML document (an XML declaration in it is passed over), or a
-    // stream of one, which is read from its current position to its end.
+    // Binds the printer's answer, the text of an XML document; an XML declaration in it is passed over. One
+    // beyond kPrinterAnswerLimits (util/xml_bounds.h) is refused.
     HRESULT SetGetPrinterElementResponseData(const wchar_t* responseXml);
-    HRESULT SetGetPrinterElementResponseStream(IStream* response);
+    // The same for a document in UTF-8 that was made of an answer within those limits and is as bounded, as
+    // CleanPrinterElements makes it: it is not looked at again.
+    HRESULT SetGetPrinterElementResponse(std::string_view document);
 
     // Answers one path with the document
     //   <bidi:Get xmlns:bidi="…"><Query schema="PATH"><Schema name="LEAF
@@ -75,7 +78,7 @@ class CVelunBidiSpl {
                                      BIDI_RESPONSE_CONTAINER** response);
 
  private:
-    void Bind(const std::string& response);
+    void Bind(std::string_view response);
     bool ReadyToAnswer() const;
     std::wstring AnswerText(const wchar_t* path) const;
     std::wstring QueryElements(const BIDI_REQUEST_CONTAINER& request, bool* resolved) const;

@@ -189,10 +189,12 @@ HRESULT AnswerFromPrinter(CLmMgr& manager, const LmPort& port, const BIDI_REQUES
     if (FAILED(hr)) return hr;
 
     std::wstring address;
-    ComPtr<IStream> elements;
+    std::string answer;
+    std::string document;
     hr = manager.GetPrinterAddress(port, &address);
-    if (SUCCEEDED(hr)) hr = GetPrinterElements(address.c_str(), query, elements.Receive());
-    if (SUCCEEDED(hr)) hr = engine.SetGetPrinterElementResponseStream(elements.Get());
+    if (SUCCEEDED(hr)) hr = FetchPrinterElements(address.c_str(), query, &answer);
+    if (SUCCEEDED(hr)) hr = CleanPrinterElements(answer, query, &document);
+    if (SUCCEEDED(hr)) hr = engine.SetGetPrinterElementResponse(document);
     // A "Get" of a property, too, is answered with all that lies below it.
     if (SUCCEEDED(hr)) hr = engine.SendRecvBidiDataFromPort(kGetAll, request, response);
     return hr;

@@ -73,7 +73,7 @@ class AnswerHandler : public SaxHandler {
     bool envelopeSeen_ = false;
 };
 
-HRESULT Fetch(const wchar_t* url, const PrinterElementsQuery& query, IStream** answer) {
+HRESULT Fetch(const wchar_t* url, const PrinterElementsQuery& query, std::string* answer) {
     PrinterServiceProxy proxy;
     HRESULT hr = proxy.SetUrl(url);
     std::wstring messageId;
@@ -86,68 +86,63 @@ HRESULT Fetch(const wchar_t* url, const PrinterElementsQuery& query, IStream** a
     return proxy.GetPrinterElements(request.c_str(), answer);
 }
 
-HRESULT Clean(IStream* answer, const PrinterElementsQuery& query, IStream** response) {
-    std::string document;
+HRESULT Clean(std::string_view answer, const PrinterElementsQuery& query, std::string* document) {
     ComPtr<ISAXXMLReader> reader;
-    HRESULT hr = ReadWhole(answer, &document);
-    if (SUCCEEDED(hr)) hr = CreateSaxReader(reader.Receive());
+    HRESULT hr = CreateSaxReader(reader.Receive());
     if (FAILED(hr)) return hr;
     AnswerHandler handler(query);
-    hr = ParseXml(reader.Get(), document, &handler);
+    hr = ParseXml(reader.Get(), answer, &handler);
     if (FAILED(hr)) {
         Trace(L"WSD: the printer's answer cannot be used, error 0x%08lX\r\n", static_cast<unsigned long>(hr));
         return hr;
     }
-    return MakeStream("<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + ToUtf8(handler.Finish()), response);
+    *document = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + ToUtf8(handler.Finish());
+    return S_OK;
 }
 
-HRESULT FetchAndClean(const wchar_t* url, const PrinterElementsQuery& query, IStream** response) {
-    ComPtr<IStream> answer;
-    const HRESULT hr = Fetch(url, query, answer.Receive());
-    return FAILED(hr) ? hr : Clean(answer.Get(), query, response);
+// What the public functions have in common: `body` runs with the query that `queryText` or `queryStream`
+// holds, and nothing is thrown.
+template <typename Query, typename Body>
+HRESULT WithQuery(Query queryDocument, bool argumentsGood, Body&& body) {
+    if (queryDocument == nullptr || !argumentsGood) return E_INVALIDARG;
+    return GuardHresult([&] {
+        PrinterElementsQuery query;
+        const HRESULT hr = ReadQuery(queryDocument, &query);
+        return FAILED(hr) ? hr : body(query);
+    });
 }
 
-// What the public functions have in common: the out pointer is null unless `body` fills it, and nothing is
-// thrown.
-template <typename Body>
-HRESULT Produce(IStream** out, bool argumentsGood, Body&& body) {
-    if (out == nullptr) return E_INVALIDARG;
-    *out = nullptr;
-    return argumentsGood ? GuardHresult(body) : E_INVALIDARG;
+template <typename Query>
+HRESULT GetAsStream(const wchar_t* url, Query queryDocument, IStream** response) {
+    if (response != nullptr) *response = nullptr;
+    return WithQuery(queryDocument, url != nullptr && response != nullptr,
+                     [&](const PrinterElementsQuery& query) {
+                         std::string answer;
+                         std::string document;
+                         HRESULT hr = Fetch(url, query, &answer);
+                         if (SUCCEEDED(hr)) hr = Clean(answer, query, &document);
+                         return FAILED(hr) ? hr : MakeStream(document, response);
+                     });
 }
 
 }  // namespace
 
+HRESULT FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer) {
+    return WithQuery(queryText, url != nullptr && answer != nullptr,
+                     [&](const PrinterElementsQuery& query) { return Fetch(url, query, answer); });
+}
+
+HRESULT CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document) {
+    return WithQuery(queryText, document != nullptr,
+                     [&](const PrinterElementsQuery& query) { return Clean(answer, query, document); });
+}
+
 HRESULT GetPrinterElements(const wchar_t* url, const wchar_t* queryText, IStream** response) {
-    return Produce(response, url != nullptr && queryText != nullptr, [&] {
-        PrinterElementsQuery query;
-        const HRESULT hr = ReadQuery(queryText, &query);
-        return FAILED(hr) ? hr : FetchAndClean(url, query, response);
-    });
+    return GetAsStream(url, queryText, response);
 }
 
 HRESULT GetPrinterElementsFromStream(const wchar_t* url, IStream* queryStream, IStream** response) {
-    return Produce(response, url != nullptr && queryStream != nullptr, [&] {
-        PrinterElementsQuery query;
-        const HRESULT hr = ReadQuery(queryStream, &query);
-        return FAILED(hr) ? hr : FetchAndClean(url, query, response);
-    });
-}
-
-HRESULT FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, IStream** answer) {
-    return Produce(answer, url != nullptr && queryText != nullptr, [&] {
-        PrinterElementsQuery query;
-        const HRESULT hr = ReadQuery(queryText, &query);
-        return FAILED(hr) ? hr : Fetch(url, query, answer);
-    });
-}
-
-HRESULT CleanPrinterElements(IStream* answer, const wchar_t* queryText, IStream** response) {
-    return Produce(response, answer != nullptr && queryText != nullptr, [&] {
-        PrinterElementsQuery query;
-        const HRESULT hr = ReadQuery(queryText, &query);
-        return FAILED(hr) ? hr : Clean(answer, query, response);
-    });
+    return GetAsStream(url, queryStream, response);
 }
 
 }  // namespace vlm

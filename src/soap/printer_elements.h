@@ -5,31 +5,33 @@
 // vendor's extension files, and a child Name per element, with a qualified name as its text. Other children
 // are passed over.
 //
-// The answer is a UTF-8 document, the printer's whole envelope with one prefix per namespace, chosen as
-// prefix_normalizer.h says after the query's declarations; a stream positioned at its start, one reference
-// for the caller.
+// The answer becomes a UTF-8 document, the printer's whole envelope with one prefix per namespace, chosen as
+// prefix_normalizer.h says after the query's declarations.
 //
 // For threads with COM initialised; nothing is shared between calls. Failures are HRESULTs, with the reason
-// in the trace, and leave the out pointer null. The printer's time-outs bound the exchange as
-// soap_wininet_client.h says (5 seconds is the time-out here); no printer's answer makes the clean-up expand
-// or recurse without end.
+// in the trace. The printer's time-outs bound the exchange as soap_wininet_client.h says (5 seconds is the
+// time-out here). An answer beyond kPrinterAnswerLimits is refused before any parser sees it.
 #pragma once
 
 #include <windows.h>
 // windows.h first.
 #include <objidl.h>
 
+#include <string>
+#include <string_view>
+
 namespace vlm {
 
-// `url` as ParseServiceUrl() reads it, so a bare host address will do: http, port 80, "/wsd/print/". The
-// request carries it as it is in wsa:To.
+// The printer's answer as it came. `url` as ParseServiceUrl() reads it, so a bare host address will do: http,
+// port 80, "/wsd/print/". The request carries it as it is in wsa:To.
+HRESULT FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer);
+
+// The document that the engine takes, made of an answer as it came.
+HRESULT CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document);
+
+// Both, for callers that take the document as a stream: positioned at its start, one reference for the
+// caller; null after a failure. The second reads the query from the stream's beginning.
 HRESULT GetPrinterElements(const wchar_t* url, const wchar_t* queryText, IStream** response);
-
-// The same with the query in a stream, which is read from its beginning.
 HRESULT GetPrinterElementsFromStream(const wchar_t* url, IStream* query, IStream** response);
-
-// The two halves of GetPrinterElements(): the printer's answer as it came, and the clean-up of one.
-HRESULT FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, IStream** answer);
-HRESULT CleanPrinterElements(IStream* answer, const wchar_t* queryText, IStream** response);
 
 }  // namespace vlm

@@ -6,8 +6,6 @@
 #include <string>
 
 #include "soap/soap_wininet_client.h"
-#include "soap/streams.h"
-#include "util/com.h"
 
 namespace vlm::PrinterService {
 
@@ -18,20 +16,15 @@ class CPrinterServiceT : public Client {
  public:
     CPrinterServiceT() : Client(ServiceUrl{false, L"localhost", 80, L"/wsd/print/"}) {}
 
-    // Sends `request`, a whole envelope, and returns the answer's body as the printer sent it, as a stream at
-    // its start. Nothing is said about what the body holds. On failure `response` is null and
-    // GetClientError() tells more.
-    HRESULT GetPrinterElements(const char* request, IStream** response) {
-        *response = nullptr;
+    // Sends `request`, a whole envelope, and returns the answer's body as the printer sent it. Nothing is
+    // said about what the body holds. On failure GetClientError() tells more.
+    HRESULT GetPrinterElements(const char* request, std::string* body) {
         HRESULT hr = this->InitializeReader();
         if (FAILED(hr)) return hr;
         this->CleanupClient();
         hr = this->SetBody(request);
         if (SUCCEEDED(hr)) hr = this->SendRequest(Client::kEmptyAction);
-        std::string body;
-        if (SUCCEEDED(hr)) hr = this->ReadBody(&body);
-        if (SUCCEEDED(hr)) hr = MakeStream(body, response);
-        return hr;
+        return SUCCEEDED(hr) ? this->ReadBody(body) : hr;
     }
 };
 

@@ -1,16 +1,14 @@
 #include "soap/sax.h"
 
 #include "soap/hresult.h"
-#include "soap/streams.h"
 #include "util/scope_exit.h"
+#include "util/streams.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
 
 namespace vlm {
 
 namespace {
-
-constexpr XmlLimits kLimits{kLongestBody, 128, 100'000, 16u << 10};
 
 // The reader's strings are not terminated, and may be null when empty.
 std::wstring_view View(const wchar_t* text, int length) {
@@ -92,7 +90,7 @@ HRESULT CreateSaxReader(ISAXXMLReader** reader) {
 
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler) {
     std::string ready;
-    const XmlRefusal refusal = CheckXmlBounds(document, kLimits, &ready);
+    const XmlRefusal refusal = CheckXmlBounds(document, kPrinterAnswerLimits, &ready);
     if (refusal != XmlRefusal::kNone) {
         Trace(L"SOAP: an answer is refused: it %ls\r\n", Describe(refusal));
         return E_FAIL;

@@ -2,11 +2,12 @@
 #pragma once
 
 #include "util/streams.h"
+#include "util/xml_bounds.h"
 
 namespace vlm {
 
-// No answer of a printer is longer than this; the longest real ones have some hundred kilobytes.
-inline constexpr size_t kLongestBody = 16 * 1024 * 1024;
+// A longer answer would not be let through to a parser; the longest real ones have some hundred kilobytes.
+inline constexpr size_t kLongestBody = kPrinterAnswerLimits.bytes;
 
 // Everything from the stream's position to its end. Fails with the stream's own HRESULT, or with E_FAIL where
 // there is more than kLongestBody.

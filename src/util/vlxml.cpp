@@ -186,6 +186,12 @@ void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
     AfterLoad(loaded, namespaceUri);
 }
 
+void CXMLDoc::LoadBytes(std::string_view bytes, const wchar_t* namespaceUri) {
+    ComPtr<IStream> stream;
+    Check(MakeStream(bytes, stream.Receive()));
+    LoadStream(stream.Get(), namespaceUri);
+}
+
 // A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from others:
 // both are the same here.
 bool CXMLDoc::LoadFrom(IStream* stream) {

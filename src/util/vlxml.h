@@ -43,6 +43,7 @@ class CXMLDoc {
     void LoadXml(const wchar_t* text, const wchar_t* namespaceUri);
     // Reads from the stream's current position.
     void LoadStream(IStream* stream, const wchar_t* namespaceUri);
+    void LoadBytes(std::string_view bytes, const wchar_t* namespaceUri);
 
     // Makes the declarations that stand on the node, or those given, the prefixes that XPath knows.
     void SetSelectionNamespaces(IXMLDOMNode* node);

@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <array>
+#include <optional>
+#include <vector>
+
+#include "util/xml_markup.h"
 
 namespace vlm {
 
@@ -42,70 +46,66 @@ bool IsScannableEncoding(string_view declaration) {
                        [&](string_view f) { return name.starts_with(f); });
 }
 
-// The position behind the '>' that ends the tag at the front of `text`, quoted '>' apart; npos when there is
-// none. Counts its attributes.
-size_t EndOfTag(string_view text, size_t& attributes) {
-    for (size_t i = 1; i < text.size(); ++i) {
-        if (text[i] == '>') return i + 1;
-        if (text[i] == '"' || text[i] == '\'') {
-            i = text.find(text[i], i + 1);
-            if (i == string_view::npos) break;
-            ++attributes;
-        }
-    }
-    return string_view::npos;
-}
+// Counts what a document's markup adds up to, and says which limit it passes.
+class Bounds {
+ public:
+    explicit Bounds(const XmlLimits& limits) : limits_(limits) {}
 
-// `ready`, if not null, receives the text with a line end in each end tag.
+    XmlRefusal Take(const Markup& markup) {
+        switch (markup.kind) {
+            case MarkupKind::kDeclaration:
+                return XmlRefusal::kDocumentType;
+            case MarkupKind::kEndTag:
+                if (!open_.empty()) {
+                    declarations_ -= open_.back();
+                    open_.pop_back();
+                }
+                return XmlRefusal::kNone;
+            case MarkupKind::kStartTag:
+                open_.push_back(markup.declarations);
+                declarations_ += markup.declarations;
+                break;
+            default:
+                break;
+        }
+        nodes_ += 1 + markup.attributes;
+        if (nodes_ > limits_.nodes) return XmlRefusal::kTooManyNodes;
+        if (open_.size() > limits_.depth) return XmlRefusal::kTooDeep;
+        const size_t own = markup.kind == MarkupKind::kEmptyTag ? markup.declarations : 0;
+        return declarations_ + own > limits_.declarations ? XmlRefusal::kTooManyDeclarations
+                                                          : XmlRefusal::kNone;
+    }
+
+ private:
+    const XmlLimits& limits_;
+    std::vector<size_t> open_;  // for each open element, how many namespaces it declares
+    size_t declarations_ = 0;   // in scope
+    size_t nodes_ = 0;
+};
+
+// `ready`, if not null, receives the text with a line end in each tag.
 XmlRefusal Scan(string_view text, const XmlLimits& limits, std::string* ready) {
     // In the encodings that are let through, NUL is no character of a document.
     if (text.find('\0') != string_view::npos) return XmlRefusal::kEncoding;
     if (text.starts_with("<?xml") && !IsScannableEncoding(text.substr(0, text.find("?>")))) {
         return XmlRefusal::kEncoding;
     }
-    size_t depth = 0;
-    size_t nodes = 0;
-    string_view rest = text;
-    const auto take = [&](size_t count) {
-        if (ready != nullptr) *ready += rest.substr(0, count);
-        rest.remove_prefix(count);
-    };
-    for (size_t at = rest.find('<'); at != string_view::npos; at = rest.find('<')) {
-        take(at);
-        size_t end = string_view::npos;
-        bool isEndTag = false;
-        const auto endsWith = [&](string_view mark, size_t from) {
-            end = rest.find(mark, from);
-            if (end != string_view::npos) end += mark.size();
-        };
-        if (rest.starts_with("<!--")) {
-            endsWith("-->", 4);
-        } else if (rest.starts_with("<![CDATA[")) {
-            endsWith("]]>", 9);
-        } else if (rest.starts_with("<!")) {
-            return XmlRefusal::kDocumentType;
-        } else if (rest.starts_with("<?")) {
-            endsWith("?>", 2);
-        } else {
-            size_t attributes = 0;
-            end = EndOfTag(rest.substr(0, limits.tag), attributes);
-            if (end == string_view::npos && rest.size() > limits.tag) return XmlRefusal::kTagTooLong;
-            if (end == string_view::npos) break;
-            isEndTag = rest[1] == '/';
-            if (isEndTag) {
-                if (depth > 0) --depth;
-            } else {
-                nodes += 1 + attributes;
-                if (nodes > limits.nodes) return XmlRefusal::kTooManyNodes;
-                if (rest[end - 2] != '/' && ++depth > limits.depth) return XmlRefusal::kTooDeep;
-            }
-        }
-        if (end == string_view::npos) break;  // inside markup: no parser gets beyond this either
-        take(end - 1);
-        if (isEndTag && ready != nullptr) *ready += '\n';
-        take(1);
+    Bounds bounds(limits);
+    MarkupReader reader(text, limits.tag);
+    while (const std::optional<Markup> markup = reader.Next()) {
+        const XmlRefusal refusal = bounds.Take(*markup);
+        if (refusal != XmlRefusal::kNone) return refusal;
+        if (ready == nullptr) continue;
+        *ready += markup->before;
+        const bool isTag = markup->kind <= MarkupKind::kEndTag;
+        const size_t tail = !isTag ? 0 : markup->kind == MarkupKind::kEmptyTag ? 2 : 1;
+        *ready += markup->text.substr(0, markup->text.size() - tail);
+        if (isTag) *ready += '\n';
+        *ready += markup->text.substr(markup->text.size() - tail);
     }
-    take(rest.size());
+    if (reader.TagTooLong()) return XmlRefusal::kTagTooLong;
+    // Inside unfinished markup no parser gets further either.
+    if (ready != nullptr) *ready += reader.Rest();
     return XmlRefusal::kNone;
 }
 
@@ -140,6 +140,8 @@ const wchar_t* Describe(XmlRefusal refusal) {
             return L"nests its elements too deeply";
         case XmlRefusal::kTooManyNodes:
             return L"has too many elements and attributes";
+        case XmlRefusal::kTooManyDeclarations:
+            return L"declares too many namespaces";
         case XmlRefusal::kTagTooLong:
             return L"has a tag that is too long";
         case XmlRefusal::kEncoding:

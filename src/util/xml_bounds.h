@@ -16,14 +16,18 @@ namespace vlm {
 struct XmlLimits {
     size_t bytes;
     size_t depth;  // of nested elements
-    size_t nodes;  // elements and attributes together
+    size_t nodes;  // elements, attributes, comments and the like together
     size_t tag;    // bytes of one tag
+    // Of namespaces, in scope at once: a parser searches them for each name.
+    size_t declarations;
 };
 
 // A Bidi extension file: a few thousand leaves are a large one.
-inline constexpr XmlLimits kExtensionFileLimits{8u << 20, 100, 400'000, 64u << 10};
-// A printer's answer; every filter of the extension files searches it, so its size is time, too.
-inline constexpr XmlLimits kPrinterAnswerLimits{2u << 20, 100, 100'000, 64u << 10};
+inline constexpr XmlLimits kExtensionFileLimits{8u << 20, 100, 400'000, 64u << 10, 256};
+// What a printer's service sends. Every filter of the extension files searches it, so its size is time, too:
+// a large device with sixty consumables and trays and two hundred conditions in three languages takes a third
+// of it.
+inline constexpr XmlLimits kPrinterAnswerLimits{2u << 20, 100, 20'000, 16u << 10, 128};
 
 enum class XmlRefusal {
     kNone,
@@ -32,13 +36,14 @@ enum class XmlRefusal {
     kTooDeep,
     kTooManyNodes,
     kTagTooLong,
+    kTooManyDeclarations,
     // Neither UTF-8, UTF-16 nor a single-byte superset of ASCII; another one could hide markup from the scan.
     kEncoding,
 };
 
 // `ready`, if not null, receives the same document, made quick to parse: unless it is UTF-16, without its
-// byte order mark and with a line end inside each end tag, where it says nothing. Some SAX readers look for
-// the beginning of the line at every event, and a printer's answer is one line.
+// byte order mark and with a line end inside each tag, where it says nothing. Some SAX readers look for the
+// beginning of the line at every event, and a printer's answer is one line.
 XmlRefusal CheckXmlBounds(std::string_view text, const XmlLimits& limits, std::string* ready = nullptr);
 
 // "is too large", to stand behind the name of what was refused.

@@ -9,7 +9,7 @@
 namespace vlm {
 namespace {
 
-constexpr XmlLimits kLimits{400, 3, 8, 100};
+constexpr XmlLimits kLimits{400, 3, 8, 100, 2};
 
 std::string Utf16(std::string_view ascii, bool bigEndian, bool mark) {
     std::string bytes = mark ? (bigEndian ? "\xFE\xFF" : "\xFF\xFE") : "";
@@ -36,6 +36,14 @@ TEST(XmlBounds, RefusesWhatAParserShouldNotSee) {
         {"siblings are not deep", "<a><b/><b/><b></b><b></b><b/></a>", kNone},
         {"too many elements", "<a><b/><b/><b/><b/><b/><b/><b/><b/></a>", kTooManyNodes},
         {"attributes count, too", "<a a='' b='' c='' d='' e='' f='' g='' h=''/>", kTooManyNodes},
+        {"comments and the like count, too",
+         "<a><!----><!----><![CDATA[]]><?p q?><b/><!----><!----><!----></a>", kTooManyNodes},
+        {"declarations out of scope do not count",
+         "<a xmlns='u'><b xmlns:p='p'/><b\nxmlns:q='q'></b><b xmlns='v'/></a>", kNone},
+        {"declarations in scope", "<a xmlns='u'><b xmlns:p='p'><c\txmlns:q='q'/></b></a>",
+         kTooManyDeclarations},
+        {"what only looks like a declaration", "<a xmlnsx='u' b=' xmlns:a='><b p:xmlns='' c='' d=''/></a>",
+         kNone},
         {"too large", "<a>" + std::string(400, ' ') + "</a>", kTooLarge},
         {"the longest tag", "<a b='" + std::string(91, 'x') + "'/>", kNone},
         {"a longer tag", "<a b='" + std::string(92, 'x') + "'/>", kTagTooLong},
@@ -71,7 +79,7 @@ TEST(XmlBounds, BreaksLinesOnlyWhereTheySayNothing) {
     ASSERT_EQ(CheckXmlBounds("\xEF\xBB\xBF<?x </a>?><a b='</a>'>t<!--</a>--><![CDATA[</a>]]><c/></a > <d",
                              kLimits, &ready),
               XmlRefusal::kNone);
-    EXPECT_EQ(ready, "<?x </a>?><a b='</a>'>t<!--</a>--><![CDATA[</a>]]><c/></a \n> <d");
+    EXPECT_EQ(ready, "<?x </a>?><a b='</a>'\n>t<!--</a>--><![CDATA[</a>]]><c\n/></a \n> <d");
     const std::string wide = Utf16("<a></a>", false, true);
     ASSERT_EQ(CheckXmlBounds(wide, kLimits, &ready), XmlRefusal::kNone);
     EXPECT_EQ(ready, wide);

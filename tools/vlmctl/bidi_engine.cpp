@@ -11,7 +11,6 @@
 #include "tools/vlmctl/element_document.h"
 #include "tools/vlmctl/trace_keeper.h"
 #include "tools/vlmctl/wsd_exchange.h"
-#include "util/streams.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
 
@@ -52,24 +51,21 @@ bool QueryFor(CVelunBidiSpl& engine, BidiRequest& request, _bstr_t& queryXml) {
 
 // A saved answer passes for one that the printer has just sent in answer to the query: with the prefixes that
 // the query declares, whatever the printer's own are.
-ComPtr<IStream> CleanSavedAnswer(const std::string& file, const _bstr_t& queryXml) {
+std::string CleanSavedAnswer(const std::string& file, const _bstr_t& queryXml) {
     std::wstring problem;
     const std::optional<std::string> bytes =
         ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
     if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
-    ComPtr<IStream> answer;
-    ComPtr<IStream> clean;
-    HRESULT result = MakeStream(*bytes, answer.Receive());
-    if (result == S_OK) result = CleanPrinterElements(answer.Get(), queryXml, clean.Receive());
+    std::string clean;
+    const HRESULT result = CleanPrinterElements(*bytes, queryXml, &clean);
     if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
     return clean;
 }
 
 void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
-    const ComPtr<IStream> clean = sources.printerUrl.empty()
-                                      ? CleanSavedAnswer(sources.printerAnswer, queryXml)
-                                      : FetchCleanAnswer(sources.printerUrl, queryXml);
-    const HRESULT result = engine.SetGetPrinterElementResponseStream(clean.Get());
+    const std::string clean = sources.printerUrl.empty() ? CleanSavedAnswer(sources.printerAnswer, queryXml)
+                                                         : FetchCleanAnswer(sources.printerUrl, queryXml);
+    const HRESULT result = engine.SetGetPrinterElementResponse(clean);
     if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
 }
 
@@ -123,7 +119,7 @@ std::vector<NeededElement> NeededElements(const BidiSources& sources, const std:
         throw CommandError("the extension files have none of these paths");
     std::vector<NeededElement> elements = NamesIn(queryXml);
     if (sources.printerUrl.empty()) return elements;
-    const ElementDocument answer(sources.printerUrl, FetchCleanAnswer(sources.printerUrl, queryXml).Get());
+    const ElementDocument answer(sources.printerUrl, FetchCleanAnswer(sources.printerUrl, queryXml));
     const std::vector<std::string> valid = ValidNames(answer);
     for (NeededElement& element : elements)
         element.answered = std::find(valid.begin(), valid.end(), element.name) != valid.end();

@@ -96,11 +96,11 @@ std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
 
 }  // namespace
 
-ElementDocument::ElementDocument(const std::string& url, IStream* cleaned) {
+ElementDocument::ElementDocument(const std::string& url, const std::string& cleaned) {
     const std::string shown = ToUtf8(Printable(FromUtf8(url)));
     try {
         document_.Init();
-        document_.LoadStream(cleaned, nullptr);
+        document_.LoadBytes(cleaned, nullptr);
     } catch (const _com_error& error) {
         ThrowTraced(shown + ": the answer cannot be used", error.Error());
     }

@@ -12,9 +12,9 @@ namespace vlm::ctl {
 
 class ElementDocument {
  public:
-    // Reads the cleaned answer to its end. Throws CommandError, naming the address, when it holds no answer
-    // of a print service: a fault, or any other message.
-    ElementDocument(const std::string& url, IStream* cleaned);
+    // Throws CommandError, naming the address, when the cleaned answer is none of a print service: a fault,
+    // or any other message.
+    ElementDocument(const std::string& url, const std::string& cleaned);
 
     // The ElementData parts, in their order.
     const std::vector<ComPtr<IXMLDOMNode>>& Parts() const { return parts_; }

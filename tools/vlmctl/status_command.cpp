@@ -108,7 +108,7 @@ void PrintStatus(const std::string& url) {
     const TraceKeeper keeper;
     const std::wstring query =
         QueryForElements({"PrinterDescription", "PrinterStatus", "PrinterConfiguration"}, {});
-    const ElementDocument document(url, FetchCleanAnswer(url, query.c_str()).Get());
+    const ElementDocument document(url, FetchCleanAnswer(url, query.c_str()));
     // In this order, whichever the printer answers in.
     const auto description = Part(document, L"pri:PrinterDescription");
     const auto status = Part(document, L"pri:PrinterStatus");

@@ -38,16 +38,13 @@ std::vector<PrefixDeclaration> ParseDeclarations(const std::vector<std::string>&
 }
 
 // As it came, line by line, but for what could steer a terminal.
-void PrintRaw(IStream* answer) {
-    std::string bytes;
-    const HRESULT result = ReadWhole(answer, &bytes);
-    if (FAILED(result)) ThrowTraced("the answer cannot be read", result);
-    const std::wstring text = host::FromUtf8(bytes);
+void PrintRaw(const std::string& answer) {
+    const std::wstring text = host::FromUtf8(answer);
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find(L'\n', begin), text.size());
         std::wstring_view line(text.data() + begin, end - begin);
         if (line.ends_with(L'\r')) line.remove_suffix(1);
-        Print(host::ToUtf8(Printable(line, kLongestBody)));
+        Print(host::ToUtf8(Printable(line, text.size())));
         begin = end + 1;
     }
 }
@@ -63,10 +60,10 @@ void PrintElements(const WsdOptions& options) {
     const TraceKeeper keeper;
     const std::wstring query = QueryForElements(options.names, ParseDeclarations(options.namespaces));
     if (options.raw) {
-        PrintRaw(FetchAnswer(options.url, query.c_str()).Get());
+        PrintRaw(FetchAnswer(options.url, query.c_str()));
         return;
     }
-    const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str()).Get());
+    const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str()));
     if (options.envelope) {
         PrintElement(document.Envelope().Get());
     } else {

@@ -57,18 +57,17 @@ std::wstring QueryForElements(const std::vector<std::string>& names,
     return WriteQueryElements(prefixes, qualified);
 }
 
-ComPtr<IStream> FetchAnswer(const std::string& url, const wchar_t* query) {
+std::string FetchAnswer(const std::string& url, const wchar_t* query) {
     CheckAddress(url);
-    ComPtr<IStream> answer;
-    const HRESULT result = FetchPrinterElements(FromUtf8(url).c_str(), query, answer.Receive());
+    std::string answer;
+    const HRESULT result = FetchPrinterElements(FromUtf8(url).c_str(), query, &answer);
     if (FAILED(result)) ThrowTraced(Shown(url), result);
     return answer;
 }
 
-ComPtr<IStream> FetchCleanAnswer(const std::string& url, const wchar_t* query) {
-    const ComPtr<IStream> answer = FetchAnswer(url, query);
-    ComPtr<IStream> clean;
-    const HRESULT result = CleanPrinterElements(answer.Get(), query, clean.Receive());
+std::string FetchCleanAnswer(const std::string& url, const wchar_t* query) {
+    std::string clean;
+    const HRESULT result = CleanPrinterElements(FetchAnswer(url, query), query, &clean);
     if (FAILED(result)) ThrowTraced(Shown(url) + " is no WSD print service", result);
     return clean;
 }

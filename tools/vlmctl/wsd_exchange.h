@@ -7,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "util/com.h"
-
 namespace vlm::ctl {
 
 struct PrefixDeclaration {
@@ -22,8 +20,8 @@ std::wstring QueryForElements(const std::vector<std::string>& names,
                               const std::vector<PrefixDeclaration>& declarations);
 
 // The answer to a query document, as the printer sent it.
-ComPtr<IStream> FetchAnswer(const std::string& url, const wchar_t* query);
+std::string FetchAnswer(const std::string& url, const wchar_t* query);
 // The same as the monitor hands it to the Bidi engine: cleaned up, UTF-8.
-ComPtr<IStream> FetchCleanAnswer(const std::string& url, const wchar_t* query);
+std::string FetchCleanAnswer(const std::string& url, const wchar_t* query);
 
 }  // namespace vlm::ctl

@@ -1,0 +1,92 @@
+#include "util/xml_markup.h"
+
+namespace vlm {
+
+namespace {
+
+using std::string_view;
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
+}
+
+bool DeclaresNamespace(string_view attribute) {
+    constexpr string_view kDeclaration = "xmlns";
+    if (!attribute.starts_with(kDeclaration)) return false;
+    attribute.remove_prefix(kDeclaration.size());
+    return !attribute.empty() &&
+           (attribute.front() == ':' || attribute.front() == '=' || IsBlank(attribute.front()));
+}
+
+// The length of `text` up to and with the first `end` at or behind `from`; npos without one.
+size_t LengthTo(string_view text, string_view end, size_t from) {
+    const size_t found = text.find(end, from);
+    return found == string_view::npos ? found : found + end.size();
+}
+
+}  // namespace
+
+string_view Markup::Name() const {
+    const string_view name = text.substr(kind == MarkupKind::kEndTag ? 2 : 1);
+    return name.substr(0, name.find_first_of(" \t\r\n/>"));
+}
+
+string_view Markup::LocalName() const {
+    const string_view name = Name();
+    const size_t colon = name.find(':');
+    return colon == string_view::npos ? name : name.substr(colon + 1);
+}
+
+std::optional<Markup> MarkupReader::Next() {
+    const size_t at = rest_.find('<');
+    if (at == string_view::npos) return std::nullopt;
+    const string_view text = rest_.substr(at);
+    Markup markup{MarkupKind::kStartTag, rest_.substr(0, at), {}};
+    size_t length = string_view::npos;
+    if (text.starts_with("<!--")) {
+        markup.kind = MarkupKind::kComment;
+        length = LengthTo(text, "-->", 4);
+    } else if (text.starts_with("<![CDATA[")) {
+        markup.kind = MarkupKind::kCData;
+        length = LengthTo(text, "]]>", 9);
+    } else if (text.starts_with("<!")) {
+        markup.kind = MarkupKind::kDeclaration;
+        length = 2;
+    } else if (text.starts_with("<?")) {
+        markup.kind = MarkupKind::kInstruction;
+        length = LengthTo(text, "?>", 2);
+    } else if (ReadTag(text.substr(0, longestTag_), markup)) {
+        length = markup.text.size();
+    } else {
+        tagTooLong_ = text.size() > longestTag_;
+    }
+    if (length == string_view::npos) return std::nullopt;
+    markup.text = text.substr(0, length);
+    rest_ = text.substr(length);
+    return markup;
+}
+
+// The tag at the front of `text`, up to the first '>' that no quotes enclose. False when there is none.
+bool MarkupReader::ReadTag(string_view text, Markup& markup) {
+    for (size_t i = 1; i < text.size(); ++i) {
+        if (text[i] == '>') {
+            markup.text = text.substr(0, i + 1);
+            if (text[1] == '/') {
+                markup.kind = MarkupKind::kEndTag;
+            } else if (text[i - 1] == '/') {
+                markup.kind = MarkupKind::kEmptyTag;
+            }
+            return true;
+        }
+        if (text[i] == '"' || text[i] == '\'') {
+            i = text.find(text[i], i + 1);
+            if (i == string_view::npos) return false;
+            ++markup.attributes;
+        } else if (IsBlank(text[i]) && DeclaresNamespace(text.substr(i + 1))) {
+            ++markup.declarations;
+        }
+    }
+    return false;
+}
+
+}  // namespace vlm
