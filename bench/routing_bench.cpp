@@ -96,7 +96,9 @@ std::vector<_bstr_t> FiltersOf(const wchar_t* fileList, const std::string& answe
     document.SetSelectionNamespaces(
         {{L"pri", kWsdPrintNamespace}, {L"vln", L"http://velun.example/wsd/print/2026"}});
     std::vector<_bstr_t> filters;
-    CollectFilters(ExpandParameters(LoadExtensionFiles(fileList), document), &filters);
+    QueryBudget budget;
+    const AnswerSearch search(document, ShapeOf(answer), budget);
+    CollectFilters(ExpandParameters(LoadExtensionFiles(fileList, budget), search), &filters);
     return filters;
 }
 

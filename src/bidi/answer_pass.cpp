@@ -3,71 +3,52 @@
 #include <utility>
 
 #include "bidi/filters.h"
-#include "util/vlutil.h"
 
 namespace vlm {
-
-namespace {
-
-// A List that finds everything would repeat the printer's answer many times over.
-constexpr size_t kLongestList = 1u << 20;
-
-std::optional<std::wstring> JoinTexts(IXMLDOMNodeList* nodes) {
-    std::optional<std::wstring> joined;
-    while (const ComPtr<IXMLDOMNode> node = NextNode(nodes)) {
-        if (joined) {
-            *joined += L',';
-        } else {
-            joined.emplace();
-        }
-        *joined += TextOf(node.Get());
-        if (joined->size() > kLongestList) {
-            Trace(L"Error: a List of an extension file joins more than %d characters\r\n",
-                  static_cast<int>(kLongestList));
-            return std::nullopt;
-        }
-    }
-    return joined;
-}
-
-}  // namespace
 
 std::optional<std::vector<NamedAnswer>> AnswerPass::Collect(const std::wstring& path) {
     RefuseApostrophe(path);
     const SchemaElement* element = tree_.Find(ParseSchemaPath(path));
     if (element == nullptr) return std::nullopt;
     std::vector<NamedAnswer> answers;
+    std::wstring reached = path;
     if (element->IsLeaf()) {
-        answers.push_back({path, &Answer(*element)});
+        Append(*element, reached, answers);
     } else {
-        CollectBelow(*element, path, answers);
+        CollectBelow(*element, reached, answers);
     }
     return answers;
 }
 
-void AnswerPass::CollectBelow(const SchemaElement& element, const std::wstring& path,
+void AnswerPass::CollectBelow(const SchemaElement& element, std::wstring& path,
                               std::vector<NamedAnswer>& answers) {
     // Below a Schema nothing separates: the path that leads to it, "\", already ends in what stands before a
     // name.
     const bool belowSchema = element.kind == ElementKind::kSchema;
+    const size_t length = path.size();
     for (const SchemaElement& child : element.children) {
         const bool isProperty = child.kind == ElementKind::kProperty;
         if (!isProperty && !child.IsLeaf()) continue;
-        std::wstring childPath = path;
-        if (!belowSchema) childPath += isProperty ? L'.' : L':';
-        childPath += child.name.value_or(L"");
+        if (!belowSchema) path += isProperty ? L'.' : L':';
+        path += child.name.value_or(L"");
         if (isProperty) {
-            CollectBelow(child, childPath, answers);
+            CollectBelow(child, path, answers);
         } else {
-            answers.push_back({std::move(childPath), &Answer(child)});
+            Append(child, path, answers);
         }
+        path.resize(length);
     }
 }
 
-const LeafAnswer& AnswerPass::Answer(const SchemaElement& leaf) {
-    const auto known = known_.find(&leaf);
-    if (known != known_.end()) return known->second;
-    return known_.emplace(&leaf, Evaluate(leaf)).first->second;
+void AnswerPass::Append(const SchemaElement& leaf, const std::wstring& path,
+                        std::vector<NamedAnswer>& answers) {
+    auto known = known_.find(&leaf);
+    if (known == known_.end()) known = known_.emplace(&leaf, Evaluate(leaf)).first;
+    const LeafAnswer& answer = known->second;
+    QueryBudget& budget = answer_.Budget();
+    budget.Spend(Expense::kEntries, 1, leaf);
+    budget.Spend(Expense::kAnswerText, path.size() + (answer.text ? answer.text->size() : 0), leaf);
+    answers.push_back({path, &answer});
 }
 
 LeafAnswer AnswerPass::Evaluate(const SchemaElement& leaf) const {
@@ -77,14 +58,32 @@ LeafAnswer AnswerPass::Evaluate(const SchemaElement& leaf) const {
         case ElementKind::kConst:
             return {type, leaf.text};
         case ElementKind::kInstalled:
-            return {L"BIDI_BOOL", SelectFirst(wsd_, filter) ? L"true" : L"false"};
+            return {L"BIDI_BOOL", answer_.First(filter, leaf) ? L"true" : L"false"};
         case ElementKind::kList:
-            return {L"BIDI_STRING", JoinTexts(SelectAll(wsd_, filter).Get())};
+            return {L"BIDI_STRING", JoinTexts(leaf)};
         default: {
-            const ComPtr<IXMLDOMNode> node = SelectFirst(wsd_, filter);
+            const ComPtr<IXMLDOMNode> node = answer_.First(filter, leaf);
             return {type, node ? std::optional(TextOf(node.Get())) : std::nullopt};
         }
     }
+}
+
+std::optional<std::wstring> AnswerPass::JoinTexts(const SchemaElement& list) const {
+    const ComPtr<IXMLDOMNodeList> nodes = answer_.All(list.filter.value_or(L""), list);
+    std::optional<std::wstring> joined;
+    while (const ComPtr<IXMLDOMNode> node = NextNode(nodes.Get())) {
+        if (joined) {
+            *joined += L',';
+        } else {
+            joined.emplace();
+        }
+        const std::wstring text = TextOf(node.Get());
+        // One that finds everything would repeat the printer's answer many times over.
+        answer_.Budget().CheckTime(list);
+        answer_.Budget().Spend(Expense::kAnswerText, text.size() + 1, list);
+        *joined += text;
+    }
+    return joined;
 }
 
 }  // namespace vlm

@@ -8,8 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "bidi/filters.h"
 #include "bidi/schema_tree.h"
-#include "util/vlxml.h"
 
 namespace vlm {
 
@@ -26,22 +26,23 @@ struct NamedAnswer {
 class AnswerPass {
  public:
     // Both must outlive the pass, and the pass its answers.
-    AnswerPass(const SchemaTree& tree, const CXMLDoc& wsd) : tree_(tree), wsd_(wsd) {}
+    AnswerPass(const SchemaTree& tree, const AnswerSearch& answer) : tree_(tree), answer_(answer) {}
     AnswerPass(const AnswerPass&) = delete;
     AnswerPass& operator=(const AnswerPass&) = delete;
 
     // The leaves that the path names, in document order; nothing when the path is unknown. Throws CComErrorEx
-    // for a path with an apostrophe and for a filter that cannot be used.
+    // for a path with an apostrophe, for a filter that cannot be used, and when the search's budget runs out.
     std::optional<std::vector<NamedAnswer>> Collect(const std::wstring& path);
 
  private:
-    void CollectBelow(const SchemaElement& element, const std::wstring& path,
-                      std::vector<NamedAnswer>& answers);
-    const LeafAnswer& Answer(const SchemaElement& leaf);
+    // `path` is that of the element, before and after the call.
+    void CollectBelow(const SchemaElement& element, std::wstring& path, std::vector<NamedAnswer>& answers);
+    void Append(const SchemaElement& leaf, const std::wstring& path, std::vector<NamedAnswer>& answers);
+    std::optional<std::wstring> JoinTexts(const SchemaElement& list) const;
     LeafAnswer Evaluate(const SchemaElement& leaf) const;
 
     const SchemaTree& tree_;
-    const CXMLDoc& wsd_;
+    const AnswerSearch& answer_;
     std::unordered_map<const SchemaElement*, LeafAnswer> known_;
 };
 

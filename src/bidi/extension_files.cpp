@@ -93,16 +93,14 @@ class Attributes {
 
 class Reader {
  public:
-    explicit Reader(size_t& elements) : elements_(elements) {}
+    Reader(const std::wstring& path, QueryBudget& budget)
+        : file_(std::make_shared<const std::wstring>(path)), budget_(budget) {}
 
     // As deep as the document, which is bounded.
     SchemaElement Read(IXMLDOMNode* node) {
-        if (++elements_ > kMostSchemaElements) {
-            Trace(L"Error: the extension files have more than %d elements\r\n",
-                  static_cast<int>(kMostSchemaElements));
-            ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
-        }
+        budget_.Spend(Expense::kSchemaElements, 1, *file_);
         SchemaElement element;
+        element.file = file_;
         element.tag = NameOf(node);
         element.kind = KindOf(node, element.tag);
         const Attributes attributes(node);
@@ -127,7 +125,8 @@ class Reader {
     }
 
  private:
-    size_t& elements_;
+    std::shared_ptr<const std::wstring> file_;
+    QueryBudget& budget_;
     const _bstr_t name_{L"name"};
     const _bstr_t type_{L"type"};
     const _bstr_t filter_{L"filter"};
@@ -135,8 +134,10 @@ class Reader {
     const _bstr_t parameter_{L"parameter"};
 };
 
-SchemaElement ReadExtensionFile(const std::wstring& path, size_t& elements) {
+SchemaElement ReadExtensionFile(const std::wstring& path, QueryBudget& budget) {
+    budget.CheckTime(path);
     const std::optional<std::string> text = ReadWithinBounds(path);
+    if (text) budget.Spend(Expense::kFileBytes, text->size(), path);
     CXMLDoc document;
     document.Init();
     if (text) {
@@ -147,7 +148,7 @@ SchemaElement ReadExtensionFile(const std::wstring& path, size_t& elements) {
     }
     const ComPtr<IXMLDOMElement> root = document.Root();
     if (!root) ThrowEngineError(E_FAIL);
-    return Reader(elements).Read(root.Get());
+    return Reader(path, budget).Read(root.Get());
 }
 
 // Finds an element's children by name: one with a "name" attribute by both, one without by its tag alone,
@@ -214,19 +215,18 @@ void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,
     }
 }
 
-SchemaElement LoadExtensionFiles(const wchar_t* fileListXml) {
+SchemaElement LoadExtensionFiles(const wchar_t* fileListXml, QueryBudget& budget) {
     CXMLDoc list;
     list.Init();
     list.LoadXml(fileListXml, nullptr);
     const ComPtr<IXMLDOMNodeList> files = list.SelectNodes(L"//BidiXml");
 
     std::optional<SchemaElement> merged;
-    size_t elements = 0;
     while (const ComPtr<IXMLDOMNode> file = NextNode(files.Get())) {
         _variant_t value;
         list.GetAttribute(file.Get(), L"path", &value);
         const std::wstring path = TextIn(value).value_or(L"");
-        SchemaElement root = ReadExtensionFile(path, elements);
+        SchemaElement root = ReadExtensionFile(path, budget);
         if (merged) {
             Merge(*merged, std::move(root));
         } else {

@@ -4,16 +4,14 @@
 // namespace, or exceeds the bounds of util/xml_bounds.h. Failures throw CComErrorEx.
 #pragma once
 
+#include "bidi/query_budget.h"
 #include "bidi/schema_tree.h"
 
 namespace vlm {
 
-// All extension files of one printer together, and what parameters make of them.
-inline constexpr size_t kMostSchemaElements = 200'000;
-
 // The files of a list as CVelunBidiSpl::Init takes it, in its order, merged. The first file is the base; a
 // later one adds what is not there yet and never replaces anything.
-SchemaElement LoadExtensionFiles(const wchar_t* fileListXml);
+SchemaElement LoadExtensionFiles(const wchar_t* fileListXml, QueryBudget& budget);
 
 // Adds to `declarations` those of `added` whose prefix is new. The same prefix with another URI fails.
 void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,

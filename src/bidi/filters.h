@@ -3,13 +3,33 @@
 
 #include <string>
 
+#include "bidi/answer_shape.h"
+#include "bidi/query_budget.h"
 #include "util/vlxml.h"
 
 namespace vlm {
 
-// The first match in document order, or null; all matches. A filter that is no XPath, or uses a prefix that
-// is not declared, is traced and throws CComErrorEx.
-ComPtr<IXMLDOMNode> SelectFirst(const CXMLDoc& answer, const std::wstring& filter);
-ComPtr<IXMLDOMNodeList> SelectAll(const CXMLDoc& answer, const std::wstring& filter);
+class AnswerSearch {
+ public:
+    // `answer` and `budget` must outlive the object; `shape` is the answer's.
+    AnswerSearch(const CXMLDoc& answer, AnswerShape shape, QueryBudget& budget)
+        : answer_(answer), shape_(std::move(shape)), budget_(budget) {}
+
+    // The first match in document order, or null; all matches. `cause` is the element whose filter this is. A
+    // filter that is no XPath, or uses a prefix that is not declared, is traced and throws CComErrorEx; so
+    // does one that would search longer than the budget allows, before it is run.
+    ComPtr<IXMLDOMNode> First(const std::wstring& filter, const SchemaElement& cause) const;
+    ComPtr<IXMLDOMNodeList> All(const std::wstring& filter, const SchemaElement& cause) const;
+
+    QueryBudget& Budget() const { return budget_; }
+
+ private:
+    template <typename Select>
+    auto Run(const std::wstring& filter, const SchemaElement& cause, Select select) const;
+
+    const CXMLDoc& answer_;
+    AnswerShape shape_;
+    QueryBudget& budget_;
+};
 
 }  // namespace vlm

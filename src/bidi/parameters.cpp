@@ -4,68 +4,43 @@
 #include <utility>
 
 #include "bidi/engine_error.h"
-#include "bidi/extension_files.h"
-#include "bidi/filters.h"
+#include "bidi/parameter_text.h"
 #include "util/vlutil.h"
 
 namespace vlm {
 
 namespace {
 
-const std::wstring& Lookup(const std::wstring& name, const std::wstring& text, const Parameters& parameters) {
-    const auto found = parameters.find(name);
-    if (found == parameters.end()) {
-        Trace(L"Error: Parameter %ls in %ls is undefined\r\n", Printable(name).c_str(),
-              Printable(text).c_str());
-        ThrowEngineError(E_FAIL);
+// The replaced text, or the failure that the problem is.
+std::wstring Take(Replacement replacement, const std::wstring& text, const Parameters& parameters) {
+    const std::wstring name = Printable(replacement.parameter);
+    switch (replacement.problem) {
+        case ReplaceProblem::kNone:
+            return std::move(replacement.text);
+        case ReplaceProblem::kUndefined:
+            Trace(L"Error: Parameter %ls in %ls is undefined\r\n", name.c_str(), Printable(text).c_str());
+            break;
+        case ReplaceProblem::kNotPlain:
+            Trace(
+                L"Error: Parameter %ls in %ls stands outside quotes, and its value \"%ls\" is neither a "
+                L"number "
+                L"nor a name\r\n",
+                name.c_str(), Printable(text).c_str(),
+                Printable(parameters.find(replacement.parameter)->second, 64).c_str());
     }
-    return found->second;
-}
-
-// Calls `literal` and `parameter` with the pieces of the text in turn.
-template <typename Literal, typename Parameter>
-void ForEachPiece(const std::wstring& text, Literal literal, Parameter parameter) {
-    bool isParameter = false;
-    for (size_t begin = 0;;) {
-        const size_t end = text.find(L'$', begin);
-        const std::wstring piece = text.substr(begin, end == std::wstring::npos ? end : end - begin);
-        if (isParameter) {
-            parameter(piece);
-        } else {
-            literal(piece);
-        }
-        if (end == std::wstring::npos) return;
-        // A "$" that ends the text opens no parameter.
-        if (end + 1 == text.size()) return;
-        begin = end + 1;
-        isParameter = !isParameter;
-    }
-}
-
-// XPath knows no escape inside a literal: a text with both kinds of quotes has to be put together.
-std::wstring Literal(const std::wstring& text, wchar_t quote) {
-    const wchar_t other = quote == L'\'' ? L'"' : L'\'';
-    if (text.find(quote) == std::wstring::npos) return quote + text + quote;
-    if (text.find(other) == std::wstring::npos) return other + text + other;
-    std::wstring joined = L"concat(";
-    for (size_t begin = 0;;) {
-        const size_t end = text.find(quote, begin);
-        joined += quote + text.substr(begin, end == std::wstring::npos ? end : end - begin) + quote;
-        if (end == std::wstring::npos) break;
-        joined += std::wstring(L",") + other + quote + other + L',';
-        begin = end + 1;
-    }
-    return joined + L')';
+    ThrowEngineError(E_FAIL);
 }
 
 class Expander {
+    static constexpr int kMostNested = 100;
+
  public:
-    explicit Expander(const CXMLDoc& answer) : answer_(answer) {}
+    explicit Expander(const AnswerSearch& answer) : answer_(answer) {}
 
     SchemaElement Expand(const SchemaElement& source) {
         SchemaElement target = CopyWithoutChildren(source);
-        if (source.filter) target.filter = ReplaceInFilter(*source.filter, parameters_);
-        if (source.name && !parameters_.empty()) target.name = ReplaceInName(*source.name, parameters_);
+        if (source.filter) target.filter = FilterOf(source);
+        if (source.name && !parameters_.empty()) target.name = NameOf(source);
         ExpandChildren(source, target);
         return target;
     }
@@ -88,28 +63,38 @@ class Expander {
         }
     }
 
-    // One Property below `target` for each way of binding the Parameters to nodes of the answer.
+    // One Property below `target` for each way of binding the Parameters to nodes of the answer. As deep as
+    // there are Parameters within each other, which is bounded for the stack's sake.
     void Instantiate(std::span<const SchemaElement* const> bindings, const SchemaElement& source,
                      SchemaElement& target) {
         if (bindings.empty()) {
             SchemaElement instance;
-            Count();
+            Budget().Spend(Expense::kInstances, 1, source);
             instance.kind = ElementKind::kProperty;
             instance.tag = L"Property";
-            instance.name = ReplaceInName(source.name.value_or(L""), parameters_);
+            instance.file = source.file;
+            instance.name = NameOf(source);
             ExpandChildren(source, instance);
             target.children.push_back(std::move(instance));
             return;
         }
         const SchemaElement& binding = *bindings.front();
+        if (nesting_ >= kMostNested) {
+            Trace(L"Error: more than %d Parameters within each other: %ls\r\n", kMostNested,
+                  DescribeElement(binding).c_str());
+            ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
+        }
+        ++nesting_;
         const std::wstring name = binding.parameter.value_or(L"");
-        const ComPtr<IXMLDOMNodeList> nodes =
-            SelectAll(answer_, ReplaceInFilter(binding.filter.value_or(L""), parameters_));
+        const ComPtr<IXMLDOMNodeList> nodes = answer_.All(FilterOf(binding), binding);
         const auto outer = parameters_.find(name);
         const std::optional<std::wstring> shadowed =
             outer != parameters_.end() ? std::optional(outer->second) : std::nullopt;
         while (const ComPtr<IXMLDOMNode> node = NextNode(nodes.Get())) {
-            parameters_[name] = TextOf(node.Get());
+            std::wstring value = TextOf(node.Get());
+            Budget().CheckTime(binding);
+            Budget().Spend(Expense::kBoundText, value.size(), binding);
+            parameters_[name] = std::move(value);
             Instantiate(bindings.subspan(1), source, target);
         }
         if (shadowed) {
@@ -117,69 +102,44 @@ class Expander {
         } else {
             parameters_.erase(name);
         }
+        --nesting_;
     }
 
     SchemaElement CopyWithoutChildren(const SchemaElement& source) {
-        Count();
+        Budget().Spend(Expense::kInstances, 1, source);
         SchemaElement copy;
         copy.kind = source.kind;
         copy.tag = source.tag;
         copy.name = source.name;
         copy.type = source.type;
+        copy.file = source.file;
         copy.text = source.text;
         return copy;
     }
 
-    void Count() {
-        if (++elements_ <= kMostSchemaElements) return;
-        Trace(L"Error: the parameters expand to more than %d elements\r\n",
-              static_cast<int>(kMostSchemaElements));
-        ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
+    std::wstring FilterOf(const SchemaElement& source) {
+        const std::wstring text = source.filter.value_or(L"");
+        return Pay(Take(ReplaceInFilter(text, parameters_), text, parameters_), source);
     }
+    std::wstring NameOf(const SchemaElement& source) {
+        const std::wstring text = source.name.value_or(L"");
+        return Pay(Take(ReplaceInName(text, parameters_), text, parameters_), source);
+    }
+    // What stands outside of parameters costs as little as it does without any.
+    std::wstring Pay(std::wstring text, const SchemaElement& source) {
+        if (!parameters_.empty()) Budget().Spend(Expense::kBoundText, text.size(), source);
+        return text;
+    }
+    QueryBudget& Budget() const { return answer_.Budget(); }
 
-    const CXMLDoc& answer_;
+    const AnswerSearch& answer_;
     Parameters parameters_;
-    size_t elements_ = 0;
+    int nesting_ = 0;
 };
 
 }  // namespace
 
-std::wstring ReplaceInName(const std::wstring& text, const Parameters& parameters) {
-    std::wstring replaced;
-    ForEachPiece(
-        text, [&](const std::wstring& piece) { replaced += piece; },
-        [&](const std::wstring& name) { replaced += Lookup(name, text, parameters); });
-    return replaced;
-}
-
-std::wstring ReplaceInFilter(const std::wstring& text, const Parameters& parameters) {
-    if (text.find(L'$') == std::wstring::npos) return text;
-    std::wstring replaced;
-    std::wstring content;  // of the string literal that the pieces are in
-    wchar_t quote = 0;     // that opened it; 0 = in none
-    ForEachPiece(
-        text,
-        [&](const std::wstring& piece) {
-            for (const wchar_t c : piece) {
-                if (quote == 0 && (c == L'\'' || c == L'"')) {
-                    quote = c;
-                } else if (quote == c && quote != 0) {
-                    replaced += Literal(content, quote);
-                    content.clear();
-                    quote = 0;
-                } else {
-                    (quote != 0 ? content : replaced) += c;
-                }
-            }
-        },
-        [&](const std::wstring& name) {
-            (quote != 0 ? content : replaced) += Lookup(name, text, parameters);
-        });
-    if (quote != 0) replaced += quote + content;
-    return replaced;
-}
-
-SchemaElement ExpandParameters(const SchemaElement& root, const CXMLDoc& answer) {
+SchemaElement ExpandParameters(const SchemaElement& root, const AnswerSearch& answer) {
     return Expander(answer).Expand(root);
 }
 

@@ -2,6 +2,7 @@
 // that paths are found by look-up instead of by one XPath search of the document each.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -31,6 +32,7 @@ struct SchemaElement {
     std::optional<std::wstring> filter;
     std::optional<std::wstring> query;
     std::optional<std::wstring> parameter;
+    std::shared_ptr<const std::wstring> file;      // the path of the file that declares it; null for none
     std::wstring text;                             // of a Const
     std::vector<NamespaceDeclaration> namespaces;  // of a Schema
     std::vector<SchemaElement> children;           // in document order

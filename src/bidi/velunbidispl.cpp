@@ -23,9 +23,6 @@ namespace {
 
 constexpr wchar_t kWholeTree[] = L"\\";
 
-// Entries of one "GetAll" response. A request may ask for the whole tree many times over.
-constexpr size_t kMostResponseEntries = 250'000;
-
 bool EverySchemaIsThere(const BIDI_REQUEST_CONTAINER& request) {
     return std::all_of(request.aData, request.aData + request.Count,
                        [](const BIDI_REQUEST_DATA& entry) { return entry.pSchema != nullptr; });
@@ -34,6 +31,24 @@ bool EverySchemaIsThere(const BIDI_REQUEST_CONTAINER& request) {
 HRESULT GiveText(const std::wstring& text, BSTR* out) {
     *out = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
     return *out != nullptr ? S_OK : E_OUTOFMEMORY;
+}
+
+// The first declaration of each prefix among the Schema elements, in document order. Each is registered with
+// XPath for every filter, so there may not be many.
+std::vector<NamespaceDeclaration> PrefixesOf(const SchemaTree& tree) {
+    constexpr size_t kMostPrefixes = 256;
+    std::vector<NamespaceDeclaration> prefixes;
+    std::unordered_set<std::wstring_view> seen;
+    for (const SchemaElement* schema : tree.Schemas()) {
+        for (const NamespaceDeclaration& declaration : schema->namespaces) {
+            if (seen.insert(declaration.prefix).second) prefixes.push_back(declaration);
+        }
+        if (prefixes.size() <= kMostPrefixes) continue;
+        Trace(L"Error: the Schema elements of the extension files declare more than %d prefixes: %ls\r\n",
+              static_cast<int>(kMostPrefixes), DescribeElement(*schema).c_str());
+        ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
+    }
+    return prefixes;
 }
 
 void AppendNew(std::vector<NamespaceDeclaration>& declarations, const NamespaceDeclaration& declaration) {
@@ -47,7 +62,7 @@ void AppendNew(std::vector<NamespaceDeclaration>& declarations, const NamespaceD
 // use.
 class QueryNames {
  public:
-    explicit QueryNames(const SchemaTree& tree) : tree_(tree) {}
+    explicit QueryNames(const SchemaTree& tree) : declared_(PrefixesOf(tree)) {}
 
     void Add(const SchemaElement& element) {
         if (!element.query || !seen_.insert(*element.query).second) return;
@@ -70,19 +85,17 @@ class QueryNames {
             Walk(child);
     }
     void UsePrefix(const std::wstring& prefix) {
-        for (const SchemaElement* schema : tree_.Schemas()) {
-            for (const NamespaceDeclaration& declaration : schema->namespaces) {
-                if (declaration.prefix != prefix || prefix.empty()) continue;
-                AppendNew(prefixes_, declaration);
-                return;
-            }
+        for (const NamespaceDeclaration& declaration : declared_) {
+            if (declaration.prefix != prefix || prefix.empty()) continue;
+            AppendNew(prefixes_, declaration);
+            return;
         }
         Trace(L"Error: Bidi extension file contains no namespace declaration for %ls\r\n",
               Printable(prefix).c_str());
         ThrowEngineError(E_FAIL);
     }
 
-    const SchemaTree& tree_;
+    const std::vector<NamespaceDeclaration> declared_;
     std::unordered_set<const SchemaElement*> walked_;
     std::unordered_set<std::wstring> seen_;
     std::vector<std::wstring> names_;
@@ -90,6 +103,21 @@ class QueryNames {
 };
 
 }  // namespace
+
+// The printer's answer as filters see it, and what it makes of the extension files.
+struct CVelunBidiSpl::BoundAnswer {
+    BoundAnswer(AnswerShape shape, QueryBudget& budget) : search(document, std::move(shape), budget) {}
+
+    CXMLDoc document;
+    AnswerSearch search;
+    std::unique_ptr<SchemaTree> expanded;
+};
+
+template <typename Operation>
+HRESULT CVelunBidiSpl::RunEntry(const wchar_t* name, Operation&& operation) {
+    const QueryBudget::Working working(budget_);
+    return GuardEntry(name_, name, std::forward<Operation>(operation));
+}
 
 CVelunBidiSpl::CVelunBidiSpl() {
     if (!router_.Load())
@@ -101,11 +129,11 @@ CVelunBidiSpl::~CVelunBidiSpl() {
 }
 
 HRESULT CVelunBidiSpl::Init(const wchar_t* name, const wchar_t* fileListXml) {
-    return GuardEntry(name_, L"Init", [&]() -> HRESULT {
+    return RunEntry(L"Init", [&]() -> HRESULT {
         name_ = Printable(name != nullptr ? name : L"");
         if (extension_) return S_OK;
         if (fileListXml == nullptr) return E_INVALIDARG;
-        auto tree = std::make_unique<SchemaTree>(LoadExtensionFiles(fileListXml));
+        auto tree = std::make_unique<SchemaTree>(LoadExtensionFiles(fileListXml, budget_));
         if (tree->Schemas().empty())
             Trace(L"Error: the extension files hold no Schema element without a namespace\r\n");
         extension_ = std::move(tree);
@@ -114,7 +142,7 @@ HRESULT CVelunBidiSpl::Init(const wchar_t* name, const wchar_t* fileListXml) {
 }
 
 HRESULT CVelunBidiSpl::EnumQueryElement(const BIDI_REQUEST_CONTAINER* request, BSTR* queryXml) {
-    return GuardEntry(name_, L"EnumQueryElement", [&]() -> HRESULT {
+    return RunEntry(L"EnumQueryElement", [&]() -> HRESULT {
         if (queryXml != nullptr) *queryXml = nullptr;
         if (!extension_) {
             Trace(L"CVelunBidiSpl::EnumQueryElement - Error: must call init first\r\n");
@@ -132,6 +160,7 @@ std::wstring CVelunBidiSpl::QueryElements(const BIDI_REQUEST_CONTAINER& request,
     QueryNames names(*extension_);
     for (DWORD i = 0; i < request.Count; ++i) {
         const std::wstring path = request.aData[i].pSchema;
+        budget_.CheckTime(path);
         RefuseApostrophe(path);
         const std::optional<SchemaTree::Reached> reached = extension_->FindForQuery(ParseSchemaPath(path));
         if (!reached) continue;
@@ -146,7 +175,7 @@ std::wstring CVelunBidiSpl::QueryElements(const BIDI_REQUEST_CONTAINER& request,
 }
 
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseXml) {
-    return GuardEntry(name_, L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
+    return RunEntry(L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
         if (responseXml == nullptr) return E_INVALIDARG;
         // What is longer is refused in any case, and might be more than the platform converts at once.
         const std::string document =
@@ -162,7 +191,7 @@ HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseX
 }
 
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponse(std::string_view document) {
-    return GuardEntry(name_, L"SetGetPrinterElementResponse", [&]() -> HRESULT {
+    return RunEntry(L"SetGetPrinterElementResponse", [&]() -> HRESULT {
         Bind(document);
         return S_OK;
     });
@@ -173,7 +202,8 @@ void CVelunBidiSpl::Bind(std::string_view response) {
         Trace(L"CVelunBidiSpl::SetGetPrinterElementResponseData - Error: must call init first\r\n");
         ThrowEngineError(E_FAIL);
     }
-    CXMLDoc wsd;
+    auto bound = std::make_unique<BoundAnswer>(ShapeOf(response), budget_);
+    CXMLDoc& wsd = bound->document;
     wsd.Init();
     wsd.LoadBytes(response, kWsdPrintNamespace);
 
@@ -182,15 +212,12 @@ void CVelunBidiSpl::Bind(std::string_view response) {
     if (!extension_->Schemas().empty()) {
         std::vector<NamespaceDeclaration> known = extension_->Schemas().front()->namespaces;
         ReconcileNamespaces(known, NamespaceDeclarationsOf(wsd.Root().Get()));
-        for (const SchemaElement* schema : extension_->Schemas()) {
-            for (const NamespaceDeclaration& declaration : schema->namespaces)
-                AppendNew(known, declaration);
-        }
+        for (const NamespaceDeclaration& declaration : PrefixesOf(*extension_))
+            AppendNew(known, declaration);
         wsd.SetSelectionNamespaces(known);
     }
-    auto expanded = std::make_unique<SchemaTree>(ExpandParameters(extension_->Root(), wsd));
-    wsd_ = std::move(wsd);
-    expanded_ = std::move(expanded);
+    bound->expanded = std::make_unique<SchemaTree>(ExpandParameters(extension_->Root(), bound->search));
+    bound_ = std::move(bound);
 }
 
 bool CVelunBidiSpl::ReadyToAnswer() const {
@@ -198,7 +225,7 @@ bool CVelunBidiSpl::ReadyToAnswer() const {
         Trace(L"CVelunBidiSpl::SendRecvXMLString - Error: must call init first\r\n");
         return false;
     }
-    if (!expanded_) {
+    if (!bound_) {
         Trace(
             L"CVelunBidiSpl::SendRecvXMLString - Error: must call SetGetPrinterElementResponseData "
             L"first\r\n");
@@ -208,12 +235,12 @@ bool CVelunBidiSpl::ReadyToAnswer() const {
 }
 
 std::wstring CVelunBidiSpl::AnswerText(const wchar_t* path) const {
-    AnswerPass pass(*expanded_, wsd_);
+    AnswerPass pass(*bound_->expanded, bound_->search);
     return WriteAnswer(path, pass.Collect(path));
 }
 
 HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, CXMLDoc& answer) {
-    return GuardEntry(name_, L"SendRecvXMLString", [&]() -> HRESULT {
+    return RunEntry(L"SendRecvXMLString", [&]() -> HRESULT {
         if (!ReadyToAnswer()) return E_FAIL;
         if (path == nullptr) return E_INVALIDARG;
         const std::wstring text = AnswerText(path);
@@ -224,7 +251,7 @@ HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, CXMLDoc& answer) {
 }
 
 HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, BSTR* answerXml) {
-    return GuardEntry(name_, L"SendRecvXMLString", [&]() -> HRESULT {
+    return RunEntry(L"SendRecvXMLString", [&]() -> HRESULT {
         if (path == nullptr || answerXml == nullptr) return E_INVALIDARG;
         *answerXml = nullptr;
         if (!ReadyToAnswer()) return E_FAIL;
@@ -239,7 +266,7 @@ HRESULT CVelunBidiSpl::SendRecvBidiDataFromPort(const wchar_t* action, const BID
     const wchar_t* name = get      ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET)"
                           : getAll ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET_ALL)"
                                    : L"SendRecvBidiDataFromPort";
-    return GuardEntry(name_, name, [&]() -> HRESULT {
+    return RunEntry(name, [&]() -> HRESULT {
         if (response != nullptr) *response = nullptr;
         if (request == nullptr || response == nullptr || !(get || getAll)) return E_INVALIDARG;
         if (!EverySchemaIsThere(*request)) return E_INVALIDARG;
@@ -253,10 +280,11 @@ BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::Get(const BIDI_REQUEST_CONTAINER& reques
     if (response == nullptr) ThrowEngineError(E_FAIL);
     ScopeExit release([response] { RouterFreeBidiResponseContainer(response); });
     if (!ReadyToAnswer()) ThrowEngineError(E_FAIL);
+    budget_.Spend(Expense::kEntries, request.Count, kWholeTree);
 
     // The whole tree is answered, whatever is asked for: its first Schema, by which "Get" differs from
     // "GetAll".
-    AnswerPass pass(*expanded_, wsd_);
+    AnswerPass pass(*bound_->expanded, bound_->search);
     const std::optional<std::vector<NamedAnswer>> answers = pass.Collect(kWholeTree);
     std::unordered_map<std::wstring_view, const LeafAnswer*> byPath;
     if (answers) {
@@ -278,34 +306,28 @@ BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::Get(const BIDI_REQUEST_CONTAINER& reques
 
 BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::GetAll(const BIDI_REQUEST_CONTAINER& request) const {
     if (!ReadyToAnswer()) ThrowEngineError(E_FAIL);
-    // The answer is computed twice, first for its size alone: intended. A pass hands nothing on to the next.
+    AnswerPass pass(*bound_->expanded, bound_->search);
+    std::vector<std::vector<NamedAnswer>> answers(request.Count);
     size_t total = 0;
-    {
-        AnswerPass pass(*expanded_, wsd_);
-        for (DWORD i = 0; i < request.Count; ++i) {
-            const auto answers = pass.Collect(request.aData[i].pSchema);
-            total += answers ? std::max<size_t>(answers->size(), 1) : 1;
-            if (total <= kMostResponseEntries) continue;
-            Trace(L"Error: the answer would have more than %d entries\r\n",
-                  static_cast<int>(kMostResponseEntries));
-            ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY));
-        }
+    for (DWORD i = 0; i < request.Count; ++i) {
+        const std::wstring path = request.aData[i].pSchema;
+        budget_.CheckTime(path);
+        if (auto found = pass.Collect(path)) answers[i] = *std::move(found);
+        if (answers[i].empty()) budget_.Spend(Expense::kEntries, 1, path);
+        total += std::max<size_t>(answers[i].size(), 1);
     }
     BIDI_RESPONSE_CONTAINER* response = GetInitBidiResponseContainer(static_cast<DWORD>(total));
     if (response == nullptr) ThrowEngineError(E_FAIL);
     ScopeExit release([response] { RouterFreeBidiResponseContainer(response); });
 
-    AnswerPass pass(*expanded_, wsd_);
     BIDI_RESPONSE_DATA* entry = response->aData;
     for (DWORD i = 0; i < request.Count; ++i) {
         const BIDI_REQUEST_DATA& wanted = request.aData[i];
-        const auto answers = pass.Collect(wanted.pSchema);
-        if (!answers || answers->empty()) {
+        if (answers[i].empty()) {
             entry->dwReqNumber = wanted.dwReqNumber;
             FillEntry(*entry++, wanted.pSchema, nullptr);
-            continue;
         }
-        for (const NamedAnswer& named : *answers) {
+        for (const NamedAnswer& named : answers[i]) {
             entry->dwReqNumber = wanted.dwReqNumber;
             FillEntry(*entry++, named.path.c_str(), named.answer);
         }

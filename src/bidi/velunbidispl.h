@@ -11,6 +11,9 @@
 // "\Printer.Layout:Duplex". "\" alone is the whole tree. Names are matched exactly, with regard to case. A
 // path that holds an apostrophe fails its call: paths stand in XPath literals, unquoted.
 //
+// Limits: an object's work is bounded by one budget (query_budget.h). A call that exceeds it fails with
+// ERROR_NOT_ENOUGH_QUOTA as an HRESULT and says in the trace what ran out, and where.
+//
 // Threads: COM must be initialised, and the object stays on its thread; different objects share nothing.
 // Errors: every function is a boundary. It returns an HRESULT, lets no exception out, and leaves a line in
 // the trace for every failure. Out parameters are null after a failure. A failed Init leaves the engine
@@ -22,6 +25,7 @@
 #include <string_view>
 #include <vector>
 
+#include "bidi/query_budget.h"
 #include "util/com.h"
 #include "util/crypt32mgr.h"
 #include "util/splssmgr.h"
@@ -78,9 +82,13 @@ class CVelunBidiSpl {
                                      BIDI_RESPONSE_CONTAINER** response);
 
  private:
+    struct BoundAnswer;
+
     void Bind(std::string_view response);
     bool ReadyToAnswer() const;
     std::wstring AnswerText(const wchar_t* path) const;
+    template <typename Operation>
+    HRESULT RunEntry(const wchar_t* name, Operation&& operation);
     std::wstring QueryElements(const BIDI_REQUEST_CONTAINER& request, bool* resolved) const;
     BIDI_RESPONSE_CONTAINER* Get(const BIDI_REQUEST_CONTAINER& request) const;
     BIDI_RESPONSE_CONTAINER* GetAll(const BIDI_REQUEST_CONTAINER& request) const;
@@ -97,8 +105,8 @@ class CVelunBidiSpl {
     CCrypt32Mgr crypt32_;
     std::wstring name_;                      // printable
     std::unique_ptr<SchemaTree> extension_;  // as the files declare it; null before Init
-    std::unique_ptr<SchemaTree> expanded_;   // with parameters replaced; null until an answer is bound
-    CXMLDoc wsd_;
+    mutable QueryBudget budget_;
+    std::unique_ptr<BoundAnswer> bound_;  // null until an answer is bound
 };
 
 }  // namespace vlm

@@ -29,8 +29,13 @@ class PrefixNormalizer {
     // A real answer has five to ten.
     static constexpr size_t kMostNamespaces = 64;
 
+    // In characters. Prefixes in place of default declarations make a document longer than it was.
+    static constexpr size_t kLongestDocument = 4u << 20;
+
     // `wanted` are the query's declarations. It must outlive this object.
     explicit PrefixNormalizer(const std::vector<NamespacePrefix>& wanted) : wanted_(wanted) {}
+
+    bool TooLong() const { return content_.size() + rootAttributes_.size() > kLongestDocument; }
 
     // A declaration in force from the next element's start to EndDeclaration; the default one has an empty
     // prefix. False when the document has too many namespaces.

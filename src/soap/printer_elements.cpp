@@ -58,7 +58,7 @@ class AnswerHandler : public SaxHandler {
         }
         envelopeSeen_ = true;
         normalizer_.StartElement(name, attributes);
-        return S_OK;
+        return WithinBounds();
     }
     HRESULT OnEnd(const XmlName&) override {
         normalizer_.EndElement();
@@ -66,7 +66,12 @@ class AnswerHandler : public SaxHandler {
     }
     HRESULT OnText(std::wstring_view text) override {
         normalizer_.Text(text);
-        return S_OK;
+        return WithinBounds();
+    }
+    HRESULT WithinBounds() const {
+        if (!normalizer_.TooLong()) return S_OK;
+        Trace(L"WSD: the printer's answer is too long with one prefix per namespace\r\n");
+        return E_FAIL;
     }
 
     PrefixNormalizer normalizer_;

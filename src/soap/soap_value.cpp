@@ -7,6 +7,7 @@
 #include "soap/soap_record.h"
 #include "soap/xml_text.h"
 #include "soap/xsd_lexical.h"
+#include "util/xml_names.h"
 
 namespace vlm {
 
@@ -69,17 +70,17 @@ constexpr std::array kTypes = {
     TypeInfo{L"normalizedString", Any},
     TypeInfo{L"token", Any},
     TypeInfo{L"language", xsd::IsLanguage},
-    TypeInfo{L"Name", xsd::IsName},
-    TypeInfo{L"NCName", xsd::IsNcName},
-    TypeInfo{L"NMTOKEN", xsd::IsNmtoken},
-    TypeInfo{L"NMTOKENS", IsListOf<xsd::IsNmtoken>},
-    TypeInfo{L"ID", xsd::IsNcName},
-    TypeInfo{L"IDREF", xsd::IsNcName},
-    TypeInfo{L"IDREFS", IsListOf<xsd::IsNcName>},
-    TypeInfo{L"ENTITY", xsd::IsNcName},
-    TypeInfo{L"ENTITIES", IsListOf<xsd::IsNcName>},
-    TypeInfo{L"QName", xsd::IsQName},
-    TypeInfo{L"NOTATION", xsd::IsQName},
+    TypeInfo{L"Name", IsXmlName},
+    TypeInfo{L"NCName", IsNcName},
+    TypeInfo{L"NMTOKEN", IsNmtoken},
+    TypeInfo{L"NMTOKENS", IsListOf<IsNmtoken>},
+    TypeInfo{L"ID", IsNcName},
+    TypeInfo{L"IDREF", IsNcName},
+    TypeInfo{L"IDREFS", IsListOf<IsNcName>},
+    TypeInfo{L"ENTITY", IsNcName},
+    TypeInfo{L"ENTITIES", IsListOf<IsNcName>},
+    TypeInfo{L"QName", IsQName},
+    TypeInfo{L"NOTATION", IsQName},
     TypeInfo{L"anyURI", Any},
     TypeInfo{L"boolean"},
     TypeInfo{L"float"},

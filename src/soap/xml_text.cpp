@@ -3,32 +3,9 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "util/xml_names.h"
+
 namespace vlm {
-
-namespace {
-
-constexpr bool IsHighSurrogate(std::uint32_t c) {
-    return c >= 0xD800 && c <= 0xDBFF;
-}
-
-constexpr bool IsLowSurrogate(std::uint32_t c) {
-    return c >= 0xDC00 && c <= 0xDFFF;
-}
-
-}  // namespace
-
-std::uint32_t NextCharacter(std::wstring_view text, size_t* position) {
-    constexpr int kAnyCharacter = 0x1FFFFF;
-    const auto c = static_cast<std::uint32_t>(text[(*position)++] & kAnyCharacter);
-    if (IsHighSurrogate(c) && *position < text.size()) {
-        const auto low = static_cast<std::uint32_t>(text[*position] & kAnyCharacter);
-        if (IsLowSurrogate(low)) {
-            ++*position;
-            return 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-        }
-    }
-    return IsHighSurrogate(c) || IsLowSurrogate(c) ? 0xFFFD : c;
-}
 
 void AppendEscaped(std::string* out, std::wstring_view text) {
     for (size_t position = 0; position < text.size();) {

@@ -16,9 +16,6 @@ namespace vlm {
 // a lone surrogate, which is no character at all, becomes U+FFFD.
 void AppendEscaped(std::string* out, std::wstring_view text);
 
-// The character at `*position`, which moves behind it; read as above.
-std::uint32_t NextCharacter(std::wstring_view text, size_t* position);
-
 // `text` without the white space around it.
 std::wstring_view TrimXmlSpace(std::wstring_view text);
 

@@ -1,31 +1,12 @@
 #include "soap/xsd_lexical.h"
 
 #include <algorithm>
-#include <cstdint>
-
-#include "soap/xml_text.h"
 
 namespace vlm::xsd {
 
 namespace {
 
 using std::wstring_view;
-
-struct Range {
-    std::uint32_t first;
-    std::uint32_t last;
-};
-
-constexpr Range kNameStart[] = {{':', ':'},       {'A', 'Z'},       {'_', '_'},       {'a', 'z'},
-                                {0xC0, 0xD6},     {0xD8, 0xF6},     {0xF8, 0x2FF},    {0x370, 0x37D},
-                                {0x37F, 0x1FFF},  {0x200C, 0x200D}, {0x2070, 0x218F}, {0x2C00, 0x2FEF},
-                                {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF}};
-constexpr Range kNameFurther[] = {{'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}};
-
-template <size_t N>
-bool IsIn(const Range (&ranges)[N], std::uint32_t c) {
-    return std::any_of(ranges, ranges + N, [c](const Range& r) { return c >= r.first && c <= r.last; });
-}
 
 bool IsDigit(wchar_t c) {
     return c >= L'0' && c <= L'9';
@@ -141,29 +122,6 @@ bool IsLanguage(wstring_view text) {
         }
     }
     return length > 0;
-}
-
-bool IsNmtoken(wstring_view text) {
-    for (size_t position = 0; position < text.size();) {
-        const std::uint32_t c = NextCharacter(text, &position);
-        if (!IsIn(kNameStart, c) && !IsIn(kNameFurther, c)) return false;
-    }
-    return !text.empty();
-}
-
-bool IsName(wstring_view text) {
-    size_t position = 0;
-    return !text.empty() && IsIn(kNameStart, NextCharacter(text, &position)) && IsNmtoken(text);
-}
-
-bool IsNcName(wstring_view text) {
-    return text.find(L':') == wstring_view::npos && IsName(text);
-}
-
-bool IsQName(wstring_view text) {
-    const size_t colon = text.find(L':');
-    if (colon == wstring_view::npos) return IsNcName(text);
-    return IsNcName(text.substr(0, colon)) && IsNcName(text.substr(colon + 1));
 }
 
 bool IsList(wstring_view text, bool (*isItem)(wstring_view)) {

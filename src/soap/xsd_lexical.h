@@ -1,4 +1,4 @@
-// The lexical forms of XML Schema's names, numbers and dates. Plain standard C++.
+// The lexical forms of XML Schema's languages, numbers and dates. Plain standard C++.
 #pragma once
 
 #include <string_view>
@@ -7,10 +7,6 @@ namespace vlm::xsd {
 
 // All expect text whose white space has been dealt with.
 bool IsLanguage(std::wstring_view text);
-bool IsNmtoken(std::wstring_view text);
-bool IsName(std::wstring_view text);
-bool IsNcName(std::wstring_view text);
-bool IsQName(std::wstring_view text);
 // One or more items, separated by one blank each.
 bool IsList(std::wstring_view text, bool (*isItem)(std::wstring_view));
 

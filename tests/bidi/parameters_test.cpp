@@ -1,5 +1,5 @@
 // Parameters of extension files, and the names of the elements that a printer is asked for.
-#include "bidi/parameters.h"
+#include "bidi/parameter_text.h"
 
 #include "tests/bidi/engine_fixture.h"
 #include "tests/support/resources.h"
@@ -99,8 +99,9 @@ TEST_F(ParameterExpansion, GrowthIsBounded) {
     CVelunBidiSpl engine;
     ASSERT_EQ(engine.Init(L"Office", FileList({test::Extension(nested)}).c_str()), S_OK);
     EXPECT_EQ(engine.SetGetPrinterElementResponseData(test::Answer(nodes).c_str()),
-              HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
-    EXPECT_TRUE(trace_.HasPart(L"Error: the parameters expand to more than "));
+              HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
+    EXPECT_TRUE(trace_.HasPart(
+        L"Error: a query may use at most 100000 elements that parameters make: "));
 }
 
 TEST(ParametersInText, AreReplacedInTurnAndKeepLiteralsWhole) {
@@ -123,8 +124,8 @@ TEST(ParametersInText, AreReplacedInTurnAndKeepLiteralsWhole) {
         {L"a$", L"a"},
     };
     for (const auto& test : kCases)
-        EXPECT_EQ(ReplaceInFilter(test.filter, bound), test.expected) << test.filter;
-    EXPECT_EQ(ReplaceInName(L"$A$ of '$B$'", bound), L"x of 'it's'");
+        EXPECT_EQ(ReplaceInFilter(test.filter, bound).text, test.expected) << test.filter;
+    EXPECT_EQ(ReplaceInName(L"$A$ of '$B$'", bound).text, L"x of 'it's'");
 }
 
 class Leaks : public test::EngineTest {};

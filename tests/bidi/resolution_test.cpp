@@ -226,7 +226,7 @@ TEST_F(Resolution, RequestsOfAnySizeAreAnswered) {
     }
     // The whole tree, over and over, is bounded.
     Ask(*engine, L"GetAll", std::vector<const wchar_t*>(30'000, L"\\"),
-        HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_MEMORY));
+        HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
 }
 
 TEST_F(Resolution, FilterThatIsNoXPathFailsTheCallAndIsNamed) {

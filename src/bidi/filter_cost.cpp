@@ -1,0 +1,450 @@
+#include "bidi/filter_cost.h"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+namespace vlm {
+
+namespace {
+
+using std::wstring_view;
+
+constexpr int kDeepestExpression = 100;
+
+// Units of work, measured: see the header.
+constexpr double kVisit = 0.5;  // a node that an axis passes
+constexpr double kStep = 1;     // one evaluation of a step, an operator or a function
+constexpr double kString = 1;   // a node's text fetched and compared, and for each of its characters:
+constexpr double kCharacter = 0.05;
+constexpr double kJoined = 1;       // a character that concat() keeps in memory
+constexpr double kCompared = 0.01;  // a pair of nodes, or of characters, that are compared
+
+// The nodes or the strings that an expression gives, added up over all of its evaluations.
+struct Value {
+    bool isNodes = false;
+    double total = 0;    // nodes
+    double most = 0;     // nodes of one evaluation
+    double repeats = 0;  // evaluations that can have the same node
+    double text = 0;     // characters
+};
+
+// Evaluations of one expression, each with a context node.
+struct Contexts {
+    double runs;
+    double repeats;  // that can have the same context node
+};
+
+enum class Axis { kChild, kAttribute, kSelf, kParent, kDescendant, kAncestor, kSibling, kBeyond, kNamespace };
+
+struct NamedAxis {
+    wstring_view name;
+    Axis axis;
+};
+constexpr std::array<NamedAxis, 13> kAxes{{{L"child", Axis::kChild},
+                                           {L"attribute", Axis::kAttribute},
+                                           {L"self", Axis::kSelf},
+                                           {L"parent", Axis::kParent},
+                                           {L"descendant", Axis::kDescendant},
+                                           {L"descendant-or-self", Axis::kDescendant},
+                                           {L"ancestor", Axis::kAncestor},
+                                           {L"ancestor-or-self", Axis::kAncestor},
+                                           {L"following-sibling", Axis::kSibling},
+                                           {L"preceding-sibling", Axis::kSibling},
+                                           {L"following", Axis::kBeyond},
+                                           {L"preceding", Axis::kBeyond},
+                                           {L"namespace", Axis::kNamespace}}};
+
+bool IsBlank(wchar_t c) {
+    return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n';
+}
+bool IsDigit(wchar_t c) {
+    return c >= L'0' && c <= L'9';
+}
+// Roughly: what is no name is found out by the parser behind this one.
+bool StartsName(wchar_t c) {
+    return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || c == L'_' || c >= 0x80;
+}
+bool ContinuesName(wchar_t c) {
+    return StartsName(c) || IsDigit(c) || c == L'-' || c == L'.';
+}
+
+// The name as an answer's shape has it. A name is compared by its UTF-8; one that is not ASCII is taken for
+// the most frequent.
+std::optional<std::string> Ascii(wstring_view name) {
+    std::string ascii;
+    for (const wchar_t c : name) {
+        if (c >= 0x80) return std::nullopt;
+        ascii.push_back(static_cast<char>(c));
+    }
+    return ascii;
+}
+
+// A recursive-descent parser of XPath 1.0 that adds up what each piece costs while it reads it. Each function
+// reads one production for the given evaluations; false once the text is no XPath.
+class Estimator {
+ public:
+    Estimator(wstring_view text, const AnswerShape& answer) : rest_(text), answer_(answer) {}
+
+    std::optional<double> Estimate() {
+        Value value;
+        if (!ReadExpression({1, 1}, &value)) return std::nullopt;
+        SkipBlanks();
+        return rest_.empty() ? std::optional(work_) : std::nullopt;
+    }
+
+ private:
+    // Operators of all ranks in one row: their order does not matter here, but what stands beside a
+    // comparison.
+    bool ReadExpression(Contexts contexts, Value* value) {
+        if (++depth_ > kDeepestExpression) return false;
+        if (!ReadOperand(contexts, value)) return false;
+        bool comparesNext = false;
+        while (TakeOperator(&comparesNext)) {
+            Value right;
+            if (!ReadOperand(contexts, &right)) return false;
+            work_ += contexts.runs * kStep;
+            ChargeText(*value);
+            ChargeText(right);
+            if (comparesNext && value->isNodes && right.isNodes) {
+                work_ += value->total * right.most * kCompared;
+            }
+            *value = right;
+            value->isNodes = value->isNodes && !comparesNext;
+        }
+        --depth_;
+        return true;
+    }
+
+    bool ReadOperand(Contexts contexts, Value* value) {
+        while (Take(L'-')) {
+        }
+        if (!ReadPath(contexts, value)) return false;
+        while (Take(L'|')) {
+            Value other;
+            if (!ReadPath(contexts, &other)) return false;
+            work_ += value->total * other.most * kCompared;
+            value->total += other.total;
+            value->most += other.most;
+            value->repeats = std::min(contexts.runs, value->repeats + other.repeats);
+            value->text += other.text;
+        }
+        return true;
+    }
+
+    bool TakeOperator(bool* compares) {
+        SkipBlanks();
+        *compares = false;
+        for (const wstring_view comparison : {L"!=", L"<=", L">=", L"=", L"<", L">"}) {
+            if (!TakeText(comparison)) continue;
+            return *compares = true;
+        }
+        if (Take(L'+') || Take(L'-') || Take(L'*')) return true;
+        for (const wstring_view word : {L"and", L"or", L"div", L"mod"}) {
+            const bool whole = rest_.size() <= word.size() || !ContinuesName(rest_[word.size()]);
+            if (whole && TakeText(word)) return true;
+        }
+        return false;
+    }
+
+    bool ReadPath(Contexts contexts, Value* value) {
+        SkipBlanks();
+        const Value self{true, contexts.runs, 1, contexts.repeats, TextOfAll(contexts)};
+        const Value root{true, contexts.runs, 1, contexts.runs, contexts.runs * Text()};
+        if (Take(L'/')) {
+            *value = root;
+            if (Take(L'/')) return ReadSteps(contexts, value, true);
+            SkipBlanks();
+            return !StartsStep() || ReadSteps(contexts, value, false);
+        }
+        if (StartsPrimary()) {
+            if (!ReadPrimary(contexts, value) || !ReadPredicates(value->total, value->repeats)) return false;
+            if (!Take(L'/')) return true;
+            return ReadSteps(contexts, value, Take(L'/'));
+        }
+        *value = self;
+        return ReadSteps(contexts, value, false);
+    }
+
+    // Steps with "/" and "//" between them, of which the first may be deep itself.
+    bool ReadSteps(Contexts contexts, Value* value, bool deep) {
+        for (;;) {
+            // Not every parser minds a third slash.
+            while (Take(L'/'))
+                deep = true;
+            if (!ReadStep(contexts, value, deep)) return false;
+            SkipBlanks();
+            if (!Take(L'/')) return true;
+            deep = Take(L'/');
+        }
+    }
+
+    bool ReadStep(Contexts contexts, Value* value, bool deep) {
+        SkipBlanks();
+        Axis axis = Axis::kChild;
+        wstring_view test;
+        if (TakeText(L"..")) {
+            axis = Axis::kParent;
+            test = L"node()";
+        } else if (Take(L'.')) {
+            axis = Axis::kSelf;
+            test = L"node()";
+        } else {
+            if (Take(L'@')) axis = Axis::kAttribute;
+            if (!ReadTest(&axis, &test)) return false;
+        }
+        if (deep && axis == Axis::kChild) {
+            axis = Axis::kDescendant;
+        } else if (deep) {
+            if (!Walk(contexts, value, Axis::kDescendant, L"node()")) return false;
+        }
+        return Walk(contexts, value, axis, test);
+    }
+
+    // A node test, which an axis may precede.
+    bool ReadTest(Axis* axis, wstring_view* test) {
+        SkipBlanks();
+        wstring_view name = TakeName();
+        SkipBlanks();
+        if (!name.empty() && TakeText(L"::")) {
+            const auto* const found = std::find_if(kAxes.begin(), kAxes.end(),
+                                                   [&](const NamedAxis& one) { return one.name == name; });
+            if (found == kAxes.end()) return false;
+            *axis = found->axis;
+            SkipBlanks();
+            name = TakeName();
+        }
+        if (name.empty()) {
+            *test = L"*";
+            return Take(L'*');
+        }
+        if (!rest_.starts_with(L"::") && TakeText(L":")) {
+            *test = Take(L'*') ? wstring_view(L"*") : TakeName();
+            return !test->empty();
+        }
+        *test = name;
+        SkipBlanks();
+        if (!Take(L'(')) return true;
+        // node(), text() and the like; one of them may have a string.
+        *test = L"node()";
+        SkipBlanks();
+        Value ignored;
+        if (StartsLiteral() && !ReadLiteral({1, 1}, &ignored)) return false;
+        SkipBlanks();
+        return Take(L')');
+    }
+
+    // From the nodes of `value` along the axis to those that pass the test and the predicates behind it.
+    bool Walk(Contexts contexts, Value* value, Axis axis, wstring_view test) {
+        const Value from = *value;
+        const double nodes = Nodes();
+        const double wide = static_cast<double>(answer_.widest);
+        const double deep = static_cast<double>(answer_.depth) + 1;
+        const double ancestors = static_cast<double>(answer_.ancestors) + nodes;
+        double reach = 1;               // nodes from one
+        double all = from.repeats;      // nodes from all nodes of the document, each as often as it repeats
+        double repeats = from.repeats;  // how often one node is reached
+        switch (axis) {
+            case Axis::kChild:
+                reach = wide;
+                all *= nodes;
+                break;
+            case Axis::kAttribute:
+            case Axis::kNamespace:
+                reach = static_cast<double>(answer_.attributes);
+                all *= axis == Axis::kAttribute ? reach : reach * nodes;
+                break;
+            case Axis::kSelf:
+                all *= nodes;
+                break;
+            case Axis::kParent:
+                all *= nodes;
+                repeats *= wide;
+                break;
+            case Axis::kDescendant:
+                reach = nodes;
+                all *= ancestors;
+                repeats *= deep;
+                break;
+            case Axis::kAncestor:
+                reach = deep;
+                all *= ancestors;
+                repeats *= nodes;
+                break;
+            case Axis::kSibling:
+                reach = wide;
+                all *= nodes * wide / 2;
+                repeats *= wide;
+                break;
+            case Axis::kBeyond:
+                reach = nodes;
+                all *= nodes * nodes;
+                repeats *= nodes;
+                break;
+        }
+        const double visits = std::min(from.total * reach, all);
+        work_ += from.total * kStep + visits * kVisit;
+
+        const auto [count, text] = Matching(axis, test);
+        const double found = std::min(visits, repeats * count);
+        if (!ReadPredicates(found, std::min(found, repeats))) return false;
+
+        const bool distinct = axis == Axis::kChild || axis == Axis::kAttribute || axis == Axis::kSelf;
+        value->most = std::min(count, from.most * reach);
+        if (!distinct && from.most > 1) work_ += found * value->most * kCompared;
+        value->total = std::min(found, contexts.runs * value->most);
+        value->repeats = std::min(contexts.runs, repeats);
+        value->text = std::min(value->repeats * text, value->total * Text());
+        return true;
+    }
+
+    bool ReadPredicates(double candidates, double repeats) {
+        for (;;) {
+            SkipBlanks();
+            if (!Take(L'[')) return true;
+            Value value;
+            work_ += candidates * kStep;
+            if (!ReadExpression({candidates, repeats}, &value)) return false;
+            SkipBlanks();
+            if (!Take(L']')) return false;
+        }
+    }
+
+    bool ReadPrimary(Contexts contexts, Value* value) {
+        if (Take(L'(')) {
+            if (!ReadExpression(contexts, value)) return false;
+            SkipBlanks();
+            return Take(L')');
+        }
+        if (StartsLiteral()) return ReadLiteral(contexts, value);
+        if (IsDigit(rest_.front()) || rest_.front() == L'.') {
+            const auto* const end = std::find_if_not(rest_.begin(), rest_.end(),
+                                                     [](wchar_t c) { return IsDigit(c) || c == L'.'; });
+            rest_.remove_prefix(static_cast<size_t>(end - rest_.begin()));
+            *value = {};
+            return true;
+        }
+        return ReadCall(contexts, value);
+    }
+
+    bool ReadLiteral(Contexts contexts, Value* value) {
+        const size_t end = rest_.find(rest_.front(), 1);
+        if (end == wstring_view::npos) return false;
+        *value = {};
+        value->text = contexts.runs * static_cast<double>(end - 1);
+        rest_.remove_prefix(end + 1);
+        return true;
+    }
+
+    bool ReadCall(Contexts contexts, Value* value) {
+        wstring_view name = TakeName();
+        if (TakeText(L":")) name = TakeName();
+        SkipBlanks();
+        if (!Take(L'(')) return false;
+        work_ += contexts.runs * kStep;
+        double text = 0;
+        double firstText =
+            name == L"concat" ? 0 : TextOfAll(contexts);  // of the context node, without arguments
+        size_t count = 0;
+        SkipBlanks();
+        while (!Take(L')')) {
+            if (count++ > 0 && !Take(L',')) return false;
+            Value argument;
+            if (!ReadExpression(contexts, &argument)) return false;
+            ChargeText(argument);
+            // Searched for in the first, or each of its characters is.
+            if (count > 1) work_ += firstText * std::min(argument.text, Text()) * kCompared;
+            if (count == 1) firstText = argument.text;
+            text += argument.text;
+            SkipBlanks();
+        }
+        if (name == L"concat") work_ += text * kJoined;
+        const double nodes = Nodes();
+        *value = {};
+        if (name == L"id") *value = {true, contexts.runs * nodes, nodes, contexts.runs, 0};
+        value->text = count == 0 ? firstText : text;
+        return true;
+    }
+
+    void ChargeText(const Value& value) {
+        work_ += (value.isNodes ? value.total * kString : 0) + value.text * kCharacter;
+    }
+
+    // How many nodes of the document pass the test, and the characters below them.
+    std::pair<double, double> Matching(Axis axis, wstring_view test) const {
+        if (axis == Axis::kAttribute || axis == Axis::kNamespace) return {Nodes(), Text()};
+        const std::optional<std::string> name = Ascii(test);
+        if (test == L"*" || test == L"node()" || !name)
+            return {Nodes(), static_cast<double>(answer_.all.text) + Text()};
+        const auto found = answer_.byName.find(*name);
+        if (found == answer_.byName.end()) return {0, 0};
+        return {static_cast<double>(found->second.count), static_cast<double>(found->second.text)};
+    }
+
+    double Nodes() const { return static_cast<double>(answer_.nodes) + 1; }
+    double Text() const { return static_cast<double>(answer_.text); }
+    // Of all context nodes.
+    double TextOfAll(Contexts contexts) const {
+        return std::min(contexts.repeats * static_cast<double>(answer_.all.text), contexts.runs * Text());
+    }
+
+    bool StartsLiteral() const { return !rest_.empty() && (rest_.front() == L'"' || rest_.front() == L'\''); }
+    bool StartsStep() const {
+        return !rest_.empty() && (StartsName(rest_.front()) || rest_.front() == L'*' ||
+                                  rest_.front() == L'@' || rest_.front() == L'.');
+    }
+    bool StartsPrimary() const {
+        if (rest_.empty()) return false;
+        const wchar_t first = rest_.front();
+        if (first == L'(' || StartsLiteral() || IsDigit(first)) return true;
+        if (first == L'.') return rest_.size() > 1 && IsDigit(rest_[1]);
+        // A function's name, as opposed to a node test's.
+        size_t end = NameLength(rest_);
+        if (end == 0) return false;
+        const wstring_view name = rest_.substr(0, end);
+        if (end + 1 < rest_.size() && rest_[end] == L':' && StartsName(rest_[end + 1]))
+            end += 1 + NameLength(rest_.substr(end + 1));
+        while (end < rest_.size() && IsBlank(rest_[end]))
+            ++end;
+        return end < rest_.size() && rest_[end] == L'(' && name != L"node" && name != L"text" &&
+               name != L"comment" && name != L"processing-instruction";
+    }
+
+    static size_t NameLength(wstring_view text) {
+        if (text.empty() || !StartsName(text.front())) return 0;
+        return static_cast<size_t>(std::find_if_not(text.begin(), text.end(), ContinuesName) - text.begin());
+    }
+    wstring_view TakeName() {
+        const wstring_view name = rest_.substr(0, NameLength(rest_));
+        rest_.remove_prefix(name.size());
+        return name;
+    }
+    bool Take(wchar_t c) {
+        SkipBlanks();
+        if (rest_.empty() || rest_.front() != c) return false;
+        rest_.remove_prefix(1);
+        return true;
+    }
+    bool TakeText(wstring_view text) {
+        if (!rest_.starts_with(text)) return false;
+        rest_.remove_prefix(text.size());
+        return true;
+    }
+    void SkipBlanks() {
+        while (!rest_.empty() && IsBlank(rest_.front()))
+            rest_.remove_prefix(1);
+    }
+
+    wstring_view rest_;
+    const AnswerShape& answer_;
+    double work_ = 0;
+    int depth_ = 0;
+};
+
+}  // namespace
+
+std::optional<double> EstimateWork(wstring_view xpath, const AnswerShape& answer) {
+    return Estimator(xpath, answer).Estimate();
+}
+
+}  // namespace vlm

@@ -1,0 +1,89 @@
+#include "bidi/query_budget.h"
+
+#include "bidi/engine_error.h"
+#include "util/vlutil.h"
+
+namespace vlm {
+
+namespace {
+
+struct Limit {
+    size_t amount;
+    const wchar_t* name;
+};
+
+// In the order of Expense. The largest real extension files have some thousand leaves, the largest real
+// answers make some thousand instances of them and search a tenth of what is allowed here.
+constexpr std::array<Limit, kExpenses> kLimits{{{16u << 20, L"bytes of extension files"},
+                                                {100'000, L"elements of extension files"},
+                                                {100'000, L"elements that parameters make"},
+                                                {8u << 20, L"characters that parameters bring"},
+                                                {60'000'000, L"units of searching the printer's answer"},
+                                                {250'000, L"entries of the response"},
+                                                {8u << 20, L"characters of the response"}}};
+constexpr double kLongestSearch = 30'000'000;
+constexpr std::chrono::seconds kLongestWork{6};
+
+[[noreturn]] void Fail() {
+    ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
+}
+
+}  // namespace
+
+QueryBudget::Working::Working(QueryBudget& budget) : budget_(budget) {
+    if (budget_.working_++ == 0) budget_.begin_ = Clock::now();
+}
+
+QueryBudget::Working::~Working() {
+    if (--budget_.working_ == 0) budget_.spent_ += Clock::now() - budget_.begin_;
+}
+
+QueryBudget::QueryBudget() {
+    for (size_t i = 0; i < kExpenses; ++i)
+        left_[i] = kLimits[i].amount;
+}
+
+void QueryBudget::SpendSearch(double work, const SchemaElement& cause) {
+    CheckTime(cause);
+    if (work > kLongestSearch) {
+        Trace(L"Error: one search of the printer's answer would take more than %d units: %ls\r\n",
+              static_cast<int>(kLongestSearch), DescribeElement(cause).c_str());
+        Fail();
+    }
+    Spend(Expense::kSearch, static_cast<size_t>(work), cause);
+}
+
+bool QueryBudget::IsLate() const {
+    return spent_ + (working_ > 0 ? Clock::now() - begin_ : Clock::duration()) > kLongestWork;
+}
+
+void QueryBudget::RunOut(Expense expense, const std::wstring& cause) {
+    const Limit& limit = kLimits[static_cast<size_t>(expense)];
+    Trace(L"Error: a query may use at most %d %ls: %ls\r\n", static_cast<int>(limit.amount), limit.name,
+          cause.c_str());
+    Fail();
+}
+
+void QueryBudget::RunOut(Expense expense, const SchemaElement& cause) {
+    RunOut(expense, DescribeElement(cause));
+}
+
+void QueryBudget::RunOutOfTime(const std::wstring& cause) {
+    Trace(L"Error: a query may work for at most %d seconds: %ls\r\n", static_cast<int>(kLongestWork.count()),
+          cause.c_str());
+    Fail();
+}
+
+void QueryBudget::RunOutOfTime(const SchemaElement& cause) {
+    RunOutOfTime(DescribeElement(cause));
+}
+
+std::wstring DescribeElement(const SchemaElement& element) {
+    std::wstring text = Printable(element.tag);
+    if (element.name) text += L" \"" + Printable(*element.name) + L'"';
+    if (element.filter) text += L" with the filter \"" + Printable(*element.filter) + L'"';
+    if (element.file != nullptr) text += L" in " + Printable(*element.file, MAX_PATH);
+    return text;
+}
+
+}  // namespace vlm

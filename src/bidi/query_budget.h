@@ -1,0 +1,77 @@
+// What one query may use of the process that it runs in. Whoever writes an extension file or answers as a
+// printer decides how much work a query is; this decides how much of it is done.
+//
+// The engine makes one budget for a query and hands it down to every step, which spends where it causes work.
+// Running out throws CComErrorEx(ERROR_NOT_ENOUGH_QUOTA as an HRESULT), with a trace line that names what ran
+// out and the file, element or path at which it did. An object belongs to one thread.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <string>
+
+#include "bidi/schema_tree.h"
+
+namespace vlm {
+
+enum class Expense {
+    kFileBytes,       // of extension files
+    kSchemaElements,  // in extension files
+    kInstances,       // elements that parameters make of them
+    kBoundText,       // characters of parameters' values, and of the names and filters made with them
+    kSearch,          // in the printer's answer, in units of filter_cost.h
+    kEntries,         // of the response
+    kAnswerText,      // characters of the response's paths and values
+};
+inline constexpr size_t kExpenses = 7;
+
+class QueryBudget {
+ public:
+    // While one of these lives, time is spent. They may be nested.
+    class Working {
+     public:
+        explicit Working(QueryBudget& budget);
+        ~Working();
+        Working(const Working&) = delete;
+        Working& operator=(const Working&) = delete;
+
+     private:
+        QueryBudget& budget_;
+    };
+
+    QueryBudget();
+
+    // The cause is a path, of a file or of the schema, or an element.
+    template <typename Cause>
+    void Spend(Expense expense, size_t amount, const Cause& cause) {
+        size_t& left = left_[static_cast<size_t>(expense)];
+        if (amount > left) RunOut(expense, cause);
+        left -= amount;
+    }
+    // A single search cannot be stopped, so it has a bound of its own; and the time is looked at.
+    void SpendSearch(double work, const SchemaElement& cause);
+    template <typename Cause>
+    void CheckTime(const Cause& cause) {
+        if (IsLate()) RunOutOfTime(cause);
+    }
+
+ private:
+    using Clock = std::chrono::steady_clock;
+
+    bool IsLate() const;
+    [[noreturn]] static void RunOut(Expense expense, const std::wstring& cause);
+    [[noreturn]] static void RunOut(Expense expense, const SchemaElement& cause);
+    [[noreturn]] static void RunOutOfTime(const std::wstring& cause);
+    [[noreturn]] static void RunOutOfTime(const SchemaElement& cause);
+
+    std::array<size_t, kExpenses> left_;
+    Clock::duration spent_{};  // in the work that has ended
+    Clock::time_point begin_;  // of the work that goes on
+    int working_ = 0;
+};
+
+// "Value "Level" (filter "pri:X/pri:Y") in C:\a.xml", printable.
+std::wstring DescribeElement(const SchemaElement& element);
+
+}  // namespace vlm

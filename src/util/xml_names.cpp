@@ -1,0 +1,71 @@
+#include "util/xml_names.h"
+
+#include <algorithm>
+
+namespace vlm {
+
+namespace {
+
+constexpr bool IsHighSurrogate(std::uint32_t c) {
+    return c >= 0xD800 && c <= 0xDBFF;
+}
+
+constexpr bool IsLowSurrogate(std::uint32_t c) {
+    return c >= 0xDC00 && c <= 0xDFFF;
+}
+
+struct Range {
+    std::uint32_t first;
+    std::uint32_t last;
+};
+
+constexpr Range kNameStart[] = {{':', ':'},       {'A', 'Z'},       {'_', '_'},       {'a', 'z'},
+                                {0xC0, 0xD6},     {0xD8, 0xF6},     {0xF8, 0x2FF},    {0x370, 0x37D},
+                                {0x37F, 0x1FFF},  {0x200C, 0x200D}, {0x2070, 0x218F}, {0x2C00, 0x2FEF},
+                                {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF}};
+constexpr Range kNameFurther[] = {{'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}};
+
+template <size_t N>
+bool IsIn(const Range (&ranges)[N], std::uint32_t c) {
+    return std::any_of(ranges, ranges + N, [c](const Range& r) { return c >= r.first && c <= r.last; });
+}
+
+}  // namespace
+
+std::uint32_t NextCharacter(std::wstring_view text, size_t* position) {
+    constexpr int kAnyCharacter = 0x1FFFFF;
+    const auto c = static_cast<std::uint32_t>(text[(*position)++] & kAnyCharacter);
+    if (IsHighSurrogate(c) && *position < text.size()) {
+        const auto low = static_cast<std::uint32_t>(text[*position] & kAnyCharacter);
+        if (IsLowSurrogate(low)) {
+            ++*position;
+            return 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
+        }
+    }
+    return IsHighSurrogate(c) || IsLowSurrogate(c) ? 0xFFFD : c;
+}
+
+bool IsNmtoken(std::wstring_view text) {
+    for (size_t position = 0; position < text.size();) {
+        const std::uint32_t c = NextCharacter(text, &position);
+        if (!IsIn(kNameStart, c) && !IsIn(kNameFurther, c)) return false;
+    }
+    return !text.empty();
+}
+
+bool IsXmlName(std::wstring_view text) {
+    size_t position = 0;
+    return !text.empty() && IsIn(kNameStart, NextCharacter(text, &position)) && IsNmtoken(text);
+}
+
+bool IsNcName(std::wstring_view text) {
+    return text.find(L':') == std::wstring_view::npos && IsXmlName(text);
+}
+
+bool IsQName(std::wstring_view text) {
+    const size_t colon = text.find(L':');
+    if (colon == std::wstring_view::npos) return IsNcName(text);
+    return IsNcName(text.substr(0, colon)) && IsNcName(text.substr(colon + 1));
+}
+
+}  // namespace vlm

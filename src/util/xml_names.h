@@ -1,0 +1,19 @@
+// Names as XML defines them. Plain standard C++; text is UTF-16, or UTF-32 where wchar_t is that wide.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+namespace vlm {
+
+// The character at `*position`, which moves behind it. A surrogate pair is one character; a lone surrogate,
+// which is no character at all, becomes U+FFFD.
+std::uint32_t NextCharacter(std::wstring_view text, size_t* position);
+
+bool IsNmtoken(std::wstring_view text);
+bool IsXmlName(std::wstring_view text);
+bool IsNcName(std::wstring_view text);
+bool IsQName(std::wstring_view text);
+
+}  // namespace vlm
