@@ -14,20 +14,22 @@ struct OpenElement {
     size_t children = 0;
 };
 
-// Another child node of the innermost open element.
-void CountNode(AnswerShape& shape, std::vector<OpenElement>& open) {
-    ++shape.nodes;
-    shape.ancestors += open.size();
-    if (!open.empty()) shape.widest = std::max(shape.widest, ++open.back().children);
+// Nodes and characters inside all open elements.
+void CountBelow(AnswerShape& shape, const std::vector<OpenElement>& open, size_t nodes, size_t text) {
+    shape.nodes += nodes;
+    shape.text += text;
+    shape.all.nodes += nodes * open.size();
+    shape.all.text += text * open.size();
+    for (const OpenElement& element : open) {
+        element.elements->nodes += nodes;
+        element.elements->text += text;
+    }
 }
 
-void CountText(AnswerShape& shape, std::vector<OpenElement>& open, size_t length) {
-    if (length == 0) return;
-    CountNode(shape, open);
-    shape.text += length;
-    shape.all.text += length * open.size();
-    for (const OpenElement& element : open)
-        element.elements->text += length;
+// Another child node of the innermost open element.
+void CountChild(AnswerShape& shape, std::vector<OpenElement>& open, size_t text) {
+    CountBelow(shape, open, 1, text);
+    if (!open.empty()) shape.widest = std::max(shape.widest, ++open.back().children);
 }
 
 }  // namespace
@@ -37,27 +39,27 @@ AnswerShape ShapeOf(std::string_view document) {
     std::vector<OpenElement> open;
     MarkupReader reader(document, document.size());
     while (const std::optional<Markup> markup = reader.Next()) {
-        CountText(shape, open, markup->before.size());
+        if (!markup->before.empty()) CountChild(shape, open, markup->before.size());
         switch (markup->kind) {
             case MarkupKind::kEndTag:
                 if (!open.empty()) open.pop_back();
                 break;
             case MarkupKind::kStartTag:
             case MarkupKind::kEmptyTag: {
-                CountNode(shape, open);
+                CountChild(shape, open, 0);
                 AnswerShape::Elements& named = shape.byName[std::string(markup->LocalName())];
                 ++named.count;
                 ++shape.all.count;
-                shape.nodes += markup->attributes;
-                shape.ancestors += markup->attributes * (open.size() + 1);
+                open.push_back({&named});
+                shape.depth = std::max(shape.depth, open.size());
                 shape.attributes += markup->attributes;
-                shape.text += markup->text.size();
-                shape.depth = std::max(shape.depth, open.size() + 1);
-                if (markup->kind == MarkupKind::kStartTag) open.push_back({&named});
+                shape.attributeText += markup->text.size();
+                CountBelow(shape, open, markup->attributes, 0);
+                if (markup->kind == MarkupKind::kEmptyTag) open.pop_back();
                 break;
             }
             default:
-                CountText(shape, open, markup->text.size());
+                CountChild(shape, open, markup->text.size());
         }
     }
     return shape;

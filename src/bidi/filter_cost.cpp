@@ -20,20 +20,23 @@ constexpr double kCharacter = 0.05;
 constexpr double kJoined = 1;       // a character that concat() keeps in memory
 constexpr double kCompared = 0.01;  // a pair of nodes, or of characters, that are compared
 
-// The nodes or the strings that an expression gives, added up over all of its evaluations.
-struct Value {
-    bool isNodes = false;
-    double total = 0;    // nodes
-    double most = 0;     // nodes of one evaluation
-    double repeats = 0;  // evaluations that can have the same node
-    double text = 0;     // characters
+// The nodes of a set, or of the sets that all evaluations of an expression give.
+struct Nodes {
+    double total = 0;
+    double repeats = 0;  // in how many evaluations one node can be
+    double text = 0;     // characters of all their string values
+    double below = 0;    // nodes below them
 };
 
-// Evaluations of one expression, each with a context node.
-struct Contexts {
-    double runs;
-    double repeats;  // that can have the same context node
+// What an expression gives: nodes, or else strings, of which `nodes` has the text.
+struct Value {
+    bool isNodes = false;
+    Nodes nodes;
+    double most = 0;  // nodes of one evaluation
 };
+
+// The evaluations of an expression, one for each context node.
+using Contexts = Nodes;
 
 enum class Axis { kChild, kAttribute, kSelf, kParent, kDescendant, kAncestor, kSibling, kBeyond, kNamespace };
 
@@ -88,7 +91,7 @@ class Estimator {
 
     std::optional<double> Estimate() {
         Value value;
-        if (!ReadExpression({1, 1}, &value)) return std::nullopt;
+        if (!ReadExpression(Root(1), &value)) return std::nullopt;
         SkipBlanks();
         return rest_.empty() ? std::optional(work_) : std::nullopt;
     }
@@ -96,18 +99,18 @@ class Estimator {
  private:
     // Operators of all ranks in one row: their order does not matter here, but what stands beside a
     // comparison.
-    bool ReadExpression(Contexts contexts, Value* value) {
+    bool ReadExpression(const Contexts& contexts, Value* value) {
         if (++depth_ > kDeepestExpression) return false;
         if (!ReadOperand(contexts, value)) return false;
         bool comparesNext = false;
         while (TakeOperator(&comparesNext)) {
             Value right;
             if (!ReadOperand(contexts, &right)) return false;
-            work_ += contexts.runs * kStep;
+            work_ += contexts.total * kStep;
             ChargeText(*value);
             ChargeText(right);
             if (comparesNext && value->isNodes && right.isNodes) {
-                work_ += value->total * right.most * kCompared;
+                work_ += value->nodes.total * right.most * kCompared;
             }
             *value = right;
             value->isNodes = value->isNodes && !comparesNext;
@@ -116,18 +119,19 @@ class Estimator {
         return true;
     }
 
-    bool ReadOperand(Contexts contexts, Value* value) {
+    bool ReadOperand(const Contexts& contexts, Value* value) {
         while (Take(L'-')) {
         }
         if (!ReadPath(contexts, value)) return false;
         while (Take(L'|')) {
             Value other;
             if (!ReadPath(contexts, &other)) return false;
-            work_ += value->total * other.most * kCompared;
-            value->total += other.total;
+            work_ += value->nodes.total * other.most * kCompared;
             value->most += other.most;
-            value->repeats = std::min(contexts.runs, value->repeats + other.repeats);
-            value->text += other.text;
+            value->nodes.total += other.nodes.total;
+            value->nodes.repeats = std::min(contexts.total, value->nodes.repeats + other.nodes.repeats);
+            value->nodes.text += other.nodes.text;
+            value->nodes.below += other.nodes.below;
         }
         return true;
     }
@@ -147,27 +151,25 @@ class Estimator {
         return false;
     }
 
-    bool ReadPath(Contexts contexts, Value* value) {
+    bool ReadPath(const Contexts& contexts, Value* value) {
         SkipBlanks();
-        const Value self{true, contexts.runs, 1, contexts.repeats, TextOfAll(contexts)};
-        const Value root{true, contexts.runs, 1, contexts.runs, contexts.runs * Text()};
         if (Take(L'/')) {
-            *value = root;
+            *value = {true, Root(contexts.total), 1};
             if (Take(L'/')) return ReadSteps(contexts, value, true);
             SkipBlanks();
             return !StartsStep() || ReadSteps(contexts, value, false);
         }
         if (StartsPrimary()) {
-            if (!ReadPrimary(contexts, value) || !ReadPredicates(value->total, value->repeats)) return false;
+            if (!ReadPrimary(contexts, value) || !ReadPredicates(value->nodes)) return false;
             if (!Take(L'/')) return true;
             return ReadSteps(contexts, value, Take(L'/'));
         }
-        *value = self;
+        *value = {true, contexts, 1};
         return ReadSteps(contexts, value, false);
     }
 
     // Steps with "/" and "//" between them, of which the first may be deep itself.
-    bool ReadSteps(Contexts contexts, Value* value, bool deep) {
+    bool ReadSteps(const Contexts& contexts, Value* value, bool deep) {
         for (;;) {
             // Not every parser minds a third slash.
             while (Take(L'/'))
@@ -179,7 +181,7 @@ class Estimator {
         }
     }
 
-    bool ReadStep(Contexts contexts, Value* value, bool deep) {
+    bool ReadStep(const Contexts& contexts, Value* value, bool deep) {
         SkipBlanks();
         Axis axis = Axis::kChild;
         wstring_view test;
@@ -193,12 +195,10 @@ class Estimator {
             if (Take(L'@')) axis = Axis::kAttribute;
             if (!ReadTest(&axis, &test)) return false;
         }
-        if (deep && axis == Axis::kChild) {
-            axis = Axis::kDescendant;
-        } else if (deep) {
-            if (!Walk(contexts, value, Axis::kDescendant, L"node()")) return false;
-        }
-        return Walk(contexts, value, axis, test);
+        // "//" stands for a step of its own, which has no predicates.
+        if (deep) Walk(contexts, value, Axis::kDescendant, L"node()", [](const Nodes&) { return true; });
+        return Walk(contexts, value, axis, test,
+                    [this](const Nodes& candidates) { return ReadPredicates(candidates); });
     }
 
     // A node test, which an axis may precede.
@@ -229,88 +229,91 @@ class Estimator {
         *test = L"node()";
         SkipBlanks();
         Value ignored;
-        if (StartsLiteral() && !ReadLiteral({1, 1}, &ignored)) return false;
+        if (StartsLiteral() && !ReadLiteral(Root(1), &ignored)) return false;
         SkipBlanks();
         return Take(L')');
     }
 
-    // From the nodes of `value` along the axis to those that pass the test and the predicates behind it.
-    bool Walk(Contexts contexts, Value* value, Axis axis, wstring_view test) {
-        const Value from = *value;
-        const double nodes = Nodes();
+    // From the nodes of `value` along the axis to those that pass the test and the predicates behind it,
+    // which `readPredicates` reads for the candidates.
+    template <typename ReadPredicates>
+    bool Walk(const Contexts& contexts, Value* value, Axis axis, wstring_view test,
+              ReadPredicates readPredicates) {
+        const Nodes& from = value->nodes;
+        const double nodes = All();
         const double wide = static_cast<double>(answer_.widest);
         const double deep = static_cast<double>(answer_.depth) + 1;
-        const double ancestors = static_cast<double>(answer_.ancestors) + nodes;
         double reach = 1;               // nodes from one
-        double all = from.repeats;      // nodes from all nodes of the document, each as often as it repeats
+        double all = from.total;        // nodes from all of them
         double repeats = from.repeats;  // how often one node is reached
         switch (axis) {
             case Axis::kChild:
                 reach = wide;
-                all *= nodes;
+                all = from.repeats * nodes;
                 break;
             case Axis::kAttribute:
-            case Axis::kNamespace:
                 reach = static_cast<double>(answer_.attributes);
-                all *= axis == Axis::kAttribute ? reach : reach * nodes;
+                all = from.repeats * reach;
+                break;
+            case Axis::kNamespace:
+                reach = static_cast<double>(answer_.attributes) + 1;
+                all *= reach;
                 break;
             case Axis::kSelf:
-                all *= nodes;
                 break;
             case Axis::kParent:
-                all *= nodes;
                 repeats *= wide;
                 break;
             case Axis::kDescendant:
                 reach = nodes;
-                all *= ancestors;
+                all += from.below;
                 repeats *= deep;
                 break;
             case Axis::kAncestor:
                 reach = deep;
-                all *= ancestors;
+                all *= reach;
                 repeats *= nodes;
                 break;
             case Axis::kSibling:
                 reach = wide;
-                all *= nodes * wide / 2;
+                all = from.repeats * nodes * wide / 2;
                 repeats *= wide;
                 break;
             case Axis::kBeyond:
                 reach = nodes;
-                all *= nodes * nodes;
+                all *= reach;
                 repeats *= nodes;
                 break;
         }
         const double visits = std::min(from.total * reach, all);
         work_ += from.total * kStep + visits * kVisit;
 
-        const auto [count, text] = Matching(axis, test);
-        const double found = std::min(visits, repeats * count);
-        if (!ReadPredicates(found, std::min(found, repeats))) return false;
+        const Nodes passing = Passing(axis, test);
+        const Nodes found = Some(passing, std::min(visits, repeats * passing.total), repeats);
+        if (!readPredicates(found)) return false;
 
         const bool distinct = axis == Axis::kChild || axis == Axis::kAttribute || axis == Axis::kSelf;
-        value->most = std::min(count, from.most * reach);
-        if (!distinct && from.most > 1) work_ += found * value->most * kCompared;
-        value->total = std::min(found, contexts.runs * value->most);
-        value->repeats = std::min(contexts.runs, repeats);
-        value->text = std::min(value->repeats * text, value->total * Text());
+        const double most = std::min({passing.total, value->most * reach, visits});
+        if (!distinct && value->most > 1) work_ += found.total * most * kCompared;
+        // The same node in one evaluation counts once.
+        const double total = std::min(found.total, contexts.total * most);
+        *value = {true, Some(passing, total, std::min(repeats, contexts.total)), most};
         return true;
     }
 
-    bool ReadPredicates(double candidates, double repeats) {
+    bool ReadPredicates(const Nodes& candidates) {
         for (;;) {
             SkipBlanks();
             if (!Take(L'[')) return true;
             Value value;
-            work_ += candidates * kStep;
-            if (!ReadExpression({candidates, repeats}, &value)) return false;
+            work_ += candidates.total * kStep;
+            if (!ReadExpression(candidates, &value)) return false;
             SkipBlanks();
             if (!Take(L']')) return false;
         }
     }
 
-    bool ReadPrimary(Contexts contexts, Value* value) {
+    bool ReadPrimary(const Contexts& contexts, Value* value) {
         if (Take(L'(')) {
             if (!ReadExpression(contexts, value)) return false;
             SkipBlanks();
@@ -327,24 +330,23 @@ class Estimator {
         return ReadCall(contexts, value);
     }
 
-    bool ReadLiteral(Contexts contexts, Value* value) {
+    bool ReadLiteral(const Contexts& contexts, Value* value) {
         const size_t end = rest_.find(rest_.front(), 1);
         if (end == wstring_view::npos) return false;
         *value = {};
-        value->text = contexts.runs * static_cast<double>(end - 1);
+        value->nodes.text = contexts.total * static_cast<double>(end - 1);
         rest_.remove_prefix(end + 1);
         return true;
     }
 
-    bool ReadCall(Contexts contexts, Value* value) {
+    bool ReadCall(const Contexts& contexts, Value* value) {
         wstring_view name = TakeName();
         if (TakeText(L":")) name = TakeName();
         SkipBlanks();
         if (!Take(L'(')) return false;
-        work_ += contexts.runs * kStep;
+        work_ += contexts.total * kStep;
         double text = 0;
-        double firstText =
-            name == L"concat" ? 0 : TextOfAll(contexts);  // of the context node, without arguments
+        double first = contexts.text;  // without arguments, that of the context node
         size_t count = 0;
         SkipBlanks();
         while (!Take(L')')) {
@@ -353,40 +355,56 @@ class Estimator {
             if (!ReadExpression(contexts, &argument)) return false;
             ChargeText(argument);
             // Searched for in the first, or each of its characters is.
-            if (count > 1) work_ += firstText * std::min(argument.text, Text()) * kCompared;
-            if (count == 1) firstText = argument.text;
-            text += argument.text;
+            if (count == 1) first = argument.nodes.text;
+            if (count > 1 && name != L"concat")
+                work_ += first * std::min(argument.nodes.text, Text()) * kCompared;
+            text += argument.nodes.text;
             SkipBlanks();
         }
         if (name == L"concat") work_ += text * kJoined;
-        const double nodes = Nodes();
         *value = {};
-        if (name == L"id") *value = {true, contexts.runs * nodes, nodes, contexts.runs, 0};
-        value->text = count == 0 ? firstText : text;
+        if (name == L"id")
+            *value = {true, Some(Passing(Axis::kChild, L"*"), contexts.total * All(), contexts.total), All()};
+        value->nodes.text = count == 0 ? first : text;
         return true;
     }
 
     void ChargeText(const Value& value) {
-        work_ += (value.isNodes ? value.total * kString : 0) + value.text * kCharacter;
+        work_ += (value.isNodes ? value.nodes.total * kString : 0) + value.nodes.text * kCharacter;
     }
 
-    // How many nodes of the document pass the test, and the characters below them.
-    std::pair<double, double> Matching(Axis axis, wstring_view test) const {
-        if (axis == Axis::kAttribute || axis == Axis::kNamespace) return {Nodes(), Text()};
+    // The document's node, for so many evaluations.
+    Nodes Root(double times) const { return {times, times, times * Text(), times * All()}; }
+
+    // `total` of these nodes of the document, none more than `repeats` times.
+    Nodes Some(const Nodes& nodes, double total, double repeats) const {
+        const double times = std::min(repeats, total);
+        return {total, times, std::min(nodes.text * times, total * Text()),
+                std::min(nodes.below * times, total * All())};
+    }
+
+    // The nodes of the document that pass the test.
+    Nodes Passing(Axis axis, wstring_view test) const {
+        const double nodes = All();
+        if (axis == Axis::kAttribute || axis == Axis::kNamespace) {
+            const double attributes = static_cast<double>(answer_.attributes) + 1;
+            return {axis == Axis::kAttribute ? attributes : attributes * nodes, 1,
+                    static_cast<double>(answer_.attributeText), 0};
+        }
         const std::optional<std::string> name = Ascii(test);
         if (test == L"*" || test == L"node()" || !name)
-            return {Nodes(), static_cast<double>(answer_.all.text) + Text()};
+            return {nodes, 1, static_cast<double>(answer_.all.text) + 2 * Text(),
+                    static_cast<double>(answer_.all.nodes) + nodes};
         const auto found = answer_.byName.find(*name);
-        if (found == answer_.byName.end()) return {0, 0};
-        return {static_cast<double>(found->second.count), static_cast<double>(found->second.text)};
+        if (found == answer_.byName.end()) return {0, 1, 0, 0};
+        const AnswerShape::Elements& named = found->second;
+        return {static_cast<double>(named.count), 1, static_cast<double>(named.text),
+                static_cast<double>(named.nodes)};
     }
 
-    double Nodes() const { return static_cast<double>(answer_.nodes) + 1; }
-    double Text() const { return static_cast<double>(answer_.text); }
-    // Of all context nodes.
-    double TextOfAll(Contexts contexts) const {
-        return std::min(contexts.repeats * static_cast<double>(answer_.all.text), contexts.runs * Text());
-    }
+    // Nodes of the document, its own among them; characters.
+    double All() const { return static_cast<double>(answer_.nodes) + 1; }
+    double Text() const { return static_cast<double>(answer_.text + answer_.attributeText); }
 
     bool StartsLiteral() const { return !rest_.empty() && (rest_.front() == L'"' || rest_.front() == L'\''); }
     bool StartsStep() const {

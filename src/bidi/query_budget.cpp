@@ -21,7 +21,7 @@ constexpr std::array<Limit, kExpenses> kLimits{{{16u << 20, L"bytes of extension
                                                 {60'000'000, L"units of searching the printer's answer"},
                                                 {250'000, L"entries of the response"},
                                                 {8u << 20, L"characters of the response"}}};
-constexpr double kLongestSearch = 30'000'000;
+constexpr double kLongestSearch = 20'000'000;
 constexpr std::chrono::seconds kLongestWork{6};
 
 [[noreturn]] void Fail() {
