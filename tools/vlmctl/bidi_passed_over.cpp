@@ -46,7 +46,8 @@ void PassedOver::LookAt(const SourceElement& element) {
 void PassedOver::Say(const std::wstring& file, FindingList& findings) {
     for (auto& [what, seen] : seen_) {
         if (seen.places > 1)
-            seen.text += L" (here and in " + std::to_wstring(seen.places - 1) + L" more places)";
+            seen.text += L" (here and in " + std::to_wstring(seen.places - 1) +
+                         (seen.places == 2 ? L" more place)" : L" more places)");
         findings.Warning(file, seen.line, std::move(seen.text));
     }
     seen_.clear();

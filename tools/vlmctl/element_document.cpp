@@ -82,14 +82,29 @@ void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth) {
     }
 }
 
+// White space at the ends of a text does not count, wherever a printer breaks its lines.
+std::wstring_view WithoutBlanks(std::wstring_view text) {
+    constexpr std::wstring_view kBlanks = L" \t\r\n";
+    const size_t begin = text.find_first_not_of(kBlanks);
+    return begin == std::wstring_view::npos ? L""
+                                            : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
+}
+
+// What the part itself is called. A printer may write its name without a prefix; the element in it has one.
+std::string NameOfPart(IXMLDOMNode* part) {
+    std::string name = AttributeAt(part, L"Name");
+    if (name.find(':') != std::string::npos) return name;
+    const std::vector<ComPtr<IXMLDOMNode>> elements = NodesAt(part, L"*");
+    return elements.empty() ? "pri:" + name : ToUtf8(NameOf(elements.front().Get()));
+}
+
 std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
     std::vector<std::string> names;
     for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
-        const std::string mark = TextAt(part.Get(), L"@Valid");
-        if ((mark == "true" || mark == "1") != valid) continue;
-        // A printer whose default namespace is the print service's may leave the prefix out.
-        const std::string name = TextAt(part.Get(), L"@Name");
-        names.push_back(name.find(':') == std::string::npos ? "pri:" + name : name);
+        // Some printers leave the mark out, and mean that all is well.
+        const std::string mark = AttributeAt(part.Get(), L"Valid");
+        const bool denied = mark == "0" || _stricmp(mark.c_str(), "false") == 0;
+        if (denied != valid) names.push_back(NameOfPart(part.Get()));
     }
     return names;
 }
@@ -143,7 +158,12 @@ std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath
 
 std::string TextAt(IXMLDOMNode* node, const wchar_t* xpath) {
     const std::vector<ComPtr<IXMLDOMNode>> nodes = NodesAt(node, xpath);
-    return nodes.empty() ? std::string() : ToUtf8(Printable(TextOf(nodes.front().Get()), kLongestText));
+    return nodes.empty() ? std::string()
+                         : ToUtf8(Printable(WithoutBlanks(TextOf(nodes.front().Get())), kLongestText));
+}
+
+std::string AttributeAt(IXMLDOMNode* node, const std::wstring& name) {
+    return TextAt(node, (L"@" + name + L" | @pri:" + name).c_str());
 }
 
 }  // namespace vlm::ctl

@@ -1,0 +1,212 @@
+"""vlmctl status and bidi on answers as printers of many makes write them, and on extension files that were written for
+the platform's own port monitor."""
+
+import contextlib
+import http.server
+import json
+import pathlib
+import re
+import subprocess
+import tempfile
+import threading
+import unittest
+
+from companion import EXAMPLES, Companion, windows
+
+ANSWER = (EXAMPLES / "printer-answer.xml").read_text("utf-8")
+EXTENSIONS = ("--ext", EXAMPLES / "velun-base.xml", "--ext", EXAMPLES / "velun-finisher.xml")
+PUBLISHED_FILE = pathlib.Path(__file__).with_name("port_monitor_file.xml")
+PRINT = "http://schemas.microsoft.com/windows/2006/08/wdp/print"
+
+
+def replaced(text, *changes):
+    for old, new in changes:
+        changed = re.sub(old, new, text)
+        assert changed != text, old
+        text = changed
+    return text
+
+
+QUALIFIED = (r' (Name|Id|Valid)="', r' wprt:\1="')
+ACTIVE_CONDITION = (r"ActiveConditions", r"ActiveCondition")
+COMPONENT = (r"<wprt:Component>(\w+)</wprt:Component>",
+             r"<wprt:Component>\n<wprt:Group>\1</wprt:Group>\n<wprt:Name>Left</wprt:Name>\n</wprt:Component>")
+
+# The same printer, spelt in another way.
+SPELLINGS = {
+    "as it is": ANSWER,
+    "the print service's namespace is the default one": replaced(ANSWER, ("(</?)wprt:", r"\1"), ("xmlns:wprt", "xmlns"),
+                                                                 ('"wprt:Printer', '"Printer')),
+    "namespaces are declared where they are used": replaced(
+        ANSWER, (r'\s+xmlns:(wprt|vln)="[^"]+"', ""),
+        (r"<wprt:GetPrinterElementsResponse>", f'<wprt:GetPrinterElementsResponse xmlns:wprt="{PRINT}">'),
+        (r'(<wprt:ElementData)( Name="vln:)', r'\1 xmlns:vln="http://velun.example/wsd/print/2026"\2')),
+    "a declaration that nothing uses": replaced(ANSWER, ("<wprt:Storage>", '<wprt:Storage xmlns:never="urn:never">')),
+    "addressing of 2005/08": replaced(ANSWER, ("http://schemas.xmlsoap.org/ws/2004/08/addressing",
+                                               "http://www.w3.org/2005/08/addressing")),
+    "no header": replaced(ANSWER, (r"(?s)<soap:Header>.*</soap:Header>", "")),
+    "UTF-8 with a byte order mark": b"\xef\xbb\xbf" + ANSWER.encode(),
+    "UTF-16": b"\xff\xfe" + ANSWER.replace('encoding="utf-8"', 'encoding="utf-16"').encode("utf-16-le"),
+    "UTF-16 in network order": b"\xfe\xff" + ANSWER.replace('encoding="utf-8"', 'encoding="UTF-16"').encode("utf-16-be"),
+    "no XML declaration": replaced(ANSWER, (r"<\?xml.*?\?>\s*", "")),
+    "CDATA": replaced(ANSWER, (r">([^<>\s][^<>]*)</wprt:(\w+)>", r"><![CDATA[\1]]></wprt:\2>")),
+    "comments and instructions": replaced(ANSWER, (r">([^<>\s]+)</wprt:", r"><!-- a -->\1<!-- b --></wprt:"),
+                                          (r"<wprt:Storage>", "<wprt:Storage><?x y?><!-- <wprt:Level>1</wprt:Level> -->")),
+    "all in one line": replaced(ANSWER, (r">\s+<", "><")),
+    "values on lines of their own": replaced(ANSWER, (r">(\d+|true|Processing)</wprt:", r">\n      \1\n    </wprt:")),
+    "no Valid": replaced(ANSWER, (' Valid="true"', "")),
+    "Valid with blanks": replaced(ANSWER, ('Valid="true"', 'Valid=" true\n"')),
+    "Valid in another way": replaced(ANSWER, ('Valid="true"', 'Valid="1"')),
+    "qualified attributes": replaced(ANSWER, QUALIFIED),
+    "the name of the list of conditions as published": replaced(ANSWER, ACTIVE_CONDITION),
+    "several languages": replaced(ANSWER, (r"(<wprt:PrinterName.*>)",
+                                           r'\1<wprt:PrinterName xml:lang="fr">L\'imprimante</wprt:PrinterName>')),
+}
+
+
+@contextlib.contextmanager
+def printer(answer):
+    """The address of a print service that answers everything with this."""
+    body = answer if isinstance(answer, bytes) else answer.encode()
+
+    class Service(http.server.BaseHTTPRequestHandler):
+        def do_POST(self):
+            self.rfile.read(int(self.headers["Content-Length"]))
+            self.send_response(200)
+            self.send_header("Content-Type", "application/soap+xml")
+            self.send_header("Content-Length", str(len(body)))
+            self.end_headers()
+            self.wfile.write(body)
+
+        def log_message(self, *_):
+            pass
+
+    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Service) as server:
+        thread = threading.Thread(target=server.serve_forever)
+        thread.start()
+        try:
+            yield f"http://127.0.0.1:{server.server_port}/wsd/print/"
+        finally:
+            server.shutdown()
+            thread.join()
+
+
+class Answers(Companion):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.folder = pathlib.Path(folder.name)
+
+    def bidi(self, *arguments):
+        return {answer["path"]: (answer["type"], answer["value"], answer["result"])
+                for answer in json.loads(self.works("bidi", *arguments, "--json", "\\"))}
+
+    def saved(self, answer, *extensions):
+        file = self.folder / "answer.xml"
+        file.write_bytes(answer if isinstance(answer, bytes) else answer.encode())
+        return self.bidi("getall", *extensions, "--wsd", file)
+
+    def status(self, answer):
+        with printer(answer) as url:
+            return self.works("status", url)
+
+
+class Spellings(Answers):
+    def test_a_printer_says_the_same_however_it_spells_it(self):
+        values = self.saved(ANSWER, *EXTENSIONS)
+        self.assertGreater(len(values), 70)
+        status = self.status(ANSWER)
+        self.assertEqual(len(status.splitlines()), 19, status)
+        for what, answer in SPELLINGS.items():
+            with self.subTest(what):
+                self.assertEqual(self.saved(answer, *EXTENSIONS), values)
+                self.assertEqual(self.status(answer), status)
+
+    def test_components_are_understood_in_one_text_and_as_published(self):
+        answer = replaced(ANSWER, QUALIFIED, ACTIVE_CONDITION, COMPONENT)
+        self.assertEqual(self.saved(answer, *EXTENSIONS), self.saved(ANSWER, *EXTENSIONS))
+        self.assertIn("conditions   Marker: MarkerSupplyLow (Warning)\n", self.status(ANSWER))
+        self.assertIn("conditions   Marker Left: MarkerSupplyLow (Warning)\n", self.status(answer))
+
+    def test_names_may_hold_blanks(self):
+        answer = replaced(ANSWER, ("Tray1", "Tray 1 (left)"), ("Black", "Photo  Black"))
+        values = self.saved(answer, *EXTENSIONS)
+        self.assertEqual(values[r"\Printer.Layout.InputBins.Tray 1 (left):Level"], ("BIDI_INT", "75", 0))
+        self.assertEqual(values[r"\Printer.Consumables.Photo  Black:Level"], ("BIDI_INT", "85", 0))
+        self.assertRegex(self.status(answer), r"(?m)^  Tray 1 \(left\)  \[#{15}")
+
+    def test_published_booleans_are_also_numbers(self):
+        for value, installed in (("1", "true"), ("true", "true"), ("0", "false"), ("false", "false")):
+            answer = replaced(ANSWER, (r"(?s)<wprt:Stapler>.*</wprt:Stapler>",
+                                       f"<wprt:StaplerInstalled>{value}</wprt:StaplerInstalled>"))
+            self.assertEqual(self.saved(answer, *EXTENSIONS)[r"\Printer.Finishing.Stapler:Installed"][1], installed)
+
+
+class Status(Answers):
+    def test_level_that_the_printer_cannot_tell_is_unknown(self):
+        for level, shown in (("-1", "level unknown"), ("\n-1 ", "level unknown"), ("", "level unknown"),
+                             ("0", r"\[\.{20}\]   0%"), ("low", "low")):
+            with self.subTest(level=level):
+                status = self.status(replaced(ANSWER, (">(85|75)</wprt:Level>", f">{level}</wprt:Level>")))
+                self.assertRegex(status, rf"(?m)^  Black    {shown} +Toner VT-42K$")
+                self.assertRegex(status, rf"(?m)^  Tray1   {shown} +iso_a4")
+
+    def test_supply_without_a_colour_has_its_name(self):
+        waste = '<wprt:ConsumableEntry wprt:Name="Waste"><wprt:Type>WasteToner</wprt:Type>' \
+                "<wprt:Color>Other</wprt:Color><wprt:Level>-1</wprt:Level></wprt:ConsumableEntry></wprt:Consumables>"
+        self.assertRegex(self.status(replaced(ANSWER, ("</wprt:Consumables>", waste))),
+                         r"(?m)^  Waste +level unknown +WasteToner$")
+
+    def test_only_what_a_printer_denies_is_invalid(self):
+        for mark, denied in (("", False), ('wprt:Valid=" true "', False), ('Valid=""', False),
+                             ('Valid="false"', True), ('wprt:Valid=" 0 "', True), ('Valid="False"', True)):
+            with self.subTest(mark=mark), printer(replaced(ANSWER, ('Valid="true"', mark))) as url:
+                elements = json.loads(self.works("bidi", "enum", *EXTENSIONS, "--printer", url, "--json", "\\"))
+                self.assertEqual({element["answered"] for element in elements}, {not denied})
+        with printer(ANSWER.replace('Valid="true"', 'wprt:Valid=" 0 "')) as url:
+            self.fails("wsd", url, "PrinterStatus", says="no valid pri:PrinterDescription, .*pri:PrinterStatus")
+
+
+class ForThePortMonitor(Answers):
+    ANSWER = replaced(ANSWER, QUALIFIED, ACTIVE_CONDITION, COMPONENT)
+    EXPECTED = {
+        r"\Device:Title": ("BIDI_STRING", "Velun VP-4200C", 0),
+        r"\Device:Place": ("BIDI_STRING", "Zürich, 2. Stock", 0),
+        r"\Device:Speed": ("BIDI_INT", "42", 0),
+        r"\Device:Fax": ("BIDI_NULL", None, 232),
+        r"\Device:Owner": ("BIDI_NULL", None, 232),
+        r"\Device:Disk": ("BIDI_BOOL", "true", 0),
+        r"\Supplies:All": ("BIDI_STRING", "TonerK,TonerC,TonerM,TonerY", 0),
+        **{rf"\Supplies.Toner{colour}:Level": ("BIDI_INT", level, 0)
+           for colour, level in (("K", "85"), ("C", "61"), ("M", "47"), ("Y", "8"))},
+        **{path: value for number, name, group in (("1041", "MarkerSupplyLow", "Marker"),
+                                                   ("1046", "InputTrayEmpty", "InputTray"),
+                                                   ("1047", "MediaSizeMismatch", "InputTray"))
+           for path, value in ((rf"\Events.Number{number}:Name", ("BIDI_STRING", name, 0)),
+                               (rf"\Events.Number{number}.Where:Group", ("BIDI_STRING", group, 0)))},
+    }
+
+    def test_its_files_are_answered_on_every_road(self):
+        self.assertEqual(self.saved(self.ANSWER, "--ext", PUBLISHED_FILE), self.EXPECTED)
+        with printer(self.ANSWER) as url:
+            ask = ("getall", "--ext", PUBLISHED_FILE, "--printer", url)
+            self.assertEqual(self.bidi(*ask), self.EXPECTED)
+            for port in ("tcp", "wsd"):
+                answers = self.bidi(*ask, "--port", port)
+                self.assertEqual({path: answers[path] for path in self.EXPECTED}, self.EXPECTED)
+
+    def test_its_files_are_checked_with_warnings_alone(self):
+        done = self.vlmctl("bidi", "check", PUBLISHED_FILE)
+        self.assertEqual(done.returncode, 1, done.stdout)
+        found = {int(re.search(r":(\d+): warning: ", line)[1]): line for line in done.stdout.splitlines()}
+        for line, what in ((4, "PortStatus is not read.*and in 1 more place"), (10, "xmllang .*the first one"),
+                           (12, "default text '1' is not used.*232"), (15, "drvPrinterEvent .*nobody is told")):
+            self.assertRegex(found.pop(line), what)
+        self.assertEqual(found, {})
+        for schema in ("extension", "definition"):
+            subprocess.run(["xmllint", "--noout", "--nonet", "--schema", windows.ROOT / f"packaging/bidi-{schema}.xsd",
+                            PUBLISHED_FILE], check=True, timeout=60, capture_output=True)
+
+
+if __name__ == "__main__":
+    unittest.main()
