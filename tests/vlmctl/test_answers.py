@@ -135,11 +135,54 @@ class Spellings(Answers):
         self.assertEqual(values[r"\Printer.Consumables.Photo  Black:Level"], ("BIDI_INT", "85", 0))
         self.assertRegex(self.status(answer), r"(?m)^  Tray 1 \(left\)  \[#{15}")
 
-    def test_published_booleans_are_also_numbers(self):
-        for value, installed in (("1", "true"), ("true", "true"), ("0", "false"), ("false", "false")):
-            answer = replaced(ANSWER, (r"(?s)<wprt:Stapler>.*</wprt:Stapler>",
-                                       f"<wprt:StaplerInstalled>{value}</wprt:StaplerInstalled>"))
-            self.assertEqual(self.saved(answer, *EXTENSIONS)[r"\Printer.Finishing.Stapler:Installed"][1], installed)
+
+class SmallServices(Answers):
+    """What programs answer that play a printer so that the system prints to them."""
+
+    # Whatever is asked for, its name is all that it tells, and it says of no element that it is valid.
+    ITS_NAME_ALONE = f"""<?xml version="1.0" encoding="UTF-8"?>
+<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" xmlns:a="http://schemas.xmlsoap.org/ws/2004/08/addressing">
+<s:Header><a:To>http://schemas.xmlsoap.org/ws/2004/08/addressing/role/anonymous</a:To></s:Header>
+<s:Body><wprt:GetPrinterElementsResponse xmlns:wprt="{PRINT}"><wprt:PrinterElements>
+<wprt:ElementData Name="wprt:PrinterDescription"><wprt:PrinterDescription><wprt:PrinterName>Catcher &amp; Co</wprt:PrinterName>
+</wprt:PrinterDescription></wprt:ElementData></wprt:PrinterElements></wprt:GetPrinterElementsResponse></s:Body>
+</s:Envelope>"""
+
+    # All namespaces of its other messages on the root, none of the optional elements, booleans as numbers.
+    THE_LEAST = f"""<?xml version="1.0" encoding="UTF-8"?><SOAP-ENV:Envelope
+ xmlns:SOAP-ENV="http://www.w3.org/2003/05/soap-envelope" xmlns:wsa="http://schemas.xmlsoap.org/ws/2004/08/addressing"
+ xmlns:wsd="http://schemas.xmlsoap.org/ws/2005/04/discovery" xmlns:wscn="http://schemas.microsoft.com/windows/2006/08/wdp/scan"
+ xmlns:wprt="{PRINT}"><SOAP-ENV:Header><wsd:AppSequence InstanceId="7" MessageNumber="2"/></SOAP-ENV:Header><SOAP-ENV:Body>
+<wprt:GetPrinterElementsResponse><wprt:PrinterElements>
+<wprt:ElementData Name="wprt:PrinterDescription" Valid="true"><wprt:PrinterDescription>
+<wprt:ColorSupported>1</wprt:ColorSupported><wprt:PagesPerMinute>8</wprt:PagesPerMinute>
+<wprt:PrinterName xml:lang="en-US">Bridge</wprt:PrinterName></wprt:PrinterDescription></wprt:ElementData>
+<wprt:ElementData Name="wprt:PrinterConfiguration" Valid="true"><wprt:PrinterConfiguration>
+<wprt:Finishings><wprt:StaplerInstalled>0</wprt:StaplerInstalled><wprt:HolePunchInstalled>1</wprt:HolePunchInstalled>
+</wprt:Finishings></wprt:PrinterConfiguration></wprt:ElementData>
+<wprt:ElementData Name="wprt:PrinterStatus" Valid="true"><wprt:PrinterStatus><wprt:PrinterState>Idle</wprt:PrinterState>
+<wprt:PrinterPrimaryStateReason>None</wprt:PrinterPrimaryStateReason><wprt:QueuedJobCount>0</wprt:QueuedJobCount>
+</wprt:PrinterStatus></wprt:ElementData>
+</wprt:PrinterElements></wprt:GetPrinterElementsResponse></SOAP-ENV:Body></SOAP-ENV:Envelope>"""
+
+    def found(self, answer):
+        return {path: value for path, (_, value, result) in self.saved(answer, *EXTENSIONS).items() if result == 0
+                if "Installed" not in path and "Schema" not in path and "Finisher" not in path}
+
+    def test_what_little_they_say_is_answered(self):
+        manufacturer = {r"\Printer.DeviceInfo:Manufacturer": "Velun", r"\Printer.DeviceInfo:StaplesPerCartridge": "5000"}
+        self.assertEqual(self.found(self.ITS_NAME_ALONE),
+                         {**manufacturer, r"\Printer.DeviceInfo:ModelName": "Catcher & Co"})
+        self.assertEqual(self.status(self.ITS_NAME_ALONE), "printer      Catcher & Co\n")
+        self.assertEqual(self.found(self.THE_LEAST),
+                         {**manufacturer, r"\Printer.DeviceInfo:ModelName": "Bridge",
+                          r"\Printer.DeviceInfo:PagesPerMinute": "8", r"\Printer.DeviceInfo:ColorSupported": "false",
+                          r"\Printer.Status:State": "Idle", r"\Printer.Status:QueuedJobs": "0"})
+        self.assertEqual(self.status(self.THE_LEAST).split(),
+                         "printer Bridge state Idle reasons None queued jobs 0".split())
+        installed = self.saved(self.THE_LEAST, *EXTENSIONS)
+        self.assertEqual([installed[rf"\Printer.Finishing.{unit}:Installed"][1] for unit in ("Stapler", "Punch")],
+                         ["false", "true"])
 
 
 class Status(Answers):
