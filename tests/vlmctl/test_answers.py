@@ -203,7 +203,8 @@ class Status(Answers):
     def test_only_what_a_printer_denies_is_invalid(self):
         for mark, denied in (("", False), ('wprt:Valid=" true "', False), ('Valid=""', False),
                              ('Valid="false"', True), ('wprt:Valid=" 0 "', True), ('Valid="False"', True)):
-            with self.subTest(mark=mark), printer(replaced(ANSWER, ('Valid="true"', mark))) as url:
+            answer = replaced(ANSWER, ('Valid="true"', mark), (' Name="wprt:PrinterStatus"', ' Name=" wprt:PrinterStatus "'))
+            with self.subTest(mark=mark), printer(answer) as url:
                 elements = json.loads(self.works("bidi", "enum", *EXTENSIONS, "--printer", url, "--json", "\\"))
                 self.assertEqual({element["answered"] for element in elements}, {not denied})
         with printer(ANSWER.replace('Valid="true"', 'wprt:Valid=" 0 "')) as url:

@@ -90,12 +90,13 @@ std::wstring_view WithoutBlanks(std::wstring_view text) {
                                             : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
 }
 
-// What the part itself is called. A printer may write its name without a prefix; the element in it has one.
+// The name of the element that the part is about: of the one in it, if there is one, since a printer may
+// write the part's own name without a prefix, or with blanks around it.
 std::string NameOfPart(IXMLDOMNode* part) {
-    std::string name = AttributeAt(part, L"Name");
-    if (name.find(':') != std::string::npos) return name;
     const std::vector<ComPtr<IXMLDOMNode>> elements = NodesAt(part, L"*");
-    return elements.empty() ? "pri:" + name : ToUtf8(NameOf(elements.front().Get()));
+    if (!elements.empty()) return ToUtf8(NameOf(elements.front().Get()));
+    const std::string name = AttributeAt(part, L"Name");
+    return name.find(':') == std::string::npos ? "pri:" + name : name;
 }
 
 std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
