@@ -41,7 +41,14 @@ SPELLINGS = {
         ANSWER, (r'\s+xmlns:(wprt|vln)="[^"]+"', ""),
         (r"<wprt:GetPrinterElementsResponse>", f'<wprt:GetPrinterElementsResponse xmlns:wprt="{PRINT}">'),
         (r'(<wprt:ElementData)( Name="vln:)', r'\1 xmlns:vln="http://velun.example/wsd/print/2026"\2')),
+    "the envelope's namespace is the default one": replaced(ANSWER, ("(</?)soap:", r"\1"), ("xmlns:soap", "xmlns")),
+    "each part has a default namespace of its own": replaced(
+        ANSWER, (r'(?s)<wprt:ElementData Name="wprt:(\w+)"(.*?)</wprt:ElementData>',
+                 lambda part: re.sub("(</?)wprt:", r"\1", part[0]).replace("<ElementData", f'<ElementData xmlns="{PRINT}"')
+                 .replace('"wprt:', '"'))),
     "a declaration that nothing uses": replaced(ANSWER, ("<wprt:Storage>", '<wprt:Storage xmlns:never="urn:never">')),
+    "our prefixes for something else, where it stands": replaced(
+        ANSWER, ("<wprt:Storage>", '<wprt:Storage><pri:Extra xmlns:pri="urn:a"/><vln:Extra xmlns:vln="urn:b">1</vln:Extra>')),
     "addressing of 2005/08": replaced(ANSWER, ("http://schemas.xmlsoap.org/ws/2004/08/addressing",
                                                "http://www.w3.org/2005/08/addressing")),
     "no header": replaced(ANSWER, (r"(?s)<soap:Header>.*</soap:Header>", "")),
@@ -52,6 +59,8 @@ SPELLINGS = {
     "CDATA": replaced(ANSWER, (r">([^<>\s][^<>]*)</wprt:(\w+)>", r"><![CDATA[\1]]></wprt:\2>")),
     "comments and instructions": replaced(ANSWER, (r">([^<>\s]+)</wprt:", r"><!-- a -->\1<!-- b --></wprt:"),
                                           (r"<wprt:Storage>", "<wprt:Storage><?x y?><!-- <wprt:Level>1</wprt:Level> -->")),
+    "line ends of another system": ANSWER.replace("\n", "\r\n").encode(),
+    "references for characters": replaced(ANSWER, ("Black", "&#66;l&#x61;ck"), (">true<", ">&#116;rue<")),
     "all in one line": replaced(ANSWER, (r">\s+<", "><")),
     "values on lines of their own": replaced(ANSWER, (r">(\d+|true|Processing)</wprt:", r">\n      \1\n    </wprt:")),
     "no Valid": replaced(ANSWER, (' Valid="true"', "")),
