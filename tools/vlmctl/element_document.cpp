@@ -4,6 +4,7 @@
 
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
+#include "soap/xml_text.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/trace_keeper.h"
@@ -82,14 +83,6 @@ void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth) {
     }
 }
 
-// White space at the ends of a text does not count, wherever a printer breaks its lines.
-std::wstring_view WithoutBlanks(std::wstring_view text) {
-    constexpr std::wstring_view kBlanks = L" \t\r\n";
-    const size_t begin = text.find_first_not_of(kBlanks);
-    return begin == std::wstring_view::npos ? L""
-                                            : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
-}
-
 // The name of the element that the part is about: of the one in it, if there is one, since a printer may
 // write the part's own name without a prefix, or with blanks around it.
 std::string NameOfPart(IXMLDOMNode* part) {
@@ -160,7 +153,7 @@ std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath
 std::string TextAt(IXMLDOMNode* node, const wchar_t* xpath) {
     const std::vector<ComPtr<IXMLDOMNode>> nodes = NodesAt(node, xpath);
     return nodes.empty() ? std::string()
-                         : ToUtf8(Printable(WithoutBlanks(TextOf(nodes.front().Get())), kLongestText));
+                         : ToUtf8(Printable(TrimXmlSpace(TextOf(nodes.front().Get())), kLongestText));
 }
 
 std::string AttributeAt(IXMLDOMNode* node, const std::wstring& name) {
