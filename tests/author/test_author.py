@@ -69,8 +69,9 @@ class Schema(Files):
         "the same name for a level and a leaf": (True, printer('<Property name="A"/><Const name="A"/>')),
 
         "what only the platform's port monitor reads": (True, printer(
-            f'<Value name="A" drvPrinterEvent="true" xmllang="1" {LEAF}/><Value name="B" optional="true" {LEAF}>no</Value>'
-            f'<Value name="C" xmllang="false" optional="0" {LEAF}/><Value name="D" {LEAF}>a default all the same</Value>'
+            f'<Value name="A" drvPrinterEvent="true" xmllang="1" {LEAF}/>'
+            f'<Value name="B" optional="true" {LEAF}>no</Value><Value name="C" {LEAF}>also a default</Value>'
+            f'<Value name="D" xmllang="false" optional="0" {LEAF}/>'
             f'<Installed name="E" drvPrinterEvent="TRUE" {LEAF}/><List name="F" drvPrinterEvent="false" {LEAF}/>')),
         "what stands beside a schema": (True, (
             f"<bidi:Definition {BIDI}><PortStatus/><Schema {PRINT}/><PortStatus><Status><Keyword>Paused</Keyword>"
