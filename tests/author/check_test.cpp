@@ -272,6 +272,77 @@ TEST_F(CheckTest, RefusesFilesThatTheEngineWouldNotTake) {
         ExpectFindings(expected, Findings({expected.content}));
 }
 
+TEST_F(CheckTest, SaysOnceForEachFileWhatIsPassedOver) {
+    const std::string leaf = R"(query="pri:S" filter="pri:S")";
+    const Case cases[] = {
+        {"each kind in its first line, with the number of places",
+         Printer("<Value name=\"A\" xmllang=\"true\" " + leaf +
+                 "/>\n<List name=\"B\" drvPrinterEvent=\"true\" " + leaf +
+                 "/>\n<Value name=\"C\" optional=\"true\" drvPrinterEvent=\"1\" " + leaf +
+                 ">no</Value>\n<Value name=\"D\" optional=\"true\" drvPrinterEvent=\"true\" " + leaf +
+                 ">yes</Value>"),
+         {"3: warning: xmllang has no effect: of a text in several languages the first one",
+          "4: warning: drvPrinterEvent has no effect: nobody is told when a value changes; who wants to know "
+          "asks "
+          "again (here and in 2 more places)",
+          "5: warning: the default text 'no' is not used: a value that the printer lacks is answered with "
+          "232, no "
+          "value (here and in 1 more place)"}},
+        {"nothing is lost by what is off",
+         Printer("<Value name=\"A\" xmllang=\"false\" optional=\"true\" drvPrinterEvent=\"0\" " + leaf +
+                 "/>"),
+         {}},
+        {"more leaves than anyone wants to read of",
+         [&] {
+             std::string leaves;
+             for (int i = 0; i < 600; ++i)
+                 leaves +=
+                     "<List name=\"L" + std::to_string(i) + "\" drvPrinterEvent=\"true\" " + leaf + "/>";
+             return Printer(leaves);
+         }(),
+         {"3: warning: drvPrinterEvent"}},
+        {"beside the schema",
+         std::string("<x ") + kBidi + ">\n<PortStatus><Nope/></PortStatus><Schema/>\n<PortStatus/></x>",
+         {"2: warning: PortStatus is not read: the port's status stays"}},
+    };
+    for (const Case& expected : cases)
+        ExpectFindings(expected, Findings({expected.content}));
+    const std::string event = Printer("<List name=\"A\" drvPrinterEvent=\"true\" " + leaf + "/>");
+    EXPECT_THAT(Findings({event, Schema("") + "<!-- -->",
+                          Printer("<List name=\"B\" drvPrinterEvent=\"1\" " + leaf + "/>")}),
+                ElementsAre(StartsWith("1.xml:3: warning: drv"), StartsWith("3.xml:3: warning: drv")));
+}
+
+TEST_F(CheckTest, TellsWhatWasMeantByWhatBelongsElsewhere) {
+    const std::string secure = R"(xmlns:bidi="https://schemas.microsoft.com/windows/2005/03/printing/bidi")";
+    const std::string draft = "http://schemas.microsoft.com/windows/2005/05/wdp/print";
+    const std::string print = "https://schemas.microsoft.com/windows/2006/08/wdp/print";
+    const Case cases[] = {
+        {"the file's namespace",
+         "<bidi:Definition " + secure + "><Schema/></bidi:Definition>",
+         {"1: error: the namespace http://schemas.microsoft.com/windows/2005/03/printing/bidi is declared "
+          "nowhere; the "
+          "engine refuses the file. It declares "
+          "https://schemas.microsoft.com/windows/2005/03/printing/bidi, which is another one: write http: "
+          "where it has "
+          "https:"}},
+        {"the printer's",
+         Schema("", "xmlns:p='" + print + "'"),
+         {"1: error: prefix 'p' means '" + print +
+          "', but printers answer in 'http://schemas.microsoft.com/windows/2006/08/wdp/print': write http:"}},
+        {"the printer's, as drafts called it",
+         Schema("", "xmlns:p='" + draft + "'"),
+         {"1: warning: prefix 'p' means '" + draft + "', but printers answer in"}},
+        {"a vendor's own", Schema("", "xmlns:p='https://velun.example/print'"), {}},
+        {"what says where a value lies by SNMP",
+         Printer("<Value name=\"A\" query=\"pri:S\" filter=\"pri:S\" oid=\"1.3.6\"/>\n<IndexedProperty/>"),
+         {"3: error: unknown attribute 'oid' of Value; it belongs to files for the TCP/IP port monitor",
+          "4: error: unknown element 'IndexedProperty'; it belongs to files for the TCP/IP"}},
+    };
+    for (const Case& expected : cases)
+        ExpectFindings(expected, Findings({expected.content}));
+}
+
 TEST_F(CheckTest, LooksAtFilesAsTheSetThatAPrinterLoads) {
     const std::string base = Printer("<Const name=\"A\"/>");
     EXPECT_THAT(Findings({base, Printer("<Const name=\"B\"/>")}), IsEmpty());

@@ -68,6 +68,15 @@ class Schema(Files):
         "a comment and an instruction": (True, printer("<!-- <Nope/> --><?ed it?>")),
         "the same name for a level and a leaf": (True, printer('<Property name="A"/><Const name="A"/>')),
 
+        "what only the platform's port monitor reads": (True, printer(
+            f'<Value name="A" drvPrinterEvent="true" xmllang="1" {LEAF}/>'
+            f'<Value name="B" optional="true" {LEAF}>no</Value><Value name="C" {LEAF}>also a default</Value>'
+            f'<Value name="D" xmllang="false" optional="0" {LEAF}/>'
+            f'<Installed name="E" drvPrinterEvent="TRUE" {LEAF}/><List name="F" drvPrinterEvent="false" {LEAF}/>')),
+        "what stands beside a schema": (True, (
+            f"<bidi:Definition {BIDI}><PortStatus/><Schema {PRINT}/><PortStatus><Status><Keyword>Paused</Keyword>"
+            "<ResourceIdOffset>3</ResourceIdOffset><Severity>3</Severity></Status></PortStatus></bidi:Definition>")),
+
         "unknown element": (False, printer("<Constant/>")),
         "element in lower case": (False, printer('<value name="A"/>')),
         "unknown attribute": (False, printer(f'<Value name="A" default="0" {LEAF}/>')),
@@ -78,7 +87,13 @@ class Schema(Files):
         "element in a leaf": (False, printer('<Const name="A"><Const name="B"/></Const>')),
         "schema in a schema": (False, schema("<Schema/>")),
         "text in a level": (False, printer("text")),
-        "text in a value": (False, printer(f'<Value name="A" {LEAF}>text</Value>')),
+        "text in a list": (False, printer(f'<List name="A" {LEAF}>text</List>')),
+        "a language for a list": (False, printer(f'<List name="A" xmllang="true" {LEAF}/>')),
+        "an event of what never changes": (False, printer('<Const name="A" drvPrinterEvent="true"/>')),
+        "an event of a level": (False, printer('<Property name="A" drvPrinterEvent="true"/>')),
+        "what is optional always": (False, printer(f'<Installed name="A" optional="true" {LEAF}/>')),
+        "port status in a schema": (False, schema("<PortStatus/>")),
+        "port status without a schema": (False, f"<bidi:Definition {BIDI}><PortStatus/></bidi:Definition>"),
         "level without name": (False, schema("<Property/>")),
         "leaf without name": (False, printer(f"<Value {LEAF}/>")),
         "leaf with an empty name": (False, printer('<Const name=""/>')),

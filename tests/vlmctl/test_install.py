@@ -172,6 +172,11 @@ class Doctor(Installation):
             with self.subTest(says):
                 self.assertWrong(self.doctor("--driver", settings(text)), "extensions", says)
 
+        foreign = self.folder / "foreign.xml"
+        foreign.write_bytes(pathlib.Path(__file__).with_name("port_monitor_file.xml").read_bytes())
+        self.assertEqual(self.doctor("--driver", settings("[BidiFiles]\nBidiWSDFile=foreign.xml\n"))["extensions"],
+                         ("ok", "1 files, 4 warnings"))
+
         self.assertWrong(self.doctor("--queue", "Nobody's"), "extensions", "no printer of this machine")
         self.install_printer(EXAMPLES / "velun.ini")
         self.assertEqual(self.doctor("--queue", "Velun Test")["extensions"], ("ok", "2 files, 0 warnings"))

@@ -5,7 +5,9 @@
 #include <optional>
 #include <set>
 
+#include "soap/namespaces.h"
 #include "tools/vlmctl/bidi_expressions.h"
+#include "tools/vlmctl/bidi_passed_over.h"
 #include "tools/vlmctl/bidi_vocabulary.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
@@ -34,6 +36,7 @@ class Checker {
             file_ = &file;
             schemaNames_.clear();
             CheckFile();
+            passedOver_.Say(file.path, findings_);
         }
     }
 
@@ -60,10 +63,7 @@ class Checker {
         uris_.clear();
         CollectAnywhere(root);
         expressions_.BeginFile(*file_, anywhere_);
-        if (!uris_.contains(kBidiNamespace)) {
-            Error(root, std::wstring(L"the namespace ") + kBidiNamespace +
-                            L" is declared nowhere; the engine refuses the file");
-        }
+        CheckBidiNamespace(root);
         if (root.name == L"Schema") {
             CheckSchema(root);
         } else if (FindRule(root.name) != nullptr) {
@@ -72,6 +72,18 @@ class Checker {
             CheckWrapper(root);
         }
         CheckSameRoot(root);
+    }
+
+    void CheckBidiNamespace(const SourceElement& root) {
+        if (uris_.contains(kBidiNamespace)) return;
+        std::wstring text = std::wstring(L"the namespace ") + kBidiNamespace +
+                            L" is declared nowhere; the engine refuses the file";
+        const auto meant = std::find_if(uris_.begin(), uris_.end(), [](const std::wstring& uri) {
+            return MeantNamespace(uri) == kBidiNamespace;
+        });
+        if (meant != uris_.end())
+            text += L". It declares " + *meant + L", which is another one: write http: where it has https:";
+        Error(root, std::move(text));
     }
 
     void CollectAnywhere(const SourceElement& element) {
@@ -92,6 +104,8 @@ class Checker {
         for (const SourceElement& child : root.children) {
             if (isSchema(child)) {
                 CheckSchema(child);
+            } else if (child.name == kPortStatus) {
+                passedOver_.LookAt(child);
             } else {
                 Error(child, L"unknown element " + Quoted(child.name) + L" beside Schema");
             }
@@ -123,6 +137,7 @@ class Checker {
                                 L"; the path '\\' and the action Get reach the first one only");
         }
         for (const auto& [prefix, uri] : schema.declarations) {
+            CheckMeaning(schema, prefix, uri);
             const auto other = shared_.find(prefix);
             if (other != shared_.end() && other->second != uri) {
                 Error(schema, L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) + L" here and " +
@@ -135,6 +150,19 @@ class Checker {
         Scope scope;
         scope.path = L"\\";
         WalkChildren(schema, scope);
+    }
+
+    // A printer answers in the print service's namespace, whatever a copy of its documentation calls it.
+    void CheckMeaning(const SourceElement& schema, const std::wstring& prefix, const std::wstring& uri) {
+        const std::wstring meant = MeantNamespace(uri);
+        if (meant != ns::kWsdPrint) return;
+        const std::wstring text = L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) +
+                                  L", but printers answer in " + Quoted(meant);
+        if (uri.starts_with(L"https:")) {
+            Error(schema, text + L": write http: where it has https:");
+        } else {
+            Warning(schema, text);
+        }
     }
 
     // The element's own attributes, text and name against the vocabulary. False when there is no point in
@@ -169,7 +197,13 @@ class Checker {
             const auto prefix = anywhere_.find(name.substr(0, colon));
             if (prefix != anywhere_.end() && prefix->second == kSchemaInstanceNamespace) return;
         }
-        if (!rule.Allows(name)) Error(element, L"unknown attribute " + Quoted(name) + L" of " + element.name);
+        if (!rule.Allows(name)) {
+            Error(element, L"unknown attribute " + Quoted(name) + L" of " + element.name + Belongs(name));
+        }
+    }
+
+    static std::wstring Belongs(const std::wstring& name) {
+        return IsTcpIpName(name) ? L"; it belongs to files for the TCP/IP port monitor" : L"";
     }
 
     void CheckNoText(const SourceElement& element) {
@@ -193,7 +227,7 @@ class Checker {
         for (const SourceElement& child : parent.children) {
             const ElementRule* rule = FindRule(child.name);
             if (rule == nullptr) {
-                Error(child, L"unknown element " + Quoted(child.name));
+                Error(child, L"unknown element " + Quoted(child.name) + Belongs(child.name));
             } else if (!FindRule(parent.name)->Holds(child.name)) {
                 Error(child, child.name + L" has no place in " + parent.name);
             } else if (CheckShape(child, *rule)) {
@@ -308,6 +342,7 @@ class Checker {
             Error(child, Quoted(child.name) + L" has no place in " + leaf.name);
         }
         CheckType(leaf, rule);
+        passedOver_.LookAt(leaf);
         expressions_.CheckFilter(leaf, scope);
         const std::wstring* name = leaf.Attribute(L"name");
         if (name == nullptr) return;
@@ -355,6 +390,7 @@ class Checker {
     Declarations anywhere_;  // in this file, on any element, the first of a prefix
     std::set<std::wstring> uris_;
     std::set<std::wstring> schemaNames_;
+    PassedOver passedOver_;
 };
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
+#include "soap/xml_text.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/trace_keeper.h"
@@ -82,14 +83,22 @@ void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth) {
     }
 }
 
+// The name of the element that the part is about: of the one in it, if there is one, since a printer may
+// write the part's own name without a prefix, or with blanks around it.
+std::string NameOfPart(IXMLDOMNode* part) {
+    const std::vector<ComPtr<IXMLDOMNode>> elements = NodesAt(part, L"*");
+    if (!elements.empty()) return ToUtf8(NameOf(elements.front().Get()));
+    const std::string name = AttributeAt(part, L"Name");
+    return name.find(':') == std::string::npos ? "pri:" + name : name;
+}
+
 std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
     std::vector<std::string> names;
     for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
-        const std::string mark = TextAt(part.Get(), L"@Valid");
-        if ((mark == "true" || mark == "1") != valid) continue;
-        // A printer whose default namespace is the print service's may leave the prefix out.
-        const std::string name = TextAt(part.Get(), L"@Name");
-        names.push_back(name.find(':') == std::string::npos ? "pri:" + name : name);
+        // Some printers leave the mark out, and mean that all is well.
+        const std::string mark = AttributeAt(part.Get(), L"Valid");
+        const bool denied = mark == "0" || _stricmp(mark.c_str(), "false") == 0;
+        if (denied != valid) names.push_back(NameOfPart(part.Get()));
     }
     return names;
 }
@@ -143,7 +152,12 @@ std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath
 
 std::string TextAt(IXMLDOMNode* node, const wchar_t* xpath) {
     const std::vector<ComPtr<IXMLDOMNode>> nodes = NodesAt(node, xpath);
-    return nodes.empty() ? std::string() : ToUtf8(Printable(TextOf(nodes.front().Get()), kLongestText));
+    return nodes.empty() ? std::string()
+                         : ToUtf8(Printable(TrimXmlSpace(TextOf(nodes.front().Get())), kLongestText));
+}
+
+std::string AttributeAt(IXMLDOMNode* node, const std::wstring& name) {
+    return TextAt(node, (L"@" + name + L" | @pri:" + name).c_str());
 }
 
 }  // namespace vlm::ctl

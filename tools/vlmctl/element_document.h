@@ -26,7 +26,8 @@ class ElementDocument {
     std::vector<ComPtr<IXMLDOMNode>> parts_;
 };
 
-// The names of the parts that the printer could fill, and of those that it could not, such as unknown ones.
+// The names of the parts that the printer could fill, and of those that it says it could not, such as unknown
+// ones.
 std::vector<std::string> ValidNames(const ElementDocument& document);
 std::vector<std::string> InvalidNames(const ElementDocument& document);
 
@@ -35,8 +36,10 @@ std::vector<std::string> InvalidNames(const ElementDocument& document);
 std::string Indented(IXMLDOMNode* element);
 
 // The text at an XPath expression relative to `node`, where "pri" is the print service's prefix; printable
-// UTF-8, empty when nothing matches.
+// UTF-8 without white space at its ends, empty when nothing matches.
 std::string TextAt(IXMLDOMNode* node, const wchar_t* xpath);
+// The same for an attribute of `node`, which printers write with the print service's prefix or without.
+std::string AttributeAt(IXMLDOMNode* node, const std::wstring& name);
 // All matches.
 std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath);
 

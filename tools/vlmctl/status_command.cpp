@@ -22,14 +22,16 @@ struct Level {
     std::string remark;
 };
 
-// "[########............]  40%"; a level that is no percentage stands as the printer said it.
+// "[########............]  40%"; a level that is no percentage stands as the printer said it. -1 is how a
+// printer says that it cannot tell.
 std::string Bar(const std::string& percent) {
     constexpr int kWidth = 20;
+    if (percent.empty() || percent == "-1") return fmt::format("{:<{}}", "level unknown", kWidth + 7);
     int value = -1;
     const char* end = percent.data() + percent.size();
     const auto parsed = std::from_chars(percent.data(), end, value);
-    if (percent.empty() || parsed.ec != std::errc() || parsed.ptr != end || value < 0 || value > 100)
-        return fmt::format("{:<{}}", percent.empty() ? "level unknown" : percent, kWidth + 7);
+    if (parsed.ec != std::errc() || parsed.ptr != end || value < 0 || value > 100)
+        return fmt::format("{:<{}}", percent, kWidth + 7);
     // A bar is empty only when the level is.
     const int filled = value == 0 ? 0 : std::max(1, value * kWidth / 100);
     return fmt::format("[{}{}] {:3}%", std::string(static_cast<size_t>(filled), '#'),
@@ -69,13 +71,21 @@ std::string Reasons(IXMLDOMNode* status) {
     return reasons.empty() ? TextAt(status, L"pri:PrinterPrimaryStateReason") : reasons;
 }
 
+// Of an entry: an attribute, or an element as in a part of the published examples.
+std::string EntryName(IXMLDOMNode* entry) {
+    const std::string name = AttributeAt(entry, L"Name");
+    return name.empty() ? TextAt(entry, L"pri:Name") : name;
+}
+
 std::vector<Level> Consumables(IXMLDOMNode* configuration) {
     std::vector<Level> levels;
     for (const auto& entry : NodesAt(configuration, L"pri:Consumables/pri:ConsumableEntry")) {
         const std::string colour = TextAt(entry.Get(), L"pri:Color");
-        const std::string name = TextAt(entry.Get(), L"@Name");
+        const std::string name = EntryName(entry.Get());
+        // What has no colour, such as waste toner, is of the colour Other.
+        const bool coloured = !colour.empty() && (colour != "Other" || name.empty());
         levels.push_back(
-            {colour.empty() ? name : colour, TextAt(entry.Get(), L"pri:Level"),
+            {coloured ? colour : name, TextAt(entry.Get(), L"pri:Level"),
              Joined({TextAt(entry.Get(), L"pri:Type"), TextAt(entry.Get(), L"pri:Model")}, " ")});
     }
     return levels;
@@ -86,12 +96,34 @@ std::vector<Level> Trays(IXMLDOMNode* configuration) {
     for (const auto& entry : NodesAt(configuration, L"pri:InputBins/pri:InputBinEntry")) {
         const std::string capacity = TextAt(entry.Get(), L"pri:Capacity");
         levels.push_back(
-            {TextAt(entry.Get(), L"@Name"), TextAt(entry.Get(), L"pri:Level"),
+            {EntryName(entry.Get()), TextAt(entry.Get(), L"pri:Level"),
              Joined({TextAt(entry.Get(), L"pri:MediaSize"), TextAt(entry.Get(), L"pri:MediaType"),
                      capacity.empty() ? "" : "holds " + capacity},
                     ", ")});
     }
     return levels;
+}
+
+// "InputBin Tray1: MediaEmpty (Warning)". The list of them is published as ActiveCondition; some printers
+// write it in the plural, and some name the component in one text.
+std::string Condition(IXMLDOMNode* condition) {
+    std::string component = Joined(
+        {TextAt(condition, L"pri:Component/pri:Group"), TextAt(condition, L"pri:Component/pri:Name")}, " ");
+    if (component.empty()) component = TextAt(condition, L"pri:Component");
+    const std::string severity = TextAt(condition, L"pri:Severity");
+    return Joined({component, TextAt(condition, L"pri:Name")}, ": ") +
+           (severity.empty() ? "" : " (" + severity + ")");
+}
+
+void PrintConditions(IXMLDOMNode* status) {
+    const char* title = "conditions";
+    for (const wchar_t* list : {L"pri:ActiveCondition", L"pri:ActiveConditions"}) {
+        for (const auto& condition :
+             NodesAt(status, (std::wstring(list) + L"/pri:DeviceCondition").c_str())) {
+            PrintLine("{:<13}{}", title, Condition(condition.Get()));
+            title = "";
+        }
+    }
 }
 
 // Null when the printer did not answer that element.
@@ -123,6 +155,7 @@ void PrintStatus(const std::string& url) {
     if (status) {
         PrintRow("state", TextAt(status.Get(), L"pri:PrinterState"));
         PrintRow("reasons", Reasons(status.Get()));
+        PrintConditions(status.Get());
         PrintRow("queued jobs", TextAt(status.Get(), L"pri:QueuedJobCount"));
     }
     if (configuration) {
