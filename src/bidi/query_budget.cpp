@@ -18,11 +18,11 @@ constexpr std::array<Limit, kExpenses> kLimits{{{16u << 20, L"bytes of extension
                                                 {100'000, L"elements of extension files"},
                                                 {100'000, L"elements that parameters make"},
                                                 {8u << 20, L"characters that parameters bring"},
-                                                {60'000'000, L"units of searching the printer's answer"},
+                                                {100'000'000, L"units of searching the printer's answer"},
                                                 {250'000, L"entries of the response"},
                                                 {8u << 20, L"characters of the response"}}};
+constexpr size_t kLongestCause = 1024;
 constexpr double kLongestSearch = 20'000'000;
-constexpr std::chrono::seconds kLongestWork{6};
 
 [[noreturn]] void Fail() {
     ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
@@ -38,7 +38,7 @@ QueryBudget::Working::~Working() {
     if (--budget_.working_ == 0) budget_.spent_ += Clock::now() - budget_.begin_;
 }
 
-QueryBudget::QueryBudget() {
+QueryBudget::QueryBudget(std::chrono::milliseconds longestWork) : longestWork_(longestWork) {
     for (size_t i = 0; i < kExpenses; ++i)
         left_[i] = kLimits[i].amount;
 }
@@ -54,13 +54,13 @@ void QueryBudget::SpendSearch(double work, const SchemaElement& cause) {
 }
 
 bool QueryBudget::IsLate() const {
-    return spent_ + (working_ > 0 ? Clock::now() - begin_ : Clock::duration()) > kLongestWork;
+    return spent_ + (working_ > 0 ? Clock::now() - begin_ : Clock::duration()) > longestWork_;
 }
 
 void QueryBudget::RunOut(Expense expense, const std::wstring& cause) {
     const Limit& limit = kLimits[static_cast<size_t>(expense)];
     Trace(L"Error: a query may use at most %d %ls: %ls\r\n", static_cast<int>(limit.amount), limit.name,
-          cause.c_str());
+          Printable(cause, kLongestCause).c_str());
     Fail();
 }
 
@@ -68,13 +68,13 @@ void QueryBudget::RunOut(Expense expense, const SchemaElement& cause) {
     RunOut(expense, DescribeElement(cause));
 }
 
-void QueryBudget::RunOutOfTime(const std::wstring& cause) {
-    Trace(L"Error: a query may work for at most %d seconds: %ls\r\n", static_cast<int>(kLongestWork.count()),
-          cause.c_str());
+void QueryBudget::RunOutOfTime(const std::wstring& cause) const {
+    Trace(L"Error: a query may work for at most %d ms: %ls\r\n", static_cast<int>(longestWork_.count()),
+          Printable(cause, kLongestCause).c_str());
     Fail();
 }
 
-void QueryBudget::RunOutOfTime(const SchemaElement& cause) {
+void QueryBudget::RunOutOfTime(const SchemaElement& cause) const {
     RunOutOfTime(DescribeElement(cause));
 }
 

@@ -40,7 +40,9 @@ class QueryBudget {
         QueryBudget& budget_;
     };
 
-    QueryBudget();
+    static constexpr std::chrono::milliseconds kLongestWork{6000};
+
+    explicit QueryBudget(std::chrono::milliseconds longestWork = kLongestWork);
 
     // The cause is a path, of a file or of the schema, or an element.
     template <typename Cause>
@@ -62,9 +64,10 @@ class QueryBudget {
     bool IsLate() const;
     [[noreturn]] static void RunOut(Expense expense, const std::wstring& cause);
     [[noreturn]] static void RunOut(Expense expense, const SchemaElement& cause);
-    [[noreturn]] static void RunOutOfTime(const std::wstring& cause);
-    [[noreturn]] static void RunOutOfTime(const SchemaElement& cause);
+    [[noreturn]] void RunOutOfTime(const std::wstring& cause) const;
+    [[noreturn]] void RunOutOfTime(const SchemaElement& cause) const;
 
+    const std::chrono::milliseconds longestWork_;
     std::array<size_t, kExpenses> left_;
     Clock::duration spent_{};  // in the work that has ended
     Clock::time_point begin_;  // of the work that goes on

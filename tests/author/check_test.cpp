@@ -95,6 +95,10 @@ TEST_F(CheckTest, FindsWhatIsWrongWithQueriesAndFilters) {
         {"not an XPath",
          Printer(R"(<Value name="A" query="pri:S" filter="pri:S["/>)"),
          {"3: error: the filter 'pri:S["}},
+        {"a parameter that writes the expression",
+         Printer(R"x(<Parameter name="$P$" parameter="P" query="pri:S" filter="pri:S/pri:P">
+<Value name="A" query="pri:S" filter="pri:S/pri:A[@Id='$P$' and $P$]"/></Parameter>)x"),
+         {"4: warning: the parameter 'P' stands outside quotes"}},
         {"a slash too many at the end",
          Printer(R"(<Value name="A" query="pri:S" filter="pri:S/"/>)"),
          {"3: error: "}},

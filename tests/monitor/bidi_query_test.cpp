@@ -156,6 +156,59 @@ TEST_F(BidiQueryTest, LowerAnswerSurvivesEveryFailureOfThePrinter) {
     }
 }
 
+// Nor does an answer that costs more than a query may: it is given up in time, and the next one is answered.
+TEST_F(BidiQueryTest, HostileAnswerIsGivenUpAndTheNextQueryWorks) {
+    const std::string envelope =
+        "<s:Envelope xmlns:s='http://www.w3.org/2003/05/soap-envelope' "
+        "xmlns:pri='http://schemas.microsoft.com/windows/2006/08/wdp/print'><s:Body>";
+    const std::string end = "</s:Body></s:Envelope>";
+    const auto times = [](size_t count, const std::string& text) {
+        std::string all;
+        for (size_t i = 0; i < count; ++i)
+            all += text;
+        return all;
+    };
+    const std::string open =
+        "<pri:PrinterStatus><pri:ActiveConditions><pri:DeviceCondition Id='1'><pri:Component>";
+    const std::string close =
+        "</pri:Component></pri:DeviceCondition></pri:ActiveConditions></pri:PrinterStatus>";
+    std::string prefixes;
+    for (int i = 0; i < 40'000; ++i)
+        prefixes += " xmlns:n" + std::to_string(i) + "='u'";
+    const struct {
+        const char* what;
+        std::string answer;
+    } kRows[] = {
+        {"nested elements share a long text",
+         times(22, open) + std::string(1'000'000, 'x') + times(22, close)},
+        {"conditions that are compared with each other",
+         "<pri:PrinterStatus><pri:ActiveConditions>" +
+             times(3'000,
+                   "<pri:DeviceCondition Id='1'><pri:Component>P</pri:Component></pri:DeviceCondition>") +
+             "</pri:ActiveConditions></pri:PrinterStatus>"},
+        {"more nodes than an answer may have", times(30'000, "<pri:a/>")},
+        {"declarations in scope", "<pri:N" + prefixes + ">" + times(10'000, "<pri:a/>") + "</pri:N>"},
+        {"a long prefix for many elements", "<N xmlns='urn:l' xmlns:" + std::string(16'000, 'p') +
+                                                "='urn:l'>" + times(19'000, "<p:a/>") + "</N>"},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.what);
+        const ScriptedServer hostile(Answer(Http("200 OK", envelope + row.answer + end)));
+        const ScriptedServer printer(WellBehaved());
+        BidiLowerMonitor below;
+        below.address = TcpAddress(hostile);
+        below.entries = {{100, 0, L"\\Below", L"here"}};
+        const HANDLE port = MustOpen(below, L"IP_office");
+        Lines lines;
+        EXPECT_EQ(Query(port, L"GetAll", {L"\\"}, &lines), 0U);
+        EXPECT_EQ(lines, Lines{L"100 0 \\Below STRING here"});
+        below.address = TcpAddress(printer);
+        EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), 0U);
+        EXPECT_EQ(lines.front(), kModelLine);
+        EXPECT_TRUE(table.pfnClosePort(port));
+    }
+}
+
 TEST_F(BidiQueryTest, LongestUrlThatFitsIsUsed) {
     ScriptedServer printer(WellBehaved());
     bidi.kind = BidiLowerMonitor::kWsd;

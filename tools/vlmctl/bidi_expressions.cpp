@@ -3,6 +3,8 @@
 #include <optional>
 #include <utility>
 
+#include "bidi/parameter_text.h"
+
 namespace vlm::ctl {
 
 void ExpressionChecker::BeginFile(const SourceFile& file, Declarations anywhere) {
@@ -65,6 +67,12 @@ void ExpressionChecker::CheckFilter(const SourceElement& element, const Scope& s
                 element.name + L" has no 'query': the printer is not asked for what its filter reads");
     }
     CheckParameters(element, L"filter", *filter, scope);
+    for (const std::wstring& name : ParametersOutsideLiterals(*filter)) {
+        Warning(element,
+                L"the parameter " + Quoted(name) +
+                    L" stands outside quotes in the filter: a value that is neither a number nor a name "
+                    L"fails the whole query");
+    }
     const FilterNames names = ReadFilterNames(*filter);
     bool bound = true;
     for (const std::wstring& prefix : names.prefixes)

@@ -1,0 +1,154 @@
+// What a query may use: each kind of expense, and who is named when it runs out.
+#include "bidi/query_budget.h"
+#include "tests/bidi/engine_fixture.h"
+
+namespace vlm {
+namespace {
+
+constexpr HRESULT kRunOut = HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA);
+
+std::string Times(size_t count, const std::string& text) {
+    std::string all;
+    for (size_t i = 0; i < count; ++i)
+        all += text;
+    return all;
+}
+
+std::wstring Wide(const std::string& ascii) {
+    return {ascii.begin(), ascii.end()};
+}
+
+class Budget : public test::EngineTest {
+ protected:
+    // The first failure of a query for the whole tree.
+    HRESULT Query(std::initializer_list<std::string> files, const std::string& elements) {
+        CVelunBidiSpl engine;
+        const test::Request request({L"\\"});
+        BIDI_RESPONSE_CONTAINER* response = nullptr;
+        HRESULT hr = engine.Init(L"Office", FileList(files).c_str());
+        if (hr == S_OK) hr = engine.SetGetPrinterElementResponseData(test::Answer(Wide(elements)).c_str());
+        if (hr == S_OK) hr = engine.SendRecvBidiDataFromPort(L"GetAll", request.Get(), &response);
+        EXPECT_EQ(response != nullptr, hr == S_OK);
+        if (response != nullptr) test::ResponseDeleter()(response);
+        return hr;
+    }
+};
+
+TEST_F(Budget, RunsOutByNameAndNamesTheCause) {
+    using test::Extension;
+    const std::string level =
+        "<Parameter name='$A$' parameter='A' filter='w:N'><Parameter name='$B$' parameter='B' "
+        "filter='w:N'><Const name='C'>c</Const></Parameter></Parameter>";
+    const std::string text(200'000, 'x');
+    const std::string nested = Times(80, "<wprt:N>") + text + Times(80, "</wprt:N>");
+    const struct {
+        const char* what;
+        std::vector<std::string> files;
+        std::string elements;
+        const wchar_t* traced;
+    } kCases[] = {
+        {"instances",
+         {Extension(level)},
+         Times(1'000, "<wprt:N>x</wprt:N>"),
+         L"elements that parameters make: "},
+        {"bound text",
+         {Extension(level)},
+         nested,
+         L"characters that parameters bring: Parameter \"$B$\" with the filter"},
+        {"text of the answer",
+         {Extension("<List name='Everything' filter='*'/>")},
+         nested,
+         L"characters of the response: List \"Everything\" with the filter \"*\" in "},
+        {"paths of the answer",
+         {Extension(Times(60, "<Property name='" + std::string(60'000, 'p') + "'>") +
+                    Times(10, "<Const name='C'>c</Const>") + Times(60, "</Property>"))},
+         "",
+         L"characters of the response: Const \"C\" in "},
+        {"one search",
+         {Extension("<Value name='V' filter='w:N[count(//*[count(//*)>1])>1]'/>")},
+         Times(5'000, "<wprt:N/>"),
+         L"one search of the printer's answer would take more than 20000000 units: Value \"V\" with the "
+         L"filter"},
+        {"many searches",
+         {Extension(Times(20, "<Value name='V' filter='w:N[count(//*)>5]'/>"))},
+         Times(1'500, "<wprt:N/>"),
+         L"units of searching the printer's answer: Value \"V\" with the filter"},
+        {"a filter's length",
+         {Extension(
+             "<Parameter name='$A$' parameter='A' filter='w:N'><Value name='V' filter='w:N[.=\"$A$\"]'/>"
+             "</Parameter>")},
+         "<wprt:N>" + std::string(70'000, 'x') + "</wprt:N>",
+         L"Error: a filter may have at most 65536 characters with its parameters' values: Value \"V\""},
+        {"Parameters within each other",
+         {Extension("<Property name='$A$'>" + Times(5'000, "<Parameter parameter='A' filter='w:N'/>") +
+                    "</Property>")},
+         "<wprt:N>1</wprt:N>",
+         L"Error: more than 100 Parameters within each other: Parameter"},
+        {"elements of files",
+         {Extension(Times(60'000, "<Const/>")),
+          Extension("<Property name='P'>" + Times(60'000, "<Const/>") + "</Property>")},
+         "",
+         L"elements of extension files: "},
+        {"bytes of files",
+         {Extension("<!--" + std::string(7'000'000, 'x') + "-->"),
+          Extension("<!--" + std::string(7'000'000, 'y') + "-->"),
+          Extension("<!--" + std::string(7'000'000, 'z') + "-->")},
+         "",
+         L"bytes of extension files: "},
+    };
+    for (const auto& test : kCases) {
+        SCOPED_TRACE(test.what);
+        const std::vector<std::string>& files = test.files;
+        EXPECT_EQ(files.size() == 1   ? Query({files[0]}, test.elements)
+                  : files.size() == 2 ? Query({files[0], files[1]}, test.elements)
+                                      : Query({files[0], files[1], files[2]}, test.elements),
+                  kRunOut);
+        EXPECT_TRUE(trace_.HasPart(test.traced));
+        EXPECT_TRUE(trace_.HasPart(L".xml"));
+    }
+}
+
+TEST_F(Budget, CountsOnlyTheTimeOfItsWork) {
+    QueryBudget budget(std::chrono::milliseconds(50));
+    Sleep(100);  // the printer's time
+    const std::wstring path = L"\\Printer";
+    EXPECT_NO_THROW(budget.CheckTime(path));
+    for (int i = 0; i < 2; ++i) {
+        const QueryBudget::Working outer(budget);
+        const QueryBudget::Working inner(budget);
+        Sleep(40);
+    }
+    EXPECT_THROW(budget.CheckTime(path), CComErrorEx);
+    EXPECT_TRUE(trace_.HasPart(L"Error: a query may work for at most 50 ms: \\Printer"));
+}
+
+TEST_F(Budget, IsEnoughForALargeDevice) {
+    std::string conditions;
+    for (int i = 0; i < 200; ++i) {
+        const std::string number = std::to_string(i);
+        conditions += "<wprt:C Id='" + number +
+                      "'><wprt:N xml:lang='en'>a</wprt:N><wprt:N xml:lang='de'>b</wprt:N>"
+                      "<wprt:N xml:lang='fr'>c</wprt:N><wprt:K>Part" +
+                      number + "</wprt:K><wprt:S>Warning</wprt:S></wprt:C>";
+    }
+    const std::string leaves =
+        "<Value name='N' filter='w:C[w:K=\"$K$\"]/w:N'/><Value name='S' filter='w:C[w:K=\"$K$\"]/w:S'/>";
+    EXPECT_EQ(Query({test::Extension("<Parameter name='$K$' parameter='K' "
+                                     "filter='w:C[not(w:K=preceding-sibling::w:C/w:K)]/w:K'>" +
+                                     leaves + "</Parameter>")},
+                    conditions),
+              S_OK);
+}
+
+TEST_F(Budget, ParameterOutsideQuotesIsANumberOrAName) {
+    const std::string file = test::Extension(
+        "<Parameter name='$A$' parameter='A' filter='w:P'><Value name='V' filter='w:N[$A$]'/></Parameter>");
+    EXPECT_EQ(Query({file}, "<wprt:P>1</wprt:P><wprt:N>x</wprt:N>"), S_OK);
+    EXPECT_EQ(Query({file}, "<wprt:P>count(//*)>0</wprt:P><wprt:N>x</wprt:N>"), E_FAIL);
+    EXPECT_TRUE(
+        trace_.Has(L"Error: Parameter A in w:N[$A$] stands outside quotes, and its value \"count(//*)>0\" is "
+                   L"neither a number nor a name\r\n"));
+}
+
+}  // namespace
+}  // namespace vlm
