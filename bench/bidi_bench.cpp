@@ -135,8 +135,8 @@ double QueryTime(const Tree& tree, const wchar_t* action, size_t count, size_t e
 }
 
 // What any engine has to have MSXML do for "GetAll" of the root: load both documents, and compile and run
-// each leaf's filter once in each of the two passes.
-double FloorTime(const Tree& tree) {
+// each leaf's filter, once or in each of two passes.
+double FloorTime(const Tree& tree, int passes) {
     return Milliseconds(tree.Repetitions(), [&] {
         std::array<ComPtr<IXMLDOMDocument2>, 2> documents;
         for (auto& document : documents) {
@@ -152,7 +152,7 @@ double FloorTime(const Tree& tree) {
         documents[1]->setProperty(
             _bstr_t(L"SelectionNamespaces"),
             _variant_t(L"xmlns:w='http://schemas.microsoft.com/windows/2006/08/wdp/print'"));
-        for (int pass = 0; pass < 2; ++pass) {
+        for (int pass = 0; pass < passes; ++pass) {
             for (const std::wstring& filter : tree.filters) {
                 ComPtr<IXMLDOMNode> node;
                 documents[1]->selectSingleNode(_bstr_t(filter.c_str()), node.Receive());
@@ -180,13 +180,14 @@ void Measure(bench::Rows& rows) {
     rows.State("Bidi: peak memory of a query over 10,000 leaves", "MB", MegabytesAtPeak() - before);
 
     struct Times {
-        double getAll, getOne, get100, getEach, floor;
+        double getAll, getOne, get100, getEach, floor, floorOfTwo;
     };
     // The best of some rounds, in turns.
     const auto measure = [](const Tree& tree, int rounds) {
-        Times best{1e300, 1e300, 1e300, 1e300, 1e300};
+        Times best{1e300, 1e300, 1e300, 1e300, 1e300, 1e300};
         for (int round = 0; round < rounds; ++round) {
-            best.floor = std::min(best.floor, FloorTime(tree));
+            best.floor = std::min(best.floor, FloorTime(tree, 1));
+            best.floorOfTwo = std::min(best.floorOfTwo, FloorTime(tree, 2));
             best.getAll = std::min(best.getAll, QueryTime(tree, L"GetAll", 1, tree.leaves));
             best.getOne = std::min(best.getOne, QueryTime(tree, L"Get", 1, 1));
             best.get100 = std::min(best.get100, QueryTime(tree, L"Get", 100, 100));
@@ -209,7 +210,9 @@ void Measure(bench::Rows& rows) {
     for (const auto& size : kSizes) {
         const std::string tree = std::string(" over ") + size.leaves + " leaves";
         rows.Add("Bidi: GetAll of the root" + tree, "ms CPU", size.times.getAll, size.times.floor,
-                 "MSXML alone: both loads, each filter once a pass", "<= 1.5");
+                 "MSXML alone: both loads, each filter once", "<= 1.3");
+        rows.Add("Bidi: GetAll of the root" + tree + ", against two passes", "ms CPU", size.times.getAll,
+                 size.times.floorOfTwo, "MSXML alone: both loads, each filter twice", "<= 0.65");
         rows.Add("Bidi: Get of every leaf" + tree, "ms CPU", size.times.getEach, size.times.getOne,
                  "Get of one of them", "<= 2");
         rows.Add("Bidi: Get of 100 leaves" + tree, "ms CPU", size.times.get100, size.times.getOne,

@@ -113,12 +113,6 @@ struct CVelunBidiSpl::BoundAnswer {
     std::unique_ptr<SchemaTree> expanded;
 };
 
-template <typename Operation>
-HRESULT CVelunBidiSpl::RunEntry(const wchar_t* name, Operation&& operation) {
-    const QueryBudget::Working working(budget_);
-    return GuardEntry(name_, name, std::forward<Operation>(operation));
-}
-
 CVelunBidiSpl::CVelunBidiSpl() {
     if (!router_.Load())
         Trace(L"Error: Unable to load spoolss.dll, status %d\r\n", static_cast<int>(GetLastError()));
@@ -129,7 +123,7 @@ CVelunBidiSpl::~CVelunBidiSpl() {
 }
 
 HRESULT CVelunBidiSpl::Init(const wchar_t* name, const wchar_t* fileListXml) {
-    return RunEntry(L"Init", [&]() -> HRESULT {
+    return GuardEntry(name_, L"Init", [&]() -> HRESULT {
         name_ = Printable(name != nullptr ? name : L"");
         if (extension_) return S_OK;
         if (fileListXml == nullptr) return E_INVALIDARG;
@@ -142,7 +136,7 @@ HRESULT CVelunBidiSpl::Init(const wchar_t* name, const wchar_t* fileListXml) {
 }
 
 HRESULT CVelunBidiSpl::EnumQueryElement(const BIDI_REQUEST_CONTAINER* request, BSTR* queryXml) {
-    return RunEntry(L"EnumQueryElement", [&]() -> HRESULT {
+    return GuardEntry(name_, L"EnumQueryElement", [&]() -> HRESULT {
         if (queryXml != nullptr) *queryXml = nullptr;
         if (!extension_) {
             Trace(L"CVelunBidiSpl::EnumQueryElement - Error: must call init first\r\n");
@@ -175,7 +169,7 @@ std::wstring CVelunBidiSpl::QueryElements(const BIDI_REQUEST_CONTAINER& request,
 }
 
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseXml) {
-    return RunEntry(L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
+    return GuardEntry(name_, L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
         if (responseXml == nullptr) return E_INVALIDARG;
         // What is longer is refused in any case, and might be more than the platform converts at once.
         const std::string document =
@@ -191,7 +185,7 @@ HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseX
 }
 
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponse(std::string_view document) {
-    return RunEntry(L"SetGetPrinterElementResponse", [&]() -> HRESULT {
+    return GuardEntry(name_, L"SetGetPrinterElementResponse", [&]() -> HRESULT {
         Bind(document);
         return S_OK;
     });
@@ -240,7 +234,7 @@ std::wstring CVelunBidiSpl::AnswerText(const wchar_t* path) const {
 }
 
 HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, CXMLDoc& answer) {
-    return RunEntry(L"SendRecvXMLString", [&]() -> HRESULT {
+    return GuardEntry(name_, L"SendRecvXMLString", [&]() -> HRESULT {
         if (!ReadyToAnswer()) return E_FAIL;
         if (path == nullptr) return E_INVALIDARG;
         const std::wstring text = AnswerText(path);
@@ -251,7 +245,7 @@ HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, CXMLDoc& answer) {
 }
 
 HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, BSTR* answerXml) {
-    return RunEntry(L"SendRecvXMLString", [&]() -> HRESULT {
+    return GuardEntry(name_, L"SendRecvXMLString", [&]() -> HRESULT {
         if (path == nullptr || answerXml == nullptr) return E_INVALIDARG;
         *answerXml = nullptr;
         if (!ReadyToAnswer()) return E_FAIL;
@@ -266,7 +260,7 @@ HRESULT CVelunBidiSpl::SendRecvBidiDataFromPort(const wchar_t* action, const BID
     const wchar_t* name = get      ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET)"
                           : getAll ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET_ALL)"
                                    : L"SendRecvBidiDataFromPort";
-    return RunEntry(name, [&]() -> HRESULT {
+    return GuardEntry(name_, name, [&]() -> HRESULT {
         if (response != nullptr) *response = nullptr;
         if (request == nullptr || response == nullptr || !(get || getAll)) return E_INVALIDARG;
         if (!EverySchemaIsThere(*request)) return E_INVALIDARG;

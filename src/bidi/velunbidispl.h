@@ -87,8 +87,6 @@ class CVelunBidiSpl {
     void Bind(std::string_view response);
     bool ReadyToAnswer() const;
     std::wstring AnswerText(const wchar_t* path) const;
-    template <typename Operation>
-    HRESULT RunEntry(const wchar_t* name, Operation&& operation);
     std::wstring QueryElements(const BIDI_REQUEST_CONTAINER& request, bool* resolved) const;
     BIDI_RESPONSE_CONTAINER* Get(const BIDI_REQUEST_CONTAINER& request) const;
     BIDI_RESPONSE_CONTAINER* GetAll(const BIDI_REQUEST_CONTAINER& request) const;
