@@ -13,6 +13,7 @@
 #include "spooler/host/raw_tcp_monitor.h"
 #include "tools/vlmctl/address.h"
 #include "tools/vlmctl/command.h"
+#include "tools/vlmctl/held_file.h"
 #include "tools/vlmctl/monitor_image.h"
 #include "tools/vlmctl/monitor_installation.h"
 #include "tools/vlmctl/rpc_client.h"
@@ -131,12 +132,16 @@ CheckResult CheckImage() {
     const char* what = "file";
     const std::wstring path = InSystemFolder(kMonitorFile);
     const std::string shown = ToUtf8(path);
-    const MonitorImage image = InspectMonitorImage(path);
+    MonitorImage image;
+    try {
+        image = InspectMonitorImage(HeldFile(path, kMostImage).Bytes());
+    } catch (const CommandError& error) {
+        return Wrong(what, std::string(error.what()) + "; install it again");
+    }
     if (!image.problem.empty()) return Wrong(what, shown + ": " + image.problem + "; install it again");
     if (!image.exportsEntry)
-        return Wrong(what, shown +
-                               " does not export InitializePrintMonitor2: it is something else; "
-                               "install ours again");
+        return Wrong(
+            what, shown + " does not export " + kMonitorEntry + ": it is something else; install ours again");
     if (image.version != OwnVersion())
         return Wrong(what, fmt::format("{} is of version {}, this vlmctl of {}; install the two together",
                                        shown, image.version.empty() ? "none" : image.version, OwnVersion()));
