@@ -10,6 +10,7 @@
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/held_file.h"
 #include "tools/vlmctl/monitor_image.h"
+#include "util/names.h"
 #include "util/spooler_api.h"
 
 namespace vlm::ctl {
@@ -24,7 +25,7 @@ constexpr wchar_t kOldCopySuffix[] = L".removed-";
 
 // The spooler and the file system ignore case.
 bool SameName(const std::wstring& a, const std::wstring& b) {
-    return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
+    return vlm::SameName(a.c_str(), b.c_str());
 }
 
 const RegisteredMonitor* FindByName(const std::vector<RegisteredMonitor>& monitors,
