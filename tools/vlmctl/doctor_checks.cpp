@@ -27,7 +27,6 @@ namespace vlm::ctl {
 
 namespace {
 
-using host::FromUtf8;
 using host::ToUtf8;
 
 constexpr DWORD kConnectTimeout = 5'000;  // milliseconds

@@ -15,6 +15,7 @@ constexpr std::uint16_t kExecutableImage = 0x0002;
 constexpr std::uint16_t kDll = 0x2000;
 constexpr std::uint32_t kExecutableSection = 0x20000000;
 constexpr std::uint32_t kSectorSize = 512;
+constexpr std::uint64_t kSectionEntry = 40;
 constexpr std::uint32_t kMostSections = 96;
 constexpr std::uint32_t kMostExports = 65'536;
 constexpr std::uint32_t kVersionResource = 16;
@@ -94,7 +95,8 @@ class PortableExecutable {
     ImageBytes Range(std::uint32_t address, std::uint64_t size, const char* what) const {
         const Section* section = SectionOf(address);
         if (section == nullptr || size > section->size - (address - section->address)) throw Damaged{what};
-        return file_.Piece(section->offset + std::uint64_t{address - section->address}, size, what);
+        const std::uint64_t offset = section->offset;
+        return file_.Piece(offset + (address - section->address), size, what);
     }
     // From an address to the end of its section.
     ImageBytes From(std::uint32_t address, const char* what) const {
@@ -110,10 +112,11 @@ class PortableExecutable {
  private:
     void ReadSections(std::uint64_t start, std::uint32_t count) {
         if (count > kMostSections) throw Damaged{"it has too many sections"};
-        const ImageBytes table = file_.Piece(start, std::uint64_t{40} * count, "it ends within its headers");
+        const ImageBytes table = file_.Piece(start, count * kSectionEntry, "it ends within its headers");
         std::uint64_t end = 0;
         for (std::uint32_t i = 0; i < count; ++i) {
-            const ImageBytes entry = table.Piece(std::uint64_t{40} * i, 40, "it ends within its headers");
+            const ImageBytes entry =
+                table.Piece(i * kSectionEntry, kSectionEntry, "it ends within its headers");
             const std::uint32_t loaded = entry.U32(8);
             const std::uint32_t inFile = entry.U32(16);
             // A loader reads whole sectors, and no more than the section has in memory.
@@ -121,7 +124,8 @@ class PortableExecutable {
                             entry.U32(20) / kSectorSize * kSectorSize,
                             (entry.U32(36) & kExecutableSection) != 0};
             if (section.address < end) throw Damaged{"its sections overlap"};
-            end = std::uint64_t{section.address} + std::max(loaded, inFile);
+            end = section.address;
+            end += std::max(loaded, inFile);
             if (inFile != 0) file_.Piece(entry.U32(20), inFile, "a section lies outside the file");
             sections_.push_back(section);
         }
@@ -145,6 +149,8 @@ constexpr char kExportsOutside[] = "its export directory lies outside the file";
 // The address of the function that is exported under the name.
 std::optional<std::uint32_t> FindExport(const PortableExecutable& image, std::string_view name) {
     constexpr size_t kExports = 0;
+    constexpr std::uint64_t kAddressSize = 4;
+    constexpr std::uint64_t kOrdinalSize = 2;
     const Directory directory = image.DirectoryAt(kExports);
     if (directory.address == 0) return std::nullopt;
     const ImageBytes head = image.Range(directory.address, 40, kExportsOutside);
@@ -152,15 +158,15 @@ std::optional<std::uint32_t> FindExport(const PortableExecutable& image, std::st
     const std::uint32_t names = head.U32(24);
     if (functions > kMostExports || names > kMostExports) throw Damaged{"it has too many exports"};
     if (names == 0) return std::nullopt;
-    const ImageBytes addresses = image.Range(head.U32(28), std::uint64_t{4} * functions, kExportsOutside);
-    const ImageBytes texts = image.Range(head.U32(32), std::uint64_t{4} * names, kExportsOutside);
-    const ImageBytes ordinals = image.Range(head.U32(36), std::uint64_t{2} * names, kExportsOutside);
-    for (std::uint32_t i = 0; i < names; ++i) {
-        if (!image.From(texts.U32(size_t{4} * i), kExportsOutside).HoldsText(name)) continue;
-        const std::uint32_t ordinal = ordinals.U16(size_t{2} * i);
+    const ImageBytes addresses = image.Range(head.U32(28), functions * kAddressSize, kExportsOutside);
+    const ImageBytes texts = image.Range(head.U32(32), names * kAddressSize, kExportsOutside);
+    const ImageBytes ordinals = image.Range(head.U32(36), names * kOrdinalSize, kExportsOutside);
+    for (size_t i = 0; i < names; ++i) {
+        if (!image.From(texts.U32(i * kAddressSize), kExportsOutside).HoldsText(name)) continue;
+        const std::uint32_t ordinal = ordinals.U16(i * kOrdinalSize);
         if (ordinal >= functions)
             throw Damaged{"its export directory names a function that it does not have"};
-        const std::uint32_t address = addresses.U32(size_t{4} * ordinal);
+        const std::uint32_t address = addresses.U32(ordinal * kAddressSize);
         if (address >= directory.address && address - directory.address < directory.size)
             throw Damaged{"its entry point is in another DLL"};
         if (!image.IsCode(address)) throw Damaged{"its entry point is no code"};
@@ -174,12 +180,13 @@ constexpr char kResourcesOutside[] = "its resources lie outside the file";
 // Where the first entry of a resource directory leads, or the one of that number.
 std::optional<std::uint32_t> ResourceEntry(const ImageBytes& resources, std::uint32_t directory,
                                            std::optional<std::uint32_t> number) {
-    const ImageBytes head = resources.Piece(directory, 16, kResourcesOutside);
-    const std::uint32_t count = std::uint32_t{head.U16(12)} + head.U16(14);
-    const ImageBytes entries =
-        resources.Piece(std::uint64_t{directory} + 16, std::uint64_t{8} * count, kResourcesOutside);
-    for (std::uint32_t i = 0; i < count; ++i)
-        if (!number || entries.U32(size_t{8} * i) == *number) return entries.U32(size_t{8} * i + 4);
+    constexpr std::uint64_t kHead = 16;
+    constexpr size_t kEntry = 8;
+    const ImageBytes head = resources.Piece(directory, kHead, kResourcesOutside);
+    const size_t count = size_t{head.U16(12)} + head.U16(14);
+    const ImageBytes entries = resources.Piece(directory + kHead, count * kEntry, kResourcesOutside);
+    for (size_t i = 0; i < count; ++i)
+        if (!number || entries.U32(i * kEntry) == *number) return entries.U32(i * kEntry + 4);
     return std::nullopt;
 }
 
