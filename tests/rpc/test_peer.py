@@ -74,7 +74,7 @@ class PeerTest(unittest.TestCase):
                 ("fragments without end", RpcPeer(endless), "without end"),
                 ("more than it announced", RpcPeer(lambda call: endless(call, 16)), "within 2 s|without end")):
             with self.subTest(name), peer:
-                self.assert_fails(rpc(QUERY, timeout=20 if says == "without end" else 2), says)
+                self.assert_fails(rpc(QUERY, timeout=45 if says == "without end" else 2), says)
 
 
 class DoctorTest(unittest.TestCase):
@@ -89,7 +89,7 @@ class DoctorTest(unittest.TestCase):
                 ("one code for all", answer(refused), "110 for a command .*, where the monitor says 87"),
                 ("a refusal with data", answer(reply(bytes(100_000), result=110)), "100000 bytes, 0 were asked for"),
                 ("a fault", lambda call: [fault(call, 0x1C010002)], "RPC status 1745"),
-                ("no end", endless, "answers without end"),
+                ("no end", endless, "answers without end|does not answer"),  # as fast as the machine is
                 ("nothing", lambda _: [], "takes the call and does not answer")):
             with self.subTest(name), RpcPeer(on_call):
                 self.assertRegex(self.tcp(), rf"wrong +rpc tcp +.*{says}")

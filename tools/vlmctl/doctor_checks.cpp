@@ -31,7 +31,7 @@ using host::ToUtf8;
 
 constexpr DWORD kConnectTimeout = 5'000;  // milliseconds
 constexpr DWORD kCallTimeout = 5'000;     // milliseconds
-constexpr size_t kMostGrowth = size_t{64} << 20;
+constexpr size_t kMostGrowth = size_t{16} << 20;
 
 CheckResult Ok(const std::string& what, std::string text) {
     return {what, Health::kOk, std::move(text)};

@@ -23,7 +23,7 @@ constexpr std::uint32_t kMostReply = 1'048'576;
 constexpr size_t kMostArguments = 64;
 constexpr unsigned kMostThreads = 500;
 constexpr unsigned kLongestWait = 3'600;  // seconds
-constexpr size_t kMostGrowth = size_t{64} << 20;
+constexpr size_t kMostGrowth = size_t{32} << 20;
 constexpr size_t kMostGrowthPerCall = size_t{4} << 20;  // the largest reply a few times, and a thread
 
 struct RpcOptions {

@@ -63,14 +63,11 @@ std::string Listed(const std::vector<std::string>& names) {
     return list;
 }
 
-// Which of the names nothing in the answer is about, neither by its mark nor by what it holds.
+// Which of the names no part of the answer is about.
 std::vector<std::string> Unanswered(const std::vector<std::string>& names, const ElementDocument& document) {
     std::set<std::string> answered;
     for (const std::vector<std::string>& some : {ValidNames(document), InvalidNames(document)})
         answered.insert(some.begin(), some.end());
-    for (const ComPtr<IXMLDOMNode>& part : document.Parts())
-        for (const ComPtr<IXMLDOMNode>& element : NodesAt(part.Get(), L"*"))
-            answered.insert(host::ToUtf8(NameOf(element.Get())));
     std::vector<std::string> unanswered;
     for (const std::string& name : names) {
         const std::string qualified = name.find(':') == std::string::npos ? "pri:" + name : name;
