@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "spooler/standin.h"
+#include "util/names.h"
 #include "util/spooler_api.h"
 
 namespace {
@@ -82,7 +83,7 @@ bool Enter(const char* function, const std::wstring& arguments) {
 
 std::shared_ptr<Printer> FindByName(const std::wstring& name) {
     for (const auto& printer : TheSpooler().printers)
-        if (_wcsicmp(printer->name.c_str(), name.c_str()) == 0) return printer;
+        if (vlm::SameName(printer->name.c_str(), name.c_str())) return printer;
     return nullptr;
 }
 

@@ -9,6 +9,7 @@
 #include "monitor/process_state.h"
 #include "monitor/remote_ports.h"
 #include "util/handles.h"
+#include "util/names.h"
 
 namespace vlm {
 
@@ -59,7 +60,7 @@ CLmMgr::~CLmMgr() {
 LmPort* CLmMgr::FindPort(const wchar_t* portName) const {
     if (portName == nullptr || *portName == L'\0') return nullptr;
     for (LmPort* port = ports_; port != nullptr; port = port->next)
-        if (_wcsicmp(port->portName, portName) == 0) return port;
+        if (SameName(port->portName, portName)) return port;
     return nullptr;
 }
 

@@ -5,6 +5,7 @@
 #include <span>
 
 #include "util/handles.h"
+#include "util/names.h"
 #include "util/spooler_api.h"
 #include "util/vlutil.h"
 
@@ -73,7 +74,7 @@ DWORD FindPortName(const char* client, std::wstring* port) {
     const wchar_t* const wanted = isPort ? name.data() : ShareOf(name.data());
     for (const PRINTER_INFO_2W& printer : printers) {
         const wchar_t* const candidate = isPort ? printer.pPortName : printer.pShareName;
-        if (*wanted == L'\0' || candidate == nullptr || _wcsicmp(candidate, wanted) != 0) continue;
+        if (*wanted == L'\0' || candidate == nullptr || !SameName(candidate, wanted)) continue;
         if (!IsReachable(printer)) continue;
         *port = printer.pPortName;
         return ERROR_SUCCESS;

@@ -1,8 +1,10 @@
 // The codec's hook for diagnostics: a level, a label that names the place in the codec, and a source line.
 //
-// The hook does nothing in this build and has to stay free of side effects; the labels stay in the image, so
-// that a debugger's breakpoint on it tells which step refused a frame.
+// The hook does nothing in this build and has to stay free of side effects; the labels stay in the image, all
+// of them, so that a debugger's breakpoint on it tells which step refused a frame.
 #pragma once
+
+#include <array>
 
 namespace vlm::vpca {
 
@@ -10,12 +12,21 @@ enum class LogLevel { kError = 1 };
 
 void Log(LogLevel level, const wchar_t* label, int line);
 
+inline constexpr wchar_t kLogGeneral[] = L"VPCA Coder:";
 inline constexpr wchar_t kLogVersion[] = L"VPCA Coder (Version):";
 inline constexpr wchar_t kLogMeasure[] = L"VPCA Decoder (Attribute Size):";
 inline constexpr wchar_t kLogEncodedSize[] = L"VPCA Encoder (Attribute Size):";
+inline constexpr wchar_t kLogEncodeMethod[] = L"VPCA Encoder (Method):";
+inline constexpr wchar_t kLogDecodeMethod[] = L"VPCA Decoder (Method):";
+inline constexpr wchar_t kLogDecodeEvent[] = L"VPCA Decoder (Event):";
+inline constexpr wchar_t kLogEncodeEventEx[] = L"VPCA Encoder (EventEx):";
+inline constexpr wchar_t kLogDecodeEventEx[] = L"VPCA Decoder (EventEx):";
 inline constexpr wchar_t kLogEncodeFu[] = L"VPCA Coder (EncFU):";
 inline constexpr wchar_t kLogDecodeFu[] = L"VPCA Coder (DecFU):";
 inline constexpr wchar_t kLogEncodeFp[] = L"VPCA Coder (EncFP):";
 inline constexpr wchar_t kLogDecodeFp[] = L"VPCA Coder (DecFP):";
+
+// Every label, also those of steps that carry their bytes as they are and refuse none.
+extern const std::array<const wchar_t*, 13> kLogLabels;
 
 }  // namespace vlm::vpca

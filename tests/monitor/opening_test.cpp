@@ -111,14 +111,26 @@ TEST_F(OpeningTest, RefusesWrongArgumentsInOrder) {
 }
 
 TEST_F(OpeningTest, NameIsBusyWhateverItsCaseUntilClosed) {
-    const HANDLE port = MustOpen(lower, L"IP_Office");
+    for (const auto& [name, other] : {std::pair{L"IP_Office", L"ip_OFFICE"},
+                                      {L"IP_B\u00FCro", L"ip_B\u00DCRO"},           // Latin
+                                      {L"IP_\u03C0\u0416", L"ip_\u03A0\u0436"}}) {  // Greek, Cyrillic
+        const HANDLE port = MustOpen(lower, name);
+        HANDLE second = nullptr;
+        SetLastError(kPoison);
+        EXPECT_FALSE(Open(lower, other, &second)) << name;
+        EXPECT_EQ(GetLastError(), 170U);
+        EXPECT_TRUE(table.pfnClosePort(port));
+        EXPECT_TRUE(Open(lower, other, &second)) << name;
+        EXPECT_TRUE(table.pfnClosePort(second));
+    }
+    // Letters that are not the same, and none at all.
+    const HANDLE port = MustOpen(lower, L"IP_\u00FC");
     HANDLE second = nullptr;
-    SetLastError(kPoison);
-    EXPECT_FALSE(Open(lower, L"ip_OFFICE", &second));
-    EXPECT_EQ(GetLastError(), 170U);
+    for (const wchar_t* other : {L"IP_u", L"IP_\u00FCx", L"IP_"}) {
+        EXPECT_TRUE(Open(lower, other, &second)) << other;
+        EXPECT_TRUE(table.pfnClosePort(second));
+    }
     EXPECT_TRUE(table.pfnClosePort(port));
-    EXPECT_TRUE(Open(lower, L"ip_OFFICE", &second));
-    EXPECT_TRUE(table.pfnClosePort(second));
 }
 
 TEST_F(OpeningTest, PortThatTheLowerMonitorCannotOpenStaysBusyUnderThatManager) {

@@ -144,6 +144,7 @@ class Host {
         spooler_.Add({L"Mute", L"USB002", L"mute", 0, nullptr, nullptr});
         spooler_.Add({L"Closed", L"USB003", L"closed", bidi, nullptr, nullptr});
         spooler_.Add({L"Broken", L"USB004", L"broken", bidi, nullptr, nullptr});
+        spooler_.Add({L"Bureau", L"USB001", L"B\u00FCro", bidi, nullptr, nullptr});
         spooler_.Add({L"Net", L"IP_office", L"net", bidi, nullptr, nullptr});
         module_ = LoadLibraryW(vlm::host::BesideProgram(L"vllm3mon.dll").c_str());
         Initialize();

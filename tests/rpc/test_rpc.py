@@ -101,6 +101,15 @@ class ProcedureTest(Service):
                 if code:
                     self.assertEqual((size, reply), (0, b""))
 
+    def test_names_compare_without_case_for_all_letters(self):
+        for share, code in (("B\u00FCro", 0), ("b\u00DCRO", 0), ("Buro", 110), ("B\u00DCR\u00D6", 110)):
+            with self.subTest(share):
+                result = self.vlmctl("query", rf"\\server\{share}", 16, "--raw")
+                if code:
+                    self.assertRegex(result.stderr, f"returned {code}")
+                else:
+                    self.assertEqual(bytes.fromhex(result.stdout), block(16), result.stderr)
+
     def test_bounds_of_sizes_and_counts(self):
         self.assertEqual(self.query(data_id=8, size=8)[0], 0)
         self.assertEqual(self.query(data_id=8, size=7), (122, 0, b""))
@@ -191,7 +200,11 @@ class HostileTest(Service):
         self.assertEqual(code, 0)
         for connection in silent:
             connection.close()
-        self.assertNotEqual(self.host.do("calls"), "INTERLEAVED")
+        # Calls of clients that have gone may still be served, one after the other.
+        while (calls := self.host.do("calls")) and time.monotonic() < deadline:
+            self.assertNotEqual(calls, "INTERLEAVED")
+            time.sleep(0.5)
+        self.assertEqual(calls, "")
 
     def test_many_callers_at_once_are_all_served_one_after_the_other(self):
         for endpoint, times in (("tcp", 64), ("pipe", 64), ("local", 500)):
@@ -317,19 +330,6 @@ class ClosingTest(unittest.TestCase):
             self.assertRegex(self.query(), "RPC status 1717")
             self.assertEqual(host.do("load"), "ok")
         host.stop()
-
-
-class SilentServiceTest(unittest.TestCase):
-    """Another program has the endpoint, takes connections and says nothing."""
-
-    def test_companion_gives_up(self):
-        with socket.create_server(("127.0.0.1", TCP_PORT)):
-            for times in (1, 5):
-                result = windows.vlmctl("rpc", "query", "USB001", 16, "--endpoint", "tcp", "--timeout", 1,
-                                        "--times", times)
-                self.assertEqual((result.returncode, result.stderr), (1, "vlmctl: no answer within 1 s\n"))
-            report = windows.vlmctl("doctor", VLM_SPOOLER="wine").stdout
-            self.assertRegex(report, "wrong +rpc tcp +takes the call and does not answer")
 
 
 if __name__ == "__main__":

@@ -7,6 +7,8 @@ import socket
 import struct
 import subprocess
 import tempfile
+import threading
+import time
 import unittest
 
 from companion import EXAMPLES, NOBODY, Companion, windows
@@ -20,6 +22,35 @@ PRINT = r"HKLM\System\CurrentControlSet\Control\Print"
 PENDING = (r"HKLM\System\CurrentControlSet\Control\Session Manager", "/v", "PendingFileRenameOperations")
 DRIVER = PRINT + r"\Environments\Windows x64\Drivers\Version-3\Velun Test"
 QUEUE = PRINT + r"\Printers\Velun Test"
+
+
+class Image:
+    """A DLL's bytes, with the places of what can be wrong in it."""
+
+    def __init__(self, content):
+        self.bytes = content
+        self.header = self.u32(0x3C)
+        self.sections = self.header + 24 + struct.unpack_from("<H", content, self.header + 20)[0]
+
+    def u32(self, at):
+        return struct.unpack_from("<I", self.bytes, at)[0]
+
+    def section(self, number):
+        return self.sections + 40 * number
+
+    def offset(self, address):
+        """Where in the file something is that is loaded there."""
+        for number in range(struct.unpack_from("<H", self.bytes, self.header + 6)[0]):
+            start, size, offset = struct.unpack_from("<III", self.bytes, self.section(number) + 12)
+            if start <= address < start + size:
+                return address - start + offset
+        raise ValueError(address)
+
+    def directory(self, number):
+        return self.offset(self.u32(self.header + 24 + 112 + 8 * number))
+
+    def changed(self, at, value, width=4):
+        return self.bytes[:at] + value.to_bytes(width, "little") + self.bytes[at + width:]
 
 
 def registry(*arguments):
@@ -75,15 +106,104 @@ class Install(Installation):
         self.assertFalse(COPY.exists())
         self.fails("uninstall", says=f"no monitor '{NAME}' is installed")
 
+    def assert_refused(self, dll, says):
+        self.fails("install", "--dll", dll, says=says)
+        self.assertEqual(list(SYSTEM.glob("vllm3mon.dll*")), [])
+
     def test_what_is_no_monitor_stays_out_and_leaves_nothing_behind(self):
         text = self.folder / "text.dll"
         text.write_text("no DLL")
         for dll, says in ((text, "not a DLL"), (windows.BIN / "spoolss.dll", "no print monitor"),
-                          (self.folder / "absent.dll", "not found")):
-            with self.subTest(says):
-                self.fails("install", "--dll", dll, says=says)
-                self.assertFalse(self.registered())
-                self.assertFalse(COPY.exists())
+                          (windows.BIN / "vlmctl.exe", "it is a program"), (self.folder / "absent.dll", "not found"),
+                          (self.folder, "a folder"), ("NUL", "not a file"),
+                          # Its code would end the companion.
+                          (windows.BIN / "loud.dll", "no print monitor")):
+            with self.subTest(dll):
+                self.assert_refused(dll, says)
+        self.assertFalse(self.registered())
+
+    def test_damaged_files_stay_out(self):
+        image = Image((windows.BIN / "vllm3mon.dll").read_bytes())
+        exports, names = image.directory(0), image.offset(image.u32(image.directory(0) + 32))
+        far = 0x7FFFFFF0
+        dll = self.folder / "damaged.dll"
+        for name, content, says in (
+                ("empty", b"", "too short"), ("a head", image.bytes[:64], "header lies outside"),
+                ("headers only", image.bytes[:0x200], "within its headers|outside the file"),
+                ("half", image.bytes[:len(image.bytes) // 2], "outside the file"),
+                ("header far away", image.changed(0x3C, far), "header lies outside"),
+                ("another header", image.changed(image.header, 0x1234), "its header is none"),
+                ("for x86", image.changed(image.header + 4, 0x14C, 2), "not a DLL for x64"),
+                ("for ARM64", image.changed(image.header + 4, 0xAA64, 2), "not a DLL for x64"),
+                ("32-bit header", image.changed(image.header + 24, 0x10B, 2), "not a DLL for x64"),
+                ("65,535 sections", image.changed(image.header + 6, 0xFFFF, 2), "too many sections"),
+                ("sections overlap", image.changed(image.section(1) + 12, image.u32(image.section(0) + 12)), "overlap"),
+                ("a section far away", image.changed(image.section(0) + 20, far), "section lies outside"),
+                ("a section too long", image.changed(image.section(0) + 16, far), "section lies outside|overlap"),
+                ("no exports", image.changed(image.header + 24 + 112, 0), "does not export"),
+                ("exports far away", image.changed(image.header + 24 + 112, far), "export directory"),
+                ("names far away", image.changed(exports + 32, far), "export directory"),
+                ("a name far away", image.changed(names, far), "export directory"),
+                ("4 G names", image.changed(exports + 24, 0xFFFFFFFF), "too many exports"),
+                ("more names than there are", image.changed(exports + 24, 60_000), "export directory"),
+                ("another name", image.bytes.replace(b"InitializePrintMonitor2", b"InitializePrintMonitor3"), "not export"),
+                ("no function", image.changed(exports + 20, 0), "a function that it does not have"),
+                ("forwarded", image.changed(image.offset(image.u32(exports + 28)), image.u32(image.header + 24 + 112)),
+                 "in another DLL"),
+                ("no code", image.changed(image.offset(image.u32(exports + 28)), 0), "no code"),
+                ("resources far away", image.changed(image.header + 24 + 128, far), "resources"),
+                ("65,535 resources", image.changed(image.directory(2) + 14, 0xFFFF, 2), "resources"),
+                ("65 MB", image.bytes + bytes(65 << 20), "more than any monitor")):
+            with self.subTest(name):
+                dll.write_bytes(content)
+                self.assert_refused(dll, says)
+        self.assertFalse(self.registered())
+
+    def test_what_was_looked_at_is_what_is_copied(self):
+        good = (windows.BIN / "vllm3mon.dll").read_bytes()
+        loud = (windows.BIN / "loud.dll").read_bytes()
+        dll, over = self.folder / "changing.dll", threading.Event()
+
+        def change():
+            while not over.is_set():
+                for content in (good, loud):
+                    (self.folder / "next").write_bytes(content)
+                    (self.folder / "next").replace(dll)
+                    time.sleep(0.002)
+
+        dll.write_bytes(good)
+        changing = threading.Thread(target=change)
+        changing.start()
+        try:
+            for _ in range(8):
+                done = self.vlmctl("install", "--dll", dll)
+                self.assertIn(done.returncode, (0, 1), done.stderr)
+                self.assertEqual(COPY.read_bytes() if COPY.exists() else None, None if done.returncode else good)
+                self.clean()
+        finally:
+            over.set()
+            changing.join()
+
+    def test_file_that_somebody_writes_is_refused(self):
+        dll = self.folder / "held.dll"
+        shutil.copy(windows.BIN / "vllm3mon.dll", dll)
+        program, held = ("Z:" + str(path).replace("/", "\\") for path in (windows.BIN / "vlmctl.exe", dll))
+        # The shell has it open for writing, for the output, while the program runs.
+        done = subprocess.run([windows.RUNNER, "cmd", "/c", f"{program} install --dll {held} >> {held}"],
+                              capture_output=True, text=True, env=os.environ | self.environment)
+        self.assertRegex(done.stderr, "another process is writing it")
+        self.assertFalse(COPY.exists())
+
+    def test_link_to_a_monitor_gives_a_file_and_a_link_in_its_place_is_not_followed(self):
+        link, other = self.folder / "link.dll", self.folder / "other"
+        link.symlink_to(windows.BIN / "vllm3mon.dll")
+        other.write_bytes(b"somebody's")
+        COPY.symlink_to(other)
+        self.works("install", "--dll", link)
+        self.assertFalse(COPY.is_symlink())
+        self.assertEqual(COPY.read_bytes(), (windows.BIN / "vllm3mon.dll").read_bytes())
+        self.assertEqual(other.read_bytes(), b"somebody's")
+        self.works("uninstall")
 
     def test_monitors_of_the_system_cannot_be_taken_away(self):
         self.fails("uninstall", "--name", "Local Port", says="not ours.*localspl.dll")
@@ -149,6 +269,7 @@ class Doctor(Installation):
         other_version = good[:version] + struct.pack("<II", 9 << 16 | 8, 7 << 16) + good[version + 8:]
         for content, says in ((b"no DLL", "not a DLL"),
                               ((windows.BIN / "spoolss.dll").read_bytes(), "does not export InitializePrintMonitor2"),
+                              ((windows.BIN / "loud.dll").read_bytes(), "does not export InitializePrintMonitor2"),
                               (other_version, r"of version 9\.8\.7, this vlmctl of \d")):
             with self.subTest(says):
                 COPY.write_bytes(content)

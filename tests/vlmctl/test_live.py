@@ -1,9 +1,11 @@
 """vlmctl wsd, status and bidi --printer, from the command line to a printer that answers live."""
 
+import http.server
 import json
 import os
 import pathlib
 import tempfile
+import threading
 import unittest
 import xml.etree.ElementTree as ElementTree
 
@@ -18,6 +20,39 @@ NOBODY = "http://127.0.0.1:1/wsd/print/"
 BLACK = r"\Printer.Consumables.Black:Level"
 STATE = r"\Printer.Status.Summary:State"  # of the lower monitor alone
 URL = r"\Printer.Velun.OIP.Service.WSDPrintServices:WSDPrintServiceURL"
+
+
+class AnswerService:
+    """A print service that answers each request with these parts; its URL."""
+
+    def __init__(self, parts):
+        answer = (f'<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" xmlns:p="{PRINT}" xmlns:v="{VENDOR}">'
+                  "<s:Body><p:GetPrinterElementsResponse><p:PrinterElements>" + parts +
+                  "</p:PrinterElements></p:GetPrinterElementsResponse></s:Body></s:Envelope>").encode()
+
+        class Handler(http.server.BaseHTTPRequestHandler):
+            def do_POST(self):
+                self.rfile.read(int(self.headers["Content-Length"]))
+                self.send_response(200)
+                self.send_header("Content-Type", "application/soap+xml")
+                self.send_header("Content-Length", str(len(answer)))
+                self.end_headers()
+                self.wfile.write(answer)
+
+            def log_message(self, *_):
+                pass
+
+        self._server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
+        self._thread = threading.Thread(target=self._server.serve_forever)
+
+    def __enter__(self):
+        self._thread.start()
+        return f"http://127.0.0.1:{self._server.server_port}/wsd/print/"
+
+    def __exit__(self, *_):
+        self._server.shutdown()
+        self._thread.join()
+        self._server.server_close()
 
 
 class Live(Companion):
@@ -67,6 +102,29 @@ class Elements(Live):
         shown = self.fails("wsd", self.url, "Nonsense", "PrinterStatus", says="no valid pri:Nonsense$").stdout
         self.assertIn('Valid="false"', shown)
         self.assertIn("<pri:PrinterState>", shown)
+
+    def test_element_that_does_not_come_at_all_is_a_failure(self):
+        def part(name, content="", valid="true"):
+            mark = f' Name="{name}"' if name else ""
+            return f'<p:ElementData{mark} Valid="{valid}">{content}</p:ElementData>'
+
+        status, empty = "<p:PrinterStatus/>", ""
+        for parts, asked, says in (
+                (empty, ["PrinterStatus"], "left out pri:PrinterStatus$"),
+                (part("p:PrinterStatus", status), ["PrinterStatus", "pri:PrinterStatus"], None),
+                (part("PrinterStatus", status), ["PrinterStatus"], None),
+                (part("", status), ["PrinterStatus"], None),  # it holds what was asked for
+                (part("p:PrinterStatus", status), ["PrinterStatus", "PrinterConfiguration", "v:Device"],
+                 "left out pri:PrinterConfiguration, v:Device$"),
+                (part("v:PrinterStatus", status.replace("p:", "v:")), ["PrinterStatus"], "left out pri:PrinterStatus$"),
+                (part("p:Nonsense", valid="false"), ["Nonsense", "PrinterStatus"],
+                 "no valid pri:Nonsense; the printer left out pri:PrinterStatus$")):
+            with self.subTest(parts=parts, asked=asked), AnswerService(parts) as url:
+                command = ("wsd", url, *asked, "--ns", f"v={VENDOR}")
+                if says:
+                    self.fails(*command, says=says)
+                else:
+                    self.works(*command)
 
     def test_values_cannot_steer_the_terminal(self):
         self.printer.set_machine(location="a\u009b31mb\u2028c & <d>")

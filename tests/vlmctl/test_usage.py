@@ -24,6 +24,8 @@ class UsageTest(Companion):
                 ((*ASK, "--wsd", "a.xml", "--port", "tcp", PATH), "--printer"),
                 ((*ASK, "--printer", URL, "--port", "lpt", PATH), "--port"),
                 ((*ASK, "--printer", "https://h/", "--port", "tcp", PATH), "https"),
+                ((*ASK, "--printer", "http://h/services/print", "--port", "tcp", PATH), "only the host.*/services/print"),
+                ((*ASK, "--printer", "http://h:80/wsd/print/?x", "--port", "tcp", PATH), "only the host"),
                 ((*ASK, "--printer", "h" * 60, "--port", "tcp", PATH), "too long"),
                 ((*DEPTID, URL, "--user", "4711", "--password", "x"), "--password"),
                 ((*DEPTID, URL, "--user", "4711", "x"), "x"), ((*DEPTID, URL), "--user"),

@@ -9,6 +9,11 @@ BLOCK_REQUEST = "CDCA1004003100010004" + "00" * 10
 ATTRIBUTES = "CDCA10050066000100{:02X}0000000000000000{}"
 
 
+def frame(body):
+    """An answer with attributes, in hex digits."""
+    return (b"\xCD\xCA\x10\x05\0\x66\0\1" + len(body).to_bytes(2, "big") + bytes(9) + b"\1" + body).hex()
+
+
 class VpcaTest(Companion):
     def test_encoded_requests_are_the_documented_bytes_and_decode(self):
         for arguments, expected, says in (
@@ -22,6 +27,30 @@ class VpcaTest(Companion):
                 file.write(made)
                 file.flush()
                 self.assertRegex(self.works("vpca", "decode", "--file", file.name), says)
+
+    def test_values_longer_than_255_bytes_are_read_to_their_end(self):
+        def record(text):
+            return b"\xC0\0\2\5" + bytes([text]) + b"a" * text + bytes(13)
+
+        def addresses(count, size):
+            return bytes([count]) + bytes(range(size)) * count
+
+        for attribute, value in ((2112, record(237)), (2112, record(238)), (2112, record(255)),
+                                 (6012, addresses(31, 8)), (6012, addresses(32, 8)), (6012, addresses(255, 8)),
+                                 (144, addresses(64, 4)), (144, addresses(255, 4))):
+            head = attribute.to_bytes(2, "big") + bytes([len(value) % 256])
+            after = b"\0\xB4\x08" + b"12345678"
+            with self.subTest(attribute=attribute, size=len(value)):
+                lines = self.works("vpca", "decode", frame(b"\2" + head + value + after)).splitlines()
+                shown, _, digits = lines[-2].partition(": ")
+                self.assertRegex(shown, rf" 21  +{attribute} +{len(value)} bytes")
+                self.assertTrue(bytes.fromhex(digits) == value, "other bytes")
+                self.assertRegex(lines[-1], rf" {24 + len(value)}  +180 +8 bytes: 31 32 33 34 35 36 37 38")
+                # Cut short, it is bad where the value begins; so is one that the low byte does not fit.
+                cut = frame(b"\1" + head + value[:-1])
+                self.fails("vpca", "decode", cut, says=rf"at offset 24: .*{attribute}")
+                wrong = frame(b"\1" + head[:2] + bytes([(head[2] - 1) % 256]) + value)
+                self.fails("vpca", "decode", wrong, says=rf"at offset 24: .*{attribute}")
 
     def test_bad_frames_say_where_and_why(self):
         for frame, says in (

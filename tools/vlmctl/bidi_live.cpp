@@ -14,6 +14,7 @@
 #include "tools/vlmctl/monitor_image.h"
 #include "util/com.h"
 #include "util/scope_exit.h"
+#include "util/vlutil.h"
 
 namespace vlm::ctl {
 
@@ -22,9 +23,12 @@ namespace {
 using host::BidiLowerMonitor;
 using host::ErrorText;
 using host::FromUtf8;
+using host::ToUtf8;
 using Kind = BidiLowerMonitor::Kind;
 
 constexpr wchar_t kPrinter[] = L"vlmctl";
+// What the monitor asks for where a port tells it nothing but a host.
+constexpr wchar_t kPathAtAHost[] = L"/wsd/print/";
 
 // A driver as far as the monitor looks at one: an INI file that names the extension files, all in a folder of
 // their own. The files are copies under plain names, because an INI entry can hold neither every file name
@@ -81,6 +85,10 @@ std::wstring PortAddress(const PortQuery& query) {
         throw CommandError("'" + query.printerUrl + "' is no address of a printer", kWrongUsage);
     if (query.port != Kind::kTcp) return url;
     if (parsed.secure) throw CommandError("a TCP/IP port knows a host, no https address", kWrongUsage);
+    if (parsed.path != L"/" && parsed.path != kPathAtAHost)
+        throw CommandError("a TCP/IP port knows only the host: the monitor asks there for " +
+                               ToUtf8(kPathAtAHost) + ", not for " + ToUtf8(Printable(parsed.path)),
+                           kWrongUsage);
     std::wstring address = parsed.host;
     if (parsed.port != 80) address += L':' + std::to_wstring(parsed.port);
     if (address.size() > BidiLowerMonitor::kLongestHost)

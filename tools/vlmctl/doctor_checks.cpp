@@ -9,14 +9,15 @@
 #include <memory>
 
 #include "monitor/event_window.h"
-#include "soap/bounded_call.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/host/raw_tcp_monitor.h"
 #include "tools/vlmctl/address.h"
 #include "tools/vlmctl/command.h"
+#include "tools/vlmctl/held_file.h"
 #include "tools/vlmctl/monitor_image.h"
 #include "tools/vlmctl/monitor_installation.h"
 #include "tools/vlmctl/rpc_client.h"
+#include "tools/vlmctl/rpc_wait.h"
 #include "tools/vlmctl/trace_keeper.h"
 #include "tools/vlmctl/wsd_exchange.h"
 #include "util/com.h"
@@ -26,11 +27,11 @@ namespace vlm::ctl {
 
 namespace {
 
-using host::FromUtf8;
 using host::ToUtf8;
 
 constexpr DWORD kConnectTimeout = 5'000;  // milliseconds
 constexpr DWORD kCallTimeout = 5'000;     // milliseconds
+constexpr size_t kMostGrowth = size_t{16} << 20;
 
 CheckResult Ok(const std::string& what, std::string text) {
     return {what, Health::kOk, std::move(text)};
@@ -40,19 +41,55 @@ CheckResult Wrong(const std::string& what, std::string text) {
     return {what, Health::kWrong, std::move(text)};
 }
 
+// Both procedures once, so that no printer is asked: for one without a name, which no printer has, and with
+// more arguments than fit. The monitor's service refuses each in its own way.
+struct Probe {
+    RpcReply query;
+    RpcReply command;
+};
+constexpr std::uint32_t kRefusedQuery = ERROR_OPEN_FAILED;
+constexpr std::uint32_t kRefusedCommand = ERROR_INVALID_PARAMETER;
+
+Probe MakeProbe(const RpcClient& client) {
+    RpcCommand tooMany;
+    tooMany.longs.resize(65);
+    Probe probe;
+    probe.query = client.Query("", 0, 0);
+    if (probe.query.status == 0) probe.command = client.Command("", tooMany, 0);
+    return probe;
+}
+
+// What is wrong with one of the replies; empty when it is the monitor's.
+std::string Impostor(const RpcReply& reply, const char* call, std::uint32_t expected) {
+    if (!reply.problem.empty()) return reply.problem;
+    if (reply.result == expected) return {};
+    return fmt::format("{} for {}, where the monitor says {}", reply.result, call, expected);
+}
+
 CheckResult CheckEndpoint(const std::string& what, RpcRoute route) {
     // Owned by the call: one that is given up goes on.
     const auto client = std::make_shared<const RpcClient>(route, "");
-    const auto reply = std::make_shared<RpcReply>();
-    // No printer has this name: the procedure's refusal is the sign of life, and no printer is asked.
-    if (!RunBounded(
-            FromUtf8(what), [client, reply] { *reply = client->Query("", 0, 0); }, kCallTimeout))
-        return Wrong(what, "takes the call and does not answer; another program may have this endpoint");
-    if (reply->status != 0)
-        return Wrong(what, fmt::format("nobody serves there (RPC status {}); once the monitor is registered, "
-                                       "restart the service 'Spooler'",
-                                       reply->status));
-    return Ok(what, fmt::format("answers ({} for a printer without a name)", reply->result));
+    const auto probe = std::make_shared<Probe>();
+    const char* const taken = "; another program may have this endpoint";
+    switch (RunWatched([client, probe] { *probe = MakeProbe(*client); }, kCallTimeout, kMostGrowth)) {
+        case WaitEnd::kDone:
+            break;
+        case WaitEnd::kTimeUp:
+            return Wrong(what, std::string("takes the call and does not answer") + taken);
+        case WaitEnd::kTooMuch:
+            return Wrong(what, std::string("answers without end") + taken);
+    }
+    if (const DWORD status = probe->query.status != 0 ? probe->query.status : probe->command.status) {
+        const char* const meaning = StatusMeaning(status);
+        return Wrong(what, fmt::format("{} (RPC status {}); once the monitor is registered, restart the "
+                                       "service 'Spooler'",
+                                       meaning != nullptr ? meaning : "the call fails", status));
+    }
+    std::string impostor = Impostor(probe->query, "a printer without a name", kRefusedQuery);
+    if (impostor.empty())
+        impostor = Impostor(probe->command, "a command with too many arguments", kRefusedCommand);
+    if (!impostor.empty()) return Wrong(what, "it is not the monitor that answers: " + impostor + taken);
+    return Ok(what, fmt::format("answers ({} for a printer without a name)", kRefusedQuery));
 }
 
 CheckResult CheckPrintService(const std::string& url) {
@@ -94,12 +131,16 @@ CheckResult CheckImage() {
     const char* what = "file";
     const std::wstring path = InSystemFolder(kMonitorFile);
     const std::string shown = ToUtf8(path);
-    const MonitorImage image = InspectMonitorImage(path);
+    MonitorImage image;
+    try {
+        image = InspectMonitorImage(HeldFile(path, kMostImage).Bytes());
+    } catch (const CommandError& error) {
+        return Wrong(what, std::string(error.what()) + "; install it again");
+    }
     if (!image.problem.empty()) return Wrong(what, shown + ": " + image.problem + "; install it again");
     if (!image.exportsEntry)
-        return Wrong(what, shown +
-                               " does not export InitializePrintMonitor2: it is something else; "
-                               "install ours again");
+        return Wrong(
+            what, shown + " does not export " + kMonitorEntry + ": it is something else; install ours again");
     if (image.version != OwnVersion())
         return Wrong(what, fmt::format("{} is of version {}, this vlmctl of {}; install the two together",
                                        shown, image.version.empty() ? "none" : image.version, OwnVersion()));

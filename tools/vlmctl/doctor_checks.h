@@ -21,7 +21,8 @@ struct CheckResult {
 
 // Whether the spooler answers and has an entry for the monitor.
 CheckResult CheckRegistration();
-// Whether the spooler's copy of the file is there, can be loaded, is the monitor, and is of our version.
+// Whether the spooler's copy of the file is there, is the monitor as far as its bytes tell, and is of our
+// version.
 CheckResult CheckImage();
 // Whether the event window is there, which shows that a process runs the monitor.
 CheckResult CheckEventWindow();

@@ -1,20 +1,23 @@
-// What a DLL file is worth as the monitor, found out by loading it as the spooler would.
+// What a DLL file is worth as the monitor, read from its bytes: nothing of it runs.
 #pragma once
 
+#include <cstdint>
+#include <span>
 #include <string>
 
 namespace vlm::ctl {
 
 inline constexpr wchar_t kMonitorFile[] = L"vllm3mon.dll";
+inline constexpr char kMonitorEntry[] = "InitializePrintMonitor2";
 
 struct MonitorImage {
-    std::string problem;  // why it is not there or cannot be loaded; empty when it can
-    std::string version;  // "1.0.0"; empty when the file bears none
-    bool exportsEntry = false;
+    std::string problem;        // why no spooler for x64 can load it as it is; empty when one can
+    bool exportsEntry = false;  // code of its own under the entry's name
+    std::string version;        // "1.0.0"; empty when the file bears none
 };
 
-// Runs the DLL's own initialisation, but not the monitor's.
-MonitorImage InspectMonitorImage(const std::wstring& path);
+// `file` is all of it. Every offset and count in it is held against its size; the work is bounded.
+MonitorImage InspectMonitorImage(std::span<const std::uint8_t> file);
 
 // The version of this program and of the monitor that it belongs to.
 const char* OwnVersion();

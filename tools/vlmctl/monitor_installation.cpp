@@ -4,10 +4,13 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <span>
 
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
+#include "tools/vlmctl/held_file.h"
 #include "tools/vlmctl/monitor_image.h"
+#include "util/names.h"
 #include "util/spooler_api.h"
 
 namespace vlm::ctl {
@@ -22,7 +25,7 @@ constexpr wchar_t kOldCopySuffix[] = L".removed-";
 
 // The spooler and the file system ignore case.
 bool SameName(const std::wstring& a, const std::wstring& b) {
-    return CompareStringOrdinal(a.c_str(), -1, b.c_str(), -1, TRUE) == CSTR_EQUAL;
+    return vlm::SameName(a.c_str(), b.c_str());
 }
 
 const RegisteredMonitor* FindByName(const std::vector<RegisteredMonitor>& monitors,
@@ -40,11 +43,11 @@ bool Exists(const std::wstring& path) {
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-void CheckImage(const std::wstring& dll) {
-    const MonitorImage image = InspectMonitorImage(dll);
+void CheckImage(const std::wstring& dll, std::span<const std::uint8_t> bytes) {
+    const MonitorImage image = InspectMonitorImage(bytes);
     if (!image.problem.empty()) throw CommandError(ToUtf8(dll) + ": " + image.problem);
     if (!image.exportsEntry)
-        throw CommandError(ToUtf8(dll) + " is no print monitor: it does not export InitializePrintMonitor2");
+        throw CommandError(ToUtf8(dll) + " is no print monitor: it does not export " + kMonitorEntry);
 }
 
 // A file that a process has loaded cannot be deleted, but renamed. Its name is free then, so that another
@@ -128,13 +131,21 @@ std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {
     if (present != nullptr)
         throw CommandError(fmt::format("'{}' is installed already, with {}; 'vlmctl uninstall' removes ours",
                                        ToUtf8(present->name), ToUtf8(present->file)));
-    CheckImage(dll);
-
-    std::wstring copy = InSystemFolder(kMonitorFile);
+    // What is looked at is what is copied, and what is copied is what the spooler loads: the bytes are read
+    // once, and the copy is held from its comparison with them until the spooler has loaded it.
+    const HeldFile source(dll, kMostImage);
+    CheckImage(dll, source.Bytes());
+    const std::wstring copy = InSystemFolder(kMonitorFile);
     const bool wasThere = Exists(copy);
     std::error_code ignored;
-    if (!std::filesystem::equivalent(dll, copy, ignored) && !CopyFileW(dll.c_str(), copy.c_str(), FALSE))
-        throw CommandError("cannot copy to " + ToUtf8(copy) + ": " + SpoolerProblem(GetLastError()));
+    if (!std::filesystem::equivalent(dll, copy, ignored)) {
+        const DWORD error = WriteWholeFile(copy, source.Bytes());
+        if (error != ERROR_SUCCESS)
+            throw CommandError("cannot copy to " + ToUtf8(copy) + ": " + SpoolerProblem(error));
+    }
+    auto held = std::make_optional<HeldFile>(copy, kMostImage);
+    if (!std::ranges::equal(held->Bytes(), source.Bytes()))
+        throw CommandError(ToUtf8(copy) + " is not what was copied there; somebody else writes it");
 
     std::wstring entryName = name;
     std::wstring environment = kEnvironment;
@@ -142,6 +153,7 @@ std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {
     MONITOR_INFO_2W entry{entryName.data(), environment.data(), file.data()};
     if (!AddMonitorW(nullptr, 2, reinterpret_cast<BYTE*>(&entry))) {
         const DWORD error = GetLastError();
+        held.reset();
         if (!wasThere) DeleteFileW(copy.c_str());
         throw CommandError("the spooler does not take the monitor: " + SpoolerProblem(error));
     }

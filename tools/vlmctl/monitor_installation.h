@@ -12,6 +12,9 @@
 
 namespace vlm::ctl {
 
+// Larger than any monitor, and small enough to read at once.
+inline constexpr size_t kMostImage = size_t{64} << 20;
+
 // Under this name drivers ask for the monitor, unless it is installed under another one.
 inline constexpr char kMonitorName[] = "Velun Language Monitor";
 
@@ -30,7 +33,8 @@ std::wstring InSystemFolder(const std::wstring& file);
 // "access denied (5); …": a failure of the spooler and what to do about it.
 std::string SpoolerProblem(DWORD code);
 
-// Copies the DLL into the system's folder and has the spooler load it. A failure leaves no copy behind.
+// Looks at the DLL without running it, copies exactly what it looked at into the system's folder, and has the
+// spooler load it. A failure leaves no copy behind.
 // Returns the path of the copy.
 std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name);
 

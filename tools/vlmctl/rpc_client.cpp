@@ -5,8 +5,9 @@
 #include <rpc.h>
 #include <vllm_rpc.h>
 
-#include <algorithm>
 #include <csetjmp>
+#include <cstring>
+#include <span>
 
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
@@ -36,15 +37,15 @@ RPC_WSTR Text(const wchar_t* text) {
     return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
 }
 
-// The stubs raise a failed call as a structured exception whose code is the status. These two run one call
-// through such a frame; nothing in it needs a destructor.
-using Call = ULONG (*)(void* context);
+// The runtime raises a failed call as a structured exception whose code is the status. Either of these two
+// runs one call through such a frame; nothing in it needs a destructor.
+using Step = void (*)(void* context);
 
 #if defined(_MSC_VER)
 
-DWORD RunStub(Call call, void* context, ULONG* result) {
+DWORD StatusOf(Step step, void* context) {
     __try {
-        *result = call(context);
+        step(context);
     } __except (EXCEPTION_EXECUTE_HANDLER) {
         return GetExceptionCode();
     }
@@ -68,46 +69,63 @@ LONG CALLBACK OnException(EXCEPTION_POINTERS* exception) {
     std::longjmp(frame->back, 1);
 }
 
-DWORD RunStub(Call call, void* context, ULONG* result) {
+DWORD StatusOf(Step step, void* context) {
     Frame here;
     here.status = 0;
     frame = &here;
-    if (setjmp(here.back) == 0) *result = call(context);
+    if (setjmp(here.back) == 0) step(context);
     frame = nullptr;
     return here.status;
 }
 
 #endif
 
-// Fills the reply of one call, which `procedure` makes with a buffer and its size.
-template <typename Procedure>
-RpcReply Run(std::uint32_t capacity, const Procedure& procedure) {
-    struct Context {
-        const Procedure& procedure;
-        std::vector<byte> buffer;
-        LmRpcSize size;
-    } context{procedure, std::vector<byte>(capacity + 1), capacity};  // never a null buffer
-    ULONG result = 0;
-    RpcReply reply;
-    reply.status = RunStub(
-        [](void* raw) {
-            auto& own = *static_cast<Context*>(raw);
-            return own.procedure(own.buffer.data(), &own.size);
-        },
-        &context, &result);
-    reply.result = result;
-    if (reply.status == 0 && result == 0) {
-        context.buffer.resize(std::min<size_t>(context.size, capacity));
-        reply.bytes = std::move(context.buffer);
-    }
-    return reply;
+// What a generated stub makes of the interface, for a message that we write and read ourselves.
+const MIDL_STUB_DESC* StubDescription() {
+    static const MIDL_STUB_DESC description = [] {
+        constexpr ULONG kLibraryVersion = 0x50002;
+        MIDL_STUB_DESC made{};
+        made.RpcInterfaceInformation = Clientvllm_v1_0_c_ifspec;
+        made.pfnAllocate = MIDL_user_allocate;
+        made.pfnFree = MIDL_user_free;
+        made.fCheckBounds = 1;
+        made.Version = kLibraryVersion;
+        return made;
+    }();
+    return &description;
 }
 
-const unsigned char* Narrow(const std::string& text) {
-    return reinterpret_cast<const unsigned char*>(text.c_str());
-}
+struct Exchange {
+    RPC_BINDING_HANDLE binding;
+    unsigned long procedure;
+    std::span<const std::uint8_t> request;
+    RPC_MESSAGE message{};
+    MIDL_STUB_MESSAGE stub{};
+};
 
 }  // namespace
+
+const char* StatusMeaning(std::uint32_t status) {
+    switch (status) {
+        case RPC_S_ACCESS_DENIED:
+            return "the service's machine denies access";
+        case RPC_S_UNKNOWN_IF:
+            return "what serves there does not have the monitor's procedures, or no longer";
+        case RPC_S_SERVER_UNAVAILABLE:
+            return "nobody serves there";
+        case RPC_S_CALL_FAILED:
+        case RPC_S_CALL_FAILED_DNE:
+            return "the service went away during the call";
+        case RPC_S_PROTOCOL_ERROR:
+            return "what serves there does not speak RPC";
+        case RPC_S_PROCNUM_OUT_OF_RANGE:
+            return "what serves there does not have this procedure";
+        case RPC_X_BAD_STUB_DATA:
+            return "the service found the call malformed";
+        default:
+            return nullptr;
+    }
+}
 
 RpcClient::RpcClient(RpcRoute route, const std::string& host) {
     const Endpoint endpoint = EndpointOf(route);
@@ -122,7 +140,6 @@ RpcClient::RpcClient(RpcRoute route, const std::string& host) {
     }
     if (status != RPC_S_OK)
         throw CommandError("no binding to '" + host + "': RPC status " + std::to_string(status));
-    vllmBinding = binding_;  // what the stubs call through
 #if !defined(_MSC_VER)
     // For the life of the process: a handler that is there already does no harm.
     AddVectoredExceptionHandler(1, OnException);
@@ -134,26 +151,43 @@ RpcClient::~RpcClient() {
 }
 
 RpcReply RpcClient::Query(const std::string& printer, std::uint32_t dataId, std::uint32_t capacity) const {
-    const ULONG request = dataId;
-    return Run(capacity, [&](byte* buffer, LmRpcSize* size) {
-        return ClientLmRpcQuery(Narrow(printer), &request, buffer, size);
-    });
+    return Call(0, QueryStubData(printer, dataId, capacity), capacity);
 }
 
 RpcReply RpcClient::Command(const std::string& printer, const RpcCommand& command,
                             std::uint32_t capacity) const {
-    const LmRpcCommandId id{command.value1, command.value2};
-    LmRpcCommandParams params{};
-    params.word = command.word;
-    params.kind = command.kind;
-    params.longCount = static_cast<unsigned short>(command.longs.size());
-    params.shortCount = static_cast<unsigned short>(command.shorts.size());
-    std::copy_n(command.longs.begin(), std::min(command.longs.size(), std::size(params.longs)), params.longs);
-    std::copy_n(command.shorts.begin(), std::min(command.shorts.size(), std::size(params.shorts)),
-                params.shorts);
-    return Run(capacity, [&](byte* buffer, LmRpcSize* size) {
-        return ClientLmRpcCommand(Narrow(printer), &id, &params, buffer, size);
-    });
+    return Call(1, CommandStubData(printer, command, capacity), capacity);
+}
+
+RpcReply RpcClient::Call(unsigned long procedure, const std::vector<std::uint8_t>& request,
+                         std::uint32_t capacity) const {
+    Exchange exchange{binding_, procedure, request};
+    RpcReply reply;
+    const DWORD status = StatusOf(
+        [](void* context) {
+            auto& own = *static_cast<Exchange*>(context);
+            const auto length = static_cast<ULONG>(own.request.size());
+            NdrClientInitializeNew(&own.message, &own.stub, const_cast<MIDL_STUB_DESC*>(StubDescription()),
+                                   own.procedure);
+            NdrGetBuffer(&own.stub, length, own.binding);
+            std::memcpy(own.stub.Buffer, own.request.data(), length);
+            own.stub.Buffer += length;
+            NdrSendReceive(&own.stub, own.stub.Buffer);
+        },
+        &exchange);
+    if (status == 0) {
+        constexpr ULONG kByteOrder = 0xF0;
+        const std::span bytes(static_cast<const std::uint8_t*>(exchange.message.Buffer),
+                              exchange.message.BufferLength);
+        if ((exchange.message.DataRepresentation & kByteOrder) != NDR_LITTLE_ENDIAN)
+            reply.problem = "a reply in another byte order than Windows has";
+        else
+            reply = ReadReply(bytes, capacity);
+    }
+    reply.status = status;
+    // After a failure, too, as a generated stub does.
+    StatusOf([](void* context) { NdrFreeBuffer(&static_cast<Exchange*>(context)->stub); }, &exchange);
+    return reply;
 }
 
 }  // namespace vlm::ctl

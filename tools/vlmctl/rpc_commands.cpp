@@ -7,13 +7,13 @@
 #include <thread>
 #include <vector>
 
-#include "soap/bounded_call.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/command.h"
 #include "tools/vlmctl/console.h"
 #include "tools/vlmctl/debug_output.h"
 #include "tools/vlmctl/hex_text.h"
 #include "tools/vlmctl/rpc_client.h"
+#include "tools/vlmctl/rpc_wait.h"
 
 namespace vlm::ctl {
 
@@ -23,6 +23,8 @@ constexpr std::uint32_t kMostReply = 1'048'576;
 constexpr size_t kMostArguments = 64;
 constexpr unsigned kMostThreads = 500;
 constexpr unsigned kLongestWait = 3'600;  // seconds
+constexpr size_t kMostGrowth = size_t{32} << 20;
+constexpr size_t kMostGrowthPerCall = size_t{4} << 20;  // the largest reply a few times, and a thread
 
 struct RpcOptions {
     std::string endpoint = "local";
@@ -89,25 +91,6 @@ const char* ResultMeaning(std::uint32_t code) {
     }
 }
 
-// What the runtime says of a call that did not come through.
-const char* StatusMeaning(std::uint32_t code) {
-    switch (code) {
-        case 5:
-            return "the service's machine denies access";
-        case 1717:
-            return "the service is gone";
-        case 1722:
-            return "nobody serves there";
-        case 1726:
-        case 1727:
-            return "the service went away during the call";
-        case 1783:
-            return "the service found the call malformed";
-        default:
-            return nullptr;
-    }
-}
-
 std::string Explain(const char* who, std::uint32_t code, const char* meaning) {
     return fmt::format("{} {}{}{}", who, code, meaning != nullptr ? ": " : "",
                        meaning != nullptr ? meaning : "");
@@ -116,6 +99,7 @@ std::string Explain(const char* who, std::uint32_t code, const char* meaning) {
 void Show(const RpcReply& reply, bool raw) {
     if (reply.status != 0)
         throw CommandError(Explain("RPC status", reply.status, StatusMeaning(reply.status)));
+    if (!reply.problem.empty()) throw CommandError("this is not the monitor's service: " + reply.problem);
     if (reply.result != 0)
         throw CommandError(Explain("the procedure returned", reply.result, ResultMeaning(reply.result)));
     if (raw) {
@@ -136,22 +120,28 @@ void CallAtOnce(const std::function<RpcReply()>& makeCall, std::vector<RpcReply>
         thread.join();
 }
 
-// Makes as many calls as `--times` says and shows the reply of one, or counts the outcomes of more. The
-// runtime waits for ever for a machine that takes the connection and then is silent; calls that are given up
-// end with the program, so what `makeCall` uses has to be its own.
+// Makes as many calls as `--times` says and shows the reply of one, or counts the outcomes of more. Calls
+// that are given up end with the program, so what `makeCall` uses has to be its own.
 void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
     const auto replies = std::make_shared<std::vector<RpcReply>>(options.times);
-    if (!RunBounded(
-            L"the service", [replies, makeCall] { CallAtOnce(makeCall, *replies); }, options.timeout * 1'000))
-        throw CommandError(fmt::format("no answer within {} s", options.timeout));
+    switch (RunWatched([replies, makeCall] { CallAtOnce(makeCall, *replies); }, options.timeout * 1'000,
+                       kMostGrowth + options.times * kMostGrowthPerCall)) {
+        case WaitEnd::kDone:
+            break;
+        case WaitEnd::kTimeUp:
+            throw CommandError(fmt::format("no answer within {} s", options.timeout));
+        case WaitEnd::kTooMuch:
+            throw CommandError("this is not the monitor's service: a reply without end");
+    }
     if (options.times == 1) {
         Show(replies->front(), options.raw);
         return;
     }
     std::map<std::string, size_t> outcomes;
     for (const RpcReply& reply : *replies)
-        ++outcomes[reply.status != 0 ? fmt::format("status {}", reply.status)
-                                     : fmt::format("result {}", reply.result)];
+        ++outcomes[reply.status != 0        ? fmt::format("status {}", reply.status)
+                   : !reply.problem.empty() ? "no reply of the monitor's"
+                                            : fmt::format("result {}", reply.result)];
     for (const auto& [outcome, count] : outcomes)
         PrintLine("{} {}", outcome, count);
 }

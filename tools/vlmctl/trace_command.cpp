@@ -17,6 +17,7 @@
 #include "tools/vlmctl/debug_output.h"
 #include "tools/vlmctl/monitor_image.h"
 #include "tools/vlmctl/trace_line.h"
+#include "util/names.h"
 
 namespace vlm::ctl {
 
@@ -73,7 +74,7 @@ class MonitorProcesses {
 };
 
 bool SameName(const std::string& one, const std::string& other) {
-    return _wcsicmp(host::FromUtf8(one).c_str(), host::FromUtf8(other).c_str()) == 0;
+    return vlm::SameName(host::FromUtf8(one).c_str(), host::FromUtf8(other).c_str());
 }
 
 const std::map<std::string, TraceLevel> kLevels{

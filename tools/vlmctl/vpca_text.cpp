@@ -136,15 +136,20 @@ class Reader {
             const AttributeDescriptor& row = DescribeAttribute(id, frame_[2]);
             const size_t value = at + 3;
             if (!Has(value, length, fmt::format("attribute {}", id).c_str())) return false;
-            Line(at, "  {:<10} {} bytes{}: {}", id, length,
+            size_t size = length;
+            if (!row.opaque) {
+                // The value tells its length itself, the byte before it only the low eight bits of that.
+                const auto left = static_cast<std::uint32_t>(end_ - value);
+                size = row.measure(frame_.data() + value, left, true).wireSize;
+                if (size == 0 || static_cast<std::uint8_t>(size) != length)
+                    return Bad(value, "{} bytes are no value of attribute {}", size == 0 ? left : length, id);
+            }
+            Line(at, "  {:<10} {} bytes{}: {}", id, size,
                  !row.known   ? ", unknown"
                  : row.opaque ? ", opaque"
                               : "",
-                 HexText(frame_.subspan(value, length)));
-            const auto limit = static_cast<std::uint32_t>(length);
-            if (!row.opaque && row.measure(frame_.data() + value, limit, true).wireSize != length)
-                return Bad(value, "{} bytes are no value of attribute {}", length, id);
-            at = value + length;
+                 HexText(frame_.subspan(value, size)));
+            at = value + size;
         }
         return true;
     }

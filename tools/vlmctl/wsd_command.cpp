@@ -1,6 +1,7 @@
 // vlmctl wsd: a printer's WSD elements, as the monitor sees them.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <set>
 
 #include "soap/streams.h"
 #include "spooler/host/monitor_host.h"
@@ -55,6 +56,27 @@ void PrintElement(IXMLDOMNode* element) {
     Print(text);
 }
 
+std::string Listed(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    return list;
+}
+
+// Which of the names no part of the answer is about.
+std::vector<std::string> Unanswered(const std::vector<std::string>& names, const ElementDocument& document) {
+    std::set<std::string> answered;
+    for (const std::vector<std::string>& some : {ValidNames(document), InvalidNames(document)})
+        answered.insert(some.begin(), some.end());
+    std::vector<std::string> unanswered;
+    for (const std::string& name : names) {
+        const std::string qualified = name.find(':') == std::string::npos ? "pri:" + name : name;
+        if (answered.insert(qualified).second)
+            unanswered.push_back(host::ToUtf8(Printable(host::FromUtf8(qualified))));
+    }
+    return unanswered;
+}
+
 void PrintElements(const WsdOptions& options) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     const TraceKeeper keeper;
@@ -70,10 +92,13 @@ void PrintElements(const WsdOptions& options) {
         for (const ComPtr<IXMLDOMNode>& part : document.Parts())
             PrintElement(part.Get());
     }
-    std::string missing;
-    for (const std::string& name : InvalidNames(document))
-        missing += (missing.empty() ? "" : ", ") + name;
-    if (!missing.empty()) throw CommandError("the printer has no valid " + missing);
+    const std::vector<std::string> invalid = InvalidNames(document);
+    const std::vector<std::string> unanswered = Unanswered(options.names, document);
+    std::string problem;
+    if (!invalid.empty()) problem = "the printer has no valid " + Listed(invalid);
+    if (!unanswered.empty())
+        problem += (problem.empty() ? "" : "; ") + ("the printer left out " + Listed(unanswered));
+    if (!problem.empty()) throw CommandError(problem);
 }
 
 }  // namespace

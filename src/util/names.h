@@ -1,0 +1,14 @@
+// How names of ports, printers and shares are compared.
+#pragma once
+
+#include <windows.h>
+
+namespace vlm {
+
+// Without regard to case, of any letter and whatever the process's locale, as the system compares its own
+// names.
+inline bool SameName(const wchar_t* one, const wchar_t* other) {
+    return CompareStringOrdinal(one, -1, other, -1, TRUE) == CSTR_EQUAL;
+}
+
+}  // namespace vlm
