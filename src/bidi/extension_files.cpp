@@ -110,7 +110,12 @@ class Reader {
         element.query = attributes.Find(query_);
         element.parameter = attributes.Find(parameter_);
         if (element.kind == ElementKind::kConst) element.text = TextOf(node);
-        if (element.kind == ElementKind::kSchema) element.namespaces = NamespaceDeclarationsOf(node);
+        if (element.kind == ElementKind::kSchema) {
+            element.namespaces = NamespaceDeclarationsOf(node);
+            // xmlns="" says that names without prefix are in no namespace, which they are in XPath anyway.
+            std::erase_if(element.namespaces,
+                          [](const auto& declaration) { return declaration.uri.empty(); });
+        }
         ComPtr<IXMLDOMNode> child;
         CheckEngine(node->get_firstChild(child.Receive()));
         while (child) {

@@ -87,6 +87,59 @@ Replacement ReplaceInName(std::wstring_view text, const Parameters& parameters) 
     return result;
 }
 
+namespace {
+
+// Cuts a name at each "$X$" of an X that `isBound` knows: calls `literal` and `parameter` with what stands in
+// front of it and with X, and `literal` with what is left.
+template <typename IsBound, typename Literal, typename Parameter>
+void ForEachBound(std::wstring_view text, IsBound isBound, Literal literal, Parameter parameter) {
+    size_t begin = 0;
+    for (size_t open = text.find(L'$'); open != std::wstring_view::npos; open = text.find(L'$', open)) {
+        const size_t close = text.find(L'$', open + 1);
+        if (close == std::wstring_view::npos) break;
+        const std::wstring_view name = text.substr(open + 1, close - open - 1);
+        if (!isBound(name)) {
+            open = close;
+            continue;
+        }
+        literal(text.substr(begin, open - begin));
+        parameter(name);
+        open = begin = close + 1;
+    }
+    literal(text.substr(begin));
+}
+
+}  // namespace
+
+std::wstring ReplaceBoundInName(std::wstring_view text, const Parameters& parameters) {
+    std::wstring replaced;
+    ForEachBound(
+        text, [&](std::wstring_view name) { return parameters.contains(name); },
+        [&](std::wstring_view literal) { replaced += literal; },
+        [&](std::wstring_view name) { replaced += parameters.find(name)->second; });
+    return replaced;
+}
+
+bool CanBecome(std::wstring_view text, std::wstring_view name, const std::set<std::wstring_view>& bound) {
+    std::vector<std::wstring_view> literals;
+    ForEachBound(
+        text, [&](std::wstring_view parameter) { return bound.contains(parameter); },
+        [&](std::wstring_view literal) { literals.push_back(literal); }, [](std::wstring_view) {});
+    if (literals.size() == 1) return text == name;
+    // The first and the last literal at the ends, the others in their order in between.
+    const std::wstring_view first = literals.front();
+    const std::wstring_view last = literals.back();
+    if (name.size() < first.size() + last.size() || !name.starts_with(first) || !name.ends_with(last))
+        return false;
+    std::wstring_view middle = name.substr(first.size(), name.size() - first.size() - last.size());
+    for (size_t i = 1; i + 1 < literals.size(); ++i) {
+        const size_t found = middle.find(literals[i]);
+        if (found == std::wstring_view::npos) return false;
+        middle.remove_prefix(found + literals[i].size());
+    }
+    return true;
+}
+
 Replacement ReplaceInFilter(std::wstring_view text, const Parameters& parameters) {
     Replacement result;
     std::wstring content;  // of the string literal that the pieces are in

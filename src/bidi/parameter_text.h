@@ -6,6 +6,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,8 +27,15 @@ struct Replacement {
     std::wstring parameter;  // that has the problem
 };
 
-// Every parameter has to be bound.
+// In a template's name. Every parameter has to be bound.
 Replacement ReplaceInName(std::wstring_view text, const Parameters& parameters);
+
+// In any other name: "$X$" of a bound X is replaced, every other "$" stands for itself, as in "US$".
+std::wstring ReplaceBoundInName(std::wstring_view text, const Parameters& parameters);
+
+// Whether one of those can make `name` of `text`, whatever values it is given for the parameters that are
+// bound.
+bool CanBecome(std::wstring_view text, std::wstring_view name, const std::set<std::wstring_view>& bound);
 
 // The same in a filter, an XPath expression. A value that stands inside a string literal stays inside,
 // whatever quotes it holds: the literal is written anew where its own quotes would end it early. Outside of

@@ -37,15 +37,24 @@ class Expander {
  public:
     explicit Expander(const AnswerSearch& answer) : answer_(answer) {}
 
-    SchemaElement Expand(const SchemaElement& source) {
+    // No path leads to what stands beside a Schema, so it need not make sense.
+    SchemaElement ExpandSchemas(const SchemaElement& source) {
+        if (source.kind == ElementKind::kSchema) return Expand(source);
         SchemaElement target = CopyWithoutChildren(source);
-        if (source.filter) target.filter = FilterOf(source);
-        if (source.name && !parameters_.empty()) target.name = NameOf(source);
-        ExpandChildren(source, target);
+        for (const SchemaElement& child : source.children)
+            target.children.push_back(ExpandSchemas(child));
         return target;
     }
 
  private:
+    SchemaElement Expand(const SchemaElement& source) {
+        SchemaElement target = CopyWithoutChildren(source);
+        if (source.filter) target.filter = FilterOf(source);
+        if (source.name) target.name = Pay(ReplaceBoundInName(*source.name, parameters_), source);
+        ExpandChildren(source, target);
+        return target;
+    }
+
     void ExpandChildren(const SchemaElement& source, SchemaElement& target) {
         for (const SchemaElement& child : source.children) {
             if (child.IsTemplate()) {
@@ -140,7 +149,7 @@ class Expander {
 }  // namespace
 
 SchemaElement ExpandParameters(const SchemaElement& root, const AnswerSearch& answer) {
-    return Expander(answer).Expand(root);
+    return Expander(answer).ExpandSchemas(root);
 }
 
 }  // namespace vlm

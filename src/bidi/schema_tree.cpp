@@ -5,11 +5,24 @@
 #include <utility>
 
 #include "bidi/engine_error.h"
+#include "bidi/parameter_text.h"
 #include "util/vlutil.h"
 
 namespace vlm {
 
 namespace {
+
+bool IsProperty(const SchemaElement& element) {
+    return element.kind == ElementKind::kProperty;
+}
+
+bool IsPlainProperty(const SchemaElement& element) {
+    return IsProperty(element) && !element.HasBinding();
+}
+
+bool IsLeaf(const SchemaElement& element) {
+    return element.IsLeaf();
+}
 
 bool Before(const SchemaElement* left, const SchemaElement* right) {
     return std::less<>()(left, right);
@@ -59,8 +72,11 @@ SchemaTree::SchemaTree(SchemaElement root) : root_(std::move(root)) {
 
 void SchemaTree::Index(const SchemaElement& element) {
     if (element.kind == ElementKind::kSchema) schemas_.push_back(&element);
+    if (element.kind == ElementKind::kParameter && element.parameter) parameters_.insert(*element.parameter);
     for (const SchemaElement& child : element.children) {
         if (child.name) byName_.push_back({&element, &child});
+        if (child.name && child.name->find(L'$') != std::wstring::npos)
+            withParameters_[&element].push_back(&child);
         Index(child);
     }
 }
@@ -83,13 +99,24 @@ SchemaTree::Elements SchemaTree::ChildrenNamed(const Elements& parents, std::wst
     return found;
 }
 
+// The children whose names parameters could make this one. Which parameters are bound there is not looked at:
+// what is asked for needlessly costs the printer a little, what is not asked for has no value.
+template <typename Accept>
+void SchemaTree::AppendNameable(const SchemaElement& parent, std::wstring_view name, Accept accept,
+                                Elements& found) const {
+    const auto candidates = withParameters_.find(&parent);
+    if (candidates == withParameters_.end()) return;
+    for (const SchemaElement* child : candidates->second) {
+        if (accept(*child) && CanBecome(*child->name, name, parameters_)) found.push_back(child);
+    }
+}
+
 SchemaTree::Elements SchemaTree::PropertiesNamed(const Elements& parents, std::wstring_view name) const {
-    return ChildrenNamed(parents, name,
-                         [](const SchemaElement& element) { return element.kind == ElementKind::kProperty; });
+    return ChildrenNamed(parents, name, IsProperty);
 }
 
 SchemaTree::Elements SchemaTree::LeavesNamed(const Elements& parents, std::wstring_view name) const {
-    return ChildrenNamed(parents, name, [](const SchemaElement& element) { return element.IsLeaf(); });
+    return ChildrenNamed(parents, name, IsLeaf);
 }
 
 const SchemaElement* SchemaTree::Find(const SchemaPath& path) const {
@@ -108,14 +135,23 @@ std::optional<SchemaTree::Reached> SchemaTree::FindForQuery(const SchemaPath& pa
         next.parameters = std::move(reached.parameters);
         next.elements = PropertiesNamed(reached.elements, property);
         if (next.elements.empty()) {
-            for (const SchemaElement* level : reached.elements)
+            for (const SchemaElement* level : reached.elements) {
                 AppendParameterised(*level, next);
+                AppendNameable(*level, property, IsPlainProperty, next.elements);
+            }
         }
         for (const SchemaElement* element : next.elements)
             AppendBindings(*element, next.parameters);
         reached = std::move(next);
     }
-    if (path.leaf) reached.elements = LeavesNamed(reached.elements, *path.leaf);
+    if (path.leaf) {
+        const Elements level = std::move(reached.elements);
+        reached.elements = LeavesNamed(level, *path.leaf);
+        if (reached.elements.empty()) {
+            for (const SchemaElement* element : level)
+                AppendNameable(*element, *path.leaf, IsLeaf, reached.elements);
+        }
+    }
     if (reached.elements.empty()) return std::nullopt;
     return reached;
 }

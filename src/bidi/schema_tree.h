@@ -4,8 +4,10 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "bidi/schema_path.h"
@@ -72,8 +74,9 @@ class SchemaTree {
 
     // The first element in document order that the path names, or null.
     const SchemaElement* Find(const SchemaPath& path) const;
-    // The same for all matches. A property name that no Property has is accepted where a Parameter would make
-    // instances; the search goes on in what it makes them from. Nothing when the path leads nowhere.
+    // The same for all matches. A name that no element has is accepted where parameters could make it of one
+    // with "$", and where a Parameter would make instances; the search goes on in what it makes them from.
+    // Nothing when the path leads nowhere.
     std::optional<Reached> FindForQuery(const SchemaPath& path) const;
 
  private:
@@ -88,10 +91,15 @@ class SchemaTree {
     Elements ChildrenNamed(const Elements& parents, std::wstring_view name, Accept accept) const;
     Elements PropertiesNamed(const Elements& parents, std::wstring_view name) const;
     Elements LeavesNamed(const Elements& parents, std::wstring_view name) const;
+    template <typename Accept>
+    void AppendNameable(const SchemaElement& parent, std::wstring_view name, Accept accept,
+                        Elements& found) const;
 
     SchemaElement root_;
     Elements schemas_;
     std::vector<Entry> byName_;  // sorted by parent, name and document order
+    std::unordered_map<const SchemaElement*, Elements> withParameters_;  // children with "$" in their names
+    std::set<std::wstring_view> parameters_;                             // that anything in the tree binds
 };
 
 }  // namespace vlm

@@ -168,6 +168,16 @@ std::wstring CVelunBidiSpl::QueryElements(const BIDI_REQUEST_CONTAINER& request,
     return WriteQueryElements(names.Prefixes(), *resolved ? std::optional(names.Names()) : std::nullopt);
 }
 
+HRESULT CVelunBidiSpl::GetPrefixes(std::vector<NamespaceDeclaration>* prefixes) const {
+    return GuardEntry(name_, L"GetPrefixes", [&]() -> HRESULT {
+        if (prefixes == nullptr) return E_INVALIDARG;
+        if (!extension_) return E_FAIL;
+        *prefixes = PrefixesOf(*extension_);
+        std::erase_if(*prefixes, [](const auto& declaration) { return declaration.prefix.empty(); });
+        return S_OK;
+    });
+}
+
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseXml) {
     return GuardEntry(name_, L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
         if (responseXml == nullptr) return E_INVALIDARG;

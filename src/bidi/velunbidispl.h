@@ -56,6 +56,10 @@ class CVelunBidiSpl {
     // no path could be resolved. E_INVALIDARG for null arguments and for an entry without schema.
     HRESULT EnumQueryElement(const BIDI_REQUEST_CONTAINER* request, BSTR* queryXml);
 
+    // The prefixes that the extension files bind, whichever paths are asked for: in the printer's answer none
+    // of them may stand for anything else.
+    HRESULT GetPrefixes(std::vector<NamespaceDeclaration>* prefixes) const;
+
     // Binds the printer's answer, the text of an XML document; an XML declaration in it is passed over. One
     // beyond kPrinterAnswerLimits (util/xml_bounds.h) is refused.
     HRESULT SetGetPrinterElementResponseData(const wchar_t* responseXml);

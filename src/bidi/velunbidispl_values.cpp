@@ -2,9 +2,12 @@
 #include "bidi/velunbidispl.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cstring>
 #include <cwchar>
 #include <iterator>
+#include <limits>
+#include <string_view>
 
 #include "bidi/answer_pass.h"
 #include "bidi/bidi_mem.h"
@@ -27,6 +30,25 @@ constexpr struct {
     {L"BIDI_INT", BIDI_INT},   {L"BIDI_FLOAT", BIDI_FLOAT}, {L"BIDI_STRING", BIDI_STRING},
     {L"BIDI_BOOL", BIDI_BOOL}, {L"BIDI_BLOB", BIDI_BLOB},
 };
+
+// A number does not depend on the locale that somebody has set for the process. 0 for a text that begins with
+// none.
+float FloatIn(std::wstring_view text) {
+    const size_t begin = text.find_first_not_of(L" \t\r\n");
+    if (begin == std::wstring_view::npos) return 0;
+    text.remove_prefix(begin);
+    if (text.starts_with(L'+') && !text.starts_with(L"+-")) text.remove_prefix(1);
+    std::string digits;
+    for (const wchar_t c : text)
+        digits.push_back(c < 0x80 ? static_cast<char>(c) : '?');
+    double value = 0;
+    const std::from_chars_result result =
+        std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    if (result.ec != std::errc::result_out_of_range) return static_cast<float>(value);
+    const bool tiny = digits.find("e-") != std::string::npos || digits.find("E-") != std::string::npos;
+    const float bound = tiny ? 0.0F : std::numeric_limits<float>::infinity();
+    return digits.starts_with('-') ? -bound : bound;
+}
 
 int LastStatus() {
     return static_cast<int>(GetLastError());
@@ -114,7 +136,7 @@ void CVelunBidiSpl::SetTypedValue(BIDI_RESPONSE_DATA& entry, const wchar_t* sche
             entry.data.u.iData = std::wcstol(text, nullptr, 10);
             break;
         case BIDI_FLOAT:
-            entry.data.u.fData = static_cast<float>(std::wcstod(text, nullptr));
+            entry.data.u.fData = FloatIn(text);
             break;
         case BIDI_STRING:
             entry.data.u.sData = DuplicateForRouter(text);

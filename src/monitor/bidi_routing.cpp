@@ -191,9 +191,11 @@ HRESULT AnswerFromPrinter(CLmMgr& manager, const LmPort& port, const BIDI_REQUES
     std::wstring address;
     std::string answer;
     std::string document;
+    std::vector<NamespaceDeclaration> prefixes;
     hr = manager.GetPrinterAddress(port, &address);
     if (SUCCEEDED(hr)) hr = FetchPrinterElements(address.c_str(), query, &answer);
-    if (SUCCEEDED(hr)) hr = CleanPrinterElements(answer, query, &document);
+    if (SUCCEEDED(hr)) hr = engine.GetPrefixes(&prefixes);
+    if (SUCCEEDED(hr)) hr = CleanPrinterElements(answer, prefixes, &document);
     if (SUCCEEDED(hr)) hr = engine.SetGetPrinterElementResponse(document);
     // A "Get" of a property, too, is answered with all that lies below it.
     if (SUCCEEDED(hr)) hr = engine.SendRecvBidiDataFromPort(kGetAll, request, response);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "soap/namespaces.h"
+#include "util/xml_names.h"
 
 namespace vlm {
 
@@ -59,22 +60,21 @@ void AppendName(std::wstring* out, std::wstring_view prefix, std::wstring_view l
 
 bool PrefixNormalizer::Declare(std::wstring_view prefix, std::wstring_view uri) {
     scope_.push_back({std::wstring(prefix), std::wstring(uri)});
-    if (!rootSeen_) return scope_.size() <= kMostNamespaces;
-    if (!uri.empty()) FindOrAdd(uri, prefix);
-    return namespaces_.size() <= kMostNamespaces;
+    return rootSeen_ || scope_.size() <= kMostNamespaces;
 }
 
 void PrefixNormalizer::EndDeclaration() {
     if (!scope_.empty()) scope_.pop_back();
 }
 
-void PrefixNormalizer::StartElement(const XmlName& name, const XmlAttributes& attributes) {
+bool PrefixNormalizer::StartElement(const XmlName& name, const XmlAttributes& attributes) {
     const bool isRoot = !rootSeen_;
     if (isRoot) SettleRoot();
     CloseTag();
+    ReleaseSpace();
 
     const bool noNamespace = name.uri.empty();
-    const std::wstring prefix = noNamespace ? L"" : namespaces_[FindOrAdd(name.uri, L"")].elementPrefix;
+    const std::wstring prefix = noNamespace ? L"" : namespaces_[FindOrAdd(name.uri)].elementPrefix;
     const size_t nameStart = openNames_.size();
     AppendName(&openNames_, prefix, name.local);
     const std::wstring_view qualified = std::wstring_view(openNames_).substr(nameStart);
@@ -100,12 +100,14 @@ void PrefixNormalizer::StartElement(const XmlName& name, const XmlAttributes& at
     for (const XmlAttribute& attribute : attributes) {
         AppendAttribute(tag, attribute, isElementData && attribute.name.local == L"Name");
     }
+    return namespaces_.size() <= kMostNamespaces;
 }
 
 void PrefixNormalizer::EndElement() {
     if (open_.empty()) return;
     const size_t nameStart = open_.back().nameStart;
     open_.pop_back();
+    heldSpace_.clear();
     if (!open_.empty()) {
         if (tagOpen_) {
             content_ += L"/>";
@@ -120,14 +122,29 @@ void PrefixNormalizer::EndElement() {
 }
 
 void PrefixNormalizer::Text(std::wstring_view text) {
+    // What follows a start tag loses the white space in front, and what an end tag follows the white space
+    // behind.
+    if (tagOpen_) {
+        const size_t begin = text.find_first_not_of(kXmlSpace);
+        text.remove_prefix(std::min(begin, text.size()));
+    }
     if (text.empty()) return;
     CloseTag();
-    AppendValue(&content_, text, false);
+    const size_t end = text.find_last_not_of(kXmlSpace) + 1;
+    if (end > 0) {
+        AppendValue(&content_, std::exchange(heldSpace_, {}), false);
+        AppendValue(&content_, text.substr(0, end), false);
+    }
+    heldSpace_ += text.substr(end);
+}
+
+void PrefixNormalizer::ReleaseSpace() {
+    AppendValue(&content_, std::exchange(heldSpace_, {}), false);
 }
 
 std::wstring PrefixNormalizer::Finish() const {
     std::wstring document = L"<" + rootName_;
-    for (const NamespacePrefix& entry : root_)
+    for (const NamespaceDeclaration& entry : root_)
         AppendDeclaration(&document, entry.prefix, entry.uri);
     document += rootAttributes_;
     document += L'>';
@@ -140,29 +157,30 @@ std::wstring PrefixNormalizer::Finish() const {
 void PrefixNormalizer::SettleRoot() {
     rootSeen_ = true;
     root_ = scope_;
-    const auto isDefault = [](const NamespacePrefix& entry) { return entry.prefix.empty(); };
+    const auto isDefault = [](const NamespaceDeclaration& entry) { return entry.prefix.empty(); };
     const auto found = std::find_if(scope_.begin(), scope_.end(), isDefault);
     if (found != scope_.end()) rootDefault_ = found->uri;
-    for (const NamespacePrefix& entry : scope_) {
-        if (!entry.uri.empty()) FindOrAdd(entry.uri, OwnRootPrefix(entry.uri));
+    for (const NamespaceDeclaration& entry : scope_) {
+        if (!entry.uri.empty()) FindOrAdd(entry.uri);
     }
 }
 
-// The first prefix that the root itself gives `uri`; empty when only its default declaration does.
-std::wstring_view PrefixNormalizer::OwnRootPrefix(std::wstring_view uri) const {
-    for (const NamespacePrefix& entry : scope_) {
+// The first prefix in scope for `uri`; empty when only a default declaration is.
+std::wstring_view PrefixNormalizer::OwnPrefix(std::wstring_view uri) const {
+    for (const NamespaceDeclaration& entry : scope_) {
         if (entry.uri == uri && !entry.prefix.empty()) return entry.prefix;
     }
     return {};
 }
 
-size_t PrefixNormalizer::FindOrAdd(std::wstring_view uri, std::wstring_view ownPrefix) {
+size_t PrefixNormalizer::FindOrAdd(std::wstring_view uri) {
     const auto same = [&](const Namespace& entry) { return entry.uri == uri; };
     const auto found = std::find_if(namespaces_.begin(), namespaces_.end(), same);
     if (found != namespaces_.end()) return static_cast<size_t>(found - namespaces_.begin());
 
     Namespace entry{std::wstring(uri), {}, {}};
     const std::wstring_view wanted = Wanted(uri);
+    const std::wstring_view ownPrefix = OwnPrefix(uri);
     if (uri == ns::kXml) {
         entry.elementPrefix = entry.attributePrefix = L"xml";
     } else if (!wanted.empty() || !ownPrefix.empty() || uri != rootDefault_) {
@@ -185,13 +203,13 @@ std::wstring PrefixNormalizer::Claim(std::wstring_view prefix, std::wstring_view
     for (unsigned number = 1; claimed.empty() || IsTaken(claimed, uri); ++number) {
         claimed = L"ns" + std::to_wstring(number);
     }
-    const auto same = [&](const NamespacePrefix& entry) { return entry.prefix == claimed; };
+    const auto same = [&](const NamespaceDeclaration& entry) { return entry.prefix == claimed; };
     if (std::none_of(root_.begin(), root_.end(), same)) root_.push_back({claimed, std::wstring(uri)});
     return claimed;
 }
 
 std::wstring_view PrefixNormalizer::Wanted(std::wstring_view uri) const {
-    for (const NamespacePrefix& entry : wanted_) {
+    for (const NamespaceDeclaration& entry : wanted_) {
         if (entry.uri == uri) return entry.prefix;
     }
     return uri == ns::kWsdPrint ? kPrintServicePrefix : std::wstring_view();
@@ -199,8 +217,8 @@ std::wstring_view PrefixNormalizer::Wanted(std::wstring_view uri) const {
 
 bool PrefixNormalizer::IsTaken(std::wstring_view prefix, std::wstring_view uri) const {
     // What the root binds is settled; the query's bindings are what the engine would trip over.
-    for (const std::vector<NamespacePrefix>* bindings : {&std::as_const(root_), &wanted_}) {
-        for (const NamespacePrefix& entry : *bindings) {
+    for (const std::vector<NamespaceDeclaration>* bindings : {&std::as_const(root_), &wanted_}) {
+        for (const NamespaceDeclaration& entry : *bindings) {
             if (entry.prefix == prefix) return entry.uri != uri;
         }
     }
@@ -211,9 +229,10 @@ bool PrefixNormalizer::IsTaken(std::wstring_view prefix, std::wstring_view uri) 
 void PrefixNormalizer::AppendAttribute(std::wstring* out, const XmlAttribute& attribute, bool holdsName) {
     *out += L' ';
     const XmlName& name = attribute.name;
-    AppendName(out, name.uri.empty() ? L"" : AttributePrefix(FindOrAdd(name.uri, L"")), name.local);
+    AppendName(out, name.uri.empty() ? L"" : AttributePrefix(FindOrAdd(name.uri)), name.local);
     *out += L"=\"";
-    AppendValue(out, holdsName ? MapName(attribute.value) : attribute.value, true);
+    const std::wstring_view value = TrimXmlSpace(attribute.value);
+    AppendValue(out, holdsName ? MapName(value) : value, true);
     *out += L'"';
 }
 
@@ -224,10 +243,10 @@ std::wstring PrefixNormalizer::MapName(std::wstring_view value) {
     const bool prefixed = colon != std::wstring_view::npos;
     const std::wstring_view prefix = prefixed ? value.substr(0, colon) : std::wstring_view();
     const std::wstring_view local = prefixed ? value.substr(colon + 1) : value;
-    const auto same = [&](const NamespacePrefix& entry) { return entry.prefix == prefix; };
+    const auto same = [&](const NamespaceDeclaration& entry) { return entry.prefix == prefix; };
     const auto found = std::find_if(scope_.rbegin(), scope_.rend(), same);
     if (found == scope_.rend() || found->uri.empty()) return std::wstring(value);
-    std::wstring mapped = AttributePrefix(FindOrAdd(found->uri, L"")) + L":";
+    std::wstring mapped = AttributePrefix(FindOrAdd(found->uri)) + L":";
     mapped += local;
     return mapped;
 }

@@ -6,11 +6,15 @@
 //   - an element or attribute of a namespace carries the prefix that the engine's query declares for it; the
 //     print service's namespace carries "pri" where the query declares none; any other the document's own
 //     first prefix;
-//   - the root's declarations stand as the document had them, followed by those that were nested or are new;
-//   - a prefix that is taken (the root or the query binds it to another namespace) gives way to a fresh
+//   - the root's declarations stand as the document had them, followed by those of nested declarations that
+//     something uses;
+//   - a prefix that is taken (the root or `wanted` binds it to another namespace) gives way to a fresh
 //     "ns1", "ns2", … Namespaces are told apart by their URI alone. Names without a namespace stay without,
 //     "xml:" stays, and the qualified name in the Name attribute of a print service ElementData follows its
-//     namespace like a tag does.
+//     namespace like a tag does;
+//   - attributes' values and elements' texts have no white space at their ends: printers write it for looks,
+//   and
+//     a filter that compares would find it.
 //
 // The caller passes the events of a namespace-aware parser in their order. One object serves one document.
 #pragma once
@@ -33,16 +37,16 @@ class PrefixNormalizer {
     static constexpr size_t kLongestDocument = 4u << 20;
 
     // `wanted` are the query's declarations. It must outlive this object.
-    explicit PrefixNormalizer(const std::vector<NamespacePrefix>& wanted) : wanted_(wanted) {}
+    explicit PrefixNormalizer(const std::vector<NamespaceDeclaration>& wanted) : wanted_(wanted) {}
 
     bool TooLong() const { return content_.size() + rootAttributes_.size() > kLongestDocument; }
 
     // A declaration in force from the next element's start to EndDeclaration; the default one has an empty
-    // prefix. False when the document has too many namespaces.
+    // prefix. False when the root has too many.
     bool Declare(std::wstring_view prefix, std::wstring_view uri);
     void EndDeclaration();
-    // `attributes` without the declarations.
-    void StartElement(const XmlName& name, const XmlAttributes& attributes);
+    // `attributes` without the declarations. False when the document uses too many namespaces.
+    bool StartElement(const XmlName& name, const XmlAttributes& attributes);
     void EndElement();
     void Text(std::wstring_view text);
 
@@ -61,8 +65,8 @@ class PrefixNormalizer {
     };
 
     void SettleRoot();
-    std::wstring_view OwnRootPrefix(std::wstring_view uri) const;
-    size_t FindOrAdd(std::wstring_view uri, std::wstring_view ownPrefix);
+    std::wstring_view OwnPrefix(std::wstring_view uri) const;
+    size_t FindOrAdd(std::wstring_view uri);
     const std::wstring& AttributePrefix(size_t index);
     std::wstring Claim(std::wstring_view prefix, std::wstring_view uri);
     std::wstring_view Wanted(std::wstring_view uri) const;
@@ -70,12 +74,13 @@ class PrefixNormalizer {
     void AppendAttribute(std::wstring* out, const XmlAttribute& attribute, bool holdsName);
     std::wstring MapName(std::wstring_view value);
     void CloseTag();
+    void ReleaseSpace();
 
-    const std::vector<NamespacePrefix>& wanted_;
+    const std::vector<NamespaceDeclaration>& wanted_;
     std::vector<Namespace> namespaces_;
-    std::vector<NamespacePrefix> scope_;  // the document's declarations in force, innermost last
-    std::vector<NamespacePrefix> root_;   // the root's own declarations, then the added ones
-    std::wstring rootDefault_;            // the root's default namespace
+    std::vector<NamespaceDeclaration> scope_;  // the document's declarations in force, innermost last
+    std::vector<NamespaceDeclaration> root_;   // the root's own declarations, then the added ones
+    std::wstring rootDefault_;                 // the root's default namespace
     bool rootSeen_ = false;
 
     std::wstring rootName_;
@@ -83,7 +88,8 @@ class PrefixNormalizer {
     std::wstring content_;  // everything between the root's tags
     std::wstring openNames_;
     std::vector<OpenElement> open_;
-    bool tagOpen_ = false;  // content_ ends in a start tag that still lacks its '>'
+    bool tagOpen_ = false;    // content_ ends in a start tag that still lacks its '>'
+    std::wstring heldSpace_;  // white space behind text, until it is known what follows
 };
 
 }  // namespace vlm

@@ -37,14 +37,12 @@ HRESULT NewUuidName(std::wstring* name) {
 // Passes an answer's events to the normalizer, provided it is a SOAP 1.2 envelope.
 class AnswerHandler : public SaxHandler {
  public:
-    explicit AnswerHandler(const PrinterElementsQuery& query) : normalizer_(query.namespaces) {}
+    explicit AnswerHandler(const std::vector<NamespaceDeclaration>& prefixes) : normalizer_(prefixes) {}
     std::wstring Finish() const { return normalizer_.Finish(); }
 
  private:
     HRESULT OnPrefix(std::wstring_view prefix, std::wstring_view uri) override {
-        if (normalizer_.Declare(prefix, uri)) return S_OK;
-        Trace(L"WSD: the printer's answer has too many namespaces\r\n");
-        return E_FAIL;
+        return normalizer_.Declare(prefix, uri) ? S_OK : TooManyNamespaces();
     }
     HRESULT OnPrefixEnd() override {
         normalizer_.EndDeclaration();
@@ -57,8 +55,7 @@ class AnswerHandler : public SaxHandler {
             return E_FAIL;
         }
         envelopeSeen_ = true;
-        normalizer_.StartElement(name, attributes);
-        return WithinBounds();
+        return normalizer_.StartElement(name, attributes) ? WithinBounds() : TooManyNamespaces();
     }
     HRESULT OnEnd(const XmlName&) override {
         normalizer_.EndElement();
@@ -67,6 +64,10 @@ class AnswerHandler : public SaxHandler {
     HRESULT OnText(std::wstring_view text) override {
         normalizer_.Text(text);
         return WithinBounds();
+    }
+    static HRESULT TooManyNamespaces() {
+        Trace(L"WSD: the printer's answer has too many namespaces\r\n");
+        return E_FAIL;
     }
     HRESULT WithinBounds() const {
         if (!normalizer_.TooLong()) return S_OK;
@@ -91,11 +92,12 @@ HRESULT Fetch(const wchar_t* url, const PrinterElementsQuery& query, std::string
     return proxy.GetPrinterElements(request.c_str(), answer);
 }
 
-HRESULT Clean(std::string_view answer, const PrinterElementsQuery& query, std::string* document) {
+HRESULT Clean(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
+              std::string* document) {
     ComPtr<ISAXXMLReader> reader;
     HRESULT hr = CreateSaxReader(reader.Receive());
     if (FAILED(hr)) return hr;
-    AnswerHandler handler(query);
+    AnswerHandler handler(prefixes);
     hr = ParseXml(reader.Get(), answer, &handler);
     if (FAILED(hr)) {
         Trace(L"WSD: the printer's answer cannot be used, error 0x%08lX\r\n", static_cast<unsigned long>(hr));
@@ -125,7 +127,7 @@ HRESULT GetAsStream(const wchar_t* url, Query queryDocument, IStream** response)
                          std::string answer;
                          std::string document;
                          HRESULT hr = Fetch(url, query, &answer);
-                         if (SUCCEEDED(hr)) hr = Clean(answer, query, &document);
+                         if (SUCCEEDED(hr)) hr = Clean(answer, query.namespaces, &document);
                          return FAILED(hr) ? hr : MakeStream(document, response);
                      });
 }
@@ -138,8 +140,15 @@ HRESULT FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::
 }
 
 HRESULT CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document) {
-    return WithQuery(queryText, document != nullptr,
-                     [&](const PrinterElementsQuery& query) { return Clean(answer, query, document); });
+    return WithQuery(queryText, document != nullptr, [&](const PrinterElementsQuery& query) {
+        return Clean(answer, query.namespaces, document);
+    });
+}
+
+HRESULT CleanPrinterElements(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
+                             std::string* document) {
+    if (document == nullptr) return E_INVALIDARG;
+    return GuardHresult([&] { return Clean(answer, prefixes, document); });
 }
 
 HRESULT GetPrinterElements(const wchar_t* url, const wchar_t* queryText, IStream** response) {

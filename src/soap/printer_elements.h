@@ -6,7 +6,7 @@
 // are passed over.
 //
 // The answer becomes a UTF-8 document, the printer's whole envelope with one prefix per namespace, chosen as
-// prefix_normalizer.h says after the query's declarations.
+// prefix_normalizer.h says.
 //
 // For threads with COM initialised; nothing is shared between calls. Failures are HRESULTs, with the reason
 // in the trace. The printer's time-outs bound the exchange as soap_wininet_client.h says (5 seconds is the
@@ -19,6 +19,9 @@
 
 #include <string>
 #include <string_view>
+#include <vector>
+
+#include "util/xml_names.h"
 
 namespace vlm {
 
@@ -26,7 +29,10 @@ namespace vlm {
 // port 80, "/wsd/print/". The request carries it as it is in wsa:To.
 HRESULT FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer);
 
-// The document that the engine takes, made of an answer as it came.
+// The document that the engine takes, made of an answer as it came: with these prefixes, or with those of the
+// query, for their namespaces.
+HRESULT CleanPrinterElements(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
+                             std::string* document);
 HRESULT CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document);
 
 // Both, for callers that take the document as a stream: positioned at its start, one reference for the

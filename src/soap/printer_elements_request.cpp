@@ -33,7 +33,7 @@ void AppendDeclaration(std::string* out, std::wstring_view prefix, std::wstring_
 std::wstring UnusedPrefix(const PrinterElementsQuery& query) {
     for (unsigned number = 1;; ++number) {
         std::wstring candidate = L"pri" + std::to_wstring(number);
-        const auto same = [&](const NamespacePrefix& entry) { return entry.prefix == candidate; };
+        const auto same = [&](const NamespaceDeclaration& entry) { return entry.prefix == candidate; };
         if (std::none_of(query.namespaces.begin(), query.namespaces.end(), same)) return candidate;
     }
 }
@@ -41,7 +41,7 @@ std::wstring UnusedPrefix(const PrinterElementsQuery& query) {
 void AppendRequestedElements(std::string* out, const PrinterElementsQuery& query) {
     std::wstring standInForPri;
     *out += "<pri:RequestedElements";
-    for (const NamespacePrefix& entry : query.namespaces) {
+    for (const NamespaceDeclaration& entry : query.namespaces) {
         if (entry.prefix != L"pri") {
             AppendDeclaration(out, entry.prefix, entry.uri);
         } else if (entry.uri != ns::kWsdPrint) {

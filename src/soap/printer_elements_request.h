@@ -5,17 +5,14 @@
 #include <string_view>
 #include <vector>
 
-namespace vlm {
+#include "util/xml_names.h"
 
-struct NamespacePrefix {
-    std::wstring prefix;
-    std::wstring uri;
-};
+namespace vlm {
 
 // A query as the Bidi engine writes it: the prefixed namespaces that its root declares, and the qualified
 // names of the printer elements it wants, in order.
 struct PrinterElementsQuery {
-    std::vector<NamespacePrefix> namespaces;
+    std::vector<NamespaceDeclaration> namespaces;
     std::vector<std::wstring> names;
 };
 

@@ -4,7 +4,7 @@
 
 #include "soap/sax.h"
 #include "soap/streams.h"
-#include "soap/xml_text.h"
+#include "util/xml_names.h"
 #include "util/vlutil.h"
 
 namespace vlm {

@@ -1,7 +1,7 @@
 #include "soap/soap_fault.h"
 
 #include "soap/namespaces.h"
-#include "soap/xml_text.h"
+#include "util/xml_names.h"
 
 namespace vlm {
 

@@ -39,11 +39,4 @@ void AppendEscaped(std::string* out, std::wstring_view text) {
     }
 }
 
-std::wstring_view TrimXmlSpace(std::wstring_view text) {
-    constexpr std::wstring_view kSpace = L" \t\r\n";
-    const size_t first = text.find_first_not_of(kSpace);
-    if (first == std::wstring_view::npos) return {};
-    return text.substr(first, text.find_last_not_of(kSpace) + 1 - first);
-}
-
 }  // namespace vlm

@@ -16,7 +16,4 @@ namespace vlm {
 // a lone surrogate, which is no character at all, becomes U+FFFD.
 void AppendEscaped(std::string* out, std::wstring_view text);
 
-// `text` without the white space around it.
-std::wstring_view TrimXmlSpace(std::wstring_view text);
-
 }  // namespace vlm

@@ -121,7 +121,8 @@ std::vector<NamespaceDeclaration> NamespaceDeclarationsOf(IXMLDOMNode* node) {
 std::wstring TextOf(IXMLDOMNode* node) {
     _bstr_t text;
     Check(node->get_text(text.GetAddress()));
-    return TakeText(text);
+    // MSXML takes that of elements away itself, but for CDATA and under xml:space, and none of attributes'.
+    return std::wstring(TrimXmlSpace(TakeText(text)));
 }
 
 std::wstring NameOf(IXMLDOMNode* node) {
@@ -240,7 +241,7 @@ void CXMLDoc::SetSelectionNamespaces(const std::vector<NamespaceDeclaration>& de
         if (declaration.uri.empty()) continue;
         const wchar_t quote = declaration.uri.find(L'"') == std::wstring::npos ? L'"' : L'\'';
         text += L"xmlns:";
-        text += declaration.prefix.empty() ? kDefaultNamespacePrefix : declaration.prefix;
+        text += declaration.prefix.empty() ? kDefaultNamespaceDeclaration : declaration.prefix;
         text += L'=';
         text += quote;
         text += declaration.uri;

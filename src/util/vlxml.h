@@ -16,18 +16,14 @@
 
 #include "util/com.h"
 #include "util/comerror.h"
+#include "util/xml_names.h"
 
 namespace vlm {
 
-inline constexpr wchar_t kDefaultNamespacePrefix[] = L"defNsPfx";
+inline constexpr wchar_t kDefaultNamespaceDeclaration[] = L"defNsPfx";
 // The platform's Bidi schema, and the WSD print service.
 inline constexpr wchar_t kBidiNamespace[] = L"http://schemas.microsoft.com/windows/2005/03/printing/bidi";
 inline constexpr wchar_t kWsdPrintNamespace[] = L"http://schemas.microsoft.com/windows/2006/08/wdp/print";
-
-struct NamespaceDeclaration {
-    std::wstring prefix;  // empty for the default namespace
-    std::wstring uri;
-};
 
 class CXMLDoc {
  public:
@@ -76,7 +72,7 @@ class CXMLDoc {
 
 // The namespace declarations that stand on this node itself, in its order.
 std::vector<NamespaceDeclaration> NamespaceDeclarationsOf(IXMLDOMNode* node);
-// The node's text as MSXML gives it: that of all its descendants, without white space at the ends.
+// The text of the node and all its descendants, without white space at the ends.
 std::wstring TextOf(IXMLDOMNode* node);
 // The qualified name.
 std::wstring NameOf(IXMLDOMNode* node);

@@ -32,6 +32,12 @@ bool IsIn(const Range (&ranges)[N], std::uint32_t c) {
 
 }  // namespace
 
+std::wstring_view TrimXmlSpace(std::wstring_view text) {
+    const size_t first = text.find_first_not_of(kXmlSpace);
+    if (first == std::wstring_view::npos) return {};
+    return text.substr(first, text.find_last_not_of(kXmlSpace) + 1 - first);
+}
+
 std::uint32_t NextCharacter(std::wstring_view text, size_t* position) {
     constexpr int kAnyCharacter = 0x1FFFFF;
     const auto c = static_cast<std::uint32_t>(text[(*position)++] & kAnyCharacter);

@@ -1,11 +1,23 @@
-// Names as XML defines them. Plain standard C++; text is UTF-16, or UTF-32 where wchar_t is that wide.
+// Names, namespaces and white space as XML defines them. Plain standard C++; text is UTF-16, or UTF-32 where
+// wchar_t is that wide.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace vlm {
+
+struct NamespaceDeclaration {
+    std::wstring prefix;  // empty for the default namespace
+    std::wstring uri;
+};
+
+inline constexpr std::wstring_view kXmlSpace = L" \t\r\n";
+
+// `text` without the white space around it.
+std::wstring_view TrimXmlSpace(std::wstring_view text);
 
 // The character at `*position`, which moves behind it. A surrogate pair is one character; a lone surrogate,
 // which is no character at all, becomes U+FFFD.

@@ -172,8 +172,13 @@ TEST_F(CheckTest, FollowsWhereParametersAreBound) {
          {"4: error: no Parameter around it binds 'C', which its filter uses"}},
         {"nor in names",
          Printer("<Property name=\"$C$\"/><Const name=\"$D$\"/>"),
-         {"3: error: no Parameter around it binds 'C', which its name",
-          "3: error: no Parameter around it binds 'D'"}},
+         {"3: warning: the name '$C$' keeps its '$': no Parameter around it binds 'C'",
+          "3: warning: the name '$D$' keeps its '$': no Parameter around it binds 'D'"}},
+        {"a '$' that is none of a parameter's",
+         Printer("<Parameter name=\"$C$\" parameter=\"C\"" + from +
+                 "><Const name=\"US$Rate\"/><Const name=\"$C$$X\"/>"
+                 "</Parameter>"),
+         {}},
         {"inner ones see outer ones",
          Printer(
              "<Parameter name=\"$C$\" parameter=\"C\"" + from + "><Parameter name=\"$D$\" parameter=\"D\"" +
@@ -187,7 +192,9 @@ TEST_F(CheckTest, FollowsWhereParametersAreBound) {
         {"a dollar too few",
          Printer("<Value name=\"A\" query=\"pri:S\" filter=\"pri:S[.='$C']\"/>"),
          {"3: error: the '$' in filter"}},
-        {"two dollars around nothing", Printer("<Const name=\"$$\"/>"), {"3: error: the '$' in name"}},
+        {"two dollars around nothing",
+         Printer("<Property name=\"$$\"><Parameter parameter=\"C\"" + from + "/></Property>"),
+         {"3: error: the '$' in name", "3: warning: the name '$$' does not use"}},
         {"the levels would all be called the same",
          Printer("<Property name=\"Color\">\n<Parameter parameter=\"C\"" + from + "/></Property>"),
          {"3: warning: the name 'Color' does not use the parameter 'C'"}},

@@ -190,6 +190,16 @@ TEST_F(PrinterAnswer, BadAnswerIsRefusedAndLeavesTheEngineUnbound) {
     Ask(engine, L"Get", {L"\\C"});
 }
 
+TEST_F(PrinterAnswer, DefaultNamespaceDoesNotClashWithOneThatASchemaUndoes) {
+    const auto engine =
+        Engine({"<d:Definition xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi' "
+                "xmlns='http://schemas.microsoft.com/windows/2005/03/printing/bidi'><Schema xmlns='' "
+                "xmlns:w='http://schemas.microsoft.com/windows/2006/08/wdp/print'>"
+                "<Value name='N' filter='w:Name'/></Schema></d:Definition>"},
+               L"<r xmlns='http://schemas.microsoft.com/windows/2006/08/wdp/print'><Name>x</Name></r>");
+    EXPECT_EQ(Lines(*engine, L"Get", {L"\\N"}), Lines_{L"100 0 \\N STRING x"});
+}
+
 TEST_F(PrinterAnswer, ComesAsTextOrAsBytesUnderAnyPrefix) {
     const std::string leaf = "<Value name='N' filter='w:Name'/>";
     const std::string body =

@@ -86,6 +86,38 @@ TEST_F(ParameterExpansion, UnboundParameterFailsAndIsNamed) {
     }
 }
 
+// Whatever "GetAll" lists is found when it is asked for alone, and asks the printer for what it needs.
+TEST_F(ParameterExpansion, NamesWithParametersAreFoundAlone) {
+    const auto engine = Engine(
+        {test::Extension("<Parameter name='$C$' parameter='C' filter='w:Ink/w:Color' query='w:Inks'>"
+                         "<Value name='$C$Level' filter='w:Ink[w:Color=\"$C$\"]/w:Level' query='w:Levels'/>"
+                         "<Const name='US$Rate'>1</Const><Const name='$X$ of $C$'>2</Const>"
+                         "<Property name='For $C$, $C$'><Value name='V' filter='w:None' query='w:Other'/>"
+                         "</Property></Parameter><Const name='$C$'>outside</Const>")},
+        test::Answer(L"<wprt:Ink><wprt:Color>Black</wprt:Color><wprt:Level>70</wprt:Level></wprt:Ink>"));
+    const Lines_ all = Lines(*engine, L"GetAll", {L"\\"});
+    EXPECT_EQ(all, (Lines_{L"100 0 \\Black:BlackLevel STRING 70", L"100 0 \\Black:US$Rate STRING 1",
+                           L"100 0 \\Black:$X$ of Black STRING 2", L"100 232 \\Black.For Black, Black:V NULL",
+                           L"100 0 \\$C$ STRING outside"}));
+    for (const wchar_t* path : {L"\\Black:BlackLevel", L"\\Black:US$Rate", L"\\Black:$X$ of Black",
+                                L"\\Black.For Black, Black:V", L"\\Black.For Black, Black"}) {
+        EXPECT_EQ(Lines(*engine, L"GetAll", {path}).size(), 1u) << path;
+        Enum(*engine, {path});  // is resolved
+    }
+    EXPECT_NE(Enum(*engine, {L"\\Black:BlackLevel"}).find(L"<Name>w:Levels</Name>"), std::wstring::npos);
+    EXPECT_NE(Enum(*engine, {L"\\Black.For Black, Black"}).find(L"<Name>w:Other</Name>"), std::wstring::npos);
+    Enum(*engine, {L"\\Black:Rate"}, S_FALSE);
+}
+
+TEST_F(ParameterExpansion, BeginsAtSchema) {
+    const std::string beside =
+        "<bidi:Definition xmlns:bidi='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
+        "<Property name='$A$'><Parameter parameter='A' filter='no['/><Const name='C'>c</Const>"
+        "</Property><Value name='V' filter='$Unbound$'/></bidi:Definition>";
+    const auto engine = Engine({test::Extension("<Const name='C'>1</Const>"), beside}, test::Answer(L""));
+    EXPECT_EQ(Lines(*engine, L"GetAll", {L"\\"}), Lines_{L"100 0 \\C STRING 1"});
+}
+
 TEST_F(ParameterExpansion, GrowthIsBounded) {
     std::wstring nodes;
     for (int i = 0; i < 1'000; ++i)

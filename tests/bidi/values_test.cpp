@@ -19,6 +19,10 @@ TEST_F(TypedValues, TextBecomesTheDeclaredType) {
         {"type='BIDI_INT'><", L"INT 0", 0},
         {"type='BIDI_INT'>99999999999<", L"INT 2147483647", 0},
         {"type='BIDI_FLOAT'>2.5<", L"FLOAT 2.500000", 0},
+        {"type='BIDI_FLOAT'> +1.25e1 W<", L"FLOAT 12.500000", 0},
+        {"type='BIDI_FLOAT'>-3,5<", L"FLOAT -3.000000", 0},
+        {"type='BIDI_FLOAT'>-1e999<", L"FLOAT -inf", 0},
+        {"type='BIDI_FLOAT'>1e-999<", L"FLOAT 0.000000", 0},
         {"type='BIDI_FLOAT'>abc<", L"FLOAT 0.000000", 0},
         {"type='BIDI_BOOL'>true<", L"BOOL TRUE", 0},
         // Only the exact text is true.

@@ -88,13 +88,13 @@ bool Parse(std::string_view document, Events* events) {
 
 class Feed : public Events {
  public:
-    explicit Feed(const std::vector<NamespacePrefix>& wanted) : normalizer(wanted) {}
+    explicit Feed(const std::vector<NamespaceDeclaration>& wanted) : normalizer(wanted) {}
     void Declare(std::wstring_view prefix, std::wstring_view uri) override {
         tooMany = !normalizer.Declare(prefix, uri) || tooMany;
     }
     void EndDeclaration() override { normalizer.EndDeclaration(); }
     void Start(const XmlName& name, const XmlAttributes& attributes) override {
-        normalizer.StartElement(name, attributes);
+        tooMany = !normalizer.StartElement(name, attributes) || tooMany;
     }
     void End() override { normalizer.EndElement(); }
     void Text(std::wstring_view text) override { normalizer.Text(text); }
@@ -124,7 +124,7 @@ class Meaning : public Events {
     std::wstring text;
 };
 
-std::string Normalize(std::string_view document, const std::vector<NamespacePrefix>& wanted) {
+std::string Normalize(std::string_view document, const std::vector<NamespaceDeclaration>& wanted) {
     Feed feed(wanted);
     if (!Parse(document, &feed)) return "not well-formed";
     return feed.tooMany ? "too many" : Narrow(feed.normalizer.Finish());
@@ -132,12 +132,12 @@ std::string Normalize(std::string_view document, const std::vector<NamespacePref
 
 TEST(PrefixNormalizer, GivesEachNamespaceOnePrefixOnTheRoot) {
     const std::string P = Narrow(kPrint);
-    const std::vector<NamespacePrefix> none;
-    const std::vector<NamespacePrefix> wprt = {{L"wprt", kPrint}, {L"nprt", L"urn:vendor"}};
+    const std::vector<NamespaceDeclaration> none;
+    const std::vector<NamespaceDeclaration> wprt = {{L"wprt", kPrint}, {L"nprt", L"urn:vendor"}};
     const struct {
         const char* what;
         std::string document;
-        std::vector<NamespacePrefix> wanted;
+        std::vector<NamespaceDeclaration> wanted;
         std::string expected;
     } rows[] = {
         {"the printer's prefix is another", "<s:E xmlns:s='urn:s' xmlns:q='" + P + "'><q:a q:b='1'/></s:E>",
@@ -184,8 +184,26 @@ TEST(PrefixNormalizer, GivesEachNamespaceOnePrefixOnTheRoot) {
          "<s:E xmlns:s='urn:s'><ElementData xmlns='" + P + "' Name='A'/></s:E>", wprt,
          "<s:E xmlns:s=\"urn:s\" xmlns:wprt=\"" + P + "\"><wprt:ElementData Name=\"wprt:A\"/></s:E>"},
         {"text that a parser would change",
-         "<s:E xmlns:s='urn:s' a='&amp;&lt;&quot;&#9;&#10;&#13;'>&amp;&lt;&gt;&#13;\"'\n</s:E>", none,
-         "<s:E xmlns:s=\"urn:s\" a=\"&amp;&lt;&quot;&#9;&#10;&#13;\">&amp;&lt;&gt;&#13;\"'\n</s:E>"},
+         "<s:E xmlns:s='urn:s'><a b='&amp;&lt;&quot;&#9;&#10;&#13;.'>&amp;&lt;&gt;&#13;\"'\n.</a></s:E>",
+         none,
+         "<s:E xmlns:s=\"urn:s\"><a b=\"&amp;&lt;&quot;&#9;&#10;&#13;.\">&amp;&lt;&gt;&#13;\"'\n.</a></s:E>"},
+        {"white space at the ends of texts and values, in pieces",
+         "<s:E xmlns:s='urn:s'>\n <a b=' x y '>\r\n <![CDATA[ t]]><!-- --><![CDATA[ u ]]>&#13;\n</a>\n <c> "
+         "</c>\n</s:E>",
+         none, "<s:E xmlns:s=\"urn:s\">\n <a b=\"x y\">t u</a>\n <c/></s:E>"},
+        {"white space between text and elements", "<E><a>t <b>u</b> v </a></E>", none,
+         "<E><a>t <b>u</b> v</a></E>"},
+        {"nested declarations that nothing uses",
+         "<s:E xmlns:s='urn:s' xmlns:r='urn:r'><s:a xmlns:x='urn:x' xmlns='urn:y'><b xmlns=''/></s:a></s:E>",
+         none, "<s:E xmlns:s=\"urn:s\" xmlns:r=\"urn:r\"><s:a><b/></s:a></s:E>"},
+        {"a nested prefix that the files have for another namespace",
+         "<s:E xmlns:s='urn:s'><nprt:a xmlns:nprt='urn:third' nprt:k='1'/></s:E>",
+         {{L"nprt", L"urn:vendor"}},
+         "<s:E xmlns:s=\"urn:s\" xmlns:ns1=\"urn:third\"><ns1:a ns1:k=\"1\"/></s:E>"},
+        {"a root prefix that the files have for another namespace: they notice",
+         "<nprt:E xmlns:nprt='urn:third'/>",
+         {{L"nprt", L"urn:vendor"}},
+         "<nprt:E xmlns:nprt=\"urn:third\"></nprt:E>"},
     };
     for (const auto& row : rows)
         EXPECT_EQ(Normalize(row.document, row.wanted), row.expected) << row.what;
@@ -225,7 +243,7 @@ void AppendRandomElement(std::mt19937* random, int depth, std::map<std::string, 
     const std::string name = prefix + "abc"[any(3)];
     *out += "<" + name + declarations;
     if (any(2) == 0) *out += " x='1'";
-    if (!prefix.empty() && any(2) == 0) *out += " " + prefix + "y='&#10;&lt;&quot;'";
+    if (!prefix.empty() && any(2) == 0) *out += " " + prefix + "y='y&#10;&lt;&quot;'";
     *out += ">";
     for (size_t i = depth < 5 ? any(4) : 0; i > 0; --i) {
         if (any(3) == 0) *out += "t&amp;";
@@ -235,7 +253,7 @@ void AppendRandomElement(std::mt19937* random, int depth, std::map<std::string, 
 }
 
 TEST(PrefixNormalizer, ChangesNoMeaningOfAnyDocument) {
-    const std::vector<NamespacePrefix> queries[] = {
+    const std::vector<NamespaceDeclaration> queries[] = {
         {}, {{L"wprt", kPrint}, {L"p", L"urn:c"}}, {{L"pri", L"urn:a"}}};
     std::mt19937 random(7);
     for (int round = 0; round < 1000; ++round) {

@@ -321,6 +321,10 @@ class Checker {
                         const Scope& scope) {
         const std::wstring* name = level.Attribute(L"name");
         if (name == nullptr) return;
+        if (bindings.empty()) {
+            expressions_.CheckPlainName(level, *name, scope);
+            return;
+        }
         const std::vector<std::wstring> used = expressions_.CheckParameters(level, L"name", *name, scope);
         for (const SourceElement* binding : bindings) {
             const std::wstring parameter = ParameterOf(*binding);
@@ -346,7 +350,7 @@ class Checker {
         expressions_.CheckFilter(leaf, scope);
         const std::wstring* name = leaf.Attribute(L"name");
         if (name == nullptr) return;
-        expressions_.CheckParameters(leaf, L"name", *name, scope);
+        expressions_.CheckPlainName(leaf, *name, scope);
         CheckDeclaredOnce(leaf, scope.path + L":" + *name);
     }
 

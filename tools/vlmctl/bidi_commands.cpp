@@ -83,8 +83,13 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
     auto options = std::make_shared<BidiOptions>();
     CLI::App* command = AddQuery(bidi, name, what, options);
     CLI::Option_group* source = command->add_option_group("Source");
-    source->add_option("--wsd", options->sources.printerAnswer,
-                       "The printer's GetPrinterElements answer, saved in a file");
+    CLI::Option* saved = source->add_option("--wsd", options->sources.printerAnswer,
+                                            "The printer's GetPrinterElements answer, saved in a file; of it "
+                                            "count the elements that the paths ask for, as live");
+    command
+        ->add_flag("--whole", options->sources.wholeAnswer,
+                   "All that is in the saved answer counts, whatever the paths ask for")
+        ->needs(saved);
     CLI::Option* printer = source->add_option("--printer", options->sources.printerUrl,
                                               "Address of the printer's print service, asked live");
     source->require_option(1);

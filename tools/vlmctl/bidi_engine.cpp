@@ -1,9 +1,11 @@
 #include "tools/vlmctl/bidi_engine.h"
 
 #include <algorithm>
+#include <set>
 
 #include "bidi/velunbidispl.h"
 #include "bidi/xml_text.h"
+#include "soap/namespaces.h"
 #include "soap/printer_elements.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi_source.h"
@@ -11,6 +13,7 @@
 #include "tools/vlmctl/element_document.h"
 #include "tools/vlmctl/trace_keeper.h"
 #include "tools/vlmctl/wsd_exchange.h"
+#include "util/streams.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"
 
@@ -49,26 +52,6 @@ bool QueryFor(CVelunBidiSpl& engine, BidiRequest& request, _bstr_t& queryXml) {
     return result == S_OK;
 }
 
-// A saved answer passes for one that the printer has just sent in answer to the query: with the prefixes that
-// the query declares, whatever the printer's own are.
-std::string CleanSavedAnswer(const std::string& file, const _bstr_t& queryXml) {
-    std::wstring problem;
-    const std::optional<std::string> bytes =
-        ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
-    if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
-    std::string clean;
-    const HRESULT result = CleanPrinterElements(*bytes, queryXml, &clean);
-    if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
-    return clean;
-}
-
-void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
-    const std::string clean = sources.printerUrl.empty() ? CleanSavedAnswer(sources.printerAnswer, queryXml)
-                                                         : FetchCleanAnswer(sources.printerUrl, queryXml);
-    const HRESULT result = engine.SetGetPrinterElementResponse(clean);
-    if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
-}
-
 // The texts of the Name elements of an EnumQueryElement document.
 std::vector<NeededElement> NamesIn(const wchar_t* queryXml) {
     CXMLDoc document;
@@ -79,6 +62,65 @@ std::vector<NeededElement> NamesIn(const wchar_t* queryXml) {
     while (const ComPtr<IXMLDOMNode> name = NextNode(list.Get()))
         elements.push_back({ToUtf8(TextOf(name.Get())), std::nullopt});
     return elements;
+}
+
+std::string ReadSavedAnswer(const std::string& file) {
+    std::wstring problem;
+    const std::optional<std::string> bytes =
+        ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
+    if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
+    return *bytes;
+}
+
+// The name with the prefix that a cleaned answer has for its namespace: the first of those that stand for it.
+std::string InAnswer(const std::string& name, const std::vector<NamespaceDeclaration>& prefixes) {
+    const size_t colon = name.find(':');
+    const std::wstring prefix = FromUtf8(name.substr(0, colon));
+    const auto find = [&](auto matches) { return std::find_if(prefixes.begin(), prefixes.end(), matches); };
+    const auto own = find([&](const auto& one) { return one.prefix == prefix; });
+    if (colon == std::string::npos || own == prefixes.end()) return name;
+    const auto first = find([&](const auto& one) { return one.uri == own->uri; });
+    return ToUtf8(first->prefix) + name.substr(colon);
+}
+
+// The cleaned answer without the parts that a printer would not have sent, since nothing asks for them.
+std::string OnlyAskedFor(const std::string& clean, const _bstr_t& queryXml,
+                         const std::vector<NamespaceDeclaration>& prefixes) {
+    std::set<std::string> asked;
+    for (const NeededElement& element : NamesIn(queryXml))
+        asked.insert(InAnswer(element.name, prefixes));
+    CXMLDoc document;
+    document.Init();
+    document.LoadBytes(clean, nullptr);
+    document.SetSelectionNamespaces({{L"pri", std::wstring(ns::kWsdPrint)}});
+    for (const ComPtr<IXMLDOMNode>& part :
+         NodesAt(document.Root().Get(), L"//pri:PrinterElements/pri:ElementData")) {
+        bool wanted = asked.contains(AttributeAt(part.Get(), L"Name"));
+        for (const ComPtr<IXMLDOMNode>& element : NodesAt(part.Get(), L"*"))
+            wanted = wanted || asked.contains(ToUtf8(NameOf(element.Get())));
+        ComPtr<IXMLDOMNode> parent;
+        if (!wanted && part->get_parentNode(parent.Receive()) == S_OK)
+            parent->removeChild(part.Get(), nullptr);
+    }
+    _bstr_t text;
+    if (FAILED(document.Document()->get_xml(text.GetAddress()))) throw CommandError("out of memory");
+    return DocumentToUtf8(static_cast<const wchar_t*>(text));
+}
+
+// A saved answer passes for one that the printer has just sent in answer to the query.
+void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
+    const bool saved = sources.printerUrl.empty();
+    std::vector<NamespaceDeclaration> prefixes;
+    std::string clean;
+    HRESULT result = engine.GetPrefixes(&prefixes);
+    if (result == S_OK) {
+        result = CleanPrinterElements(
+            saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml),
+            prefixes, &clean);
+    }
+    if (result == S_OK && saved && !sources.wholeAnswer) clean = OnlyAskedFor(clean, queryXml, prefixes);
+    if (result == S_OK) result = engine.SetGetPrinterElementResponse(clean);
+    if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
 }
 
 }  // namespace

@@ -15,6 +15,8 @@ struct BidiSources {
     // The printer's answer to GetPrinterElements: saved in this file, or asked for at this address.
     std::string printerAnswer;
     std::string printerUrl;
+    // Everything in a saved answer counts, not only the elements that the paths ask the printer for.
+    bool wholeAnswer = false;
 };
 
 struct NeededElement {

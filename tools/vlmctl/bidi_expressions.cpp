@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "bidi/parameter_text.h"
+#include "util/xml_names.h"
 
 namespace vlm::ctl {
 
@@ -36,6 +37,23 @@ std::vector<std::wstring> ExpressionChecker::CheckParameters(const SourceElement
                            std::wstring(attribute) + L" uses");
     }
     return *used;
+}
+
+void ExpressionChecker::CheckPlainName(const SourceElement& element, const std::wstring& name,
+                                       const Scope& scope) {
+    std::wstring_view rest = name;
+    for (size_t open = rest.find(L'$'); open != std::wstring_view::npos; open = rest.find(L'$')) {
+        rest.remove_prefix(open + 1);
+        const size_t close = rest.find(L'$');
+        if (close == std::wstring_view::npos) return;
+        const std::wstring parameter(rest.substr(0, close));
+        if (scope.bindings.contains(parameter)) {
+            rest.remove_prefix(close + 1);
+        } else if (IsNcName(parameter)) {
+            Warning(element, L"the name " + Quoted(name) + L" keeps its '$': no Parameter around it binds " +
+                                 Quoted(parameter));
+        }
+    }
 }
 
 void ExpressionChecker::CheckQuery(const SourceElement& element) {

@@ -37,6 +37,8 @@ class ExpressionChecker {
     // Checks the parameters in `text`, the value of that attribute, and returns their names.
     std::vector<std::wstring> CheckParameters(const SourceElement& element, std::wstring_view attribute,
                                               const std::wstring& text, const Scope& scope);
+    // Checks the name of what no Parameter repeats: there only bound parameters are replaced.
+    void CheckPlainName(const SourceElement& element, const std::wstring& name, const Scope& scope);
 
  private:
     void Error(const SourceElement& at, std::wstring text);
