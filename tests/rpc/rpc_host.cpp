@@ -8,6 +8,7 @@
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
 //   entered | calls    calls: what was asked of the lower port since the last time
 //   request            the last one that was written, in hex
+//   slow MS | slow     each lower step of USB005 takes so long; what was asked of it since the last time
 //   delay MS           the spooler's next enumeration of printers takes so long
 //   open | second      the port again; another manager for a moment
 //   unload | load      the module, without Shutdown
@@ -52,6 +53,7 @@ struct Printer : vlm::test::LowerMonitor {
     int documents = 0;
     bool interleaved = false;
     bool closed = false;
+    std::atomic<DWORD> pause{0};  // milliseconds of each step
     vlm::KernelHandle entered{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     vlm::KernelHandle released{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 
@@ -73,6 +75,7 @@ struct Printer : vlm::test::LowerMonitor {
             calls += (calls.empty() ? "" : " ") + step + (closed ? "!AFTER-CLOSE" : "");
             wait = blocked == step;
         }
+        Sleep(pause);
         if (wait) {
             SetEvent(entered.Get());
             WaitForSingleObject(released.Get(), 20'000);
@@ -134,6 +137,7 @@ struct Printer : vlm::test::LowerMonitor {
 };
 
 Printer printer;
+Printer slowPrinter;
 
 class Host {
  public:
@@ -145,11 +149,13 @@ class Host {
         spooler_.Add({L"Closed", L"USB003", L"closed", bidi, nullptr, nullptr});
         spooler_.Add({L"Broken", L"USB004", L"broken", bidi, nullptr, nullptr});
         spooler_.Add({L"Bureau", L"USB001", L"B\u00FCro", bidi, nullptr, nullptr});
+        spooler_.Add({L"Slow", L"USB005", L"slow", bidi, nullptr, nullptr});
         spooler_.Add({L"Net", L"IP_office", L"net", bidi, nullptr, nullptr});
         module_ = LoadLibraryW(vlm::host::BesideProgram(L"vllm3mon.dll").c_str());
         Initialize();
         for (const wchar_t* name : {L"USB002", L"USB004", L"IP_office"})
             Open(name);
+        Open(L"USB005", slowPrinter);
         Open(L"USB001");
     }
 
@@ -198,6 +204,10 @@ class Host {
         } else if (verb == "open") {
             Open(L"USB001");
             Say(opened_ ? "ok" : "error " + std::to_string(GetLastError()));
+        } else if (verb == "slow") {
+            if (!word.empty()) slowPrinter.pause = std::stoul(word);
+            const std::lock_guard guard(slowPrinter.mutex);
+            Say(std::exchange(slowPrinter.calls, ""));
         } else if (verb == "delay") {
             Say(spooler_.AddRule({"EnumPrintersW", 0, static_cast<DWORD>(std::stoul(word)), 0, 1})
                     ? "ok"
@@ -227,9 +237,9 @@ class Host {
         using Function = MONITOR2* WINAPI(MONITORINIT*, HANDLE*);
         table_ = vlm::FindFunction<Function>(module_, "InitializePrintMonitor2")(&init_, &manager_);
     }
-    void Open(std::wstring name) {
-        vlm::test::LowerMonitor& below = printer;
-        printer.opening = name;
+    void Open(std::wstring name, Printer& lower = printer) {
+        vlm::test::LowerMonitor& below = lower;
+        lower.opening = name;
         opened_ =
             table_->pfnOpenPortEx(manager_, &below, name.data(), name.data(), &port_, &below.table) != FALSE;
     }

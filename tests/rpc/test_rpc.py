@@ -226,14 +226,15 @@ class ClosingTest(unittest.TestCase):
         self.addCleanup(self.host.process.kill)
         return self.host
 
-    def call_in_background(self):
+    def call_in_background(self, port="USB001"):
         outcome = {}
 
         def call():
-            outcome["stderr"] = windows.vlmctl("rpc", "query", "USB001", 16).stderr
+            outcome["stderr"] = windows.vlmctl("rpc", "query", port, 16).stderr
         thread = threading.Thread(target=call)
         thread.start()
-        self.assertEqual(self.host.do("entered"), "yes")
+        if port == "USB001":
+            self.assertEqual(self.host.do("entered"), "yes")
 
         def finish():
             thread.join()
@@ -285,6 +286,24 @@ class ClosingTest(unittest.TestCase):
         host.do("calls")
         host.do("release")
         finish()
+        self.assertEqual(host.do("calls"), "")
+        host.stop()
+
+    def test_shutdown_bars_all_ports_at_once_while_one_hangs(self):
+        host = self.start()
+        host.do("block ReadPort")
+        hanging = self.call_in_background()
+        host.do("slow 700")
+        healthy = self.call_in_background("USB005")
+        while host.do("slow") != "StartDocPort":
+            time.sleep(0.05)
+        waited = int(host.do("shutdown").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
+        self.assertRegex(healthy(), "returned 995")
+        self.assertEqual(host.do("slow"), "EndDocPort", "nothing new is begun, and the document is ended")
+        host.do("calls")
+        host.do("release")
+        hanging()
         self.assertEqual(host.do("calls"), "")
         host.stop()
 
