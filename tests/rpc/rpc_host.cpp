@@ -4,7 +4,7 @@
 //
 //   job | endjob       StartDocPort / EndDocPort on USB001
 //   block STEP         the lower STEP (StartDocPort, WritePort, ReadPort, EndDocPort) waits for "release"
-//   fail STEP | throw STEP | release
+//   fail STEP | throw STEP | raise STEP | release
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
 //   entered | calls    calls: what was asked of the lower port since the last time
 //   request            the last one that was written, in hex
@@ -48,7 +48,7 @@ void Say(const std::string& line) {
 struct Printer : vlm::test::LowerMonitor {
     std::mutex mutex;
     std::string calls;
-    std::string blocked, failing, throwing;
+    std::string blocked, failing, throwing, raising;
     std::wstring opening;
     int documents = 0;
     bool interleaved = false;
@@ -65,6 +65,7 @@ struct Printer : vlm::test::LowerMonitor {
 
     BOOL Enter(const std::string& step) {
         bool wait = false;
+        bool raise = false;
         {
             const std::lock_guard guard(mutex);
             if (step == "OpenPort") {
@@ -74,12 +75,14 @@ struct Printer : vlm::test::LowerMonitor {
             if (step == "EndDocPort") --documents;
             calls += (calls.empty() ? "" : " ") + step + (closed ? "!AFTER-CLOSE" : "");
             wait = blocked == step;
+            raise = raising == step;
         }
         Sleep(pause);
         if (wait) {
             SetEvent(entered.Get());
             WaitForSingleObject(released.Get(), 20'000);
         }
+        if (raise) RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
         const std::lock_guard guard(mutex);
         if (throwing == step) throw std::runtime_error("the lower monitor");
         if (step == "ClosePort") closed = true;
@@ -166,9 +169,12 @@ class Host {
         in >> verb >> word;
         if (verb == "job" || verb == "endjob") {
             Job(verb == "job");
-        } else if (verb == "block" || verb == "fail" || verb == "throw") {
+        } else if (verb == "block" || verb == "fail" || verb == "throw" || verb == "raise") {
             const std::lock_guard guard(printer.mutex);
-            (verb == "block" ? printer.blocked : verb == "fail" ? printer.failing : printer.throwing) = word;
+            (verb == "block"   ? printer.blocked
+             : verb == "fail"  ? printer.failing
+             : verb == "throw" ? printer.throwing
+                               : printer.raising) = word;
             ResetEvent(printer.released.Get());
             ResetEvent(printer.entered.Get());
             Say("ok");

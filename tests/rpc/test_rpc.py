@@ -320,6 +320,26 @@ class ClosingTest(unittest.TestCase):
         self.assertEqual(host.do("ping"), "pong")
         host.stop()
 
+    def test_exception_that_is_not_cpp_costs_the_port_until_shutdown(self):
+        """It passes through us; the RPC runtime catches it, at least this one."""
+        host = self.start()
+        host.do("raise ReadPort")
+        self.assertRegex(windows.vlmctl("rpc", "query", "USB001", 16).stderr, "RPC status 998")
+        self.assertEqual(host.do("calls"), "StartDocPort WritePort ReadPort", "nothing of ours ran on its way")
+        host.do("raise")
+        self.assertRegex(self.query(), "returned 5")
+        self.assertEqual(host.do("job"), "error 170")
+        waited = int(host.do("close").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
+        self.assertEqual(host.do("open"), "error 170")
+        self.assertEqual(host.do("calls"), "")
+        # The other ports, and the end, are as ever.
+        self.assertEqual(windows.vlmctl("rpc", "query", "USB005", 16).stderr, "")
+        waited = int(host.do("shutdown").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
+        self.assertEqual(host.do("ping"), "pong")
+        host.stop()
+
     def test_process_ends_at_once_with_a_call_in_flight(self):
         for arguments in ([], ["spoolsv.exe"]):
             with self.subTest(arguments):
