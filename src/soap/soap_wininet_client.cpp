@@ -19,9 +19,12 @@ constexpr wchar_t kAgent[] = L"VCSoapClient";
 constexpr wchar_t kContentType[] = L"Content-Type: application/soap+xml\r\n";
 
 // Redirects are not followed. WinINet would repeat a POST as a GET without its body, for ever if the printer
-// sends it in a circle, and to whatever host the printer names.
-constexpr DWORD kRequestFlags =
-    INTERNET_FLAG_KEEP_CONNECTION | INTERNET_FLAG_NO_UI | INTERNET_FLAG_NO_AUTO_REDIRECT;
+// sends it in a circle, and to whatever host the printer names. Nor does a printer get to keep anything in
+// the spooler's account: cookies, which WinINet would write to disk and send with every later request, or
+// pages.
+constexpr DWORD kRequestFlags = INTERNET_FLAG_KEEP_CONNECTION | INTERNET_FLAG_NO_UI |
+                                INTERNET_FLAG_NO_AUTO_REDIRECT | INTERNET_FLAG_NO_COOKIES |
+                                INTERNET_FLAG_NO_CACHE_WRITE;
 constexpr DWORD kConnectFlags = INTERNET_FLAG_NO_UI;
 constexpr DWORD kIgnoreCertificate = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID |
                                      SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
