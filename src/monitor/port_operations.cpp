@@ -174,11 +174,8 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
             const LockGuard guard(processState.monitorLock);
             CopyLowerTable(*pMonitor2, port->lower);
             port->lowerPort = lowerPort;
-            if (port->use.closing.load()) {
-                TraceRefusal(pszPortName, L"shut down while it was being opened", ERROR_OPERATION_ABORTED);
-                return Refuse(ERROR_OPERATION_ABORTED);
-            }
         }
+        if (port->use.closing.load()) return refuse(ERROR_OPERATION_ABORTED, L"shut down while being opened");
         *pHandle = port;
         return TRUE;
     });
