@@ -69,19 +69,32 @@ void CVlSoapWininetClient::CleanupClient() {
 // Not every WinINet closes a request at once: one first reads what is left of the answer, for as long as the
 // printer sends.
 void CVlSoapWininetClient::CloseRequest() noexcept {
-    const HINTERNET request = request_.Release();
-    if (request == nullptr) return;
+    if (!request_) return;
+    // Closed in the reverse order.
+    struct Closing {
+        InternetHandle internet;
+        InternetHandle connection;
+        InternetHandle request;
+    };
     GuardHresult([&] {
+        const auto closing = std::make_shared<Closing>();
+        closing->request = std::move(request_);
         const DWORD time = ClosingTime(EffectiveTimeout() * kSendTimeouts);
-        const bool closed = RunBounded(
-            url_.host, [request] { InternetCloseHandle(request); }, time);
-        if (!closed) Trace(L"SOAP: a request to %ls does not close\r\n", Printable(url_.host).c_str());
+        if (RunBounded(
+                url_.host, [closing] { closing->request.Reset(); }, time))
+            return S_OK;
+        Trace(L"SOAP: a request to %ls does not close\r\n", Printable(url_.host).c_str());
+        // Closing what it belongs to closes a request as well, which must not happen twice.
+        closing->connection = std::move(connection_);
+        closing->internet = std::move(internet_);
         return S_OK;
     });
 }
 
 void CVlSoapWininetClient::CloseAll() noexcept {
     CloseRequest();
+    // Still there only when memory ran out.
+    request_.Reset();
     connection_.Reset();
     internet_.Reset();
 }

@@ -173,12 +173,13 @@ TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
                 table.pfnOpenPortEx(manager, &below, name.data(), printer.data(), &port, &below.table));
             return port;
         };
-        const HANDLE stuck = open(hangs, L"IP_stuck");
-        const bool needsJob = std::string(each.hanging) != "GetPrinterDataFromPort";
-        EXPECT_EQ(needsJob, needsJob && Start(stuck));
         LowerMonitor healthy;
         const HANDLE prints = open(healthy, L"IP_prints");
         EXPECT_TRUE(Start(prints));
+        // The last one that was opened is the first that is closed.
+        const HANDLE stuck = open(hangs, L"IP_stuck");
+        const bool needsJob = std::string(each.hanging) != "GetPrinterDataFromPort";
+        EXPECT_EQ(needsJob, needsJob && Start(stuck));
         std::thread hanging([&] { each.operation(stuck); });
         ASSERT_EQ(WaitForSingleObject(entered.Get(), 20'000), WAIT_OBJECT_0);
         // The healthy job goes on as long as it may, then ends its document.
@@ -187,7 +188,7 @@ TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
                 Sleep(1);
             EXPECT_EQ(GetLastError(), 1461U);
             healthy.ForgetCalls();
-            for (int i = 0; i < 50; ++i) {
+            for (int i = 0; i < 20; ++i) {
                 EXPECT_FALSE(Write(prints));
                 EXPECT_FALSE(Start(prints));
                 Sleep(1);
