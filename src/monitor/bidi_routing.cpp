@@ -13,6 +13,7 @@
 #include "bidi/velunbidispl.h"
 #include "monitor/lm_manager.h"
 #include "monitor/module_explorer.h"
+#include "monitor/remote_ports.h"
 #include "soap/printer_elements.h"
 #include "util/com.h"
 #include "util/scope_exit.h"
@@ -235,6 +236,7 @@ DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
     const DWORD code = GuardCode(port, L"an exception came up from the lower monitor", [&]() -> DWORD {
         const auto ask = port.lower.base.pfnSendRecvBidiDataFromPort;
         if (ask == nullptr) return ERROR_NOT_SUPPORTED;
+        if (port.use.closing.load()) return ERROR_OPERATION_ABORTED;
         // The slot's type lacks the const that its contract has: a request is only read.
         return ask(port.lowerPort, accessBit, action, const_cast<BIDI_REQUEST_CONTAINER*>(request), answer);
     });
@@ -295,6 +297,7 @@ DWORD CLmMgr::AnswerLocally(const BIDI_REQUEST_CONTAINER* request, BIDI_RESPONSE
 
 DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
                 BIDI_RESPONSE_CONTAINER** response) noexcept {
+    const OperationScope scope(port);
     const TraceClock::time_point begin = TraceClock::now();
     QueryTally tally;
     const DWORD code = GuardCode(port, L"an exception ended the query", [&]() -> DWORD {

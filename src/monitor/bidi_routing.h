@@ -6,9 +6,9 @@
 // driver's extension files, has the printer's elements fetched from the address that printer_address.cpp
 // finds, and lets the engine answer -> MergeAnswers -> back through the request's response to the spooler.
 //
-// A source that fails, by code or by exception, never costs the other one's answer. Everything runs on the
-// spooler's thread, holds no lock while anybody else is called, and keeps nothing between calls. Each refusal
-// and each failure leaves a line with its reason in the trace.
+// A source that fails, by code or by a C++ exception, never costs the other one's answer. Everything runs on
+// the spooler's thread, holds no lock while anybody else is called, and keeps nothing between calls. Each
+// refusal and each failure leaves a line with its reason in the trace.
 #pragma once
 
 #include "bidi/bidi_mem.h"

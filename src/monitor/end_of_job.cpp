@@ -7,6 +7,7 @@
 
 #include "monitor/guard.h"
 #include "monitor/port_operations.h"
+#include "monitor/remote_ports.h"
 #include "util/handles.h"
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
@@ -44,7 +45,7 @@ void NoteJobStatus(LmPort& port) {
 void PollForCompletion(const LmPort& port) {
     const auto ask = port.lower.base.pfnGetPrinterDataFromPort;
     if (ask == nullptr) return;
-    for (int attempt = 0; attempt < kCompletionTries; ++attempt) {
+    for (int attempt = 0; attempt < kCompletionTries && !port.use.closing.load(); ++attempt) {
         // Wide, because that is the slot's type; the bytes in them are narrow text. The answer has room far
         // beyond what is offered, so that a lower monitor that ignores the offer is found out and overruns
         // nothing.
@@ -86,8 +87,9 @@ void FinishJob(LmPort& port) {
 
 BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
     return GuardOperation(L"EndDocPort", [&]() -> BOOL {
-        LmPort* port = PortOf(hPort);
+        LmPort* port = EndingPortOf(hPort);
         if (port == nullptr) return FALSE;
+        const OperationScope scope(*port);
 
         LastErrorKeeper keeper;
         // Whatever fails or throws below, the job ends and the port is free again.

@@ -53,10 +53,6 @@ wchar_t* DuplicateToGlobalHeap(const wchar_t* text) {
     return copy;
 }
 
-CLmMgr::~CLmMgr() {
-    CloseAllPorts();
-}
-
 LmPort* CLmMgr::FindPort(const wchar_t* portName) const {
     if (portName == nullptr || *portName == L'\0') return nullptr;
     for (LmPort* port = ports_; port != nullptr; port = port->next)
@@ -81,30 +77,40 @@ LmPort* CLmMgr::CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const w
     return port;
 }
 
-void CLmMgr::RemovePort(LmPort* port) {
+bool CLmMgr::RemovePort(LmPort* port) {
     for (LmPort** link = &ports_; *link != nullptr; link = &(*link)->next) {
         if (*link != port) continue;
         *link = port->next;
         FreePortRecord(port);
-        return;
+        return true;
     }
+    return false;
 }
 
-void CLmMgr::CloseAllPorts() {
-    LmPort* port = nullptr;
+bool CLmMgr::CloseAllPorts() {
+    LmPort* ports = nullptr;
     {
+        // All at the same moment: a port that hangs gives no other one time to begin anything below.
         const LockGuard guard(processState.monitorLock);
-        port = std::exchange(ports_, nullptr);
+        ports = std::exchange(ports_, nullptr);
+        for (LmPort* port = ports; port != nullptr; port = port->next)
+            Bar(*port);
     }
     // One deadline for all: however many ports are in use, a shutdown takes no longer.
     const ULONGLONG deadline = GetTickCount64() + kCloseTimeout;
-    while (port != nullptr) {
-        LmPort* const current = std::exchange(port, port->next);
-        Unique<PrinterTraits>(std::exchange(current->printer, nullptr)).Reset();
-        if (!PrepareToDiscard(*current, deadline)) continue;
-        KernelHandle(current->portEvent).Reset();
-        FreePortRecord(current);
+    for (const LmPort* port = ports; port != nullptr; port = port->next)
+        AwaitLeavers(*port, deadline);
+    bool free = true;
+    while (ports != nullptr) {
+        LmPort* const port = std::exchange(ports, ports->next);
+        const Inside inside = CutOff(*port);
+        free = free && inside == Inside::kNobody;
+        if (inside == Inside::kSomebody) continue;
+        Unique<PrinterTraits>(std::exchange(port->printer, nullptr)).Reset();
+        KernelHandle(std::exchange(port->portEvent, nullptr)).Reset();
+        if (inside == Inside::kNobody) FreePortRecord(port);
     }
+    return free;
 }
 
 std::wstring CLmMgr::PrinterNameOf(const LmPort& port) const {

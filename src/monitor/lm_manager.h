@@ -28,7 +28,7 @@ enum class PortConnectMode {
 class CLmMgr {
  public:
     explicit CLmMgr(MONITORINIT* monitorInit) : monitorInit_(monitorInit) {}
-    virtual ~CLmMgr();
+    virtual ~CLmMgr() = default;
     CLmMgr(const CLmMgr&) = delete;
     CLmMgr& operator=(const CLmMgr&) = delete;
 
@@ -39,11 +39,12 @@ class CLmMgr {
     // monitor's handle; a null printer name is kept as an empty one. The lower table and the event are the
     // caller's to fill.
     LmPort* CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName);
-    // Unlinks the record and frees it with its names. A record that is not in the list is left alone.
-    void RemovePort(LmPort* port);
-    // Frees every port with its event and, if open, its printer. Nothing below is called. Waits a bounded
-    // time for remote callers (remote_ports.h).
-    void CloseAllPorts();
+    // Unlinks the record and frees it with its names. A record that is not in the list is left alone: false.
+    bool RemovePort(LmPort* port);
+    // Bars every port at the same moment, then frees each with its event and, if open, its printer. Nothing
+    // below is called. Waits a bounded time for those who are inside (remote_ports.h); false when somebody
+    // still may be, in which case that port's record stays, and the manager has to as well.
+    bool CloseAllPorts();
     // Whether the port's printer prints to several ports. A printer that cannot be asked is not pooled.
     bool IsPooledPrinter(const LmPort& port) const;
     // A copy of the port's printer name as it is now.

@@ -7,8 +7,8 @@
 // Threads: the spooler uses one port from one thread at a time, but different ports at once. `next` and
 // `printerName` change only under the monitor lock (process_state.h), and so are `portEvent`, `lowerPort` and
 // `lower` set, because a remote caller may find the port while it is being opened; `flags` is atomic, because
-// such a caller marks a port too; everything else belongs to the thread that runs the port's current
-// operation.
+// such a caller marks a port too; `signature` is, because a Shutdown takes it away; everything else belongs
+// to the thread that runs the port's current operation.
 #pragma once
 
 #include <atomic>
@@ -42,17 +42,19 @@ enum LmPortFlag : DWORD {
     LMPORT_JOB_RESTARTED = 0x8,  // the job was being restarted then
 };
 
-// The remote callers that hold the record, and how far it is on its way out (remote_ports.h).
-struct RemoteUse {
-    uint32_t users;               // under the monitor lock
-    bool lastUserCloses;          // under the monitor lock: the close gave up waiting for them
+// Who holds the record, and how far it is on its way out (remote_ports.h). The counts and the mark beside
+// them are under the monitor lock.
+struct PortUse {
+    uint32_t callers;             // remote ones
+    uint32_t operations;          // of the spooler, but for WritePort and ReadPort, which must not count
+    bool lastCallerCloses;        // the close gave up waiting for them
     std::atomic<bool> closing;    // nothing new is started below
     std::atomic<bool> belowGone;  // nothing below may be called at all
 };
 
 struct LmPort {
-    DWORD signature;  // kLmPortSignature while the record is valid
-    LmPort* next;     // in the owning manager's list
+    std::atomic<uint32_t> signature;  // kLmPortSignature while the port is open
+    LmPort* next;                     // in the owning manager's list
     wchar_t* portName;
     wchar_t* printerName;  // of the last job; never null
     DWORD jobId;           // of the last job
@@ -63,7 +65,7 @@ struct LmPort {
     CLmMgr* owner;
     HANDLE portEvent;     // the job lock: auto-reset, taken for a job or an exchange; may be null
     Monitor2Table lower;  // the lower monitor's operations; all null when it could not open the port
-    RemoteUse remote;
+    PortUse use;
     JobTally tally;  // of the job that runs; the only part of the record that WritePort adds to
 };
 static_assert(std::is_standard_layout_v<LmPort>);

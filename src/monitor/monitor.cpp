@@ -38,8 +38,8 @@ void WINAPI Shutdown(HANDLE hMonitor) noexcept {
             SetLastError(ERROR_INVALID_MONITOR_HANDLE);
             return FALSE;
         }
-        delete manager;
-        rpc::StopRpcServer(HasCallersLeftBehind());
+        if (manager->CloseAllPorts()) delete manager;
+        rpc::StopRpcServer(HasPortsLeftBehind());
         return TRUE;
     });
 }

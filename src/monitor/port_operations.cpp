@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -34,7 +35,7 @@ BOOL Refuse(DWORD error) {
 }
 
 bool IsPort(const LmPort& port) {
-    return port.signature == kLmPortSignature && port.owner != nullptr;
+    return port.signature.load(std::memory_order_relaxed) == kLmPortSignature && port.owner != nullptr;
 }
 
 // As PortOf, for the two operations that do not tell a null handle from a wrong one.
@@ -117,6 +118,13 @@ LmPort* PortOf(HANDLE hPort) {
     return nullptr;
 }
 
+LmPort* EndingPortOf(HANDLE hPort) {
+    auto* port = static_cast<LmPort*>(hPort);
+    const bool isBarred =
+        port != nullptr && port->signature.load() == kBarredPortSignature && port->owner != nullptr;
+    return isBarred ? port : PortOf(hPort);
+}
+
 BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName, LPWSTR pPrinterName,
                        PHANDLE pHandle, LPMONITOR2 pMonitor2) noexcept {
     return GuardOperation(L"OpenPortEx", [&]() -> BOOL {
@@ -136,10 +144,12 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
         const std::wstring eventName = std::wstring(L"ToviLM3BEvent_") + pszPortName;
         LmPort* port = nullptr;
         bool isOpen = false;
+        std::optional<OperationScope> scope;
         {
             const LockGuard guard(processState.monitorLock);
             isOpen = manager->FindPort(pszPortName) != nullptr;
             if (!isOpen) port = manager->CreatePort(hMonitorPort, pszPortName, pPrinterName);
+            if (port != nullptr) scope.emplace(*port);
         }
         if (isOpen) return refuse(ERROR_BUSY, L"open already");
         if (port == nullptr) return refuse(ERROR_NOT_ENOUGH_MEMORY, L"no memory for its record");
@@ -165,6 +175,7 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
             CopyLowerTable(*pMonitor2, port->lower);
             port->lowerPort = lowerPort;
         }
+        if (port->use.closing.load()) return refuse(ERROR_OPERATION_ABORTED, L"shut down while being opened");
         *pHandle = port;
         return TRUE;
     });
@@ -176,6 +187,7 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
     return GuardOperation(L"StartDocPort", [&]() -> BOOL {
         LmPort* port = PortOf(hPort);
         if (port == nullptr) return FALSE;
+        const OperationScope scope(*port);
         const auto refuse = [port](DWORD error, const wchar_t* reason) {
             TraceRefusal(port->portName, reason, error);
             return Refuse(error);
@@ -197,6 +209,11 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
             if (port->printer != nullptr) ClosePrinter(std::exchange(port->printer, nullptr));
             port->flags.fetch_and(~LMPORT_JOB_ACTIVE);
         });
+        if (port->use.closing.load()) {
+            refuse(ERROR_OPERATION_ABORTED, L"a job while the port is being shut down");
+            keeper.Update();
+            return FALSE;
+        }
         port->jobId = JobId;
         if (std::wcscmp(pPrinterName, port->printerName) == 0) {
             OpenJobPrinter(*port, pPrinterName);
@@ -263,6 +280,7 @@ BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueN
     return GuardOperation(L"GetPrinterDataFromPort", [&]() -> BOOL {
         LmPort* port = OwnedPortOf(hPort);
         if (port == nullptr) return FALSE;
+        const OperationScope scope(*port);
         const auto lower = port->lower.base.pfnGetPrinterDataFromPort;
         // Control code 0 asks for a value by name; this monitor has no named values, whatever lies below.
         if (ControlID == 0 || lower == nullptr) {

@@ -30,5 +30,7 @@ DWORD WINAPI SendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR p
 // The port behind a handle, or null with the last error set: 87 for a null handle, 1461 for one that is no
 // open port.
 LmPort* PortOf(HANDLE hPort);
+// The same, and also a port that is barred because a Shutdown waits: a document may still be ended.
+LmPort* EndingPortOf(HANDLE hPort);
 
 }  // namespace vlm

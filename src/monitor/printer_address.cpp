@@ -25,14 +25,14 @@ constexpr size_t kLongestUrl = 260;  // characters, terminator included
 // The lower monitor's channel for questions about one port, open for the scope.
 class Transceiver {
  public:
-    explicit Transceiver(const LmPort& port) : table_(port.lower.base) {
-        if (table_.pfnXcvOpenPort == nullptr || table_.pfnXcvDataPort == nullptr ||
+    explicit Transceiver(const LmPort& port) : port_(port), table_(port.lower.base) {
+        if (port.use.closing.load() || table_.pfnXcvOpenPort == nullptr || table_.pfnXcvDataPort == nullptr ||
             table_.pfnXcvClosePort == nullptr)
             return;
         open_ = table_.pfnXcvOpenPort(port.lowerMonitor, port.portName, GENERIC_READ, &channel_) != FALSE;
     }
     ~Transceiver() {
-        if (!open_) return;
+        if (!open_ || port_.use.belowGone.load()) return;
         const LastErrorKeeper keeper;
         try {
             table_.pfnXcvClosePort(channel_);
@@ -45,11 +45,13 @@ class Transceiver {
 
     explicit operator bool() const { return open_; }
     DWORD Ask(const wchar_t* name, BYTE* input, DWORD inputSize, BYTE* output) const {
+        if (port_.use.closing.load()) return ERROR_OPERATION_ABORTED;
         DWORD needed = 0;
         return table_.pfnXcvDataPort(channel_, name, input, inputSize, output, kPortDataSize, &needed);
     }
 
  private:
+    const LmPort& port_;
     const MONITOR2& table_;
     HANDLE channel_ = nullptr;
     bool open_ = false;

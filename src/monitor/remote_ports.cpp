@@ -13,15 +13,18 @@ namespace vlm {
 
 namespace {
 
-CONDITION_VARIABLE callerLeft = CONDITION_VARIABLE_INIT;  // with the monitor lock
-int callersLeftBehind = 0;                                // under the monitor lock
+CONDITION_VARIABLE somebodyLeft = CONDITION_VARIABLE_INIT;  // with the monitor lock
+bool portsLeftBehind = false;                               // under the monitor lock
 
-// Under the monitor lock.
-void AwaitCallers(const LmPort& port, ULONGLONG deadline) {
+// Under the monitor lock. False when somebody is still inside at the deadline.
+template <typename IsEmpty>
+bool AwaitEmpty(ULONGLONG deadline, IsEmpty&& isEmpty) {
     for (;;) {
+        if (isEmpty()) return true;
         const ULONGLONG now = GetTickCount64();
-        if (port.remote.users == 0 || now >= deadline) return;
-        SleepConditionVariableCS(&callerLeft, &processState.monitorLock, static_cast<DWORD>(deadline - now));
+        if (now >= deadline) return false;
+        SleepConditionVariableCS(&somebodyLeft, &processState.monitorLock,
+                                 static_cast<DWORD>(deadline - now));
     }
 }
 
@@ -38,26 +41,26 @@ BOOL Abort() {
 
 BOOL WINAPI StartBelow(HANDLE handle, LPWSTR printer, DWORD job, DWORD level, LPBYTE document) {
     const LmPort& port = Port(handle);
-    if (port.remote.closing.load()) return Abort();
+    if (port.use.closing.load()) return Abort();
     return port.lower.base.pfnStartDocPort(port.lowerPort, printer, job, level, document);
 }
 
 BOOL WINAPI WriteBelow(HANDLE handle, LPBYTE buffer, DWORD size, LPDWORD written) {
     const LmPort& port = Port(handle);
-    if (port.remote.closing.load()) return Abort();
+    if (port.use.closing.load()) return Abort();
     return port.lower.base.pfnWritePort(port.lowerPort, buffer, size, written);
 }
 
 BOOL WINAPI ReadBelow(HANDLE handle, LPBYTE buffer, DWORD size, LPDWORD read) {
     const LmPort& port = Port(handle);
-    if (port.remote.closing.load()) return Abort();
+    if (port.use.closing.load()) return Abort();
     const BOOL result = port.lower.base.pfnReadPort(port.lowerPort, buffer, size, read);
-    return port.remote.closing.load() ? Abort() : result;
+    return port.use.closing.load() ? Abort() : result;
 }
 
 BOOL WINAPI EndBelow(HANDLE handle) {
     const LmPort& port = Port(handle);
-    if (port.remote.belowGone.load()) return Abort();
+    if (port.use.belowGone.load()) return Abort();
     // Some lower monitors do without.
     return port.lower.base.pfnEndDocPort == nullptr || port.lower.base.pfnEndDocPort(port.lowerPort);
 }
@@ -71,30 +74,23 @@ rpc::ServedPort Describe(LmPort& port) {
     return served;
 }
 
-// Closes the port below, and frees the record with its event and names. `asCaller`: it is the last remote
-// caller, which is still counted, that does so.
-void CloseBelow(LmPort& port, bool asCaller) {
+// Closes the port below, and frees the record with its event and names. `counted` is the count that whoever
+// does so is still in.
+void CloseBelow(LmPort& port, uint32_t PortUse::*counted) {
     // Runs also when the lower monitor throws. A printer that is still open belongs to a job that was never
     // ended; EndDocPort would have closed it, and closing is its work alone.
-    const ScopeExit freeRecord([&port, asCaller] {
+    const ScopeExit freeRecord([&port, counted] {
         const LastErrorKeeper keeper;
         const HANDLE event = std::exchange(port.portEvent, nullptr);
         if (event != nullptr && event != INVALID_HANDLE_VALUE) CloseHandle(event);
         const LockGuard guard(processState.monitorLock);
-        if (asCaller) {
-            --port.remote.users;
-            WakeAllConditionVariable(&callerLeft);
-        }
-        if (port.owner == nullptr) {
-            --callersLeftBehind;
-            FreePortRecord(&port);
-        } else {
-            // In no list means that a Shutdown waits for this caller, and frees the record itself.
-            port.owner->RemovePort(&port);
-        }
+        if (port.owner->RemovePort(&port)) return;
+        // In no list means that a Shutdown waits for this one, and frees the record itself.
+        --(port.use.*counted);
+        WakeAllConditionVariable(&somebodyLeft);
     });
     port.flags.fetch_and(~uint32_t{LMPORT_JOB_ACTIVE});
-    if (port.lower.base.pfnClosePort != nullptr && !port.remote.belowGone.load())
+    if (port.lower.base.pfnClosePort != nullptr && !port.use.belowGone.load())
         port.lower.base.pfnClosePort(port.lowerPort);
 }
 
@@ -105,8 +101,8 @@ bool Acquire(const wchar_t* portName, rpc::ServedPort* served) {
     for (const CLmMgr* manager : *processState.monitors) {
         LmPort* port = manager->FindPort(portName);
         if (port == nullptr) continue;
-        if (port->remote.closing.load()) return false;
-        ++port->remote.users;
+        if (port->use.closing.load()) return false;
+        ++port->use.callers;
         *served = Describe(*port);
         return true;
     }
@@ -117,15 +113,15 @@ void Release(const rpc::ServedPort& served) {
     auto& port = *static_cast<LmPort*>(served.record);
     {
         const LockGuard guard(processState.monitorLock);
-        if (!port.remote.lastUserCloses || port.remote.users > 1) {
-            --port.remote.users;
-            WakeAllConditionVariable(&callerLeft);
+        if (!port.use.lastCallerCloses || port.use.callers > 1) {
+            --port.use.callers;
+            WakeAllConditionVariable(&somebodyLeft);
             return;
         }
     }
     // Still counted, so that a Shutdown that comes now does not free the record.
     GuardOperation(L"ClosePort", [&port]() -> BOOL {
-        CloseBelow(port, true);
+        CloseBelow(port, &PortUse::callers);
         return TRUE;
     });
 }
@@ -139,10 +135,13 @@ bool PrepareToClose(LmPort& port) {
     const TraceName name(port.portName);
     {
         const LockGuard guard(processState.monitorLock);
-        port.remote.closing.store(true);
-        AwaitCallers(port, GetTickCount64() + kCloseTimeout);
-        if (port.remote.users == 0) return true;
-        port.remote.lastUserCloses = true;
+        port.use.closing.store(true);
+        ++port.use.operations;
+        if (AwaitEmpty(GetTickCount64() + kCloseTimeout, [&port] { return port.use.callers == 0; }))
+            return true;
+        --port.use.operations;
+        port.use.lastCallerCloses = true;
+        WakeAllConditionVariable(&somebodyLeft);
     }
     TraceRefusal(name.c_str(),
                  L"a remote caller is inside the lower monitor, and closes the port when it is back",
@@ -151,29 +150,57 @@ bool PrepareToClose(LmPort& port) {
 }
 
 void FinishClose(LmPort& port) {
-    CloseBelow(port, false);
+    CloseBelow(port, &PortUse::operations);
 }
 
-bool PrepareToDiscard(LmPort& port, ULONGLONG deadline) {
-    const TraceName name(port.portName);
+void Bar(LmPort& port) {
+    port.use.closing.store(true);
+    port.signature = kBarredPortSignature;
+}
+
+void AwaitLeavers(const LmPort& port, ULONGLONG deadline) {
+    const LockGuard guard(processState.monitorLock);
+    AwaitEmpty(deadline, [&port] { return port.use.callers == 0 && port.use.operations == 0; });
+}
+
+Inside CutOff(LmPort& port) {
+    Inside inside = Inside::kNobody;
     {
         const LockGuard guard(processState.monitorLock);
-        port.remote.closing.store(true);
-        AwaitCallers(port, deadline);
-        if (port.remote.users == 0) return true;
-        port.remote.belowGone.store(true);
-        port.remote.lastUserCloses = true;
-        port.owner = nullptr;
+        if (port.use.callers != 0 || port.use.operations != 0) {
+            inside = Inside::kSomebody;
+        } else if ((port.flags.load() & LMPORT_JOB_ACTIVE) != 0) {
+            inside = Inside::kPerhapsAWrite;
+        }
+        if (inside == Inside::kNobody) return inside;
+        port.use.belowGone.store(true);
+        port.signature = 0;
         port.next = nullptr;
-        ++callersLeftBehind;
+        portsLeftBehind = true;
     }
-    TraceRefusal(name.c_str(), L"a remote caller is inside the lower monitor at shutdown", ERROR_BUSY);
-    return false;
+    TraceRefusal(port.portName,
+                 inside == Inside::kSomebody ? L"somebody is inside the lower monitor at shutdown"
+                                             : L"a job has not ended at shutdown",
+                 ERROR_BUSY);
+    return inside;
 }
 
-bool HasCallersLeftBehind() {
+bool HasPortsLeftBehind() {
     const LockGuard guard(processState.monitorLock);
-    return callersLeftBehind != 0;
+    return portsLeftBehind;
+}
+
+OperationScope::OperationScope(LmPort& port) : port_(port) {
+    const LastErrorKeeper keeper;
+    const LockGuard guard(processState.monitorLock);
+    ++port_.use.operations;
+}
+
+OperationScope::~OperationScope() {
+    const LastErrorKeeper keeper;
+    const LockGuard guard(processState.monitorLock);
+    --port_.use.operations;
+    WakeAllConditionVariable(&somebodyLeft);
 }
 
 }  // namespace vlm

@@ -1,6 +1,5 @@
 #include "soap/bounded_call.h"
 
-#include <atomic>
 #include <memory>
 
 #include "soap/hresult.h"
@@ -12,53 +11,60 @@ namespace vlm {
 
 namespace {
 
-enum class Phase { kRunning, kEnded, kLeftBehind };
-
 struct Call {
     std::wstring peer;
     std::function<void()> work;
     KernelHandle ended;
-    std::atomic<Phase> phase{Phase::kRunning};
+    // Under the lock.
+    bool cancelled = false;
+    bool isOver = false;
     Call* next = nullptr;  // among those left behind
 };
 
 // The calls left behind. A list through themselves and a lock without a destructor, because a call may end
 // while the module's statics are being destroyed.
-SRWLOCK leftBehindLock = SRWLOCK_INIT;
+SRWLOCK lock = SRWLOCK_INIT;
 Call* leftBehind = nullptr;
 
-int CountLeftBehind(const std::wstring& peer) {
-    const ExclusiveScope exclusive(leftBehindLock);
-    int count = 0;
-    for (const Call* call = leftBehind; call != nullptr; call = call->next)
-        if (call->peer == peer) ++count;
-    return count;
+bool IsCancelled(const Call& call) {
+    const ExclusiveScope exclusive(lock);
+    return call.cancelled;
 }
 
-void AddLeftBehind(Call& call) {
-    const ExclusiveScope exclusive(leftBehindLock);
+void Cancel(Call& call) {
+    const ExclusiveScope exclusive(lock);
+    call.cancelled = true;
+}
+
+void End(Call& call) {
+    const ExclusiveScope exclusive(lock);
+    call.isOver = true;
+    for (Call** link = &leftBehind; *link != nullptr; link = &(*link)->next) {
+        if (*link != &call) continue;
+        *link = call.next;
+        return;
+    }
+}
+
+// False when it is over.
+bool LeaveBehind(Call& call) {
+    const ExclusiveScope exclusive(lock);
+    if (call.isOver) return false;
     call.next = leftBehind;
     leftBehind = &call;
-}
-
-void RemoveLeftBehind(const Call& call) {
-    const ExclusiveScope exclusive(leftBehindLock);
-    Call** link = &leftBehind;
-    while (*link != &call)
-        link = &(*link)->next;
-    *link = call.next;
+    return true;
 }
 
 void CALLBACK RunCall(PTP_CALLBACK_INSTANCE, void* argument) {
     const std::unique_ptr<std::shared_ptr<Call>> owner(static_cast<std::shared_ptr<Call>*>(argument));
     Call& call = **owner;
     GuardHresult([&] {
-        call.work();
+        if (!IsCancelled(call)) call.work();
         return S_OK;
     });
     // What the work holds goes before its end is announced.
     call.work = nullptr;
-    if (call.phase.exchange(Phase::kEnded) == Phase::kLeftBehind) RemoveLeftBehind(call);
+    End(call);
     SetEvent(call.ended.Get());
 }
 
@@ -82,11 +88,24 @@ bool Submit(std::shared_ptr<Call>* owner) {
 
 }  // namespace
 
-bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds) {
-    if (CountLeftBehind(peer) >= kMostLeftBehind) {
-        Trace(L"SOAP: earlier calls to %ls still hang, no new one is begun\r\n", Printable(peer).c_str());
-        return false;
+bool MayCall(const std::wstring& peer) {
+    int toPeer = 0;
+    int toAll = 0;
+    {
+        const ExclusiveScope exclusive(lock);
+        for (const Call* call = leftBehind; call != nullptr; call = call->next) {
+            ++toAll;
+            if (call->peer == peer) ++toPeer;
+        }
     }
+    if (toPeer < kMostLeftBehind && toAll < kMostLeftBehindInAll) return true;
+    Trace(L"SOAP: %d earlier calls to %ls still hang, %d in all; no new one is begun\r\n", toPeer,
+          Printable(peer).c_str(), toAll);
+    return false;
+}
+
+bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds,
+                const std::function<void()>& cancel, DWORD grace) {
     const auto call = std::make_shared<Call>();
     call->peer = peer;
     call->work = std::move(work);
@@ -97,11 +116,13 @@ bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD mill
     static_cast<void>(owner.release());  // the callback's
 
     if (WaitForSingleObject(call->ended.Get(), milliseconds) == WAIT_OBJECT_0) return true;
-    // Counted before the exchange, so that the callback never takes away what is not there yet.
-    AddLeftBehind(*call);
-    if (call->phase.exchange(Phase::kLeftBehind) != Phase::kEnded) return false;
-    RemoveLeftBehind(*call);
-    return true;
+    if (cancel) {
+        Cancel(*call);
+        cancel();
+        WaitForSingleObject(call->ended.Get(), grace);
+    }
+    const bool isOver = !LeaveBehind(*call);
+    return isOver && !cancel;
 }
 
 }  // namespace vlm

@@ -3,6 +3,9 @@
 // WinINet bounds each receive, not what a peer can string together out of them: a response head that arrives
 // byte by byte, a TLS handshake with a mute peer, and (in some versions) the connect itself last as long as
 // the other side likes. The spooler's thread must not.
+//
+// Who gives up cancels. Where the platform honours that, the call ends and nothing is left; where it does
+// not, the call is left behind, and few such calls are borne.
 #pragma once
 
 #include <windows.h>
@@ -12,18 +15,25 @@
 
 namespace vlm {
 
-// Runs `work` on another thread and waits for its end, at most `milliseconds`. True when it has ended.
+// Runs `work` on another thread and waits for its end, at most `milliseconds`. True when it has ended by
+// then.
 //
-// False when the time is up or no thread could be had. The work may then still be running, for as long as the
-// platform keeps it: everything it touches must belong to it (values, shared ownership), and nobody may close
-// what it uses. The module stays loaded until it has ended.
+// When the time is up `cancel`, if there is one, is called on this thread, and the end is waited for `grace`
+// milliseconds more. Work that has not begun by then never begins, so that it cannot use what `cancel`
+// closed.
 //
-// Calls that were left behind are counted. While there are kMostLeftBehind of them to one `peer` (whatever
-// name the caller has for it) no further one is begun, so that a peer that holds threads for ever holds few
-// of them and fails at once.
-//
-// `work` reports through what it shares with the caller; an exception out of it is swallowed.
+// False after that, and when no thread could be had. The work may then still be running, for as long as the
+// platform keeps it: everything it touches must belong to it (values, shared ownership). The module stays
+// loaded until it has ended. `peer` is whatever name the caller has for the other side. `work` reports
+// through what it shares with the caller; an exception out of it is swallowed.
+bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds,
+                const std::function<void()>& cancel = nullptr, DWORD grace = 0);
+
+// Whether another exchange with that peer may be begun: not while so many calls that were left behind still
+// run to it, nor while so many do in the process. So a peer that holds threads for ever holds few, under
+// however many names.
 inline constexpr int kMostLeftBehind = 4;
-bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds);
+inline constexpr int kMostLeftBehindInAll = 16;
+bool MayCall(const std::wstring& peer);
 
 }  // namespace vlm

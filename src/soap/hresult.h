@@ -10,7 +10,7 @@
 namespace vlm {
 
 // Runs `body`, which returns an HRESULT, and turns an exception out of it into one. Stands at every COM
-// callback, thread entry and public function here: no exception crosses them.
+// callback, thread entry and public function here: no C++ exception of this compiler's crosses them.
 template <typename Body>
 HRESULT GuardHresult(Body&& body) noexcept {
     try {

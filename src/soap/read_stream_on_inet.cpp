@@ -61,6 +61,8 @@ class CReadStreamOnInet final : public IStream {
 
  private:
     ~CReadStreamOnInet() = default;
+    // Looked at before each use of the request, which may be closed soon after the deadline.
+    bool IsLate() const;
 
     std::atomic<ULONG> references_{1};
     HINTERNET request_;
@@ -77,6 +79,12 @@ CReadStreamOnInet::CReadStreamOnInet(HINTERNET request, ULONGLONG deadline)
     const std::optional<std::uint64_t> length = AnnouncedLength(request);
     lengthKnown_ = length.has_value();
     left_ = length.value_or(0);
+}
+
+bool CReadStreamOnInet::IsLate() const {
+    if (GetTickCount64() < deadline_) return false;
+    Trace(L"SOAP: the answer takes too long\r\n");
+    return true;
 }
 
 STDMETHODIMP CReadStreamOnInet::QueryInterface(REFIID iid, void** object) {
@@ -104,15 +112,13 @@ STDMETHODIMP CReadStreamOnInet::Read(void* buffer, ULONG count, ULONG* read) {
     *read = 0;
     if (buffer == nullptr) return STG_E_INVALIDPOINTER;
     if (count == 0 || (lengthKnown_ && left_ == 0)) return S_OK;
-    if (GetTickCount64() >= deadline_) {
-        Trace(L"SOAP: the answer takes too long\r\n");
-        return E_FAIL;
-    }
+    if (IsLate()) return E_FAIL;
     // InternetReadFile would wait until the whole buffer is full.
     DWORD available = 0;
     DWORD got = 0;
     bool good = InternetQueryDataAvailable(request_, &available, 0, 0) != FALSE;
     if (good && available != 0) {
+        if (IsLate()) return E_FAIL;
         DWORD wanted = std::min<DWORD>(count, available);
         if (lengthKnown_) wanted = static_cast<DWORD>(std::min<std::uint64_t>(wanted, left_));
         good = InternetReadFile(request_, buffer, wanted, &got) != FALSE;

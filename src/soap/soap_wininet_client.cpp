@@ -19,9 +19,12 @@ constexpr wchar_t kAgent[] = L"VCSoapClient";
 constexpr wchar_t kContentType[] = L"Content-Type: application/soap+xml\r\n";
 
 // Redirects are not followed. WinINet would repeat a POST as a GET without its body, for ever if the printer
-// sends it in a circle, and to whatever host the printer names.
-constexpr DWORD kRequestFlags =
-    INTERNET_FLAG_KEEP_CONNECTION | INTERNET_FLAG_NO_UI | INTERNET_FLAG_NO_AUTO_REDIRECT;
+// sends it in a circle, and to whatever host the printer names. Nor does a printer get to keep anything in
+// the spooler's account: cookies, which WinINet would write to disk and send with every later request, or
+// pages.
+constexpr DWORD kRequestFlags = INTERNET_FLAG_KEEP_CONNECTION | INTERNET_FLAG_NO_UI |
+                                INTERNET_FLAG_NO_AUTO_REDIRECT | INTERNET_FLAG_NO_COOKIES |
+                                INTERNET_FLAG_NO_CACHE_WRITE;
 constexpr DWORD kConnectFlags = INTERNET_FLAG_NO_UI;
 constexpr DWORD kIgnoreCertificate = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID |
                                      SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
@@ -32,6 +35,11 @@ constexpr DWORD kTimeoutWhenNoneIsSet = 30'000;
 constexpr DWORD kSendTimeouts = 2;
 constexpr DWORD kBodyTimeouts = 6;
 constexpr DWORD kLongestTimeout = 600'000;
+
+// What a step that gives up keeps of its time for closing the request, and as much again for its call to end.
+DWORD ClosingTime(DWORD wholeTime) {
+    return std::min<DWORD>(wholeTime / 16, 500);
+}
 
 constexpr int kStatusServerError = 500;
 
@@ -53,13 +61,42 @@ HRESULT CVlSoapWininetClient::SetUrl(std::wstring_view url) {
 
 void CVlSoapWininetClient::CleanupClient() {
     body_.clear();
-    handles_->request.Reset();
+    CloseRequest();
     fault_ = {};
     clientError_ = SoapClientError::kSuccess;
 }
 
-void CVlSoapWininetClient::CloseAll() {
-    handles_ = std::make_shared<Handles>();
+// Not every WinINet closes a request at once: one first reads what is left of the answer, for as long as the
+// printer sends.
+void CVlSoapWininetClient::CloseRequest() noexcept {
+    if (!request_) return;
+    // Closed in the reverse order.
+    struct Closing {
+        InternetHandle internet;
+        InternetHandle connection;
+        InternetHandle request;
+    };
+    GuardHresult([&] {
+        const auto closing = std::make_shared<Closing>();
+        closing->request = std::move(request_);
+        const DWORD time = ClosingTime(EffectiveTimeout() * kSendTimeouts);
+        if (RunBounded(
+                url_.host, [closing] { closing->request.Reset(); }, time))
+            return S_OK;
+        Trace(L"SOAP: a request to %ls does not close\r\n", Printable(url_.host).c_str());
+        // Closing what it belongs to closes a request as well, which must not happen twice.
+        closing->connection = std::move(connection_);
+        closing->internet = std::move(internet_);
+        return S_OK;
+    });
+}
+
+void CVlSoapWininetClient::CloseAll() noexcept {
+    CloseRequest();
+    // Still there only when memory ran out.
+    request_.Reset();
+    connection_.Reset();
+    internet_.Reset();
 }
 
 HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
@@ -70,7 +107,8 @@ HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
 }
 
 HRESULT CVlSoapWininetClient::Exchange(std::wstring_view actionHeader) {
-    HRESULT hr = handles_->connection ? S_OK : Connect();
+    if (!MayCall(url_.host)) return E_FAIL;
+    HRESULT hr = connection_ ? S_OK : Connect();
     if (SUCCEEDED(hr)) hr = OpenRequest();
     if (SUCCEEDED(hr)) hr = Send(std::wstring(actionHeader) + kContentType);
     if (FAILED(hr)) return hr;
@@ -90,9 +128,12 @@ HRESULT CVlSoapWininetClient::Exchange(std::wstring_view actionHeader) {
 HRESULT CVlSoapWininetClient::GetClientReader(IStream** reader) {
     if (reader == nullptr) return E_POINTER;
     *reader = nullptr;
-    if (!handles_->request) return E_FAIL;
-    const ULONGLONG deadline = GetTickCount64() + ULONGLONG{EffectiveTimeout()} * kBodyTimeouts;
-    *reader = NewReadStreamOnInet(handles_->request.Get(), deadline);
+    if (!request_) return E_FAIL;
+    // No read is begun just before the request is closed under it: the platform may give the same handle to
+    // somebody else's request next.
+    const DWORD time = EffectiveTimeout() * kBodyTimeouts;
+    const ULONGLONG deadline = GetTickCount64() + time - 3 * ClosingTime(time);
+    *reader = NewReadStreamOnInet(request_.Get(), deadline);
     return S_OK;
 }
 
@@ -109,26 +150,29 @@ void CVlSoapWininetClient::EndExchange(size_t bytes) {
 
 HRESULT CVlSoapWininetClient::ReadWholeBody(std::string* body) {
     struct Reading {
-        std::shared_ptr<Handles> handles;
         ComPtr<IStream> reader;
         std::string bytes;
         HRESULT result = E_FAIL;
     };
     const auto reading = std::make_shared<Reading>();
-    reading->handles = handles_;
     HRESULT hr = GetClientReader(reading->reader.Receive());
     if (FAILED(hr)) return hr;
     // The reader ends by itself at its deadline, unless one single read outlasts it.
-    const bool ended = RunBounded(
-        Peer(), [reading] { reading->result = ReadToEnd(reading->reader.Get(), &reading->bytes); },
-        EffectiveTimeout() * kBodyTimeouts);
-    if (!ended) {
-        CloseAll();
-        Trace(L"SOAP: the answer of %ls does not end\r\n", Printable(url_.host).c_str());
-        return E_FAIL;
-    }
-    *body = std::move(reading->bytes);
-    return reading->result;
+    const bool ended = RunWithinTime(EffectiveTimeout() * kBodyTimeouts, [reading] {
+        reading->result = ReadToEnd(reading->reader.Get(), &reading->bytes);
+    });
+    if (!ended) Trace(L"SOAP: the answer of %ls does not end\r\n", Printable(url_.host).c_str());
+    hr = ended ? reading->result : E_FAIL;
+    // What is left of such an answer is not waited for.
+    if (FAILED(hr)) CloseAll();
+    if (SUCCEEDED(hr)) *body = std::move(reading->bytes);
+    return hr;
+}
+
+bool CVlSoapWininetClient::RunWithinTime(DWORD time, std::function<void()> work) {
+    const DWORD closing = ClosingTime(time);
+    return RunBounded(
+        url_.host, std::move(work), time - 2 * closing, [this] { CloseAll(); }, closing);
 }
 
 HRESULT CVlSoapWininetClient::InitializeReader() {
@@ -167,14 +211,13 @@ HRESULT CVlSoapWininetClient::ReadResponse(SaxHandler* handler) {
 }
 
 HRESULT CVlSoapWininetClient::Connect() {
-    handles_->internet.Reset(InternetOpenW(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
-    if (handles_->internet) {
-        SetTimeouts(handles_->internet.Get());
-        handles_->connection.Reset(InternetConnectW(handles_->internet.Get(), url_.host.c_str(), url_.port,
-                                                    nullptr, nullptr, INTERNET_SERVICE_HTTP, kConnectFlags,
-                                                    0));
+    internet_.Reset(InternetOpenW(kAgent, INTERNET_OPEN_TYPE_DIRECT, nullptr, nullptr, 0));
+    if (internet_) {
+        SetTimeouts(internet_.Get());
+        connection_.Reset(InternetConnectW(internet_.Get(), url_.host.c_str(), url_.port, nullptr, nullptr,
+                                           INTERNET_SERVICE_HTTP, kConnectFlags, 0));
     }
-    if (handles_->connection) return S_OK;
+    if (connection_) return S_OK;
     Trace(L"SOAP: no connection to %ls, error %lu\r\n", Printable(url_.host).c_str(), GetLastError());
     CloseAll();
     clientError_ = SoapClientError::kConnect;
@@ -184,47 +227,43 @@ HRESULT CVlSoapWininetClient::Connect() {
 HRESULT CVlSoapWininetClient::OpenRequest() {
     const wchar_t* acceptTypes[] = {L"text/*", nullptr};
     const DWORD flags = kRequestFlags | (url_.secure ? INTERNET_FLAG_SECURE : 0);
-    handles_->request.Reset(HttpOpenRequestW(handles_->connection.Get(), L"POST", url_.path.c_str(),
-                                             L"HTTP/1.0", nullptr, acceptTypes, flags, 0));
-    if (!handles_->request) {
+    request_.Reset(HttpOpenRequestW(connection_.Get(), L"POST", url_.path.c_str(), L"HTTP/1.0", nullptr,
+                                    acceptTypes, flags, 0));
+    if (!request_) {
         Trace(L"SOAP: no request to %ls, error %lu\r\n", Printable(url_.host).c_str(), GetLastError());
         clientError_ = SoapClientError::kSend;
         return E_FAIL;
     }
     // Not every WinINet hands the session's time-outs down to its requests.
-    SetTimeouts(handles_->request.Get());
+    SetTimeouts(request_.Get());
     if (url_.secure) {
         DWORD security = 0;
         DWORD size = sizeof security;
-        InternetQueryOptionW(handles_->request.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security, &size);
+        InternetQueryOptionW(request_.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security, &size);
         security |= kIgnoreCertificate;
-        InternetSetOptionW(handles_->request.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security,
-                           sizeof security);
+        InternetSetOptionW(request_.Get(), INTERNET_OPTION_SECURITY_FLAGS, &security, sizeof security);
     }
     return S_OK;
 }
 
 HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
     struct Sending {
-        std::shared_ptr<Handles> handles;
+        HINTERNET request = nullptr;
         std::wstring headers;
         std::string body;
         BOOL sent = FALSE;
         DWORD error = ERROR_SUCCESS;
     };
     const auto sending = std::make_shared<Sending>();
-    sending->handles = handles_;
+    sending->request = request_.Get();
     sending->headers = std::move(headers);
     sending->body = body_;
-    const auto send = [sending] {
+    const bool ended = RunWithinTime(EffectiveTimeout() * kSendTimeouts, [sending] {
         Sending& s = *sending;
-        s.sent =
-            HttpSendRequestW(s.handles->request.Get(), s.headers.data(), static_cast<DWORD>(s.headers.size()),
-                             s.body.data(), static_cast<DWORD>(s.body.size()));
+        s.sent = HttpSendRequestW(s.request, s.headers.data(), static_cast<DWORD>(s.headers.size()),
+                                  s.body.data(), static_cast<DWORD>(s.body.size()));
         s.error = s.sent ? ERROR_SUCCESS : GetLastError();
-    };
-    const bool ended = RunBounded(Peer(), send, EffectiveTimeout() * kSendTimeouts);
-    if (!ended) CloseAll();
+    });
     if (ended && sending->sent) return S_OK;
     const DWORD error = ended ? sending->error : static_cast<DWORD>(ERROR_INTERNET_TIMEOUT);
     Trace(L"SOAP: no answer from %ls, error %lu\r\n", Printable(url_.host).c_str(), error);
@@ -235,7 +274,7 @@ HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
 HRESULT CVlSoapWininetClient::QueryStatus(int* status) {
     wchar_t text[256];
     DWORD size = sizeof text;
-    if (!HttpQueryInfoW(handles_->request.Get(), HTTP_QUERY_STATUS_CODE, text, &size, nullptr)) {
+    if (!HttpQueryInfoW(request_.Get(), HTTP_QUERY_STATUS_CODE, text, &size, nullptr)) {
         return GetLastError() == ERROR_INSUFFICIENT_BUFFER ? E_INVALIDARG : S_FALSE;
     }
     *status = static_cast<int>(std::wcstol(text, nullptr, 10));
@@ -261,10 +300,6 @@ void CVlSoapWininetClient::SetTimeouts(HINTERNET handle) const {
         DWORD timeout = timeout_;
         InternetSetOptionW(handle, option, &timeout, sizeof timeout);
     }
-}
-
-std::wstring CVlSoapWininetClient::Peer() const {
-    return url_.host + L":" + std::to_wstring(url_.port);
 }
 
 DWORD CVlSoapWininetClient::EffectiveTimeout() const {

@@ -8,11 +8,14 @@
 // than
 //   SendRequest: twice the time-out for the request and the head of the answer, 6 × the time-out for a
 //   fault's body;
-//   ReadBody:    6 × the time-out, and 16 MiB.
-// With time-out 0 nothing is asked of WinINet and 30 seconds count in its place.
+//   ReadBody:    6 × the time-out, and kLongestBody;
+//   CleanupClient, SetUrl, CloseAll, destruction: an eighth of the time-out.
+// With time-out 0 nothing is asked of WinINet and 30 seconds count in its place. A call whose time is up has
+// its handles closed, which is how WinINet cancels; one that still does not end is left behind
+// (bounded_call.h), and after too many of these SendRequest fails at once.
 //
-// For one thread, which has COM initialised; not shared. WinINet's handles are closed at the latest on
-// destruction, or at the end of a call that outlasted its time.
+// For one thread, which has COM initialised; not shared. Other threads use WinINet's handles only during a
+// call, and only this one closes them.
 #pragma once
 
 #include <windows.h>
@@ -20,7 +23,6 @@
 #include <wininet.h>
 
 #include <functional>
-#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -55,6 +57,9 @@ using InternetHandle = Unique<InternetHandleTraits>;
 class CVlSoapWininetClient {
  public:
     explicit CVlSoapWininetClient(ServiceUrl endpoint) : url_(std::move(endpoint)) {}
+    ~CVlSoapWininetClient() { CloseAll(); }
+    CVlSoapWininetClient(const CVlSoapWininetClient&) = delete;
+    CVlSoapWininetClient& operator=(const CVlSoapWininetClient&) = delete;
 
     // Replaces the endpoint and closes the connection to the old one. What `url` leaves out is taken as
     // ParseServiceUrl() says, with the path that the client has. E_INVALIDARG for a URL that cannot be used;
@@ -65,7 +70,7 @@ class CVlSoapWininetClient {
 
     // Makes ready for the next exchange; the connection stays open.
     void CleanupClient();
-    void CloseAll();
+    void CloseAll() noexcept;
     // `actionHeader` is a whole header line with its CR LF. S_OK when an answer's head has come with a status
     // other than 500.
     HRESULT SendRequest(std::wstring_view actionHeader);
@@ -100,21 +105,16 @@ class CVlSoapWininetClient {
     HRESULT QueryStatus(int* status);
     HRESULT ReadFault();
     void SetTimeouts(HINTERNET handle) const;
-    std::wstring Peer() const;
+    // Runs a call on the request. False when it did not end in time; all handles are then closed.
+    bool RunWithinTime(DWORD time, std::function<void()> work);
+    void CloseRequest() noexcept;
     DWORD EffectiveTimeout() const;
-
-    // Closed in the reverse order. Shared with the calls that run on other threads: one that is left behind
-    // closes them when it ends, because not every WinINet survives a handle that is closed while it is in
-    // use.
-    struct Handles {
-        InternetHandle internet;
-        InternetHandle connection;
-        InternetHandle request;
-    };
 
     ServiceUrl url_;
     DWORD timeout_ = 0;
-    std::shared_ptr<Handles> handles_ = std::make_shared<Handles>();
+    InternetHandle internet_;
+    InternetHandle connection_;
+    InternetHandle request_;
     std::string body_;
     // The exchange whose end has not been traced yet.
     struct Pending {

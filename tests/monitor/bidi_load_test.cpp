@@ -71,6 +71,47 @@ TEST_F(BidiLoadTest, ManyQueriesLeaveNothing) {
     EXPECT_TRUE(table.pfnClosePort(port));
 }
 
+// Queries that Shutdown meets: one that waits for the printer, one that is inside the lower monitor. Each
+// comes back long after it, to a record that must still be there, and calls nothing below any more.
+TEST_F(BidiLoadTest, QueryThatOutlastsShutdownEndsWithAnError) {
+    const ScriptedServer mute({ReadRequest(), Hold()});
+    PointTo(mute);
+    for (const bool below : {false, true}) {
+        SCOPED_TRACE(below);
+        const KernelHandle entered(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        const KernelHandle release(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+        bidi.answer = [&](const char* operation) {
+            if (below && std::string(operation) == "XcvOpenPort") {
+                SetEvent(entered.Get());
+                WaitForSingleObject(release.Get(), 20'000);
+            }
+            return TRUE;
+        };
+        const HANDLE manager = host.InitializeAgain();
+        wchar_t name[] = L"IP_office";
+        wchar_t printer[] = L"Office";
+        HANDLE port = nullptr;
+        LowerMonitor& lowerMonitor = bidi;
+        ASSERT_TRUE(table.pfnOpenPortEx(manager, &lowerMonitor, name, printer, &port, &lowerMonitor.table));
+        const unsigned connections = mute.Connections();
+        std::thread asking([&] { EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), 995U); });
+        const ULONGLONG deadline = GetTickCount64() + 10'000;
+        while ((below ? WaitForSingleObject(entered.Get(), 0) != WAIT_OBJECT_0
+                      : mute.Connections() == connections) &&
+               GetTickCount64() < deadline)
+            Sleep(10);
+        const ULONGLONG begin = GetTickCount64();
+        table.pfnShutdown(manager);
+        EXPECT_LE(GetTickCount64() - begin, 4'000U);
+        SetEvent(release.Get());
+        asking.join();
+        EXPECT_EQ(bidi.bidiCalls, 0);
+        EXPECT_FALSE(Write(port));
+        EXPECT_EQ(GetLastError(), 1461U);
+        if (below) bidi.openChannels = 0;  // the channel stays open: nothing below is called
+    }
+}
+
 TEST_F(BidiLoadTest, MutePrinterDelaysNobodyElse) {
     constexpr size_t kPorts = 16;
     std::vector<std::unique_ptr<ScriptedServer>> printers;

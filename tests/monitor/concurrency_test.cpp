@@ -137,5 +137,84 @@ TEST_F(ConcurrencyTest, JobThatStopsWaitingTakesNothingFromTheOneThatEnds) {
     EXPECT_TRUE(table.pfnClosePort(port));
 }
 
+TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
+    struct Case {
+        const char* hanging;  // below, in the port that hangs
+        DWORD atLeast;        // milliseconds that Shutdown waits for it
+        std::function<void(HANDLE)> operation;
+    };
+    BYTE data[] = "data";
+    wchar_t text[] = L"text";
+    DWORD count = 0;
+    const Case cases[] = {
+        // A job is not waited for: nobody but the spooler ends it.
+        {"WritePort", 0, [&](HANDLE port) { table.pfnWritePort(port, data, sizeof data, &count); }},
+        {"EndDocPort", 2'500, [&](HANDLE port) { table.pfnEndDocPort(port); }},
+        {"GetPrinterDataFromPort", 2'500,
+         [&](HANDLE port) { table.pfnGetPrinterDataFromPort(port, 1, nullptr, text, 2, text, 2, &count); }},
+    };
+    for (const Case& each : cases) {
+        SCOPED_TRACE(each.hanging);
+        const KernelHandle entered(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+        const KernelHandle release(CreateEventW(nullptr, FALSE, FALSE, nullptr));
+        LowerMonitor hangs;
+        hangs.answer = [&](const char* operation) {
+            if (std::string(each.hanging) == operation) {
+                SetEvent(entered.Get());
+                EXPECT_EQ(WaitForSingleObject(release.Get(), 20'000), WAIT_OBJECT_0);
+            }
+            return TRUE;
+        };
+        const HANDLE manager = host.InitializeAgain();
+        const auto open = [&](LowerMonitor& below, std::wstring name) {
+            HANDLE port = nullptr;
+            std::wstring printer = L"Office";
+            EXPECT_TRUE(
+                table.pfnOpenPortEx(manager, &below, name.data(), printer.data(), &port, &below.table));
+            return port;
+        };
+        LowerMonitor healthy;
+        const HANDLE prints = open(healthy, L"IP_prints");
+        EXPECT_TRUE(Start(prints));
+        // The last one that was opened is the first that is closed.
+        const HANDLE stuck = open(hangs, L"IP_stuck");
+        const bool needsJob = std::string(each.hanging) != "GetPrinterDataFromPort";
+        EXPECT_EQ(needsJob, needsJob && Start(stuck));
+        std::thread hanging([&] { each.operation(stuck); });
+        ASSERT_EQ(WaitForSingleObject(entered.Get(), 20'000), WAIT_OBJECT_0);
+        // The healthy job goes on as long as it may, then ends its document.
+        std::thread printing([&] {
+            while (Write(prints))
+                Sleep(1);
+            EXPECT_EQ(GetLastError(), 1461U);
+            healthy.ForgetCalls();
+            for (int i = 0; i < 20; ++i) {
+                EXPECT_FALSE(Write(prints));
+                EXPECT_FALSE(Start(prints));
+                Sleep(1);
+            }
+            table.pfnEndDocPort(prints);
+        });
+        Sleep(50);
+        const ULONGLONG begin = GetTickCount64();
+        table.pfnShutdown(manager);
+        const ULONGLONG waited = GetTickCount64() - begin;
+        printing.join();
+        EXPECT_GE(waited, each.atLeast);
+        EXPECT_LE(waited, 4'500U);
+        // In time where Shutdown waited, for another's sake; no document is begun or written to either way.
+        EXPECT_EQ(healthy.CountOf("EndDocPort"), each.atLeast != 0 ? 1U : 0U);
+        EXPECT_EQ(healthy.CountOf("WritePort") + healthy.CountOf("StartDocPort"), 0U);
+
+        hangs.ForgetCalls();
+        SetEvent(release.Get());
+        hanging.join();
+        EXPECT_TRUE(hangs.Calls().empty()) << "nothing below is called after Shutdown";
+        SetLastError(kPoison);
+        EXPECT_FALSE(Write(stuck));
+        EXPECT_EQ(GetLastError(), 1461U);
+    }
+}
+
 }  // namespace
 }  // namespace vlm::test

@@ -4,10 +4,11 @@
 //
 //   job | endjob       StartDocPort / EndDocPort on USB001
 //   block STEP         the lower STEP (StartDocPort, WritePort, ReadPort, EndDocPort) waits for "release"
-//   fail STEP | throw STEP | release
+//   fail STEP | throw STEP | raise STEP | release
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
 //   entered | calls    calls: what was asked of the lower port since the last time
 //   request            the last one that was written, in hex
+//   slow MS | slow     each lower step of USB005 takes so long; what was asked of it since the last time
 //   delay MS           the spooler's next enumeration of printers takes so long
 //   open | second      the port again; another manager for a moment
 //   unload | load      the module, without Shutdown
@@ -47,11 +48,12 @@ void Say(const std::string& line) {
 struct Printer : vlm::test::LowerMonitor {
     std::mutex mutex;
     std::string calls;
-    std::string blocked, failing, throwing;
+    std::string blocked, failing, throwing, raising;
     std::wstring opening;
     int documents = 0;
     bool interleaved = false;
     bool closed = false;
+    std::atomic<DWORD> pause{0};  // milliseconds of each step
     vlm::KernelHandle entered{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     vlm::KernelHandle released{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
 
@@ -63,6 +65,7 @@ struct Printer : vlm::test::LowerMonitor {
 
     BOOL Enter(const std::string& step) {
         bool wait = false;
+        bool raise = false;
         {
             const std::lock_guard guard(mutex);
             if (step == "OpenPort") {
@@ -72,11 +75,14 @@ struct Printer : vlm::test::LowerMonitor {
             if (step == "EndDocPort") --documents;
             calls += (calls.empty() ? "" : " ") + step + (closed ? "!AFTER-CLOSE" : "");
             wait = blocked == step;
+            raise = raising == step;
         }
+        Sleep(pause);
         if (wait) {
             SetEvent(entered.Get());
             WaitForSingleObject(released.Get(), 20'000);
         }
+        if (raise) RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
         const std::lock_guard guard(mutex);
         if (throwing == step) throw std::runtime_error("the lower monitor");
         if (step == "ClosePort") closed = true;
@@ -134,6 +140,7 @@ struct Printer : vlm::test::LowerMonitor {
 };
 
 Printer printer;
+Printer slowPrinter;
 
 class Host {
  public:
@@ -145,11 +152,13 @@ class Host {
         spooler_.Add({L"Closed", L"USB003", L"closed", bidi, nullptr, nullptr});
         spooler_.Add({L"Broken", L"USB004", L"broken", bidi, nullptr, nullptr});
         spooler_.Add({L"Bureau", L"USB001", L"B\u00FCro", bidi, nullptr, nullptr});
+        spooler_.Add({L"Slow", L"USB005", L"slow", bidi, nullptr, nullptr});
         spooler_.Add({L"Net", L"IP_office", L"net", bidi, nullptr, nullptr});
         module_ = LoadLibraryW(vlm::host::BesideProgram(L"vllm3mon.dll").c_str());
         Initialize();
         for (const wchar_t* name : {L"USB002", L"USB004", L"IP_office"})
             Open(name);
+        Open(L"USB005", slowPrinter);
         Open(L"USB001");
     }
 
@@ -160,9 +169,12 @@ class Host {
         in >> verb >> word;
         if (verb == "job" || verb == "endjob") {
             Job(verb == "job");
-        } else if (verb == "block" || verb == "fail" || verb == "throw") {
+        } else if (verb == "block" || verb == "fail" || verb == "throw" || verb == "raise") {
             const std::lock_guard guard(printer.mutex);
-            (verb == "block" ? printer.blocked : verb == "fail" ? printer.failing : printer.throwing) = word;
+            (verb == "block"   ? printer.blocked
+             : verb == "fail"  ? printer.failing
+             : verb == "throw" ? printer.throwing
+                               : printer.raising) = word;
             ResetEvent(printer.released.Get());
             ResetEvent(printer.entered.Get());
             Say("ok");
@@ -198,6 +210,10 @@ class Host {
         } else if (verb == "open") {
             Open(L"USB001");
             Say(opened_ ? "ok" : "error " + std::to_string(GetLastError()));
+        } else if (verb == "slow") {
+            if (!word.empty()) slowPrinter.pause = std::stoul(word);
+            const std::lock_guard guard(slowPrinter.mutex);
+            Say(std::exchange(slowPrinter.calls, ""));
         } else if (verb == "delay") {
             Say(spooler_.AddRule({"EnumPrintersW", 0, static_cast<DWORD>(std::stoul(word)), 0, 1})
                     ? "ok"
@@ -227,9 +243,9 @@ class Host {
         using Function = MONITOR2* WINAPI(MONITORINIT*, HANDLE*);
         table_ = vlm::FindFunction<Function>(module_, "InitializePrintMonitor2")(&init_, &manager_);
     }
-    void Open(std::wstring name) {
-        vlm::test::LowerMonitor& below = printer;
-        printer.opening = name;
+    void Open(std::wstring name, Printer& lower = printer) {
+        vlm::test::LowerMonitor& below = lower;
+        lower.opening = name;
         opened_ =
             table_->pfnOpenPortEx(manager_, &below, name.data(), name.data(), &port_, &below.table) != FALSE;
     }

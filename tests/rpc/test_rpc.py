@@ -226,14 +226,15 @@ class ClosingTest(unittest.TestCase):
         self.addCleanup(self.host.process.kill)
         return self.host
 
-    def call_in_background(self):
+    def call_in_background(self, port="USB001"):
         outcome = {}
 
         def call():
-            outcome["stderr"] = windows.vlmctl("rpc", "query", "USB001", 16).stderr
+            outcome["stderr"] = windows.vlmctl("rpc", "query", port, 16).stderr
         thread = threading.Thread(target=call)
         thread.start()
-        self.assertEqual(self.host.do("entered"), "yes")
+        if port == "USB001":
+            self.assertEqual(self.host.do("entered"), "yes")
 
         def finish():
             thread.join()
@@ -288,6 +289,24 @@ class ClosingTest(unittest.TestCase):
         self.assertEqual(host.do("calls"), "")
         host.stop()
 
+    def test_shutdown_bars_all_ports_at_once_while_one_hangs(self):
+        host = self.start()
+        host.do("block ReadPort")
+        hanging = self.call_in_background()
+        host.do("slow 700")
+        healthy = self.call_in_background("USB005")
+        while host.do("slow") != "StartDocPort":
+            time.sleep(0.05)
+        waited = int(host.do("shutdown").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
+        self.assertRegex(healthy(), "returned 995")
+        self.assertEqual(host.do("slow"), "EndDocPort", "nothing new is begun, and the document is ended")
+        host.do("calls")
+        host.do("release")
+        hanging()
+        self.assertEqual(host.do("calls"), "")
+        host.stop()
+
     def test_shutdown_does_not_wait_for_ever_for_a_call_that_the_spooler_holds(self):
         host = self.start()
         host.do("delay 8000")
@@ -298,6 +317,26 @@ class ClosingTest(unittest.TestCase):
         self.assertTrue(2500 < waited < 6000, waited)
         self.assertEqual(host.do("unload"), "kept")
         caller.join()
+        self.assertEqual(host.do("ping"), "pong")
+        host.stop()
+
+    def test_exception_that_is_not_cpp_costs_the_port_until_shutdown(self):
+        """It passes through us; the RPC runtime catches it, at least this one."""
+        host = self.start()
+        host.do("raise ReadPort")
+        self.assertRegex(windows.vlmctl("rpc", "query", "USB001", 16).stderr, "RPC status 998")
+        self.assertEqual(host.do("calls"), "StartDocPort WritePort ReadPort", "nothing of ours ran on its way")
+        host.do("raise")
+        self.assertRegex(self.query(), "returned 5")
+        self.assertEqual(host.do("job"), "error 170")
+        waited = int(host.do("close").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
+        self.assertEqual(host.do("open"), "error 170")
+        self.assertEqual(host.do("calls"), "")
+        # The other ports, and the end, are as ever.
+        self.assertEqual(windows.vlmctl("rpc", "query", "USB005", 16).stderr, "")
+        waited = int(host.do("shutdown").split()[1])
+        self.assertTrue(2500 < waited < 6000, waited)
         self.assertEqual(host.do("ping"), "pong")
         host.stop()
 

@@ -23,6 +23,7 @@ using test::Reset;
 using test::Script;
 using test::ScriptedServer;
 using test::Send;
+using test::Step;
 using Proxy = PrinterService::CPrinterServiceT<CVlSoapWininetClient>;
 
 constexpr DWORD kTimeout = 200;
@@ -82,6 +83,8 @@ std::string Announced(size_t length, const std::string& body) {
 
 const std::string kChunkedHead = "HTTP/1.1 200 OK\r\nConnection: close\r\nTransfer-Encoding: chunked\r\n\r\n";
 const std::string kOpenHead = "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\n";
+
+const Step kFlood = Send(std::string(1 << 16, 'x'), 1'000'000);
 
 const std::string kDeep = [] {
     std::string text;
@@ -163,6 +166,18 @@ const Row kRows[] = {
      kFailed,
      {ReadRequest(), Send(kOpenHead), Send(std::string(1 << 20, ' '), 100)},
      kBody},
+    // As long as the client takes it.
+    {"AnnouncedLengthWithoutEnd",
+     kFailed,
+     {ReadRequest(), Send("HTTP/1.1 200 OK\r\nContent-Length: 9223372036854775808\r\n\r\n"), kFlood}},
+    {"ChunkExtensionWithoutEnd", kFailed, {ReadRequest(), Send(kChunkedHead + "5;"), kFlood}, kBody},
+    {"FaultWithoutEnd", kBadFault, {ReadRequest(), Send("HTTP/1.1 500 Oops\r\n\r\n"), kFlood}},
+    {"StatusLineWithoutEnd", kFailed, {ReadRequest(), Send("HTTP/1.1 200 "), kFlood}, kHead},
+    {"HeaderLinesWithoutEnd",
+     kFailed,
+     {ReadRequest(), Send("HTTP/1.1 200 OK\r\n"), Send("X: y\r\n", 1'000'000)},
+     kHead},
+    {"ContinueWithoutEnd", kFailed, {ReadRequest(), Send("HTTP/1.1 100 Continue\r\n\r\n", 1'000'000)}, kHead},
     {"EntityBomb", kUnusable, Answer(Http("200 OK", kBomb + kEnvelope))},
     {"DepthWithoutEnd", kUnusable, {ReadRequest(), Send(kOpenHead), Send(kDeep, 100)}, kBody},
     {"Fault11", kFault, Answer(Http("500 Internal Server Error", kFault11))},
@@ -344,6 +359,21 @@ TEST_F(Transport, RefusesARedirectWithoutASecondRequest) {
     const ScriptedServer server(Answer(Http("307 Temporary Redirect", "", "Location: /wsd/print/\r\n")));
     EXPECT_EQ(Exchange(server.Url()).whole, E_FAIL);
     EXPECT_EQ(server.Connections(), 1u);
+}
+
+// Cookies would be kept on disk, for every later request of any process of the account.
+TEST_F(Transport, KeepsNoCookies) {
+    std::string cookies;
+    for (int i = 0; i < 200; ++i)
+        cookies += "Set-Cookie: c" + std::to_string(i) + "=" + std::string(200, 'v') +
+                   "; expires=Fri, 01 Jan 2038 00:00:00 GMT\r\n";
+    ScriptedServer server(Answer(Http("200 OK", kEnvelope, cookies)));
+    for (int exchange = 0; exchange < 3; ++exchange) {
+        const Outcome outcome = Exchange(server.Url());
+        EXPECT_EQ(outcome.whole, S_OK);
+        EXPECT_LE(outcome.milliseconds, kSlack);
+        EXPECT_EQ(server.LastRequest().find("Cookie"), std::string::npos);
+    }
 }
 
 TEST_F(Transport, IsNotSlowedByAMuteNeighbour) {
