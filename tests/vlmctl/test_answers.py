@@ -4,10 +4,13 @@ import contextlib
 import http.server
 import json
 import pathlib
+import random
 import re
 import tempfile
 import threading
 import unittest
+import xml.etree.ElementTree
+import xml.sax.saxutils
 
 from companion import EXAMPLES, Companion
 
@@ -72,6 +75,75 @@ SPELLINGS = {
 }
 
 
+class Speller:
+    """The same answer written by chance: prefixes, declarations, white space, comments and CDATA wherever they may be."""
+
+    PREFIXES = ("", "pri", "vln", "wprt", "soap", "ns1", "x")
+    URIS = {"wprt": PRINT, "vln": "http://velun.example/wsd/print/2026"}
+
+    def __init__(self, seed):
+        self.random = random.Random(seed)
+
+    def chance(self, share):
+        return self.random.random() < share
+
+    def write(self):
+        return self.element(xml.etree.ElementTree.fromstring(ANSWER), {}, root=True)
+
+    def prefix(self, uri, scope, declared, root, empty=True):
+        """A prefix in scope for the namespace, or a new one, which is added to the declared ones."""
+        known = [prefix for prefix, bound in {**scope, **declared}.items() if bound == uri and (prefix or empty)]
+        if known and self.chance(0.8):
+            return self.random.choice(known)
+        # What the root binds to another namespace than the extension files is a mismatch, and meant to be one.
+        free = [prefix for prefix in self.PREFIXES
+                if prefix not in declared and (prefix or empty) and not (root and prefix in ("pri", "vln"))]
+        prefix = self.random.choice(free)
+        declared[prefix] = uri
+        return prefix
+
+    def element(self, element, scope, root=False):
+        uri, local = element.tag[1:].split("}")
+        declared = {}
+        if not root and self.chance(0.1):
+            declared[self.random.choice(self.PREFIXES[1:])] = f"urn:nothing{self.random.randrange(3)}"
+        prefix = self.prefix(uri, scope, declared, root)
+        attributes = []
+        for key, value in element.attrib.items():
+            if key.startswith("{"):
+                key = "xml:" + key.split("}")[1]
+            elif uri == PRINT and self.chance(0.3):
+                own = self.prefix(PRINT, scope, declared, root, empty=False)
+                key = f"{own}:{key}"
+            if local == "ElementData" and key.endswith("Name"):
+                named, name = value.split(":")
+                own = self.prefix(self.URIS[named], scope, declared, root)
+                value = f"{own}:{name}" if own else name
+            attributes.append((key, value))
+        # A later declaration of this element's own prefix would change what it says.
+        scope = {**scope, **declared}
+        assert scope[prefix] == uri
+        attributes += [("xmlns:" + name if name else "xmlns", bound) for name, bound in declared.items()]
+        self.random.shuffle(attributes)
+        tag = f"{prefix}:{local}" if prefix else local
+        written = "".join(f" {key}={xml.sax.saxutils.quoteattr(self.blanks() + value + self.blanks())}"
+                          if not key.startswith("xml") else f" {key}={xml.sax.saxutils.quoteattr(value)}"
+                          for key, value in attributes)
+        inside = "".join(self.blanks() + self.element(child, scope) for child in element)
+        if not len(element):
+            inside = self.text((element.text or "").strip())
+        return f"<{tag}{written}>{inside}{self.blanks()}</{tag}>"
+
+    def blanks(self):
+        return self.random.choice(("", "", "", " ", "\n  "))
+
+    def text(self, text):
+        cut = self.random.randrange(len(text) + 1)
+        pieces = [f"<![CDATA[{piece}]]>" if self.chance(0.2) else xml.sax.saxutils.escape(piece)
+                  for piece in (text[:cut], text[cut:])]
+        return self.blanks() + self.random.choice(("", "<!-- c -->", "<?p i?>")).join(pieces)
+
+
 @contextlib.contextmanager
 def printer(answer):
     """The address of a print service that answers everything with this."""
@@ -129,6 +201,13 @@ class Spellings(Answers):
             with self.subTest(what):
                 self.assertEqual(self.saved(answer, *EXTENSIONS), values)
                 self.assertEqual(self.status(answer), status)
+
+    def test_a_printer_says_the_same_whatever_it_is_spelt_by_chance(self):
+        values = self.saved(ANSWER, *EXTENSIONS)
+        for seed in range(30):
+            answer = Speller(seed).write()
+            with self.subTest(seed=seed, answer=answer):
+                self.assertEqual(self.saved(answer, *EXTENSIONS), values)
 
     def test_components_are_understood_in_one_text_and_as_published(self):
         self.assertEqual(self.saved(AS_PUBLISHED, *EXTENSIONS), self.saved(ANSWER, *EXTENSIONS))
