@@ -81,7 +81,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(wellFormed == IsInXml(expected));
     if (!wellFormed) return 0;
     FUZZ_CHECK(seen.elements == 4);
-    FUZZ_CHECK(seen.content == vlm::Narrow({expected.begin(), expected.end()}));
+    FUZZ_CHECK(seen.content == vlm::Narrow(std::wstring(expected.begin(), expected.end())));
     FUZZ_CHECK(seen.attribute == seen.content);
     return 0;
 }
