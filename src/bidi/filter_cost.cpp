@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
+#include <limits>
 #include <string>
 
 namespace vlm {
@@ -93,7 +95,9 @@ class Estimator {
         Value value;
         if (!ReadExpression(Root(1), &value)) return std::nullopt;
         SkipBlanks();
-        return rest_.empty() ? std::optional(work_) : std::nullopt;
+        if (!rest_.empty()) return std::nullopt;
+        // Nested searches multiply beyond any number.
+        return std::isfinite(work_) ? work_ : std::numeric_limits<double>::max();
     }
 
  private:
@@ -145,8 +149,8 @@ class Estimator {
         }
         if (Take(L'+') || Take(L'-') || Take(L'*')) return true;
         for (const wstring_view word : {L"and", L"or", L"div", L"mod"}) {
-            const bool whole = rest_.size() <= word.size() || !ContinuesName(rest_[word.size()]);
-            if (whole && TakeText(word)) return true;
+            // Behind an operand there is no name, and not every parser wants a blank behind the word.
+            if (TakeText(word)) return true;
         }
         return false;
     }
@@ -321,13 +325,23 @@ class Estimator {
         }
         if (StartsLiteral()) return ReadLiteral(contexts, value);
         if (IsDigit(rest_.front()) || rest_.front() == L'.') {
-            const auto* const end = std::find_if_not(rest_.begin(), rest_.end(),
-                                                     [](wchar_t c) { return IsDigit(c) || c == L'.'; });
-            rest_.remove_prefix(static_cast<size_t>(end - rest_.begin()));
+            SkipNumber();
             *value = {};
             return true;
         }
         return ReadCall(contexts, value);
+    }
+
+    void SkipNumber() {
+        const auto skip = [this](auto isPart) {
+            const auto* const end = std::find_if_not(rest_.begin(), rest_.end(), isPart);
+            rest_.remove_prefix(static_cast<size_t>(end - rest_.begin()));
+        };
+        skip([](wchar_t c) { return IsDigit(c) || c == L'.'; });
+        // Not XPath's own, but some evaluators know exponents.
+        if (!TakeText(L"e") && !TakeText(L"E")) return;
+        if (!TakeText(L"-")) TakeText(L"+");
+        skip(IsDigit);
     }
 
     bool ReadLiteral(const Contexts& contexts, Value* value) {

@@ -170,7 +170,8 @@ Replacement ReplaceInFilter(std::wstring_view text, const Parameters& parameters
         return result.problem == ReplaceProblem::kNone;
     };
     ForEachPiece(text, readLiteral, replace);
-    if (result.problem == ReplaceProblem::kNone && quotes.Inside()) result.text += quotes.Quote() + content;
+    // A literal without an end is no XPath, and no value may bring the quote that ends it.
+    if (result.problem == ReplaceProblem::kNone && quotes.Inside()) result.text = text;
     return result;
 }
 

@@ -40,7 +40,7 @@ bool CanBecome(std::wstring_view text, std::wstring_view name, const std::set<st
 // The same in a filter, an XPath expression. A value that stands inside a string literal stays inside,
 // whatever quotes it holds: the literal is written anew where its own quotes would end it early. Outside of
 // one a value is taken only if it is a number or a name without colon, so that no printer writes the
-// expression.
+// expression. A filter with a literal that does not end, which is no XPath, stays as it is.
 Replacement ReplaceInFilter(std::wstring_view text, const Parameters& parameters);
 
 // The parameters of a filter that stand outside its string literals, each once.

@@ -70,10 +70,12 @@ class Bounds {
         }
         nodes_ += 1 + markup.attributes;
         if (nodes_ > limits_.nodes) return XmlRefusal::kTooManyNodes;
-        if (open_.size() > limits_.depth) return XmlRefusal::kTooDeep;
-        const size_t own = markup.kind == MarkupKind::kEmptyTag ? markup.declarations : 0;
-        return declarations_ + own > limits_.declarations ? XmlRefusal::kTooManyDeclarations
-                                                          : XmlRefusal::kNone;
+        // An empty element is open no longer than here.
+        const bool isEmpty = markup.kind == MarkupKind::kEmptyTag;
+        if (open_.size() + (isEmpty ? 1 : 0) > limits_.depth) return XmlRefusal::kTooDeep;
+        return declarations_ + (isEmpty ? markup.declarations : 0) > limits_.declarations
+                   ? XmlRefusal::kTooManyDeclarations
+                   : XmlRefusal::kNone;
     }
 
  private:
@@ -121,9 +123,13 @@ XmlRefusal CheckXmlBounds(string_view text, const XmlLimits& limits, std::string
     if (text.starts_with("\xFE\xFF")) return scanWide(text.substr(2), 1);
     if (text.starts_with(string_view("<\0", 2))) return scanWide(text, 0);
     if (text.starts_with(string_view("\0<", 2))) return scanWide(text, 1);
-    // EBCDIC's '<': a parser that knows that code would see markup where this one sees none.
-    if (text.starts_with('\x4C')) return XmlRefusal::kEncoding;
-    if (text.starts_with("\xEF\xBB\xBF")) text.remove_prefix(3);
+    constexpr string_view kUtf8Mark = "\xEF\xBB\xBF";
+    if (text.starts_with(kUtf8Mark)) text.remove_prefix(kUtf8Mark.size());
+    // By these, EBCDIC's '<' among them, a parser would take what is left for another encoding, and see
+    // markup where this one sees none.
+    for (const string_view beginning :
+         {string_view("\x4C"), kUtf8Mark, string_view("\xFF\xFE"), string_view("\xFE\xFF")})
+        if (text.starts_with(beginning)) return XmlRefusal::kEncoding;
     if (ready != nullptr) ready->clear();
     return Scan(text, limits, ready);
 }

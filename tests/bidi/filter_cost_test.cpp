@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cmath>
 #include <string>
 
 namespace vlm {
@@ -14,6 +16,16 @@ std::string Times(size_t count, const std::string& text) {
     for (size_t i = 0; i < count; ++i)
         all += text;
     return all;
+}
+
+// So many levels of what opens predicates, and their ends.
+std::wstring Nested(const std::wstring& opening, size_t levels) {
+    const auto open = static_cast<size_t>(std::count(opening.begin(), opening.end(), L'[') -
+                                          std::count(opening.begin(), opening.end(), L']'));
+    std::wstring text;
+    for (size_t i = 0; i < levels; ++i)
+        text += opening;
+    return text + L"1" + std::wstring(levels * open, L']');
 }
 
 double Estimate(const std::wstring& xpath, const std::string& document) {
@@ -83,38 +95,16 @@ TEST(FilterCost, TellsSearchesThatEndFromThoseThatDoNot) {
 }
 
 TEST(FilterCost, ReadsXPathAndNothingElse) {
-    for (const wchar_t* xpath : {L"//a",
-                                 L"//p:a/p:*",
-                                 L"//*",
-                                 L"//@x",
-                                 L"//a/@p:x",
-                                 L"//a[1][last()]",
-                                 L"//.",
-                                 L"//..",
-                                 L"//a/./b/../c",
-                                 L"//child::a/descendant-or-self :: node()",
-                                 L"//text()",
-                                 L"//processing-instruction('x')",
-                                 L"//comment( )",
-                                 L"//a[b and c or not(d)]",
-                                 L"//and[or]/div[mod div 2 mod 3]",
-                                 L"//a[-1 < - - 2]",
-                                 L"//a[.5 >= 1. ]",
-                                 L"//a[b * c]",
-                                 L"//*[* * *]",
-                                 L"//a[count(b|c) != 2]",
-                                 L"//a[(b)[1]/c]",
-                                 L"//a[\"'\"]",
-                                 L"//a[starts-with(@x , 'y')]",
-                                 L"//a[p:f(1,2)]",
-                                 L"//a[/]",
-                                 L"//a[/ = 'x']",
-                                 L"//a[//b]",
-                                 L"//a | //b",
-                                 L"//a-b.c[x-y]",
-                                 L"//\x00E4[.='\x20AC']",
-                                 L"///a",
-                                 L" // a [ b ] "}) {
+    for (const wchar_t* xpath :
+         {L"//a", L"//p:a/p:*", L"//*", L"//@x", L"//a/@p:x", L"//a[1][last()]", L"//.", L"//..",
+          L"//a/./b/../c", L"//child::a/descendant-or-self :: node()", L"//text()",
+          L"//processing-instruction('x')", L"//comment( )", L"//a[b and c or not(d)]",
+          L"//and[or]/div[mod div 2 mod 3]", L"//a[-1 < - - 2]", L"//a[.5 >= 1. ]", L"//a[b * c]",
+          L"//*[* * *]", L"//a[count(b|c) != 2]", L"//a[(b)[1]/c]", L"//a[\"'\"]",
+          L"//a[starts-with(@x , 'y')]", L"//a[p:f(1,2)]", L"//a[/]", L"//a[/ = 'x']", L"//a[//b]",
+          L"//a | //b", L"//a-b.c[x-y]", L"//\x00E4[.='\x20AC']", L"///a",
+          // No XPath, but there are evaluators that run it.
+          L"//a[3 div4]", L"//a[1e5 > 8E/b]", L" // a [ b ] "}) {
         EXPECT_GE(Estimate(xpath, "<a/>"), 0) << xpath;
     }
     for (const wchar_t* other : {L"",          L"//",    L"//a[",    L"//a]",        L"//a[]",    L"//a['b]",
@@ -123,10 +113,17 @@ TEST(FilterCost, ReadsXPathAndNothingElse) {
                                  L"//a[b = ]", L"//a |", L"//a#b",   L"//a['it''']", L"//a[!b]",  L"//[a]"}) {
         EXPECT_EQ(Estimate(other, "<a/>"), -1) << other;
     }
-    std::wstring deep = L"//a";
-    for (int i = 0; i < 100'000; ++i)
-        deep += L"[(";
-    EXPECT_EQ(Estimate(deep, "<a/>"), -1) << "the stack has an end";
+    EXPECT_EQ(Estimate(Nested(L"//a[", 100'000), "<a/>"), -1) << "the stack has an end";
+}
+
+// What is no number compares as less than any limit.
+TEST(FilterCost, IsANumberHoweverSearchesMultiply) {
+    const std::string flat = "<r>" + Times(19'000, "<c/>") + "</r>";
+    for (const std::wstring& xpath :
+         {Nested(L"//*[", 99), Nested(L"//*[//none = //*][", 99), Nested(L"//*[following::none[//*[", 33)}) {
+        const double work = Estimate(xpath, flat);
+        EXPECT_TRUE(std::isfinite(work) && work >= 0) << work << ' ' << testing::PrintToString(xpath);
+    }
 }
 
 }  // namespace

@@ -6,8 +6,8 @@ namespace vlm {
 namespace {
 
 TEST(ParametersInText, AreReplacedInTurnAndKeepLiteralsWhole) {
-    const Parameters bound{
-        {L"A", L"x"}, {L"B", L"it's"}, {L"C", L"say \"it's\""}, {L"E", L""}, {L"N", L"-1.5"}};
+    const Parameters bound{{L"A", L"x"}, {L"B", L"it's"}, {L"C", L"say \"it's\""}, {L"D", L"'] | //b[.='x"},
+                           {L"E", L""},  {L"N", L"-1.5"}};
     const struct {
         const wchar_t* filter;
         const wchar_t* expected;
@@ -25,6 +25,8 @@ TEST(ParametersInText, AreReplacedInTurnAndKeepLiteralsWhole) {
         {L"a[.='$E$' and b='c']", L"a[.='' and b='c']"},
         {L"a$A", L"ax"},
         {L"a$", L"a"},
+        {L"a[.='$B$", L"a[.='$B$"},
+        {L"a[b=$A$ and .='$D$", L"a[b=$A$ and .='$D$"},
     };
     for (const auto& test : kCases) {
         const Replacement replaced = ReplaceInFilter(test.filter, bound);
