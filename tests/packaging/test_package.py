@@ -99,8 +99,9 @@ class PackageTest(unittest.TestCase):
 
     def test_version_is_the_same_everywhere(self):
         for name in PROGRAMS:
-            # The fixed part of the version resource, by its signature.
-            fixed = self.files[name].index(struct.pack("<I", 0xFEEF04BD))
+            # The fixed part of the version resource, by its signature and version: a program that reads such resources
+            # holds the signature in its code, too.
+            fixed = self.files[name].index(struct.pack("<II", 0xFEEF04BD, 0x10000))
             high, low = struct.unpack_from("<II", self.files[name], fixed + 8)
             self.assertEqual(f"{high >> 16}.{high & 0xFFFF}.{low >> 16}", VERSION, name)
         self.assertRegex(self.files["vllm3mon.inf"].decode(), rf"(?m)^DriverVer += \d\d/\d\d/\d{{4}},{VERSION}\.0\r$")

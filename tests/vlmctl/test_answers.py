@@ -94,7 +94,10 @@ class Speller:
         """A prefix in scope for the namespace, or a new one, which is added to the declared ones."""
         known = [prefix for prefix, bound in {**scope, **declared}.items() if bound == uri and (prefix or empty)]
         if known and self.chance(0.8):
-            return self.random.choice(known)
+            prefix = self.random.choice(known)
+            # Declared once more, so that nothing else on this element takes it.
+            declared[prefix] = uri
+            return prefix
         # What the root binds to another namespace than the extension files is a mismatch, and meant to be one.
         free = [prefix for prefix in self.PREFIXES
                 if prefix not in declared and (prefix or empty) and not (root and prefix in ("pri", "vln"))]
@@ -120,9 +123,7 @@ class Speller:
                 own = self.prefix(self.URIS[named], scope, declared, root)
                 value = f"{own}:{name}" if own else name
             attributes.append((key, value))
-        # A later declaration of this element's own prefix would change what it says.
         scope = {**scope, **declared}
-        assert scope[prefix] == uri
         attributes += [("xmlns:" + name if name else "xmlns", bound) for name, bound in declared.items()]
         self.random.shuffle(attributes)
         tag = f"{prefix}:{local}" if prefix else local

@@ -109,18 +109,20 @@ std::string OnlyAskedFor(const std::string& clean, const _bstr_t& queryXml,
 
 // A saved answer passes for one that the printer has just sent in answer to the query.
 void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
+    constexpr char kUnusable[] = "the printer's answer cannot be used";
     const bool saved = sources.printerUrl.empty();
+    const std::string answer =
+        saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml);
     std::vector<NamespaceDeclaration> prefixes;
-    std::string clean;
     HRESULT result = engine.GetPrefixes(&prefixes);
-    if (result == S_OK) {
-        result = CleanPrinterElements(
-            saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml),
-            prefixes, &clean);
-    }
-    if (result == S_OK && saved && !sources.wholeAnswer) clean = OnlyAskedFor(clean, queryXml, prefixes);
-    if (result == S_OK) result = engine.SetGetPrinterElementResponse(clean);
-    if (result != S_OK) ThrowTraced("the printer's answer cannot be used", result);
+    if (result != S_OK) ThrowTraced("the query failed", result);
+    std::string clean;
+    result = CleanPrinterElements(answer, prefixes, &clean);
+    if (result != S_OK)
+        ThrowTraced(saved ? kUnusable : sources.printerUrl + " is no WSD print service", result);
+    if (saved && !sources.wholeAnswer) clean = OnlyAskedFor(clean, queryXml, prefixes);
+    result = engine.SetGetPrinterElementResponse(clean);
+    if (result != S_OK) ThrowTraced(kUnusable, result);
 }
 
 }  // namespace
