@@ -15,9 +15,9 @@
 // ERROR_NOT_ENOUGH_QUOTA as an HRESULT and says in the trace what ran out, and where.
 //
 // Threads: COM must be initialised, and the object stays on its thread; different objects share nothing.
-// Errors: every function is a boundary. It returns an HRESULT, lets no C++ exception of ours out, and leaves a
-// line in the trace for every failure. Out parameters are null after a failure. A failed Init leaves the engine
-// empty, a failed SetGetPrinterElementResponseData leaves it unbound.
+// Errors: every function is a boundary. It returns an HRESULT, lets no C++ exception of ours out, and leaves
+// a line in the trace for every failure. Out parameters are null after a failure. A failed Init leaves the
+// engine empty, a failed SetGetPrinterElementResponseData leaves it unbound.
 #pragma once
 
 #include <memory>

@@ -4,8 +4,8 @@
 
 #include "soap/sax.h"
 #include "soap/streams.h"
-#include "util/xml_names.h"
 #include "util/vlutil.h"
+#include "util/xml_names.h"
 
 namespace vlm {
 
