@@ -37,6 +37,7 @@ struct Bench {
     }
 
     void ForwardedWrite() {
+        bench::Measuring("WritePort");
         constexpr long kWrites = 100'000;
         constexpr int kRounds = 4'000;  // two seconds: others have the machine for moments of that length
         const HANDLE port = OpenPort(L"IP_write");
@@ -86,6 +87,7 @@ struct Bench {
             table.pfnEndDocPort(handle);
         };
         const auto measure = [&](const char* what, const auto& run) {
+            bench::Measuring(what);
             const bench::Pair best = bench::BestOfBoth(
                 kRounds, 1, [&](long) { run(monitor, port); }, [&](long) { run(lower, this); });
             const double megabytes = kDocument / 1e6;
@@ -101,6 +103,7 @@ struct Bench {
     }
 
     void OpenPorts() {
+        bench::Measuring("opening and closing of ports");
         constexpr long kPorts = 2'000;
         const double cycle = bench::BestNanoseconds(3, kPorts, [&](long repetitions) {
             for (long i = 0; i < repetitions; ++i)
