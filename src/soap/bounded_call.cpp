@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "soap/hresult.h"
+#include "util/hresult.h"
 #include "util/handles.h"
 #include "util/srw_lock.h"
 #include "util/vlutil.h"

@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "soap/sax.h"
+#include "util/sax.h"
 #include "soap/streams.h"
 #include "util/xml_names.h"
 #include "util/vlutil.h"

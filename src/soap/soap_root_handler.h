@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "soap/sax.h"
+#include "util/sax.h"
 #include "soap/soap_record.h"
 
 namespace vlm {

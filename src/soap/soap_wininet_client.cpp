@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "soap/bounded_call.h"
-#include "soap/hresult.h"
+#include "util/hresult.h"
 #include "soap/read_stream_on_inet.h"
 #include "soap/streams.h"
 #include "util/vlutil.h"

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "soap/printer_elements.h"
-#include "soap/sax.h"
+#include "util/sax.h"
 #include "soap/soap_fault.h"
 #include "soap/streams.h"
 

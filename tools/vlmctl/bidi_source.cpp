@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "soap/sax.h"
+#include "util/sax.h"
 #include "spooler/host/monitor_host.h"
 #include "util/handles.h"
 #include "util/streams.h"
