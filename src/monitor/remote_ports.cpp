@@ -13,6 +13,9 @@ namespace vlm {
 
 namespace {
 
+// An exchange and a job keep each other off the port with the same bit of the same word.
+static_assert(vpca::kPortJobActive == LMPORT_JOB_ACTIVE);
+
 CONDITION_VARIABLE somebodyLeft = CONDITION_VARIABLE_INIT;  // with the monitor lock
 bool portsLeftBehind = false;                               // under the monitor lock
 
