@@ -2,10 +2,10 @@
 
 #include <string_view>
 
-#include "util/sax.h"
 #include "soap/streams.h"
-#include "util/xml_names.h"
+#include "util/sax.h"
 #include "util/vlutil.h"
+#include "util/xml_names.h"
 
 namespace vlm {
 

@@ -11,12 +11,9 @@
 #include <string_view>
 #include <vector>
 
-namespace vlm {
+#include "util/xml_names.h"
 
-struct NamespaceDeclaration {
-    std::wstring prefix;  // empty for the default namespace
-    std::wstring uri;     // empty for a default namespace that is undone
-};
+namespace vlm {
 
 // Those of one element, in the order in which they stand there.
 using NamespaceDeclarations = std::vector<NamespaceDeclaration>;
