@@ -13,6 +13,12 @@
 
 namespace vlm::bench {
 
+// Says on the error stream what is measured from now on, for whoever waits.
+inline void Measuring(const std::string& what) {
+    std::fprintf(stderr, "  %s\n", what.c_str());
+    std::fflush(stderr);
+}
+
 // Nanoseconds of one call of `body`, which repeats its work `repetitions` times.
 inline double Nanoseconds(long repetitions, const std::function<void(long)>& body) {
     const auto begin = std::chrono::steady_clock::now();

@@ -184,6 +184,7 @@ void Measure(bench::Rows& rows) {
     };
     // The best of some rounds, in turns.
     const auto measure = [](const Tree& tree, int rounds) {
+        bench::Measuring("queries over " + std::to_string(tree.leaves) + " leaves");
         Times best{1e300, 1e300, 1e300, 1e300, 1e300, 1e300};
         for (int round = 0; round < rounds; ++round) {
             best.floor = std::min(best.floor, FloorTime(tree, 1));
@@ -227,6 +228,7 @@ void Measure(bench::Rows& rows) {
                  "<= 12");
     }
 
+    bench::Measuring("queries on two threads");
     const double together = Milliseconds(1, [&] {
         std::thread other([&] {
             const ComApartment apartment(COINIT_APARTMENTTHREADED);

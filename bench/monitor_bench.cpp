@@ -1,5 +1,9 @@
 // What the monitor costs a print job: a forwarded write, a whole document, an open port.
+#include <algorithm>
+#include <atomic>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "bench/bench.h"
@@ -24,19 +28,28 @@ BOOL WINAPI Read(HANDLE, LPBYTE, DWORD, LPDWORD) {
     return TRUE;
 }
 
+// Touches nothing that two threads share.
+BOOL WINAPI Take(HANDLE, LPBYTE, DWORD size, LPDWORD written) {
+    *written = size;
+    return TRUE;
+}
+
 struct Bench {
     host::MonitorHost host{host::BesideProgram(L"vllm3mon.dll")};
     const MONITOR2& monitor = host.Table();
     MONITOR2 lower = bench::LeastMonitor(Write, Read);
+    MONITOR2 takers = bench::LeastMonitor(Take, Read);
     bench::Rows rows;
 
-    HANDLE OpenPort(std::wstring name) {
+    HANDLE OpenPort(std::wstring name) { return OpenPort(std::move(name), lower); }
+    HANDLE OpenPort(std::wstring name, MONITOR2& below) {
         HANDLE port = nullptr;
-        monitor.pfnOpenPortEx(host.Manager(), this, name.data(), name.data(), &port, &lower);
+        monitor.pfnOpenPortEx(host.Manager(), this, name.data(), name.data(), &port, &below);
         return port;
     }
 
     void ForwardedWrite() {
+        bench::Measuring("WritePort");
         constexpr long kWrites = 100'000;
         constexpr int kRounds = 4'000;  // two seconds: others have the machine for moments of that length
         const HANDLE port = OpenPort(L"IP_write");
@@ -86,6 +99,7 @@ struct Bench {
             table.pfnEndDocPort(handle);
         };
         const auto measure = [&](const char* what, const auto& run) {
+            bench::Measuring(what);
             const bench::Pair best = bench::BestOfBoth(
                 kRounds, 1, [&](long) { run(monitor, port); }, [&](long) { run(lower, this); });
             const double megabytes = kDocument / 1e6;
@@ -101,6 +115,7 @@ struct Bench {
     }
 
     void OpenPorts() {
+        bench::Measuring("opening and closing of ports");
         constexpr long kPorts = 2'000;
         const double cycle = bench::BestNanoseconds(3, kPorts, [&](long repetitions) {
             for (long i = 0; i < repetitions; ++i)
@@ -119,6 +134,67 @@ struct Bench {
         for (const HANDLE port : ports)
             monitor.pfnClosePort(port);
     }
+
+    void OpenAmongMany() {
+        bench::Measuring("opening a port beside many");
+        const auto beside = [&](int others) {
+            std::vector<HANDLE> ports;
+            for (int i = 0; i < others; ++i)
+                ports.push_back(OpenPort(L"IP_10.0." + std::to_wstring(i)));
+            const double cycle = bench::BestNanoseconds(20, 200, [&](long repetitions) {
+                for (long i = 0; i < repetitions; ++i)
+                    monitor.pfnClosePort(OpenPort(L"IP_one_more"));
+            });
+            while (!ports.empty()) {
+                monitor.pfnClosePort(ports.back());
+                ports.pop_back();
+            }
+            return cycle / 1000;
+        };
+        const double few = beside(100);
+        rows.Add("open and close of a port beside 10,000 others", "us", beside(10'000), few,
+                 "beside 100 others", "<= 3");
+    }
+
+    void WriteFromTwoThreads() {
+        bench::Measuring("WritePort from two threads");
+        constexpr long kWrites = 100'000;
+        constexpr int kRounds = 2'000;  // a quarter of a millisecond each: others have the machine, too
+        const HANDLE ports[] = {OpenPort(L"IP_first", takers), OpenPort(L"IP_second", takers)};
+        const auto write = [this](HANDLE port) {
+            std::vector<BYTE> data(4096);
+            DWORD written = 0;
+            for (long i = 0; i < kWrites; ++i)
+                monitor.pfnWritePort(port, data.data(), 4096, &written);
+        };
+        // A second thread that is there already and starts at a sign.
+        std::atomic<int> asked{0};
+        std::atomic<int> done{0};
+        std::thread second([&] {
+            for (int turn = 1; turn <= kRounds; ++turn) {
+                while (asked.load() < turn) {
+                }
+                write(ports[1]);
+                done.store(turn);
+            }
+        });
+        bench::Pair best{1e300, 1e300};
+        for (int turn = 1; turn <= kRounds; ++turn) {
+            best.reference = std::min(best.reference, bench::Nanoseconds(1, [&](long) { write(ports[0]); }));
+            best.ours = std::min(best.ours, bench::Nanoseconds(1, [&](long) {
+                                     asked.store(turn);
+                                     write(ports[0]);
+                                     while (done.load() < turn) {
+                                     }
+                                 }));
+        }
+        second.join();
+        rows.Add("WritePort on two ports from two threads at once", "writes/us",
+                 2 * kWrites / best.ours * 1000, kWrites / best.reference * 1000, "one port from one thread",
+                 ">= 1.8");
+        for (const HANDLE port : ports)
+            monitor.pfnClosePort(port);
+    }
 };
 
 }  // namespace
@@ -129,5 +205,7 @@ int main(int argc, char** argv) {
     bench.ForwardedWrite();
     bench.Document();
     bench.OpenPorts();
+    bench.OpenAmongMany();
+    bench.WriteFromTwoThreads();
     return bench.rows.WriteTo(argv[1]);
 }

@@ -149,6 +149,7 @@ class Bench {
         const auto whole = [&](long) {
             if (Query(0) != values) std::exit(2);
         };
+        bench::Measuring("a live GetAll");
         const bench::Pair live = bench::BestOfBoth(kRounds, 1, whole, floor);
         rows_.Add("live GetAll of " + std::to_string(values) + " values", "us", live.ours / 1000,
                   live.reference / 1000, "bare WinINet, bare loads, each filter once", "<= 1.2");
@@ -187,6 +188,7 @@ class Bench {
     void Divide(test::ScriptedServer& printer, const std::string& request, const std::string& answer,
                 const _bstr_t& files, IXMLDOMDocument2* cleaned, const std::vector<_bstr_t>& filters) {
         wchar_t schema[] = L"\\";
+        bench::Measuring("the steps of a live GetAll");
         BIDI_REQUEST_CONTAINER asked{};
         asked.Count = 1;
         asked.aData[0].pSchema = schema;
@@ -230,6 +232,7 @@ class Bench {
             nobodysPort = gone.Port();
         }
         lower_.address = L"127.0.0.1:" + std::to_wstring(nobodysPort);
+        bench::Measuring("a printer that refuses the connection");
         const bench::Pair refused = bench::BestOfBoth(
             kRounds, 1, [&](long) { Query(ERROR_NOT_SUPPORTED); },
             [&](long) {
@@ -251,6 +254,7 @@ class Bench {
             AddPrinter();
             return static_cast<double>(test::CountResources().heapBlocks);
         };
+        bench::Measuring("what 1,000 live queries leave");
         const double before = blocks(50);
         rows_.State("heap blocks that 1,000 live queries leave", "blocks", blocks(1'000) - before);
     }

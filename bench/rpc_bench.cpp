@@ -155,9 +155,13 @@ int MeasureAll(const char* path) {
     const KernelHandle ready = Event(kReady);
     const KernelHandle server =
         test::StartProgram(L"rpc_bench.exe serve " + std::to_wstring(GetCurrentProcessId()));
-    if (!server || WaitForSingleObject(ready.Get(), kPatience) != WAIT_OBJECT_0) return 1;
+    if (!server || WaitForSingleObject(ready.Get(), kPatience) != WAIT_OBJECT_0) {
+        bench::Measuring("nothing: the server does not start");
+        return 1;
+    }
 
     bench::Rows rows;
+    bench::Measuring("calls on the local endpoint");
     const Medians local = Measure(L"ncalrpc", L"vllm3mon");
     rows.Add("LmRpcQuery on the local endpoint", "us", local.query, local.nothingLikeQuery,
              "an empty procedure with its parameters", "<= 1.3");
@@ -166,7 +170,9 @@ int MeasureAll(const char* path) {
         rows.State("an empty procedure with its parameters on " + where, "us", medians.nothingLikeQuery);
     };
     rows.State("an empty procedure without parameters on the local endpoint", "us", local.nothing);
+    bench::Measuring("calls on the named pipe");
     state("the named pipe", Measure(L"ncacn_np", L"\\pipe\\vllm3mon"));
+    bench::Measuring("calls over TCP");
     state("TCP", Measure(L"ncacn_ip_tcp", L"51656"));
     return rows.WriteTo(path);
 }

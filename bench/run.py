@@ -6,11 +6,15 @@ import os
 import pathlib
 import platform
 import re
+import signal
+import socket
 import subprocess
 import sys
 import tempfile
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
+LIMIT = 600  # seconds that a program has
+RPC_PORT = 51656  # of the remote procedures; it cannot be another one
 RUNNER = ROOT / "cmake/run-under-wine"
 
 
@@ -22,10 +26,37 @@ def programs():
         yield [path]
 
 
+class NotMeasured(Exception):
+    """Why a program's rows are missing, in one line."""
+
+
+def demand_rpc_port():
+    with socket.socket() as probe:
+        probe.setsockopt(socket.SOL_SOCKET, socket.SO_REUSEADDR, 1)  # connections that have ended do not matter
+        try:
+            probe.bind(("0.0.0.0", RPC_PORT))
+        except OSError as error:
+            raise NotMeasured(f"another program has TCP port {RPC_PORT}, which it needs ({error.strerror})") from None
+
+
 def rows_of(command):
+    """What the program measured. It says on the error stream what it is at."""
+    if command[-1].name == "rpc_bench.exe":
+        demand_rpc_port()
     with tempfile.TemporaryDirectory() as folder:
         output = pathlib.Path(folder) / "rows.json"
-        subprocess.run([*command, output], check=True, timeout=600)
+        # In a session of its own: a program that is given up goes with its runner.
+        process = subprocess.Popen([*command, output], start_new_session=True)
+        try:
+            status = process.wait(LIMIT)
+        except subprocess.TimeoutExpired:
+            raise NotMeasured(f"not done after {LIMIT} s, ended") from None
+        finally:
+            if process.poll() is None:
+                os.killpg(process.pid, signal.SIGKILL)
+                process.wait()
+        if status != 0:
+            raise NotMeasured(f"ended with status {status}")
         return json.loads(output.read_text())
 
 
@@ -96,15 +127,25 @@ def draw(curves, svg):
 
 
 def main():
-    rows = [row for command in programs() for row in rows_of(command)]
+    rows, not_measured = [], []
+    for command in programs():
+        print(f"measuring: {command[-1].name}", file=sys.stderr, flush=True)
+        try:
+            rows += rows_of(command)
+        except NotMeasured as reason:
+            not_measured.append(f"{command[-1].name}: {reason}")
+            print(f"not measured: {not_measured[-1]}", file=sys.stderr, flush=True)
     setup = set_up()
     print_table(rows)
     print("\nset-up: " + setup)
     (ROOT / "build/bench.json").write_text(json.dumps(rows, indent=1) + "\n")
-    draw(growth_of(rows), ROOT / "docs/growth.svg")
+    if curves := growth_of(rows):
+        draw(curves, ROOT / "docs/growth.svg")
     missed = [row["name"] for row in rows if keeps(row) is False]
-    if missed:
-        sys.exit("missed: " + "; ".join(missed))
+    problems = [f"{what}: {'; '.join(names)}"
+                for what, names in (("missed", missed), ("not measured", not_measured)) if names]
+    if problems:
+        sys.exit("\n".join(problems))
 
 
 if __name__ == "__main__":

@@ -68,6 +68,7 @@ void Run(bench::Rows* rows) {
     const std::string request(1500, 'x');
 
     unsigned short nobodysPort = 0;
+    bench::Measuring("fetches of elements");
     {
         // In this process, hence part of the time on both sides.
         const test::ScriptedServer server(test::Answer(test::Http("200 OK", answer)));
@@ -88,6 +89,7 @@ void Run(bench::Rows* rows) {
         std::string cleaned;
         CleanPrinterElements(answer, kQuery, &cleaned);
     };
+    bench::Measuring("the clean-up of an answer");
     const bench::Pair cleaning = Compare(clean, [&] { BareLoad(stream.Get()); });
     rows->Add("clean-up of the answer", "us", cleaning.ours, cleaning.reference, "a bare DOM load of it",
               "<= 3");
@@ -97,6 +99,7 @@ void Run(bench::Rows* rows) {
         std::string none;
         FetchPrinterElements(nobody.c_str(), kQuery, &none);
     };
+    bench::Measuring("refused connections");
     const bench::Pair refusal = Compare(refused, [&] { bench::BareExchange(nobodysPort, request); });
     rows->State("refused connection, with the query read and the request written", "us", refusal.ours);
     rows->State("refused connection, bare", "us", refusal.reference);

@@ -171,6 +171,7 @@ struct ListDecoders {
 };
 
 void MeasureLists(bench::Rows* rows) {
+    bench::Measuring("VPCA lists beside SNMP and IPP");
     ListDecoders decoders;
     const auto count = static_cast<double>(decoders.attributes.size());
     const auto repeat = [&](void (ListDecoders::*decode)()) {
@@ -198,6 +199,7 @@ void MeasureLists(bench::Rows* rows) {
 
 // A data block is decoded in place; what the caller of an exchange gets is decoded and copied.
 void MeasureDataBlock(bench::Rows* rows) {
+    bench::Measuring("VPCA data blocks");
     Bytes frame{0xCD, 0xCA, 0x10, 0x05, 0x00, 0x31, 0, 1, 0, 4, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0, 0, 0, 7};
     frame.resize(frame.size() + kBlockSize, 0x5A);
     Bytes destination(kBlockSize);
@@ -227,6 +229,7 @@ void MeasureDataBlock(bench::Rows* rows) {
 }
 
 void MeasureLookup(bench::Rows* rows) {
+    bench::Measuring("VPCA lookups");
     const auto find = [](uint16_t id) {
         return [id](long repetitions) {
             for (long i = 0; i < repetitions; ++i) {

@@ -8,6 +8,10 @@ else()
     -Wall -Wextra -Wpedantic -Werror
     -Wshadow -Wconversion -Wsign-conversion -Wnon-virtual-dtor -Woverloaded-virtual
     -Wcast-align -Wformat=2 -Wnull-dereference -Wundef -Wimplicit-fallthrough)
+  if(CMAKE_CXX_COMPILER_ID MATCHES Clang)
+    # Which lock guards what, as util/locks.h lets the code say it.
+    target_compile_options(vlm_options INTERFACE -Wthread-safety)
+  endif()
   if(CMAKE_CXX_COMPILER_ID STREQUAL GNU AND CMAKE_SYSTEM_PROCESSOR MATCHES "x86_64|AMD64")
     # Intel's processors of the years 2015 to 2019 are slow where a jump touches a 32-byte boundary (what was done about
     # their erratum of conditional jumps). Without this, each build decides by chance which of our loops that hits.

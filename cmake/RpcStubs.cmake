@@ -12,14 +12,11 @@ function(vlm_add_rpc_stubs name file)
       DEPENDS ${idl} VERBATIM)
   else()
     find_program(VLM_WIDL x86_64-w64-mingw32-widl REQUIRED)
-    find_program(VLM_SED sed REQUIRED)
     add_custom_command(OUTPUT ${stubs}
       COMMAND ${VLM_WIDL} -Oicf -h -c -s --prefix-client=Client
         -H ${out}/${base}_rpc.h -C ${out}/${base}_client.c -S ${out}/${base}_server.c ${idl}
-      # widl lets the runtime allocate an [in, out] number with a range, `size`, for each call, and nobody frees it
-      # then. 0x2000 in the parameter's descriptor asks for 8 bytes that the runtime keeps for the call.
-      COMMAND ${VLM_SED} -i "/(parameter size)/{n;s/NdrFcShort(0x11a)/NdrFcShort(0x211a)/}" ${out}/${base}_server.c
-      DEPENDS ${idl} ${CMAKE_CURRENT_FUNCTION_LIST_FILE} VERBATIM)
+      COMMAND ${CMAKE_COMMAND} -DSTUB=${out}/${base}_server.c -P ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/PatchRpcStub.cmake
+      DEPENDS ${idl} ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/PatchRpcStub.cmake ${CMAKE_CURRENT_FUNCTION_LIST_FILE} VERBATIM)
   endif()
   # Not under our warnings: generated C is as its generator makes it.
   add_library(${name}_server_stub OBJECT ${out}/${base}_server.c)

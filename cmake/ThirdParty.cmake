@@ -9,9 +9,10 @@ foreach(entry CLI/CLI.hpp nlohmann/json.hpp fmt/format.h)
   find_path(VLM_${folder}_ROOT ${entry} PATHS /usr/include NO_CMAKE_FIND_ROOT_PATH REQUIRED)
   file(CREATE_LINK ${VLM_${folder}_ROOT}/${folder} ${VLM_HEADER_LINKS}/${folder} SYMBOLIC)
 endforeach()
-# All but fmt are headers only. fmt can be, but its functions in each file that formats are a third of its build time.
-add_library(vlm_libraries STATIC ${CMAKE_CURRENT_LIST_DIR}/fmt.cpp)
-target_include_directories(vlm_libraries SYSTEM PUBLIC ${VLM_HEADER_LINKS})
+# All are used as headers only. Debian has fmt's compiled library for the build machine alone.
+add_library(vlm_libraries INTERFACE)
+target_include_directories(vlm_libraries SYSTEM INTERFACE ${VLM_HEADER_LINKS})
+target_compile_definitions(vlm_libraries INTERFACE FMT_HEADER_ONLY)
 # CLI11's templates, inlined into their callers, make gcc 12 see a null std::string that cannot be.
 if(NOT MSVC)
   target_compile_options(vlm_libraries INTERFACE -Wno-null-dereference)

@@ -1,5 +1,5 @@
 -- Wireshark dissector of VPCA, the printer's device-control protocol. docs/vpca.md describes the protocol and how to
--- load this file. Tried with tshark 4.0.
+-- load this file. Tried with tshark 4.0 and 4.4; as root, the latter loads no script.
 --
 -- A TCP connection on any port counts as VPCA when its first bytes are magic and version; others can be told to with
 -- "Decode As". A frame that is split over segments is put together by its length field. The answer with a data block

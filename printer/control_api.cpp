@@ -140,11 +140,9 @@ json ToJson(const DocumentRecord& record) {
 void AddControlApi(HttpListener& http, RawPort& rawPort, SoapPorts& soap, WsdService& wsd,
                    DeptIdService& deptId, Machine& machine, const DocumentStore& store,
                    std::function<void()> shutdown) {
-    using httplib::Request;
-    using httplib::Response;
-    httplib::Server& routes = http.Routes();
+    HttpServer& server = http.Server();
 
-    AddWsdControl(routes, soap.Faults(), wsd, machine);
+    AddWsdControl(server, soap.Faults(), wsd, machine);
 
     const auto state = [&http, &rawPort, &soap] {
         const auto fault = rawPort.CurrentFault();
@@ -160,44 +158,44 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, SoapPorts& soap, WsdSer
                     {"vpcaFault", ToJson(rawPort.Device().CurrentFault())}};
     };
 
-    routes.Get("/state", [state](const Request&, Response& response) { Reply(response, state()); });
-    routes.Get("/documents", [&store](const Request&, Response& response) {
+    server.Route("GET", "/state",
+                 [state](const HttpRequest&, HttpResponse& response) { Reply(response, state()); });
+    server.Route("GET", "/documents", [&store](const HttpRequest&, HttpResponse& response) {
         json all = json::array();
         for (const DocumentRecord& record : store.Records())
             all.push_back(ToJson(record));
         Reply(response, all);
     });
     AddSetting(
-        routes, "/fault", [&rawPort](const std::string& body) { rawPort.SetFault(ParseFault(body)); },
+        server, "/fault", [&rawPort](const std::string& body) { rawPort.SetFault(ParseFault(body)); },
         [&rawPort] { rawPort.ClearFault(); }, state);
     AddSetting(
-        routes, "/answer", [&rawPort](const std::string& body) { rawPort.SetAnswer(ParseAnswer(body)); },
+        server, "/answer", [&rawPort](const std::string& body) { rawPort.SetAnswer(ParseAnswer(body)); },
         [&rawPort] { rawPort.SetAnswer({}); }, state);
     AddSetting(
-        routes, "/vpca/fault",
+        server, "/vpca/fault",
         [&rawPort](const std::string& body) { rawPort.Device().SetFault(ParseVpcaFault(body)); },
         [&rawPort] { rawPort.Device().ClearFault(); }, state);
-    routes.Get("/vpca/requests", [&rawPort](const Request&, Response& response) {
+    server.Route("GET", "/vpca/requests", [&rawPort](const HttpRequest&, HttpResponse& response) {
         json all = json::array();
         for (const Bytes& frame : rawPort.Device().Requests())
             all.push_back(ToHex(frame));
         Reply(response, all);
     });
-    routes.Get("/deptid/requests",
-               [&deptId](const Request&, Response& response) { Reply(response, deptId.Requests().All()); });
-    routes.Delete("/deptid/requests", [&deptId](const Request&, Response& response) {
+    server.Route("GET", "/deptid/requests", [&deptId](const HttpRequest&, HttpResponse& response) {
+        Reply(response, deptId.Requests().All());
+    });
+    server.Route("DELETE", "/deptid/requests", [&deptId](const HttpRequest&, HttpResponse& response) {
         deptId.Requests().Clear();
         Reply(response, deptId.Requests().All());
     });
-    // With a content reader, which it does not use: otherwise the library waits for a body that a client
-    // without a Content-Length does not send.
-    routes.Post("/shutdown", [shutdown = std::move(shutdown)](const Request&, Response& response,
-                                                              const httplib::ContentReader&) {
-        Reply(response, json{{"stopping", true}});
-        shutdown();
-    });
+    server.Route("POST", "/shutdown",
+                 [shutdown = std::move(shutdown)](const HttpRequest&, HttpResponse& response) {
+                     Reply(response, json{{"stopping", true}});
+                     shutdown();
+                 });
 
-    routes.set_exception_handler([](const Request&, Response& response, std::exception_ptr failure) {
+    server.OnFailure([](std::exception_ptr failure, HttpResponse& response) {
         try {
             std::rethrow_exception(std::move(failure));
         } catch (const BadRequest& e) {
@@ -206,8 +204,7 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, SoapPorts& soap, WsdSer
             Reply(response, json{{"error", e.what()}}, 500);
         }
     });
-    routes.set_error_handler([](const Request& request, Response& response) {
-        if (!response.body.empty()) return;
+    server.OnRefusal([](const HttpRequest& request, HttpResponse& response) {
         const char* reason = response.status == 404 ? "there is no" : "cannot read the request";
         Reply(response, json{{"error", fmt::format("{} {} {}", reason, request.method, request.path)}},
               response.status);

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <fmt/format.h>
-#include <httplib.h>
 
 #include <cstdint>
 #include <initializer_list>
@@ -11,6 +10,8 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+
+#include "http_server.h"
 
 namespace vlm::printer {
 
@@ -47,21 +48,21 @@ inline std::optional<std::uint64_t> CountMember(const nlohmann::json& object, co
     return found->get<std::uint64_t>();
 }
 
-inline void Reply(httplib::Response& response, const nlohmann::json& body, int status = 200) {
+inline void Reply(HttpResponse& response, const nlohmann::json& body, int status = 200) {
     response.status = status;
     // The texts come from outside (a folder's name, an answer): what is not UTF-8 is replaced, not thrown at.
-    response.set_content(body.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n",
-                         "application/json");
+    response.Set(body.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n",
+                 "application/json");
 }
 
 // What PUT sets with its body and DELETE clears; both answer with what `shown` gives then.
 template <typename Set, typename Clear, typename Shown>
-void AddSetting(httplib::Server& routes, const char* path, Set set, Clear clear, Shown shown) {
-    routes.Put(path, [set, shown](const httplib::Request& request, httplib::Response& response) {
+void AddSetting(HttpServer& server, const char* path, Set set, Clear clear, Shown shown) {
+    server.Route("PUT", path, [set, shown](const HttpRequest& request, HttpResponse& response) {
         set(request.body);
         Reply(response, shown());
     });
-    routes.Delete(path, [clear, shown](const httplib::Request&, httplib::Response& response) {
+    server.Route("DELETE", path, [clear, shown](const HttpRequest&, HttpResponse& response) {
         clear();
         Reply(response, shown());
     });

@@ -25,8 +25,8 @@ std::string FaultAnswer(const char* code, const std::string& reason) {
 
 }  // namespace
 
-void DeptIdService::Answer(const httplib::Request& http, httplib::Response& response, const char* scheme) {
-    const DeptIdRequest request = ReadDeptIdRequest(http.get_header_value("Content-Type"), http.body);
+void DeptIdService::Answer(const HttpRequest& http, HttpResponse& response, const char* scheme) {
+    const DeptIdRequest request = ReadDeptIdRequest(http.Header("Content-Type"), http.body);
     const bool sound = request.findings.empty();
     const bool allowed = sound && accounts_.Allow(request.credentials);
     Requests().Add({{"scheme", scheme},
@@ -41,13 +41,13 @@ void DeptIdService::Answer(const httplib::Request& http, httplib::Response& resp
 
     if (sound) {
         Say("department-ID check: {}", allowed ? "allowed" : "refused");
-        response.set_content(VerdictAnswer(allowed), kSoapType);
+        response.Set(VerdictAnswer(allowed), kSoapType);
         return;
     }
     const Refusal refusal = RefusalOf(request);
     Say("department-ID request refused: {}", refusal.reason);
     response.status = refusal.status;
-    response.set_content(FaultAnswer(refusal.code, refusal.reason), kSoapType);
+    response.Set(FaultAnswer(refusal.code, refusal.reason), kSoapType);
 }
 
 }  // namespace vlm::printer

@@ -15,7 +15,7 @@ class DeptIdService : public SoapService {
  public:
     explicit DeptIdService(Accounts accounts) : accounts_(std::move(accounts)) {}
 
-    void Answer(const httplib::Request& http, httplib::Response& response, const char* scheme) override;
+    void Answer(const HttpRequest& http, HttpResponse& response, const char* scheme) override;
 
  private:
     const Accounts accounts_;

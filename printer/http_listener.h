@@ -1,38 +1,46 @@
-// One HTTP port with its server thread. A service registers its routes before Start; its handlers then run on
-// the server's worker threads.
+// One HTTP port with its threads.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "http_server.h"
+#include "tcp_socket.h"
 
 namespace vlm::printer {
 
 class HttpListener {
  public:
-    // Listens at once (port 0: a free one), answers from Start on; connections in between wait. Bodies over
-    // bodyLimit bytes are answered with 413. Throws std::runtime_error with one line: bad address, port in
-    // use.
-    HttpListener(const std::string& address, std::uint16_t port, std::size_t bodyLimit,
-                 std::unique_ptr<HttpServer> server = std::make_unique<HttpServer>());
+    // Listens at once (port 0: a free one), answers from Start on, `threads` connections at a time; further
+    // ones wait. Throws std::runtime_error with one line: bad address, port in use.
+    HttpListener(const std::string& address, std::uint16_t port, std::size_t threads,
+                 std::unique_ptr<HttpServer> server);
     HttpListener(const HttpListener&) = delete;
     HttpListener& operator=(const HttpListener&) = delete;
     ~HttpListener();
 
-    httplib::Server& Routes() { return *server_; }
-    std::uint16_t Port() const { return port_; }
+    HttpServer& Server() { return *server_; }
+    std::uint16_t Port() const { return ntohs(place_.sin_port); }
 
-    void Start();  // throws std::runtime_error
+    void Start();  // throws std::system_error
     void Stop();   // ends every exchange
 
  private:
-    std::unique_ptr<HttpServer> server_;
-    std::uint16_t port_ = 0;
-    std::thread thread_;
+    void Work();
+    UniqueFd NextConnection();
+
+    const std::unique_ptr<HttpServer> server_;
+    sockaddr_in place_;
+    const std::size_t threads_;
+    const UniqueFd stop_;  // eventfd, stays readable once it is set
+    UniqueFd listener_;
+    std::mutex accepting_;
+    std::vector<std::thread> workers_;
 };
 
 }  // namespace vlm::printer

@@ -14,6 +14,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
@@ -34,6 +35,7 @@ namespace {
 using namespace vlm::printer;
 
 constexpr std::size_t kControlBodyLimit = std::size_t{64} * 1024;
+constexpr std::size_t kControlThreads = 8;
 
 // Written beside its place and moved there, so that who sees it sees all of it. Removed with its owner: as
 // long as the file is there, the printer runs.
@@ -88,7 +90,8 @@ void Run(const Options& options) {
     SoapPorts soap(options.address, options.wsdPort, options.wsdsPort);
     soap.Serve(kWsdPath, wsd);
     soap.Serve(kDeptIdPath, deptId);
-    HttpListener control("127.0.0.1", options.controlPort, kControlBodyLimit);
+    HttpListener control("127.0.0.1", options.controlPort, kControlThreads,
+                         std::make_unique<HttpServer>(kControlBodyLimit));
     AddControlApi(control, rawPort, soap, wsd, deptId, machine, store, [] { ::kill(::getpid(), SIGTERM); });
 
     rawPort.Start();

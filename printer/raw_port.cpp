@@ -1,14 +1,11 @@
 #include "raw_port.h"
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
 
 #include <array>
-#include <cerrno>
 #include <chrono>
-#include <cstring>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -21,27 +18,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr int kBacklog = 64;
 constexpr auto kFollowLimit = 5s;
-constexpr int kRetryMilliseconds = 100;  // after a shortage of descriptors or threads
-
-[[noreturn]] void ThrowErrno(const std::string& what) {
-    throw std::runtime_error(what + ": " + std::strerror(errno));
-}
-
-UniqueFd MakeEvent() {
-    UniqueFd event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    if (!event) ThrowErrno("cannot create an event");
-    return event;
-}
-
-void SetEvent(const UniqueFd& event) {
-    ::eventfd_write(event.Get(), 1);
-}
-
-sockaddr* AsGeneric(sockaddr_in* address) {
-    return reinterpret_cast<sockaddr*>(address);
-}
 
 }  // namespace
 
@@ -50,29 +27,17 @@ RawPort::RawPort(const std::string& address, std::uint16_t port, DocumentStore& 
     : store_(store),
       machine_(machine),
       documentLimit_(documentLimit),
-      stop_(MakeEvent()),
-      wake_(MakeEvent()) {
-    address_.sin_family = AF_INET;
-    address_.sin_port = htons(port);
-    if (::inet_pton(AF_INET, address.c_str(), &address_.sin_addr) != 1)
-        throw std::runtime_error(fmt::format("'{}' is not an IPv4 address", address));
-    reservation_ = BindSocket();
-    socklen_t size = sizeof address_;
-    if (::getsockname(reservation_.Get(), AsGeneric(&address_), &size) != 0) ThrowErrno("getsockname");
-}
+      place_(TcpPlace(address, port)),
+      reservation_(BindTcp(place_)),
+      stop_(NewEvent()),
+      wake_(NewEvent()) {}
 
 RawPort::~RawPort() {
     Stop();
 }
 
 std::uint16_t RawPort::Port() const {
-    return ntohs(address_.sin_port);
-}
-
-std::string RawPort::PlaceText() const {
-    std::array<char, INET_ADDRSTRLEN> text{};
-    ::inet_ntop(AF_INET, &address_.sin_addr, text.data(), text.size());
-    return fmt::format("raw port {}:{}", text.data(), Port());
+    return ntohs(place_.sin_port);
 }
 
 std::size_t RawPort::OpenConnections() const {
@@ -111,22 +76,8 @@ void RawPort::FollowBehaviour() {
     if (!done) throw std::runtime_error("the raw port does not follow");
 }
 
-UniqueFd RawPort::BindSocket() const {
-    // SO_REUSEADDR lets the reservation and the listener, both ours, share the port, and passes over
-    // connections of an earlier run in TIME_WAIT. A port on which another process listens is still refused.
-    UniqueFd socket(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-    const int on = 1;
-    sockaddr_in address = address_;
-    if (!socket || ::setsockopt(socket.Get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0 ||
-        ::bind(socket.Get(), AsGeneric(&address), sizeof address) != 0)
-        ThrowErrno("cannot use " + PlaceText());
-    return socket;
-}
-
 void RawPort::Listen() {
-    UniqueFd socket = BindSocket();
-    if (::listen(socket.Get(), kBacklog) != 0) ThrowErrno("cannot listen on " + PlaceText());
-    listener_ = std::move(socket);
+    listener_ = ListenTcp(place_);
     const std::scoped_lock lock(mutex_);
     listening_ = true;
 }
@@ -170,15 +121,8 @@ void RawPort::AcceptLoop() {
 }
 
 void RawPort::AcceptOne() {
-    UniqueFd socket(::accept4(listener_.Get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
-    if (!socket) {
-        // Out of descriptors the listener stays readable; without a pause this would be a busy loop.
-        if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            pollfd stop{stop_.Get(), POLLIN, 0};
-            ::poll(&stop, 1, kRetryMilliseconds);
-        }
-        return;
-    }
+    UniqueFd socket = Accept(listener_, stop_);
+    if (!socket) return;
     ConnectionOrders orders{behaviour_.TakeFault(), behaviour_.CurrentAnswer()};
     Connection& connection = connections_.emplace_back();
     ++openConnections_;

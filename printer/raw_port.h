@@ -6,8 +6,6 @@
 // once, at the end.
 #pragma once
 
-#include <netinet/in.h>
-
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
@@ -20,6 +18,7 @@
 #include "behaviour.h"
 #include "document_store.h"
 #include "machine.h"
+#include "tcp_socket.h"
 #include "unique_fd.h"
 #include "vpca_device.h"
 
@@ -58,8 +57,6 @@ class RawPort {
         std::atomic<bool> ended = false;
     };
 
-    std::string PlaceText() const;
-    UniqueFd BindSocket() const;
     void Listen();
     void AcceptLoop();
     void AcceptOne();
@@ -68,16 +65,16 @@ class RawPort {
     void FollowBehaviour();
     void Wake() const;
 
-    sockaddr_in address_{};
     DocumentStore& store_;
     Machine& machine_;
     const std::uint64_t documentLimit_;
     Behaviour behaviour_;
     VpcaDevice device_;
 
-    UniqueFd reservation_;  // bound, never listens
-    UniqueFd stop_;         // eventfd, stays readable once it is set
-    UniqueFd wake_;         // eventfd: something for the accept loop to look at
+    sockaddr_in place_;
+    const UniqueFd reservation_;  // bound, never listens
+    UniqueFd stop_;               // eventfd, stays readable once it is set
+    UniqueFd wake_;               // eventfd: something for the accept loop to look at
 
     // Opened and closed by the accept loop alone once that runs, so that no thread closes what another one
     // polls.

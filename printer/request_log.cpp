@@ -20,11 +20,10 @@ void RequestLog::Clear() {
     entries_.clear();
 }
 
-nlohmann::json ShownHeaders(const httplib::Request& request) {
+nlohmann::json ShownHeaders(const HttpRequest& request) {
     nlohmann::json headers = nlohmann::json::object();
     for (const auto& [name, value] : request.headers)
-        if (name != "REMOTE_ADDR" && name != "REMOTE_PORT" && name != "LOCAL_ADDR" && name != "LOCAL_PORT")
-            headers[name] = value;
+        headers[name] = value;
     return headers;
 }
 

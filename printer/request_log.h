@@ -1,12 +1,12 @@
 // The last requests to a SOAP service, as the control API shows them. May be used from any thread.
 #pragma once
 
-#include <httplib.h>
-
 #include <cstddef>
 #include <deque>
 #include <mutex>
 #include <nlohmann/json.hpp>
+
+#include "http_message.h"
 
 namespace vlm::printer {
 
@@ -24,6 +24,6 @@ class RequestLog {
 };
 
 // As the client sent them, by name.
-nlohmann::json ShownHeaders(const httplib::Request& request);
+nlohmann::json ShownHeaders(const HttpRequest& request);
 
 }  // namespace vlm::printer

@@ -36,11 +36,9 @@ bool Send(Channel& channel, const Delivery& delivery) {
 class SoapServer : public HttpServer {
  public:
     SoapServer(const std::string& address, WsdFaults& faults, SSL_CTX* tls)
-        : HttpServer(tls),
+        : HttpServer(kBodyLimit, tls),
           self_(fmt::format("{}://{}", tls != nullptr ? "https" : "http", address)),
-          faults_(faults) {
-        new_task_queue = [] { return new httplib::ThreadPool(kThreads); };
-    }
+          faults_(faults) {}
     // Known once it listens.
     void SetPort(std::uint16_t port) { self_ += fmt::format(":{}", port); }
 
@@ -93,10 +91,10 @@ void SoapPorts::Serve(const std::string& path, SoapService& service) {
     for (HttpListener* listener : {http_.get(), https_.get()}) {
         const char* scheme = listener == http_.get() ? "http" : "https";
         for (const std::string& each : {path, kMovedPrefix + path})
-            listener->Routes().Post(
-                each, [&service, scheme](const httplib::Request& request, httplib::Response& response) {
-                    service.Answer(request, response, scheme);
-                });
+            listener->Server().Route("POST", each,
+                                     [&service, scheme](const HttpRequest& request, HttpResponse& response) {
+                                         service.Answer(request, response, scheme);
+                                     });
     }
 }
 
@@ -114,14 +112,13 @@ std::unique_ptr<HttpListener> SoapPorts::Listen(const std::string& address, std:
                                                 SSL_CTX* tls) {
     auto server = std::make_unique<SoapServer>(address, faults_, tls);
     SoapServer& own = *server;
-    auto listener = std::make_unique<HttpListener>(address, port, kBodyLimit, std::move(server));
+    auto listener = std::make_unique<HttpListener>(address, port, kThreads, std::move(server));
     own.SetPort(listener->Port());
-    own.set_error_handler([this](const httplib::Request& /*request*/, httplib::Response& response) {
-        if (!response.body.empty()) return;
-        response.set_content(fmt::format("<!DOCTYPE html>\n<title>{0}</title>\n<p>{0}: this printer answers "
-                                         "SOAP messages posted to {1}.\n",
-                                         response.status, paths_),
-                             "text/html");
+    own.OnRefusal([this](const HttpRequest& /*request*/, HttpResponse& response) {
+        response.Set(fmt::format("<!DOCTYPE html>\n<title>{0}</title>\n<p>{0}: this printer answers "
+                                 "SOAP messages posted to {1}.\n",
+                                 response.status, paths_),
+                     "text/html");
     });
     return listener;
 }

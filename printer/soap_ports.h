@@ -17,7 +17,7 @@ class SoapService {
     virtual ~SoapService() = default;
 
     // What was posted to its path. Called on worker threads; `scheme` is "http" or "https".
-    virtual void Answer(const httplib::Request& request, httplib::Response& response, const char* scheme) = 0;
+    virtual void Answer(const HttpRequest& request, HttpResponse& response, const char* scheme) = 0;
 
     RequestLog& Requests() { return log_; }
 

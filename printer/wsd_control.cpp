@@ -104,29 +104,29 @@ json ToJson(const MachineState& state) {
 
 }  // namespace
 
-void AddWsdControl(httplib::Server& routes, WsdFaults& faults, WsdService& wsd, Machine& machine) {
-    using httplib::Request;
-    using httplib::Response;
-
+void AddWsdControl(HttpServer& server, WsdFaults& faults, WsdService& wsd, Machine& machine) {
     const auto state = [&faults, &wsd] {
         return json{{"fault", ToJson(faults.CurrentFault())}, {"style", ToJson(wsd.Style())}};
     };
-    routes.Get("/wsd", [state](const Request&, Response& response) { Reply(response, state()); });
-    routes.Get("/wsd/requests",
-               [&wsd](const Request&, Response& response) { Reply(response, wsd.Requests().All()); });
-    routes.Delete("/wsd/requests", [state, &wsd](const Request&, Response& response) {
+    server.Route("GET", "/wsd",
+                 [state](const HttpRequest&, HttpResponse& response) { Reply(response, state()); });
+    server.Route("GET", "/wsd/requests", [&wsd](const HttpRequest&, HttpResponse& response) {
+        Reply(response, wsd.Requests().All());
+    });
+    server.Route("DELETE", "/wsd/requests", [state, &wsd](const HttpRequest&, HttpResponse& response) {
         wsd.Requests().Clear();
         Reply(response, state());
     });
     AddSetting(
-        routes, "/wsd/fault", [&faults](const std::string& body) { faults.SetFault(ParseWsdFault(body)); },
+        server, "/wsd/fault", [&faults](const std::string& body) { faults.SetFault(ParseWsdFault(body)); },
         [&faults] { faults.ClearFault(); }, state);
     AddSetting(
-        routes, "/wsd/style", [&wsd](const std::string& body) { wsd.SetStyle(ParseStyle(body)); },
+        server, "/wsd/style", [&wsd](const std::string& body) { wsd.SetStyle(ParseStyle(body)); },
         [&wsd] { wsd.SetStyle({}); }, state);
-    routes.Get("/machine",
-               [&machine](const Request&, Response& response) { Reply(response, ToJson(machine.State())); });
-    routes.Put("/machine", [&machine](const Request& request, Response& response) {
+    server.Route("GET", "/machine", [&machine](const HttpRequest&, HttpResponse& response) {
+        Reply(response, ToJson(machine.State()));
+    });
+    server.Route("PUT", "/machine", [&machine](const HttpRequest& request, HttpResponse& response) {
         try {
             machine.Change(ParseChange(request.body));
         } catch (const std::invalid_argument& e) {

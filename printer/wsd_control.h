@@ -3,14 +3,13 @@
 //   GET, DELETE /wsd/requests   PUT, DELETE /wsd/fault   PUT, DELETE /wsd/style   GET, PUT /machine
 #pragma once
 
-#include <httplib.h>
-
+#include "http_server.h"
 #include "machine.h"
 #include "wsd_service.h"
 
 namespace vlm::printer {
 
-// Registers the routes. What it is given has to outlive the server's run.
-void AddWsdControl(httplib::Server& routes, WsdFaults& faults, WsdService& wsd, Machine& machine);
+// Registers the server. What it is given has to outlive the server's run.
+void AddWsdControl(HttpServer& server, WsdFaults& faults, WsdService& wsd, Machine& machine);
 
 }  // namespace vlm::printer

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <utility>
 
+#include "http_message.h"
 #include "name_table.h"
 #include "soap_message.h"
 #include "wsd_answer.h"
@@ -61,15 +62,9 @@ constexpr const char* kHtmlType = "text/html; charset=utf-8";
 constexpr std::string_view kLineEnd = "\r\n";
 constexpr std::string_view kHeadEnd = "\r\n\r\n";
 
-std::string Head(const std::string& status, const std::string& type, std::uint64_t length,
-                 const std::string& more = "") {
-    return fmt::format("HTTP/1.1 {}\r\nConnection: close\r\nContent-Type: {}\r\nContent-Length: {}\r\n{}\r\n",
-                       status, type, length, more);
-}
-
 std::string Whole(const std::string& status, const std::string& type, const std::string& body,
                   const std::string& more = "") {
-    return Head(status, type, body.size(), more) + body;
+    return HttpHead(status, type, body.size(), more) + body;
 }
 
 std::string Chunked(const std::string& body) {
@@ -209,9 +204,9 @@ Delivery Misbehave(const WsdFault& fault, const std::string& answer, const std::
         case WsdFaultMode::kTruncated:
             return send(Whole("200 OK", kSoapType, body.substr(0, body.size() / 2)));
         case WsdFaultMode::kLengthLong:
-            return send(Head("200 OK", kSoapType, body.size() + 1000) + body);
+            return send(HttpHead("200 OK", kSoapType, body.size() + 1000) + body);
         case WsdFaultMode::kLengthShort:
-            return send(Head("200 OK", kSoapType, body.size() / 2) + body);
+            return send(HttpHead("200 OK", kSoapType, body.size() / 2) + body);
         case WsdFaultMode::kChunked:
             return send(Chunked(body));
         case WsdFaultMode::kGzip:
@@ -220,9 +215,10 @@ Delivery Misbehave(const WsdFault& fault, const std::string& answer, const std::
             const std::string block(64'000, ' ');
             const std::uint64_t blocks = (fault.bytes + block.size() - 1) / block.size();
             const std::size_t end = EndTag(body);
-            return {{{Head("200 OK", kSoapType, body.size() + blocks * block.size()) + body.substr(0, end)},
-                     {block, blocks},
-                     {body.substr(end)}}};
+            return {
+                {{HttpHead("200 OK", kSoapType, body.size() + blocks * block.size()) + body.substr(0, end)},
+                 {block, blocks},
+                 {body.substr(end)}}};
         }
         case WsdFaultMode::kNotFound:
             return send(Whole("404 Not Found", kHtmlType, kPage));

@@ -23,8 +23,8 @@ WsdStyle WsdService::Style() const {
     return style_;
 }
 
-void WsdService::Answer(const httplib::Request& http, httplib::Response& response, const char* scheme) {
-    const WsdRequest request = ReadWsdRequest(http.get_header_value("Content-Type"), http.body);
+void WsdService::Answer(const HttpRequest& http, HttpResponse& response, const char* scheme) {
+    const WsdRequest request = ReadWsdRequest(http.Header("Content-Type"), http.body);
 
     nlohmann::json names = nlohmann::json::array();
     for (const ElementName& name : request.names)
@@ -43,13 +43,13 @@ void WsdService::Answer(const httplib::Request& http, httplib::Response& respons
                     {"findings", request.findings}});
 
     if (request.findings.empty()) {
-        response.set_content(WsdAnswer(request, machine_.State(), Style()), kSoapType);
+        response.Set(WsdAnswer(request, machine_.State(), Style()), kSoapType);
         return;
     }
     const Refusal refusal = RefusalOf(request);
     Say("WSD request refused: {}", refusal.reason);
     response.status = refusal.status;
-    response.set_content(WsdFaultAnswer(refusal.code, refusal.reason, request.messageId), kSoapType);
+    response.Set(WsdFaultAnswer(refusal.code, refusal.reason, request.messageId), kSoapType);
 }
 
 }  // namespace vlm::printer

@@ -15,7 +15,7 @@ class WsdService : public SoapService {
  public:
     explicit WsdService(const Machine& machine) : machine_(machine) {}
 
-    void Answer(const httplib::Request& http, httplib::Response& response, const char* scheme) override;
+    void Answer(const HttpRequest& http, HttpResponse& response, const char* scheme) override;
 
     void SetStyle(WsdStyle style);
     WsdStyle Style() const;

@@ -4,7 +4,23 @@
 
 #include <array>
 
+#include "monitor/event_window.h"
+
 namespace vlm::host {
+
+namespace {
+
+constexpr DWORD kThreadEnd = 3'000;  // milliseconds
+
+// The thread of the event window, when this process has it.
+KernelHandle ThreadOf(HWND window) {
+    DWORD process = 0;
+    const DWORD thread = GetWindowThreadProcessId(window, &process);
+    if (process != GetCurrentProcessId()) return {};
+    return KernelHandle(OpenThread(SYNCHRONIZE, FALSE, thread));
+}
+
+}  // namespace
 
 MonitorHost::MonitorHost(const std::wstring& dllPath) {
     const std::string path = ToUtf8(dllPath);
@@ -29,7 +45,13 @@ MonitorHost::MonitorHost(const std::wstring& dllPath) {
 }
 
 MonitorHost::~MonitorHost() {
+    const HWND window = FindWindowW(kEventWindowClass, kEventWindowTitle);
+    const KernelHandle thread = ThreadOf(window);
     table_->pfnShutdown(manager_);
+    module_ = Module();
+    // It has left the module by now, but not ended. Wine (8.0 and 10.0) sends each thread of a process that
+    // ends a signal, and what gets it while it ends by itself, its thread data gone, crashes.
+    if (thread && !IsWindow(window)) WaitForSingleObject(thread.Get(), kThreadEnd);
 }
 
 HANDLE MonitorHost::InitializeAgain() {

@@ -2,7 +2,8 @@
 //
 // Every block that these functions hand out comes from the router (CSplssMgr) and may be given to the
 // spooler, which frees it. No function throws: what could not be allocated is null, or a result code, and
-// leaves a line in the trace. An object belongs to one thread.
+// leaves a line in the trace. Its functions are const and any number of threads may call them on one object;
+// it is made and destroyed while nobody else uses it.
 #pragma once
 
 #include "util/splssmgr.h"

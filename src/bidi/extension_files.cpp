@@ -93,10 +93,10 @@ class Attributes {
 
 class Reader {
  public:
-    Reader(const std::wstring& path, QueryBudget& budget)
-        : file_(std::make_shared<const std::wstring>(path)), budget_(budget) {}
+    Reader(const std::wstring& path, const DeclaredNamespaces& namespaces, QueryBudget& budget)
+        : file_(std::make_shared<const std::wstring>(path)), namespaces_(namespaces), budget_(budget) {}
 
-    // As deep as the document, which is bounded.
+    // The root first. As deep as the document, which is bounded.
     SchemaElement Read(IXMLDOMNode* node) {
         budget_.Spend(Expense::kSchemaElements, 1, *file_);
         SchemaElement element;
@@ -110,8 +110,9 @@ class Reader {
         element.query = attributes.Find(query_);
         element.parameter = attributes.Find(parameter_);
         if (element.kind == ElementKind::kConst) element.text = TextOf(node);
+        const size_t number = elements_++;
         if (element.kind == ElementKind::kSchema) {
-            element.namespaces = NamespaceDeclarationsOf(node);
+            element.namespaces = namespaces_.Of(number);
             // xmlns="" says that names without prefix are in no namespace, which they are in XPath anyway.
             std::erase_if(element.namespaces,
                           [](const auto& declaration) { return declaration.uri.empty(); });
@@ -131,6 +132,8 @@ class Reader {
 
  private:
     std::shared_ptr<const std::wstring> file_;
+    const DeclaredNamespaces& namespaces_;
+    size_t elements_ = 0;  // so far, in document order
     QueryBudget& budget_;
     const _bstr_t name_{L"name"};
     const _bstr_t type_{L"type"};
@@ -153,7 +156,7 @@ SchemaElement ReadExtensionFile(const std::wstring& path, QueryBudget& budget) {
     }
     const ComPtr<IXMLDOMElement> root = document.Root();
     if (!root) ThrowEngineError(E_FAIL);
-    return Reader(path, budget).Read(root.Get());
+    return Reader(path, document.Namespaces(), budget).Read(root.Get());
 }
 
 // Finds an element's children by name: one with a "name" attribute by both, one without by its tag alone,

@@ -215,7 +215,7 @@ void CVelunBidiSpl::Bind(std::string_view response) {
     // not differ from the answer's: of the others "Get" sees nothing.
     if (!extension_->Schemas().empty()) {
         std::vector<NamespaceDeclaration> known = extension_->Schemas().front()->namespaces;
-        ReconcileNamespaces(known, NamespaceDeclarationsOf(wsd.Root().Get()));
+        ReconcileNamespaces(known, wsd.Namespaces().Of(0));
         for (const NamespaceDeclaration& declaration : PrefixesOf(*extension_))
             AppendNew(known, declaration);
         wsd.SetSelectionNamespaces(known);

@@ -1,7 +1,9 @@
 #include "monitor/lm_manager.h"
 
+#include <algorithm>
 #include <cstring>
 #include <cwchar>
+#include <iterator>
 #include <new>
 #include <string>
 #include <utility>
@@ -55,9 +57,10 @@ wchar_t* DuplicateToGlobalHeap(const wchar_t* text) {
 
 LmPort* CLmMgr::FindPort(const wchar_t* portName) const {
     if (portName == nullptr || *portName == L'\0') return nullptr;
-    for (LmPort* port = ports_; port != nullptr; port = port->next)
-        if (SameName(port->portName, portName)) return port;
-    return nullptr;
+    const auto behind = byName_.upper_bound(portName);
+    if (behind == byName_.begin()) return nullptr;
+    const auto& [name, port] = *std::prev(behind);
+    return SameName(name, portName) ? port : nullptr;
 }
 
 LmPort* CLmMgr::CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName) {
@@ -66,9 +69,16 @@ LmPort* CLmMgr::CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const w
     GlobalMemory printerNameCopy(DuplicateToGlobalHeap(printerName != nullptr ? printerName : L""));
     if (!memory || !portNameCopy || !printerNameCopy) return nullptr;
 
-    auto* port = new (memory.Release()) LmPort{};
+    auto* port = new (memory.Get()) LmPort{};
     port->signature = kLmPortSignature;
-    port->portName = static_cast<wchar_t*>(portNameCopy.Release());
+    port->portName = static_cast<wchar_t*>(portNameCopy.Get());
+    try {
+        byName_.emplace(port->portName, port);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+    static_cast<void>(memory.Release());
+    static_cast<void>(portNameCopy.Release());
     port->printerName = static_cast<wchar_t*>(printerNameCopy.Release());
     port->lowerMonitor = lowerMonitor;
     port->owner = this;
@@ -81,6 +91,9 @@ bool CLmMgr::RemovePort(LmPort* port) {
     for (LmPort** link = &ports_; *link != nullptr; link = &(*link)->next) {
         if (*link != port) continue;
         *link = port->next;
+        const auto [first, behind] = byName_.equal_range(port->portName);
+        byName_.erase(
+            std::find_if(first, behind, [port](const auto& entry) { return entry.second == port; }));
         FreePortRecord(port);
         return true;
     }
@@ -93,6 +106,7 @@ bool CLmMgr::CloseAllPorts() {
         // All at the same moment: a port that hangs gives no other one time to begin anything below.
         const LockGuard guard(processState.monitorLock);
         ports = std::exchange(ports_, nullptr);
+        byName_.clear();
         for (LmPort* port = ports; port != nullptr; port = port->next)
             Bar(*port);
     }

@@ -8,10 +8,12 @@
 // anything.
 #pragma once
 
+#include <map>
 #include <string>
 
 #include "bidi/bidi_mem.h"
 #include "monitor/lm_port.h"
+#include "util/names.h"
 #include "util/spooler_api.h"
 
 namespace vlm {
@@ -77,6 +79,9 @@ class CLmMgr {
     CBidiMem bidiMem_;          // every container of a query goes through it; only read, hence by all threads
     MONITORINIT* monitorInit_;  // the spooler's, valid as long as the manager
     LmPort* ports_ = nullptr;
+    // The same records by their names, which they own. Of several with one name the first in the list is last
+    // here.
+    std::multimap<const wchar_t*, LmPort*, NameLess> byName_;
 };
 
 // Frees a record that is in no list, with its names.

@@ -23,14 +23,21 @@ namespace vlm {
 
 class CLmMgr;
 
-// The published table ends before pfnPowerEvent in some SDKs; this is its full shape on x64.
-struct Monitor2Table {
-    MONITOR2 base;
+// The published table ends with pfnPowerEvent; some SDKs leave that slot out. This is its full shape with
+// either.
+template <typename Published, bool hasPowerEvent = requires(Published table) {
+    table.pfnPowerEvent;
+}
+> struct WithPowerEvent { Published base; };
+template <typename Published>
+struct WithPowerEvent<Published, false> {
+    Published base;
     DWORD(WINAPI* pfnPowerEvent)(HANDLE hMonitor, DWORD event, void* settings);
 };
+using Monitor2Table = WithPowerEvent<MONITOR2>;
 static_assert(std::is_standard_layout_v<Monitor2Table>);
 static_assert(sizeof(Monitor2Table) == 184);
-static_assert(offsetof(Monitor2Table, pfnPowerEvent) == 176);
+static_assert(offsetof(MONITOR2, pfnNotifyUnusedPorts) == 168);
 static_assert(offsetof(MONITOR2, pfnShutdown) == 144);
 
 inline constexpr DWORD kLmPortSignature = 0x4354;

@@ -10,7 +10,7 @@ namespace vlm {
 constinit ProcessState processState{};
 
 void AttachProcess(HINSTANCE instance) {
-    InitializeCriticalSection(&processState.monitorLock);
+    InitializeCriticalSection(&processState.monitorLock.section);
     processState.monitors = new std::vector<CLmMgr*>;
     processState.instance = instance;
     ReadTraceLevel();
@@ -23,7 +23,7 @@ void DetachProcess(bool processEnds) {
     StopEventWindow();
     UnregisterEventProvider();
     delete processState.monitors;
-    DeleteCriticalSection(&processState.monitorLock);
+    DeleteCriticalSection(&processState.monitorLock.section);
 }
 
 }  // namespace vlm

@@ -7,6 +7,8 @@
 #include <atomic>
 #include <vector>
 
+#include "util/locks.h"
+
 namespace vlm {
 
 class CLmMgr;
@@ -14,10 +16,10 @@ class CLmMgr;
 struct ProcessState {
     // The monitor lock: guards `monitors`, each manager's port list and each port's printer name. Never held
     // across a call to the lower monitor, nor to the spooler except where a comment says so.
-    CRITICAL_SECTION monitorLock;
+    CriticalSection monitorLock;
     // Every manager that was handed to the spooler, oldest first. By pointer, because this structure must not
     // have a destructor: at process exit other threads are gone with the heap lock in whatever state it was.
-    std::vector<CLmMgr*>* monitors;
+    std::vector<CLmMgr*>* monitors VLM_PT_GUARDED_BY(monitorLock);
     HINSTANCE instance;
     // Raised by a suspend notice, lowered by the next StartDocPort; in between no port is written to.
     std::atomic<bool> suspended;

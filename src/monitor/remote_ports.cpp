@@ -13,8 +13,11 @@ namespace vlm {
 
 namespace {
 
+// An exchange and a job keep each other off the port with the same bit of the same word.
+static_assert(vpca::kPortJobActive == LMPORT_JOB_ACTIVE);
+
 CONDITION_VARIABLE somebodyLeft = CONDITION_VARIABLE_INIT;  // with the monitor lock
-bool portsLeftBehind = false;                               // under the monitor lock
+bool portsLeftBehind VLM_GUARDED_BY(processState.monitorLock) = false;
 
 // Under the monitor lock. False when somebody is still inside at the deadline.
 template <typename IsEmpty>
@@ -23,7 +26,7 @@ bool AwaitEmpty(ULONGLONG deadline, IsEmpty&& isEmpty) {
         if (isEmpty()) return true;
         const ULONGLONG now = GetTickCount64();
         if (now >= deadline) return false;
-        SleepConditionVariableCS(&somebodyLeft, &processState.monitorLock,
+        SleepConditionVariableCS(&somebodyLeft, &processState.monitorLock.section,
                                  static_cast<DWORD>(deadline - now));
     }
 }

@@ -8,8 +8,8 @@
 
 #include "rpc/procedures.h"
 #include "util/handles.h"
+#include "util/locks.h"
 #include "util/scope_exit.h"
-#include "util/srw_lock.h"
 #include "util/vlutil.h"
 
 namespace vlm::rpc {
@@ -30,9 +30,9 @@ constexpr std::array<Endpoint, 2> kRemote = {
     {{L"ncacn_np", L"\\pipe\\vllm3mon"}, {L"ncacn_ip_tcp", L"51656"}}};
 
 // The server's state, under its own lock, because two initialisations of the monitor may come at once.
-SRWLOCK lock = SRWLOCK_INIT;
-int starts = 0;
-bool registered = false;
+SlimLock lock;
+int starts VLM_GUARDED_BY(lock) = 0;
+bool registered VLM_GUARDED_BY(lock) = false;
 
 // Every failure of the runtime goes through here, with the call that failed.
 void Report(const wchar_t* call, RPC_STATUS status) {
@@ -107,7 +107,7 @@ RPC_STATUS Listen() {
     return status;
 }
 
-RPC_STATUS Register() {
+RPC_STATUS Register() VLM_REQUIRES(lock) {
     // One registration serves all managers; a second one would be an error.
     if (registered) return RPC_S_OK;
     RPC_STATUS status = RpcServerRegisterIf(vllm_v1_0_s_ifspec, nullptr, nullptr);
@@ -172,7 +172,7 @@ void StopRpcServer(bool exchangesHang) {
     }
 }
 
-void UnregisterAtDetach() {
+VLM_UNCHECKED void UnregisterAtDetach() {
     // No lock: whoever held it may be gone with the process.
     if (!registered || std::wcsstr(GetCommandLineW(), L"spoolsv.exe") == nullptr) return;
     RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE);

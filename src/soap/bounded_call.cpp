@@ -2,9 +2,9 @@
 
 #include <memory>
 
-#include "soap/hresult.h"
 #include "util/handles.h"
-#include "util/srw_lock.h"
+#include "util/hresult.h"
+#include "util/locks.h"
 #include "util/vlutil.h"
 
 namespace vlm {
@@ -23,8 +23,8 @@ struct Call {
 
 // The calls left behind. A list through themselves and a lock without a destructor, because a call may end
 // while the module's statics are being destroyed.
-SRWLOCK lock = SRWLOCK_INIT;
-Call* leftBehind = nullptr;
+SlimLock lock;
+Call* leftBehind VLM_GUARDED_BY(lock) = nullptr;
 
 bool IsCancelled(const Call& call) {
     const ExclusiveScope exclusive(lock);

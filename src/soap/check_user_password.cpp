@@ -1,7 +1,7 @@
 #include "soap/check_user_password.h"
 
 #include "soap/check_user_password_service.h"
-#include "soap/hresult.h"
+#include "util/hresult.h"
 
 namespace vlm {
 

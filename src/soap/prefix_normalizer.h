@@ -24,7 +24,7 @@
 #include <vector>
 
 #include "soap/printer_elements_request.h"
-#include "soap/xml_event.h"
+#include "util/xml_event.h"
 
 namespace vlm {
 

@@ -3,13 +3,13 @@
 #include <cwchar>
 #include <string>
 
-#include "soap/hresult.h"
 #include "soap/namespaces.h"
 #include "soap/prefix_normalizer.h"
 #include "soap/printer_service.h"
 #include "soap/query_document.h"
-#include "soap/sax.h"
 #include "soap/streams.h"
+#include "util/hresult.h"
+#include "util/sax.h"
 #include "util/vlutil.h"
 
 namespace vlm {

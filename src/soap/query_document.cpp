@@ -2,8 +2,8 @@
 
 #include <string_view>
 
-#include "soap/sax.h"
 #include "soap/streams.h"
+#include "util/sax.h"
 #include "util/vlutil.h"
 #include "util/xml_names.h"
 

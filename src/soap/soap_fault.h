@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "soap/sax.h"
+#include "util/sax.h"
 
 namespace vlm {
 

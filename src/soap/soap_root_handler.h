@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "soap/sax.h"
 #include "soap/soap_record.h"
+#include "util/sax.h"
 
 namespace vlm {
 

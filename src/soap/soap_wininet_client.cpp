@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "soap/bounded_call.h"
-#include "soap/hresult.h"
 #include "soap/read_stream_on_inet.h"
 #include "soap/streams.h"
+#include "util/hresult.h"
 #include "util/vlutil.h"
 
 namespace vlm {

@@ -93,18 +93,6 @@ struct GlobalMemoryTraits {
 // A fixed block of the global heap.
 using GlobalMemory = Unique<GlobalMemoryTraits>;
 
-// A critical section held for the scope.
-class LockGuard {
- public:
-    explicit LockGuard(CRITICAL_SECTION& section) : section_(section) { EnterCriticalSection(&section_); }
-    ~LockGuard() { LeaveCriticalSection(&section_); }
-    LockGuard(const LockGuard&) = delete;
-    LockGuard& operator=(const LockGuard&) = delete;
-
- private:
-    CRITICAL_SECTION& section_;
-};
-
 // The function `name` of `module` as a Function pointer, or null when the module does not export it.
 template <typename Function>
 Function* FindFunction(HMODULE module, const char* name) {

@@ -11,4 +11,11 @@ inline bool SameName(const wchar_t* one, const wchar_t* other) {
     return CompareStringOrdinal(one, -1, other, -1, TRUE) == CSTR_EQUAL;
 }
 
+// The same as an order, for containers.
+struct NameLess {
+    bool operator()(const wchar_t* one, const wchar_t* other) const {
+        return CompareStringOrdinal(one, -1, other, -1, TRUE) == CSTR_LESS_THAN;
+    }
+};
+
 }  // namespace vlm

@@ -1,7 +1,8 @@
 // CSplssMgr: the spooler router's Bidi allocator, loaded from spoolss.dll at run time.
 //
 // Every block that is handed to the spooler inside a Bidi response must come from this allocator, because the
-// spooler frees it. An object is used by one thread.
+// spooler frees it. Load and Unload are for one thread while no other uses the object; in between any number
+// of threads may allocate and free through it.
 #pragma once
 
 #include "util/spooler_api.h"

@@ -1,7 +1,8 @@
 #include "util/vlxml.h"
 
-#include <algorithm>
+#include <cstdint>
 
+#include "util/handles.h"
 #include "util/streams.h"
 #include "util/vlutil.h"
 
@@ -19,104 +20,27 @@ std::wstring TakeText(_bstr_t& text) {
     return characters != nullptr ? std::wstring(characters, text.length()) : std::wstring();
 }
 
-// The value of an attribute node as text.
-std::wstring ValueOf(IXMLDOMNode* attribute) {
-    _variant_t value;
-    Check(attribute->get_nodeValue(&value));
-    if (value.vt != VT_BSTR) Check(VariantChangeType(&value, &value, 0, VT_BSTR));
-    return value.bstrVal != nullptr ? std::wstring(value.bstrVal, SysStringLen(value.bstrVal))
-                                    : std::wstring();
-}
-
-std::wstring PrefixOf(IXMLDOMNode* node) {
-    _bstr_t prefix;
-    Check(node->get_prefix(prefix.GetAddress()));
-    return TakeText(prefix);
-}
-
-// The default namespace that this element declares itself, for a parser that counts the declaration among the
-// attributes but does not give it out (Wine's). A copy without children is serialised for it, and its one tag
-// read.
-bool FindDefaultNamespace(IXMLDOMNode* element, std::wstring* uri) {
-    ComPtr<IXMLDOMNode> copy;
-    Check(element->cloneNode(VARIANT_FALSE, copy.Receive()));
-    if (!copy) return false;
-    _bstr_t xml;
-    Check(copy->get_xml(xml.GetAddress()));
-    const std::wstring tag = TakeText(xml);
-    constexpr std::wstring_view kName = L" xmlns=";
-    const size_t name = tag.find(kName);
-    if (name == std::wstring::npos || name + kName.size() + 1 >= tag.size()) return false;
-    const size_t begin = name + kName.size() + 1;
-    const size_t end = tag.find(tag[begin - 1], begin);
-    if (end == std::wstring::npos) return false;
-    *uri = tag.substr(begin, end - begin);
-    return true;
-}
-
 void TraceUnloadable(const wchar_t* path) {
     Trace(L"Error: Unable to load file %ls\r\n", Printable(path, MAX_PATH).c_str());
 }
 
-// The next node in document order below `root`, or null.
-ComPtr<IXMLDOMNode> NextInDocument(const ComPtr<IXMLDOMNode>& node, size_t& depth) {
-    ComPtr<IXMLDOMNode> next;
-    Check(node->get_firstChild(next.Receive()));
-    if (next) {
-        ++depth;
-        return next;
-    }
-    ComPtr<IXMLDOMNode> current = node;
-    while (depth > 0) {
-        Check(current->get_nextSibling(next.Receive()));
-        if (next) return next;
-        ComPtr<IXMLDOMNode> parent;
-        Check(current->get_parentNode(parent.Receive()));
-        if (!parent) break;
-        current = std::move(parent);
-        --depth;
-    }
-    return nullptr;
+std::string BytesOf(const wchar_t* path) {
+    const auto check = [](BOOL done) {
+        if (!done) Check(HRESULT_FROM_WIN32(GetLastError()));
+    };
+    const File file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    check(static_cast<bool>(file));
+    LARGE_INTEGER size{};
+    check(GetFileSizeEx(file.Get(), &size));
+    std::string bytes(static_cast<size_t>(size.QuadPart), '\0');
+    DWORD read = 0;
+    check(ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr));
+    bytes.resize(read);
+    return bytes;
 }
 
 }  // namespace
-
-std::vector<NamespaceDeclaration> NamespaceDeclarationsOf(IXMLDOMNode* node) {
-    std::vector<NamespaceDeclaration> declarations;
-    const auto add = [&](std::wstring prefix, std::wstring uri) {
-        const bool known =
-            std::any_of(declarations.begin(), declarations.end(),
-                        [&](const NamespaceDeclaration& other) { return other.prefix == prefix; });
-        if (!known) declarations.push_back({std::move(prefix), std::move(uri)});
-    };
-    ComPtr<IXMLDOMNamedNodeMap> attributes;
-    Check(node->get_attributes(attributes.Receive()));
-    if (!attributes) return declarations;
-    LONG length = 0;
-    Check(attributes->get_length(&length));
-    // Wine's map, on an element with declarations and no other attribute, gives the first one twice and the
-    // last one at the index `length`; hence one step more, and no declaration taken twice.
-    for (LONG i = 0; i <= length; ++i) {
-        ComPtr<IXMLDOMNode> attribute;
-        const HRESULT hr = attributes->get_item(i, attribute.Receive());
-        if (!attribute) {
-            std::wstring uri;
-            if (FAILED(hr) && FindDefaultNamespace(node, &uri)) {
-                add(L"", std::move(uri));
-            } else if (i < length) {
-                Check(FAILED(hr) ? hr : E_FAIL);
-            }
-            continue;
-        }
-        const std::wstring name = NameOf(attribute.Get());
-        if (name == L"xmlns") {
-            add(L"", ValueOf(attribute.Get()));
-        } else if (PrefixOf(attribute.Get()) == L"xmlns") {
-            add(name.substr(name.find(L':') + 1), ValueOf(attribute.Get()));
-        }
-    }
-    return declarations;
-}
 
 std::wstring TextOf(IXMLDOMNode* node) {
     _bstr_t text;
@@ -159,7 +83,8 @@ void CXMLDoc::LoadFile(const wchar_t* path, const wchar_t* namespaceUri) {
     Check(hr);
     const bool loaded = hr == S_OK && success == VARIANT_TRUE;
     if (!loaded) TraceUnloadable(path);
-    AfterLoad(loaded, namespaceUri);
+    AfterLoad(loaded);
+    if (namespaceUri != nullptr) PrepareXPath(BytesOf(path), namespaceUri);
 }
 
 void CXMLDoc::LoadFileBytes(const wchar_t* path, std::string_view bytes, const wchar_t* namespaceUri) {
@@ -167,7 +92,8 @@ void CXMLDoc::LoadFileBytes(const wchar_t* path, std::string_view bytes, const w
     Check(MakeStream(bytes, stream.Receive()));
     const bool loaded = LoadFrom(stream.Get());
     if (!loaded) TraceUnloadable(path);
-    AfterLoad(loaded, namespaceUri);
+    AfterLoad(loaded);
+    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri);
 }
 
 void CXMLDoc::LoadXml(const wchar_t* text, const wchar_t* namespaceUri) {
@@ -176,21 +102,25 @@ void CXMLDoc::LoadXml(const wchar_t* text, const wchar_t* namespaceUri) {
     VARIANT_BOOL success = VARIANT_FALSE;
     const HRESULT hr = document.loadXML(source, &success);
     Check(hr);
-    AfterLoad(hr == S_OK && success == VARIANT_TRUE, namespaceUri);
+    AfterLoad(hr == S_OK && success == VARIANT_TRUE);
+    if (namespaceUri != nullptr) PrepareXPath(DocumentToUtf8(text), namespaceUri);
 }
 
 void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
     Loaded();
     if (stream == nullptr) Check(E_INVALIDARG);
-    const bool loaded = LoadFrom(stream);
-    if (!loaded) Trace(L"Error: Unable to load WSD stream\r\n");
-    AfterLoad(loaded, namespaceUri);
+    std::string bytes;
+    Check(ReadStream(stream, SIZE_MAX, &bytes));
+    LoadBytes(bytes, namespaceUri);
 }
 
 void CXMLDoc::LoadBytes(std::string_view bytes, const wchar_t* namespaceUri) {
     ComPtr<IStream> stream;
     Check(MakeStream(bytes, stream.Receive()));
-    LoadStream(stream.Get(), namespaceUri);
+    const bool loaded = LoadFrom(stream.Get());
+    if (!loaded) Trace(L"Error: Unable to load WSD stream\r\n");
+    AfterLoad(loaded);
+    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri);
 }
 
 // A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from others:
@@ -201,39 +131,26 @@ bool CXMLDoc::LoadFrom(IStream* stream) {
     return Loaded().load(source, &success) == S_OK && success == VARIANT_TRUE;
 }
 
-void CXMLDoc::AfterLoad(bool success, const wchar_t* namespaceUri) {
-    if (!success) {
-        _bstr_t_ex report;
-        if (FormatParseError(report)) Trace(L"%ls", report.Text());
-        Check(E_FAIL);
-    }
-    if (namespaceUri == nullptr) return;
-    SetProperty(L"SelectionLanguage", L"XPath");
-
-    size_t depth = 0;
-    ComPtr<IXMLDOMNode> node;
-    const HRESULT hr = document_->QueryInterface(msxml::kIXMLDOMNode, node.ReceiveVoid());
-    if (hr != E_NOINTERFACE) Check(hr);
-    for (; node; node = NextInDocument(node, depth)) {
-        const std::vector<NamespaceDeclaration> declarations = NamespaceDeclarationsOf(node.Get());
-        const bool found = std::any_of(
-            declarations.begin(), declarations.end(),
-            [&](const NamespaceDeclaration& declaration) { return declaration.uri == namespaceUri; });
-        if (!found) continue;
-        SetSelectionNamespaces(node.Get());
-        targetNamespace_ = namespaceUri;
-        return;
-    }
-    Trace(L"** XML Error: unable to find namespace \"%ls\" **\r\n", namespaceUri);
+void CXMLDoc::AfterLoad(bool success) {
+    if (success) return;
+    _bstr_t_ex report;
+    if (FormatParseError(report)) Trace(L"%ls", report.Text());
     Check(E_FAIL);
 }
 
-void CXMLDoc::SetSelectionNamespaces(IXMLDOMNode* node) {
-    if (node == nullptr) Check(E_INVALIDARG);
-    SetSelectionNamespaces(NamespaceDeclarationsOf(node));
+void CXMLDoc::PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri) {
+    SetProperty(L"SelectionLanguage", L"XPath");
+    Check(namespaces_.Read(bytes));
+    const NamespaceDeclarations* const declarations = namespaces_.OfFirstWith(namespaceUri);
+    if (declarations == nullptr) {
+        Trace(L"** XML Error: unable to find namespace \"%ls\" **\r\n", namespaceUri);
+        Check(E_FAIL);
+    }
+    SetSelectionNamespaces(*declarations);
+    targetNamespace_ = namespaceUri;
 }
 
-void CXMLDoc::SetSelectionNamespaces(const std::vector<NamespaceDeclaration>& declarations) {
+void CXMLDoc::SetSelectionNamespaces(const NamespaceDeclarations& declarations) {
     // Blanks, not other white space, between the declarations: with anything else some parsers bind wrongly.
     std::wstring text;
     for (const NamespaceDeclaration& declaration : declarations) {

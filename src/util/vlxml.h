@@ -17,6 +17,7 @@
 #include "util/com.h"
 #include "util/comerror.h"
 #include "util/xml_names.h"
+#include "util/xml_namespaces.h"
 
 namespace vlm {
 
@@ -41,9 +42,8 @@ class CXMLDoc {
     void LoadStream(IStream* stream, const wchar_t* namespaceUri);
     void LoadBytes(std::string_view bytes, const wchar_t* namespaceUri);
 
-    // Makes the declarations that stand on the node, or those given, the prefixes that XPath knows.
-    void SetSelectionNamespaces(IXMLDOMNode* node);
-    void SetSelectionNamespaces(const std::vector<NamespaceDeclaration>& declarations);
+    // Makes them the prefixes that XPath knows.
+    void SetSelectionNamespaces(const NamespaceDeclarations& declarations);
 
     // False when the node has no such attribute. Does not see namespace declarations.
     bool GetAttribute(IXMLDOMNode* node, const wchar_t* name, VARIANT* value) const;
@@ -53,6 +53,8 @@ class CXMLDoc {
     IXMLDOMDocument2* Document() const { return document_.Get(); }
     // Of the last load that named and found one.
     const _bstr_t& TargetNamespace() const { return targetNamespace_; }
+    // What the elements declare, after such a load.
+    const DeclaredNamespaces& Namespaces() const { return namespaces_; }
 
     // The root element, or null in an empty document.
     ComPtr<IXMLDOMElement> Root() const;
@@ -63,15 +65,15 @@ class CXMLDoc {
  private:
     IXMLDOMDocument2& Loaded() const;
     bool LoadFrom(IStream* stream);
-    void AfterLoad(bool success, const wchar_t* namespaceUri);
+    void AfterLoad(bool success);
+    void PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri);
     void SetProperty(const wchar_t* name, const wchar_t* value);
 
     ComPtr<IXMLDOMDocument2> document_;
     _bstr_t targetNamespace_;
+    DeclaredNamespaces namespaces_;
 };
 
-// The namespace declarations that stand on this node itself, in its order.
-std::vector<NamespaceDeclaration> NamespaceDeclarationsOf(IXMLDOMNode* node);
 // The text of the node and all its descendants, without white space at the ends.
 std::wstring TextOf(IXMLDOMNode* node);
 // The qualified name.

@@ -58,8 +58,8 @@ TEST_F(BidiLoadTest, ManyQueriesLeaveNothing) {
         spooler.Reset();
         AddPrinter(L"IP_office");
     };
-    // The platform's own caches fill with the first queries.
-    for (int i = 0; i < 20; ++i)
+    // The platform's own caches and the heap's pools fill with the first queries.
+    for (int i = 0; i < 100; ++i)
         query();
     const Resources before = CountResources();
     for (int i = 0; i < 200; ++i)

@@ -255,6 +255,39 @@ class BrokenClients(unittest.TestCase):
                     self.assertEqual((answer[9:12], ended), (status, "end"))
                     self.assertLess(len(answer), 5000)
 
+    def test_RequestsOfEverySoundShapeAreAnswered(self):
+        body = b'{"text": "hello"}'
+        length = b"Content-Length: %d\r\n\r\n" % len(body)
+        chunks = b"Transfer-Encoding: chunked\r\n\r\n" + b"".join(b"1\r\n%c\r\n" % octet for octet in body) + b"0\r\n\r\n"
+        for request in (b"PUT /answer HTTP/1.0\r\n" + length + body, b"PUT /answer?x=/y HTTP/1.1\r\n" + length + body,
+                        b"PUT http://printer:80/answer HTTP/1.1\r\nHOST: printer\r\n" + length + body,
+                        b"PUT /answer HTTP/1.1\r\n" + chunks):
+            for piece in (1, 7, len(request)):
+                with self.subTest(request=request, piece=piece):
+                    self.printer.clear_answer()
+                    connection = self.connect(self.printer.control_port)
+                    connection.setsockopt(socket.IPPROTO_TCP, socket.TCP_NODELAY, 1)
+                    for at in range(0, len(request), piece):
+                        connection.sendall(request[at:at + piece])
+                    answer, ended = receive(connection)
+                    self.assertEqual((answer[:15], ended), (b"HTTP/1.1 200 OK", "end"))
+                    self.assertEqual(self.printer.state()["answer"]["text"], "hello")
+        connection = self.connect(self.printer.control_port, b"PUT /answer HTTP/1.1\r\nExpect: 100-continue\r\n" + length)
+        self.assertEqual(connection.recv(100), b"HTTP/1.1 100 Continue\r\n\r\n")
+        connection.sendall(body)
+        self.assertEqual(receive(connection)[0][:12], b"HTTP/1.1 200")
+
+    def test_UnsoundRequestsAreRefusedByTheirStatus(self):
+        for port, start in self.plain.items():
+            for rest, status in ((b" HTTP/1.1\r\nX: " + b"x" * 70_000, b"431"), (b" HTTP/1.1\r\nno colon\r\n\r\n", b"400"),
+                                 (b"\r\n\r\n", b"400"), (b" HTTP/1.1\r\nContent-Length: 1x\r\n\r\n", b"400"),
+                                 (b" HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n", b"400"),
+                                 (b" HTTP/1.1\r\nContent-Length: 300000\r\n\r\n", b"413"),
+                                 (b"/else HTTP/1.1\r\n\r\n", b"404")):
+                with self.subTest(start=start, rest=rest[:50]):
+                    answer, ended = receive(self.connect(port, start + rest))
+                    self.assertEqual((answer[9:12], ended), (status, "end"))
+
     def test_HalfRequestsEndWithTheirSender(self):
         for port, start in self.plain.items():
             head = start + b" HTTP/1.1\r\nContent-Length: 9\r\n"

@@ -4,9 +4,9 @@
 #include <string>
 
 #include "soap/printer_elements.h"
-#include "soap/sax.h"
 #include "soap/soap_fault.h"
 #include "soap/streams.h"
+#include "util/sax.h"
 
 namespace vlm {
 namespace {

@@ -1,4 +1,9 @@
-// What this process holds of the system, counted exactly, to see that nothing is left behind.
+// What this process holds of the system, counted to see that nothing is left behind.
+//
+// Handles, threads and, under Wine 8.0, heap blocks are exact. Newer versions of Wine serve small blocks from
+// pools, and a walk over the heap sees the pools: 200 blocks of 40 bytes are 23, and 6 of those stay when all
+// are freed. Their number settles after some rounds of the same work, so a count begins after some; and what
+// leaks every round still shows, a pool for each thirty blocks or so.
 #pragma once
 
 #include <windows.h>

@@ -12,15 +12,10 @@ RUNNER = ROOT / "cmake/run-under-wine"
 
 
 def run(program, *arguments, stdin="", timeout=60, folder=None, **environment):
-    """Runs one program to its end; the CompletedProcess with text output. Once more after an end without a word: under
-    load Wine now and then loses a process at its start. `folder` is the one that it runs in; what else is given goes
-    into its environment."""
-    for _ in range(2):
-        done = subprocess.run([RUNNER, BIN / program, *map(str, arguments)], input=stdin, capture_output=True,
-                              encoding="utf-8", timeout=timeout, cwd=folder, env=os.environ | environment)
-        if done.stdout or done.stderr:
-            break
-    return done
+    """Runs one program to its end; the CompletedProcess with text output. `folder` is the one that it runs in; what
+    else is given goes into its environment."""
+    return subprocess.run([RUNNER, BIN / program, *map(str, arguments)], input=stdin, capture_output=True,
+                          encoding="utf-8", timeout=timeout, cwd=folder, env=os.environ | environment)
 
 
 def vlmctl(*arguments, **more):

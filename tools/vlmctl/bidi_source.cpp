@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "soap/sax.h"
 #include "spooler/host/monitor_host.h"
 #include "util/handles.h"
+#include "util/sax.h"
 #include "util/streams.h"
 #include "util/vlutil.h"
 #include "util/xml_bounds.h"

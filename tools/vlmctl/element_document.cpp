@@ -39,10 +39,6 @@ std::wstring ValueOf(IXMLDOMNode* node) {
 
 std::wstring AttributesOf(IXMLDOMNode* element) {
     std::wstring text;
-    for (const NamespaceDeclaration& one : NamespaceDeclarationsOf(element)) {
-        text += one.prefix.empty() ? L" xmlns" : L" xmlns:" + one.prefix;
-        text += L"=\"" + Escaped(one.uri) + L"\"";
-    }
     ComPtr<IXMLDOMNamedNodeMap> attributes;
     if (element->get_attributes(attributes.Receive()) != S_OK || !attributes) return text;
     ComPtr<IXMLDOMNode> attribute;
@@ -52,6 +48,17 @@ std::wstring AttributesOf(IXMLDOMNode* element) {
             text += L" " + name + L"=\"" + Escaped(ValueOf(attribute.Get())) + L"\"";
     }
     return text;
+}
+
+// The cleaned document declares everything on its root; below it a default namespace may be undone.
+bool UndoesDefault(IXMLDOMNode* element) {
+    const auto hasUri = [](IXMLDOMNode* node) {
+        _bstr_t uri;
+        return node->get_namespaceURI(uri.GetAddress()) == S_OK && uri.length() != 0;
+    };
+    ComPtr<IXMLDOMNode> parent;
+    return !hasUri(element) && element->get_parentNode(parent.Receive()) == S_OK && parent &&
+           NameOf(parent.Get()).find(L':') == std::wstring::npos && hasUri(parent.Get());
 }
 
 // The depth of a printer's answer is bounded where it is cleaned up, so recursion is, too.
@@ -71,7 +78,7 @@ void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth) {
         child = std::move(next);
     }
     const std::wstring indent(depth * kIndent, L' ');
-    out += indent + L"<" + name + AttributesOf(element);
+    out += indent + L"<" + name + (UndoesDefault(element) ? L" xmlns=\"\"" : L"") + AttributesOf(element);
     if (elements.empty() && text.empty()) {
         out += L"/>\n";
     } else if (elements.empty()) {

@@ -1,6 +1,6 @@
-#include "soap/sax.h"
+#include "util/sax.h"
 
-#include "soap/hresult.h"
+#include "util/hresult.h"
 #include "util/scope_exit.h"
 #include "util/streams.h"
 #include "util/vlutil.h"
@@ -95,9 +95,13 @@ HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* h
         Trace(L"SOAP: an answer is refused: it %ls\r\n", Describe(refusal));
         return E_FAIL;
     }
+    return ParseReadyXml(reader, ready, handler);
+}
+
+HRESULT ParseReadyXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler) {
     // A stream, not a string: fed with a string, some readers take quadratic time.
     ComPtr<IStream> stream;
-    HRESULT hr = MakeStream(ready, stream.Receive());
+    HRESULT hr = MakeStream(document, stream.Receive());
     if (SUCCEEDED(hr)) hr = reader->putContentHandler(handler);
     if (FAILED(hr)) return hr;
     const ScopeExit detach([&] { reader->putContentHandler(nullptr); });

@@ -1,4 +1,4 @@
-// How this subsystem's code meets callers that know nothing of C++ exceptions.
+// How code of ours meets callers that know nothing of C++ exceptions.
 #pragma once
 
 #include <windows.h>

@@ -5,8 +5,8 @@
 
 #include <string_view>
 
-#include "soap/xml_event.h"
 #include "util/com.h"
+#include "util/xml_event.h"
 
 namespace vlm {
 
@@ -69,5 +69,8 @@ HRESULT CreateSaxReader(ISAXXMLReader** reader);
 // handler's, or the parser's, or E_FAIL, with the reason traced, for a document that is not let through to
 // the parser (see util/xml_bounds.h). The reader can be used again after either.
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler);
+
+// The same for a document that was looked at and made quick to parse (CheckXmlBounds).
+HRESULT ParseReadyXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler);
 
 }  // namespace vlm
