@@ -37,8 +37,12 @@ std::wstring ValueOf(IXMLDOMNode* node) {
     return {value.bstrVal, SysStringLen(value.bstrVal)};
 }
 
-std::wstring AttributesOf(IXMLDOMNode* element) {
+std::wstring AttributesOf(IXMLDOMNode* element, const NamespaceDeclarations& declarations) {
     std::wstring text;
+    for (const NamespaceDeclaration& one : declarations) {
+        text += one.prefix.empty() ? L" xmlns" : L" xmlns:" + one.prefix;
+        text += L"=\"" + Escaped(one.uri) + L"\"";
+    }
     ComPtr<IXMLDOMNamedNodeMap> attributes;
     if (element->get_attributes(attributes.Receive()) != S_OK || !attributes) return text;
     ComPtr<IXMLDOMNode> attribute;
@@ -62,7 +66,8 @@ bool UndoesDefault(IXMLDOMNode* element) {
 }
 
 // The depth of a printer's answer is bounded where it is cleaned up, so recursion is, too.
-void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth) {
+void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth,
+                   const NamespaceDeclarations& declarations = {}) {
     const std::wstring name = NameOf(element);
     std::wstring elements;
     std::wstring text;
@@ -78,7 +83,8 @@ void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth) {
         child = std::move(next);
     }
     const std::wstring indent(depth * kIndent, L' ');
-    out += indent + L"<" + name + (UndoesDefault(element) ? L" xmlns=\"\"" : L"") + AttributesOf(element);
+    out += indent + L"<" + name + (UndoesDefault(element) ? L" xmlns=\"\"" : L"") +
+           AttributesOf(element, declarations);
     if (elements.empty() && text.empty()) {
         out += L"/>\n";
     } else if (elements.empty()) {
@@ -117,6 +123,9 @@ ElementDocument::ElementDocument(const std::string& url, const std::string& clea
     try {
         document_.Init();
         document_.LoadBytes(cleaned, nullptr);
+        DeclaredNamespaces namespaces;
+        if (const HRESULT hr = namespaces.Read(cleaned); FAILED(hr)) throw _com_error(hr);
+        declarations_ = namespaces.Of(0);
     } catch (const _com_error& error) {
         ThrowTraced(shown + ": the answer cannot be used", error.Error());
     }
@@ -141,9 +150,9 @@ std::vector<std::string> InvalidNames(const ElementDocument& document) {
     return NamesOf(document, false);
 }
 
-std::string Indented(IXMLDOMNode* element) {
+std::string Indented(IXMLDOMNode* element, const NamespaceDeclarations& declarations) {
     std::wstring text;
-    AppendElement(text, element, 0);
+    AppendElement(text, element, 0, declarations);
     return ToUtf8(text);
 }
 

@@ -20,10 +20,13 @@ class ElementDocument {
     const std::vector<ComPtr<IXMLDOMNode>>& Parts() const { return parts_; }
     // The whole envelope.
     ComPtr<IXMLDOMNode> Envelope() const { return ComPtr<IXMLDOMNode>(document_.Root().Get()); }
+    // What its root declares: all namespaces of the document.
+    const NamespaceDeclarations& Declarations() const { return declarations_; }
 
  private:
     CXMLDoc document_;
     std::vector<ComPtr<IXMLDOMNode>> parts_;
+    NamespaceDeclarations declarations_;
 };
 
 // The names of the parts that the printer could fill, and of those that it says it could not, such as unknown
@@ -32,8 +35,8 @@ std::vector<std::string> ValidNames(const ElementDocument& document);
 std::vector<std::string> InvalidNames(const ElementDocument& document);
 
 // One element with all below it, indented, in UTF-8, a line each, ending in a line feed. What could steer a
-// terminal stands in it as a character reference.
-std::string Indented(IXMLDOMNode* element);
+// terminal stands in it as a character reference. `declarations` are shown on the element itself.
+std::string Indented(IXMLDOMNode* element, const NamespaceDeclarations& declarations = {});
 
 // The text at an XPath expression relative to `node`, where "pri" is the print service's prefix; printable
 // UTF-8 without white space at its ends, empty when nothing matches.

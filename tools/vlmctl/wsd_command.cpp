@@ -50,8 +50,8 @@ void PrintRaw(const std::string& answer) {
     }
 }
 
-void PrintElement(IXMLDOMNode* element) {
-    std::string text = Indented(element);
+void PrintElement(IXMLDOMNode* element, const NamespaceDeclarations& declarations = {}) {
+    std::string text = Indented(element, declarations);
     text.pop_back();
     Print(text);
 }
@@ -87,7 +87,7 @@ void PrintElements(const WsdOptions& options) {
     }
     const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str()));
     if (options.envelope) {
-        PrintElement(document.Envelope().Get());
+        PrintElement(document.Envelope().Get(), document.Declarations());
     } else {
         for (const ComPtr<IXMLDOMNode>& part : document.Parts())
             PrintElement(part.Get());
