@@ -190,6 +190,21 @@ TEST_F(PrinterAnswer, BadAnswerIsRefusedAndLeavesTheEngineUnbound) {
     Ask(engine, L"Get", {L"\\C"});
 }
 
+TEST_F(PrinterAnswer, WhiteSpaceAtTheEndsDoesNotCount) {
+    const auto engine =
+        Engine({test::Extension("<Value name='A' type='BIDI_BOOL' filter='w:A/@v'/>"
+                                "<Value name='C' type='BIDI_BOOL' filter='w:C'/>"
+                                "<Value name='S' type='BIDI_BOOL' filter='w:S'/>"
+                                "<List name='L' filter='w:L'/>")},
+               test::Answer(L"<wprt:A v=' true&#10;'/><wprt:C><![CDATA[ true\n]]><!-- c --> </wprt:C>"
+                            L"<wprt:S xml:space='preserve'>\n true </wprt:S>"
+                            L"<wprt:L xml:space='preserve'> a </wprt:L><wprt:L> b b </wprt:L>"
+                            L"<wprt:L xml:space='preserve'> c\n</wprt:L>"));
+    EXPECT_EQ(Lines(*engine, L"GetAll", {L"\\"}),
+              (Lines_{L"100 0 \\A BOOL TRUE", L"100 0 \\C BOOL TRUE", L"100 0 \\S BOOL TRUE",
+                      L"100 0 \\L STRING a,b b,c"}));
+}
+
 TEST_F(PrinterAnswer, DefaultNamespaceDoesNotClashWithOneThatASchemaUndoes) {
     const auto engine =
         Engine({"<d:Definition xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi' "

@@ -1,10 +1,25 @@
 // Typed values and result codes, as they arrive in a response container.
+#include <clocale>
+
 #include "tests/bidi/engine_fixture.h"
 
 namespace vlm {
 namespace {
 
+using Response_ = test::Response;
+
 class TypedValues : public test::EngineTest {};
+
+TEST_F(TypedValues, PointIsAPointInEveryLocale) {
+    const std::string before = setlocale(LC_ALL, nullptr);
+    ASSERT_NE(setlocale(LC_ALL, "German"), nullptr);
+    const auto engine =
+        Engine({test::Extension("<Const name='C' type='BIDI_FLOAT'>1.5</Const>")}, test::Answer(L""));
+    const Response_ response = Ask(*engine, L"GetAll", {L"\\"});
+    setlocale(LC_ALL, before.c_str());
+    ASSERT_TRUE(response);
+    EXPECT_EQ(response->aData[0].data.u.fData, 1.5F);
+}
 
 TEST_F(TypedValues, TextBecomesTheDeclaredType) {
     const struct {

@@ -210,6 +210,31 @@ class Spellings(Answers):
             with self.subTest(seed=seed, answer=answer):
                 self.assertEqual(self.saved(answer, *EXTENSIONS), values)
 
+    def test_a_prefix_inside_the_answer_means_nothing_to_the_paths_that_are_asked(self):
+        answer = replaced(ANSWER, ("<wprt:Storage>", '<wprt:Storage><vln:X xmlns:vln="urn:third">1</vln:X>'))
+        file = self.folder / "answer.xml"
+        file.write_text(answer)
+        with printer(answer) as url:
+            for source in (("--wsd", file), ("--printer", url)):
+                # One of the print service's names alone, one of the vendor's.
+                for path in ("\\Printer.Configuration.Memory:Size", "\\Printer.DeviceInfo:AveragePowerWatts"):
+                    with self.subTest(source=source[0], path=path):
+                        answered = json.loads(self.works("bidi", "get", *EXTENSIONS, *source, "--json", path))
+                        self.assertEqual(answered[0]["result"], 0)
+
+    def test_a_saved_answer_holds_what_the_paths_ask_for(self):
+        extension = self.folder / "extension.xml"
+        extension.write_text(f"""<d:Definition xmlns:d="http://schemas.microsoft.com/windows/2005/03/printing/bidi">
+<Schema xmlns:pri="{PRINT}" xmlns:again="{PRINT}"><Property name="P">
+<Value name="Asked" query="again:PrinterStatus" filter="pri:PrinterState"/>
+<Value name="Unasked" filter="pri:PrinterConfiguration//pri:Size"/></Property></Schema></d:Definition>""")
+        file = self.folder / "answer.xml"
+        file.write_text(ANSWER)
+        for source, results in ((("--wsd", file), [0, 232]), (("--wsd", file, "--whole"), [0, 0])):
+            answered = json.loads(self.works("bidi", "get", "--ext", extension, *source, "--json",
+                                             "\\P:Asked", "\\P:Unasked"))
+            self.assertEqual([one["result"] for one in answered], results, source)
+
     def test_components_are_understood_in_one_text_and_as_published(self):
         self.assertEqual(self.saved(AS_PUBLISHED, *EXTENSIONS), self.saved(ANSWER, *EXTENSIONS))
         self.assertIn("conditions   Marker: MarkerSupplyLow (Warning)\n", self.status(ANSWER))
