@@ -144,16 +144,13 @@ class Reader {
 
 SchemaElement ReadExtensionFile(const std::wstring& path, QueryBudget& budget) {
     budget.CheckTime(path);
-    const std::optional<std::string> text = ReadWithinBounds(path);
-    if (text) budget.Spend(Expense::kFileBytes, text->size(), path);
+    // What cannot be read is as good as empty: the parser refuses it by name. It never opens the file itself,
+    // which might be another one by then, that nobody has looked at.
+    const std::string text = ReadWithinBounds(path).value_or("");
+    budget.Spend(Expense::kFileBytes, text.size(), path);
     CXMLDoc document;
     document.Init();
-    if (text) {
-        document.LoadFileBytes(path.c_str(), *text, kBidiNamespace);
-    } else {
-        // The parser says why it cannot be read either.
-        document.LoadFile(path.c_str(), kBidiNamespace);
-    }
+    document.LoadFileBytes(path.c_str(), text, kBidiNamespace);
     const ComPtr<IXMLDOMElement> root = document.Root();
     if (!root) ThrowEngineError(E_FAIL);
     return Reader(path, document.Namespaces(), budget).Read(root.Get());
