@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "bench/bench.h"
+#include "bench/processor_time.h"
 #include "bidi/velunbidispl.h"
 #include "tests/util/temp_dir.h"
 #include "util/vlutil.h"
@@ -27,23 +28,12 @@ using namespace vlm;
 constexpr size_t kAnswerSize = 40'000;
 constexpr size_t kAnswerElements = 400;
 
-// Processor time of this process, because minutes of pure computing on a shared machine measure its other
-// users otherwise. Its clock ticks every 10 ms or so, which what is measured here has to exceed by far.
-double ProcessorMilliseconds() {
-    FILETIME created, ended, kernel, user;
-    GetProcessTimes(GetCurrentProcess(), &created, &ended, &kernel, &user);
-    const auto value = [](const FILETIME& time) {
-        return static_cast<double>(ULARGE_INTEGER{{time.dwLowDateTime, time.dwHighDateTime}}.QuadPart);
-    };
-    return (value(kernel) + value(user)) / 1e4;
-}
-
 // Of one run of the work.
 double Milliseconds(long repetitions, const std::function<void()>& work) {
-    const double begin = ProcessorMilliseconds();
+    const double begin = bench::ProcessorMilliseconds();
     for (long i = 0; i < repetitions; ++i)
         work();
-    return (ProcessorMilliseconds() - begin) / static_cast<double>(repetitions);
+    return (bench::ProcessorMilliseconds() - begin) / static_cast<double>(repetitions);
 }
 
 // A tree of that many leaves, ten to a property, and the files and texts that a query over it takes.
