@@ -1,6 +1,6 @@
 // Any file: what is said of it is one of a problem, an entry point and a version, and none of it is read
 // outside the file.
-#include "tools/vlmctl/monitor_image.h"
+#include "tools/vlmctl/installation/monitor_image.h"
 
 #include "fuzz_input.h"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "fuzz_input.h"
-#include "tools/vlmctl/rpc_stub_data.h"
+#include "tools/vlmctl/exchange/rpc_stub_data.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     vlm::vpca::FuzzInput input(data, size);

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "soak/workers.h"
-#include "tools/vlmctl/bidi_containers.h"
+#include "tools/vlmctl/bidi/containers.h"
 
 namespace vlm::soak {
 

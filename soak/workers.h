@@ -8,7 +8,7 @@
 #include "soak/print_job.h"
 #include "soak/worker.h"
 #include "tests/soap/scripted_server.h"
-#include "tools/vlmctl/rpc_client.h"
+#include "tools/vlmctl/exchange/rpc_client.h"
 
 namespace vlm::soak {
 

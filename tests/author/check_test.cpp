@@ -1,5 +1,5 @@
 // What the checker says about extension files that XML alone finds nothing wrong with, and where.
-#include "tools/vlmctl/bidi_check.h"
+#include "tools/vlmctl/extension_files/check.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -157,7 +157,7 @@ class InfTest(unittest.TestCase):
     def test_monitor_goes_where_the_spooler_loads_it_and_the_ini_file_where_the_monitor_looks(self):
         name, file = self.values("Driver", "LanguageMonitor")
         self.assertEqual(file, "vllm3mon.dll")
-        header = (ROOT / "tools/vlmctl/monitor_installation.h").read_text()
+        header = (ROOT / "tools/vlmctl/installation/monitor_installation.h").read_text()
         self.assertIn(f'kMonitorName[] = "{name}"', header)
         self.assertEqual(self.inf["DestinationDirs"]["MonitorFiles"], "66002")
         self.assertEqual(self.inf["DestinationDirs"]["DefaultDestDir"], "66000")

@@ -11,10 +11,15 @@
 #include <vector>
 
 #include "spooler/host/monitor_host.h"
-#include "tools/vlmctl/command.h"
-#include "tools/vlmctl/console.h"
-#include "tools/vlmctl/monitor_image.h"
-#include "tools/vlmctl/trace_view.h"
+#include "tools/vlmctl/bidi/bidi_commands.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/product.h"
+#include "tools/vlmctl/console/trace_view.h"
+#include "tools/vlmctl/installation/installation_commands.h"
+#include "tools/vlmctl/printer/printer_commands.h"
+#include "tools/vlmctl/remote/remote_commands.h"
+#include "tools/vlmctl/trace/trace_command.h"
 #include "util/com.h"
 #include "util/vlutil.h"
 
@@ -53,15 +58,10 @@ int Run() {
     app.allow_windows_style_options(false);  // a path that begins with a slash is a path
     app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
     AddBidiCommands(app);
-    AddDeptIdCommand(app);
-    AddDoctorCommand(app);
-    AddInstallCommands(app);
-    AddPrintCommand(app);
-    AddRpcCommands(app);
-    AddStatusCommand(app);
+    AddPrinterCommands(app);
+    AddRemoteCommands(app);
     AddTraceCommand(app);
-    AddVpcaCommands(app);
-    AddWsdCommand(app);
+    AddInstallationCommands(app);
     try {
         app.parse(Arguments());
         return kDone;

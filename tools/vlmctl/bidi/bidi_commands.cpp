@@ -1,0 +1,133 @@
+// vlmctl bidi: for the author of extension files. Checks them, and tries them on a printer or its saved
+// answer.
+#include <CLI/CLI.hpp>
+#include <map>
+#include <memory>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/bidi/bidi_commands.h"
+#include "tools/vlmctl/bidi/engine.h"
+#include "tools/vlmctl/bidi/output.h"
+#include "tools/vlmctl/bidi/port_query.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/extension_files/check.h"
+#include "util/com.h"
+#include "util/vlutil.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+struct BidiOptions {
+    BidiSources sources;
+    std::vector<std::string> paths;
+    std::string port;  // empty: only the engine is asked
+    std::string dll;
+    bool json = false;
+};
+
+const std::map<std::string, host::BidiLowerMonitor::Kind> kPorts{{"tcp", host::BidiLowerMonitor::Kind::kTcp},
+                                                                 {"wsd", host::BidiLowerMonitor::Kind::kWsd},
+                                                                 {"usb", host::BidiLowerMonitor::Kind::kUsb}};
+
+std::vector<BidiAnswer> Answers(const BidiOptions& options, const wchar_t* action) {
+    const BidiSources& sources = options.sources;
+    if (options.port.empty()) return AskEngine(sources, action, options.paths);
+    return AskThroughPort({sources.extensions, sources.printerUrl, kPorts.at(options.port), options.dll},
+                          action, options.paths);
+}
+
+std::string Number(int count, const char* what) {
+    return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
+void Check(const std::vector<std::string>& files) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    std::vector<std::wstring> paths;
+    paths.reserve(files.size());
+    for (const std::string& file : files)
+        paths.push_back(FromUtf8(file));
+    const CheckReport report = CheckExtensionFiles(paths);
+    for (const Finding& finding : report.findings) {
+        PrintLine("{}:{}: {}: {}", ToUtf8(Printable(finding.file, 1024)), finding.line,
+                  finding.severity == Severity::kError ? "error" : "warning", ToUtf8(finding.text));
+    }
+    if (!report.unreadable.empty()) throw CommandError(ToUtf8(report.unreadable.front()), kUnreadable);
+    const int errors = report.Count(Severity::kError);
+    const int warnings = report.Count(Severity::kWarning);
+    const std::string summary = Number(errors, "error") + ", " + Number(warnings, "warning");
+    if (errors > 0) throw CommandError(summary, kErrors);
+    if (warnings > 0) throw CommandError(summary, kOnlyWarnings);
+}
+
+CLI::App* AddQuery(CLI::App& bidi, const char* name, const char* what,
+                   const std::shared_ptr<BidiOptions>& options) {
+    CLI::App* command = bidi.add_subcommand(name, what);
+    command
+        ->add_option("--ext", options->sources.extensions, "Extension file; several are merged in this order")
+        ->required()
+        ->allow_extra_args(false);  // each stands behind an --ext of its own, so that paths may follow
+    command->add_flag("--json", options->json, "Print JSON instead of text");
+    return command;
+}
+
+void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* action) {
+    auto options = std::make_shared<BidiOptions>();
+    CLI::App* command = AddQuery(bidi, name, what, options);
+    CLI::Option_group* source = command->add_option_group("Source");
+    CLI::Option* saved = source->add_option("--wsd", options->sources.printerAnswer,
+                                            "The printer's GetPrinterElements answer, saved in a file; of it "
+                                            "count the elements that the paths ask for, as live");
+    command
+        ->add_flag("--whole", options->sources.wholeAnswer,
+                   "All that is in the saved answer counts, whatever the paths ask for")
+        ->needs(saved);
+    CLI::Option* printer = source->add_option("--printer", options->sources.printerUrl,
+                                              "Address of the printer's print service, asked live");
+    source->require_option(1);
+    CLI::Option* through =
+        command
+            ->add_option("--port", options->port,
+                         "Ask through the monitor, on a port of this kind (tcp, wsd, usb), "
+                         "and say where each entry comes from; takes the stand-in spooler")
+            ->check(CLI::IsMember(kPorts))
+            ->needs(printer);
+    command->add_option("--dll", options->dll, "The monitor to load instead of the one beside this program")
+        ->needs(through);
+    command->add_option("PATH", options->paths, "Schema path, such as \\Printer.Consumables.Black:Level")
+        ->required();
+    command->callback([options, action] { PrintAnswers(Answers(*options, action), options->json); });
+}
+
+}  // namespace
+
+void AddBidiCommands(CLI::App& app) {
+    CLI::App* bidi = app.add_subcommand(
+        "bidi", "Check Bidi extension files, and try them on a printer or its saved answer");
+    bidi->require_subcommand(1);
+    AddAsk(*bidi, "get", "Answer one path each", L"Get");
+    AddAsk(*bidi, "getall", "Answer all leaves below each path; '\\' is the whole tree", L"GetAll");
+
+    auto enumOptions = std::make_shared<BidiOptions>();
+    CLI::App* enumerate = AddQuery(*bidi, "enum", "List the WSD elements that the paths need", enumOptions);
+    enumerate->add_option("--printer", enumOptions->sources.printerUrl,
+                          "Ask the printer at this address which of them it answers");
+    enumerate->add_option("PATH", enumOptions->paths, "Schema path")->required();
+    enumerate->callback([enumOptions] {
+        PrintElements(NeededElements(enumOptions->sources, enumOptions->paths), enumOptions->json);
+    });
+
+    auto files = std::make_shared<std::vector<std::string>>();
+    CLI::App* check = bidi->add_subcommand(
+        "check",
+        "Tell what is wrong with extension files; exit status 0 nothing, 1 warnings, 2 errors, 3 unreadable");
+    check->add_option("FILE", *files, "Extension files, in the order in which a printer loads them")
+        ->required();
+    check->callback([files] { Check(*files); });
+}
+
+}  // namespace vlm::ctl

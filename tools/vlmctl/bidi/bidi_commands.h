@@ -1,0 +1,12 @@
+// The door to the family "bidi": what an author of extension files tries and checks them with.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace vlm::ctl {
+
+void AddBidiCommands(CLI::App& app);
+
+}  // namespace vlm::ctl

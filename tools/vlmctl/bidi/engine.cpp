@@ -1,0 +1,173 @@
+#include "tools/vlmctl/bidi/engine.h"
+
+#include <algorithm>
+#include <set>
+
+#include "bidi/velunbidispl.h"
+#include "bidi/xml_text.h"
+#include "soap/namespaces.h"
+#include "soap/printer_elements.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/exchange/element_document.h"
+#include "tools/vlmctl/exchange/trace_keeper.h"
+#include "tools/vlmctl/exchange/wsd_exchange.h"
+#include "tools/vlmctl/extension_files/source.h"
+#include "util/streams.h"
+#include "util/vlutil.h"
+#include "util/xml_bounds.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+std::wstring FullPath(const std::string& path) {
+    const std::wstring given = FromUtf8(path);
+    std::wstring full(32768, L'\0');
+    const DWORD length =
+        GetFullPathNameW(given.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is no path");
+    full.resize(length);
+    return full;
+}
+
+void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extensions) {
+    std::wstring list = L"<BidiExtensionFiles>";
+    for (const std::string& extension : extensions) {
+        list += L"<BidiXml path=\"" + EscapeXml(FullPath(extension)) + L"\" />";
+    }
+    list += L"</BidiExtensionFiles>";
+    const HRESULT result = engine.Init(L"vlmctl", list.c_str());
+    if (result != S_OK) ThrowTraced("the extension files cannot be used", result);
+}
+
+// The names that the paths need, as a query to the printer; with no name when the extension files have none
+// of the paths, and false.
+bool QueryFor(CVelunBidiSpl& engine, BidiRequest& request, _bstr_t& queryXml) {
+    const HRESULT result = engine.EnumQueryElement(request.Container(), queryXml.GetAddress());
+    if (result != S_OK && result != S_FALSE) ThrowTraced("the query failed", result);
+    return result == S_OK;
+}
+
+// The texts of the Name elements of an EnumQueryElement document.
+std::vector<NeededElement> NamesIn(const wchar_t* queryXml) {
+    CXMLDoc document;
+    document.Init();
+    document.LoadXml(queryXml, nullptr);
+    const ComPtr<IXMLDOMNodeList> list = document.SelectNodes(L"/EnumQueryElement/Name");
+    std::vector<NeededElement> elements;
+    while (const ComPtr<IXMLDOMNode> name = NextNode(list.Get()))
+        elements.push_back({ToUtf8(TextOf(name.Get())), std::nullopt});
+    return elements;
+}
+
+std::string ReadSavedAnswer(const std::string& file) {
+    std::wstring problem;
+    const std::optional<std::string> bytes =
+        ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
+    if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
+    return *bytes;
+}
+
+// The name with the prefix that a cleaned answer has for its namespace: the first of those that stand for it.
+std::string InAnswer(const std::string& name, const std::vector<NamespaceDeclaration>& prefixes) {
+    const size_t colon = name.find(':');
+    const std::wstring prefix = FromUtf8(name.substr(0, colon));
+    const auto find = [&](auto matches) { return std::find_if(prefixes.begin(), prefixes.end(), matches); };
+    const auto own = find([&](const auto& one) { return one.prefix == prefix; });
+    if (colon == std::string::npos || own == prefixes.end()) return name;
+    const auto first = find([&](const auto& one) { return one.uri == own->uri; });
+    return ToUtf8(first->prefix) + name.substr(colon);
+}
+
+// The cleaned answer without the parts that a printer would not have sent, since nothing asks for them.
+std::string OnlyAskedFor(const std::string& clean, const _bstr_t& queryXml,
+                         const std::vector<NamespaceDeclaration>& prefixes) {
+    std::set<std::string> asked;
+    for (const NeededElement& element : NamesIn(queryXml))
+        asked.insert(InAnswer(element.name, prefixes));
+    CXMLDoc document;
+    document.Init();
+    document.LoadBytes(clean, nullptr);
+    document.SetSelectionNamespaces({{L"pri", std::wstring(ns::kWsdPrint)}});
+    for (const ComPtr<IXMLDOMNode>& part :
+         NodesAt(document.Root().Get(), L"//pri:PrinterElements/pri:ElementData")) {
+        bool wanted = asked.contains(AttributeAt(part.Get(), L"Name"));
+        for (const ComPtr<IXMLDOMNode>& element : NodesAt(part.Get(), L"*"))
+            wanted = wanted || asked.contains(ToUtf8(NameOf(element.Get())));
+        ComPtr<IXMLDOMNode> parent;
+        if (!wanted && part->get_parentNode(parent.Receive()) == S_OK)
+            parent->removeChild(part.Get(), nullptr);
+    }
+    _bstr_t text;
+    if (FAILED(document.Document()->get_xml(text.GetAddress()))) throw CommandError("out of memory");
+    return DocumentToUtf8(static_cast<const wchar_t*>(text));
+}
+
+// A saved answer passes for one that the printer has just sent in answer to the query.
+void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
+    constexpr char kUnusable[] = "the printer's answer cannot be used";
+    const bool saved = sources.printerUrl.empty();
+    const std::string answer =
+        saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml);
+    std::vector<NamespaceDeclaration> prefixes;
+    HRESULT result = engine.GetPrefixes(&prefixes);
+    if (result != S_OK) ThrowTraced("the query failed", result);
+    std::string clean;
+    result = CleanPrinterElements(answer, prefixes, &clean);
+    if (result != S_OK)
+        ThrowTraced(saved ? kUnusable : sources.printerUrl + " is no WSD print service", result);
+    if (saved && !sources.wholeAnswer) clean = OnlyAskedFor(clean, queryXml, prefixes);
+    result = engine.SetGetPrinterElementResponse(clean);
+    if (result != S_OK) ThrowTraced(kUnusable, result);
+}
+
+}  // namespace
+
+void CheckUsable(const std::vector<std::string>& extensions) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    CVelunBidiSpl engine;
+    InitEngine(engine, extensions);
+}
+
+std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* action,
+                                  const std::vector<std::string>& paths) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    CVelunBidiSpl engine;
+    InitEngine(engine, sources.extensions);
+    BidiRequest request(paths);
+    _bstr_t queryXml;
+    QueryFor(engine, request, queryXml);
+    BindAnswer(engine, sources, queryXml);
+
+    BIDI_RESPONSE_CONTAINER* response = nullptr;
+    const HRESULT result = engine.SendRecvBidiDataFromPort(action, request.Container(), &response);
+    if (result != S_OK || response == nullptr) ThrowTraced("the query failed", result);
+    return TakeAnswers(response);
+}
+
+std::vector<NeededElement> NeededElements(const BidiSources& sources, const std::vector<std::string>& paths) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    CVelunBidiSpl engine;
+    InitEngine(engine, sources.extensions);
+
+    BidiRequest request(paths);
+    _bstr_t queryXml;
+    if (!QueryFor(engine, request, queryXml))
+        throw CommandError("the extension files have none of these paths");
+    std::vector<NeededElement> elements = NamesIn(queryXml);
+    if (sources.printerUrl.empty()) return elements;
+    const ElementDocument answer(sources.printerUrl, FetchCleanAnswer(sources.printerUrl, queryXml));
+    const std::vector<std::string> valid = ValidNames(answer);
+    for (NeededElement& element : elements)
+        element.answered = std::find(valid.begin(), valid.end(), element.name) != valid.end();
+    return elements;
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,147 @@
+#include "tools/vlmctl/bidi/port_query.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+
+#include "soap/service_url.h"
+#include "spooler/host/monitor_host.h"
+#include "spooler/standin.h"
+#include "tools/vlmctl/bidi/engine.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/product.h"
+#include "util/com.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::BidiLowerMonitor;
+using host::ErrorText;
+using host::FromUtf8;
+using host::ToUtf8;
+using Kind = BidiLowerMonitor::Kind;
+
+constexpr wchar_t kPrinter[] = L"vlmctl";
+// What the monitor asks for where a port tells it nothing but a host.
+constexpr wchar_t kPathAtAHost[] = L"/wsd/print/";
+
+// A driver as far as the monitor looks at one: an INI file that names the extension files, all in a folder of
+// their own. The files are copies under plain names, because an INI entry can hold neither every file name
+// nor every length.
+class DriverFolder {
+ public:
+    explicit DriverFolder(const std::vector<std::string>& extensions) {
+        GUID id;
+        wchar_t name[64];
+        if (FAILED(CoCreateGuid(&id)) || StringFromGUID2(id, name, static_cast<int>(std::size(name))) == 0)
+            throw CommandError("no name for a temporary folder");
+        folder_ = std::filesystem::temp_directory_path() / (std::wstring(L"vlmctl-") + name);
+        std::filesystem::create_directory(folder_);
+        try {
+            Fill(extensions);
+        } catch (...) {
+            Remove();
+            throw;
+        }
+    }
+    ~DriverFolder() { Remove(); }
+    DriverFolder(const DriverFolder&) = delete;
+    DriverFolder& operator=(const DriverFolder&) = delete;
+
+    // As the spooler lists them: names each ended by NUL, the list by one more.
+    std::wstring DependentFiles() const { return (folder_ / L"driver.ini").wstring() + L'\0' + L'\0'; }
+
+ private:
+    void Fill(const std::vector<std::string>& extensions) {
+        std::ofstream ini(folder_ / L"driver.ini", std::ios::binary);
+        for (size_t i = 0; i < extensions.size(); ++i) {
+            const std::string name = fmt::format("extension{}.xml", i + 1);
+            std::filesystem::copy_file(FromUtf8(extensions[i]), folder_ / name);
+            // The first is the platform's, all others are numbered from 1.
+            if (i == 0) ini << "[BidiFiles]\r\nBidiWSDFile=" << name << "\r\n[VelunDriverFiles]\r\n";
+            if (i > 0) ini << "UIBidiWSDFile" << i << '=' << name << "\r\n";
+        }
+        ini.close();
+        if (!ini) throw CommandError("the temporary driver cannot be written");
+    }
+    void Remove() const {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder_, ignored);
+    }
+
+    std::filesystem::path folder_;
+};
+
+// What the port knows of the printer.
+std::wstring PortAddress(const PortQuery& query) {
+    std::wstring url = FromUtf8(query.printerUrl);
+    ServiceUrl parsed;
+    if (!ParseServiceUrl(url, L"/", &parsed))
+        throw CommandError("'" + query.printerUrl + "' is no address of a printer", kWrongUsage);
+    if (query.port != Kind::kTcp) return url;
+    if (parsed.secure) throw CommandError("a TCP/IP port knows a host, no https address", kWrongUsage);
+    if (parsed.path != L"/" && parsed.path != kPathAtAHost)
+        throw CommandError("a TCP/IP port knows only the host: the monitor asks there for " +
+                               ToUtf8(kPathAtAHost) + ", not for " + ToUtf8(Printable(parsed.path)),
+                           kWrongUsage);
+    std::wstring address = parsed.host;
+    if (parsed.port != 80) address += L':' + std::to_wstring(parsed.port);
+    if (address.size() > BidiLowerMonitor::kLongestHost)
+        throw CommandError("the host's name is too long for a TCP/IP port", kWrongUsage);
+    return address;
+}
+
+std::vector<BidiAnswer> Ask(const MONITOR2& table, HANDLE port, const wchar_t* action, BidiRequest& request,
+                            DWORD& error) {
+    BIDI_RESPONSE_CONTAINER* response = nullptr;
+    error =
+        table.pfnSendRecvBidiDataFromPort(port, PRINTER_ACCESS_USE, action, request.Container(), &response);
+    return error == ERROR_SUCCESS ? TakeAnswers(response) : std::vector<BidiAnswer>();
+}
+
+}  // namespace
+
+std::vector<BidiAnswer> AskThroughPort(const PortQuery& query, const wchar_t* action,
+                                       const std::vector<std::string>& paths) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    BidiLowerMonitor lower(query.port, PortAddress(query));
+    CheckUsable(query.extensions);
+    const standin::Printers spooler;
+    if (!spooler.Present())
+        throw CommandError("--port needs the stand-in spooler, winspool.drv, beside this program");
+    const DriverFolder driver(query.extensions);
+    const std::wstring dependentFiles = driver.DependentFiles();
+    std::wstring portName = lower.PortName();
+    std::wstring printer = kPrinter;
+    spooler.Reset();
+    spooler.Add({kPrinter, portName.c_str(), nullptr, 0, L"Velun", dependentFiles.c_str()});
+
+    host::MonitorHost monitor(query.dll.empty() ? host::BesideProgram(kMonitorFile) : FromUtf8(query.dll));
+    const MONITOR2& table = monitor.Table();
+    if (table.pfnSendRecvBidiDataFromPort == nullptr)
+        throw CommandError("this monitor answers no Bidi queries");
+    HANDLE port = nullptr;
+    if (!table.pfnOpenPortEx(monitor.Manager(), &lower, portName.data(), printer.data(), &port,
+                             lower.Table()))
+        throw CommandError("the monitor does not open the port: " + ErrorText(GetLastError()));
+    const ScopeExit closePort([&] { table.pfnClosePort(port); });
+
+    BidiRequest request(paths);
+    DWORD error = ERROR_SUCCESS;
+    std::vector<BidiAnswer> answers = Ask(table, port, action, request, error);
+    if (error != ERROR_SUCCESS)
+        throw CommandError("the monitor has no answer: " + ErrorText(error) + "; --trace tells why");
+    const std::vector<BidiAnswer> lowers = Ask(*lower.Table(), &lower, action, request, error);
+    for (BidiAnswer& answer : answers) {
+        const bool ofLower = std::find(lowers.begin(), lowers.end(), answer) != lowers.end();
+        answer.source = query.port == Kind::kUsb ? "monitor" : ofLower ? "lower monitor" : "engine";
+    }
+    return answers;
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,45 @@
+// Standard output as the commands use it: UTF-8, whole lines, line feeds only.
+#pragma once
+
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace vlm::ctl {
+
+// Prepares both standard streams. Called once, first. The console's code page comes back when the program
+// ends.
+void PrepareConsole();
+
+// Throws CommandError when nobody takes the line: the reader of a pipe has gone, the disk is full.
+void Print(std::string_view line);
+
+// Text of a file, a printer or a user without what could steer a terminal, and not too long for a line.
+std::string Shown(const std::wstring& text);
+std::string Shown(const std::string& text);
+
+template <typename... Arguments>
+void PrintLine(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
+    Print(fmt::format(format, std::forward<Arguments>(arguments)...));
+}
+
+// A progress bar on a terminal, redrawn in place; elsewhere a plain line for each quarter. That nobody takes
+// it is no failure: the work goes on.
+class Progress {
+ public:
+    explicit Progress(std::uint64_t total) : total_(total) {}
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void Update(std::uint64_t done);
+
+ private:
+    std::uint64_t total_;
+    unsigned shown_ = 0;  // percent
+    bool drawn_ = false;
+};
+
+}  // namespace vlm::ctl

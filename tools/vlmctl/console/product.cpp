@@ -1,0 +1,9 @@
+#include "tools/vlmctl/console/product.h"
+
+namespace vlm::ctl {
+
+const char* OwnVersion() {
+    return VLM_VERSION;
+}
+
+}  // namespace vlm::ctl

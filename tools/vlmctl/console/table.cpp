@@ -1,0 +1,47 @@
+#include "tools/vlmctl/console/table.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+
+#include "tools/vlmctl/console/console.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+// Values wider than this do not widen their column.
+constexpr size_t kWidestColumn = 60;
+
+size_t Width(const std::string& utf8) {
+    return static_cast<size_t>(std::count_if(
+        utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
+
+}  // namespace
+
+void PrintTable(const Rows& rows) {
+    std::vector<size_t> widths(rows.front().size());
+    for (const auto& row : rows) {
+        for (size_t i = 0; i < row.size(); ++i) {
+            const size_t width = Width(row[i]);
+            if (width <= kWidestColumn) widths[i] = std::max(widths[i], width);
+        }
+    }
+    for (const auto& row : rows) {
+        std::string line;
+        for (size_t i = 0; i < row.size(); ++i) {
+            line += row[i];
+            if (i + 1 == row.size()) break;
+            const size_t width = Width(row[i]);
+            line.append((width < widths[i] ? widths[i] - width : 0) + 2, ' ');
+        }
+        PrintLine("{}", line);
+    }
+}
+
+void PrintJson(const Json& json) {
+    // Invalid UTF-16 of a printer arrives here as replacement characters already.
+    PrintLine("{}", json.dump(2, ' ', false, Json::error_handler_t::replace));
+}
+
+}  // namespace vlm::ctl

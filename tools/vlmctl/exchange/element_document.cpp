@@ -1,0 +1,180 @@
+#include "tools/vlmctl/exchange/element_document.h"
+
+#include <fmt/format.h>
+
+#include "bidi/xml_text.h"
+#include "soap/namespaces.h"
+#include "soap/xml_text.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/exchange/trace_keeper.h"
+#include "tools/vlmctl/exchange/wsd_exchange.h"
+#include "util/vlutil.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+constexpr size_t kLongestText = 1000;
+constexpr size_t kIndent = 2;
+
+// Line separators inside a value, and whatever else moves a terminal's cursor or mode, as a reference.
+std::wstring Escaped(const std::wstring& text) {
+    std::wstring escaped;
+    for (const wchar_t c : EscapeXml(text)) {
+        const bool control = c < 0x20 || (c >= 0x7F && c < 0xA0) || c == 0x2028 || c == 0x2029;
+        escaped += control ? FromUtf8(fmt::format("&#x{:X};", static_cast<unsigned>(c))) : std::wstring(1, c);
+    }
+    return escaped;
+}
+
+std::wstring ValueOf(IXMLDOMNode* node) {
+    _variant_t value;
+    if (FAILED(node->get_nodeValue(&value)) || value.vt != VT_BSTR || value.bstrVal == nullptr) return {};
+    return {value.bstrVal, SysStringLen(value.bstrVal)};
+}
+
+std::wstring AttributesOf(IXMLDOMNode* element, const NamespaceDeclarations& declarations) {
+    std::wstring text;
+    for (const NamespaceDeclaration& one : declarations) {
+        text += one.prefix.empty() ? L" xmlns" : L" xmlns:" + one.prefix;
+        text += L"=\"" + Escaped(one.uri) + L"\"";
+    }
+    ComPtr<IXMLDOMNamedNodeMap> attributes;
+    if (element->get_attributes(attributes.Receive()) != S_OK || !attributes) return text;
+    ComPtr<IXMLDOMNode> attribute;
+    while (attributes->nextNode(attribute.Receive()) == S_OK && attribute) {
+        const std::wstring name = NameOf(attribute.Get());
+        if (name != L"xmlns" && !name.starts_with(L"xmlns:"))
+            text += L" " + name + L"=\"" + Escaped(ValueOf(attribute.Get())) + L"\"";
+    }
+    return text;
+}
+
+// The cleaned document declares everything on its root; below it a default namespace may be undone.
+bool UndoesDefault(IXMLDOMNode* element) {
+    const auto hasUri = [](IXMLDOMNode* node) {
+        _bstr_t uri;
+        return node->get_namespaceURI(uri.GetAddress()) == S_OK && uri.length() != 0;
+    };
+    ComPtr<IXMLDOMNode> parent;
+    return !hasUri(element) && element->get_parentNode(parent.Receive()) == S_OK && parent &&
+           NameOf(parent.Get()).find(L':') == std::wstring::npos && hasUri(parent.Get());
+}
+
+// The depth of a printer's answer is bounded where it is cleaned up, so recursion is, too.
+void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth,
+                   const NamespaceDeclarations& declarations = {}) {
+    const std::wstring name = NameOf(element);
+    std::wstring elements;
+    std::wstring text;
+    ComPtr<IXMLDOMNode> child;
+    element->get_firstChild(child.Receive());
+    while (child) {
+        DOMNodeType type = NODE_INVALID;
+        child->get_nodeType(&type);
+        if (type == NODE_ELEMENT) AppendElement(elements, child.Get(), depth + 1);
+        if (type == NODE_TEXT || type == NODE_CDATA_SECTION) text += ValueOf(child.Get());
+        ComPtr<IXMLDOMNode> next;
+        child->get_nextSibling(next.Receive());
+        child = std::move(next);
+    }
+    const std::wstring indent(depth * kIndent, L' ');
+    out += indent + L"<" + name + (UndoesDefault(element) ? L" xmlns=\"\"" : L"") +
+           AttributesOf(element, declarations);
+    if (elements.empty() && text.empty()) {
+        out += L"/>\n";
+    } else if (elements.empty()) {
+        out += L">" + Escaped(text) + L"</" + name + L">\n";
+    } else {
+        out += L">\n" + elements;
+        if (!text.empty()) out += indent + std::wstring(kIndent, L' ') + Escaped(text) + L"\n";
+        out += indent + L"</" + name + L">\n";
+    }
+}
+
+// The name of the element that the part is about: of the one in it, if there is one, since a printer may
+// write the part's own name without a prefix, or with blanks around it.
+std::string NameOfPart(IXMLDOMNode* part) {
+    const std::vector<ComPtr<IXMLDOMNode>> elements = NodesAt(part, L"*");
+    if (!elements.empty()) return ToUtf8(NameOf(elements.front().Get()));
+    const std::string name = AttributeAt(part, L"Name");
+    return name.find(':') == std::string::npos ? "pri:" + name : name;
+}
+
+std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
+    std::vector<std::string> names;
+    for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
+        // Some printers leave the mark out, and mean that all is well.
+        const std::string mark = AttributeAt(part.Get(), L"Valid");
+        const bool denied = mark == "0" || _stricmp(mark.c_str(), "false") == 0;
+        if (denied != valid) names.push_back(NameOfPart(part.Get()));
+    }
+    return names;
+}
+
+}  // namespace
+
+ElementDocument::ElementDocument(const std::string& url, const std::string& cleaned) {
+    const std::string shown = Shown(url);
+    try {
+        document_.Init();
+        document_.LoadBytes(cleaned, nullptr);
+        DeclaredNamespaces namespaces;
+        if (const HRESULT hr = namespaces.Read(cleaned); FAILED(hr)) throw _com_error(hr);
+        declarations_ = namespaces.Of(0);
+    } catch (const _com_error& error) {
+        ThrowTraced(shown + ": the answer cannot be used", error.Error());
+    }
+    document_.SetSelectionNamespaces(
+        {{L"soap", std::wstring(ns::kSoap12)}, {L"pri", std::wstring(ns::kWsdPrint)}});
+    if (const ComPtr<IXMLDOMNode> fault =
+            document_.SelectSingleNode(L"/soap:Envelope/soap:Body/soap:Fault")) {
+        const std::string reason = TextAt(fault.Get(), L"soap:Reason/soap:Text");
+        throw CommandError(shown + " refuses the request: " + (reason.empty() ? "no reason given" : reason));
+    }
+    if (!document_.SelectSingleNode(L"/soap:Envelope/soap:Body/pri:GetPrinterElementsResponse"))
+        throw CommandError(shown + " is no WSD print service: its answer holds no printer elements");
+    parts_ = NodesAt(document_.Root().Get(),
+                     L"soap:Body/pri:GetPrinterElementsResponse/pri:PrinterElements/pri:ElementData");
+}
+
+std::vector<std::string> ValidNames(const ElementDocument& document) {
+    return NamesOf(document, true);
+}
+
+std::vector<std::string> InvalidNames(const ElementDocument& document) {
+    return NamesOf(document, false);
+}
+
+std::string Indented(IXMLDOMNode* element, const NamespaceDeclarations& declarations) {
+    std::wstring text;
+    AppendElement(text, element, 0, declarations);
+    return ToUtf8(text);
+}
+
+std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath) {
+    ComPtr<IXMLDOMNodeList> list;
+    const HRESULT result = node->selectNodes(_bstr_t(xpath), list.Receive());
+    if (FAILED(result)) _com_issue_error(result);
+    std::vector<ComPtr<IXMLDOMNode>> nodes;
+    while (ComPtr<IXMLDOMNode> next = NextNode(list.Get()))
+        nodes.push_back(std::move(next));
+    return nodes;
+}
+
+std::string TextAt(IXMLDOMNode* node, const wchar_t* xpath) {
+    const std::vector<ComPtr<IXMLDOMNode>> nodes = NodesAt(node, xpath);
+    return nodes.empty() ? std::string()
+                         : ToUtf8(Printable(TrimXmlSpace(TextOf(nodes.front().Get())), kLongestText));
+}
+
+std::string AttributeAt(IXMLDOMNode* node, const std::wstring& name) {
+    return TextAt(node, (L"@" + name + L" | @pri:" + name).c_str());
+}
+
+}  // namespace vlm::ctl

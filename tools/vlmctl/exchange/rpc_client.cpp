@@ -1,0 +1,205 @@
+#include "tools/vlmctl/exchange/rpc_client.h"
+
+#include <windows.h>
+// windows.h first.
+#include <rpc.h>
+#include <vllm_rpc.h>
+
+#include <csetjmp>
+#include <cstring>
+#include <span>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+struct Endpoint {
+    const wchar_t* protocol;
+    const wchar_t* name;
+};
+
+Endpoint EndpointOf(RpcRoute route) {
+    switch (route) {
+        case RpcRoute::kPipe:
+            return {L"ncacn_np", L"\\pipe\\vllm3mon"};
+        case RpcRoute::kTcp:
+            return {L"ncacn_ip_tcp", L"51656"};
+        case RpcRoute::kLocal:
+            break;
+    }
+    return {L"ncalrpc", L"vllm3mon"};
+}
+
+RPC_WSTR Text(const wchar_t* text) {
+    return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
+}
+
+// The runtime raises a failed call as a structured exception whose code is the status. Either of these two
+// runs one call through such a frame; nothing in it needs a destructor.
+using Step = void (*)(void* context);
+
+#if defined(_MSC_VER)
+
+DWORD StatusOf(Step step, void* context) {
+    __try {
+        step(context);
+    } __except (EXCEPTION_EXECUTE_HANDLER) {
+        return GetExceptionCode();
+    }
+    return 0;
+}
+
+#else
+
+// GCC has no such frames in C++; a handler for the whole process that jumps back does the same.
+struct Frame {
+    jmp_buf back;
+    DWORD status;
+};
+thread_local Frame* frame = nullptr;
+
+LONG CALLBACK OnException(EXCEPTION_POINTERS* exception) {
+    constexpr DWORD kMarkedCodes = 0x20000000;  // from here on: C++ exceptions, debugger notes, faults
+    const DWORD code = exception->ExceptionRecord->ExceptionCode;
+    if (frame == nullptr || code >= kMarkedCodes) return EXCEPTION_CONTINUE_SEARCH;
+    frame->status = code;
+    std::longjmp(frame->back, 1);
+}
+
+DWORD StatusOf(Step step, void* context) {
+    Frame here;
+    here.status = 0;
+    frame = &here;
+    if (setjmp(here.back) == 0) step(context);
+    frame = nullptr;
+    return here.status;
+}
+
+#endif
+
+// What a generated stub makes of the interface, for a message that we write and read ourselves.
+const MIDL_STUB_DESC* StubDescription() {
+    static const MIDL_STUB_DESC description = [] {
+        constexpr ULONG kLibraryVersion = 0x50002;
+        MIDL_STUB_DESC made{};
+        made.RpcInterfaceInformation = Clientvllm_v1_0_c_ifspec;
+        made.pfnAllocate = MIDL_user_allocate;
+        made.pfnFree = MIDL_user_free;
+        made.fCheckBounds = 1;
+        made.Version = kLibraryVersion;
+        return made;
+    }();
+    return &description;
+}
+
+struct Exchange {
+    RPC_BINDING_HANDLE binding;
+    unsigned long procedure;
+    std::span<const std::uint8_t> request;
+    RPC_MESSAGE message{};
+    MIDL_STUB_MESSAGE stub{};
+};
+
+}  // namespace
+
+const char* StatusMeaning(std::uint32_t status) {
+    switch (status) {
+        case RPC_S_ACCESS_DENIED:
+            return "the service's machine denies access";
+        case RPC_S_UNKNOWN_IF:
+            return "what serves there does not have the monitor's procedures, or no longer";
+        case RPC_S_SERVER_UNAVAILABLE:
+            return "nobody serves there";
+        case RPC_S_CALL_FAILED:
+        case RPC_S_CALL_FAILED_DNE:
+            return "the service went away during the call";
+        case RPC_S_PROTOCOL_ERROR:
+            return "what serves there does not speak RPC";
+        case RPC_S_PROCNUM_OUT_OF_RANGE:
+            return "what serves there does not have this procedure";
+        case RPC_X_BAD_STUB_DATA:
+            return "the service found the call malformed";
+        default:
+            return nullptr;
+    }
+}
+
+RpcClient::RpcClient(RpcRoute route, const std::string& host) {
+    const Endpoint endpoint = EndpointOf(route);
+    const std::wstring address = host::FromUtf8(host);
+    RPC_WSTR whole = nullptr;
+    RPC_STATUS status = RpcStringBindingComposeW(nullptr, Text(endpoint.protocol),
+                                                 address.empty() ? nullptr : Text(address.c_str()),
+                                                 Text(endpoint.name), nullptr, &whole);
+    if (status == RPC_S_OK) {
+        status = RpcBindingFromStringBindingW(whole, &binding_);
+        RpcStringFreeW(&whole);
+    }
+    if (status != RPC_S_OK)
+        throw CommandError("no binding to '" + host + "': RPC status " + std::to_string(status));
+#if !defined(_MSC_VER)
+    // For the life of the process: a handler that is there already does no harm.
+    AddVectoredExceptionHandler(1, OnException);
+#endif
+}
+
+RpcClient::~RpcClient() {
+    RpcBindingFree(&binding_);
+}
+
+RpcReply RpcClient::Query(const std::string& printer, std::uint32_t dataId, std::uint32_t capacity) const {
+    return Call(0, QueryStubData(printer, dataId, capacity), capacity);
+}
+
+RpcReply RpcClient::Command(const std::string& printer, const RpcCommand& command,
+                            std::uint32_t capacity) const {
+    return Call(1, CommandStubData(printer, command, capacity), capacity);
+}
+
+RpcReply RpcClient::Call(unsigned long procedure, const std::vector<std::uint8_t>& request,
+                         std::uint32_t capacity) const {
+    Exchange exchange{binding_, procedure, request};
+    RpcReply reply;
+    const DWORD status = StatusOf(
+        [](void* context) {
+            auto& own = *static_cast<Exchange*>(context);
+            const auto length = static_cast<ULONG>(own.request.size());
+            NdrClientInitializeNew(&own.message, &own.stub, const_cast<MIDL_STUB_DESC*>(StubDescription()),
+                                   own.procedure);
+            NdrGetBuffer(&own.stub, length, own.binding);
+            std::memcpy(own.stub.Buffer, own.request.data(), length);
+            own.stub.Buffer += length;
+            NdrSendReceive(&own.stub, own.stub.Buffer);
+        },
+        &exchange);
+    if (status == 0) {
+        constexpr ULONG kByteOrder = 0xF0;
+        const std::span bytes(static_cast<const std::uint8_t*>(exchange.message.Buffer),
+                              exchange.message.BufferLength);
+        if ((exchange.message.DataRepresentation & kByteOrder) != NDR_LITTLE_ENDIAN)
+            reply.problem = "a reply in another byte order than Windows has";
+        else
+            reply = ReadReply(bytes, capacity);
+    }
+    reply.status = status;
+    // After a failure, too, as a generated stub does.
+    StatusOf([](void* context) { NdrFreeBuffer(&static_cast<Exchange*>(context)->stub); }, &exchange);
+    return reply;
+}
+
+}  // namespace vlm::ctl
+
+extern "C" {
+
+void* __RPC_USER MIDL_user_allocate(SIZE_T size) {
+    return HeapAlloc(GetProcessHeap(), 0, size);
+}
+
+void __RPC_USER MIDL_user_free(void* memory) {
+    HeapFree(GetProcessHeap(), 0, memory);
+}
+
+}  // extern "C"

@@ -1,0 +1,432 @@
+#include "tools/vlmctl/extension_files/check.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+#include <set>
+
+#include "soap/namespaces.h"
+#include "tools/vlmctl/extension_files/expressions.h"
+#include "tools/vlmctl/extension_files/passed_over.h"
+#include "tools/vlmctl/extension_files/vocabulary.h"
+#include "util/vlutil.h"
+#include "util/xml_bounds.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+// What is declared where, over all files: what one file says twice, and what a later file says again.
+struct Declared {
+    const SourceFile* file;
+    int line;
+    std::wstring element;
+};
+
+// Checks the files of one set. Keeps references to the files.
+class Checker {
+ public:
+    Checker(const std::vector<SourceFile>& files, FindingList& findings)
+        : files_(files), findings_(findings), expressions_(findings) {}
+
+    void Run() {
+        for (const SourceFile& file : files_)
+            CollectDeclarations(file.root);
+        for (const SourceFile& file : files_) {
+            file_ = &file;
+            schemaNames_.clear();
+            CheckFile();
+            passedOver_.Say(file.path, findings_);
+        }
+    }
+
+ private:
+    void Error(const SourceElement& at, std::wstring text) {
+        findings_.Error(file_->path, at.line, std::move(text));
+    }
+    void Warning(const SourceElement& at, std::wstring text) {
+        findings_.Warning(file_->path, at.line, std::move(text));
+    }
+
+    // The engine merges the Schema elements' declarations, so that one file may use what another declares.
+    void CollectDeclarations(const SourceElement& element) {
+        if (element.name == L"Schema")
+            shared_.insert(element.declarations.begin(), element.declarations.end());
+        if (FindRule(element.name) != nullptr) return;
+        for (const SourceElement& child : element.children)
+            CollectDeclarations(child);
+    }
+
+    void CheckFile() {
+        const SourceElement& root = file_->root;
+        anywhere_.clear();
+        uris_.clear();
+        CollectAnywhere(root);
+        expressions_.BeginFile(*file_, anywhere_);
+        CheckBidiNamespace(root);
+        if (root.name == L"Schema") {
+            CheckSchema(root);
+        } else if (FindRule(root.name) != nullptr) {
+            Error(root, L"the root is " + root.name + L"; it must be Schema, or an element around one");
+        } else {
+            CheckWrapper(root);
+        }
+        CheckSameRoot(root);
+    }
+
+    void CheckBidiNamespace(const SourceElement& root) {
+        if (uris_.contains(kBidiNamespace)) return;
+        std::wstring text = std::wstring(L"the namespace ") + kBidiNamespace +
+                            L" is declared nowhere; the engine refuses the file";
+        const auto meant = std::find_if(uris_.begin(), uris_.end(), [](const std::wstring& uri) {
+            return MeantNamespace(uri) == kBidiNamespace;
+        });
+        if (meant != uris_.end())
+            text += L". It declares " + *meant + L", which is another one: write http: where it has https:";
+        Error(root, std::move(text));
+    }
+
+    void CollectAnywhere(const SourceElement& element) {
+        anywhere_.insert(element.declarations.begin(), element.declarations.end());
+        for (const auto& [prefix, uri] : element.declarations)
+            uris_.insert(uri);
+        for (const SourceElement& child : element.children)
+            CollectAnywhere(child);
+    }
+
+    void CheckWrapper(const SourceElement& root) {
+        const auto isSchema = [](const SourceElement& child) { return child.name == L"Schema"; };
+        if (std::none_of(root.children.begin(), root.children.end(), isSchema)) {
+            Error(root, L"the file has no Schema element");
+            return;
+        }
+        CheckNoText(root);
+        for (const SourceElement& child : root.children) {
+            if (isSchema(child)) {
+                CheckSchema(child);
+            } else if (child.name == kPortStatus) {
+                passedOver_.LookAt(child);
+            } else {
+                Error(child, L"unknown element " + Quoted(child.name) + L" beside Schema");
+            }
+        }
+    }
+
+    // Roots are merged whatever they are called: a Schema would end inside a Schema.
+    void CheckSameRoot(const SourceElement& root) {
+        const SourceFile& base = files_.front();
+        if ((root.name == L"Schema") != (base.root.name == L"Schema")) {
+            Error(root, L"the root is " + Quoted(root.name) + L", but that of " + Printable(base.path) +
+                            L" is " + Quoted(base.root.name) + L"; the two do not merge");
+        }
+    }
+
+    void CheckSchema(const SourceElement& schema) {
+        if (!CheckShape(schema, *FindRule(L"Schema"))) return;
+        const std::wstring* name = schema.Attribute(L"name");
+        const std::wstring key = name != nullptr ? *name : L"";
+        if (!schemaNames_.insert(key).second) {
+            Warning(schema,
+                    L"a second Schema of the same name; their contents are not merged within one file");
+        }
+        if (!firstSchema_) {
+            firstSchema_ = key;
+        } else if (name != nullptr && *firstSchema_ != key) {
+            Warning(schema, L"this Schema is named " + Quoted(key) + L" and the first one " +
+                                Quoted(*firstSchema_) +
+                                L"; the path '\\' and the action Get reach the first one only");
+        }
+        for (const auto& [prefix, uri] : schema.declarations) {
+            CheckMeaning(schema, prefix, uri);
+            const auto other = shared_.find(prefix);
+            if (other != shared_.end() && other->second != uri) {
+                Error(schema, L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) + L" here and " +
+                                  Quoted(other->second) + L" in another Schema; the engine refuses the set");
+            }
+        }
+        Declarations declarations = schema.declarations;
+        declarations.insert(shared_.begin(), shared_.end());
+        expressions_.BeginSchema(std::move(declarations));
+        Scope scope;
+        scope.path = L"\\";
+        WalkChildren(schema, scope);
+    }
+
+    // A printer answers in the print service's namespace, whatever a copy of its documentation calls it.
+    void CheckMeaning(const SourceElement& schema, const std::wstring& prefix, const std::wstring& uri) {
+        const std::wstring meant = MeantNamespace(uri);
+        if (meant != ns::kWsdPrint) return;
+        const std::wstring text = L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) +
+                                  L", but printers answer in " + Quoted(meant);
+        if (uri.starts_with(L"https:")) {
+            Error(schema, text + L": write http: where it has https:");
+        } else {
+            Warning(schema, text);
+        }
+    }
+
+    // The element's own attributes, text and name against the vocabulary. False when there is no point in
+    // going on.
+    bool CheckShape(const SourceElement& element, const ElementRule& rule) {
+        if (!element.namespaceUri.empty()) {
+            Error(element, element.name + L" stands in the namespace " + Quoted(element.namespaceUri) +
+                               L"; the engine finds it in none only");
+            return false;
+        }
+        for (const SourceAttribute& attribute : element.attributes) {
+            CheckKnownAttribute(element, attribute.name, rule);
+        }
+        for (const std::wstring_view required : rule.required) {
+            const std::wstring* value = element.Attribute(required);
+            if (value == nullptr) {
+                Error(element, element.name + L" has no " + Quoted(required));
+            } else if (value->empty()) {
+                Error(element, Quoted(required) + L" of " + element.name + L" is empty");
+            }
+        }
+        if (!rule.holdsText) CheckNoText(element);
+        CheckName(element, rule);
+        return true;
+    }
+
+    void CheckKnownAttribute(const SourceElement& element, const std::wstring& name,
+                             const ElementRule& rule) {
+        // Editors bind a file to its schema with these.
+        const size_t colon = name.find(L':');
+        if (colon != std::wstring::npos) {
+            const auto prefix = anywhere_.find(name.substr(0, colon));
+            if (prefix != anywhere_.end() && prefix->second == kSchemaInstanceNamespace) return;
+        }
+        if (!rule.Allows(name)) {
+            Error(element, L"unknown attribute " + Quoted(name) + L" of " + element.name + Belongs(name));
+        }
+    }
+
+    static std::wstring Belongs(const std::wstring& name) {
+        return IsTcpIpName(name) ? L"; it belongs to files for the TCP/IP port monitor" : L"";
+    }
+
+    void CheckNoText(const SourceElement& element) {
+        if (!element.text.empty())
+            Error(element, L"text " + Quoted(element.text) + L" has no place in " + Quoted(element.name));
+    }
+
+    void CheckName(const SourceElement& element, const ElementRule& rule) {
+        const std::wstring* name = element.Attribute(L"name");
+        if (name == nullptr) return;
+        const std::wstring_view barred = rule.isLeaf || element.name == L"Schema" ? L"'" : L"'\\.:";
+        const size_t found = name->find_first_of(barred);
+        if (found == std::wstring::npos) return;
+        Error(element, L"the name " + Quoted(*name) + L" holds " + Quoted(name->substr(found, 1)) +
+                           L", which no path can name");
+    }
+
+    // Children of Schema, Property and of a Parameter that carries a template.
+    void WalkChildren(const SourceElement& parent, const Scope& scope) {
+        std::map<std::wstring, int> properties;
+        for (const SourceElement& child : parent.children) {
+            const ElementRule* rule = FindRule(child.name);
+            if (rule == nullptr) {
+                Error(child, L"unknown element " + Quoted(child.name) + Belongs(child.name));
+            } else if (!FindRule(parent.name)->Holds(child.name)) {
+                Error(child, child.name + L" has no place in " + parent.name);
+            } else if (CheckShape(child, *rule)) {
+                if (child.name == L"Property") CheckTwice(child, properties);
+                Walk(child, *rule, parent, scope);
+            }
+        }
+    }
+
+    void Walk(const SourceElement& element, const ElementRule& rule, const SourceElement& parent,
+              const Scope& scope) {
+        expressions_.CheckQuery(element);
+        if (element.name == L"Parameter") {
+            WalkParameter(element, parent, scope);
+        } else if (element.name == L"Property") {
+            WalkProperty(element, scope);
+        } else {
+            CheckLeaf(element, rule, scope);
+        }
+    }
+
+    void CheckTwice(const SourceElement& property, std::map<std::wstring, int>& properties) {
+        const std::wstring* name = property.Attribute(L"name");
+        if (name == nullptr) return;
+        const auto [first, added] = properties.emplace(*name, property.line);
+        if (!added) {
+            Warning(property, L"Property " + Quoted(*name) + L" stands here already, in line " +
+                                  std::to_wstring(first->second) + L"; its path reaches the first one only");
+        }
+    }
+
+    static bool IsTemplate(const SourceElement& parameter) {
+        const std::wstring* name = parameter.Attribute(L"name");
+        return name != nullptr && name->find(L'$') != std::wstring::npos;
+    }
+
+    // A Property, also one that is itself the template of the empty Parameters in it. Each of these may use
+    // what the ones before it bind.
+    void WalkProperty(const SourceElement& property, const Scope& outer) {
+        Scope scope = outer;
+        std::vector<const SourceElement*> bindings;
+        for (const SourceElement& child : property.children) {
+            if (child.name != L"Parameter" || IsTemplate(child)) continue;
+            bindings.push_back(&child);
+            if (!child.children.empty()) ErrorNeedsName(child);
+            expressions_.CheckFilter(child, scope);
+            Bind(child, scope);
+        }
+        CheckLevelName(property, bindings, scope);
+        WalkChildren(property, Below(scope, property));
+    }
+
+    // A Parameter that carries the template. The empty ones are looked at with the level that they bind.
+    void WalkParameter(const SourceElement& parameter, const SourceElement& parent, const Scope& outer) {
+        if (!IsTemplate(parameter)) {
+            if (parent.name != L"Property") ErrorNeedsName(parameter);
+            return;
+        }
+        Scope scope = outer;
+        expressions_.CheckFilter(parameter, scope);
+        Bind(parameter, scope);
+        CheckLevelName(parameter, {&parameter}, scope);
+        WalkChildren(parameter, Below(scope, parameter));
+    }
+
+    void ErrorNeedsName(const SourceElement& parameter) {
+        Error(parameter,
+              L"a Parameter that stands for levels of its own needs a name that uses it, such as '$" +
+                  Printable(ParameterOf(parameter)) + L"$'");
+    }
+
+    static std::wstring ParameterOf(const SourceElement& parameter) {
+        const std::wstring* name = parameter.Attribute(L"parameter");
+        return name != nullptr ? *name : L"";
+    }
+
+    void Bind(const SourceElement& parameter, Scope& scope) {
+        const std::wstring name = ParameterOf(parameter);
+        if (name.find(L'$') != std::wstring::npos) {
+            Error(parameter, L"the parameter " + Quoted(name) + L" is written without '$' where it is bound");
+        }
+        const auto [outer, added] = scope.bindings.emplace(name, parameter.line);
+        if (!added) {
+            Error(parameter, L"the parameter " + Quoted(name) + L" is bound already, in line " +
+                                 std::to_wstring(outer->second));
+        }
+        scope.queried = scope.queried || parameter.Attribute(L"query") != nullptr;
+    }
+
+    void CheckLevelName(const SourceElement& level, const std::vector<const SourceElement*>& bindings,
+                        const Scope& scope) {
+        const std::wstring* name = level.Attribute(L"name");
+        if (name == nullptr) return;
+        if (bindings.empty()) {
+            expressions_.CheckPlainName(level, *name, scope);
+            return;
+        }
+        const std::vector<std::wstring> used = expressions_.CheckParameters(level, L"name", *name, scope);
+        for (const SourceElement* binding : bindings) {
+            const std::wstring parameter = ParameterOf(*binding);
+            if (parameter.empty() || std::find(used.begin(), used.end(), parameter) != used.end()) continue;
+            Warning(level, L"the name " + Quoted(*name) + L" does not use the parameter " +
+                               Quoted(parameter) + L": the levels that it makes have the same path");
+        }
+    }
+
+    static Scope Below(Scope scope, const SourceElement& level) {
+        const std::wstring* name = level.Attribute(L"name");
+        if (scope.path.size() > 1) scope.path += L'.';
+        scope.path += name != nullptr ? *name : L"?" + std::to_wstring(level.line);
+        return scope;
+    }
+
+    void CheckLeaf(const SourceElement& leaf, const ElementRule& rule, const Scope& scope) {
+        for (const SourceElement& child : leaf.children) {
+            Error(child, Quoted(child.name) + L" has no place in " + leaf.name);
+        }
+        CheckType(leaf, rule);
+        passedOver_.LookAt(leaf);
+        expressions_.CheckFilter(leaf, scope);
+        const std::wstring* name = leaf.Attribute(L"name");
+        if (name == nullptr) return;
+        expressions_.CheckPlainName(leaf, *name, scope);
+        CheckDeclaredOnce(leaf, scope.path + L":" + *name);
+    }
+
+    void CheckType(const SourceElement& leaf, const ElementRule& rule) {
+        const std::wstring* type = leaf.Attribute(L"type");
+        if (type == nullptr) return;
+        if (std::find(kTypeNames.begin(), kTypeNames.end(), *type) == kTypeNames.end()) {
+            Error(leaf, L"the type " + Quoted(*type) +
+                            L" is none of BIDI_INT, BIDI_STRING, BIDI_BOOL, BIDI_FLOAT and BIDI_BLOB");
+        } else if (!rule.fixedType.empty() && *type != rule.fixedType) {
+            Error(leaf, leaf.name + L" is always " + std::wstring(rule.fixedType) + L", not " + *type);
+        } else if (leaf.name == L"Const" && *type == L"BIDI_BOOL" && leaf.text != L"true" &&
+                   leaf.text != L"false") {
+            Warning(leaf, L"the text " + Quoted(leaf.text) + L" counts as false; only 'true' is true");
+        }
+    }
+
+    void CheckDeclaredOnce(const SourceElement& leaf, const std::wstring& path) {
+        const auto [first, added] = leaves_.emplace(path, Declared{file_, leaf.line, leaf.name});
+        if (added) return;
+        const Declared& other = first->second;
+        const std::wstring where =
+            other.file == file_ ? L"in line " + std::to_wstring(other.line)
+                                : L"in " + Printable(other.file->path) + L":" + std::to_wstring(other.line);
+        const std::wstring text = L"the leaf " + Quoted(path) + L" is declared already, " + where;
+        if (other.file != file_ && other.element == leaf.name) {
+            Warning(leaf, text + L", and stays as it is there");
+        } else {
+            Error(leaf, text + L"; the path would have two answers");
+        }
+    }
+
+    const std::vector<SourceFile>& files_;
+    FindingList& findings_;
+    ExpressionChecker expressions_;
+    Declarations shared_;  // of all Schema elements, the first of a prefix
+    std::map<std::wstring, Declared> leaves_;
+    std::optional<std::wstring> firstSchema_;
+
+    const SourceFile* file_ = nullptr;
+    Declarations anywhere_;  // in this file, on any element, the first of a prefix
+    std::set<std::wstring> uris_;
+    std::set<std::wstring> schemaNames_;
+    PassedOver passedOver_;
+};
+
+}  // namespace
+
+int CheckReport::Count(Severity severity) const {
+    return static_cast<int>(std::count_if(findings.begin(), findings.end(), [&](const Finding& finding) {
+        return finding.severity == severity;
+    }));
+}
+
+CheckReport CheckExtensionFiles(const std::vector<std::wstring>& paths) {
+    CheckReport report;
+    FindingList findings;
+    std::vector<SourceFile> files;
+    for (const std::wstring& path : paths) {
+        std::wstring problem;
+        const std::optional<std::string> bytes = ReadFileBytes(path, kExtensionFileLimits.bytes, problem);
+        if (!bytes) {
+            report.unreadable.push_back(Printable(path) + L" " + problem);
+        } else if (std::optional<SourceFile> file = ParseSource(path, *bytes, findings)) {
+            files.push_back(std::move(*file));
+        }
+    }
+    if (!files.empty()) Checker(files, findings).Run();
+    report.findings = findings.Take();
+
+    const auto order = [&](const Finding& finding) {
+        return std::pair(std::find(paths.begin(), paths.end(), finding.file) - paths.begin(), finding.line);
+    };
+    std::stable_sort(report.findings.begin(), report.findings.end(),
+                     [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+    return report;
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,61 @@
+#include "tools/vlmctl/extension_files/passed_over.h"
+
+#include <cwchar>
+#include <utility>
+
+#include "tools/vlmctl/extension_files/vocabulary.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+bool IsSet(const SourceElement& element, std::wstring_view attribute) {
+    const std::wstring* value = element.Attribute(attribute);
+    return value != nullptr && !value->empty() && *value != L"0" && _wcsicmp(value->c_str(), L"false") != 0;
+}
+
+}  // namespace
+
+void PassedOver::LookAt(const SourceElement& element) {
+    const ElementRule* rule = FindRule(element.name);
+    const auto has = [&](std::wstring_view attribute) {
+        return rule != nullptr && rule->Allows(attribute) && IsSet(element, attribute);
+    };
+    if (element.name == kPortStatus) {
+        Add(element, kPortStatus,
+            L"PortStatus is not read: the port's status stays what the port monitor below makes it");
+    }
+    if (has(kDriverEvent)) {
+        Add(element, kDriverEvent,
+            L"drvPrinterEvent has no effect: nobody is told when a value changes; who wants to know asks "
+            L"again");
+    }
+    if (has(kLocalized)) {
+        Add(element, kLocalized,
+            L"xmllang has no effect: of a text in several languages the first one that the printer sends is "
+            L"answered");
+    }
+    // With or without "optional", it is a default or nothing.
+    if (rule != nullptr && rule->Allows(kOptional) && !element.text.empty()) {
+        Add(element, kOptional,
+            L"the default text " + Quoted(element.text) +
+                L" is not used: a value that the printer lacks is answered with 232, no value");
+    }
+}
+
+void PassedOver::Say(const std::wstring& file, FindingList& findings) {
+    for (auto& [what, seen] : seen_) {
+        if (seen.places > 1)
+            seen.text += L" (here and in " + std::to_wstring(seen.places - 1) +
+                         (seen.places == 2 ? L" more place)" : L" more places)");
+        findings.Warning(file, seen.line, std::move(seen.text));
+    }
+    seen_.clear();
+}
+
+void PassedOver::Add(const SourceElement& element, std::wstring_view what, std::wstring text) {
+    const auto [seen, added] = seen_.try_emplace(what, Seen{element.line, 1, std::move(text)});
+    if (!added) ++seen->second.places;
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,33 @@
+// What the platform's own port monitor understands in an extension file, and the engine passes over. Each
+// kind is one warning for a file, at the place where it stands first: a file may hold it at every leaf.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+
+#include "tools/vlmctl/extension_files/findings.h"
+#include "tools/vlmctl/extension_files/source.h"
+
+namespace vlm::ctl {
+
+class PassedOver {
+ public:
+    // A leaf, or a PortStatus beside Schema.
+    void LookAt(const SourceElement& element);
+    // Tells about what was seen since the last call, all of it in `file`.
+    void Say(const std::wstring& file, FindingList& findings);
+
+ private:
+    struct Seen {
+        int line;
+        int places;
+        std::wstring text;
+    };
+
+    void Add(const SourceElement& element, std::wstring_view what, std::wstring text);
+
+    std::map<std::wstring_view, Seen> seen_;
+};
+
+}  // namespace vlm::ctl

@@ -1,0 +1,76 @@
+// vlmctl doctor: whether everything that the monitor needs is in place, and what to do about what is not.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/installation/doctor_checks.h"
+#include "tools/vlmctl/installation/installation_commands.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+struct DoctorOptions {
+    std::string printer;
+    std::string iniFile;
+    std::string queue;
+};
+
+// Shows results as they come and counts what is wrong: a check may wait for a printer.
+class Report {
+ public:
+    void Show(const CheckResult& result) {
+        PrintLine("{:<8} {:<11} {}", Word(result.health), result.what, result.text);
+        if (result.health == Health::kWrong) ++wrong_;
+        ++count_;
+    }
+    void End() const {
+        if (wrong_ > 0)
+            throw CommandError(fmt::format("{} of {} checks found something wrong", wrong_, count_));
+    }
+
+ private:
+    static const char* Word(Health health) {
+        switch (health) {
+            case Health::kOk:
+                return "ok";
+            case Health::kWrong:
+                return "wrong";
+            case Health::kUnknown:
+                break;
+        }
+        return "unknown";
+    }
+
+    int wrong_ = 0;
+    int count_ = 0;
+};
+
+void Examine(const DoctorOptions& options) {
+    Report report;
+    report.Show(CheckRegistration());
+    report.Show(CheckImage());
+    report.Show(CheckEventWindow());
+    for (const CheckResult& result : CheckRpc())
+        report.Show(result);
+    if (!options.printer.empty()) report.Show(CheckPrinter(options.printer));
+    if (!options.iniFile.empty()) report.Show(CheckIniFile(options.iniFile));
+    if (!options.queue.empty()) report.Show(CheckDriverOf(options.queue));
+    report.End();
+}
+
+}  // namespace
+
+void AddDoctorCommand(CLI::App& app) {
+    auto options = std::make_shared<DoctorOptions>();
+    CLI::App* command = app.add_subcommand("doctor", "Check the installation, and say what to do about it");
+    command->add_option("--printer", options->printer,
+                        "Also a printer: the URL of its print service, or HOST[:PORT] of its raw port");
+    command->add_option("--driver", options->iniFile,
+                        "Also a driver's INI file and the extension files it names");
+    command->add_option("--queue", options->queue, "The same for the driver of an installed printer");
+    command->callback([options] { Examine(*options); });
+}
+
+}  // namespace vlm::ctl

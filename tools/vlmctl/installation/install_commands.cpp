@@ -1,0 +1,70 @@
+// vlmctl install, uninstall: the monitor into the system and out of it, for a machine without a driver
+// package that does it.
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <memory>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/product.h"
+#include "tools/vlmctl/installation/installation_commands.h"
+#include "tools/vlmctl/installation/monitor_image.h"
+#include "tools/vlmctl/installation/monitor_installation.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+struct InstallOptions {
+    std::string dll;
+    std::string name = kMonitorName;
+};
+
+void Install(const InstallOptions& options) {
+    const std::wstring dll = options.dll.empty() ? host::BesideProgram(kMonitorFile)
+                                                 : std::filesystem::absolute(FromUtf8(options.dll)).wstring();
+    const std::wstring copy = InstallMonitor(dll, FromUtf8(options.name));
+    PrintLine("installed     {}", options.name);
+    PrintLine("file          {}", ToUtf8(copy));
+}
+
+void Uninstall(const std::string& name) {
+    const CopyAfterRemoval copy = RemoveMonitor(FromUtf8(name));
+    const std::string file = ToUtf8(InSystemFolder(kMonitorFile));
+    PrintLine("uninstalled   {}", name);
+    switch (copy) {
+        case CopyAfterRemoval::kDeleted:
+            PrintLine("deleted       {}", file);
+            break;
+        case CopyAfterRemoval::kNoneThere:
+            PrintLine("file          {} was not there", file);
+            break;
+        case CopyAfterRemoval::kUsedByAnother:
+            PrintLine("kept          {}, another monitor uses it", file);
+            break;
+        case CopyAfterRemoval::kGoesAtRestart:
+            PrintLine("renamed       {}, still loaded; it goes when the machine restarts", file);
+            break;
+    }
+}
+
+}  // namespace
+
+void AddInstallCommands(CLI::App& app) {
+    auto options = std::make_shared<InstallOptions>();
+    CLI::App* install = app.add_subcommand("install", "Install the monitor on this machine");
+    install->add_option("--dll", options->dll,
+                        "The monitor to install instead of the one beside this program");
+    CLI::App* uninstall = app.add_subcommand("uninstall", "Remove the monitor from this machine");
+    for (CLI::App* command : {install, uninstall})
+        command->add_option("--name", options->name, "Name under which drivers ask for it")
+            ->capture_default_str();
+    install->callback([options] { Install(*options); });
+    uninstall->callback([options] { Uninstall(options->name); });
+}
+
+}  // namespace vlm::ctl

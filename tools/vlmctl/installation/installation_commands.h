@@ -1,0 +1,17 @@
+// The door to the family "installation": the monitor in this machine, and whether it is in order.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace vlm::ctl {
+
+// What the program calls.
+void AddInstallationCommands(CLI::App& app);
+
+// One for each file of the family, called by the one above.
+void AddDoctorCommand(CLI::App& app);
+void AddInstallCommands(CLI::App& app);
+
+}  // namespace vlm::ctl

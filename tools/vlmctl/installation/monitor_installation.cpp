@@ -1,0 +1,188 @@
+#include "tools/vlmctl/installation/monitor_installation.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <span>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/product.h"
+#include "tools/vlmctl/installation/held_file.h"
+#include "tools/vlmctl/installation/monitor_image.h"
+#include "util/names.h"
+#include "util/spooler_api.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::ToUtf8;
+
+// The spooler keeps a table for each; x64 is the only one that we build for.
+constexpr wchar_t kEnvironment[] = L"Windows x64";
+constexpr wchar_t kOldCopySuffix[] = L".removed-";
+
+// The spooler and the file system ignore case.
+bool SameName(const std::wstring& a, const std::wstring& b) {
+    return vlm::SameName(a.c_str(), b.c_str());
+}
+
+const RegisteredMonitor* FindByName(const std::vector<RegisteredMonitor>& monitors,
+                                    const std::wstring& name) {
+    const auto found = std::find_if(monitors.begin(), monitors.end(),
+                                    [&](const RegisteredMonitor& one) { return SameName(one.name, name); });
+    return found != monitors.end() ? &*found : nullptr;
+}
+
+std::wstring FileName(const wchar_t* path) {
+    return path != nullptr ? std::filesystem::path(path).filename().wstring() : L"";
+}
+
+bool Exists(const std::wstring& path) {
+    return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
+}
+
+void CheckImage(const std::wstring& dll, std::span<const std::uint8_t> bytes) {
+    const MonitorImage image = InspectMonitorImage(bytes);
+    if (!image.problem.empty()) throw CommandError(ToUtf8(dll) + ": " + image.problem);
+    if (!image.exportsEntry)
+        throw CommandError(ToUtf8(dll) + " is no print monitor: it does not export " + kMonitorEntry);
+}
+
+// A file that a process has loaded cannot be deleted, but renamed. Its name is free then, so that another
+// installation before the next restart does not lose its copy at the restart.
+CopyAfterRemoval DeleteCopy(const std::wstring& copy) {
+    if (!Exists(copy)) return CopyAfterRemoval::kNoneThere;
+    if (DeleteFileW(copy.c_str())) return CopyAfterRemoval::kDeleted;
+    const DWORD error = GetLastError();
+    const std::wstring aside = copy + kOldCopySuffix + std::to_wstring(GetTickCount64());
+    if (MoveFileExW(copy.c_str(), aside.c_str(), 0) &&
+        MoveFileExW(aside.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT))
+        return CopyAfterRemoval::kGoesAtRestart;
+    throw CommandError(ToUtf8(copy) + " cannot be deleted: " + SpoolerProblem(error));
+}
+
+}  // namespace
+
+std::vector<RegisteredMonitor> RegisteredMonitors() {
+    DWORD needed = 0;
+    DWORD count = 0;
+    std::vector<MONITOR_INFO_2W> records;
+    // The second time with the size that the first one asked for; more often when entries come in between.
+    for (int attempt = 0; attempt < 4; ++attempt) {
+        const auto size = static_cast<DWORD>(records.size() * sizeof(MONITOR_INFO_2W));
+        if (EnumMonitorsW(nullptr, 2, reinterpret_cast<BYTE*>(records.data()), size, &needed, &count)) {
+            std::vector<RegisteredMonitor> monitors;
+            for (DWORD i = 0; i < count; ++i)
+                monitors.push_back({records[i].pName, FileName(records[i].pDLLName)});
+            return monitors;
+        }
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) break;
+        records.resize(needed / sizeof(MONITOR_INFO_2W) + 1);
+    }
+    throw CommandError("the spooler does not list its monitors: " + SpoolerProblem(GetLastError()));
+}
+
+std::optional<RegisteredMonitor> FindOurs(const std::vector<RegisteredMonitor>& monitors) {
+    const auto found = std::find_if(monitors.begin(), monitors.end(), [](const RegisteredMonitor& one) {
+        return SameName(one.file, kMonitorFile);
+    });
+    if (found == monitors.end()) return std::nullopt;
+    return *found;
+}
+
+std::wstring InSystemFolder(const std::wstring& file) {
+    wchar_t folder[MAX_PATH];
+    const UINT length = GetSystemDirectoryW(folder, MAX_PATH);
+    if (length == 0 || length >= MAX_PATH) throw CommandError("the system's folder cannot be found");
+    return std::wstring(folder) + L'\\' + file;
+}
+
+std::string SpoolerProblem(DWORD code) {
+    const std::string number = " (" + std::to_string(code) + ")";
+    switch (code) {
+        case ERROR_ACCESS_DENIED:
+        case ERROR_PRIVILEGE_NOT_HELD:
+            return "access denied" + number + "; run it from an elevated prompt (Run as administrator)";
+        case ERROR_SHARING_VIOLATION:
+            return "another process has it open" + number + "; restart the service 'Spooler'";
+        case RPC_S_SERVER_UNAVAILABLE:
+            return "the spooler does not run" + number + "; start the service 'Spooler'";
+        case ERROR_UNKNOWN_PRINT_MONITOR:
+            return "no such monitor is installed" + number;
+        case ERROR_PRINT_MONITOR_ALREADY_INSTALLED:
+            return "it is installed already" + number;
+        case ERROR_INVALID_PRINT_MONITOR:
+            return "the spooler finds no monitor in it" + number;
+        case ERROR_PRINT_MONITOR_IN_USE:
+            return "a printer still uses it" + number +
+                   "; remove the printers and drivers that name it first";
+        default:
+            return host::ErrorText(code);
+    }
+}
+
+std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {
+    const std::vector<RegisteredMonitor> monitors = RegisteredMonitors();
+    // Two entries with one file would share a file that either of them may delete.
+    const auto ours = FindOurs(monitors);
+    const RegisteredMonitor* present = ours ? &*ours : FindByName(monitors, name);
+    if (present != nullptr)
+        throw CommandError(fmt::format("'{}' is installed already, with {}; 'vlmctl uninstall' removes ours",
+                                       ToUtf8(present->name), ToUtf8(present->file)));
+    // What is looked at is what is copied, and what is copied is what the spooler loads: the bytes are read
+    // once, and the copy is held from its comparison with them until the spooler has loaded it.
+    const HeldFile source(dll, kMostImage);
+    CheckImage(dll, source.Bytes());
+    const std::wstring copy = InSystemFolder(kMonitorFile);
+    const bool wasThere = Exists(copy);
+    std::error_code ignored;
+    if (!std::filesystem::equivalent(dll, copy, ignored)) {
+        const DWORD error = WriteWholeFile(copy, source.Bytes());
+        if (error != ERROR_SUCCESS)
+            throw CommandError("cannot copy to " + ToUtf8(copy) + ": " + SpoolerProblem(error));
+    }
+    auto held = std::make_optional<HeldFile>(copy, kMostImage);
+    if (!std::ranges::equal(held->Bytes(), source.Bytes()))
+        throw CommandError(ToUtf8(copy) + " is not what was copied there; somebody else writes it");
+
+    std::wstring entryName = name;
+    std::wstring environment = kEnvironment;
+    std::wstring file = kMonitorFile;
+    MONITOR_INFO_2W entry{entryName.data(), environment.data(), file.data()};
+    if (!AddMonitorW(nullptr, 2, reinterpret_cast<BYTE*>(&entry))) {
+        const DWORD error = GetLastError();
+        held.reset();
+        if (!wasThere) DeleteFileW(copy.c_str());
+        throw CommandError("the spooler does not take the monitor: " + SpoolerProblem(error));
+    }
+    return copy;
+}
+
+CopyAfterRemoval RemoveMonitor(const std::wstring& name) {
+    const std::wstring copy = InSystemFolder(kMonitorFile);
+    const std::vector<RegisteredMonitor> monitors = RegisteredMonitors();
+    const RegisteredMonitor* entry = FindByName(monitors, name);
+    if (entry == nullptr) {
+        const auto ours = FindOurs(monitors);
+        if (ours)
+            throw CommandError(fmt::format("no monitor '{}' is installed; ours is '{}', give it with --name",
+                                           ToUtf8(name), ToUtf8(ours->name)));
+        if (!Exists(copy)) throw CommandError(fmt::format("no monitor '{}' is installed", ToUtf8(name)));
+        return DeleteCopy(copy);
+    }
+    // A slip of --name must not take one of the system's monitors away.
+    if (!SameName(entry->file, kMonitorFile))
+        throw CommandError(
+            fmt::format("'{}' is not ours: its DLL is {}", ToUtf8(entry->name), ToUtf8(entry->file)));
+    std::wstring entryName = entry->name;
+    std::wstring environment = kEnvironment;
+    if (!DeleteMonitorW(nullptr, environment.data(), entryName.data()))
+        throw CommandError(
+            fmt::format("the spooler keeps '{}': {}", ToUtf8(entry->name), SpoolerProblem(GetLastError())));
+    return FindOurs(RegisteredMonitors()) ? CopyAfterRemoval::kUsedByAnother : DeleteCopy(copy);
+}
+
+}  // namespace vlm::ctl

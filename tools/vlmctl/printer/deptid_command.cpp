@@ -1,0 +1,83 @@
+// vlmctl deptid: asks a printer's department-ID service.
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "soap/check_user_password_service.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/exchange/trace_keeper.h"
+#include "tools/vlmctl/printer/password_input.h"
+#include "tools/vlmctl/printer/printer_commands.h"
+#include "util/scope_exit.h"
+#include "util/vlutil.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+struct CheckOptions {
+    std::string url;
+    std::string user;
+    std::string domain;
+    std::string type;
+};
+
+using Proxy = CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWininetClient>;
+
+[[noreturn]] void ThrowCause(const std::string& printer, const Proxy& proxy, HRESULT result) {
+    const SoapFault& fault = proxy.GetFault();
+    switch (proxy.GetClientError()) {
+        case SoapClientError::kSoapFault:
+            throw CommandError(fmt::format("{}: fault {}: {}", printer, ToUtf8(Printable(fault.code)),
+                                           ToUtf8(Printable(fault.string))));
+        case SoapClientError::kParseFault:
+            throw CommandError(printer + ": answered with status 500 and no fault that could be read");
+        case SoapClientError::kParse:
+            throw CommandError(printer + ": the answer is none of a department-ID service");
+        default:
+            ThrowTraced(printer, result);
+    }
+}
+
+void Check(const CheckOptions& options) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    const std::string printer = Shown(options.url);
+    Proxy proxy;
+    if (FAILED(proxy.SetUrl(FromUtf8(options.url))))
+        throw CommandError("'" + printer + "' is no address of a printer", kWrongUsage);
+    proxy.SetTimeout(CheckUserPasswordService::kTimeout);
+    std::wstring password = ReadPassword();
+    const ScopeExit wipe([&password] { Wipe(&password); });
+    bool allowed = false;
+    const HRESULT result =
+        proxy.CheckUserPassword(SoapValue(FromUtf8(options.user)), SoapValue(FromUtf8(options.domain)),
+                                SoapValue(FromUtf8(options.type)), SoapValue(password), &allowed);
+    if (FAILED(result)) ThrowCause(printer, proxy, result);
+    Print(allowed ? "allowed" : "refused");
+    if (!allowed) throw CLI::RuntimeError(kFailed);
+}
+
+}  // namespace
+
+void AddDeptIdCommand(CLI::App& app) {
+    CLI::App* deptId = app.add_subcommand("deptid", "Ask a printer's department-ID service");
+    deptId->require_subcommand(1);
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App* check = deptId->add_subcommand(
+        "check",
+        "Does the printer allow this user with this password? The password is asked for, or read from "
+        "standard input");
+    check->add_option("URL", options->url, "Address of the printer; a host name will do")->required();
+    check->add_option("--user", options->user, "Department ID or user name")->required();
+    check->add_option("--domain", options->domain, "Its domain; empty unless given");
+    check->add_option("--type", options->type,
+                      "The type of account, as the printer calls it; empty unless given");
+    check->callback([options] { Check(*options); });
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,126 @@
+// vlmctl wsd: a printer's WSD elements, as the monitor sees them.
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <set>
+
+#include "soap/streams.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/exchange/element_document.h"
+#include "tools/vlmctl/exchange/trace_keeper.h"
+#include "tools/vlmctl/exchange/wsd_exchange.h"
+#include "tools/vlmctl/printer/printer_commands.h"
+#include "util/vlutil.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+struct WsdOptions {
+    std::string url;
+    std::vector<std::string> names;
+    std::vector<std::string> namespaces;  // "PREFIX=URI"
+    bool raw = false;
+    bool envelope = false;
+};
+
+std::vector<PrefixDeclaration> ParseDeclarations(const std::vector<std::string>& texts) {
+    std::vector<PrefixDeclaration> declarations;
+    for (const std::string& text : texts) {
+        const size_t equals = text.find('=');
+        const std::string prefix = text.substr(0, equals);
+        const bool good = equals != std::string::npos && equals + 1 < text.size() && !prefix.empty() &&
+                          prefix.find_first_of(" :<>&\"'/") == std::string::npos && prefix != "xmlns" &&
+                          prefix != "xml" && prefix != "pri";
+        if (!good) throw CommandError("'" + text + "' is not PREFIX=URI with a prefix of yours", kWrongUsage);
+        declarations.push_back({prefix, text.substr(equals + 1)});
+    }
+    return declarations;
+}
+
+// As it came, line by line, but for what could steer a terminal.
+void PrintRaw(const std::string& answer) {
+    const std::wstring text = host::FromUtf8(answer);
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find(L'\n', begin), text.size());
+        std::wstring_view line(text.data() + begin, end - begin);
+        if (line.ends_with(L'\r')) line.remove_suffix(1);
+        Print(host::ToUtf8(Printable(line, text.size())));
+        begin = end + 1;
+    }
+}
+
+void PrintElement(IXMLDOMNode* element, const NamespaceDeclarations& declarations = {}) {
+    std::string text = Indented(element, declarations);
+    text.pop_back();
+    Print(text);
+}
+
+std::string Listed(const std::vector<std::string>& names) {
+    std::string list;
+    for (const std::string& name : names)
+        list += (list.empty() ? "" : ", ") + name;
+    return list;
+}
+
+// Which of the names no part of the answer is about.
+std::vector<std::string> Unanswered(const std::vector<std::string>& names, const ElementDocument& document) {
+    std::set<std::string> answered;
+    for (const std::vector<std::string>& some : {ValidNames(document), InvalidNames(document)})
+        answered.insert(some.begin(), some.end());
+    std::vector<std::string> unanswered;
+    for (const std::string& name : names) {
+        const std::string qualified = name.find(':') == std::string::npos ? "pri:" + name : name;
+        if (answered.insert(qualified).second) unanswered.push_back(Shown(qualified));
+    }
+    return unanswered;
+}
+
+void PrintElements(const WsdOptions& options) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const TraceKeeper keeper;
+    const std::wstring query = QueryForElements(options.names, ParseDeclarations(options.namespaces));
+    if (options.raw) {
+        PrintRaw(FetchAnswer(options.url, query.c_str()));
+        return;
+    }
+    const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str()));
+    if (options.envelope) {
+        PrintElement(document.Envelope().Get(), document.Declarations());
+    } else {
+        for (const ComPtr<IXMLDOMNode>& part : document.Parts())
+            PrintElement(part.Get());
+    }
+    const std::vector<std::string> invalid = InvalidNames(document);
+    const std::vector<std::string> unanswered = Unanswered(options.names, document);
+    std::string problem;
+    if (!invalid.empty()) problem = "the printer has no valid " + Listed(invalid);
+    if (!unanswered.empty())
+        problem += (problem.empty() ? "" : "; ") + ("the printer left out " + Listed(unanswered));
+    if (!problem.empty()) throw CommandError(problem);
+}
+
+}  // namespace
+
+void AddWsdCommand(CLI::App& app) {
+    auto options = std::make_shared<WsdOptions>();
+    CLI::App* command = app.add_subcommand(
+        "wsd", "Show a printer's WSD elements as the monitor sees them after its clean-up");
+    command->add_option("URL", options->url, "Address of the print service; a host name will do")->required();
+    command
+        ->add_option("NAME", options->names,
+                     "Element, such as PrinterStatus or pri:PrinterConfiguration; a plain name gets pri:")
+        ->required();
+    command
+        ->add_option("--ns", options->namespaces,
+                     "PREFIX=URI, the namespace of a vendor's elements; may be repeated")
+        ->allow_extra_args(false);
+    CLI::Option* envelope =
+        command->add_flag("--envelope", options->envelope, "The whole message, not only the elements");
+    command->add_flag("--raw", options->raw, "The printer's message as it came, before the clean-up")
+        ->excludes(envelope);
+    command->callback([options] { PrintElements(*options); });
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,221 @@
+// vlmctl rpc: the remote procedures of a monitor, on this machine or another one.
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/code_page.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/exchange/rpc_client.h"
+#include "tools/vlmctl/exchange/rpc_wait.h"
+#include "tools/vlmctl/remote/hex_text.h"
+#include "tools/vlmctl/remote/remote_commands.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+constexpr std::uint32_t kMostReply = 1'048'576;
+constexpr size_t kMostArguments = 64;
+constexpr unsigned kMostThreads = 500;
+constexpr unsigned kLongestWait = 3'600;  // seconds
+constexpr size_t kMostGrowth = size_t{32} << 20;
+constexpr size_t kMostGrowthPerCall = size_t{4} << 20;  // the largest reply a few times, and a thread
+
+struct RpcOptions {
+    std::string endpoint = "local";
+    std::string host;
+    std::string printer;
+    std::string capacity = "8192";
+    bool raw = false;
+    unsigned times = 1;
+    unsigned timeout = 60;
+    // of query
+    std::string dataId;
+    // of command
+    std::vector<std::string> values{"0", "0"};
+    std::string word = "0";
+    std::string kind = "0";
+    std::vector<std::string> longs;
+    std::vector<std::string> shorts;
+};
+
+std::shared_ptr<const RpcClient> ClientFor(const RpcOptions& options) {
+    static const std::map<std::string, RpcRoute> kRoutes{
+        {"local", RpcRoute::kLocal}, {"pipe", RpcRoute::kPipe}, {"tcp", RpcRoute::kTcp}};
+    const RpcRoute route = kRoutes.at(options.endpoint);
+    if (route == RpcRoute::kLocal && !options.host.empty())
+        throw CommandError("--host needs --endpoint pipe or tcp; local is this machine's", kWrongUsage);
+    return std::make_shared<const RpcClient>(route, options.host);
+}
+
+// The procedures take the printer's name in the system's code page.
+std::string InCodePage(const std::string& utf8) {
+    const std::wstring name = host::FromUtf8(utf8);
+    std::string text(name.size() * 4, '\0');  // no code page takes more for a character
+    const int length = WideCharToMultiByte(CP_ACP, 0, name.data(), static_cast<int>(name.size()), text.data(),
+                                           static_cast<int>(text.size()), nullptr, nullptr);
+    text.resize(static_cast<size_t>(length));
+    if (FromCodePage(text.data(), text.size()) != name)
+        throw CommandError("the name '" + utf8 + "' cannot be written in this system's code page");
+    return text;
+}
+
+// What the procedures return.
+const char* ResultMeaning(std::uint32_t code) {
+    switch (code) {
+        case 5:
+            return "the port is busy with a job or another caller";
+        case 6:
+            return "the lower monitor could not open the port";
+        case 13:
+            return "the printer's answer cannot be understood";
+        case 31:
+            return "the printer refused";
+        case 87:
+            return "the name is too long or an argument is out of range";
+        case 110:
+            return "no USB printer with Bidi enabled goes by that name";
+        case 122:
+            return "the answer is larger than the capacity";
+        case 161:
+            return "the printer's port is not open in the service";
+        case 995:
+            return "the port was closed meanwhile";
+        default:
+            return nullptr;
+    }
+}
+
+std::string Explain(const char* who, std::uint32_t code, const char* meaning) {
+    return fmt::format("{} {}{}{}", who, code, meaning != nullptr ? ": " : "",
+                       meaning != nullptr ? meaning : "");
+}
+
+void Show(const RpcReply& reply, bool raw) {
+    if (reply.status != 0)
+        throw CommandError(Explain("RPC status", reply.status, StatusMeaning(reply.status)));
+    if (!reply.problem.empty()) throw CommandError("this is not the monitor's service: " + reply.problem);
+    if (reply.result != 0)
+        throw CommandError(Explain("the procedure returned", reply.result, ResultMeaning(reply.result)));
+    if (raw) {
+        Print(HexText(reply.bytes));
+        return;
+    }
+    PrintLine("{} bytes", reply.bytes.size());
+    if (!reply.bytes.empty()) Print(HexDump(reply.bytes));
+}
+
+// Each call on a thread of its own, all at once.
+void CallAtOnce(const std::function<RpcReply()>& makeCall, std::vector<RpcReply>& replies) {
+    std::vector<std::thread> threads;
+    threads.reserve(replies.size());
+    for (RpcReply& reply : replies)
+        threads.emplace_back([&] { reply = makeCall(); });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+// Makes as many calls as `--times` says and shows the reply of one, or counts the outcomes of more. Calls
+// that are given up end with the program, so what `makeCall` uses has to be its own.
+void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
+    const auto replies = std::make_shared<std::vector<RpcReply>>(options.times);
+    switch (RunWatched([replies, makeCall] { CallAtOnce(makeCall, *replies); }, options.timeout * 1'000,
+                       kMostGrowth + options.times * kMostGrowthPerCall)) {
+        case WaitEnd::kDone:
+            break;
+        case WaitEnd::kTimeUp:
+            throw CommandError(fmt::format("no answer within {} s", options.timeout));
+        case WaitEnd::kTooMuch:
+            throw CommandError("this is not the monitor's service: a reply without end");
+    }
+    if (options.times == 1) {
+        Show(replies->front(), options.raw);
+        return;
+    }
+    std::map<std::string, size_t> outcomes;
+    for (const RpcReply& reply : *replies)
+        ++outcomes[reply.status != 0        ? fmt::format("status {}", reply.status)
+                   : !reply.problem.empty() ? "no reply of the monitor's"
+                                            : fmt::format("result {}", reply.result)];
+    for (const auto& [outcome, count] : outcomes)
+        PrintLine("{} {}", outcome, count);
+}
+
+template <typename Number>
+std::vector<Number> Numbers(const std::vector<std::string>& texts, const std::string& what,
+                            std::uint32_t most) {
+    if (texts.size() > kMostArguments)
+        throw CommandError(fmt::format("more than {} {}s", kMostArguments, what), kWrongUsage);
+    std::vector<Number> numbers;
+    numbers.reserve(texts.size());
+    for (const std::string& text : texts)
+        numbers.push_back(static_cast<Number>(ParseNumber(text, what, most)));
+    return numbers;
+}
+
+void Query(const RpcOptions& options) {
+    const std::uint32_t dataId = ParseNumber(options.dataId, "data id");
+    const std::uint32_t capacity = ParseNumber(options.capacity, "capacity", kMostReply);
+    const std::string printer = InCodePage(options.printer);
+    Run(options, [=, client = ClientFor(options)] { return client->Query(printer, dataId, capacity); });
+}
+
+void Command(const RpcOptions& options) {
+    RpcCommand command;
+    command.value1 = ParseNumber(options.values.at(0), "value");
+    command.value2 = ParseNumber(options.values.at(1), "value");
+    command.word = static_cast<std::uint16_t>(ParseNumber(options.word, "word", 0xFFFF));
+    command.kind = static_cast<std::uint8_t>(ParseNumber(options.kind, "address kind", 0xFF));
+    command.longs = Numbers<std::uint32_t>(options.longs, "32-bit id", 0xFFFFFFFF);
+    command.shorts = Numbers<std::uint16_t>(options.shorts, "16-bit id", 0xFFFF);
+    const std::uint32_t capacity = ParseNumber(options.capacity, "capacity", kMostReply);
+    const std::string printer = InCodePage(options.printer);
+    Run(options, [=, client = ClientFor(options)] { return client->Command(printer, command, capacity); });
+}
+
+void AddCommonOptions(CLI::App& command, RpcOptions& options) {
+    command.add_option("PRINTER", options.printer, "USB port (USB001) or shared printer (\\\\server\\share)")
+        ->required();
+    command.add_option("--endpoint", options.endpoint, "Way to the service")
+        ->check(CLI::IsMember({"local", "pipe", "tcp"}))
+        ->capture_default_str();
+    command.add_option("--host", options.host, "Machine that serves (default: this one)");
+    command.add_option("--capacity", options.capacity, "Most bytes of reply to accept")
+        ->capture_default_str();
+    command.add_flag("--raw", options.raw, "Print the reply as one line of hex digits");
+    command.add_option("--times", options.times, "Make that many calls at once and count the outcomes")
+        ->check(CLI::Range(1U, kMostThreads));
+    command.add_option("--timeout", options.timeout, "Seconds after which to give up")
+        ->check(CLI::Range(1U, kLongestWait))
+        ->capture_default_str();
+}
+
+}  // namespace
+
+void AddRpcCommands(CLI::App& app) {
+    CLI::App* rpc = app.add_subcommand("rpc", "Call the monitor's remote procedures");
+    rpc->require_subcommand(1);
+    auto options = std::make_shared<RpcOptions>();
+
+    CLI::App* query = rpc->add_subcommand("query", "Read a data block of the printer");
+    AddCommonOptions(*query, *options);
+    query->add_option("ID", options->dataId, "Data id")->required();
+    query->callback([options] { Query(*options); });
+
+    CLI::App* command = rpc->add_subcommand("command", "Read attributes of the printer");
+    AddCommonOptions(*command, *options);
+    command->add_option("--values", options->values, "The two words for the frame's header")->expected(2);
+    command->add_option("--word", options->word, "First word of the request");
+    command->add_option("--kind", options->kind, "Address kind (only 0 can be sent)");
+    command->add_option("--long", options->longs, "A 32-bit id; may be repeated");
+    command->add_option("--short", options->shorts, "A 16-bit id (an attribute: 180); may be repeated");
+    command->callback([options] { Command(*options); });
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,124 @@
+// vlmctl vpca: frames of the printer's device-control protocol, taken apart and put together.
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/remote/hex_text.h"
+#include "tools/vlmctl/remote/remote_commands.h"
+#include "tools/vlmctl/remote/vpca_text.h"
+#include "vpca/frame.h"
+#include "vpca/tables.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+constexpr size_t kMostBytes = 1'048'576;
+
+struct VpcaOptions {
+    std::vector<std::string> hex;
+    std::string file;
+    std::string dataId;
+    std::vector<std::string> values{"0", "0"};
+    std::string sequence = "1";
+    std::string word = "0";
+    std::vector<std::string> longs;
+    std::vector<std::string> shorts;
+};
+
+std::vector<std::uint8_t> ReadFrame(const VpcaOptions& options) {
+    if (options.file.empty()) {
+        std::string text;
+        for (const std::string& piece : options.hex)
+            text += piece + " ";
+        return ParseHex(text);
+    }
+    std::ifstream file(std::filesystem::path(host::FromUtf8(options.file)), std::ios::binary);
+    if (!file) throw CommandError("cannot read " + options.file);
+    std::vector<std::uint8_t> bytes(kMostBytes + 1);
+    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<size_t>(file.gcount()));
+    if (bytes.size() > kMostBytes) throw CommandError(options.file + " is larger than any frame");
+    return bytes;
+}
+
+void Decode(const VpcaOptions& options) {
+    if (options.hex.empty() == options.file.empty())
+        throw CommandError("give hex digits or --file, one of them", kWrongUsage);
+    const FrameText text = DescribeFrame(ReadFrame(options));
+    for (const std::string& line : text.lines)
+        Print(line);
+    if (!text.problem.empty()) throw CommandError("bad frame: " + text.problem);
+}
+
+void Encode(const VpcaOptions& options, bool query) {
+    vpca::RegisterTables();
+    vpca::VpcaHeader header;
+    header.flags = 4;
+    header.sequence = static_cast<std::uint16_t>(ParseNumber(options.sequence, "sequence", 0xFFFF));
+    header.value1 = ParseNumber(options.values.at(0), "value");
+    header.value2 = ParseNumber(options.values.at(1), "value");
+    vpca::RequestBody body;
+    vpca::AttributeRequest request;
+    std::vector<std::uint32_t> longs;
+    std::vector<std::uint16_t> shorts;
+    if (query) {
+        header.operation = vpca::kReadDataBlock;
+        body = vpca::DataBlockRequest{ParseNumber(options.dataId, "data id")};
+    } else {
+        longs.reserve(options.longs.size());
+        shorts.reserve(options.shorts.size());
+        for (const std::string& id : options.longs)
+            longs.push_back(ParseNumber(id, "32-bit id"));
+        for (const std::string& id : options.shorts)
+            shorts.push_back(static_cast<std::uint16_t>(ParseNumber(id, "16-bit id", 0xFFFF)));
+        header.operation = vpca::kReadAttribute;
+        request.firstWord = static_cast<std::uint16_t>(ParseNumber(options.word, "word", 0xFFFF));
+        request.longIdCount = static_cast<std::uint16_t>(longs.size());
+        request.longIds = longs.data();
+        request.shortIdCount = static_cast<std::uint16_t>(shorts.size());
+        request.shortIds = shorts.data();
+        body = &request;
+    }
+    vpca::FrameBuffer frame;
+    const vpca::VpcaError error = vpca::EncodeFrame(&header, &body, &frame);
+    if (error != vpca::VpcaError::kSuccess)
+        throw CommandError(
+            fmt::format("the request cannot be encoded (error {})", static_cast<unsigned>(error)));
+    Print(HexText({frame.bytes, frame.size}));
+}
+
+}  // namespace
+
+void AddVpcaCommands(CLI::App& app) {
+    CLI::App* vpca =
+        app.add_subcommand("vpca", "Take frames of the device-control protocol apart, or make them");
+    vpca->require_subcommand(1);
+    auto options = std::make_shared<VpcaOptions>();
+
+    CLI::App* decode = vpca->add_subcommand("decode", "Say what a frame holds, and where and why it is bad");
+    decode->add_option("HEX", options->hex, "The frame in hex digits");
+    decode->add_option("--file", options->file, "A file with the frame's bytes");
+    decode->callback([options] { Decode(*options); });
+
+    CLI::App* encode = vpca->add_subcommand("encode", "Print the frame of a request");
+    encode->require_subcommand(1);
+    encode->add_option("--sequence", options->sequence, "Sequence number")->capture_default_str();
+    encode->add_option("--values", options->values, "The two words of the header")->expected(2);
+    CLI::App* query = encode->add_subcommand("query", "Read a data block");
+    query->add_option("ID", options->dataId, "Data id")->required();
+    query->callback([options] { Encode(*options, true); });
+    CLI::App* command = encode->add_subcommand("command", "Read attributes");
+    command->add_option("--word", options->word, "First word");
+    command->add_option("--long", options->longs, "A 32-bit id; may be repeated");
+    command->add_option("--short", options->shorts, "A 16-bit id; may be repeated");
+    command->callback([options] { Encode(*options, false); });
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,12 @@
+// The door to the family "trace": what the monitor says in any process.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace vlm::ctl {
+
+void AddTraceCommand(CLI::App& app);
+
+}  // namespace vlm::ctl
