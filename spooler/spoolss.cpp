@@ -1,9 +1,9 @@
 // Stand-in for the spooler router's Bidi allocator (spoolss.dll). See standin.h.
 
-#include <mutex>
 #include <unordered_map>
 
 #include "spooler/standin.h"
+#include "util/locks.h"
 #include "util/spooler_api.h"
 
 namespace {
@@ -16,11 +16,11 @@ struct Block {
 };
 
 struct Heap {
-    std::mutex mutex;
-    std::unordered_map<void*, Block> live;
-    bool guarded = true;
-    RouterCounters counters{};
-    LONG64 failFrom = 0;
+    vlm::SlimLock lock;
+    std::unordered_map<void*, Block> live VLM_GUARDED_BY(lock);
+    bool guarded VLM_GUARDED_BY(lock) = true;
+    RouterCounters counters VLM_GUARDED_BY(lock){};
+    LONG64 failFrom VLM_GUARDED_BY(lock) = 0;
 };
 
 Heap& TheHeap() {
@@ -43,7 +43,7 @@ size_t AlignmentOf(size_t size) {
     return alignment;
 }
 
-void NoteAllocated(Heap& heap, void* address, Block block) {
+void NoteAllocated(Heap& heap, void* address, Block block) VLM_REQUIRES(heap.lock) {
     heap.live.emplace(address, block);
     ++heap.counters.liveBlocks;
     heap.counters.liveBytes += static_cast<LONG64>(block.size);
@@ -51,7 +51,7 @@ void NoteAllocated(Heap& heap, void* address, Block block) {
 
 void* Allocate(size_t size) {
     Heap& heap = TheHeap();
-    const std::lock_guard guard(heap.mutex);
+    const vlm::ExclusiveScope exclusive(heap.lock);
     ++heap.counters.allocations;
     if (heap.failFrom != 0 && heap.counters.allocations >= heap.failFrom) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
@@ -79,7 +79,7 @@ void* Allocate(size_t size) {
 void Free(void* block) {
     if (block == nullptr) return;
     Heap& heap = TheHeap();
-    const std::lock_guard guard(heap.mutex);
+    const vlm::ExclusiveScope exclusive(heap.lock);
     const auto found = heap.live.find(block);
     if (found == heap.live.end()) {
         ++heap.counters.badFrees;
@@ -148,19 +148,19 @@ DWORD WINAPI RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container)
 
 void StandInRouterCounters(RouterCounters* counters) {
     Heap& heap = TheHeap();
-    const std::lock_guard guard(heap.mutex);
+    const vlm::ExclusiveScope exclusive(heap.lock);
     *counters = heap.counters;
 }
 
 void StandInGuardBlocks(BOOL guarded) {
     Heap& heap = TheHeap();
-    const std::lock_guard guard(heap.mutex);
+    const vlm::ExclusiveScope exclusive(heap.lock);
     heap.guarded = guarded != FALSE;
 }
 
 void StandInResetAllocations(LONG64 failFrom) {
     Heap& heap = TheHeap();
-    const std::lock_guard guard(heap.mutex);
+    const vlm::ExclusiveScope exclusive(heap.lock);
     heap.counters.allocations = 0;
     heap.failFrom = failFrom;
 }

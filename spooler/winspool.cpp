@@ -5,11 +5,11 @@
 #include <cwchar>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "spooler/standin.h"
+#include "util/locks.h"
 #include "util/names.h"
 #include "util/spooler_api.h"
 
@@ -17,6 +17,9 @@ namespace {
 
 using vlm::standin::PrinterDescription;
 using vlm::standin::Rule;
+
+// Guards all that this spooler knows.
+vlm::SlimLock spoolerLock;
 
 struct Job {
     std::wstring document;
@@ -27,7 +30,7 @@ struct Printer {
     std::wstring name, port, share, driver;
     std::wstring dependentFiles;  // with its inner and final NULs
     DWORD attributes = 0;
-    std::map<DWORD, Job> jobs;
+    std::map<DWORD, Job> jobs VLM_GUARDED_BY(spoolerLock);
 };
 
 struct PendingRule {
@@ -36,12 +39,11 @@ struct PendingRule {
 };
 
 struct Spooler {
-    std::mutex mutex;
-    std::vector<std::shared_ptr<Printer>> printers;
-    std::map<HANDLE, std::shared_ptr<Printer>> handles;
-    std::vector<PendingRule> rules;
-    std::wstring log;
-    ULONG_PTR lastHandle = 0x1000;
+    std::vector<std::shared_ptr<Printer>> printers VLM_GUARDED_BY(spoolerLock);
+    std::map<HANDLE, std::shared_ptr<Printer>> handles VLM_GUARDED_BY(spoolerLock);
+    std::vector<PendingRule> rules VLM_GUARDED_BY(spoolerLock);
+    std::wstring log VLM_GUARDED_BY(spoolerLock);
+    ULONG_PTR lastHandle VLM_GUARDED_BY(spoolerLock) = 0x1000;
 };
 
 Spooler& TheSpooler() {
@@ -60,7 +62,7 @@ bool Enter(const char* function, const std::wstring& arguments) {
     DWORD delay = 0;
     DWORD error = ERROR_SUCCESS;
     {
-        const std::lock_guard guard(spooler.mutex);
+        const vlm::ExclusiveScope exclusive(spoolerLock);
         spooler.log += std::wstring(function, function + std::char_traits<char>::length(function));
         spooler.log += L"(" + arguments + L")\n";
         for (PendingRule& pending : spooler.rules) {
@@ -81,14 +83,14 @@ bool Enter(const char* function, const std::wstring& arguments) {
     return false;
 }
 
-std::shared_ptr<Printer> FindByName(const std::wstring& name) {
+std::shared_ptr<Printer> FindByName(const std::wstring& name) VLM_REQUIRES(spoolerLock) {
     for (const auto& printer : TheSpooler().printers)
         if (vlm::SameName(printer->name.c_str(), name.c_str())) return printer;
     return nullptr;
 }
 
 std::shared_ptr<Printer> FindByHandle(HANDLE handle) {
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     const auto found = TheSpooler().handles.find(handle);
     if (found != TheSpooler().handles.end()) return found->second;
     SetLastError(ERROR_INVALID_HANDLE);
@@ -181,7 +183,7 @@ extern "C" {
 BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
     if (!Enter("OpenPrinterW", TextOrEmpty(name))) return FALSE;
     Spooler& spooler = TheSpooler();
-    const std::lock_guard guard(spooler.mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     const std::shared_ptr<Printer> printer = FindByName(TextOrEmpty(name));
     if (printer == nullptr) {
         SetLastError(ERROR_INVALID_PRINTER_NAME);
@@ -194,7 +196,7 @@ BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
 
 BOOL WINAPI ClosePrinter(HANDLE handle) {
     if (!Enter("ClosePrinter", NameOf(handle))) return FALSE;
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     if (TheSpooler().handles.erase(handle) == 1) return TRUE;
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
@@ -224,7 +226,7 @@ BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level, LPBYTE buffer, DWORD
         SetLastError(ERROR_INVALID_LEVEL);
         return FALSE;
     }
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     const auto& printers = TheSpooler().printers;
     Packer packer(buffer, capacity, printers.size() * sizeof(PRINTER_INFO_2W));
     std::vector<PRINTER_INFO_2W> infos(printers.size());
@@ -259,7 +261,7 @@ BOOL WINAPI GetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE buffer, DWORD c
     if (!Enter("GetJobW", JobText(handle, id, L"level " + std::to_wstring(level)))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     const auto found = printer->jobs.find(id);
     if (found == printer->jobs.end() || level != 1) {
         SetLastError(level != 1 ? ERROR_INVALID_LEVEL : ERROR_INVALID_PARAMETER);
@@ -296,7 +298,7 @@ BOOL WINAPI GetPrintProcessorDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DW
 
 void StandInReset() {
     Spooler& spooler = TheSpooler();
-    const std::lock_guard guard(spooler.mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     spooler.printers.clear();
     spooler.rules.clear();
     spooler.log.clear();
@@ -313,14 +315,14 @@ BOOL StandInAddPrinter(const PrinterDescription* description) {
         for (; *file != L'\0'; file += std::wcslen(file) + 1)
             printer->dependentFiles.append(file).push_back(L'\0');
     }
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     if (FindByName(printer->name) != nullptr) return FALSE;
     TheSpooler().printers.push_back(std::move(printer));
     return TRUE;
 }
 
 BOOL StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD status) {
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     const std::shared_ptr<Printer> printer = FindByName(TextOrEmpty(name));
     if (printer == nullptr) return FALSE;
     printer->jobs[id] = Job{TextOrEmpty(document), status};
@@ -328,20 +330,20 @@ BOOL StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD
 }
 
 BOOL StandInAddRule(const Rule* rule) {
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     TheSpooler().rules.push_back({rule->function, *rule});
     return TRUE;
 }
 
 LONG StandInOpenHandles() {
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     return static_cast<LONG>(TheSpooler().handles.size());
 }
 
 // Copies the log, without a terminator, when it fits into `capacity` characters; returns its length either
 // way.
 DWORD StandInReadLog(wchar_t* buffer, DWORD capacity) {
-    const std::lock_guard guard(TheSpooler().mutex);
+    const vlm::ExclusiveScope exclusive(spoolerLock);
     const std::wstring& log = TheSpooler().log;
     if (log.size() <= capacity) std::copy(log.begin(), log.end(), buffer);
     return static_cast<DWORD>(log.size());

@@ -19,9 +19,9 @@ constexpr DWORD kStopPause = 5;           // milliseconds
 
 // No destructors here: at process exit the thread is gone and nothing of this may be touched.
 std::atomic<HWND> window{nullptr};
-HANDLE thread = nullptr;           // changes under the monitor lock
-HANDLE windowCreated = nullptr;    // manual-reset; lives and dies with `thread`
-std::atomic<bool> leaving{false};  // the thread calls nothing any more, it only returns
+HANDLE thread VLM_GUARDED_BY(processState.monitorLock) = nullptr;
+std::atomic<HANDLE> windowCreated{nullptr};  // manual-reset; made once, before the first thread
+std::atomic<bool> leaving{false};            // the thread calls nothing any more, it only returns
 
 DWORD SystemMajorVersion() {
     OSVERSIONINFOW version{};
@@ -86,40 +86,47 @@ DWORD WINAPI RunWindow(void*) {
 // Whether the thread can run no more code of this module. A thread that ends needs the loader lock, which
 // whoever detaches the module holds; so at detach its end cannot be waited for, only that it has left our
 // code.
-bool HasLeftModule() {
+bool HasLeftModule(HANDLE leaver) {
     if (!leaving.load(std::memory_order_acquire)) return false;
-    if (SuspendThread(thread) == static_cast<DWORD>(-1)) return true;
+    if (SuspendThread(leaver) == static_cast<DWORD>(-1)) return true;
     CONTEXT context{};
     context.ContextFlags = CONTEXT_CONTROL;
     MEMORY_BASIC_INFORMATION code{};
-    const bool known = GetThreadContext(thread, &context) != FALSE &&
+    const bool known = GetThreadContext(leaver, &context) != FALSE &&
                        VirtualQuery(reinterpret_cast<void*>(context.Rip), &code, sizeof code) != 0;
-    ResumeThread(thread);
+    ResumeThread(leaver);
     return known && code.AllocationBase != processState.instance;
 }
 
-void AwaitThread() {
+void AwaitThread(HANDLE leaver) {
     const ULONGLONG deadline = GetTickCount64() + kStopTimeout;
-    while (WaitForSingleObject(thread, kStopPause) == WAIT_TIMEOUT && !HasLeftModule() &&
+    while (WaitForSingleObject(leaver, kStopPause) == WAIT_TIMEOUT && !HasLeftModule(leaver) &&
            GetTickCount64() < deadline) {
     }
 }
 
-enum class ThreadState { kNone, kStarted, kWasRunning };
+// A handle of the caller's own for the thread: another initialisation may find the thread ended, close the
+// module's handle and start a new one, while this one still waits.
+KernelHandle ThreadToAwait() VLM_REQUIRES(processState.monitorLock) {
+    KernelHandle copy;
+    DuplicateHandle(GetCurrentProcess(), thread, GetCurrentProcess(), copy.Receive(), SYNCHRONIZE, FALSE, 0);
+    return copy;
+}
 
-// Starts the thread unless it runs. Under the monitor lock, so that two initialisations at once start one
-// thread.
-ThreadState EnsureThread() {
+// The thread, which is started unless it runs; null when it cannot be. Two initialisations at once start one.
+KernelHandle EnsureThread(bool* started) {
     const LockGuard guard(processState.monitorLock);
+    *started = false;
     if (thread != nullptr) {
-        if (WaitForSingleObject(thread, 0) != WAIT_OBJECT_0) return ThreadState::kWasRunning;
+        if (WaitForSingleObject(thread, 0) != WAIT_OBJECT_0) return ThreadToAwait();
         CloseHandle(std::exchange(thread, nullptr));
     }
-    if (windowCreated == nullptr) windowCreated = CreateEventW(nullptr, TRUE, FALSE, nullptr);
-    if (windowCreated == nullptr) return ThreadState::kNone;
+    if (windowCreated.load() == nullptr) windowCreated.store(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    if (windowCreated.load() == nullptr) return {};
     leaving.store(false, std::memory_order_relaxed);
     thread = CreateThread(nullptr, 0, RunWindow, nullptr, 0, nullptr);
-    return thread != nullptr ? ThreadState::kStarted : ThreadState::kNone;
+    *started = true;
+    return thread != nullptr ? ThreadToAwait() : KernelHandle();
 }
 
 }  // namespace
@@ -127,27 +134,30 @@ ThreadState EnsureThread() {
 bool StartEventWindow() {
     if (FindWindowW(kEventWindowClass, kEventWindowTitle) != nullptr) return true;
     for (;;) {
-        const ThreadState state = EnsureThread();
-        if (state == ThreadState::kNone) return false;
-        const HANDLE either[] = {windowCreated, thread};
+        bool started = false;
+        const KernelHandle running = EnsureThread(&started);
+        if (!running) return false;
+        const HANDLE either[] = {windowCreated.load(), running.Get()};
         const DWORD waited = WaitForMultipleObjects(2, either, FALSE, kStartTimeout);
         if (window.load(std::memory_order_acquire) != nullptr) return true;
         // A thread that ran already may have been that of a window which somebody closed: it is gone now,
         // start anew.
-        if (state == ThreadState::kStarted || waited == WAIT_TIMEOUT) return false;
+        if (started || waited == WAIT_TIMEOUT) return false;
     }
 }
 
-void StopEventWindow() {
+VLM_UNCHECKED void StopEventWindow() {
+    // Without the lock: nobody else is in the module any more, and an operation that an exception of the
+    // system's ended may have left it taken.
     if (thread == nullptr) return;
     // Without a window, or with one that takes no message any more, the thread is on its way out all the
     // same.
     const HWND target = window.load(std::memory_order_acquire);
     if (target != nullptr) PostMessageW(target, WM_DESTROY, 0, 0);
-    AwaitThread();
+    AwaitThread(thread);
     window.store(nullptr, std::memory_order_release);
     CloseHandle(std::exchange(thread, nullptr));
-    CloseHandle(std::exchange(windowCreated, nullptr));
+    CloseHandle(windowCreated.exchange(nullptr));
 }
 
 }  // namespace vlm

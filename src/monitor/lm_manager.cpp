@@ -23,6 +23,14 @@ struct PrinterTraits {
     static void Close(Type printer) { ClosePrinter(printer); }
 };
 
+// Takes the first of a list that is no manager's any more out of it.
+LmPort* TakeFirst(LmPort*& list) VLM_EXCLUDES(processState.monitorLock) {
+    const LockGuard guard(processState.monitorLock);
+    LmPort* const first = list;
+    list = std::exchange(first->next, nullptr);
+    return first;
+}
+
 }  // namespace
 
 void FreePortRecord(LmPort* port) {
@@ -112,11 +120,10 @@ bool CLmMgr::CloseAllPorts() {
     }
     // One deadline for all: however many ports are in use, a shutdown takes no longer.
     const ULONGLONG deadline = GetTickCount64() + kCloseTimeout;
-    for (const LmPort* port = ports; port != nullptr; port = port->next)
-        AwaitLeavers(*port, deadline);
+    AwaitLeavers(ports, deadline);
     bool free = true;
     while (ports != nullptr) {
-        LmPort* const port = std::exchange(ports, ports->next);
+        LmPort* const port = TakeFirst(ports);
         const Inside inside = CutOff(*port);
         free = free && inside == Inside::kNobody;
         if (inside == Inside::kSomebody) continue;

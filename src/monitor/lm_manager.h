@@ -2,10 +2,9 @@
 // and answers Bidi queries about them: lm_manager.cpp keeps the ports, bidi_routing.cpp routes queries,
 // printer_address.cpp finds where a port's printer is.
 //
-// Threads: FindPort, CreatePort and RemovePort run under the monitor lock, which the caller holds; the
-// functions that read or free what it guards take it themselves. Bidi queries run on any number of threads,
+// Threads: the list of ports is under the monitor lock. Bidi queries run on any number of threads at once,
 // each about a port that stays open meanwhile, with COM initialised, and hold no lock while they call
-// anything.
+// anything; all that they share of the manager does not change as long as it lives.
 #pragma once
 
 #include <map>
@@ -13,6 +12,7 @@
 
 #include "bidi/bidi_mem.h"
 #include "monitor/lm_port.h"
+#include "monitor/process_state.h"
 #include "util/names.h"
 #include "util/spooler_api.h"
 
@@ -36,17 +36,18 @@ class CLmMgr {
 
     // The first port of that name, compared without regard to case, or null. An empty or null name finds
     // nothing.
-    LmPort* FindPort(const wchar_t* portName) const;
+    LmPort* FindPort(const wchar_t* portName) const VLM_REQUIRES(processState.monitorLock);
     // A new record at the head of the list, or null when memory runs out. `lowerMonitor` is the lower
     // monitor's handle; a null printer name is kept as an empty one. The lower table and the event are the
     // caller's to fill.
-    LmPort* CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName);
+    LmPort* CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName)
+        VLM_REQUIRES(processState.monitorLock);
     // Unlinks the record and frees it with its names. A record that is not in the list is left alone: false.
-    bool RemovePort(LmPort* port);
+    bool RemovePort(LmPort* port) VLM_REQUIRES(processState.monitorLock);
     // Bars every port at the same moment, then frees each with its event and, if open, its printer. Nothing
     // below is called. Waits a bounded time for those who are inside (remote_ports.h); false when somebody
     // still may be, in which case that port's record stays, and the manager has to as well.
-    bool CloseAllPorts();
+    bool CloseAllPorts() VLM_EXCLUDES(processState.monitorLock);
     // Whether the port's printer prints to several ports. A printer that cannot be asked is not pooled.
     bool IsPooledPrinter(const LmPort& port) const;
     // A copy of the port's printer name as it is now.
@@ -76,16 +77,16 @@ class CLmMgr {
                         bool viaLower);
 
  private:
-    CBidiMem bidiMem_;          // every container of a query goes through it; only read, hence by all threads
-    MONITORINIT* monitorInit_;  // the spooler's, valid as long as the manager
-    LmPort* ports_ = nullptr;
+    const CBidiMem bidiMem_;          // every container of a query goes through it
+    MONITORINIT* const monitorInit_;  // the spooler's, valid as long as the manager
+    LmPort* ports_ VLM_GUARDED_BY(processState.monitorLock) = nullptr;
     // The same records by their names, which they own. Of several with one name the first in the list is last
     // here.
-    std::multimap<const wchar_t*, LmPort*, NameLess> byName_;
+    std::multimap<const wchar_t*, LmPort*, NameLess> byName_ VLM_GUARDED_BY(processState.monitorLock);
 };
 
-// Frees a record that is in no list, with its names.
-void FreePortRecord(LmPort* port);
+// Frees a record that is in no list, with its names. Nobody else knows it any more.
+VLM_UNCHECKED void FreePortRecord(LmPort* port);
 
 // A zero-terminated copy in a block of the global heap, or null when memory runs out.
 wchar_t* DuplicateToGlobalHeap(const wchar_t* text);

@@ -4,11 +4,12 @@
 // OpenPortEx creates it, ClosePort or Shutdown frees it (CLmMgr does the work). The record and its two names
 // are zero-filled blocks of the global heap.
 //
-// Threads: the spooler uses one port from one thread at a time, but different ports at once. `next` and
-// `printerName` change only under the monitor lock (process_state.h), and so are `portEvent`, `lowerPort` and
-// `lower` set, because a remote caller may find the port while it is being opened; `flags` is atomic, because
-// such a caller marks a port too; `signature` is, because a Shutdown takes it away; everything else belongs
-// to the thread that runs the port's current operation.
+// Threads: the spooler uses one port from one thread at a time, but different ports at once. What is marked
+// so is touched under the monitor lock only. `portEvent`, `lowerPort` and `lower` are set under it, each
+// once, because a remote caller may find the port while it is being opened, and looks at them under the lock;
+// who has the port's handle or has found the port reads them without, since they do not change any more.
+// `flags` is atomic, because a remote caller marks a port too; `signature` is, because a Shutdown takes it
+// away; everything else belongs to the thread that runs the port's current operation.
 #pragma once
 
 #include <atomic>
@@ -16,6 +17,7 @@
 #include <cstdint>
 #include <type_traits>
 
+#include "monitor/process_state.h"
 #include "util/spooler_api.h"
 #include "util/trace_lines.h"
 
@@ -49,22 +51,26 @@ enum LmPortFlag : DWORD {
     LMPORT_JOB_RESTARTED = 0x8,  // the job was being restarted then
 };
 
-// Who holds the record, and how far it is on its way out (remote_ports.h). The counts and the mark beside
-// them are under the monitor lock.
+// Who holds the record, and how far it is on its way out (remote_ports.h).
 struct PortUse {
-    uint32_t callers;             // remote ones
-    uint32_t operations;          // of the spooler, but for WritePort and ReadPort, which must not count
-    bool lastCallerCloses;        // the close gave up waiting for them
+    // Remote callers.
+    uint32_t callers VLM_GUARDED_BY(processState.monitorLock);
+    // Operations of the spooler, but for WritePort and ReadPort, which must not count.
+    uint32_t operations VLM_GUARDED_BY(processState.monitorLock);
+    // The close gave up waiting for them.
+    bool lastCallerCloses VLM_GUARDED_BY(processState.monitorLock);
     std::atomic<bool> closing;    // nothing new is started below
     std::atomic<bool> belowGone;  // nothing below may be called at all
 };
 
 struct LmPort {
     std::atomic<uint32_t> signature;  // kLmPortSignature while the port is open
-    LmPort* next;                     // in the owning manager's list
+    // In the owning manager's list.
+    LmPort* next VLM_GUARDED_BY(processState.monitorLock);
     wchar_t* portName;
-    wchar_t* printerName;  // of the last job; never null
-    DWORD jobId;           // of the last job
+    // Of the last job; never null.
+    wchar_t* printerName VLM_GUARDED_BY(processState.monitorLock) VLM_PT_GUARDED_BY(processState.monitorLock);
+    DWORD jobId;  // of the last job
     std::atomic<uint32_t> flags;
     HANDLE lowerPort;     // the lower monitor's handle of this port; null when it could not open the port
     HANDLE lowerMonitor;  // the lower monitor's own handle

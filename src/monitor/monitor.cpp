@@ -55,8 +55,9 @@ bool IsWindows2000() {
     return VerifyVersionInfoW(&version, VER_MAJORVERSION | VER_MINORVERSION, condition) != FALSE;
 }
 
-// One table for all, alive as long as the module. Its size is set by each initialisation.
-constinit Monitor2Table table = [] {
+// One table for all, alive as long as the module. Its size is set by each initialisation, to the same number
+// each time, so that the spooler may look at it without our lock.
+constinit Monitor2Table table VLM_GUARDED_BY(processState.monitorLock) = [] {
     Monitor2Table filled{};
     filled.base.pfnOpenPortEx = OpenPortEx;
     filled.base.pfnStartDocPort = StartDocPort;

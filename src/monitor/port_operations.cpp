@@ -79,6 +79,11 @@ void OpenJobPrinter(LmPort& port, wchar_t* printer) {
     if (!OpenPrinterW(printer, &port.printer, nullptr)) port.printer = nullptr;
 }
 
+bool IsPrinterName(const LmPort& port, const wchar_t* printer) {
+    const LockGuard guard(processState.monitorLock);
+    return std::wcscmp(printer, port.printerName) == 0;
+}
+
 // False when memory for the new name runs out; the old name then stays.
 bool RenamePrinterAndOpen(LmPort& port, wchar_t* printer) {
     // The one place that calls the spooler under the monitor lock: whoever reads the name under the lock
@@ -215,7 +220,7 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
             return FALSE;
         }
         port->jobId = JobId;
-        if (std::wcscmp(pPrinterName, port->printerName) == 0) {
+        if (IsPrinterName(*port, pPrinterName)) {
             OpenJobPrinter(*port, pPrinterName);
         } else if (!RenamePrinterAndOpen(*port, pPrinterName)) {
             refuse(ERROR_NOT_ENOUGH_MEMORY, L"no memory for the printer's name");

@@ -19,16 +19,20 @@ static_assert(vpca::kPortJobActive == LMPORT_JOB_ACTIVE);
 CONDITION_VARIABLE somebodyLeft = CONDITION_VARIABLE_INIT;  // with the monitor lock
 bool portsLeftBehind VLM_GUARDED_BY(processState.monitorLock) = false;
 
-// Under the monitor lock. False when somebody is still inside at the deadline.
-template <typename IsEmpty>
-bool AwaitEmpty(ULONGLONG deadline, IsEmpty&& isEmpty) {
-    for (;;) {
-        if (isEmpty()) return true;
-        const ULONGLONG now = GetTickCount64();
-        if (now >= deadline) return false;
-        SleepConditionVariableCS(&somebodyLeft, &processState.monitorLock.section,
-                                 static_cast<DWORD>(deadline - now));
-    }
+// Lets go of the lock until somebody leaves a port. At the deadline it waits no more and is false.
+bool AwaitLeaver(ULONGLONG deadline) VLM_REQUIRES(processState.monitorLock) {
+    const ULONGLONG now = GetTickCount64();
+    if (now >= deadline) return false;
+    SleepConditionVariableCS(&somebodyLeft, &processState.monitorLock.section,
+                             static_cast<DWORD>(deadline - now));
+    return true;
+}
+
+// False when a remote caller is still inside at the deadline.
+bool AwaitCallers(const PortUse& use, ULONGLONG deadline) VLM_REQUIRES(processState.monitorLock) {
+    while (use.callers != 0)
+        if (!AwaitLeaver(deadline)) return false;
+    return true;
 }
 
 // ---- the lower port, as an exchange calls it: not at all any more once the port is being closed
@@ -140,8 +144,7 @@ bool PrepareToClose(LmPort& port) {
         const LockGuard guard(processState.monitorLock);
         port.use.closing.store(true);
         ++port.use.operations;
-        if (AwaitEmpty(GetTickCount64() + kCloseTimeout, [&port] { return port.use.callers == 0; }))
-            return true;
+        if (AwaitCallers(port.use, GetTickCount64() + kCloseTimeout)) return true;
         --port.use.operations;
         port.use.lastCallerCloses = true;
         WakeAllConditionVariable(&somebodyLeft);
@@ -161,9 +164,11 @@ void Bar(LmPort& port) {
     port.signature = kBarredPortSignature;
 }
 
-void AwaitLeavers(const LmPort& port, ULONGLONG deadline) {
+void AwaitLeavers(const LmPort* ports, ULONGLONG deadline) {
     const LockGuard guard(processState.monitorLock);
-    AwaitEmpty(deadline, [&port] { return port.use.callers == 0 && port.use.operations == 0; });
+    for (const LmPort* port = ports; port != nullptr; port = port->next)
+        while (port->use.callers != 0 || port->use.operations != 0)
+            if (!AwaitLeaver(deadline)) return;
 }
 
 Inside CutOff(LmPort& port) {
@@ -178,7 +183,6 @@ Inside CutOff(LmPort& port) {
         if (inside == Inside::kNobody) return inside;
         port.use.belowGone.store(true);
         port.signature = 0;
-        port.next = nullptr;
         portsLeftBehind = true;
     }
     TraceRefusal(port.portName,

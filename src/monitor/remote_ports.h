@@ -31,23 +31,22 @@ extern const rpc::PortDirectory kRemotePorts;
 
 // Bars the port and waits for its callers. True: nobody uses it and it is the caller's to close; false: the
 // last of them closes it. Takes the monitor lock, and lets go of it while it waits.
-bool PrepareToClose(LmPort& port);
+bool PrepareToClose(LmPort& port) VLM_EXCLUDES(processState.monitorLock);
 
 // Closes the port below, and frees the record with its event and names.
 void FinishClose(LmPort& port);
 
-// Bars a port for good. Under the monitor lock. EndDocPort still ends its document, as long as Shutdown
-// waits.
+// Bars a port for good. EndDocPort still ends its document, as long as Shutdown waits.
 inline constexpr DWORD kBarredPortSignature = 0x44455242;
-void Bar(LmPort& port);
+void Bar(LmPort& port) VLM_REQUIRES(processState.monitorLock);
 
-// Waits until nobody is inside a barred port, until `deadline` (GetTickCount64).
-void AwaitLeavers(const LmPort& port, ULONGLONG deadline);
+// Waits until nobody is inside any port of a list, all of them barred, until `deadline` (GetTickCount64).
+void AwaitLeavers(const LmPort* ports, ULONGLONG deadline) VLM_EXCLUDES(processState.monitorLock);
 
 // From here on nothing below a barred port is called, which is in no list any more. Unless nobody can be
 // inside it, its record must stay.
 enum class Inside { kNobody, kPerhapsAWrite, kSomebody };
-Inside CutOff(LmPort& port);
+Inside CutOff(LmPort& port) VLM_EXCLUDES(processState.monitorLock);
 
 // Whether Shutdown left a port behind that somebody may be inside of.
 bool HasPortsLeftBehind();

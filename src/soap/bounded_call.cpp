@@ -11,19 +11,20 @@ namespace vlm {
 
 namespace {
 
+// Without a destructor, as the list below, because a call may end while the module's statics are being
+// destroyed.
+SlimLock lock;
+
 struct Call {
     std::wstring peer;
     std::function<void()> work;
     KernelHandle ended;
-    // Under the lock.
-    bool cancelled = false;
-    bool isOver = false;
-    Call* next = nullptr;  // among those left behind
+    bool cancelled VLM_GUARDED_BY(lock) = false;
+    bool isOver VLM_GUARDED_BY(lock) = false;
+    Call* next VLM_GUARDED_BY(lock) = nullptr;  // among those left behind
 };
 
-// The calls left behind. A list through themselves and a lock without a destructor, because a call may end
-// while the module's statics are being destroyed.
-SlimLock lock;
+// The calls left behind: a list through themselves.
 Call* leftBehind VLM_GUARDED_BY(lock) = nullptr;
 
 bool IsCancelled(const Call& call) {

@@ -3,7 +3,9 @@
 //
 //   int starts VLM_GUARDED_BY(lock);       is touched with the lock held only
 //   void Register() VLM_REQUIRES(lock);    is called with the lock held only
-//   void AtDetach() VLM_UNCHECKED;         touches what is guarded all the same, for a reason that it gives
+//   void Await() VLM_EXCLUDES(lock);       takes the lock itself, and waits: nobody may call it with the lock
+//   held void AtDetach() VLM_UNCHECKED;         touches what is guarded all the same, for a reason that it
+//   gives
 #pragma once
 
 #include <windows.h>
@@ -18,6 +20,7 @@
 #define VLM_GUARDED_BY(lock) VLM_THREAD_SAFETY(guarded_by(lock))
 #define VLM_PT_GUARDED_BY(lock) VLM_THREAD_SAFETY(pt_guarded_by(lock))
 #define VLM_REQUIRES(lock) VLM_THREAD_SAFETY(requires_capability(lock))
+#define VLM_EXCLUDES(lock) VLM_THREAD_SAFETY(locks_excluded(lock))
 #define VLM_ACQUIRE(lock) VLM_THREAD_SAFETY(acquire_capability(lock))
 #define VLM_UNCHECKED VLM_THREAD_SAFETY(no_thread_safety_analysis)
 #define VLM_RELEASE VLM_THREAD_SAFETY(release_capability())

@@ -324,7 +324,11 @@ TEST_F(BidiQueryTest, StringOfOneSchemaComesFromTheEngineOrFromBelow) {
     AttachProcess(GetModuleHandleW(nullptr));
     {
         CLmMgr manager(nullptr);
-        LmPort* port = manager.CreatePort(&bidi, L"IP_office", L"Office");
+        LmPort* port = nullptr;
+        {
+            const LockGuard guard(processState.monitorLock);
+            port = manager.CreatePort(&bidi, L"IP_office", L"Office");
+        }
         port->lower.base = bidi.table;
         port->lowerPort = &bidi;
         const struct {

@@ -100,7 +100,7 @@ TEST_F(JobTest, JobForAnotherPrinterChangesThePortsPrinterName) {
     spooler.Add({L"Lobby", L"IP_office", nullptr, 0, nullptr, nullptr});
     const HANDLE port = MustOpen(lower, L"IP_office");
     ASSERT_TRUE(Start(port, kJob, L"Lobby"));
-    EXPECT_STREQ(Record(port).printerName, L"Lobby");
+    EXPECT_EQ(PrinterNameOf(port), L"Lobby");
     table.pfnEndDocPort(port);
     // A printer that the spooler does not know leaves the job untracked, not unprinted.
     ASSERT_TRUE(Start(port, kJob, L"Nowhere"));

@@ -50,6 +50,8 @@ class PortTest : public ::testing::Test {
         return table.pfnWritePort(handle, data, sizeof data, &written);
     }
     static const LmPort& Record(HANDLE handle) { return *static_cast<const LmPort*>(handle); }
+    // The module's lock is out of reach here; nothing else runs on the port.
+    VLM_UNCHECKED static std::wstring PrinterNameOf(HANDLE handle) { return Record(handle).printerName; }
     // Whether somebody could take the port's job lock now; takes and gives it back.
     static bool LockIsFree(HANDLE handle) {
         if (WaitForSingleObject(Record(handle).portEvent, 0) != WAIT_OBJECT_0) return false;

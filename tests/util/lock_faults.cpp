@@ -1,0 +1,36 @@
+// What a build with clang has to refuse: each function uses what a lock guards in a way of its own without it. That
+// nothing else compiles it shows that the words of locks.h reach the compiler.
+#include "util/locks.h"
+
+namespace vlm {
+
+SlimLock lock;
+int counter VLM_GUARDED_BY(lock) = 0;
+int* counters VLM_PT_GUARDED_BY(lock) = &counter;
+
+void Add(int value) VLM_REQUIRES(lock);
+void Await() VLM_EXCLUDES(lock);
+
+int ReadWithoutLock() {
+    return counter;
+}
+void WriteBehindLock() {
+    { const ExclusiveScope exclusive(lock); }
+    counter = 1;
+}
+int ReadThroughPointer() {
+    return *counters;
+}
+void CallWithoutLock() {
+    Add(1);
+}
+void WaitWithLock() {
+    const ExclusiveScope exclusive(lock);
+    Await();
+}
+void TakeTwice() {
+    const ExclusiveScope exclusive(lock);
+    const ExclusiveScope again(lock);
+}
+
+}  // namespace vlm
