@@ -1,5 +1,6 @@
 """vlmctl trace: what the monitor does in one process as it is seen from another."""
 
+import datetime
 import os
 import pathlib
 import queue
@@ -13,6 +14,7 @@ from companion import Companion, windows
 from vprinter import VirtualPrinter
 
 DOCUMENT = b"x" * 300_017
+STAMP = r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}[+-]\d\d:\d\d"
 
 
 class Listener:
@@ -78,7 +80,10 @@ class TraceTest(Companion):
                               text=True, timeout=60)
 
     def test_jobs_of_other_processes_are_shown_filtered_saved_and_counted(self):
-        listener = self.listen("--level", "info")
+        kept = pathlib.Path(self.folder.name) / "kept.log"
+        kept.write_text("what was there\n")
+        begin = datetime.datetime.now(datetime.timezone.utc) - datetime.timedelta(milliseconds=1)
+        listener = self.listen("--level", "info", "--save", kept)
         self.assertEqual(self.print_document("verbose").returncode, 0)
         listener.wait_for("job 1 ended")
         self.print_document("off")
@@ -93,8 +98,12 @@ class TraceTest(Companion):
         with self.subTest("lines"):
             self.assertEqual(len(seen), 3, seen)
             for line in (seen[0], seen[2]):
-                self.assertRegex(line, rf'^\d\d:\d\d:\d\d\.\d{{3}} +\d+ Info: port "{self.port}": '
+                self.assertRegex(line, rf'^{STAMP} +\d+ Info: port "{self.port}": '
                                        rf"job 1 ended, {len(DOCUMENT)} bytes, 0 failed writes, \d+ ms$")
+                written = datetime.datetime.fromisoformat(line.split()[0])
+                self.assertTrue(begin < written < datetime.datetime.now(datetime.timezone.utc), line)
+        with self.subTest("what is kept"):
+            self.assertEqual(kept.read_text().splitlines(), ["what was there", *seen])
         with self.subTest("summary of the saved lines"):
             saved = pathlib.Path(self.folder.name) / "trace.log"
             saved.write_text("\n".join(seen) + "\nError: something else\n")
@@ -145,6 +154,7 @@ class TraceTest(Companion):
     def test_saved_trace_that_cannot_be_read_is_refused(self):
         for path in (self.folder.name, pathlib.Path(self.folder.name) / "none"):
             self.fails("trace", "--file", path, says=f"^vlmctl: cannot read {path}$")
+            self.fails("trace", "--save", pathlib.Path(path) / "none" / "x", "--seconds", "1", says="cannot write .*x: ")
 
 
 if __name__ == "__main__":

@@ -4,11 +4,11 @@
 #include <tlhelp32.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <atomic>
-#include <filesystem>
-#include <fstream>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "spooler/host/monitor_host.h"
@@ -17,7 +17,10 @@
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/trace/debug_output.h"
 #include "tools/vlmctl/trace/trace_command.h"
+#include "tools/vlmctl/trace/trace_file.h"
 #include "tools/vlmctl/trace/trace_line.h"
+#include "tools/vlmctl/trace/trace_summary.h"
+#include "util/handles.h"
 #include "util/names.h"
 
 namespace vlm::ctl {
@@ -26,12 +29,20 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr auto kPause = 50ms;
+
 struct TraceOptions {
     std::string file;
+    std::string since;
+    std::string save;
+    std::string metrics;  // "": standard output
     std::string port;
     std::string level = "verbose";
     double seconds = 0;  // 0: until Ctrl+C
+    bool follow = false;
     bool summary = false;
+    bool json = false;
+    bool asMetrics = false;
     bool all = false;
 };
 
@@ -86,58 +97,152 @@ bool IsWanted(const TraceOptions& options, const TraceLine& line) {
            (options.port.empty() || SameName(options.port, line.port));
 }
 
-std::string TimeOfDay() {
-    SYSTEMTIME now;
-    GetLocalTime(&now);
-    return fmt::format("{:02}:{:02}:{:02}.{:03}", now.wHour, now.wMinute, now.wSecond, now.wMilliseconds);
+// Where lines are saved, behind those that are there already.
+class SavedTrace {
+ public:
+    explicit SavedTrace(const std::string& name) : name_(name) {
+        if (name.empty()) return;
+        file_.Reset(CreateFileW(host::FromUtf8(name).c_str(), FILE_APPEND_DATA,
+                                FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
+                                FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!file_)
+            throw CommandError("cannot write " + Shown(name) + ": " + host::ErrorText(GetLastError()));
+    }
+
+    void Add(std::string line) {
+        if (!file_) return;
+        line += '\n';
+        DWORD written = 0;
+        if (!WriteFile(file_.Get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr) ||
+            written != line.size())
+            throw CommandError("cannot write " + Shown(name_) + ": " + host::ErrorText(GetLastError()));
+    }
+
+ private:
+    std::string name_;
+    File file_;
+};
+
+// What becomes of the lines.
+class Outlet {
+ public:
+    explicit Outlet(const TraceOptions& options) : options_(options), saved_(options.save) {}
+
+    // `text` is the whole line, with time and process.
+    void Take(const TraceLine& line, std::optional<TraceTime> time, const std::string& text) {
+        ++taken_;
+        summary_.Add(line, time);
+        saved_.Add(text);
+        if (!options_.summary) Print(text);
+    }
+    // While it goes on. Who collects metrics from a file looks at it every now and then.
+    void Refresh() {
+        const auto now = std::chrono::steady_clock::now();
+        if (!options_.asMetrics || options_.metrics.empty() || options_.metrics == "-" || now < next_) return;
+        WriteMetrics(summary_.ToMetrics(), options_.metrics);
+        next_ = now + 15s;
+    }
+    void End() const {
+        if (options_.asMetrics)
+            WriteMetrics(summary_.ToMetrics(), options_.metrics);
+        else if (options_.json)
+            PrintJson(summary_.ToJson());
+        else if (options_.summary)
+            summary_.Print();
+    }
+    bool Empty() const { return taken_ == 0; }
+
+ private:
+    const TraceOptions& options_;
+    SavedTrace saved_;
+    TraceSummary summary_;
+    size_t taken_ = 0;
+    std::chrono::steady_clock::time_point next_;
+};
+
+// Whether what was begun now has gone on for long enough.
+class Duration {
+ public:
+    explicit Duration(double seconds) : seconds_(seconds) {}
+    bool IsOver() const {
+        return interrupted.load() || (seconds_ > 0 && std::chrono::steady_clock::now() - begin_ >=
+                                                          std::chrono::duration<double>(seconds_));
+    }
+
+ private:
+    double seconds_;
+    std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+};
+
+// The whole line without what could steer a terminal. Some viewers put tabs between their columns.
+std::string Safe(std::string line) {
+    std::replace(line.begin(), line.end(), '\t', ' ');
+    return host::ToUtf8(Printable(host::FromUtf8(line), line.size()));
 }
 
-void ReadFile(const TraceOptions& options, TraceSummary& summary) {
-    const std::filesystem::path path = host::FromUtf8(options.file);
-    std::ifstream file(path);
-    if (!file || std::filesystem::is_directory(path)) throw CommandError("cannot read " + options.file);
-    for (std::string text; std::getline(file, text);) {
+void ReadSaved(const TraceOptions& options, Outlet& outlet) {
+    std::optional<TraceTime> since;
+    if (!options.since.empty()) since = ParseSince(options.since, Now());
+    TraceFile file(options.file, options.follow);
+    const Duration duration(options.follow ? options.seconds : 0);
+    std::optional<TraceTime> last;
+    size_t undated = 0;
+    const auto take = [&](const std::string& text) {
         const TraceLine line = ParseTraceLine(text);
-        if (text.empty() || !IsWanted(options, line)) continue;
-        summary.Add(line);
-        if (!options.summary) PrintLine("{}", text);
+        // A line without a date was written after the one before it.
+        if (line.time) last = line.time;
+        if (text.empty() || !IsWanted(options, line)) return;
+        if (since && !last) ++undated;
+        if (since && (!last || *last < *since)) return;
+        outlet.Take(line, last, Safe(text));
+    };
+    std::string text;
+    for (TraceFile::Next next; (next = file.Read(&text)) != TraceFile::Next::kEnd && !duration.IsOver();) {
+        outlet.Refresh();
+        if (next == TraceFile::Next::kLine)
+            take(text);
+        else
+            std::this_thread::sleep_for(kPause);
+    }
+    if (options.follow) take(file.Rest());
+    if (undated != 0) {
+        std::fprintf(stderr, "%zu line%s left out, since the file has no date before\n", undated,
+                     undated == 1 ? " was" : "s were");
     }
 }
 
-void Listen(const TraceOptions& options, TraceSummary& summary) {
-    SetConsoleCtrlHandler(Interrupt, TRUE);
+void Listen(const TraceOptions& options, Outlet& outlet) {
     DebugOutput output;
     std::fprintf(
         stderr, "listening to the debugger output%s; Ctrl+C ends\n",
         output.HearsServices() ? "" : " of this session, which takes an administrator to hear the spooler");
     std::fflush(stderr);
     MonitorProcesses monitors;
-    const auto begin = std::chrono::steady_clock::now();
-    const std::chrono::duration<double> duration(options.seconds);
-    const auto ends = [&] {
-        return interrupted.load() ||
-               (options.seconds > 0 && std::chrono::steady_clock::now() - begin >= duration);
-    };
-    while (!ends()) {
+    const Duration duration(options.seconds);
+    while (!duration.IsOver()) {
+        outlet.Refresh();
         DebugLine heard;
-        if (!output.Next(50ms, &heard)) continue;
+        if (!output.Next(kPause, &heard)) continue;
         const TraceLine line = ParseTraceLine(heard.text);
         if (!options.all && !monitors.Wrote(heard.process, line)) continue;
         if (!IsWanted(options, line)) continue;
-        summary.Add(line);
-        if (!options.summary) PrintLine("{} {:>5} {}", TimeOfDay(), heard.process, heard.text);
+        const TraceTime now = Now();
+        outlet.Take(line, now, fmt::format("{} {:>5} {}", TimeText(now), heard.process, heard.text));
     }
     if (output.LinesLost() != 0)
         std::fprintf(stderr, "%zu lines came faster than they could be shown\n", output.LinesLost());
 }
 
 void FollowTrace(const TraceOptions& options) {
-    TraceSummary summary;
+    SetConsoleCtrlHandler(Interrupt, TRUE);
+    Outlet outlet(options);
     if (options.file.empty())
-        Listen(options, summary);
+        Listen(options, outlet);
     else
-        ReadFile(options, summary);
-    if (options.summary) summary.Print();
+        ReadSaved(options, outlet);
+    outlet.End();
+    if (!options.file.empty() && !options.follow && !options.asMetrics && outlet.Empty())
+        throw CommandError("the saved trace has no such line", kNothingFound);
 }
 
 }  // namespace
@@ -145,8 +250,26 @@ void FollowTrace(const TraceOptions& options) {
 void AddTraceCommand(CLI::App& app) {
     auto options = std::make_shared<TraceOptions>();
     CLI::App* command = app.add_subcommand("trace", "Show what the monitor traces in any process");
-    command->add_flag("--summary", options->summary, "Count by port instead of showing lines");
-    command->add_option("--file", options->file, "Read a saved trace instead of listening");
+    CLI::Option* summary =
+        command->add_flag("--summary", options->summary, "Count by port instead of showing lines");
+    CLI::Option* json = command->add_flag("--json", options->json, "The counts as JSON")->needs(summary);
+    CLI::Option* metrics =
+        command
+            ->add_option("--metrics", options->metrics,
+                         "The counts as metrics for Prometheus, into this file or to standard "
+                         "output; while lines come the file is renewed every 15 seconds")
+            ->type_name("[FILE]")
+            ->expected(0, 1)
+            ->needs(summary)
+            ->excludes(json);
+    CLI::Option* file = command->add_option("--file", options->file,
+                                            "Read a saved trace instead of listening; - is standard input");
+    command->add_flag("--follow", options->follow, "Go on with what is written to the file")->needs(file);
+    command
+        ->add_option("--since", options->since,
+                     "Only lines from then on: 10m or 2h ago, 17:44, 2026-11-22, 2026-11-22T17:44:36+01:00")
+        ->needs(file);
+    command->add_option("--save", options->save, "Add the lines to this file, too")->excludes(file);
     command->add_option("--port", options->port, "Only lines about this port");
     command
         ->add_option("--level", options->level, "error, info or verbose: only lines of that level or above")
@@ -154,7 +277,10 @@ void AddTraceCommand(CLI::App& app) {
     command->add_option("--seconds", options->seconds, "End after that time instead of at Ctrl+C")
         ->check(CLI::Range(0.0, 86'400.0));
     command->add_flag("--all", options->all, "Also what programs without the monitor write");
-    command->callback([options] { FollowTrace(*options); });
+    command->callback([options, metrics] {
+        options->asMetrics = metrics->count() > 0;
+        FollowTrace(*options);
+    });
 }
 
 }  // namespace vlm::ctl

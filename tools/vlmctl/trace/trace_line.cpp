@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <charconv>
 
-#include "spooler/host/monitor_host.h"
-#include "tools/vlmctl/console/console.h"
-
 namespace vlm::ctl {
 
 namespace {
@@ -30,6 +27,14 @@ std::uint64_t NumberBefore(std::string_view text, std::string_view unit) {
     return number;
 }
 
+std::uint64_t NumberBehind(std::string_view text, std::string_view word) {
+    const size_t at = text.find(word);
+    std::uint64_t number = 0;
+    if (at != std::string_view::npos)
+        std::from_chars(text.data() + at + word.size(), text.data() + text.size(), number);
+    return number;
+}
+
 // What stands between the quotes behind `subject`, and the rest of the text behind them. False when the text
 // does not begin so.
 bool TakeSubject(std::string_view& text, std::string_view subject, std::string* name) {
@@ -49,25 +54,20 @@ TracedEnd EndOf(std::string_view what) {
     return what.starts_with("exchange ") ? TracedEnd::kExchange : TracedEnd::kNone;
 }
 
-size_t WidthOf(const std::string& utf8) {
-    return host::FromUtf8(utf8).size();
-}
-
-template <typename Map>
-size_t NameWidth(const Map& map, size_t least) {
-    for (const auto& entry : map)
-        least = std::max(least, WidthOf(entry.first));
-    return least;
-}
-
-std::string Padded(const std::string& name, size_t width) {
-    return name + std::string(width - WidthOf(name), ' ');
+// The time and the process that "vlmctl trace" writes before each line.
+void TakeStamp(std::string_view& line, std::optional<TraceTime>* time) {
+    *time = TakeTime(line);
+    if (!*time && !TakeTimeOfDay(line)) return;
+    const size_t process = std::min(line.find_first_not_of(' '), line.size());
+    const size_t end = line.find_first_not_of("0123456789", process);
+    if (end != std::string_view::npos && end > process && line[end] == ' ') line.remove_prefix(end + 1);
 }
 
 }  // namespace
 
 TraceLine ParseTraceLine(std::string_view line) {
     TraceLine parsed;
+    TakeStamp(line, &parsed.time);
     for (const Mark& mark : kMarks) {
         for (const std::string_view subject : {"port \"", "host \""}) {
             const size_t at = line.find(std::string(mark.text).append(subject));
@@ -90,45 +90,8 @@ TraceLine ParseTraceLine(std::string_view line) {
     parsed.bytes = NumberBefore(counts, " bytes");
     parsed.failedWrites = NumberBefore(counts, " failed writes");
     parsed.milliseconds = NumberBefore(counts, " ms");
+    parsed.status = NumberBehind(counts, " status ");
     return parsed;
-}
-
-void TraceSummary::Add(const TraceLine& line) {
-    const bool onPort = line.level != TraceLevel::kError ? line.host.empty() : !line.port.empty();
-    if (line.level == TraceLevel::kError && !onPort) {
-        ++otherErrors_;
-        return;
-    }
-    if (line.level == TraceLevel::kVerbose) return;
-    Counts& counts = onPort ? ports_[line.port] : hosts_[line.host];
-    counts.jobs += line.end == TracedEnd::kJob ? 1 : 0;
-    counts.queries += line.end == TracedEnd::kQuery ? 1 : 0;
-    counts.calls += line.end == TracedEnd::kRemoteCall ? 1 : 0;
-    counts.exchanges += line.end == TracedEnd::kExchange ? 1 : 0;
-    counts.errors += line.level == TraceLevel::kError ? 1 : 0;
-    counts.bytes += line.bytes;
-    counts.failedWrites += line.failedWrites;
-    counts.milliseconds += line.milliseconds;
-}
-
-void TraceSummary::Print() const {
-    size_t width = NameWidth(ports_, 4);
-    PrintLine("{}  {:>6}  {:>12}  {:>13}  {:>7}  {:>6}  {:>6}  {:>9}", Padded("PORT", width), "JOBS", "BYTES",
-              "FAILED WRITES", "QUERIES", "CALLS", "ERRORS", "MS");
-    for (const auto& [name, counts] : ports_) {
-        PrintLine("{}  {:>6}  {:>12}  {:>13}  {:>7}  {:>6}  {:>6}  {:>9}", Padded(name, width), counts.jobs,
-                  counts.bytes, counts.failedWrites, counts.queries, counts.calls, counts.errors,
-                  counts.milliseconds);
-    }
-    if (otherErrors_ != 0) PrintLine("errors on no port: {}", otherErrors_);
-    if (hosts_.empty()) return;
-    width = NameWidth(hosts_, 4);
-    PrintLine("");
-    PrintLine("{}  {:>9}  {:>12}  {:>9}", Padded("HOST", width), "EXCHANGES", "BYTES", "MS");
-    for (const auto& [name, counts] : hosts_) {
-        PrintLine("{}  {:>9}  {:>12}  {:>9}", Padded(name, width), counts.exchanges, counts.bytes,
-                  counts.milliseconds);
-    }
 }
 
 }  // namespace vlm::ctl

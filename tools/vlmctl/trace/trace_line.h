@@ -1,12 +1,13 @@
-// The monitor's trace lines, read back: what each is about, and how much was done by all of them together.
-// The formats are those of util/trace_lines.h.
+// The monitor's trace lines, read back: when each was written, what it is about, what it counts. The formats
+// are those of util/trace_lines.h.
 #pragma once
 
 #include <cstdint>
-#include <map>
+#include <optional>
 #include <string>
 #include <string_view>
 
+#include "tools/vlmctl/trace/trace_time.h"
 #include "util/vlutil.h"
 
 namespace vlm::ctl {
@@ -15,7 +16,8 @@ enum class TracedEnd { kNone, kJob, kQuery, kRemoteCall, kExchange };
 
 // One line. The counts are 0 where the line has none.
 struct TraceLine {
-    std::string text;  // the line itself, without what a saved trace has before it
+    std::optional<TraceTime> time;  // of a saved line, if it has a date
+    std::string text;               // the line itself, without what a saved trace has before it
     TraceLevel level = TraceLevel::kError;
     std::string port;  // empty for a line that is about no port
     std::string host;
@@ -23,31 +25,10 @@ struct TraceLine {
     std::uint64_t bytes = 0;
     std::uint64_t failedWrites = 0;
     std::uint64_t milliseconds = 0;
+    std::uint64_t status = 0;  // of an exchange
 };
 
 // Takes any line apart. What has no level of its own is an error, as in the monitor.
 TraceLine ParseTraceLine(std::string_view line);
-
-// Adds up lines and prints one table of ports, and one of hosts that were asked over HTTP.
-class TraceSummary {
- public:
-    void Add(const TraceLine& line);
-    void Print() const;
-
- private:
-    struct Counts {
-        std::uint64_t jobs = 0;
-        std::uint64_t bytes = 0;
-        std::uint64_t failedWrites = 0;
-        std::uint64_t queries = 0;
-        std::uint64_t calls = 0;
-        std::uint64_t exchanges = 0;
-        std::uint64_t errors = 0;
-        std::uint64_t milliseconds = 0;
-    };
-    std::map<std::string, Counts> ports_;
-    std::map<std::string, Counts> hosts_;
-    std::uint64_t otherErrors_ = 0;
-};
 
 }  // namespace vlm::ctl
