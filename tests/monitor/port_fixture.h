@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "monitor/event_window.h"
 #include "monitor/lm_port.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/standin.h"
@@ -19,6 +20,10 @@ inline constexpr DWORD kJob = 7;
 // The module's one export; null when it has none.
 inline auto EntryOf(const Module& module) {
     return FindFunction<MONITOR2 * WINAPI(MONITORINIT*, HANDLE*)>(module.Get(), "InitializePrintMonitor2");
+}
+
+inline HWND EventWindow() {
+    return FindWindowW(kEventWindowClass, kEventWindowTitle);
 }
 
 class PortTest : public ::testing::Test {
