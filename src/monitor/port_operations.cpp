@@ -13,14 +13,9 @@
 #include "monitor/process_state.h"
 #include "monitor/remote_ports.h"
 #include "util/handles.h"
+#include "util/noinline.h"
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
-
-#if defined(_MSC_VER)
-#define VLM_NOINLINE __declspec(noinline)
-#else
-#define VLM_NOINLINE __attribute__((noinline, cold))
-#endif
 
 namespace vlm {
 

@@ -65,8 +65,11 @@ TEST_F(BidiLoadTest, ManyQueriesLeaveNothing) {
     for (int i = 0; i < 200; ++i)
         query();
     const Resources after = CountResources();
-    EXPECT_LE(after.handles, before.handles + 2);
-    EXPECT_LE(after.threads, before.threads + 1);
+    // What a query leaves is there 200 times, or 50 when only a printer that is off causes it. A few threads
+    // of the system's pools, each with its handles, come and go meanwhile, more of them when other tests ran
+    // before.
+    EXPECT_LE(after.handles, before.handles + 20);
+    EXPECT_LE(after.threads, before.threads + 10);
     EXPECT_LE(after.heapBlocks, before.heapBlocks + 20);
     EXPECT_TRUE(table.pfnClosePort(port));
 }

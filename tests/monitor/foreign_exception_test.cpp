@@ -2,6 +2,7 @@
 // monitor to whoever handles them further out, and nothing is undone on their way. What does a process that
 // survives one find?
 #include "tests/monitor/port_fixture.h"
+#include "util/noinline.h"
 
 namespace vlm::test {
 namespace {
@@ -20,7 +21,7 @@ LONG WINAPI Survive(EXCEPTION_POINTERS* exception) {
 }
 
 // Whether an exception came out of the operation and past every frame.
-__attribute__((noinline)) bool PassesThrough(const std::function<void()>& operation) {
+VLM_NOINLINE bool PassesThrough(const std::function<void()>& operation) {
     const auto before = SetUnhandledExceptionFilter(Survive);
     armed = true;
     RtlCaptureContext(&wayOut);
