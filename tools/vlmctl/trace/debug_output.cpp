@@ -76,7 +76,7 @@ void DebugOutput::Take(const Channel& channel) {
     std::memcpy(&buffer, channel.buffer.Get(), sizeof buffer);
     SetEvent(channel.ready.Get());
     const std::wstring text = FromCodePage(buffer.text, strnlen(buffer.text, sizeof buffer.text));
-    const std::lock_guard guard(mutex_);
+    const ExclusiveScope exclusive(lock_);
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find_first_of(L"\r\n", begin), text.size());
         if (end > begin) {
@@ -88,19 +88,24 @@ void DebugOutput::Take(const Channel& channel) {
         }
         begin = end + 1;
     }
-    arrived_.notify_one();
+    WakeConditionVariable(&arrived_);
 }
 
 bool DebugOutput::Next(std::chrono::milliseconds wait, DebugLine* line) {
-    std::unique_lock guard(mutex_);
-    if (!arrived_.wait_for(guard, wait, [this] { return !lines_.empty(); })) return false;
+    const ULONGLONG deadline = GetTickCount64() + static_cast<ULONGLONG>(wait.count());
+    const ExclusiveScope exclusive(lock_);
+    while (lines_.empty()) {
+        const ULONGLONG now = GetTickCount64();
+        if (now >= deadline) return false;
+        SleepConditionVariableSRW(&arrived_, &lock_.lock, static_cast<DWORD>(deadline - now), 0);
+    }
     *line = std::move(lines_.front());
     lines_.pop_front();
     return true;
 }
 
 size_t DebugOutput::LinesLost() {
-    const std::lock_guard guard(mutex_);
+    const ExclusiveScope exclusive(lock_);
     return lost_;
 }
 

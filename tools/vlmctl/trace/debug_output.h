@@ -8,14 +8,13 @@
 #include <windows.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <deque>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "util/handles.h"
+#include "util/locks.h"
 
 namespace vlm::ctl {
 
@@ -59,10 +58,10 @@ class DebugOutput {
     std::vector<Channel> channels_;
     bool hearsServices_ = false;
     KernelHandle stop_;
-    std::mutex mutex_;
-    std::condition_variable arrived_;
-    std::deque<DebugLine> lines_;
-    size_t lost_ = 0;
+    SlimLock lock_;
+    CONDITION_VARIABLE arrived_ = CONDITION_VARIABLE_INIT;  // with the lock
+    std::deque<DebugLine> lines_ VLM_GUARDED_BY(lock_);
+    size_t lost_ VLM_GUARDED_BY(lock_) = 0;
     std::thread thread_;
 };
 
