@@ -169,9 +169,10 @@ const Row kRows[] = {
     // As long as the client takes it.
     {"AnnouncedLengthWithoutEnd",
      kFailed,
-     {ReadRequest(), Send("HTTP/1.1 200 OK\r\nContent-Length: 9223372036854775808\r\n\r\n"), kFlood}},
+     {ReadRequest(), Send("HTTP/1.1 200 OK\r\nContent-Length: 9223372036854775808\r\n\r\n"), kFlood},
+     kBody},
     {"ChunkExtensionWithoutEnd", kFailed, {ReadRequest(), Send(kChunkedHead + "5;"), kFlood}, kBody},
-    {"FaultWithoutEnd", kBadFault, {ReadRequest(), Send("HTTP/1.1 500 Oops\r\n\r\n"), kFlood}},
+    {"FaultWithoutEnd", kBadFault, {ReadRequest(), Send("HTTP/1.1 500 Oops\r\n\r\n"), kFlood}, kBody},
     {"StatusLineWithoutEnd", kFailed, {ReadRequest(), Send("HTTP/1.1 200 "), kFlood}, kHead},
     {"HeaderLinesWithoutEnd",
      kFailed,
