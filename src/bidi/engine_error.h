@@ -1,50 +1,48 @@
 // How the Bidi engine's files raise failures and how its entry points stop them.
 #pragma once
 
-#include <new>
 #include <string>
 
 #include "util/comerror.h"
+#include "util/outcome.h"
 #include "util/vlutil.h"
 
 namespace vlm {
 
 // All files of the engine report under one source name, with the line of the call (a builtin that every
-// compiler of ours knows).
-[[noreturn]] inline void ThrowEngineError(HRESULT hr, unsigned line = __builtin_LINE()) {
-    throw CComErrorEx(hr, "velunbidispl", line);
+// compiler of ours knows). The reason names the file or the element, and is printable.
+[[noreturn]] inline void ThrowEngineError(HRESULT hr, const std::wstring& reason = {},
+                                          unsigned line = __builtin_LINE()) {
+    throw CComErrorEx(hr, "velunbidispl", line, reason.c_str());
+}
+
+// For a failure whose line in the trace has a wording of its own, which readers of traces know.
+[[noreturn]] inline void ThrowTracedError(HRESULT hr, const std::wstring& traced, const std::wstring& reason,
+                                          unsigned line = __builtin_LINE()) {
+    Trace(L"Error: %ls\r\n", traced.c_str());
+    ThrowEngineError(hr, reason, line);
 }
 
 inline void CheckEngine(HRESULT hr, unsigned line = __builtin_LINE()) {
-    if (FAILED(hr)) ThrowEngineError(hr, line);
+    if (FAILED(hr)) ThrowEngineError(hr, {}, line);
 }
 
 // Runs one entry point of the engine. What it throws ends here: as its HRESULT, with its report in the trace.
-// Every failure leaves a line that tells which printer and which operation it was.
+// `reason` becomes that of the exception, empty without one.
 template <typename Operation>
-HRESULT GuardEntry(const std::wstring& printer, const wchar_t* name, Operation&& operation) noexcept {
-    HRESULT hr = E_FAIL;
-    bool unexpected = true;
+HRESULT GuardEntry(const wchar_t* name, std::wstring* reason, Operation&& operation) noexcept {
+    Outcome outcome;
     try {
-        hr = operation();
-        unexpected = false;
+        outcome.code = operation();
     } catch (const CComErrorEx& error) {
         Trace(L"%ls", error.Message());
-        hr = error.Error();
-        unexpected = false;
-    } catch (const _com_error& error) {
-        hr = error.Error();
-    } catch (const std::bad_alloc&) {
-        hr = E_OUTOFMEMORY;
+        outcome = CaughtOutcome();
     } catch (...) {
-        hr = E_FAIL;
+        outcome = CaughtOutcome();
+        Trace(L"Error: Unexpected failure from CVelunBidiSpl::%ls\r\n", name);
     }
-    if (unexpected) Trace(L"Error: Unexpected failure from CVelunBidiSpl::%ls\r\n", name);
-    if (FAILED(hr)) {
-        Trace(L"CVelunBidiSpl::%ls for printer \"%ls\" gives 0x%08x\r\n", name, printer.c_str(),
-              static_cast<unsigned>(hr));
-    }
-    return hr;
+    reason->swap(outcome.reason);
+    return outcome.code;
 }
 
 }  // namespace vlm

@@ -15,29 +15,36 @@ namespace vlm {
 namespace {
 
 [[noreturn]] void Refuse(const std::wstring& path, const wchar_t* why) {
-    Trace(L"Error: extension file %ls %ls\r\n", Printable(path, MAX_PATH).c_str(), why);
-    ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA));
+    ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA),
+                     L"extension file " + Printable(path, MAX_PATH) + L" " + why);
 }
 
-// Reads the file and looks at it before the parser does. Nothing for a file that cannot be opened or read.
-std::optional<std::string> ReadWithinBounds(const std::wstring& path) {
+[[noreturn]] void RefuseUnreadable(const std::wstring& path) {
+    const std::wstring why = DescribeHresult(HRESULT_FROM_WIN32(GetLastError()));
+    const std::wstring shown = Printable(path, MAX_PATH);
+    ThrowTracedError(E_FAIL, L"Unable to load file " + shown,
+                     L"extension file \"" + shown + L"\" cannot be read: " + why);
+}
+
+// Reads the file and looks at it before the parser does.
+std::string ReadWithinBounds(const std::wstring& path) {
     // The parser would fetch an address from the network.
     if (path.find(L"://") != std::wstring::npos) Refuse(path, L"is not a file");
     const File file(CreateFileW(path.c_str(), GENERIC_READ,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    if (!file) return std::nullopt;
+    if (!file) RefuseUnreadable(path);
     // A pipe or a device might never end.
     if (GetFileType(file.Get()) != FILE_TYPE_DISK) Refuse(path, L"is not a file");
     LARGE_INTEGER size{};
-    if (!GetFileSizeEx(file.Get(), &size)) return std::nullopt;
+    if (!GetFileSizeEx(file.Get(), &size)) RefuseUnreadable(path);
     if (static_cast<ULONGLONG>(size.QuadPart) > kExtensionFileLimits.bytes) {
         Refuse(path, Describe(XmlRefusal::kTooLarge));
     }
     std::string text(static_cast<size_t>(size.QuadPart), '\0');
     DWORD read = 0;
     if (!ReadFile(file.Get(), text.data(), static_cast<DWORD>(text.size()), &read, nullptr))
-        return std::nullopt;
+        RefuseUnreadable(path);
     text.resize(read);
     const XmlRefusal refusal = CheckXmlBounds(text, kExtensionFileLimits);
     if (refusal != XmlRefusal::kNone) Refuse(path, Describe(refusal));
@@ -144,9 +151,8 @@ class Reader {
 
 SchemaElement ReadExtensionFile(const std::wstring& path, QueryBudget& budget) {
     budget.CheckTime(path);
-    // What cannot be read is as good as empty: the parser refuses it by name. It never opens the file itself,
-    // which might be another one by then, that nobody has looked at.
-    const std::string text = ReadWithinBounds(path).value_or("");
+    // The parser never opens the file itself, which might be another one by then, that nobody has looked at.
+    const std::string text = ReadWithinBounds(path);
     budget.Spend(Expense::kFileBytes, text.size(), path);
     CXMLDoc document;
     document.Init();
@@ -173,7 +179,7 @@ class ChildIndex {
             const auto found = byTag_.find(wanted.tag);
             return found != byTag_.end() ? std::optional(found->second) : std::nullopt;
         }
-        RefuseApostrophe(*wanted.name);
+        RefuseApostrophe(*wanted.name, DescribeElement(wanted));
         const auto found = byTagAndName_.find(std::pair(wanted.tag, *wanted.name));
         return found != byTagAndName_.end() ? std::optional(found->second) : std::nullopt;
     }
@@ -185,7 +191,7 @@ class ChildIndex {
 
 void Merge(SchemaElement& existing, SchemaElement&& added) {
     if (existing.kind == ElementKind::kSchema && added.kind == ElementKind::kSchema) {
-        ReconcileNamespaces(existing.namespaces, added.namespaces);
+        ReconcileNamespaces(existing.namespaces, added.namespaces, Printable(*added.file, MAX_PATH));
     }
     if (added.children.empty()) return;
     ChildIndex index(existing);
@@ -202,7 +208,7 @@ void Merge(SchemaElement& existing, SchemaElement&& added) {
 }  // namespace
 
 void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,
-                         const std::vector<NamespaceDeclaration>& added) {
+                         const std::vector<NamespaceDeclaration>& added, const std::wstring& source) {
     for (const NamespaceDeclaration& declaration : added) {
         const auto known = std::find_if(
             declarations.begin(), declarations.end(),
@@ -210,12 +216,12 @@ void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,
         if (known == declarations.end()) {
             declarations.push_back(declaration);
         } else if (known->uri != declaration.uri) {
-            Trace(
-                L"Error: Mismatch in extension file(s) and/or WSD stream - same prefix \"%ls\" refers to "
-                L"different "
-                L"namespace URLs\r\n",
-                Printable(declaration.prefix).c_str());
-            ThrowEngineError(E_FAIL);
+            const std::wstring prefix = L"prefix \"" + Printable(declaration.prefix);
+            ThrowTracedError(E_FAIL,
+                             L"Mismatch in extension file(s) and/or WSD stream - same " + prefix +
+                                 L"\" refers to different namespace URLs",
+                             prefix + L"\" is \"" + Printable(declaration.uri) + L"\" in " + source +
+                                 L", and \"" + Printable(known->uri) + L"\" in the extension files before");
         }
     }
 }
@@ -240,7 +246,7 @@ SchemaElement LoadExtensionFiles(const wchar_t* fileListXml, QueryBudget& budget
     }
     if (!merged) {
         Trace(L"No extension files found in\r\n%ls\r\n", Printable(fileListXml, 1024).c_str());
-        ThrowEngineError(E_FAIL);
+        ThrowEngineError(E_FAIL, L"the driver names no extension files");
     }
     return *std::move(merged);
 }

@@ -16,18 +16,21 @@ constexpr size_t kLongestFilter = 65'536;
 template <typename Select>
 auto AnswerSearch::Run(const std::wstring& filter, const SchemaElement& cause, Select select) const {
     if (filter.size() > kLongestFilter) {
-        Trace(L"Error: a filter may have at most %d characters with its parameters' values: %ls\r\n",
-              static_cast<int>(kLongestFilter), DescribeElement(cause).c_str());
-        ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
+        ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA),
+                         L"a filter may have at most " + std::to_wstring(kLongestFilter) +
+                             L" characters with its parameters' values: " + DescribeElement(cause));
     }
     const std::wstring xpath = L"//" + filter;
     const std::optional<double> work = EstimateWork(xpath, shape_);
     if (work) budget_.SpendSearch(*work, cause);
+    const auto refuse = [&](HRESULT hr) {
+        ThrowEngineError(hr, L"filter " + Printable(filter) + L" cannot be used: " + DescribeElement(cause));
+    };
+    if (!work) refuse(E_FAIL);
     try {
-        if (!work) ThrowEngineError(E_FAIL);
         return select(xpath.c_str());
-    } catch (const _com_error&) {
-        Trace(L"Error: filter %ls of an extension file cannot be used\r\n", Printable(filter).c_str());
+    } catch (const _com_error& error) {
+        refuse(error.Error());
         throw;
     }
 }

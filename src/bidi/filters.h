@@ -16,8 +16,8 @@ class AnswerSearch {
         : answer_(answer), shape_(std::move(shape)), budget_(budget) {}
 
     // The first match in document order, or null; all matches. `cause` is the element whose filter this is. A
-    // filter that is no XPath, or uses a prefix that is not declared, is traced and throws CComErrorEx; so
-    // does one that would search longer than the budget allows, before it is run.
+    // filter that is no XPath, or uses a prefix that is not declared, throws CComErrorEx; so does one that
+    // would search longer than the budget allows, before it is run.
     ComPtr<IXMLDOMNode> First(const std::wstring& filter, const SchemaElement& cause) const;
     ComPtr<IXMLDOMNodeList> All(const std::wstring& filter, const SchemaElement& cause) const;
 

@@ -12,23 +12,17 @@ namespace vlm {
 namespace {
 
 // The replaced text, or the failure that the problem is.
-std::wstring Take(Replacement replacement, const std::wstring& text, const Parameters& parameters) {
-    const std::wstring name = Printable(replacement.parameter);
-    switch (replacement.problem) {
-        case ReplaceProblem::kNone:
-            return std::move(replacement.text);
-        case ReplaceProblem::kUndefined:
-            Trace(L"Error: Parameter %ls in %ls is undefined\r\n", name.c_str(), Printable(text).c_str());
-            break;
-        case ReplaceProblem::kNotPlain:
-            Trace(
-                L"Error: Parameter %ls in %ls stands outside quotes, and its value \"%ls\" is neither a "
-                L"number "
-                L"nor a name\r\n",
-                name.c_str(), Printable(text).c_str(),
-                Printable(parameters.find(replacement.parameter)->second, 64).c_str());
-    }
-    ThrowEngineError(E_FAIL);
+std::wstring Take(Replacement replacement, const std::wstring& text, const Parameters& parameters,
+                  const SchemaElement& source) {
+    if (replacement.problem == ReplaceProblem::kNone) return std::move(replacement.text);
+    const std::wstring parameter =
+        L"Parameter " + Printable(replacement.parameter) + L" in " + Printable(text);
+    const std::wstring where = L": " + DescribeElement(source);
+    if (replacement.problem == ReplaceProblem::kUndefined)
+        ThrowTracedError(E_FAIL, parameter + L" is undefined", parameter + L" is undefined" + where);
+    const std::wstring value = Printable(parameters.find(replacement.parameter)->second, 64);
+    ThrowEngineError(E_FAIL, parameter + L" stands outside quotes, and its value \"" + value +
+                                 L"\" is neither a number nor a name" + where);
 }
 
 class Expander {
@@ -89,9 +83,9 @@ class Expander {
         }
         const SchemaElement& binding = *bindings.front();
         if (nesting_ >= kMostNested) {
-            Trace(L"Error: more than %d Parameters within each other: %ls\r\n", kMostNested,
-                  DescribeElement(binding).c_str());
-            ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
+            ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA),
+                             L"more than " + std::to_wstring(kMostNested) +
+                                 L" Parameters within each other: " + DescribeElement(binding));
         }
         ++nesting_;
         const std::wstring name = binding.parameter.value_or(L"");
@@ -128,11 +122,11 @@ class Expander {
 
     std::wstring FilterOf(const SchemaElement& source) {
         const std::wstring text = source.filter.value_or(L"");
-        return Pay(Take(ReplaceInFilter(text, parameters_), text, parameters_), source);
+        return Pay(Take(ReplaceInFilter(text, parameters_), text, parameters_, source), source);
     }
     std::wstring NameOf(const SchemaElement& source) {
         const std::wstring text = source.name.value_or(L"");
-        return Pay(Take(ReplaceInName(text, parameters_), text, parameters_), source);
+        return Pay(Take(ReplaceInName(text, parameters_), text, parameters_, source), source);
     }
     // What stands outside of parameters costs as little as it does without any.
     std::wstring Pay(std::wstring text, const SchemaElement& source) {

@@ -38,8 +38,9 @@ std::chrono::nanoseconds ProcessorTime() {
     return std::chrono::nanoseconds(kNanosecondsEach * (value(kernel) + value(user)));
 }
 
-[[noreturn]] void Fail() {
-    ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
+[[noreturn]] void Fail(const std::wstring& limit, const std::wstring& cause) {
+    ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA),
+                     limit + L": " + Printable(cause, kLongestCause));
 }
 
 }  // namespace
@@ -54,11 +55,10 @@ QueryBudget::QueryBudget(std::chrono::milliseconds longestWork)
 
 void QueryBudget::SpendSearch(double work, const SchemaElement& cause) {
     CheckTime(cause);
-    if (work > kLongestSearch) {
-        Trace(L"Error: one search of the printer's answer would take more than %d units: %ls\r\n",
-              static_cast<int>(kLongestSearch), DescribeElement(cause).c_str());
-        Fail();
-    }
+    if (work > kLongestSearch)
+        Fail(L"one search of the printer's answer would take more than " +
+                 std::to_wstring(static_cast<int>(kLongestSearch)) + L" units",
+             DescribeElement(cause));
     Spend(Expense::kSearch, static_cast<size_t>(work), cause);
 }
 
@@ -71,9 +71,7 @@ bool QueryBudget::IsLate() {
 
 void QueryBudget::RunOut(Expense expense, const std::wstring& cause) {
     const Limit& limit = kLimits[static_cast<size_t>(expense)];
-    Trace(L"Error: a query may use at most %d %ls: %ls\r\n", static_cast<int>(limit.amount), limit.name,
-          Printable(cause, kLongestCause).c_str());
-    Fail();
+    Fail(L"a query may use at most " + std::to_wstring(limit.amount) + L" " + limit.name, cause);
 }
 
 void QueryBudget::RunOut(Expense expense, const SchemaElement& cause) {
@@ -81,9 +79,7 @@ void QueryBudget::RunOut(Expense expense, const SchemaElement& cause) {
 }
 
 void QueryBudget::RunOutOfTime(const std::wstring& cause) const {
-    Trace(L"Error: a query may work for at most %d ms: %ls\r\n", static_cast<int>(longestWork_.count()),
-          Printable(cause, kLongestCause).c_str());
-    Fail();
+    Fail(L"a query may work for at most " + std::to_wstring(longestWork_.count()) + L" ms", cause);
 }
 
 void QueryBudget::RunOutOfTime(const SchemaElement& cause) const {

@@ -2,7 +2,7 @@
 // printer decides how much work a query is; this decides how much of it is done.
 //
 // The engine makes one budget for a query and hands it down to every step, which spends where it causes work.
-// Running out throws CComErrorEx(ERROR_NOT_ENOUGH_QUOTA as an HRESULT), with a trace line that names what ran
+// Running out throws CComErrorEx(ERROR_NOT_ENOUGH_QUOTA as an HRESULT), with a reason that names what ran
 // out and the file, element or path at which it did. An object belongs to one thread.
 #pragma once
 

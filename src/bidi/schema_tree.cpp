@@ -49,10 +49,10 @@ void AppendBindings(const SchemaElement& element, std::vector<const SchemaElemen
 
 }  // namespace
 
-void RefuseApostrophe(const std::wstring& text) {
+void RefuseApostrophe(const std::wstring& text, const std::wstring& where) {
     if (text.find(L'\'') == std::wstring::npos) return;
-    Trace(L"Error: %ls holds an apostrophe and cannot be looked up\r\n", Printable(text).c_str());
-    ThrowEngineError(E_FAIL);
+    ThrowEngineError(E_FAIL, Printable(text) + L" holds an apostrophe and cannot be looked up" +
+                                 (where.empty() ? L"" : L": ") + where);
 }
 
 bool SchemaElement::HasBinding() const {

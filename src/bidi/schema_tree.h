@@ -52,8 +52,8 @@ struct SchemaElement {
 };
 
 // Names and paths are looked up as XPath literals between apostrophes, and one that holds an apostrophe is no
-// such literal: it is traced and throws CComErrorEx(E_FAIL).
-void RefuseApostrophe(const std::wstring& text);
+// such literal: throws CComErrorEx(E_FAIL). The reason names the text, or where it stands.
+void RefuseApostrophe(const std::wstring& text, const std::wstring& where = {});
 
 class SchemaTree {
  public:

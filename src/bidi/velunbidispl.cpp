@@ -44,9 +44,9 @@ std::vector<NamespaceDeclaration> PrefixesOf(const SchemaTree& tree) {
             if (seen.insert(declaration.prefix).second) prefixes.push_back(declaration);
         }
         if (prefixes.size() <= kMostPrefixes) continue;
-        Trace(L"Error: the Schema elements of the extension files declare more than %d prefixes: %ls\r\n",
-              static_cast<int>(kMostPrefixes), DescribeElement(*schema).c_str());
-        ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
+        ThrowEngineError(HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA),
+                         L"the Schema elements of the extension files declare more than " +
+                             std::to_wstring(kMostPrefixes) + L" prefixes: " + DescribeElement(*schema));
     }
     return prefixes;
 }
@@ -67,7 +67,7 @@ class QueryNames {
     void Add(const SchemaElement& element) {
         if (!element.query || !seen_.insert(*element.query).second) return;
         const size_t colon = element.query->find(L':');
-        if (colon != std::wstring::npos) UsePrefix(element.query->substr(0, colon));
+        if (colon != std::wstring::npos) UsePrefix(element.query->substr(0, colon), element);
         names_.push_back(*element.query);
     }
     // A request may name the whole tree many times over; it is walked once.
@@ -84,15 +84,15 @@ class QueryNames {
         for (const SchemaElement& child : element.children)
             Walk(child);
     }
-    void UsePrefix(const std::wstring& prefix) {
+    void UsePrefix(const std::wstring& prefix, const SchemaElement& user) {
         for (const NamespaceDeclaration& declaration : declared_) {
             if (declaration.prefix != prefix || prefix.empty()) continue;
             AppendNew(prefixes_, declaration);
             return;
         }
-        Trace(L"Error: Bidi extension file contains no namespace declaration for %ls\r\n",
-              Printable(prefix).c_str());
-        ThrowEngineError(E_FAIL);
+        const std::wstring traced =
+            L"Bidi extension file contains no namespace declaration for " + Printable(prefix);
+        ThrowTracedError(E_FAIL, traced, traced + L": " + DescribeElement(user));
     }
 
     const std::vector<NamespaceDeclaration> declared_;
@@ -122,9 +122,8 @@ CVelunBidiSpl::~CVelunBidiSpl() {
     router_.Unload();
 }
 
-HRESULT CVelunBidiSpl::Init(const wchar_t* name, const wchar_t* fileListXml) {
-    return GuardEntry(name_, L"Init", [&]() -> HRESULT {
-        name_ = Printable(name != nullptr ? name : L"");
+HRESULT CVelunBidiSpl::Init(const wchar_t*, const wchar_t* fileListXml) {
+    return GuardEntry(L"Init", &reason_, [&]() -> HRESULT {
         if (extension_) return S_OK;
         if (fileListXml == nullptr) return E_INVALIDARG;
         auto tree = std::make_unique<SchemaTree>(LoadExtensionFiles(fileListXml, budget_));
@@ -136,7 +135,7 @@ HRESULT CVelunBidiSpl::Init(const wchar_t* name, const wchar_t* fileListXml) {
 }
 
 HRESULT CVelunBidiSpl::EnumQueryElement(const BIDI_REQUEST_CONTAINER* request, BSTR* queryXml) {
-    return GuardEntry(name_, L"EnumQueryElement", [&]() -> HRESULT {
+    return GuardEntry(L"EnumQueryElement", &reason_, [&]() -> HRESULT {
         if (queryXml != nullptr) *queryXml = nullptr;
         if (!extension_) {
             Trace(L"CVelunBidiSpl::EnumQueryElement - Error: must call init first\r\n");
@@ -169,7 +168,7 @@ std::wstring CVelunBidiSpl::QueryElements(const BIDI_REQUEST_CONTAINER& request,
 }
 
 HRESULT CVelunBidiSpl::GetPrefixes(std::vector<NamespaceDeclaration>* prefixes) const {
-    return GuardEntry(name_, L"GetPrefixes", [&]() -> HRESULT {
+    return GuardEntry(L"GetPrefixes", &reason_, [&]() -> HRESULT {
         if (prefixes == nullptr) return E_INVALIDARG;
         if (!extension_) return E_FAIL;
         *prefixes = PrefixesOf(*extension_);
@@ -179,23 +178,22 @@ HRESULT CVelunBidiSpl::GetPrefixes(std::vector<NamespaceDeclaration>* prefixes) 
 }
 
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseXml) {
-    return GuardEntry(name_, L"SetGetPrinterElementResponseData", [&]() -> HRESULT {
+    return GuardEntry(L"SetGetPrinterElementResponseData", &reason_, [&]() -> HRESULT {
         if (responseXml == nullptr) return E_INVALIDARG;
         // What is longer is refused in any case, and might be more than the platform converts at once.
         const std::string document =
             DocumentToUtf8(std::wstring_view(responseXml).substr(0, 2 * kPrinterAnswerLimits.bytes));
         const XmlRefusal refusal = CheckXmlBounds(document, kPrinterAnswerLimits);
-        if (refusal != XmlRefusal::kNone) {
-            Trace(L"Error: the printer's answer %ls\r\n", Describe(refusal));
-            return HRESULT_FROM_WIN32(ERROR_INVALID_DATA);
-        }
+        if (refusal != XmlRefusal::kNone)
+            ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA),
+                             std::wstring(L"the printer's answer ") + Describe(refusal));
         Bind(document);
         return S_OK;
     });
 }
 
 HRESULT CVelunBidiSpl::SetGetPrinterElementResponse(std::string_view document) {
-    return GuardEntry(name_, L"SetGetPrinterElementResponse", [&]() -> HRESULT {
+    return GuardEntry(L"SetGetPrinterElementResponse", &reason_, [&]() -> HRESULT {
         Bind(document);
         return S_OK;
     });
@@ -215,7 +213,7 @@ void CVelunBidiSpl::Bind(std::string_view response) {
     // not differ from the answer's: of the others "Get" sees nothing.
     if (!extension_->Schemas().empty()) {
         std::vector<NamespaceDeclaration> known = extension_->Schemas().front()->namespaces;
-        ReconcileNamespaces(known, wsd.Namespaces().Of(0));
+        ReconcileNamespaces(known, wsd.Namespaces().Of(0), L"the printer's answer");
         for (const NamespaceDeclaration& declaration : PrefixesOf(*extension_))
             AppendNew(known, declaration);
         wsd.SetSelectionNamespaces(known);
@@ -244,7 +242,7 @@ std::wstring CVelunBidiSpl::AnswerText(const wchar_t* path) const {
 }
 
 HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, CXMLDoc& answer) {
-    return GuardEntry(name_, L"SendRecvXMLString", [&]() -> HRESULT {
+    return GuardEntry(L"SendRecvXMLString", &reason_, [&]() -> HRESULT {
         if (!ReadyToAnswer()) return E_FAIL;
         if (path == nullptr) return E_INVALIDARG;
         const std::wstring text = AnswerText(path);
@@ -255,7 +253,7 @@ HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, CXMLDoc& answer) {
 }
 
 HRESULT CVelunBidiSpl::SendRecvXMLString(const wchar_t* path, BSTR* answerXml) {
-    return GuardEntry(name_, L"SendRecvXMLString", [&]() -> HRESULT {
+    return GuardEntry(L"SendRecvXMLString", &reason_, [&]() -> HRESULT {
         if (path == nullptr || answerXml == nullptr) return E_INVALIDARG;
         *answerXml = nullptr;
         if (!ReadyToAnswer()) return E_FAIL;
@@ -270,7 +268,7 @@ HRESULT CVelunBidiSpl::SendRecvBidiDataFromPort(const wchar_t* action, const BID
     const wchar_t* name = get      ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET)"
                           : getAll ? L"SendRecvBidiDataFromPort(BIDI_ACTION_GET_ALL)"
                                    : L"SendRecvBidiDataFromPort";
-    return GuardEntry(name_, name, [&]() -> HRESULT {
+    return GuardEntry(name, &reason_, [&]() -> HRESULT {
         if (response != nullptr) *response = nullptr;
         if (request == nullptr || response == nullptr || !(get || getAll)) return E_INVALIDARG;
         if (!EverySchemaIsThere(*request)) return E_INVALIDARG;

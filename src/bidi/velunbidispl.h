@@ -12,11 +12,11 @@
 // path that holds an apostrophe fails its call: paths stand in XPath literals, unquoted.
 //
 // Limits: an object's work is bounded by one budget (query_budget.h). A call that exceeds it fails with
-// ERROR_NOT_ENOUGH_QUOTA as an HRESULT and says in the trace what ran out, and where.
+// ERROR_NOT_ENOUGH_QUOTA as an HRESULT, and the reason says what ran out, and where.
 //
 // Threads: COM must be initialised, and the object stays on its thread; different objects share nothing.
-// Errors: every function is a boundary. It returns an HRESULT, lets no C++ exception of ours out, and leaves
-// a line in the trace for every failure. Out parameters are null after a failure. A failed Init leaves the
+// Errors: every function is a boundary. It returns an HRESULT and lets no C++ exception of ours out; Reason()
+// says why the last one failed. Out parameters are null after a failure. A failed Init leaves the
 // engine empty, a failed SetGetPrinterElementResponseData leaves it unbound.
 #pragma once
 
@@ -44,7 +44,7 @@ class CVelunBidiSpl {
     CVelunBidiSpl(const CVelunBidiSpl&) = delete;
     CVelunBidiSpl& operator=(const CVelunBidiSpl&) = delete;
 
-    // `name` tells printers apart in the trace; may be null. `fileListXml` is a text like
+    // `name` is the printer's; may be null. `fileListXml` is a text like
     // <BidiExtensionFiles><BidiXml path="C:\a.xml" /></BidiExtensionFiles>. One file that cannot be used
     // fails the call, and so does a list without files. When the engine is already initialised: S_OK, nothing
     // happens.
@@ -85,6 +85,10 @@ class CVelunBidiSpl {
     HRESULT SendRecvBidiDataFromPort(const wchar_t* action, const BIDI_REQUEST_CONTAINER* request,
                                      BIDI_RESPONSE_CONTAINER** response);
 
+    // Why the last call failed, in one line that names the file, the element or the path at fault. Empty
+    // after a success.
+    const std::wstring& Reason() const { return reason_; }
+
  private:
     struct BoundAnswer;
 
@@ -105,7 +109,7 @@ class CVelunBidiSpl {
 
     CSplssMgr router_;
     CCrypt32Mgr crypt32_;
-    std::wstring name_;                      // printable
+    mutable std::wstring reason_;
     std::unique_ptr<SchemaTree> extension_;  // as the files declare it; null before Init
     mutable QueryBudget budget_;
     std::unique_ptr<BoundAnswer> bound_;  // null until an answer is bound

@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cwchar>
-#include <new>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -37,25 +36,18 @@ DWORD Refuse(const LmPort& port, DWORD code, const wchar_t* reason) noexcept {
     return code;
 }
 
-// The code that the HRESULT carries; 1627 for a failure without one.
-DWORD Win32FromHresult(HRESULT hr) {
-    if (SUCCEEDED(hr)) return ERROR_SUCCESS;
-    return HRESULT_FACILITY(hr) == FACILITY_WIN32 ? HRESULT_CODE(hr) : DWORD{ERROR_FUNCTION_FAILED};
+DWORD Refuse(const LmPort& port, const Outcome& outcome) noexcept {
+    return Refuse(port, Win32FromHresult(outcome), outcome.Reason());
 }
 
 // Runs a step that returns a Win32 code; what it throws becomes one.
 template <typename Step>
-DWORD GuardCode(const LmPort& port, const wchar_t* reason, Step&& step) noexcept {
-    DWORD code = ERROR_FUNCTION_FAILED;
+DWORD GuardCode(const LmPort& port, Step&& step) noexcept {
     try {
         return step();
-    } catch (const std::bad_alloc&) {
-        code = ERROR_OUTOFMEMORY;
-    } catch (const _com_error& error) {
-        code = Win32FromHresult(error.Error());
     } catch (...) {
+        return Refuse(port, CaughtOutcome());
     }
-    return Refuse(port, code, reason);
 }
 
 // An answer that is given back to the router at the end of the scope.
@@ -174,33 +166,37 @@ DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BID
     return ERROR_SUCCESS;
 }
 
-HRESULT AnswerFromPrinter(CLmMgr& manager, const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
+Outcome AnswerFromPrinter(CLmMgr& manager, const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
                           BIDI_RESPONSE_CONTAINER** response) {
     const std::wstring printerName = manager.PrinterNameOf(port);
     _bstr_t files;
     HRESULT hr = BuildExtensionFileList(printerName.c_str(), files.GetAddress());
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) return {hr, L"the driver's extension files cannot be listed"};
     CVelunBidiSpl engine;
     hr = engine.Init(printerName.c_str(), files);
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) return {hr, engine.Reason()};
     _bstr_t query;
     hr = engine.EnumQueryElement(request, query.GetAddress());
-    // No requested path is one of the extension files: the printer need not be asked.
-    if (hr == S_FALSE) return E_INVALIDARG;
-    if (FAILED(hr)) return hr;
+    // The printer need not be asked.
+    if (hr == S_FALSE) return {E_INVALIDARG, L"the extension files have none of the paths"};
+    if (FAILED(hr)) return {hr, engine.Reason()};
 
     std::wstring address;
     std::string answer;
     std::string document;
     std::vector<NamespaceDeclaration> prefixes;
-    hr = manager.GetPrinterAddress(port, &address);
-    if (SUCCEEDED(hr)) hr = FetchPrinterElements(address.c_str(), query, &answer);
-    if (SUCCEEDED(hr)) hr = engine.GetPrefixes(&prefixes);
-    if (SUCCEEDED(hr)) hr = CleanPrinterElements(answer, prefixes, &document);
-    if (SUCCEEDED(hr)) hr = engine.SetGetPrinterElementResponse(document);
+    int status = 0;
+    Outcome fetched = manager.GetPrinterAddress(port, &address);
+    if (SUCCEEDED(fetched)) fetched = FetchPrinterElements(address.c_str(), query, &answer, &status);
+    if (FAILED(fetched)) return fetched;
+    hr = engine.GetPrefixes(&prefixes);
+    if (FAILED(hr)) return {hr, engine.Reason()};
+    Outcome cleaned = CleanPrinterElements(answer, prefixes, &document, status);
+    if (FAILED(cleaned)) return cleaned;
+    hr = engine.SetGetPrinterElementResponse(document);
     // A "Get" of a property, too, is answered with all that lies below it.
     if (SUCCEEDED(hr)) hr = engine.SendRecvBidiDataFromPort(kGetAll, request, response);
-    return hr;
+    return {hr, engine.Reason()};
 }
 
 DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
@@ -231,18 +227,22 @@ DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BI
 
 DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
                const BIDI_REQUEST_CONTAINER* request, const CBidiMem& memory,
-               BIDI_RESPONSE_CONTAINER** answer) noexcept {
+               BIDI_RESPONSE_CONTAINER** answer, const wchar_t** reason) noexcept {
     *answer = nullptr;
-    const DWORD code = GuardCode(port, L"an exception came up from the lower monitor", [&]() -> DWORD {
+    *reason = L"the lower monitor gave no answer";
+    DWORD code = ERROR_SUCCESS;
+    try {
         const auto ask = port.lower.base.pfnSendRecvBidiDataFromPort;
         if (ask == nullptr) return ERROR_NOT_SUPPORTED;
         if (port.use.closing.load()) return ERROR_OPERATION_ABORTED;
         // The slot's type lacks the const that its contract has: a request is only read.
-        return ask(port.lowerPort, accessBit, action, const_cast<BIDI_REQUEST_CONTAINER*>(request), answer);
-    });
-    if (code == ERROR_SUCCESS) return code;
-    memory.FreeContainer(std::exchange(*answer, nullptr));
-    return Refuse(port, code, L"the lower monitor gave no answer");
+        code = ask(port.lowerPort, accessBit, action, const_cast<BIDI_REQUEST_CONTAINER*>(request), answer);
+    } catch (...) {
+        *reason = L"an exception came up from the lower monitor";
+        code = Win32FromHresult(CaughtOutcome());
+    }
+    if (code != ERROR_SUCCESS) memory.FreeContainer(std::exchange(*answer, nullptr));
+    return code;
 }
 
 DWORD CLmMgr::QueryBidi(const LmPort& port, CBidiReq& request, QueryTally* tally) {
@@ -255,19 +255,25 @@ DWORD CLmMgr::QueryBidi(const LmPort& port, CBidiReq& request, QueryTally* tally
 
     const wchar_t* action = request.Action();
     Answer answer(bidiMem_);
+    const wchar_t* reason = nullptr;
+    const auto askLower = [&](Answer& lower) {
+        const DWORD code =
+            AskLower(port, request.AccessBit(), action, reduced, bidiMem_, lower.Place(), &reason);
+        return code == ERROR_SUCCESS ? code : Refuse(port, code, reason);
+    };
     DWORD code = ERROR_SUCCESS;
     if (Equal(action, kGet) || Equal(action, kGetAll)) {
         Answer engine(bidiMem_);
         Answer lower(bidiMem_);
         const DWORD engineCode = QueryEngine(&port, action, reduced, engine.Place());
-        code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, lower.Place());
+        code = askLower(lower);
         if (engineCode == ERROR_SUCCESS || code == ERROR_SUCCESS) {
             code = MergeAnswers(bidiMem_, engine.Place(), lower.Place(), reduced->Version, reduced->Flags,
                                 answer.Place(), port, *tally);
             if (code != ERROR_SUCCESS) Refuse(port, code, L"no memory for the merged answer");
         }
     } else {
-        code = AskLower(port, request.AccessBit(), action, reduced, bidiMem_, answer.Place());
+        code = askLower(answer);
         TallyAll(port, *answer.Place(), AnsweredBy::kLowerMonitor, *tally);
     }
     if (code != ERROR_SUCCESS) return code;
@@ -281,11 +287,10 @@ DWORD CLmMgr::QueryEngine(const LmPort* port, const wchar_t* action, const BIDI_
     if (port == nullptr) return ERROR_OUTOFMEMORY;  // what this has always answered
     if (action == nullptr || request == nullptr || response == nullptr) return ERROR_INVALID_PARAMETER;
     *response = nullptr;
-    const DWORD code = GuardCode(*port, L"an exception ended the engine's query", [&] {
-        return Win32FromHresult(AnswerFromPrinter(*this, *port, request, response));
+    return GuardCode(*port, [&]() -> DWORD {
+        const Outcome outcome = AnswerFromPrinter(*this, *port, request, response);
+        return SUCCEEDED(outcome) ? ERROR_SUCCESS : Refuse(*port, outcome);
     });
-    if (code != ERROR_SUCCESS) Refuse(*port, code, L"the printer gave no answer");
-    return code;
 }
 
 DWORD CLmMgr::AnswerLocally(const BIDI_REQUEST_CONTAINER* request, BIDI_RESPONSE_CONTAINER** response) const {
@@ -300,7 +305,7 @@ DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUE
     const OperationScope scope(port);
     const TraceClock::time_point begin = TraceClock::now();
     QueryTally tally;
-    const DWORD code = GuardCode(port, L"an exception ended the query", [&]() -> DWORD {
+    const DWORD code = GuardCode(port, [&]() -> DWORD {
         if (port.lower.base.pfnSendRecvBidiDataFromPort != nullptr && !IsUsbPort(port))
             return AnswerNetworkPort(port, accessBit, action, request, response, tally);
         const DWORD local = port.owner->AnswerLocally(request, response);

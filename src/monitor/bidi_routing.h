@@ -25,9 +25,9 @@ DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUE
                 BIDI_RESPONSE_CONTAINER** response) noexcept;
 
 // The lower monitor's answer; null after a failure. What it throws becomes 1627, and a success without a
-// container stays one.
+// container stays one. `reason`, a literal, says why it failed.
 DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
                const BIDI_REQUEST_CONTAINER* request, const CBidiMem& memory,
-               BIDI_RESPONSE_CONTAINER** answer) noexcept;
+               BIDI_RESPONSE_CONTAINER** answer, const wchar_t** reason) noexcept;
 
 }  // namespace vlm

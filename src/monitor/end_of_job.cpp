@@ -86,9 +86,9 @@ void FinishJob(LmPort& port) {
 }  // namespace
 
 BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
-    return GuardOperation(L"EndDocPort", [&]() -> BOOL {
-        LmPort* port = EndingPortOf(hPort);
-        if (port == nullptr) return FALSE;
+    LmPort* port = EndingPortOf(hPort);
+    if (port == nullptr) return FALSE;
+    return GuardOperation(L"EndDocPort", port->portName, [&]() -> BOOL {
         const OperationScope scope(*port);
 
         LastErrorKeeper keeper;
@@ -101,8 +101,13 @@ BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
         if (port->printer != nullptr && IsNetworkPort(*port)) NoteJobStatus(*port);
         if (port->lower.base.pfnEndDocPort != nullptr) {
             keeper.Restore();
-            port->lower.base.pfnEndDocPort(port->lowerPort);
+            const DWORD before = GetLastError();
+            const BOOL ended = port->lower.base.pfnEndDocPort(port->lowerPort);
             keeper.Update();
+            // Some lower monitors answer FALSE to every end, as this one does, and leave no error.
+            if (!ended && GetLastError() != before && GetLastError() != ERROR_SUCCESS)
+                TraceRefusal(port->portName, L"the lower monitor does not end the job's document",
+                             GetLastError());
         }
         if ((port->flags.load() & LMPORT_JOB_DELETING) != 0) PollForCompletion(*port);
         return FALSE;

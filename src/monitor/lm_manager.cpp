@@ -42,9 +42,11 @@ void FreePortRecord(LmPort* port) {
     GlobalFree(port);
 }
 
-void EndTally(LmPort& port) {
+bool EndTally(LmPort& port) {
     const JobTally tally = std::exchange(port.tally, {});
-    if (tally.begin != TraceClock::time_point()) TraceJobEnd(port.portName, port.jobId, tally);
+    if (tally.begin == TraceClock::time_point()) return false;
+    TraceJobEnd(port.portName, port.jobId, tally);
+    return true;
 }
 
 bool IsUsbPort(const LmPort& port) {

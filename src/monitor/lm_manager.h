@@ -14,6 +14,7 @@
 #include "monitor/lm_port.h"
 #include "monitor/process_state.h"
 #include "util/names.h"
+#include "util/outcome.h"
 #include "util/spooler_api.h"
 
 namespace vlm {
@@ -67,9 +68,9 @@ class CLmMgr {
 
     // Asks the lower monitor what kind of port this is. `text` becomes the host address of a TCP/IP port,
     // and empty for a WSD port. E_FAIL, with `mode` unknown, when it cannot tell.
-    HRESULT GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text) const;
+    Outcome GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text) const;
     // Where the printer's print service is: a host address or a URL.
-    HRESULT GetPrinterAddress(const LmPort& port, std::wstring* address);
+    Outcome GetPrinterAddress(const LmPort& port, std::wstring* address);
     // The value of one schema as text, in a buffer of `capacity` characters, terminator included; from the
     // lower monitor or from the engine. A Win32 code: 232 for no value, 122 when it does not fit, 87 when it
     // is no text.

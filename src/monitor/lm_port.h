@@ -84,8 +84,8 @@ struct LmPort {
 static_assert(std::is_standard_layout_v<LmPort>);
 static_assert(std::atomic<uint32_t>::is_always_lock_free && sizeof(std::atomic<uint32_t>) == sizeof(DWORD));
 
-// Says in the trace that the job has ended, if one had begun.
-void EndTally(LmPort& port);
+// Says in the trace that the job has ended, if one had begun; whether one had.
+bool EndTally(LmPort& port);
 // Whether the port's name is that of a USB port.
 bool IsUsbPort(const LmPort& port);
 // Whether job status and completion are looked at: a USB port, and a name too short to be anything else, is

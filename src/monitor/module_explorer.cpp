@@ -5,10 +5,10 @@
 #include <cstddef>
 #include <cwchar>
 #include <cwctype>
-#include <new>
 #include <vector>
 
 #include "util/handles.h"
+#include "util/hresult.h"
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
 
@@ -186,7 +186,7 @@ void CModuleExplorer::TakeIniFile(const wchar_t* dependentFiles) {
 }
 
 HRESULT STDMETHODCALLTYPE CModuleExplorer::GetFilePath(const wchar_t* key, BSTR* path) {
-    try {
+    return GuardHresult([&] {
         if (path != nullptr) *path = nullptr;
         FindIniFile();
         if (path == nullptr || key == nullptr || iniPath_.empty()) return E_FAIL;
@@ -209,11 +209,7 @@ HRESULT STDMETHODCALLTYPE CModuleExplorer::GetFilePath(const wchar_t* key, BSTR*
         if (!resolved) return E_FAIL;
         *path = static_cast<wchar_t*>(cache_.emplace(key, resolved).first->second);
         return S_OK;
-    } catch (const _com_error& error) {
-        return error.Error();
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
+    });
 }
 
 BSTR CModuleExplorer::Resolve(const wchar_t* fileName, DWORD directoryId) const {
@@ -307,15 +303,11 @@ std::vector<std::wstring> ExtensionFiles(IModuleExplorer& bidiFiles, IModuleExpl
 HRESULT BuildExtensionFileList(const wchar_t* printerName, BSTR* list) {
     if (list == nullptr) return E_INVALIDARG;
     *list = nullptr;
-    try {
+    return GuardHresult([&] {
         const std::wstring text = ListOf(printerName);
         *list = SysAllocStringLen(text.data(), static_cast<UINT>(text.size()));
         return *list != nullptr ? S_OK : E_OUTOFMEMORY;
-    } catch (const _com_error& error) {
-        return error.Error();
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    }
+    });
 }
 
 }  // namespace vlm

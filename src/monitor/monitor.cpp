@@ -32,7 +32,7 @@ bool TakeFromMonitorList(CLmMgr* manager) {
 }
 
 void WINAPI Shutdown(HANDLE hMonitor) noexcept {
-    GuardOperation(L"Shutdown", [&]() -> BOOL {
+    GuardOperation(L"Shutdown", nullptr, [&]() -> BOOL {
         auto* manager = static_cast<CLmMgr*>(hMonitor);
         if (manager == nullptr || !TakeFromMonitorList(manager)) {
             SetLastError(ERROR_INVALID_MONITOR_HANDLE);
@@ -74,7 +74,7 @@ constinit Monitor2Table table VLM_GUARDED_BY(processState.monitorLock) = [] {
 }  // namespace
 
 MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexcept {
-    const BOOL initialized = GuardOperation(L"InitializePrintMonitor2", [&]() -> BOOL {
+    const BOOL initialized = GuardOperation(L"InitializePrintMonitor2", nullptr, [&]() -> BOOL {
         if (pMonitorInit == nullptr || phMonitor == nullptr) {
             SetLastError(ERROR_INVALID_PARAMETER);
             return FALSE;
@@ -84,7 +84,7 @@ MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexce
         rpc::StartRpcServer(kRemotePorts);
         ScopeExit stopServer([] { rpc::StopRpcServer(false); });
         if (!StartEventWindow()) {
-            Trace(L"InitializePrintMonitor2: the event window did not come up\r\n");
+            Trace(L"Error: InitializePrintMonitor2: the event window did not come up\r\n");
             return FALSE;
         }
         const DWORD size = IsWindows2000() ? DWORD{MONITOR2_SIZE_WIN2K} : DWORD{sizeof table};

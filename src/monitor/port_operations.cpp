@@ -99,6 +99,7 @@ VLM_NOINLINE BOOL NoteWriteResult(LmPort& port, BOOL written, const DWORD* count
     } else {
         port.flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
         ++port.tally.failedWrites;
+        port.tally.error = GetLastError();
     }
     return written;
 }
@@ -107,6 +108,7 @@ VLM_NOINLINE BOOL RefuseWrite(HANDLE hPort) {
     LmPort* port = PortOf(hPort);
     if (port == nullptr) return FALSE;
     ++port->tally.failedWrites;
+    port->tally.error = kSuspended;
     return Refuse(kSuspended);
 }
 
@@ -127,7 +129,7 @@ LmPort* EndingPortOf(HANDLE hPort) {
 
 BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName, LPWSTR pPrinterName,
                        PHANDLE pHandle, LPMONITOR2 pMonitor2) noexcept {
-    return GuardOperation(L"OpenPortEx", [&]() -> BOOL {
+    return GuardOperation(L"OpenPortEx", pszPortName, [&]() -> BOOL {
         const auto refuse = [pszPortName](DWORD error, const wchar_t* reason) {
             TraceRefusal(pszPortName, reason, error);
             return Refuse(error);
@@ -184,9 +186,9 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
 BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD Level,
                          LPBYTE pDocInfo) noexcept {
     processState.suspended.store(false, std::memory_order_relaxed);
-    return GuardOperation(L"StartDocPort", [&]() -> BOOL {
-        LmPort* port = PortOf(hPort);
-        if (port == nullptr) return FALSE;
+    LmPort* port = PortOf(hPort);
+    if (port == nullptr) return FALSE;
+    return GuardOperation(L"StartDocPort", port->portName, [&]() -> BOOL {
         const OperationScope scope(*port);
         const auto refuse = [port](DWORD error, const wchar_t* reason) {
             TraceRefusal(port->portName, reason, error);
@@ -231,7 +233,7 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
             TraceRefusal(port->portName, L"the lower monitor does not start the job", GetLastError());
             return FALSE;
         }
-        port->tally = {TraceClock::now(), 0, 0};
+        port->tally = {TraceClock::now(), 0, 0, 0};
         TraceJobStart(port->portName, JobId, pPrinterName);
         // The event stays taken until EndDocPort: it keeps remote callers off the port while the job prints.
         giveLockBack.Dismiss();
@@ -243,11 +245,11 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
 // The hot path: no allocation, no lock, no trace, and nothing that touches the last error after the lower
 // call. What hardly ever happens is kept out of line, so that the rest needs few registers.
 BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept {
-    return GuardOperation(L"WritePort", [&]() -> BOOL {
-        auto* port = static_cast<LmPort*>(hPort);
-        if (port == nullptr || !IsPort(*port) || processState.suspended.load(std::memory_order_relaxed))
-            [[unlikely]]
-            return RefuseWrite(hPort);
+    auto* port = static_cast<LmPort*>(hPort);
+    if (port == nullptr || !IsPort(*port) || processState.suspended.load(std::memory_order_relaxed))
+        [[unlikely]]
+        return RefuseWrite(hPort);
+    return GuardOperation(L"WritePort", port->portName, [&]() -> BOOL {
         const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
         if (!written || (port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) != 0) [[unlikely]]
             return NoteWriteResult(*port, written, pcbWritten);
@@ -257,18 +259,19 @@ BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWrit
 }
 
 BOOL WINAPI ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) noexcept {
-    return GuardOperation(L"ReadPort", [&]() -> BOOL {
-        LmPort* port = PortOf(hPort);
-        return port == nullptr ? FALSE
-                               : port->lower.base.pfnReadPort(port->lowerPort, pBuffer, cbBuffer, pcbRead);
+    LmPort* port = PortOf(hPort);
+    if (port == nullptr) return FALSE;
+    return GuardOperation(L"ReadPort", port->portName, [&] {
+        return port->lower.base.pfnReadPort(port->lowerPort, pBuffer, cbBuffer, pcbRead);
     });
 }
 
 BOOL WINAPI ClosePort(HANDLE hPort) noexcept {
-    return GuardOperation(L"ClosePort", [&]() -> BOOL {
-        LmPort* port = PortOf(hPort);
-        if (port == nullptr) return FALSE;
-        EndTally(*port);
+    LmPort* port = PortOf(hPort);
+    if (port == nullptr) return FALSE;
+    const TraceName name(port->portName);  // outlives the record
+    return GuardOperation(L"ClosePort", name.c_str(), [&]() -> BOOL {
+        if (EndTally(*port)) TraceRefusal(name.c_str(), L"closed before its job ended", ERROR_BUSY);
         if (PrepareToClose(*port)) FinishClose(*port);
         return TRUE;
     });
@@ -277,9 +280,9 @@ BOOL WINAPI ClosePort(HANDLE hPort) noexcept {
 BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
                                    DWORD cbInBuffer, LPWSTR lpOutBuffer, DWORD cbOutBuffer,
                                    LPDWORD lpcbReturned) noexcept {
-    return GuardOperation(L"GetPrinterDataFromPort", [&]() -> BOOL {
-        LmPort* port = OwnedPortOf(hPort);
-        if (port == nullptr) return FALSE;
+    LmPort* port = OwnedPortOf(hPort);
+    if (port == nullptr) return FALSE;
+    return GuardOperation(L"GetPrinterDataFromPort", port->portName, [&]() -> BOOL {
         const OperationScope scope(*port);
         const auto lower = port->lower.base.pfnGetPrinterDataFromPort;
         // Control code 0 asks for a value by name; this monitor has no named values, whatever lies below.

@@ -37,7 +37,8 @@ class Transceiver {
         try {
             table_.pfnXcvClosePort(channel_);
         } catch (...) {
-            Trace(L"Bidi: an exception came up from below while a channel was closed\r\n");
+            TraceRefusal(port_.portName, L"an exception came up from below while a channel was closed",
+                         ERROR_FUNCTION_FAILED);
         }
     }
     Transceiver(const Transceiver&) = delete;
@@ -56,11 +57,6 @@ class Transceiver {
     HANDLE channel_ = nullptr;
     bool open_ = false;
 };
-
-HRESULT Fail(const LmPort& port, const wchar_t* reason) {
-    Trace(L"Error: port \"%ls\": %ls\r\n", TraceName(port.portName).c_str(), reason);
-    return E_FAIL;
-}
 
 // The value of the answer's first entry.
 DWORD TakeText(const BIDI_RESPONSE_CONTAINER* answer, wchar_t* buffer, size_t capacity) {
@@ -88,16 +84,16 @@ DWORD TakeText(const BIDI_RESPONSE_CONTAINER* answer, wchar_t* buffer, size_t ca
 
 }  // namespace
 
-HRESULT CLmMgr::GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text) const {
-    if (mode == nullptr || text == nullptr) return E_INVALIDARG;
+Outcome CLmMgr::GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text) const {
+    if (mode == nullptr || text == nullptr) return {E_INVALIDARG, {}};
     *mode = PortConnectMode::kUnknown;
     text->clear();
     const Transceiver channel(port);
-    if (!channel) return Fail(port, L"the lower monitor opens no channel to ask for the printer's address");
+    if (!channel) return {E_FAIL, L"the lower monitor opens no channel to ask for the printer's address"};
 
     const GlobalMemory input(GlobalAlloc(GPTR, kConfigInfoSize));
     const GlobalMemory output(GlobalAlloc(GPTR, kPortDataSize));
-    if (!input || !output) return E_OUTOFMEMORY;
+    if (!input || !output) return {E_OUTOFMEMORY, {}};
     auto* question = static_cast<BYTE*>(input.Get());
     auto* answer = static_cast<BYTE*>(output.Get());
     const DWORD version = 1;
@@ -106,31 +102,30 @@ HRESULT CLmMgr::GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::ws
     // Only a WSD port has such an identity.
     if (channel.Ask(L"PnPXID", nullptr, 0, answer) == ERROR_SUCCESS) {
         *mode = PortConnectMode::kWsd;
-        return S_OK;
+        return {};
     }
     if (channel.Ask(L"GetConfigInfo", question, kConfigInfoSize, answer) != ERROR_SUCCESS)
-        return Fail(port, L"the lower monitor does not tell the printer's address");
+        return {E_FAIL, L"the lower monitor does not tell the printer's address"};
     const auto* address = reinterpret_cast<const wchar_t*>(answer + kHostAddressOffset);
     constexpr size_t kRoom = (kPortDataSize - kHostAddressOffset) / sizeof(wchar_t);
     const size_t length = wcsnlen(address, kRoom);
-    if (length == kRoom) return Fail(port, L"the lower monitor's host address has no end");
+    if (length == kRoom) return {E_FAIL, L"the lower monitor's host address has no end"};
     text->assign(address, length);
     *mode = PortConnectMode::kTcp;
-    return S_OK;
+    return {};
 }
 
-HRESULT CLmMgr::GetPrinterAddress(const LmPort& port, std::wstring* address) {
+Outcome CLmMgr::GetPrinterAddress(const LmPort& port, std::wstring* address) {
     PortConnectMode mode = PortConnectMode::kUnknown;
-    const HRESULT hr = GetConfigInfo(port, &mode, address);
-    if (FAILED(hr) || mode == PortConnectMode::kTcp) return hr;
+    Outcome probed = GetConfigInfo(port, &mode, address);
+    if (FAILED(probed) || mode == PortConnectMode::kTcp) return probed;
     std::array<wchar_t, kLongestUrl> url{};
     const DWORD code = GetBidiString(port, kServiceUrlSchema, url.data(), url.size(), true);
-    if (code != ERROR_SUCCESS) {
-        TraceRefusal(port.portName, L"the lower monitor does not tell the print service's URL", code);
-        return E_FAIL;
-    }
+    if (code != ERROR_SUCCESS)
+        return {E_FAIL,
+                L"the lower monitor does not tell the print service's URL (" + std::to_wstring(code) + L")"};
     *address = url.data();
-    return S_OK;
+    return {};
 }
 
 DWORD CLmMgr::GetBidiString(const LmPort& port, const wchar_t* schema, wchar_t* buffer, size_t capacity,
@@ -143,8 +138,10 @@ DWORD CLmMgr::GetBidiString(const LmPort& port, const wchar_t* schema, wchar_t* 
     request.aData[0].pSchema = name.data();
     request.aData[0].data.dwBidiType = BIDI_NULL;
     BIDI_RESPONSE_CONTAINER* answer = nullptr;
-    const DWORD code = viaLower ? AskLower(port, PRINTER_ACCESS_USE, L"Get", &request, bidiMem_, &answer)
-                                : QueryEngine(&port, L"Get", &request, &answer);
+    const wchar_t* reason = nullptr;
+    const DWORD code = viaLower
+                           ? AskLower(port, PRINTER_ACCESS_USE, L"Get", &request, bidiMem_, &answer, &reason)
+                           : QueryEngine(&port, L"Get", &request, &answer);
     if (code != ERROR_SUCCESS) return code;
     const DWORD taken = TakeText(answer, buffer, capacity);
     bidiMem_.FreeContainer(answer);

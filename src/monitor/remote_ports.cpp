@@ -127,7 +127,8 @@ void Release(const rpc::ServedPort& served) {
         }
     }
     // Still counted, so that a Shutdown that comes now does not free the record.
-    GuardOperation(L"ClosePort", [&port]() -> BOOL {
+    const TraceName name(port.portName);  // outlives it
+    GuardOperation(L"ClosePort", name.c_str(), [&port]() -> BOOL {
         CloseBelow(port, &PortUse::callers);
         return TRUE;
     });

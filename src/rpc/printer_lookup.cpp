@@ -4,6 +4,7 @@
 #include <cwchar>
 #include <span>
 
+#include "rpc/codes.h"
 #include "util/handles.h"
 #include "util/names.h"
 #include "util/spooler_api.h"
@@ -57,17 +58,17 @@ bool IsReachable(const PRINTER_INFO_2W& printer) {
 
 }  // namespace
 
-DWORD FindPortName(const char* client, std::wstring* port) {
+DWORD FindPortName(const char* client, std::wstring* port, std::wstring* reason) {
     std::array<wchar_t, kLongestName> name{};
     if (MultiByteToWideChar(CP_ACP, 0, client, -1, name.data(), kLongestName) == 0) {
-        Trace(L"RPC: the printer name is too long or not of the system's code page\r\n");
-        return ERROR_INVALID_PARAMETER;
+        *reason = L"the printer name is too long or not of the system's code page";
+        return kBadArguments;
     }
     GlobalMemory buffer;
     std::span<const PRINTER_INFO_2W> printers;
     const DWORD enumerated = EnumeratePrinters(&buffer, &printers);
     if (enumerated != ERROR_SUCCESS) {
-        Trace(L"RPC: the printers cannot be enumerated, error %lu\r\n", enumerated);
+        *reason = L"the printers cannot be enumerated";
         return enumerated;
     }
     const bool isPort = IsUsbPortName(name.data());
@@ -79,8 +80,8 @@ DWORD FindPortName(const char* client, std::wstring* port) {
         *port = printer.pPortName;
         return ERROR_SUCCESS;
     }
-    Trace(L"RPC: no USB printer with Bidi goes by the name %ls\r\n", Printable(name.data()).c_str());
-    return ERROR_OPEN_FAILED;
+    *reason = L"no USB printer with Bidi goes by the name " + Printable(name.data());
+    return kNoSuchPrinter;
 }
 
 }  // namespace vlm::rpc

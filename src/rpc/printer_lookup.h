@@ -16,7 +16,7 @@ inline constexpr int kLongestName = 128;
 //   0    `port` is the name
 //   87   the name is longer than kLongestName
 //   110  no printer fits
-// or what the spooler says to the enumeration of its printers.
-DWORD FindPortName(const char* client, std::wstring* port);
+// or what the spooler says to the enumeration of its printers; `reason` then says why.
+DWORD FindPortName(const char* client, std::wstring* port, std::wstring* reason);
 
 }  // namespace vlm::rpc

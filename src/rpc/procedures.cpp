@@ -10,11 +10,12 @@
 #include <vllm_rpc.h>
 
 #include <cstring>
-#include <new>
 #include <string>
 #include <type_traits>
 
+#include "rpc/codes.h"
 #include "rpc/printer_lookup.h"
+#include "util/outcome.h"
 #include "util/scope_exit.h"
 #include "util/trace_lines.h"
 #include "vpca/analyzer.h"
@@ -44,31 +45,35 @@ template <typename Exchange>
 DWORD RunExchange(const ServedPort& port, const RemoteCall& call, const Exchange& exchange) {
     if (port.jobLock == nullptr || port.jobLock == INVALID_HANDLE_VALUE ||
         WaitForSingleObject(port.jobLock, kJobLockTimeout) != WAIT_OBJECT_0)
-        return Refuse(call, ERROR_ACCESS_DENIED, L"a remote call while the port is busy");
+        return Refuse(call, kPortBusy, L"a remote call while the port is busy");
     const ScopeExit giveLockBack([&port] { SetEvent(port.jobLock); });
     if (port.exchange.lower == nullptr || port.exchange.startDocPort == nullptr)
-        return Refuse(call, ERROR_INVALID_HANDLE, L"a remote call with nothing below the port");
+        return Refuse(call, kNothingBelow, L"a remote call with nothing below the port");
     // A job that waited for the lock in vain goes on without it, and gives it back whoever has it. So the
     // lock says who may try; the flag says who has the port. The exchange clears it with its document.
     if ((port.exchange.flags->fetch_or(vpca::kPortJobActive) & vpca::kPortJobActive) != 0)
-        return Refuse(call, ERROR_ACCESS_DENIED, L"a remote call while a job has the port");
-    return exchange(port.exchange);
+        return Refuse(call, kPortBusy, L"a remote call while a job has the port");
+    vpca::ExchangeReason reason;
+    const DWORD code = exchange(port.exchange, &reason);
+    if (code == kDone) return code;
+    const std::wstring value = reason.value ? L" (" + std::to_wstring(*reason.value) + L")" : L"";
+    return Refuse(call, code, (reason.text + value).c_str());
 }
 
 template <typename Exchange>
 DWORD CallPort(const unsigned char* printer, RemoteCall* call, const Exchange& exchange) noexcept {
     try {
-        const DWORD found = FindPortName(reinterpret_cast<const char*>(printer), &call->port);
-        if (found != ERROR_SUCCESS) return found;
+        std::wstring reason;
+        const DWORD found = FindPortName(reinterpret_cast<const char*>(printer), &call->port, &reason);
+        if (found != kDone) return Refuse(*call, found, reason.c_str());
         ServedPort port;
         if (!portDirectory.acquire(call->port.c_str(), &port))
-            return Refuse(*call, ERROR_BAD_PATHNAME, L"a remote call while the port is not open");
+            return Refuse(*call, kPortNotOpen, L"a remote call while the port is not open");
         const ScopeExit release([&port] { portDirectory.release(port); });
         return RunExchange(port, *call, exchange);
-    } catch (const std::bad_alloc&) {
-        return ERROR_NOT_ENOUGH_MEMORY;
     } catch (...) {
-        return ERROR_FUNCTION_FAILED;
+        const Outcome caught = CaughtOutcome();
+        return Refuse(*call, caught == E_OUTOFMEMORY ? kOutOfMemory : kUnexpected, caught.Reason());
     }
 }
 
@@ -81,10 +86,11 @@ DWORD ReadFromPrinter(RemoteCall call, const unsigned char* printer, byte* reply
     uint8_t nothing = 0;  // without capacity the stub passes no buffer
     uint32_t count = reply != nullptr ? *size : 0;
     *size = 0;
-    const DWORD result = CallPort(printer, &call, [&](const vpca::VpcaPort& port) {
-        return read(port, reply != nullptr ? reply : &nothing, &count);
-    });
-    if (result == ERROR_SUCCESS) *size = count;
+    const DWORD result =
+        CallPort(printer, &call, [&](const vpca::VpcaPort& port, vpca::ExchangeReason* reason) {
+            return read(port, reply != nullptr ? reply : &nothing, &count, reason);
+        });
+    if (result == kDone) *size = count;
     TraceRemoteCallEnd(call.port.c_str(), call.procedure, result, *size, call.begin);
     return result;
 }
@@ -95,10 +101,11 @@ extern "C" {
 
 ULONG __cdecl LmRpcQuery(const unsigned char* printer, const ULONG* request, byte* reply, LmRpcSize* size) {
     const uint32_t dataId = *request;
-    return ReadFromPrinter({L"query", {}}, printer, reply, size,
-                           [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
-                               return vpca::ReadDataBlock(&port, &dataId, buffer, count);
-                           });
+    return ReadFromPrinter(
+        {L"query", {}}, printer, reply, size,
+        [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count, vpca::ExchangeReason* reason) {
+            return vpca::ReadDataBlock(&port, &dataId, buffer, count, reason);
+        });
 }
 
 ULONG __cdecl LmRpcCommand(const unsigned char* printer, const LmRpcCommandId* id,
@@ -107,22 +114,22 @@ ULONG __cdecl LmRpcCommand(const unsigned char* printer, const LmRpcCommandId* i
     vpca::ClientAttributeRequest client;
     std::memcpy(&client, params, sizeof client);
     const uint32_t values[2] = {id->value1, id->value2};
+    const RemoteCall call{L"command", {}};
     if (client.longIdCount > client.kSlots || client.shortIdCount > client.kSlots) {
-        Trace(L"RPC: a command with %u and %u arguments\r\n", client.longIdCount, client.shortIdCount);
         *size = 0;
-        return ERROR_INVALID_PARAMETER;
+        return Refuse(call, kBadArguments, L"a remote command with too many arguments");
     }
     vpca::CVPCAAnalyzer analyzer;
     vpca::AttributeRequest request;
     if (!analyzer.BuildAttributeRequest(&client, &request)) {
         *size = 0;
-        return ERROR_NOT_ENOUGH_MEMORY;
+        return Refuse(call, kOutOfMemory, L"no memory for a remote command");
     }
-    const DWORD result =
-        ReadFromPrinter({L"command", {}}, printer, reply, size,
-                        [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count) {
-                            return vpca::ReadAttribute(&port, values, &request, buffer, count);
-                        });
+    const DWORD result = ReadFromPrinter(
+        call, printer, reply, size,
+        [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count, vpca::ExchangeReason* reason) {
+            return vpca::ReadAttribute(&port, values, &request, buffer, count, reason);
+        });
     analyzer.FreeAttributeRequest(&request);
     return result;
 }

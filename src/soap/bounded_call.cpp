@@ -5,7 +5,6 @@
 #include "util/handles.h"
 #include "util/hresult.h"
 #include "util/locks.h"
-#include "util/vlutil.h"
 
 namespace vlm {
 
@@ -99,10 +98,7 @@ bool MayCall(const std::wstring& peer) {
             if (call->peer == peer) ++toPeer;
         }
     }
-    if (toPeer < kMostLeftBehind && toAll < kMostLeftBehindInAll) return true;
-    Trace(L"SOAP: %d earlier calls to %ls still hang, %d in all; no new one is begun\r\n", toPeer,
-          Printable(peer).c_str(), toAll);
-    return false;
+    return toPeer < kMostLeftBehind && toAll < kMostLeftBehindInAll;
 }
 
 bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds,

@@ -2,6 +2,7 @@
 
 #include "soap/check_user_password_service.h"
 #include "util/hresult.h"
+#include "util/vlutil.h"
 
 namespace vlm {
 
@@ -20,11 +21,13 @@ HRESULT CheckUserPassword(const wchar_t* url, const wchar_t* username, const wch
     }
     return GuardHresult([&] {
         CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWininetClient> proxy;
-        const HRESULT hr = proxy.SetUrl(url);
-        if (FAILED(hr)) return hr;
+        HRESULT hr = proxy.SetUrl(url);
         proxy.SetTimeout(CheckUserPasswordService::kTimeout);
         // The order of the wire is not the order of the arguments.
-        return proxy.CheckUserPassword(Text(username), Text(domain), Text(type), Text(password), result);
+        if (SUCCEEDED(hr))
+            hr = proxy.CheckUserPassword(Text(username), Text(domain), Text(type), Text(password), result);
+        if (FAILED(hr)) Trace(L"Error: %ls\r\n", proxy.Reason().c_str());
+        return hr;
     });
 }
 

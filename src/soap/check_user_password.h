@@ -10,7 +10,7 @@ namespace vlm {
 // soap_wininet_client.h says, with a time-out of 5 seconds. The password goes out as it is, and nowhere else:
 // not to the trace either.
 //
-// For threads with COM initialised; failures are HRESULTs.
+// For threads with COM initialised; failures are HRESULTs, with the reason in the trace.
 HRESULT CheckUserPassword(const wchar_t* url, const wchar_t* username, const wchar_t* password,
                           const wchar_t* type, const wchar_t* domain, bool* result);
 

@@ -8,7 +8,6 @@
 #include "soap/printer_service.h"
 #include "soap/query_document.h"
 #include "soap/streams.h"
-#include "util/hresult.h"
 #include "util/sax.h"
 #include "util/vlutil.h"
 
@@ -49,11 +48,8 @@ class AnswerHandler : public SaxHandler {
         return S_OK;
     }
     HRESULT OnStart(const XmlName& name, const XmlAttributes& attributes) override {
-        if (!envelopeSeen_ && (name.uri != ns::kSoap12 || name.local != L"Envelope")) {
-            Trace(L"WSD: the printer's answer is no SOAP 1.2 envelope but \"%ls\"\r\n",
-                  Printable(name.local, 64).c_str());
-            return E_FAIL;
-        }
+        if (!envelopeSeen_ && (name.uri != ns::kSoap12 || name.local != L"Envelope"))
+            return Refuse(L"it is no SOAP 1.2 envelope but \"" + Printable(name.local, 64) + L"\"");
         envelopeSeen_ = true;
         return normalizer_.StartElement(name, attributes) ? WithinBounds() : TooManyNamespaces();
     }
@@ -65,90 +61,107 @@ class AnswerHandler : public SaxHandler {
         normalizer_.Text(text);
         return WithinBounds();
     }
-    static HRESULT TooManyNamespaces() {
-        Trace(L"WSD: the printer's answer has too many namespaces\r\n");
-        return E_FAIL;
-    }
-    HRESULT WithinBounds() const {
-        if (!normalizer_.TooLong()) return S_OK;
-        Trace(L"WSD: the printer's answer is too long with one prefix per namespace\r\n");
-        return E_FAIL;
+    HRESULT TooManyNamespaces() { return Refuse(L"it has too many namespaces"); }
+    HRESULT WithinBounds() {
+        return normalizer_.TooLong() ? Refuse(L"it is too long with one prefix per namespace") : S_OK;
     }
 
     PrefixNormalizer normalizer_;
     bool envelopeSeen_ = false;
 };
 
-HRESULT Fetch(const wchar_t* url, const PrinterElementsQuery& query, std::string* answer) {
+// Runs a step that returns an Outcome; what it throws becomes one.
+template <typename Step>
+Outcome Guarded(Step&& step) noexcept {
+    try {
+        return step();
+    } catch (...) {
+        return CaughtOutcome();
+    }
+}
+
+Outcome Fetch(const wchar_t* url, const PrinterElementsQuery& query, std::string* answer, int* status) {
     PrinterServiceProxy proxy;
     HRESULT hr = proxy.SetUrl(url);
     std::wstring messageId;
     std::wstring from;
     if (SUCCEEDED(hr)) hr = NewUuidName(&messageId);
     if (SUCCEEDED(hr)) hr = NewUuidName(&from);
-    if (FAILED(hr)) return hr;
-    const std::string request = BuildPrinterElementsRequest(query, url, messageId, from);
-    proxy.SetTimeout(kTimeout);
-    return proxy.GetPrinterElements(request.c_str(), answer);
+    if (SUCCEEDED(hr)) {
+        const std::string request = BuildPrinterElementsRequest(query, url, messageId, from);
+        proxy.SetTimeout(kTimeout);
+        hr = proxy.GetPrinterElements(request.c_str(), answer);
+    }
+    *status = proxy.Status();
+    return {hr, proxy.Reason()};
 }
 
-HRESULT Clean(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
-              std::string* document) {
+Outcome Clean(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
+              std::string* document, int status) {
     ComPtr<ISAXXMLReader> reader;
     HRESULT hr = CreateSaxReader(reader.Receive());
-    if (FAILED(hr)) return hr;
+    if (FAILED(hr)) return {hr, L"no SAX reader"};
     AnswerHandler handler(prefixes);
     hr = ParseXml(reader.Get(), answer, &handler);
-    if (FAILED(hr)) {
-        Trace(L"WSD: the printer's answer cannot be used, error 0x%08lX\r\n", static_cast<unsigned long>(hr));
-        return hr;
+    if (SUCCEEDED(hr)) {
+        *document = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + ToUtf8(handler.Finish());
+        return {};
     }
-    *document = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + ToUtf8(handler.Finish());
-    return S_OK;
+    const bool isSuccess = status >= 200 && status < 300;
+    return {hr, (isSuccess ? L"" : L"HTTP status " + std::to_wstring(status) + L"; ") +
+                    (L"the printer's answer cannot be used: " +
+                     (handler.Reason().empty() ? L"it is no well-formed XML" : handler.Reason()))};
 }
 
-// What the public functions have in common: `body` runs with the query that `queryText` or `queryStream`
-// holds, and nothing is thrown.
+// Runs `body` with the query that `queryText` or `queryStream` holds.
 template <typename Query, typename Body>
-HRESULT WithQuery(Query queryDocument, bool argumentsGood, Body&& body) {
-    if (queryDocument == nullptr || !argumentsGood) return E_INVALIDARG;
-    return GuardHresult([&] {
+Outcome WithQuery(Query queryDocument, bool argumentsGood, Body&& body) {
+    if (queryDocument == nullptr || !argumentsGood) return {E_INVALIDARG, {}};
+    return Guarded([&]() -> Outcome {
         PrinterElementsQuery query;
         const HRESULT hr = ReadQuery(queryDocument, &query);
-        return FAILED(hr) ? hr : body(query);
+        if (FAILED(hr)) return {hr, L"the query for printer elements is no EnumQueryElement document"};
+        return body(query);
     });
 }
 
 template <typename Query>
 HRESULT GetAsStream(const wchar_t* url, Query queryDocument, IStream** response) {
     if (response != nullptr) *response = nullptr;
-    return WithQuery(queryDocument, url != nullptr && response != nullptr,
-                     [&](const PrinterElementsQuery& query) {
-                         std::string answer;
-                         std::string document;
-                         HRESULT hr = Fetch(url, query, &answer);
-                         if (SUCCEEDED(hr)) hr = Clean(answer, query.namespaces, &document);
-                         return FAILED(hr) ? hr : MakeStream(document, response);
-                     });
+    const Outcome outcome =
+        WithQuery(queryDocument, url != nullptr && response != nullptr,
+                  [&](const PrinterElementsQuery& query) -> Outcome {
+                      std::string answer;
+                      std::string document;
+                      int status = 0;
+                      Outcome step = Fetch(url, query, &answer, &status);
+                      if (SUCCEEDED(step)) step = Clean(answer, query.namespaces, &document, status);
+                      return FAILED(step) ? step : Outcome{MakeStream(document, response), {}};
+                  });
+    if (FAILED(outcome)) Trace(L"Error: %ls\r\n", outcome.Reason());
+    return outcome;
 }
 
 }  // namespace
 
-HRESULT FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer) {
-    return WithQuery(queryText, url != nullptr && answer != nullptr,
-                     [&](const PrinterElementsQuery& query) { return Fetch(url, query, answer); });
-}
-
-HRESULT CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document) {
-    return WithQuery(queryText, document != nullptr, [&](const PrinterElementsQuery& query) {
-        return Clean(answer, query.namespaces, document);
+Outcome FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer, int* status) {
+    int ignored = 0;
+    return WithQuery(queryText, url != nullptr && answer != nullptr, [&](const PrinterElementsQuery& query) {
+        return Fetch(url, query, answer, status != nullptr ? status : &ignored);
     });
 }
 
-HRESULT CleanPrinterElements(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
-                             std::string* document) {
-    if (document == nullptr) return E_INVALIDARG;
-    return GuardHresult([&] { return Clean(answer, prefixes, document); });
+Outcome CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document,
+                             int status) {
+    return WithQuery(queryText, document != nullptr, [&](const PrinterElementsQuery& query) {
+        return Clean(answer, query.namespaces, document, status);
+    });
+}
+
+Outcome CleanPrinterElements(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
+                             std::string* document, int status) {
+    if (document == nullptr) return {E_INVALIDARG, {}};
+    return Guarded([&] { return Clean(answer, prefixes, document, status); });
 }
 
 HRESULT GetPrinterElements(const wchar_t* url, const wchar_t* queryText, IStream** response) {

@@ -8,9 +8,10 @@
 // The answer becomes a UTF-8 document, the printer's whole envelope with one prefix per namespace, chosen as
 // prefix_normalizer.h says.
 //
-// For threads with COM initialised; nothing is shared between calls. Failures are HRESULTs, with the reason
-// in the trace. The printer's time-outs bound the exchange as soap_wininet_client.h says (5 seconds is the
-// time-out here). An answer beyond kPrinterAnswerLimits is refused before any parser sees it.
+// For threads with COM initialised; nothing is shared between calls. A failure comes with its reason, which
+// names the endpoint where the network is at fault; the functions that return a bare HRESULT trace it. The
+// printer's time-outs bound the exchange as soap_wininet_client.h says (5 seconds is the time-out here). An
+// answer beyond kPrinterAnswerLimits is refused before any parser sees it.
 #pragma once
 
 #include <windows.h>
@@ -21,19 +22,23 @@
 #include <string_view>
 #include <vector>
 
+#include "util/outcome.h"
 #include "util/xml_names.h"
 
 namespace vlm {
 
-// The printer's answer as it came. `url` as ParseServiceUrl() reads it, so a bare host address will do: http,
-// port 80, "/wsd/print/". The request carries it as it is in wsa:To.
-HRESULT FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer);
+// The printer's answer as it came, and its HTTP status. `url` as ParseServiceUrl() reads it, so a bare host
+// address will do: http, port 80, "/wsd/print/". The request carries it as it is in wsa:To.
+Outcome FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer,
+                             int* status = nullptr);
 
 // The document that the engine takes, made of an answer as it came: with these prefixes, or with those of the
-// query, for their namespaces.
-HRESULT CleanPrinterElements(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
-                             std::string* document);
-HRESULT CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document);
+// query, for their namespaces. A status of HTTP's other than success is no failure, but the first thing to
+// say of an answer that is refused.
+Outcome CleanPrinterElements(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
+                             std::string* document, int status = 200);
+Outcome CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document,
+                             int status = 200);
 
 // Both, for callers that take the document as a stream: positioned at its start, one reference for the
 // caller; null after a failure. The second reads the query from the stream's beginning.

@@ -4,7 +4,6 @@
 
 #include "soap/streams.h"
 #include "util/sax.h"
-#include "util/vlutil.h"
 #include "util/xml_names.h"
 
 namespace vlm {
@@ -52,9 +51,7 @@ HRESULT ReadBytes(std::string_view document, PrinterElementsQuery* query) {
     HRESULT hr = CreateSaxReader(reader.Receive());
     if (FAILED(hr)) return hr;
     QueryHandler handler(query);
-    hr = ParseXml(reader.Get(), document, &handler);
-    if (FAILED(hr)) Trace(L"WSD: the query for printer elements is no EnumQueryElement document\r\n");
-    return hr;
+    return ParseXml(reader.Get(), document, &handler);
 }
 
 }  // namespace

@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
+#include <utility>
 
-#include "util/vlutil.h"
+#include "soap/network_error.h"
+#include "util/hresult.h"
 
 namespace vlm {
 
@@ -40,7 +42,7 @@ std::optional<std::uint64_t> AnnouncedLength(HINTERNET request) {
 #endif
 class CReadStreamOnInet final : public IStream {
  public:
-    CReadStreamOnInet(HINTERNET request, ULONGLONG deadline);
+    CReadStreamOnInet(HINTERNET request, ULONGLONG deadline, std::shared_ptr<std::wstring> reason);
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
     STDMETHODIMP_(ULONG) AddRef() override;
@@ -62,29 +64,32 @@ class CReadStreamOnInet final : public IStream {
  private:
     ~CReadStreamOnInet() = default;
     // Looked at before each use of the request, which may be closed soon after the deadline.
-    bool IsLate() const;
+    bool IsLate() const { return GetTickCount64() >= deadline_; }
+    HRESULT Fail(const std::wstring& reason);
+    HRESULT ReadSome(void* buffer, ULONG count, ULONG* read);
 
     std::atomic<ULONG> references_{1};
     HINTERNET request_;
     ULONGLONG deadline_;
     bool lengthKnown_;
     std::uint64_t left_ = 0;  // of the announced length
+    std::shared_ptr<std::wstring> reason_;
 };
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
 
-CReadStreamOnInet::CReadStreamOnInet(HINTERNET request, ULONGLONG deadline)
-    : request_(request), deadline_(deadline) {
+CReadStreamOnInet::CReadStreamOnInet(HINTERNET request, ULONGLONG deadline,
+                                     std::shared_ptr<std::wstring> reason)
+    : request_(request), deadline_(deadline), reason_(std::move(reason)) {
     const std::optional<std::uint64_t> length = AnnouncedLength(request);
     lengthKnown_ = length.has_value();
     left_ = length.value_or(0);
 }
 
-bool CReadStreamOnInet::IsLate() const {
-    if (GetTickCount64() < deadline_) return false;
-    Trace(L"SOAP: the answer takes too long\r\n");
-    return true;
+HRESULT CReadStreamOnInet::Fail(const std::wstring& reason) {
+    if (reason_) *reason_ = reason;
+    return E_FAIL;
 }
 
 STDMETHODIMP CReadStreamOnInet::QueryInterface(REFIID iid, void** object) {
@@ -107,41 +112,38 @@ STDMETHODIMP_(ULONG) CReadStreamOnInet::Release() {
 }
 
 STDMETHODIMP CReadStreamOnInet::Read(void* buffer, ULONG count, ULONG* read) {
+    return GuardHresult([&] { return ReadSome(buffer, count, read); });
+}
+
+HRESULT CReadStreamOnInet::ReadSome(void* buffer, ULONG count, ULONG* read) {
     ULONG ignored = 0;
     if (read == nullptr) read = &ignored;
     *read = 0;
     if (buffer == nullptr) return STG_E_INVALIDPOINTER;
     if (count == 0 || (lengthKnown_ && left_ == 0)) return S_OK;
-    if (IsLate()) return E_FAIL;
+    constexpr wchar_t kLate[] = L"takes too long";
+    if (IsLate()) return Fail(kLate);
     // InternetReadFile would wait until the whole buffer is full.
     DWORD available = 0;
     DWORD got = 0;
     bool good = InternetQueryDataAvailable(request_, &available, 0, 0) != FALSE;
     if (good && available != 0) {
-        if (IsLate()) return E_FAIL;
+        if (IsLate()) return Fail(kLate);
         DWORD wanted = std::min<DWORD>(count, available);
         if (lengthKnown_) wanted = static_cast<DWORD>(std::min<std::uint64_t>(wanted, left_));
         good = InternetReadFile(request_, buffer, wanted, &got) != FALSE;
     }
-    if (!good) {
-        Trace(L"SOAP: reading the answer failed with error %lu\r\n", GetLastError());
-        return E_FAIL;
-    }
-    if (lengthKnown_) {
-        if (got == 0) {
-            Trace(L"SOAP: the answer ends %llu bytes early\r\n", left_);
-            return E_FAIL;
-        }
-        left_ -= got;
-    }
+    if (!good) return Fail(L"cannot be read: " + DescribeNetworkError(GetLastError()));
+    if (lengthKnown_ && got == 0) return Fail(L"ends " + std::to_wstring(left_) + L" bytes early");
+    if (lengthKnown_) left_ -= got;
     *read = got;
     return S_OK;
 }
 
 }  // namespace
 
-IStream* NewReadStreamOnInet(HINTERNET request, ULONGLONG deadline) {
-    return new CReadStreamOnInet(request, deadline);
+IStream* NewReadStreamOnInet(HINTERNET request, ULONGLONG deadline, std::shared_ptr<std::wstring> reason) {
+    return new CReadStreamOnInet(request, deadline, std::move(reason));
 }
 
 }  // namespace vlm

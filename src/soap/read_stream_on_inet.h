@@ -6,6 +6,9 @@
 #include <objidl.h>
 #include <wininet.h>
 
+#include <memory>
+#include <string>
+
 namespace vlm {
 
 // Reads the body of `request`, whose answer's head has arrived, once from its start to its end; all that is
@@ -17,7 +20,9 @@ namespace vlm {
 //  - a failed read, such as one that WinINet gave up after the receive time-out,
 //  - a Read() after `deadline` (GetTickCount64), which bounds the sum of all of them,
 //  - an end before the length that the answer announced: WinINet reports a closed connection as a plain end.
-// Bytes behind the announced length are not part of the answer and are not read.
-IStream* NewReadStreamOnInet(HINTERNET request, ULONGLONG deadline);
+// Bytes behind the announced length are not part of the answer and are not read. `reason`, if not null, then
+// says which it was.
+IStream* NewReadStreamOnInet(HINTERNET request, ULONGLONG deadline,
+                             std::shared_ptr<std::wstring> reason = nullptr);
 
 }  // namespace vlm

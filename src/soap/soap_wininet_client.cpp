@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "soap/bounded_call.h"
+#include "soap/network_error.h"
 #include "soap/read_stream_on_inet.h"
 #include "soap/streams.h"
 #include "util/hresult.h"
@@ -51,7 +52,7 @@ HRESULT CVlSoapWininetClient::SetUrl(std::wstring_view url) {
         // What stands before an "@" may be a password.
         const size_t user = url.rfind(L'@');
         const std::wstring_view shown = user == std::wstring_view::npos ? url : url.substr(user + 1);
-        Trace(L"SOAP: \"%ls\" is no address of a service\r\n", Printable(shown).c_str());
+        reason_ = L"\"" + Printable(shown) + L"\" is no address of a service";
         return E_INVALIDARG;
     }
     CloseAll();
@@ -61,6 +62,7 @@ HRESULT CVlSoapWininetClient::SetUrl(std::wstring_view url) {
 
 void CVlSoapWininetClient::CleanupClient() {
     body_.clear();
+    reason_.clear();
     CloseRequest();
     fault_ = {};
     clientError_ = SoapClientError::kSuccess;
@@ -83,7 +85,8 @@ void CVlSoapWininetClient::CloseRequest() noexcept {
         if (RunBounded(
                 url_.host, [closing] { closing->request.Reset(); }, time))
             return S_OK;
-        Trace(L"SOAP: a request to %ls does not close\r\n", Printable(url_.host).c_str());
+        Trace(L"Error: host \"%ls:%u\": a request does not close\r\n", TraceName(url_.host.c_str()).c_str(),
+              url_.port);
         // Closing what it belongs to closes a request as well, which must not happen twice.
         closing->connection = std::move(connection_);
         closing->internet = std::move(internet_);
@@ -99,41 +102,53 @@ void CVlSoapWininetClient::CloseAll() noexcept {
     internet_.Reset();
 }
 
+HRESULT CVlSoapWininetClient::Fail(std::wstring reason) {
+    reason_ = std::move(reason);
+    return E_FAIL;
+}
+
+std::wstring CVlSoapWininetClient::Endpoint() const {
+    return Printable(url_.host) + L":" + std::to_wstring(url_.port);
+}
+
 HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
-    pending_ = Pending{TraceClock::now()};
+    begin_ = TraceClock::now();
+    status_ = 0;
     const HRESULT hr = Exchange(actionHeader);
     if (FAILED(hr)) EndExchange(0);
     return hr;
 }
 
 HRESULT CVlSoapWininetClient::Exchange(std::wstring_view actionHeader) {
-    if (!MayCall(url_.host)) return E_FAIL;
+    if (!MayCall(url_.host))
+        return Fail(L"earlier calls still hang; no new one to " + Endpoint() + L" is begun");
     HRESULT hr = connection_ ? S_OK : Connect();
     if (SUCCEEDED(hr)) hr = OpenRequest();
     if (SUCCEEDED(hr)) hr = Send(std::wstring(actionHeader) + kContentType);
     if (FAILED(hr)) return hr;
 
-    int status = 0;
-    hr = QueryStatus(&status);
-    if (SUCCEEDED(hr)) pending_->status = status;
-    if (hr != S_OK || status != kStatusServerError) return FAILED(hr) ? hr : S_OK;
+    hr = QueryStatus();
+    if (hr != S_OK || status_ != kStatusServerError) return FAILED(hr) ? hr : S_OK;
     const bool readable = SUCCEEDED(ReadFault());
     clientError_ = readable ? SoapClientError::kSoapFault : SoapClientError::kParseFault;
     const wchar_t* meaning = readable ? SoapFaultMeaning(fault_.code) : L"no SOAP 1.1 fault comes with it";
-    Trace(L"SOAP: %ls answered with status 500: %ls\r\n", Printable(url_.host).c_str(),
-          meaning != nullptr ? meaning : L"no code of SOAP's own");
-    return E_FAIL;
+    return Fail(Endpoint() + L" answered with status 500: " +
+                (meaning != nullptr ? meaning : L"no code of SOAP's own"));
+}
+
+ComPtr<IStream> CVlSoapWininetClient::MakeReader(std::shared_ptr<std::wstring> reason) const {
+    // No read is begun just before the request is closed under it: the platform may give the same handle to
+    // somebody else's request next.
+    const DWORD time = EffectiveTimeout() * kBodyTimeouts;
+    const ULONGLONG deadline = GetTickCount64() + time - 3 * ClosingTime(time);
+    return ComPtr<IStream>::Attach(NewReadStreamOnInet(request_.Get(), deadline, std::move(reason)));
 }
 
 HRESULT CVlSoapWininetClient::GetClientReader(IStream** reader) {
     if (reader == nullptr) return E_POINTER;
     *reader = nullptr;
-    if (!request_) return E_FAIL;
-    // No read is begun just before the request is closed under it: the platform may give the same handle to
-    // somebody else's request next.
-    const DWORD time = EffectiveTimeout() * kBodyTimeouts;
-    const ULONGLONG deadline = GetTickCount64() + time - 3 * ClosingTime(time);
-    *reader = NewReadStreamOnInet(request_.Get(), deadline);
+    if (!request_) return Fail(L"no request is open");
+    *reader = MakeReader(nullptr).Detach();
     return S_OK;
 }
 
@@ -144,8 +159,8 @@ HRESULT CVlSoapWininetClient::ReadBody(std::string* body) {
 }
 
 void CVlSoapWininetClient::EndExchange(size_t bytes) {
-    const std::optional<Pending> ended = std::exchange(pending_, std::nullopt);
-    if (ended) TraceExchangeEnd(url_.host.c_str(), url_.port, ended->status, bytes, ended->begin);
+    const auto begin = std::exchange(begin_, std::nullopt);
+    if (begin) TraceExchangeEnd(url_.host.c_str(), url_.port, status_, bytes, *begin);
 }
 
 HRESULT CVlSoapWininetClient::ReadWholeBody(std::string* body) {
@@ -154,18 +169,25 @@ HRESULT CVlSoapWininetClient::ReadWholeBody(std::string* body) {
         std::string bytes;
         HRESULT result = E_FAIL;
     };
+    if (!request_) return Fail(L"no request is open");
+    const auto why = std::make_shared<std::wstring>();
     const auto reading = std::make_shared<Reading>();
-    HRESULT hr = GetClientReader(reading->reader.Receive());
-    if (FAILED(hr)) return hr;
+    reading->reader = MakeReader(why);
     // The reader ends by itself at its deadline, unless one single read outlasts it.
     const bool ended = RunWithinTime(EffectiveTimeout() * kBodyTimeouts, [reading] {
         reading->result = ReadToEnd(reading->reader.Get(), &reading->bytes);
     });
-    if (!ended) Trace(L"SOAP: the answer of %ls does not end\r\n", Printable(url_.host).c_str());
-    hr = ended ? reading->result : E_FAIL;
+    const HRESULT hr = ended ? reading->result : E_FAIL;
+    if (SUCCEEDED(hr)) {
+        *body = std::move(reading->bytes);
+        return hr;
+    }
+    std::wstring problem = ended ? *why : L"does not end";
+    if (problem.empty())
+        problem = reading->bytes.size() > kLongestBody ? L"is too long" : DescribeHresult(hr);
+    Fail(L"the answer of " + Endpoint() + L" " + problem);
     // What is left of such an answer is not waited for.
-    if (FAILED(hr)) CloseAll();
-    if (SUCCEEDED(hr)) *body = std::move(reading->bytes);
+    CloseAll();
     return hr;
 }
 
@@ -205,7 +227,10 @@ HRESULT CVlSoapWininetClient::ReadResponse(SaxHandler* handler) {
     std::string body;
     HRESULT hr = InitializeReader();
     if (SUCCEEDED(hr)) hr = ReadBody(&body);
-    if (SUCCEEDED(hr)) hr = ParseXml(reader_.Get(), body, handler);
+    if (SUCCEEDED(hr)) {
+        hr = ParseXml(reader_.Get(), body, handler);
+        if (FAILED(hr)) reason_ = L"the answer of " + Endpoint() + L" is none of the service's";
+    }
     if (FAILED(hr)) clientError_ = SoapClientError::kParse;
     return hr;
 }
@@ -218,7 +243,7 @@ HRESULT CVlSoapWininetClient::Connect() {
                                            INTERNET_SERVICE_HTTP, kConnectFlags, 0));
     }
     if (connection_) return S_OK;
-    Trace(L"SOAP: no connection to %ls, error %lu\r\n", Printable(url_.host).c_str(), GetLastError());
+    Fail(L"no connection to " + Endpoint() + L": " + DescribeNetworkError(GetLastError()));
     CloseAll();
     clientError_ = SoapClientError::kConnect;
     return E_FAIL;
@@ -230,9 +255,8 @@ HRESULT CVlSoapWininetClient::OpenRequest() {
     request_.Reset(HttpOpenRequestW(connection_.Get(), L"POST", url_.path.c_str(), L"HTTP/1.0", nullptr,
                                     acceptTypes, flags, 0));
     if (!request_) {
-        Trace(L"SOAP: no request to %ls, error %lu\r\n", Printable(url_.host).c_str(), GetLastError());
         clientError_ = SoapClientError::kSend;
-        return E_FAIL;
+        return Fail(L"no request to " + Endpoint() + L": " + DescribeNetworkError(GetLastError()));
     }
     // Not every WinINet hands the session's time-outs down to its requests.
     SetTimeouts(request_.Get());
@@ -266,22 +290,21 @@ HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
     });
     if (ended && sending->sent) return S_OK;
     const DWORD error = ended ? sending->error : static_cast<DWORD>(ERROR_INTERNET_TIMEOUT);
-    Trace(L"SOAP: no answer from %ls, error %lu\r\n", Printable(url_.host).c_str(), error);
-    return E_FAIL;
+    return Fail(L"no answer from " + Endpoint() + L": " + DescribeNetworkError(error));
 }
 
 // S_FALSE when the answer's status cannot be told.
-HRESULT CVlSoapWininetClient::QueryStatus(int* status) {
+HRESULT CVlSoapWininetClient::QueryStatus() {
     wchar_t text[256];
     DWORD size = sizeof text;
     if (!HttpQueryInfoW(request_.Get(), HTTP_QUERY_STATUS_CODE, text, &size, nullptr)) {
-        return GetLastError() == ERROR_INSUFFICIENT_BUFFER ? E_INVALIDARG : S_FALSE;
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) return S_FALSE;
+        Fail(Endpoint() + L" answered with an endless status");
+        return E_INVALIDARG;
     }
-    *status = static_cast<int>(std::wcstol(text, nullptr, 10));
-    if (*status > 0) return S_OK;
+    status_ = std::max(0, static_cast<int>(std::wcstol(text, nullptr, 10)));
     // A connection that was closed before any byte, for one, passes for an answer with status 0.
-    Trace(L"SOAP: %ls did not answer in HTTP\r\n", Printable(url_.host).c_str());
-    return E_FAIL;
+    return status_ > 0 ? S_OK : Fail(Endpoint() + L" did not answer in HTTP");
 }
 
 HRESULT CVlSoapWininetClient::ReadFault() {

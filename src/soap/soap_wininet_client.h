@@ -3,7 +3,7 @@
 // The request goes out as HTTP/1.0 POST without a proxy, without user interface, without credentials;
 // certificates of printers are self-made, so certificate problems never stop a request. Nothing is retried.
 //
-// Results are HRESULTs; what went wrong beyond that is in GetClientError() and the trace. An HTTP status
+// Results are HRESULTs; what went wrong beyond that is in GetClientError() and Reason(). An HTTP status
 // other than 500 is a successful exchange here, whatever the body: its reader finds out. No call lasts longer
 // than
 //   SendRequest: twice the time-out for the request and the head of the answer, 6 × the time-out for a
@@ -23,6 +23,7 @@
 #include <wininet.h>
 
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -81,6 +82,10 @@ class CVlSoapWininetClient {
 
     SoapClientError GetClientError() const { return clientError_; }
     const SoapFault& GetFault() const { return fault_; }
+    // Why the last call failed, in words; names the endpoint by host and port.
+    const std::wstring& Reason() const { return reason_; }
+    // HTTP's, of the last answer; 0 when none came.
+    int Status() const { return status_; }
 
  protected:
     static constexpr std::wstring_view kEmptyAction = L"SOAPAction: \"\"\r\n";
@@ -95,6 +100,10 @@ class CVlSoapWininetClient {
     HRESULT ReadResponse(SaxHandler* handler);
 
  private:
+    HRESULT Fail(std::wstring reason);
+    // "host:port", printable.
+    std::wstring Endpoint() const;
+    ComPtr<IStream> MakeReader(std::shared_ptr<std::wstring> reason) const;
     HRESULT Exchange(std::wstring_view actionHeader);
     HRESULT ReadWholeBody(std::string* body);
     // Says in the trace how the exchange went, once.
@@ -102,7 +111,7 @@ class CVlSoapWininetClient {
     HRESULT Connect();
     HRESULT OpenRequest();
     HRESULT Send(std::wstring headers);
-    HRESULT QueryStatus(int* status);
+    HRESULT QueryStatus();
     HRESULT ReadFault();
     void SetTimeouts(HINTERNET handle) const;
     // Runs a call on the request. False when it did not end in time; all handles are then closed.
@@ -116,12 +125,9 @@ class CVlSoapWininetClient {
     InternetHandle connection_;
     InternetHandle request_;
     std::string body_;
-    // The exchange whose end has not been traced yet.
-    struct Pending {
-        TraceClock::time_point begin;
-        int status = 0;  // HTTP's, 0 as long as none has come
-    };
-    std::optional<Pending> pending_;
+    std::optional<TraceClock::time_point> begin_;  // of the exchange whose end has not been traced yet
+    int status_ = 0;
+    std::wstring reason_;
     ComPtr<ISAXXMLReader> reader_;
     SoapFault fault_;
     SoapClientError clientError_ = SoapClientError::kSuccess;

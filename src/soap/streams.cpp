@@ -1,14 +1,10 @@
 #include "soap/streams.h"
 
-#include "util/vlutil.h"
-
 namespace vlm {
 
 HRESULT ReadToEnd(IStream* stream, std::string* bytes) {
     const HRESULT hr = ReadStream(stream, kLongestBody, bytes);
-    if (FAILED(hr) || bytes->size() <= kLongestBody) return hr;
-    Trace(L"SOAP: an answer of more than %u bytes is refused\r\n", static_cast<unsigned>(kLongestBody));
-    return E_FAIL;
+    return SUCCEEDED(hr) && bytes->size() > kLongestBody ? E_FAIL : hr;
 }
 
 HRESULT ReadWhole(IStream* stream, std::string* bytes) {

@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 
+#include "util/outcome.h"
 #include "util/scope_exit.h"
 
 namespace vlm {
@@ -37,7 +38,14 @@ std::wstring SystemMessage(HRESULT hr) {
     return message;
 }
 
-std::wstring Describe(HRESULT hr) {
+const char* AfterLastBackslash(const char* path) {
+    const char* backslash = std::strrchr(path, '\\');
+    return backslash != nullptr ? backslash + 1 : path;
+}
+
+}  // namespace
+
+std::wstring DescribeHresult(HRESULT hr) {
     std::wstring message = SystemMessage(hr);
     if (!message.empty()) return message;
     wchar_t text[32];
@@ -49,13 +57,6 @@ std::wstring Describe(HRESULT hr) {
     }
     return text;
 }
-
-const char* AfterLastBackslash(const char* path) {
-    const char* backslash = std::strrchr(path, '\\');
-    return backslash != nullptr ? backslash + 1 : path;
-}
-
-}  // namespace
 
 void Format(_bstr_t_ex& out, const wchar_t* format, ...) {
     if (format == nullptr) throw CComErrorEx(E_INVALIDARG, kSource, kFormatLine);
@@ -76,13 +77,22 @@ void Format(_bstr_t_ex& out, const wchar_t* format, ...) {
     out = text.c_str();
 }
 
-CComErrorEx::CComErrorEx(HRESULT hr, const char* sourcePath, unsigned line)
+CComErrorEx::CComErrorEx(HRESULT hr, const char* sourcePath, unsigned line, const wchar_t* reason)
     : _com_error(hr), file_(AfterLastBackslash(sourcePath)), line_(line) {
     try {
-        Format(message_, L"%ls (file=%hs, line=%d)\r\n", Describe(hr).c_str(), file_, static_cast<int>(line));
+        if (reason != nullptr) reason_ = reason;
+        Format(message_, L"%ls (file=%hs, line=%d)\r\n", DescribeHresult(hr).c_str(), file_,
+               static_cast<int>(line));
     } catch (const std::bad_alloc&) {
         throw _com_error(E_OUTOFMEMORY);
     }
+}
+
+std::wstring CComErrorEx::Reason() const {
+    if (*reason_.Text() != L'\0') return reason_.Text();
+    std::wstring report = message_.Text();
+    report.erase(report.find_last_not_of(L"\r\n") + 1);
+    return report;
 }
 
 }  // namespace vlm

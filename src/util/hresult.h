@@ -3,9 +3,7 @@
 
 #include <windows.h>
 
-#include <new>
-
-#include "util/com.h"
+#include "util/outcome.h"
 
 namespace vlm {
 
@@ -15,12 +13,8 @@ template <typename Body>
 HRESULT GuardHresult(Body&& body) noexcept {
     try {
         return body();
-    } catch (const std::bad_alloc&) {
-        return E_OUTOFMEMORY;
-    } catch (const _com_error& error) {
-        return error.Error();
     } catch (...) {
-        return E_FAIL;
+        return CaughtOutcome();
     }
 }
 

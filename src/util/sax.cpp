@@ -3,7 +3,6 @@
 #include "util/hresult.h"
 #include "util/scope_exit.h"
 #include "util/streams.h"
-#include "util/vlutil.h"
 #include "util/xml_bounds.h"
 
 namespace vlm {
@@ -91,10 +90,7 @@ HRESULT CreateSaxReader(ISAXXMLReader** reader) {
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler) {
     std::string ready;
     const XmlRefusal refusal = CheckXmlBounds(document, kPrinterAnswerLimits, &ready);
-    if (refusal != XmlRefusal::kNone) {
-        Trace(L"SOAP: an answer is refused: it %ls\r\n", Describe(refusal));
-        return E_FAIL;
-    }
+    if (refusal != XmlRefusal::kNone) return handler->Refuse(std::wstring(L"it ") + Describe(refusal));
     return ParseReadyXml(reader, ready, handler);
 }
 

@@ -3,7 +3,9 @@
 
 #include <windows.h>
 
+#include <string>
 #include <string_view>
+#include <utility>
 
 #include "util/com.h"
 #include "util/xml_event.h"
@@ -27,6 +29,15 @@ class SaxHandler : public ISAXContentHandler {
     virtual ~SaxHandler() = default;
     SaxHandler(const SaxHandler&) = delete;
     SaxHandler& operator=(const SaxHandler&) = delete;
+
+    // Why the document was refused, by the handler or by what stands before it; empty where the parser itself
+    // stopped.
+    const std::wstring& Reason() const { return reason_; }
+    // To be returned by an event; E_FAIL.
+    HRESULT Refuse(std::wstring reason) {
+        reason_ = std::move(reason);
+        return E_FAIL;
+    }
 
  protected:
     // A namespace declaration, before the start of the element that carries it.
@@ -58,6 +69,7 @@ class SaxHandler : public ISAXContentHandler {
     STDMETHODIMP skippedEntity(const wchar_t*, int) override { return S_OK; }
 
     XmlAttributes attributes_;  // kept for its memory
+    std::wstring reason_;
 };
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
@@ -66,8 +78,8 @@ class SaxHandler : public ISAXContentHandler {
 HRESULT CreateSaxReader(ISAXXMLReader** reader);
 
 // Parses a whole document. S_OK when it is well-formed and the handler took every event; else a failure: the
-// handler's, or the parser's, or E_FAIL, with the reason traced, for a document that is not let through to
-// the parser (see util/xml_bounds.h). The reader can be used again after either.
+// handler's, or the parser's, or E_FAIL for a document that is not let through to the parser (see
+// util/xml_bounds.h). The reader can be used again after either.
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler);
 
 // The same for a document that was looked at and made quick to parse (CheckXmlBounds).

@@ -11,7 +11,8 @@ long long MillisecondsSince(TraceClock::time_point begin) {
 }  // namespace
 
 void TraceRefusal(const wchar_t* port, const wchar_t* reason, DWORD code, TraceLevel level) {
-    TraceAt(level, L"%ls: port \"%ls\": %ls, error %lu\r\n",
+    // The reason may hold what came from outside, and has room for less than all of it.
+    TraceAt(level, L"%ls: port \"%ls\": %.3000ls, error %lu\r\n",
             level == TraceLevel::kError ? L"Error" : L"Verbose", TraceName(port).c_str(), reason, code);
 }
 
@@ -22,6 +23,9 @@ void TraceJobStart(const wchar_t* port, DWORD job, const wchar_t* printer) {
 }
 
 void TraceJobEnd(const wchar_t* port, DWORD job, const JobTally& tally) {
+    if (tally.failedWrites != 0)
+        Trace(L"Error: port \"%ls\": job %lu broke: %u failed writes, the last one with error %lu\r\n",
+              TraceName(port).c_str(), job, tally.failedWrites, tally.error);
     if (!IsTraced(TraceLevel::kInformation)) return;
     TraceAt(TraceLevel::kInformation,
             L"Info: port \"%ls\": job %lu ended, %llu bytes, %u failed writes, %lld ms\r\n",

@@ -23,6 +23,7 @@ struct JobTally {
     TraceClock::time_point begin;  // zero: there is no job
     uint64_t bytes;                // that the lower monitor took
     uint32_t failedWrites;         // refused ones included
+    DWORD error;                   // of the last of them
 };
 
 // How many entries of an answer have a value, by who gave it, and how many have none.
@@ -40,6 +41,7 @@ void TraceRefusal(const wchar_t* port, const wchar_t* reason, DWORD code,
                   TraceLevel level = TraceLevel::kError);
 
 void TraceJobStart(const wchar_t* port, DWORD job, const wchar_t* printer);
+// Also a line of an error, if writes failed.
 void TraceJobEnd(const wchar_t* port, DWORD job, const JobTally& tally);
 
 // One entry of an answer: counts it, and traces who gave it. An entry with a result other than 0 has no

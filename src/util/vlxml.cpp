@@ -15,13 +15,24 @@ void Check(HRESULT hr, unsigned line = __builtin_LINE()) {
     if (FAILED(hr)) throw CComErrorEx(hr, "vlxml", line);
 }
 
+[[noreturn]] void Refuse(const std::wstring& reason, unsigned line = __builtin_LINE()) {
+    throw CComErrorEx(E_FAIL, "vlxml", line, reason.c_str());
+}
+
 std::wstring TakeText(_bstr_t& text) {
     const auto* characters = static_cast<const wchar_t*>(text);
     return characters != nullptr ? std::wstring(characters, text.length()) : std::wstring();
 }
 
-void TraceUnloadable(const wchar_t* path) {
-    Trace(L"Error: Unable to load file %ls\r\n", Printable(path, MAX_PATH).c_str());
+constexpr wchar_t kXmlText[] = L"the XML text";
+constexpr wchar_t kPrinterAnswer[] = L"the printer's answer";
+
+std::wstring Shown(const wchar_t* path) {
+    return Printable(path, MAX_PATH);
+}
+
+void TraceUnloadable(const std::wstring& shownPath) {
+    Trace(L"Error: Unable to load file %ls\r\n", shownPath.c_str());
 }
 
 std::string BytesOf(const wchar_t* path) {
@@ -82,18 +93,20 @@ void CXMLDoc::LoadFile(const wchar_t* path, const wchar_t* namespaceUri) {
     const HRESULT hr = document.load(source, &success);
     Check(hr);
     const bool loaded = hr == S_OK && success == VARIANT_TRUE;
-    if (!loaded) TraceUnloadable(path);
-    AfterLoad(loaded);
-    if (namespaceUri != nullptr) PrepareXPath(BytesOf(path), namespaceUri);
+    const std::wstring shown = Shown(path);
+    if (!loaded) TraceUnloadable(shown);
+    AfterLoad(loaded, shown);
+    if (namespaceUri != nullptr) PrepareXPath(BytesOf(path), namespaceUri, shown);
 }
 
 void CXMLDoc::LoadFileBytes(const wchar_t* path, std::string_view bytes, const wchar_t* namespaceUri) {
     ComPtr<IStream> stream;
     Check(MakeStream(bytes, stream.Receive()));
     const bool loaded = LoadFrom(stream.Get());
-    if (!loaded) TraceUnloadable(path);
-    AfterLoad(loaded);
-    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri);
+    const std::wstring shown = Shown(path);
+    if (!loaded) TraceUnloadable(shown);
+    AfterLoad(loaded, shown);
+    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri, shown);
 }
 
 void CXMLDoc::LoadXml(const wchar_t* text, const wchar_t* namespaceUri) {
@@ -102,8 +115,8 @@ void CXMLDoc::LoadXml(const wchar_t* text, const wchar_t* namespaceUri) {
     VARIANT_BOOL success = VARIANT_FALSE;
     const HRESULT hr = document.loadXML(source, &success);
     Check(hr);
-    AfterLoad(hr == S_OK && success == VARIANT_TRUE);
-    if (namespaceUri != nullptr) PrepareXPath(DocumentToUtf8(text), namespaceUri);
+    AfterLoad(hr == S_OK && success == VARIANT_TRUE, kXmlText);
+    if (namespaceUri != nullptr) PrepareXPath(DocumentToUtf8(text), namespaceUri, kXmlText);
 }
 
 void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
@@ -119,8 +132,8 @@ void CXMLDoc::LoadBytes(std::string_view bytes, const wchar_t* namespaceUri) {
     Check(MakeStream(bytes, stream.Receive()));
     const bool loaded = LoadFrom(stream.Get());
     if (!loaded) Trace(L"Error: Unable to load WSD stream\r\n");
-    AfterLoad(loaded);
-    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri);
+    AfterLoad(loaded, kPrinterAnswer);
+    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri, kPrinterAnswer);
 }
 
 // A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from others:
@@ -131,20 +144,26 @@ bool CXMLDoc::LoadFrom(IStream* stream) {
     return Loaded().load(source, &success) == S_OK && success == VARIANT_TRUE;
 }
 
-void CXMLDoc::AfterLoad(bool success) {
+void CXMLDoc::AfterLoad(bool success, const std::wstring& subject) {
     if (success) return;
+    const ParseError error = LastParseError();
     _bstr_t_ex report;
     if (FormatParseError(report)) Trace(L"%ls", report.Text());
-    Check(E_FAIL);
+    std::wstring reason = subject + L": ";
+    // Some parsers tell no position.
+    if (error.line > 0)
+        reason += L"line " + std::to_wstring(error.line) + L", character " + std::to_wstring(error.position) +
+                  L": ";
+    Refuse(reason + (error.reason.empty() ? L"no well-formed XML" : error.reason));
 }
 
-void CXMLDoc::PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri) {
+void CXMLDoc::PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject) {
     SetProperty(L"SelectionLanguage", L"XPath");
     Check(namespaces_.Read(bytes));
     const NamespaceDeclarations* const declarations = namespaces_.OfFirstWith(namespaceUri);
     if (declarations == nullptr) {
         Trace(L"** XML Error: unable to find namespace \"%ls\" **\r\n", namespaceUri);
-        Check(E_FAIL);
+        Refuse(subject + L": declares the namespace \"" + namespaceUri + L"\" nowhere");
     }
     SetSelectionNamespaces(*declarations);
     targetNamespace_ = namespaceUri;
@@ -180,24 +199,29 @@ bool CXMLDoc::GetAttribute(IXMLDOMNode* node, const wchar_t* name, VARIANT* valu
     return true;
 }
 
-bool CXMLDoc::FormatParseError(_bstr_t_ex& out) const {
+CXMLDoc::ParseError CXMLDoc::LastParseError() const {
+    ParseError last;
     ComPtr<IXMLDOMParseError> error;
     Check(Loaded().get_parseError(error.Receive()));
-    if (!error) return false;
-    LONG code = 0;
-    Check(error->get_errorCode(&code));
-    if (code == 0) return false;
-    LONG line = 0;
-    LONG position = 0;
+    if (!error) return last;
+    Check(error->get_errorCode(&last.code));
+    if (last.code == 0) return last;
     _bstr_t reason;
-    Check(error->get_line(&line));
-    Check(error->get_linepos(&position));
+    Check(error->get_line(&last.line));
+    Check(error->get_linepos(&last.position));
     Check(error->get_reason(reason.GetAddress()));
     std::wstring text = TakeText(reason);
     text.erase(text.find_last_not_of(L"\r\n ") + 1);
+    last.reason = Printable(text);
+    return last;
+}
+
+bool CXMLDoc::FormatParseError(_bstr_t_ex& out) const {
+    const ParseError error = LastParseError();
+    if (error.code == 0) return false;
     Format(out, L"** XML Parse error 0x%08x **\r\n   line=%d, char=%d\r\n   reason: %ls\r\n",
-           static_cast<unsigned>(code), static_cast<int>(line), static_cast<int>(position),
-           Printable(text).c_str());
+           static_cast<unsigned>(error.code), static_cast<int>(error.line), static_cast<int>(error.position),
+           error.reason.c_str());
     return true;
 }
 

@@ -32,8 +32,9 @@ class CXMLDoc {
     void Init();
 
     // A null `namespaceUri` loads without preparing XPath. Otherwise a document that declares that namespace
-    // nowhere is refused. What cannot be loaded is traced, with the parser's report, and throws E_FAIL. After
-    // a failed load the document stays, empty or partial.
+    // nowhere is refused. What cannot be loaded is traced, with the parser's report, and throws E_FAIL with a
+    // reason that names the file or what else it was. After a failed load the document stays, empty or
+    // partial.
     void LoadFile(const wchar_t* path, const wchar_t* namespaceUri);
     // The same with what the caller has read from that file, so that nobody changes it in between.
     void LoadFileBytes(const wchar_t* path, std::string_view bytes, const wchar_t* namespaceUri);
@@ -63,10 +64,19 @@ class CXMLDoc {
     ComPtr<IXMLDOMNodeList> SelectNodes(const wchar_t* xpath) const;
 
  private:
+    // Of the last load.
+    struct ParseError {
+        LONG code = 0;  // 0: there was none
+        LONG line = 0;
+        LONG position = 0;
+        std::wstring reason;
+    };
+    ParseError LastParseError() const;
     IXMLDOMDocument2& Loaded() const;
     bool LoadFrom(IStream* stream);
-    void AfterLoad(bool success);
-    void PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri);
+    // `subject` begins the reason of a failure.
+    void AfterLoad(bool success, const std::wstring& subject);
+    void PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject);
     void SetProperty(const wchar_t* name, const wchar_t* value);
 
     ComPtr<IXMLDOMDocument2> document_;

@@ -6,7 +6,6 @@
 
 #include "util/handles.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
 #include "vpca/attribute_values.h"
 #include "vpca/memory.h"
 #include "vpca/tables.h"
@@ -21,6 +20,8 @@ constexpr uint16_t kStatusMore = 29;
 
 constexpr uint32_t kDataBlockReceiveSize = 8216;
 constexpr uint32_t kAttributeReceiveSize = 512;
+constexpr wchar_t kNoPort[] = L"no port";
+
 // No more of an attribute answer is read.
 constexpr uint32_t kAttributeReadSize = 64;
 
@@ -30,31 +31,6 @@ constexpr struct {
     uint32_t size;
 } kReturnedAttributes[] = {{180, 8}, {2405, 28}};
 
-bool Fail(DWORD error) {
-    SetLastError(error);
-    return false;
-}
-
-bool Refuse(DWORD error, const wchar_t* what, uint32_t value) {
-    Trace(L"VPCA: %ls (%u), error %lu\r\n", what, value, error);
-    return Fail(error);
-}
-
-// Calls the port below, which may throw and may fail without an error code. A stale 997 of an earlier call
-// must not make a failure look like a pending success.
-template <typename Call>
-bool CallBelow(bool pendingIsSuccess, Call&& call) {
-    SetLastError(ERROR_SUCCESS);
-    try {
-        if (call()) return true;
-    } catch (...) {
-        return Refuse(ERROR_GEN_FAILURE, L"the port below threw an exception", 0);
-    }
-    const DWORD error = GetLastError();
-    if (pendingIsSuccess && error == ERROR_IO_PENDING) return true;
-    return Fail(error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE);
-}
-
 DWORD RequestError(VpcaError error) {
     return error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : ERROR_INVALID_PARAMETER;
 }
@@ -63,17 +39,39 @@ DWORD AnswerError(VpcaError error) {
     return error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : ERROR_INVALID_DATA;
 }
 
-bool RefuseStatus(uint16_t status) {
-    return Refuse(ERROR_GEN_FAILURE, L"the printer refused with a status", status);
-}
-
-DWORD Outcome(bool succeeded) {
+DWORD CodeOf(bool succeeded, const CVPCATransaction& transaction, ExchangeReason* reason) {
     if (succeeded) return ERROR_SUCCESS;
+    if (reason != nullptr) *reason = transaction.Reason();
     const DWORD error = GetLastError();
     return error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE;
 }
 
 }  // namespace
+
+bool CVPCATransaction::Refuse(DWORD error, const wchar_t* reason, std::optional<uint32_t> value) {
+    reason_ = {reason, value};
+    SetLastError(error);
+    return false;
+}
+
+bool CVPCATransaction::RefuseStatus(uint16_t status) {
+    return Refuse(ERROR_GEN_FAILURE, L"the printer refused with a status", status);
+}
+
+// Calls the port below, which may throw and may fail without an error code. A stale 997 of an earlier call
+// must not make a failure look like a pending success.
+template <typename Call>
+bool CVPCATransaction::CallBelow(const wchar_t* failure, bool pendingIsSuccess, Call&& call) {
+    SetLastError(ERROR_SUCCESS);
+    try {
+        if (call()) return true;
+    } catch (...) {
+        return Refuse(ERROR_GEN_FAILURE, L"the port below threw an exception");
+    }
+    const DWORD error = GetLastError();
+    if (pendingIsSuccess && error == ERROR_IO_PENDING) return true;
+    return Refuse(error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE, failure);
+}
 
 CVPCATransaction::CVPCATransaction(uint32_t dataId) : dataId_(dataId), receiveSize_(kDataBlockReceiveSize) {
     request_.flags = kRequestFlags;
@@ -113,15 +111,15 @@ void CVPCATransaction::PrepareAttribute() {
 }
 
 bool CVPCATransaction::Send(const VpcaPort* port) {
-    if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER);
+    if (port == nullptr) return Refuse(ERROR_INVALID_PARAMETER, kNoPort);
     if (port->lower == nullptr || port->flags == nullptr || port->startDocPort == nullptr ||
         port->writePort == nullptr || port->readPort == nullptr || port->endDocPort == nullptr) {
-        return Refuse(ERROR_INVALID_HANDLE, L"nothing is below the port", 0);
+        return Refuse(ERROR_INVALID_HANDLE, L"nothing is below the port");
     }
 
     DOC_INFO_2W document{};
     port->flags->fetch_or(kPortJobActive);
-    const bool started = CallBelow(false, [&] {
+    const bool started = CallBelow(L"the port below does not start the exchange", false, [&] {
         return port->startDocPort(port->lower, nullptr, 0, 2, reinterpret_cast<LPBYTE>(&document));
     });
     if (!started) {
@@ -138,8 +136,9 @@ bool CVPCATransaction::Send(const VpcaPort* port) {
         return false;
     }
     DWORD written = 0;
-    const bool sent =
-        CallBelow(true, [&] { return port->writePort(port->lower, frame_.bytes, frame_.size, &written); });
+    const bool sent = CallBelow(L"the port below does not take the request", true, [&] {
+        return port->writePort(port->lower, frame_.bytes, frame_.size, &written);
+    });
     if (!sent) EndDocument();
     return sent;
 }
@@ -148,14 +147,15 @@ bool CVPCATransaction::Send(const VpcaPort* port) {
 bool CVPCATransaction::ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResult* result) {
     if (answer_.bytes == nullptr) {
         answer_.bytes = static_cast<uint8_t*>(Allocate(receiveSize_));
-        if (answer_.bytes == nullptr) return Fail(ERROR_NOT_ENOUGH_MEMORY);
+        if (answer_.bytes == nullptr) return Refuse(ERROR_NOT_ENOUGH_MEMORY, L"no memory for the answer");
         answer_.size = receiveSize_;
         answer_.owned = true;
     }
     std::memset(answer_.bytes, 0, receiveSize_);
 
     DWORD received = 0;
-    if (!CallBelow(true, [&] { return port.readPort(port.lower, answer_.bytes, size, &received); }))
+    if (!CallBelow(L"the port below brings no answer", true,
+                   [&] { return port.readPort(port.lower, answer_.bytes, size, &received); }))
         return false;
     if (received > size)
         return Refuse(ERROR_INVALID_DATA, L"the port below returned too many bytes", received);
@@ -173,8 +173,9 @@ bool CVPCATransaction::ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResul
 
 bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, uint32_t* size) {
     const ScopeExit endDocument([this] { EndDocument(); });
-    if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    if (buffer == nullptr || size == nullptr || *size == 0) return Fail(ERROR_INSUFFICIENT_BUFFER);
+    if (port == nullptr) return Refuse(ERROR_INVALID_PARAMETER, kNoPort);
+    if (buffer == nullptr || size == nullptr || *size == 0)
+        return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the caller has no room for the answer");
 
     uint32_t received = 0;
     bool more = false;
@@ -204,15 +205,16 @@ bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, u
 
 bool CVPCATransaction::ReceiveAttribute(const VpcaPort* port, uint8_t* buffer, uint32_t* size) {
     const ScopeExit endDocument([this] { EndDocument(); });
-    if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER);
-    if (buffer == nullptr || size == nullptr || *size == 0) return Fail(ERROR_INSUFFICIENT_BUFFER);
+    if (port == nullptr) return Refuse(ERROR_INVALID_PARAMETER, kNoPort);
+    if (buffer == nullptr || size == nullptr || *size == 0)
+        return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the caller has no room for the answer");
 
     VpcaResult result;
     if (!ReadAnswer(*port, kAttributeReadSize, &result)) return false;
     if (result.status != kStatusData) return RefuseStatus(result.status);
     const auto* answer = std::get_if<AttributeAnswer>(&result.body);
     if (answer == nullptr || answer->list.count == 0) {
-        return Refuse(ERROR_INVALID_DATA, L"the answer holds no attribute", 0);
+        return Refuse(ERROR_INVALID_DATA, L"the answer holds no attribute");
     }
     if (answer->list.valueBytes > *size) {
         return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the attributes are larger than the buffer",
@@ -236,21 +238,25 @@ void CVPCATransaction::EndDocument() {
     // First of all, so that nothing below can make it happen twice.
     document_ = nullptr;
     // The exchange is over either way; a failure here cannot change its outcome.
-    static_cast<void>(CallBelow(false, [&] { return port->endDocPort(port->lower); }));
+    const ExchangeReason reason = reason_;
+    static_cast<void>(CallBelow(L"", false, [&] { return port->endDocPort(port->lower); }));
+    reason_ = reason;
     port->flags->fetch_and(~kPortJobActive);
 }
 
-DWORD ReadDataBlock(const VpcaPort* port, const uint32_t* dataId, uint8_t* buffer, uint32_t* size) {
+DWORD ReadDataBlock(const VpcaPort* port, const uint32_t* dataId, uint8_t* buffer, uint32_t* size,
+                    ExchangeReason* reason) {
     if (port == nullptr || dataId == nullptr || buffer == nullptr || size == nullptr)
         return ERROR_INVALID_PARAMETER;
     CVPCATransaction transaction(*dataId);
     transaction.Initialise();
     transaction.PrepareDataBlock();
-    return Outcome(transaction.Send(port) && transaction.ReceiveDataBlock(port, buffer, size));
+    const bool done = transaction.Send(port) && transaction.ReceiveDataBlock(port, buffer, size);
+    return CodeOf(done, transaction, reason);
 }
 
 DWORD ReadAttribute(const VpcaPort* port, const uint32_t* callerValues, AttributeRequest* request,
-                    uint8_t* buffer, uint32_t* size) {
+                    uint8_t* buffer, uint32_t* size, ExchangeReason* reason) {
     if (port == nullptr || callerValues == nullptr || request == nullptr || buffer == nullptr ||
         size == nullptr) {
         return ERROR_INVALID_PARAMETER;
@@ -259,7 +265,8 @@ DWORD ReadAttribute(const VpcaPort* port, const uint32_t* callerValues, Attribut
     CVPCATransaction transaction(values, request);
     transaction.Initialise();
     transaction.PrepareAttribute();
-    return Outcome(transaction.Send(port) && transaction.ReceiveAttribute(port, buffer, size));
+    const bool done = transaction.Send(port) && transaction.ReceiveAttribute(port, buffer, size);
+    return CodeOf(done, transaction, reason);
 }
 
 }  // namespace vlm::vpca

@@ -2,8 +2,8 @@
 // request written into it, the answer read back through it.
 //
 // The caller holds the port's job lock for the whole exchange and keeps the port alive; a transaction belongs
-// to one thread. Nothing throws: what the port below throws is a failure like any other. Every failure leaves
-// a non-zero GetLastError(): what the port below set, or
+// to one thread. Nothing throws: what the port below throws is a failure like any other. Every failure comes
+// with a reason and leaves a non-zero GetLastError(): what the port below set, or
 //   13  ERROR_INVALID_DATA         the answer cannot be decoded or answers another question
 //   31  ERROR_GEN_FAILURE          the printer refused, or the port below failed without saying why
 //   122 ERROR_INSUFFICIENT_BUFFER  the answer is larger than the caller's buffer, or there is no buffer
@@ -16,6 +16,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <optional>
 
 #include "vpca/bodies.h"
 #include "vpca/frame.h"
@@ -35,15 +36,23 @@ struct VpcaPort {
 
 inline constexpr uint32_t kPortJobActive = 0x1;
 
+// Why an exchange failed: words, and the number that they are about.
+struct ExchangeReason {
+    const wchar_t* text = L"";
+    std::optional<uint32_t> value;
+};
+
 // Reads the data block `*dataId` into `buffer`. `*size` is the buffer's size before and the bytes read
 // afterwards, and stays as it was on failure. Returns 0 or a Win32 error code; 87 when an argument is null.
-DWORD ReadDataBlock(const VpcaPort* port, const uint32_t* dataId, uint8_t* buffer, uint32_t* size);
+// `reason`, if not null, receives that of a failure.
+DWORD ReadDataBlock(const VpcaPort* port, const uint32_t* dataId, uint8_t* buffer, uint32_t* size,
+                    ExchangeReason* reason = nullptr);
 
 // Asks for attributes and returns the first one's value, as far as it is known how long that is: 8 bytes of
 // attribute 180, 28 of 2405, none of any other. `callerValues` are two words for the frame's header.
 // Otherwise as above.
 DWORD ReadAttribute(const VpcaPort* port, const uint32_t* callerValues, AttributeRequest* request,
-                    uint8_t* buffer, uint32_t* size);
+                    uint8_t* buffer, uint32_t* size, ExchangeReason* reason = nullptr);
 
 // The steps of an exchange, in the order of calling: Initialise, Prepare…, Send, Receive….
 class CVPCATransaction {
@@ -76,10 +85,16 @@ class CVPCATransaction {
     void EndDocument();
 
     VpcaHeader& RequestHeader() { return request_; }
+    // Of the last failure.
+    const ExchangeReason& Reason() const { return reason_; }
 
  private:
     void Prepare(uint16_t operation);
     bool ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResult* result);
+    bool Refuse(DWORD error, const wchar_t* reason, std::optional<uint32_t> value = {});
+    bool RefuseStatus(uint16_t status);
+    template <typename Call>
+    bool CallBelow(const wchar_t* failure, bool pendingIsSuccess, Call&& call);
 
     VpcaHeader request_;
     RequestBody body_;
@@ -90,6 +105,7 @@ class CVPCATransaction {
     FrameBuffer answer_;
     // Where the document is open; null when there is none.
     const VpcaPort* document_ = nullptr;
+    ExchangeReason reason_;
 };
 
 }  // namespace vlm::vpca

@@ -44,7 +44,7 @@ const std::string kFault12 =
 const std::string kHtml = "<html><head></head><body><p>Not found<br></body></html>";
 const std::string kBomb = "<!DOCTYPE a [<!ENTITY b 'xxxxxxxxxx'><!ENTITY c '&b;&b;&b;'>]>";
 
-struct Outcome {
+struct Ended {
     HRESULT transport = E_UNEXPECTED;
     SoapClientError clientError = SoapClientError::kSuccess;
     HRESULT whole = E_UNEXPECTED;  // with the clean-up of what came
@@ -52,9 +52,9 @@ struct Outcome {
     std::wstring faultString;
 };
 
-Outcome Exchange(const std::wstring& url) {
+Ended Exchange(const std::wstring& url) {
     const ULONGLONG start = GetTickCount64();
-    Outcome outcome;
+    Ended outcome;
     Proxy proxy;
     EXPECT_EQ(proxy.SetUrl(url), S_OK);
     proxy.SetTimeout(kTimeout);
@@ -214,7 +214,7 @@ TEST_P(Misbehaviour, EndsInTimeWithItsResultAndLeavesNothing) {
     test::Resources after{};
     bool nothingLeft = false;
     for (int exchange = 0; exchange < kMostExchanges && !nothingLeft; ++exchange) {
-        const Outcome outcome = Exchange(url);
+        const Ended outcome = Exchange(url);
         EXPECT_EQ(outcome.transport, row.ending <= kUnusable ? S_OK : E_FAIL);
         EXPECT_EQ(outcome.whole, row.ending == kAnswered ? S_OK : E_FAIL);
         EXPECT_EQ(outcome.clientError, row.ending == kFault      ? SoapClientError::kSoapFault
@@ -299,7 +299,7 @@ TEST_F(Transport, FailsAtOnceWhereNobodyListens) {
         const ScriptedServer server({});
         url = server.Url();
     }
-    const Outcome outcome = Exchange(url);
+    const Ended outcome = Exchange(url);
     EXPECT_EQ(outcome.transport, E_FAIL);
     EXPECT_EQ(outcome.clientError, SoapClientError::kSuccess);
     EXPECT_LE(outcome.milliseconds, kSlack);
@@ -324,7 +324,7 @@ TEST_F(Transport, GivesUpOnAConnectThatIsNeverAnswered) {
         ioctlsocket(queue.back(), static_cast<long>(FIONBIO), &nonBlocking);
         static_cast<void>(connect(queue.back(), plain, length));
     }
-    const Outcome outcome = Exchange(L"127.0.0.1:" + std::to_wstring(ntohs(address.sin_port)));
+    const Ended outcome = Exchange(L"127.0.0.1:" + std::to_wstring(ntohs(address.sin_port)));
     EXPECT_EQ(outcome.transport, E_FAIL);
     EXPECT_LE(outcome.milliseconds, kHead + kSlack);
     for (const SOCKET waiting : queue)
@@ -370,7 +370,7 @@ TEST_F(Transport, KeepsNoCookies) {
                    "; expires=Fri, 01 Jan 2038 00:00:00 GMT\r\n";
     ScriptedServer server(Answer(Http("200 OK", kEnvelope, cookies)));
     for (int exchange = 0; exchange < 3; ++exchange) {
-        const Outcome outcome = Exchange(server.Url());
+        const Ended outcome = Exchange(server.Url());
         EXPECT_EQ(outcome.whole, S_OK);
         EXPECT_LE(outcome.milliseconds, kSlack);
         EXPECT_EQ(server.LastRequest().find("Cookie"), std::string::npos);
@@ -390,7 +390,7 @@ TEST_F(Transport, IsNotSlowedByAMuteNeighbour) {
     for (int i = 0; i < 8; ++i) {
         others.emplace_back([&] {
             const ComApartment com(COINIT_MULTITHREADED);
-            const Outcome outcome = Exchange(healthy.Url());
+            const Ended outcome = Exchange(healthy.Url());
             EXPECT_EQ(outcome.whole, S_OK);
             DWORD seen = slowest;
             while (seen < outcome.milliseconds &&
