@@ -105,7 +105,9 @@ BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
             const BOOL ended = port->lower.base.pfnEndDocPort(port->lowerPort);
             keeper.Update();
             // Some lower monitors answer FALSE to every end, as this one does, and leave no error.
-            if (!ended && GetLastError() != before && GetLastError() != ERROR_SUCCESS)
+            // A job whose writes failed says so itself.
+            if (!ended && GetLastError() != before && GetLastError() != ERROR_SUCCESS &&
+                port->tally.failedWrites == 0)
                 TraceRefusal(port->portName, L"the lower monitor does not end the job's document",
                              GetLastError());
         }

@@ -49,7 +49,7 @@ class AnswerHandler : public SaxHandler {
     }
     HRESULT OnStart(const XmlName& name, const XmlAttributes& attributes) override {
         if (!envelopeSeen_ && (name.uri != ns::kSoap12 || name.local != L"Envelope"))
-            return Refuse(L"it is no SOAP 1.2 envelope but \"" + Printable(name.local, 64) + L"\"");
+            return Refuse(L"is no SOAP 1.2 envelope but \"" + Printable(name.local, 64) + L"\"");
         envelopeSeen_ = true;
         return normalizer_.StartElement(name, attributes) ? WithinBounds() : TooManyNamespaces();
     }
@@ -61,9 +61,9 @@ class AnswerHandler : public SaxHandler {
         normalizer_.Text(text);
         return WithinBounds();
     }
-    HRESULT TooManyNamespaces() { return Refuse(L"it has too many namespaces"); }
+    HRESULT TooManyNamespaces() { return Refuse(L"has too many namespaces"); }
     HRESULT WithinBounds() {
-        return normalizer_.TooLong() ? Refuse(L"it is too long with one prefix per namespace") : S_OK;
+        return normalizer_.TooLong() ? Refuse(L"is too long with one prefix per namespace") : S_OK;
     }
 
     PrefixNormalizer normalizer_;
@@ -108,9 +108,8 @@ Outcome Clean(std::string_view answer, const std::vector<NamespaceDeclaration>& 
         return {};
     }
     const bool isSuccess = status >= 200 && status < 300;
-    return {hr, (isSuccess ? L"" : L"HTTP status " + std::to_wstring(status) + L"; ") +
-                    (L"the printer's answer cannot be used: " +
-                     (handler.Reason().empty() ? L"it is no well-formed XML" : handler.Reason()))};
+    return {hr, (isSuccess ? L"" : L"HTTP status " + std::to_wstring(status) + L"; ") + (L"the printer's answer " +
+                    (handler.Reason().empty() ? L"is no well-formed XML" : handler.Reason()))};
 }
 
 // Runs `body` with the query that `queryText` or `queryStream` holds.

@@ -30,8 +30,8 @@ class SaxHandler : public ISAXContentHandler {
     SaxHandler(const SaxHandler&) = delete;
     SaxHandler& operator=(const SaxHandler&) = delete;
 
-    // Why the document was refused, by the handler or by what stands before it; empty where the parser itself
-    // stopped.
+    // Why the document was refused, by the handler or by what stands before it: "has too many namespaces".
+    // Empty where the parser itself stopped.
     const std::wstring& Reason() const { return reason_; }
     // To be returned by an event; E_FAIL.
     HRESULT Refuse(std::wstring reason) {

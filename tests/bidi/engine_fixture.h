@@ -60,6 +60,10 @@ class EngineTest : public testing::Test {
     // The lines of Describe for a request that must succeed.
     static std::vector<std::wstring> Lines(CVelunBidiSpl& engine, const wchar_t* action,
                                            std::vector<const wchar_t*> schemas);
+    // Whether the trace or the reason of the engine's last failure says so.
+    bool Said(const CVelunBidiSpl& engine, const std::wstring& part) const {
+        return trace_.HasPart(part) || engine.Reason().find(part) != std::wstring::npos;
+    }
     static std::wstring Enum(CVelunBidiSpl& engine, std::vector<const wchar_t*> schemas,
                              HRESULT expected = S_OK);
 

@@ -25,7 +25,7 @@ TEST_F(ExtensionFiles, BadFileFailsInitAndSaysWhy) {
         const char* what;
         std::string text;
         HRESULT expected;
-        const wchar_t* traced;
+        const wchar_t* said;
     } kCases[] = {
         {"empty", "", E_FAIL, L"Error: Unable to load file "},
         {"truncated", head + "<Schema>", E_FAIL, L"Error: Unable to load file "},
@@ -45,19 +45,20 @@ TEST_F(ExtensionFiles, BadFileFailsInitAndSaysWhy) {
     for (const auto& test : kCases) {
         CVelunBidiSpl engine;
         EXPECT_EQ(engine.Init(L"Office", FileList({test.text}).c_str()), test.expected) << test.what;
-        EXPECT_TRUE(trace_.HasPart(test.traced)) << test.what;
+        EXPECT_TRUE(Said(engine, test.said)) << test.what;
+        EXPECT_NE(engine.Reason().find(L".xml"), std::wstring::npos) << test.what;
         // A failed Init can be repeated.
         EXPECT_EQ(engine.Init(L"Office", FileList({test::Extension("")}).c_str()), S_OK) << test.what;
+        EXPECT_EQ(engine.Reason(), L"") << test.what;
     }
     EXPECT_TRUE(trace_.HasPart(L"(file=velunbidispl, line="));
-    EXPECT_TRUE(trace_.Has(L"CVelunBidiSpl::Init for printer \"Office\" gives 0x8007000d\r\n"));
 }
 
 TEST_F(ExtensionFiles, BadListFailsInitAndSaysWhy) {
     const struct {
         const wchar_t* list;
         HRESULT expected;
-        const wchar_t* traced;
+        const wchar_t* said;
     } kCases[] = {
         {L"<BidiExtensionFiles></BidiExtensionFiles>", E_FAIL,
          L"No extension files found in\r\n<BidiExtensionFiles></BidiExtensionFiles>\r\n"},
@@ -65,13 +66,14 @@ TEST_F(ExtensionFiles, BadListFailsInitAndSaysWhy) {
         {L"<x><BidiXml/></x>", E_FAIL, L"Error: Unable to load file \r\n"},
         {L"<x><BidiXml path='C:\\no\\such.xml'/></x>", E_FAIL,
          L"Error: Unable to load file C:\\no\\such.xml\r\n"},
-        {L"<x><BidiXml path='\\\\.\\NUL'/></x>", kRefused, L"is not a file\r\n"},
-        {L"<x><BidiXml path='http://127.0.0.1:9/a.xml'/></x>", kRefused, L"is not a file\r\n"},
+        {L"<x><BidiXml path='\\\\.\\NUL'/></x>", kRefused, L"NUL is not a file"},
+        {L"<x><BidiXml path='http://127.0.0.1:9/a.xml'/></x>", kRefused, L"a.xml is not a file"},
     };
     for (const auto& test : kCases) {
         CVelunBidiSpl engine;
         EXPECT_EQ(engine.Init(nullptr, test.list), test.expected) << test.list;
-        EXPECT_TRUE(trace_.HasPart(test.traced)) << test.list;
+        EXPECT_TRUE(Said(engine, test.said)) << test.list;
+        EXPECT_FALSE(engine.Reason().empty()) << test.list;
     }
 }
 
@@ -138,6 +140,8 @@ TEST_F(ExtensionFiles, OnePrefixForTwoNamespacesIsAMismatch) {
         L"URLs\r\n";
     CVelunBidiSpl engine;
     EXPECT_EQ(engine.Init(L"Office", FileList({one, two}).c_str()), E_FAIL);
+    EXPECT_TRUE(engine.Reason().starts_with(L"prefix \"pri\" is \"urn:two\" in "));
+    EXPECT_TRUE(engine.Reason().ends_with(L".xml, and \"urn:one\" in the extension files before"));
     ASSERT_EQ(engine.Init(L"Office", FileList({one}).c_str()), S_OK);
     EXPECT_EQ(engine.SetGetPrinterElementResponseData(
                   L"<r xmlns:pri='http://schemas.microsoft.com/windows/2006/08/wdp/print'/>"),
@@ -155,7 +159,7 @@ TEST_F(ExtensionFiles, NameWithAnApostropheCannotBeMerged) {
     const std::string file = test::Extension("<Property name=\"It's\"><Const name='C'>1</Const></Property>");
     CVelunBidiSpl engine;
     EXPECT_EQ(engine.Init(L"Office", FileList({file, file}).c_str()), E_FAIL);
-    EXPECT_TRUE(trace_.HasPart(L"It's holds an apostrophe"));
+    EXPECT_TRUE(Said(engine, L"It's holds an apostrophe and cannot be looked up: Property \"It's\" in "));
     // In a single file it is a name like any other.
     const auto single = Engine({file}, test::Answer(L""));
     EXPECT_EQ(Lines(*single, L"GetAll", {L"\\"}), Lines_{L"100 0 \\It's:C STRING 1"});
@@ -168,7 +172,7 @@ TEST_F(PrinterAnswer, BadAnswerIsRefusedAndLeavesTheEngineUnbound) {
         const char* what;
         std::wstring text;
         HRESULT expected;
-        const wchar_t* traced;
+        const wchar_t* said;
     } kCases[] = {
         {"empty", L"", E_FAIL, L"Error: Unable to load WSD stream\r\n"},
         {"truncated", L"<a>", E_FAIL, L"** XML Parse error "},
@@ -176,14 +180,15 @@ TEST_F(PrinterAnswer, BadAnswerIsRefusedAndLeavesTheEngineUnbound) {
          L"** XML Error: unable to find namespace "
          L"\"http://schemas.microsoft.com/windows/2006/08/wdp/print\" **"},
         {"too large", test::Answer(std::wstring(3u << 20, L' ')), kRefused,
-         L"Error: the printer's answer is too large"},
+         L"the printer's answer is too large"},
         {"document type", L"<!DOCTYPE a><a/>", kRefused, L"has a document type declaration"},
     };
     CVelunBidiSpl engine;
     ASSERT_EQ(engine.Init(L"Office", FileList({test::Extension("<Const name='C'>1</Const>")}).c_str()), S_OK);
     for (const auto& test : kCases) {
         EXPECT_EQ(engine.SetGetPrinterElementResponseData(test.text.c_str()), test.expected) << test.what;
-        EXPECT_TRUE(trace_.HasPart(test.traced)) << test.what;
+        EXPECT_TRUE(Said(engine, test.said)) << test.what;
+        EXPECT_TRUE(engine.Reason().starts_with(L"the printer's answer")) << test.what;
         Ask(engine, L"Get", {L"\\C"}, E_FAIL);
     }
     EXPECT_EQ(engine.SetGetPrinterElementResponseData(test::Answer(L"").c_str()), S_OK);

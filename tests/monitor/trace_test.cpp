@@ -119,6 +119,8 @@ TEST_P(MonitorTraceTest, JobEndsWithWhatWentThroughItAndRefusalsSayWhy) {
                    L"Error: port \"IP_office\": a job while another one, or a remote caller, has the port, "
                    L"error 170\r\n",
                    L"Error: port \"ip_OFFICE\": open already, error 170\r\n",
+                   L"Error: port \"IP_office\": job 7 broke: 2 failed writes, the last one with error "
+                   L"3735928559\r\n",
                    L"Info: port \"IP_office\": job 7 ended, 9 bytes, 2 failed writes, N ms\r\n",
                    L"Error: port \"IP_office\": the lower monitor does not start the job, error 1234\r\n"}));
     EXPECT_TRUE(table.pfnClosePort(port));
@@ -153,6 +155,86 @@ TEST_P(MonitorTraceTest, QueryEndsWithWhoAnsweredIt) {
     EXPECT_TRUE(table.pfnClosePort(port));
 }
 
+// Whatever is at fault, the printer is not blamed for it, and the port's line says all.
+TEST_P(MonitorTraceTest, ExtensionFileAtFaultIsNamedOnThePortsLine) {
+    const ScriptedServer printer(WellBehaved());
+    PointTo(printer);
+    bidi.bidiCode = ERROR_NOT_READY;
+    const TempDir folder;
+    std::wstring ini = folder.Write(L"driver.ini", "[BidiFiles]\r\nBidiWSDFile=own.xml\r\n");
+    ini.append(2, L'\0');
+    spooler.Reset();
+    ASSERT_TRUE(spooler.Add({L"Office", L"IP_office", nullptr, 0, L"Velun", ini.c_str()}));
+    const std::wstring file = folder.Path(L"own.xml");
+    const struct {
+        std::string text;
+        std::wstring reason;
+        DWORD code = ERROR_FUNCTION_FAILED;
+    } kCases[] = {
+        {Extension("<Value name='A' query='w:PrinterStatus' filter='w:X['/>"),
+         L"filter w:X[ cannot be used: Value \"A\" with the filter \"w:X[\" in " + file},
+        {Extension("<Value name='A' query='w:PrinterStatus' filter='w:X[.=$P$]'/>"),
+         L"Parameter P in w:X[.=$P$] is undefined: Value \"A\" with the filter \"w:X[.=$P$]\" in " + file},
+        {Extension("<Value name='A' query='none:X' filter='w:X'/>"),
+         L"Bidi extension file contains no namespace declaration for none: Value \"A\" with the filter "
+         L"\"w:X\" in " +
+             file},
+        {"<!DOCTYPE x><x/>", L"extension file " + file + L" has a document type declaration",
+         ERROR_INVALID_DATA},
+    };
+    const HANDLE port = MustOpen(bidi, L"IP_office");
+    for (const auto& test : kCases) {
+        folder.Write(L"own.xml", test.text);
+        const DebuggerOutput output;
+        EXPECT_EQ(Query(port, L"Get", {L"\\A"}, nullptr), DWORD{ERROR_NOT_READY});
+        Lines ofPort;
+        for (const std::wstring& line : output.Texts())
+            if (line.starts_with(L"Error: port ")) ofPort.push_back(line);
+        EXPECT_EQ(
+            ofPort,
+            AtThisLevel({L"Error: port \"IP_office\": " + test.reason + L", error " +
+                             std::to_wstring(test.code) + L"\r\n",
+                         L"Error: port \"IP_office\": the lower monitor gave no answer, error 21\r\n"}));
+    }
+    EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST_P(MonitorTraceTest, JobThatBreaksIsAnErrorLine) {
+    const HANDLE port = MustOpen(lower, L"IP_office");
+    const auto failAt = [this](std::string where, DWORD error) {
+        lower.answer = [where, error](const char* call) {
+            const bool good = call != where;
+            if (!good) SetLastError(error);
+            return good;
+        };
+    };
+    const DebuggerOutput output;
+    failAt("EndDocPort", 10054);
+    EXPECT_TRUE(Start(port));
+    table.pfnEndDocPort(port);
+    failAt("EndDocPort", 0);  // what some lower monitors always answer
+    EXPECT_TRUE(Start(port));
+    table.pfnEndDocPort(port);
+    lower.answer = [](const char* call) -> BOOL {
+        if (std::string(call) == "EndDocPort") throw 1;
+        return TRUE;
+    };
+    EXPECT_TRUE(Start(port));
+    table.pfnEndDocPort(port);
+    lower.answer = [](const char*) { return TRUE; };
+    EXPECT_TRUE(Start(port));
+    EXPECT_TRUE(table.pfnClosePort(port));
+    Lines errors;
+    for (const std::wstring& line : output.Texts())
+        if (line.starts_with(L"Error: ")) errors.push_back(line);
+    EXPECT_EQ(
+        errors,
+        AtThisLevel(
+            {L"Error: port \"IP_office\": the lower monitor does not end the job's document, error 10054\r\n",
+             L"Error: port \"IP_office\": EndDocPort: an unexpected exception, error 1627\r\n",
+             L"Error: port \"IP_office\": closed before its job ended, error 170\r\n"}));
+}
+
 TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
     const ScriptedServer printer(Answer(Http("404 Not Found", "<html/>")));
     PointTo(printer);
@@ -168,7 +250,6 @@ TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
     EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 0, L"Get\r\n",
                                                 const_cast<BIDI_REQUEST_CONTAINER*>(request.Get()), &answer),
               DWORD{ERROR_NOT_SUPPORTED});
-    const std::wstring noPrinter = L"Error: port \"IP_office\": the printer gave no answer, error 1627\r\n";
     const std::wstring noLower = L"Error: port \"IP_office\": the lower monitor gave no answer, error 21\r\n";
     const std::wstring ended =
         L"Info: port \"IP_office\": query \"Get\" ended, code 21, 0 entries by the engine, "
@@ -177,11 +258,11 @@ TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
         output.Texts(),
         AtThisLevel(
             {L"Info: host \"127.0.0.1:N\": exchange ended, status 404, 7 bytes, N ms\r\n",
-             L"WSD: the printer's answer is no SOAP 1.2 envelope but \"html\"\r\n",
-             L"WSD: the printer's answer cannot be used, error 0x80004005\r\n", noPrinter, noLower, ended,
-             L"SOAP: no answer from 127.0.0.1, error 12029\r\n",
-             L"Info: host \"127.0.0.1:N\": exchange ended, status 0, 0 bytes, N ms\r\n", noPrinter, noLower,
-             ended, L"Error: port \"IP_office\": no Bidi for a pooled printer, error 50\r\n",
+             L"Error: port \"IP_office\": HTTP status 404; the printer's answer is no SOAP 1.2 envelope but "
+             L"\"html\", error 1627\r\n",
+             noLower, ended, L"Info: host \"127.0.0.1:N\": exchange ended, status 0, 0 bytes, N ms\r\n",
+             L"Error: port \"IP_office\": no answer from 127.0.0.1:N: no connection (12029), error 1627\r\n",
+             noLower, ended, L"Error: port \"IP_office\": no Bidi for a pooled printer, error 50\r\n",
              L"Info: port \"IP_office\": query \"Get??\" ended, code 50, 0 entries by the engine, 0 by the "
              L"lower monitor, 0 by nobody, N ms\r\n"}));
     EXPECT_TRUE(table.pfnClosePort(port));

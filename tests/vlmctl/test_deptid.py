@@ -68,12 +68,12 @@ class AgainstThePrinter(Check):
 
     def test_says_why_it_cannot_ask(self):
         for fault, says in (("soap11-fault", ": fault Server: The print engine is busy$"),
-                            ("soap12-fault", "status 500 and no fault"), ("not-found", "the answer is none of"),
+                            ("soap12-fault", "status 500 and no fault"), ("not-found", "HTTP status 404; the answer is none of"),
                             ("close", "did not answer in HTTP|no answer")):
             with self.subTest(fault):
                 self.printer.set_wsd_fault(fault)
                 self.expect(check(self.url, "4711"), 1, "", says)
-        self.expect(check(NOBODY, "4711"), 1, "", "no connection \\(12029\\)$")
+        self.expect(check(NOBODY, "4711"), 1, "", ":1: no connection \\(12029\\)$")
 
     def test_password_has_to_come_from_outside_the_command_line(self):
         self.expect(check(self.url, "4711", password=""), 1, "", "no password on standard input$")

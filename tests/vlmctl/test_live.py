@@ -200,7 +200,7 @@ class Bidi(Live):
 class Failures(Live):
     def test_misbehaving_printer_is_named_in_one_line(self):
         for fault, says in (({"mode": "html"}, "is no WSD print service: "),
-                            ({"mode": "not-found"}, "is no WSD print service: "),
+                            ({"mode": "not-found"}, "is no WSD print service: HTTP status 404; "),
                             ({"mode": "empty"}, "is no WSD print service: "),
                             ({"mode": "entity-bomb"}, "is no WSD print service: .*document type"),
                             ({"mode": "soap12-fault"}, "status 500"),
@@ -218,7 +218,29 @@ class Failures(Live):
         for command in (("status", NOBODY), ("wsd", NOBODY, "PrinterStatus"), ("wsd", NOBODY, "X", "--raw"),
                         ("bidi", "get", *EXTENSIONS, "--printer", NOBODY, BLACK)):
             with self.subTest(command[0]):
-                self.fails(*command, says=r"127\.0\.0\.1: no connection \(12029\)$")
+                self.fails(*command, says=r"127\.0\.0\.1:1: no connection \(12029\)$")
+
+    def test_address_of_another_scheme_is_refused(self):
+        address = self.url.replace("http:", "ftp:")
+        for command in (("status", address), ("wsd", address, "PrinterStatus"),
+                        ("bidi", "get", *EXTENSIONS, "--printer", address, BLACK),
+                        ("bidi", "get", *EXTENSIONS, "--printer", address, "--port", "wsd", BLACK),
+                        ("deptid", "check", address, "--user", "4711")):
+            with self.subTest(command[0]):
+                self.fails(*command, status=2, says="is no address of a printer: .* http or https, not ftp$")
+
+    def test_fault_of_an_extension_file_is_not_the_printers(self):
+        schema = (f'<b:D xmlns:b="http://schemas.microsoft.com/windows/2005/03/printing/bidi"><Schema xmlns:p="{PRINT}">'
+                  '<Value name="A" query="p:PrinterStatus" filter="%s"/></Schema></b:D>')
+        with tempfile.TemporaryDirectory() as folder:
+            faulty = pathlib.Path(folder) / "faulty.xml"
+            for text, says in ((schema % "p:A[", r'^vlmctl: the query failed: filter p:A\[ .*faulty.xml$'),
+                               (schema % "p:A[.=$X$]", "^vlmctl: the query failed: Parameter X .*faulty.xml$"),
+                               (schema % "p:A" + "\n\n<x", r"cannot be used: .*faulty.xml:3: not well-formed"),
+                               ("<x/>", "cannot be used: .*faulty.xml: declares the namespace")):
+                faulty.write_text(text)
+                with self.subTest(text):
+                    self.fails("bidi", "get", "--ext", faulty, "--printer", self.url, r"\:A", says=says)
 
     def test_raw_shows_even_what_is_no_answer(self):
         self.printer.set_wsd_fault("html")

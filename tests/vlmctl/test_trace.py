@@ -148,7 +148,7 @@ class TraceTest(Companion):
             'Info: port "USB001": remote command ended, code 0, 8 bytes, N ms',
             'Error: port "USB003": a remote call while the port is not open, error 161',
             'Info: port "USB003": remote query ended, code 161, 0 bytes, N ms',
-            "RPC: no USB printer with Bidi goes by the name Büro",
+            'Error: port "": no USB printer with Bidi goes by the name Büro, error 110',
             'Info: port "": remote query ended, code 110, 0 bytes, N ms'])
 
     def test_saved_trace_that_cannot_be_read_is_refused(self):

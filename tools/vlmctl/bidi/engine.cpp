@@ -9,8 +9,9 @@
 #include "soap/printer_elements.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/element_document.h"
-#include "tools/vlmctl/exchange/trace_keeper.h"
+#include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/extension_files/source.h"
 #include "util/streams.h"
@@ -41,14 +42,27 @@ void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extension
     }
     list += L"</BidiExtensionFiles>";
     const HRESULT result = engine.Init(L"vlmctl", list.c_str());
-    if (result != S_OK) ThrowTraced("the extension files cannot be used", result);
+    if (result == S_OK) return;
+    Outcome outcome{result, engine.Reason()};
+    // Not every parser of the engine's kind tells the line; the one for authors does.
+    for (const std::string& extension : extensions) {
+        std::wstring problem;
+        FindingList findings;
+        const auto bytes = ReadFileBytes(FullPath(extension), kExtensionFileLimits.bytes, problem);
+        if (!bytes || ParseSource(FromUtf8(extension), *bytes, findings)) continue;
+        const Finding fault = findings.Take().front();
+        outcome.reason =
+            Printable(fault.file, MAX_PATH) + L":" + std::to_wstring(fault.line) + L": " + fault.text;
+        break;
+    }
+    ThrowFailure("the extension files cannot be used", outcome);
 }
 
 // The names that the paths need, as a query to the printer; with no name when the extension files have none
 // of the paths, and false.
 bool QueryFor(CVelunBidiSpl& engine, BidiRequest& request, _bstr_t& queryXml) {
     const HRESULT result = engine.EnumQueryElement(request.Container(), queryXml.GetAddress());
-    if (result != S_OK && result != S_FALSE) ThrowTraced("the query failed", result);
+    if (result != S_OK && result != S_FALSE) ThrowFailure("the query failed", {result, engine.Reason()});
     return result == S_OK;
 }
 
@@ -109,27 +123,28 @@ std::string OnlyAskedFor(const std::string& clean, const _bstr_t& queryXml,
 
 // A saved answer passes for one that the printer has just sent in answer to the query.
 void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
-    constexpr char kUnusable[] = "the printer's answer cannot be used";
     const bool saved = sources.printerUrl.empty();
+    int status = 200;
     const std::string answer =
-        saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml);
+        saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml, &status);
     std::vector<NamespaceDeclaration> prefixes;
     HRESULT result = engine.GetPrefixes(&prefixes);
-    if (result != S_OK) ThrowTraced("the query failed", result);
+    if (result != S_OK) ThrowFailure("the query failed", {result, engine.Reason()});
     std::string clean;
-    result = CleanPrinterElements(answer, prefixes, &clean);
-    if (result != S_OK)
-        ThrowTraced(saved ? kUnusable : sources.printerUrl + " is no WSD print service", result);
+    const Outcome cleaned = CleanPrinterElements(answer, prefixes, &clean, status);
+    if (FAILED(cleaned))
+        ThrowFailure(saved ? Shown(sources.printerAnswer) + " cannot be used"
+                           : Shown(sources.printerUrl) + " is no WSD print service",
+                     cleaned);
     if (saved && !sources.wholeAnswer) clean = OnlyAskedFor(clean, queryXml, prefixes);
     result = engine.SetGetPrinterElementResponse(clean);
-    if (result != S_OK) ThrowTraced(kUnusable, result);
+    if (result != S_OK) ThrowFailure("the query failed", {result, engine.Reason()});
 }
 
 }  // namespace
 
 void CheckUsable(const std::vector<std::string>& extensions) {
     const ComApartment apartment(COINIT_MULTITHREADED);
-    const TraceKeeper keeper;
     CVelunBidiSpl engine;
     InitEngine(engine, extensions);
 }
@@ -137,7 +152,6 @@ void CheckUsable(const std::vector<std::string>& extensions) {
 std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* action,
                                   const std::vector<std::string>& paths) {
     const ComApartment apartment(COINIT_MULTITHREADED);
-    const TraceKeeper keeper;
     CVelunBidiSpl engine;
     InitEngine(engine, sources.extensions);
     BidiRequest request(paths);
@@ -147,13 +161,12 @@ std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* act
 
     BIDI_RESPONSE_CONTAINER* response = nullptr;
     const HRESULT result = engine.SendRecvBidiDataFromPort(action, request.Container(), &response);
-    if (result != S_OK || response == nullptr) ThrowTraced("the query failed", result);
+    if (result != S_OK || response == nullptr) ThrowFailure("the query failed", {result, engine.Reason()});
     return TakeAnswers(response);
 }
 
 std::vector<NeededElement> NeededElements(const BidiSources& sources, const std::vector<std::string>& paths) {
     const ComApartment apartment(COINIT_MULTITHREADED);
-    const TraceKeeper keeper;
     CVelunBidiSpl engine;
     InitEngine(engine, sources.extensions);
 

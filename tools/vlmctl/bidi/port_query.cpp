@@ -6,12 +6,12 @@
 #include <filesystem>
 #include <fstream>
 
-#include "soap/service_url.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/standin.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/product.h"
+#include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "util/com.h"
 #include "util/scope_exit.h"
 #include "util/vlutil.h"
@@ -79,10 +79,8 @@ class DriverFolder {
 
 // What the port knows of the printer.
 std::wstring PortAddress(const PortQuery& query) {
-    std::wstring url = FromUtf8(query.printerUrl);
-    ServiceUrl parsed;
-    if (!ParseServiceUrl(url, L"/", &parsed))
-        throw CommandError("'" + query.printerUrl + "' is no address of a printer", kWrongUsage);
+    const std::wstring url = FromUtf8(query.printerUrl);
+    const ServiceUrl parsed = ParsePrinterUrl(query.printerUrl);
     if (query.port != Kind::kTcp) return url;
     if (parsed.secure) throw CommandError("a TCP/IP port knows a host, no https address", kWrongUsage);
     if (parsed.path != L"/" && parsed.path != kPathAtAHost)

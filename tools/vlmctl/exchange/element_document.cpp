@@ -8,7 +8,7 @@
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "tools/vlmctl/exchange/trace_keeper.h"
+#include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "util/vlutil.h"
 
@@ -127,8 +127,8 @@ ElementDocument::ElementDocument(const std::string& url, const std::string& clea
         DeclaredNamespaces namespaces;
         if (const HRESULT hr = namespaces.Read(cleaned); FAILED(hr)) throw _com_error(hr);
         declarations_ = namespaces.Of(0);
-    } catch (const _com_error& error) {
-        ThrowTraced(shown + ": the answer cannot be used", error.Error());
+    } catch (...) {
+        ThrowFailure(shown, CaughtOutcome());
     }
     document_.SetSelectionNamespaces(
         {{L"soap", std::wstring(ns::kSoap12)}, {L"pri", std::wstring(ns::kWsdPrint)}});

@@ -5,11 +5,10 @@
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
 #include "soap/printer_elements.h"
-#include "soap/service_url.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "tools/vlmctl/exchange/trace_keeper.h"
+#include "tools/vlmctl/exchange/failure.h"
 #include "util/vlutil.h"
 
 namespace vlm::ctl {
@@ -18,12 +17,6 @@ namespace {
 
 using host::FromUtf8;
 using host::ToUtf8;
-
-void CheckAddress(const std::string& url) {
-    ServiceUrl parsed;
-    if (!ParseServiceUrl(FromUtf8(url), L"/", &parsed))
-        throw CommandError("'" + Shown(url) + "' is no address of a printer", kWrongUsage);
-}
 
 // "pri:PrinterStatus" for both "PrinterStatus" and itself.
 std::string WithPrefix(const std::string& name, const std::vector<PrefixDeclaration>& declarations) {
@@ -54,18 +47,33 @@ std::wstring QueryForElements(const std::vector<std::string>& names,
     return WriteQueryElements(prefixes, qualified);
 }
 
-std::string FetchAnswer(const std::string& url, const wchar_t* query) {
-    CheckAddress(url);
+ServiceUrl ParsePrinterUrl(const std::string& url) {
+    const auto refuse = [&](const std::string& why) {
+        throw CommandError("'" + Shown(url) + "' is no address of a printer" + why, kWrongUsage);
+    };
+    ServiceUrl parsed;
+    if (!ParseServiceUrl(FromUtf8(url), L"/", &parsed)) refuse("");
+    const size_t end = url.find("://");
+    const std::string scheme = end < url.find_first_of("/?") ? url.substr(0, end) : "http";
+    if (_stricmp(scheme.c_str(), "http") != 0 && _stricmp(scheme.c_str(), "https") != 0)
+        refuse(": it is asked over http or https, not " + Shown(scheme));
+    return parsed;
+}
+
+std::string FetchAnswer(const std::string& url, const wchar_t* query, int* status) {
+    ParsePrinterUrl(url);
     std::string answer;
-    const HRESULT result = FetchPrinterElements(FromUtf8(url).c_str(), query, &answer);
-    if (FAILED(result)) ThrowTraced(Shown(url), result);
+    const Outcome fetched = FetchPrinterElements(FromUtf8(url).c_str(), query, &answer, status);
+    if (FAILED(fetched)) ThrowFailure(Shown(url), fetched);
     return answer;
 }
 
 std::string FetchCleanAnswer(const std::string& url, const wchar_t* query) {
+    int status = 0;
+    const std::string answer = FetchAnswer(url, query, &status);
     std::string clean;
-    const HRESULT result = CleanPrinterElements(FetchAnswer(url, query), query, &clean);
-    if (FAILED(result)) ThrowTraced(Shown(url) + " is no WSD print service", result);
+    const Outcome cleaned = CleanPrinterElements(answer, query, &clean, status);
+    if (FAILED(cleaned)) ThrowFailure(Shown(url) + " is no WSD print service", cleaned);
     return clean;
 }
 

@@ -1,11 +1,13 @@
 // Printer elements from a printer's WSD print service, for the commands that ask a printer live.
 //
-// For threads with COM initialised, while a TraceKeeper lives. Failures are CommandErrors whose one line
-// names the address and the cause.
+// For threads with COM initialised. Failures are CommandErrors whose one line names the address and the
+// cause.
 #pragma once
 
 #include <string>
 #include <vector>
+
+#include "soap/service_url.h"
 
 namespace vlm::ctl {
 
@@ -19,8 +21,12 @@ struct PrefixDeclaration {
 std::wstring QueryForElements(const std::vector<std::string>& names,
                               const std::vector<PrefixDeclaration>& declarations);
 
-// The answer to a query document, as the printer sent it.
-std::string FetchAnswer(const std::string& url, const wchar_t* query);
+// A printer's address taken apart. Throws with kWrongUsage for one that no printer can have. The monitor
+// takes any scheme but https for http, since port monitors hand out what they like; who types one means it.
+ServiceUrl ParsePrinterUrl(const std::string& url);
+
+// The answer to a query document, as the printer sent it, and its HTTP status.
+std::string FetchAnswer(const std::string& url, const wchar_t* query, int* status = nullptr);
 // The same as the monitor hands it to the Bidi engine: cleaned up, UTF-8.
 std::string FetchCleanAnswer(const std::string& url, const wchar_t* query);
 

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "monitor/event_window.h"
+#include "rpc/codes.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/host/raw_tcp_monitor.h"
 #include "tools/vlmctl/console/command.h"
@@ -16,7 +17,6 @@
 #include "tools/vlmctl/exchange/address.h"
 #include "tools/vlmctl/exchange/rpc_client.h"
 #include "tools/vlmctl/exchange/rpc_wait.h"
-#include "tools/vlmctl/exchange/trace_keeper.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/installation/held_file.h"
 #include "tools/vlmctl/installation/monitor_image.h"
@@ -48,8 +48,8 @@ struct Probe {
     RpcReply query;
     RpcReply command;
 };
-constexpr std::uint32_t kRefusedQuery = ERROR_OPEN_FAILED;
-constexpr std::uint32_t kRefusedCommand = ERROR_INVALID_PARAMETER;
+constexpr std::uint32_t kRefusedQuery = rpc::kNoSuchPrinter;
+constexpr std::uint32_t kRefusedCommand = rpc::kBadArguments;
 
 Probe MakeProbe(const RpcClient& client) {
     RpcCommand tooMany;
@@ -95,7 +95,6 @@ CheckResult CheckEndpoint(const std::string& what, RpcRoute route) {
 
 CheckResult CheckPrintService(const std::string& url) {
     const ComApartment apartment(COINIT_MULTITHREADED);
-    const TraceKeeper traceKeeper;
     FetchCleanAnswer(url, QueryForElements({"PrinterStatus"}, {}).c_str());
     return Ok("printer", "the print service of " + url + " answers");
 }

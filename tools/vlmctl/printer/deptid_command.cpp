@@ -6,7 +6,8 @@
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "tools/vlmctl/exchange/trace_keeper.h"
+#include "tools/vlmctl/exchange/failure.h"
+#include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/printer/password_input.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/scope_exit.h"
@@ -26,6 +27,8 @@ struct CheckOptions {
     std::string type;
 };
 
+constexpr int kHttpOk = 200;
+
 using Proxy = CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWininetClient>;
 
 [[noreturn]] void ThrowCause(const std::string& printer, const Proxy& proxy, HRESULT result) {
@@ -37,19 +40,22 @@ using Proxy = CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWinine
         case SoapClientError::kParseFault:
             throw CommandError(printer + ": answered with status 500 and no fault that could be read");
         case SoapClientError::kParse:
+            if (proxy.Status() != kHttpOk)
+                throw CommandError(
+                    fmt::format("{}: HTTP status {}; the answer is none of a department-ID service", printer,
+                                proxy.Status()));
             throw CommandError(printer + ": the answer is none of a department-ID service");
         default:
-            ThrowTraced(printer, result);
+            ThrowFailure(printer, {result, proxy.Reason()});
     }
 }
 
 void Check(const CheckOptions& options) {
     const ComApartment apartment(COINIT_MULTITHREADED);
-    const TraceKeeper keeper;
     const std::string printer = Shown(options.url);
+    ParsePrinterUrl(options.url);
     Proxy proxy;
-    if (FAILED(proxy.SetUrl(FromUtf8(options.url))))
-        throw CommandError("'" + printer + "' is no address of a printer", kWrongUsage);
+    proxy.SetUrl(FromUtf8(options.url));
     proxy.SetTimeout(CheckUserPasswordService::kTimeout);
     std::wstring password = ReadPassword();
     const ScopeExit wipe([&password] { Wipe(&password); });

@@ -8,7 +8,6 @@
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/element_document.h"
-#include "tools/vlmctl/exchange/trace_keeper.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 
@@ -138,7 +137,6 @@ ComPtr<IXMLDOMNode> Part(const ElementDocument& document, const wchar_t* name) {
 
 void PrintStatus(const std::string& url) {
     const ComApartment apartment(COINIT_MULTITHREADED);
-    const TraceKeeper keeper;
     const std::wstring query =
         QueryForElements({"PrinterDescription", "PrinterStatus", "PrinterConfiguration"}, {});
     const ElementDocument document(url, FetchCleanAnswer(url, query.c_str()));

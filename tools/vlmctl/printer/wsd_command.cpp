@@ -8,7 +8,6 @@
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/element_document.h"
-#include "tools/vlmctl/exchange/trace_keeper.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/vlutil.h"
@@ -79,7 +78,6 @@ std::vector<std::string> Unanswered(const std::vector<std::string>& names, const
 
 void PrintElements(const WsdOptions& options) {
     const ComApartment apartment(COINIT_MULTITHREADED);
-    const TraceKeeper keeper;
     const std::wstring query = QueryForElements(options.names, ParseDeclarations(options.namespaces));
     if (options.raw) {
         PrintRaw(FetchAnswer(options.url, query.c_str()));

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "rpc/codes.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/code_page.h"
 #include "tools/vlmctl/console/command.h"
@@ -69,23 +70,25 @@ std::string InCodePage(const std::string& utf8) {
 // What the procedures return.
 const char* ResultMeaning(std::uint32_t code) {
     switch (code) {
-        case 5:
+        case rpc::kPortBusy:
             return "the port is busy with a job or another caller";
-        case 6:
+        case rpc::kNothingBelow:
             return "the lower monitor could not open the port";
-        case 13:
+        case rpc::kOutOfMemory:
+            return "the print server has no memory for it";
+        case rpc::kBadAnswer:
             return "the printer's answer cannot be understood";
-        case 31:
+        case rpc::kPrinterRefused:
             return "the printer refused";
-        case 87:
+        case rpc::kBadArguments:
             return "the name is too long or an argument is out of range";
-        case 110:
+        case rpc::kNoSuchPrinter:
             return "no USB printer with Bidi enabled goes by that name";
-        case 122:
+        case rpc::kReplyTooSmall:
             return "the answer is larger than the capacity";
-        case 161:
+        case rpc::kPortNotOpen:
             return "the printer's port is not open in the service";
-        case 995:
+        case rpc::kPortClosing:
             return "the port was closed meanwhile";
         default:
             return nullptr;
