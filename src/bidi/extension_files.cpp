@@ -221,7 +221,8 @@ void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,
                              L"Mismatch in extension file(s) and/or WSD stream - same " + prefix +
                                  L"\" refers to different namespace URLs",
                              prefix + L"\" is \"" + Printable(declaration.uri) + L"\" in " + source +
-                                 L", and \"" + Printable(known->uri) + L"\" in the extension files before");
+                                 L", but \"" + Printable(known->uri) +
+                                 L"\" in the extension files before it");
         }
     }
 }

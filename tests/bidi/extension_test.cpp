@@ -141,7 +141,7 @@ TEST_F(ExtensionFiles, OnePrefixForTwoNamespacesIsAMismatch) {
     CVelunBidiSpl engine;
     EXPECT_EQ(engine.Init(L"Office", FileList({one, two}).c_str()), E_FAIL);
     EXPECT_TRUE(engine.Reason().starts_with(L"prefix \"pri\" is \"urn:two\" in "));
-    EXPECT_TRUE(engine.Reason().ends_with(L".xml, and \"urn:one\" in the extension files before"));
+    EXPECT_TRUE(engine.Reason().ends_with(L".xml, but \"urn:one\" in the extension files before it"));
     ASSERT_EQ(engine.Init(L"Office", FileList({one}).c_str()), S_OK);
     EXPECT_EQ(engine.SetGetPrinterElementResponseData(
                   L"<r xmlns:pri='http://schemas.microsoft.com/windows/2006/08/wdp/print'/>"),

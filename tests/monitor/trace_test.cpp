@@ -186,7 +186,7 @@ TEST_P(MonitorTraceTest, ExtensionFileAtFaultIsNamedOnThePortsLine) {
     for (const auto& test : kCases) {
         folder.Write(L"own.xml", test.text);
         const DebuggerOutput output;
-        EXPECT_EQ(Query(port, L"Get", {L"\\A"}, nullptr), DWORD{ERROR_NOT_READY});
+        EXPECT_EQ(Query(port, L"Get", {L"\\:A"}, nullptr), DWORD{ERROR_NOT_READY});
         Lines ofPort;
         for (const std::wstring& line : output.Texts())
             if (line.starts_with(L"Error: port ")) ofPort.push_back(line);
@@ -222,6 +222,7 @@ TEST_P(MonitorTraceTest, JobThatBreaksIsAnErrorLine) {
     EXPECT_TRUE(Start(port));
     table.pfnEndDocPort(port);
     lower.answer = [](const char*) { return TRUE; };
+    spooler.Reset();  // without a printer there is none that only EndDocPort closes
     EXPECT_TRUE(Start(port));
     EXPECT_TRUE(table.pfnClosePort(port));
     Lines errors;
