@@ -30,6 +30,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr auto kPause = 50ms;
+constexpr std::chrono::seconds kMetricsPause(15);
 
 struct TraceOptions {
     std::string file;
@@ -140,7 +141,7 @@ class Outlet {
         const auto now = std::chrono::steady_clock::now();
         if (!options_.asMetrics || options_.metrics.empty() || options_.metrics == "-" || now < next_) return;
         WriteMetrics(summary_.ToMetrics(), options_.metrics);
-        next_ = now + 15s;
+        next_ = now + kMetricsPause;
     }
     void End() const {
         if (options_.asMetrics)
