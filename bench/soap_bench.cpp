@@ -58,8 +58,8 @@ void BareLoad(IStream* answer) {
 
 // Microseconds, of single runs in turns: what disturbs one disturbs the other.
 bench::Pair Compare(const std::function<void()>& ours, const std::function<void()>& reference) {
-    const bench::Pair best = bench::BestOfBoth(
-        300, 1, [&](long) { ours(); }, [&](long) { reference(); });
+    const auto once = [](const std::function<void()>& work) { return [&work](long) { work(); }; };
+    const bench::Pair best = bench::BestOfBoth(300, 1, once(ours), once(reference));
     return {best.ours / 1000, best.reference / 1000};
 }
 

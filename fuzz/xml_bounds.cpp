@@ -101,8 +101,7 @@ bool ReadWithExpat(std::string_view text, Seen* seen) {
         ++Of(data).seen.nodes;
     });
     // A section counts when it ends: one without an end is no piece of markup.
-    XML_SetCdataSectionHandler(
-        run.parser, [](void*) {}, [](void* data) { ++Of(data).seen.nodes; });
+    XML_SetEndCdataSectionHandler(run.parser, [](void* data) { ++Of(data).seen.nodes; });
     XML_SetXmlDeclHandler(run.parser,
                           [](void* data, const char*, const char*, int) { ++Of(data).seen.nodes; });
     XML_SetStartDoctypeDeclHandler(run.parser, [](void* data, const char*, const char*, const char*, int) {

@@ -13,9 +13,10 @@ namespace {
 
 constexpr const char* kOperation = "CheckUserPassword";
 
+using Value = std::string Credentials::*;
 struct Field {
     const char* name;
-    std::string Credentials::*value;
+    Value value;
 };
 constexpr std::array kFields{Field{"username", &Credentials::username}, Field{"domain", &Credentials::domain},
                              Field{"type", &Credentials::type}, Field{"password", &Credentials::password}};

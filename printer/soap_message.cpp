@@ -21,8 +21,8 @@ void CheckContentType(std::string_view contentType, SoapRequest& request) {
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
     if (type == kMediaType) return;
     std::string shown(contentType);  // a header may hold any byte, the answer only text
-    std::replace_if(
-        shown.begin(), shown.end(), [](unsigned char c) { return c < ' ' || c > '~'; }, '?');
+    for (char& c : shown)
+        if (c < ' ' || c > '~') c = '?';
     request.Find("the content type is '{}' instead of {}", shown, kMediaType);
 }
 

@@ -27,14 +27,14 @@ class CLmMgr;
 
 // The published table ends with pfnPowerEvent; some SDKs leave that slot out. This is its full shape with
 // either.
-template <typename Published, bool hasPowerEvent = requires(Published table) {
-    table.pfnPowerEvent;
-}
-> struct WithPowerEvent { Published base; };
-template <typename Published>
-struct WithPowerEvent<Published, false> {
+template <typename Published, typename = void>
+struct WithPowerEvent {
     Published base;
     DWORD(WINAPI* pfnPowerEvent)(HANDLE hMonitor, DWORD event, void* settings);
+};
+template <typename Published>
+struct WithPowerEvent<Published, std::void_t<decltype(&Published::pfnPowerEvent)>> {
+    Published base;
 };
 using Monitor2Table = WithPowerEvent<MONITOR2>;
 static_assert(std::is_standard_layout_v<Monitor2Table>);

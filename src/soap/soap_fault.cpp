@@ -16,9 +16,10 @@ constexpr unsigned kFaultBit = 0x04;
 constexpr Structure kStructure[] = {
     {L"Envelope", 0x01}, {L"Body", 0x02}, {L"Header", 0x02}, {L"Fault", kFaultBit}};
 
+using Text = std::wstring SoapFault::*;
 struct Part {
     std::wstring_view name;
-    std::wstring SoapFault::*text;
+    Text text;
 };
 
 constexpr Part kParts[] = {{L"faultcode", &SoapFault::code},

@@ -82,9 +82,8 @@ void CVlSoapWininetClient::CloseRequest() noexcept {
         const auto closing = std::make_shared<Closing>();
         closing->request = std::move(request_);
         const DWORD time = ClosingTime(EffectiveTimeout() * kSendTimeouts);
-        if (RunBounded(
-                url_.host, [closing] { closing->request.Reset(); }, time))
-            return S_OK;
+        const auto close = [closing] { closing->request.Reset(); };
+        if (RunBounded(url_.host, close, time)) return S_OK;
         Trace(L"Error: host \"%ls:%u\": a request does not close\r\n", TraceName(url_.host.c_str()).c_str(),
               url_.port);
         // Closing what it belongs to closes a request as well, which must not happen twice.
@@ -193,8 +192,8 @@ HRESULT CVlSoapWininetClient::ReadWholeBody(std::string* body) {
 
 bool CVlSoapWininetClient::RunWithinTime(DWORD time, std::function<void()> work) {
     const DWORD closing = ClosingTime(time);
-    return RunBounded(
-        url_.host, std::move(work), time - 2 * closing, [this] { CloseAll(); }, closing);
+    const auto cancel = [this] { CloseAll(); };
+    return RunBounded(url_.host, std::move(work), time - 2 * closing, cancel, closing);
 }
 
 HRESULT CVlSoapWininetClient::InitializeReader() {

@@ -47,20 +47,20 @@ struct BasicCursor {
             values[i] = ReadU32();
     }
 
-    void WriteU8(uint8_t value) requires(!std::is_const_v<Byte>) {
+    void WriteU8(uint8_t value) {
         next[0] = value;
         Skip(1);
     }
-    void WriteU16(uint16_t value) requires(!std::is_const_v<Byte>) {
+    void WriteU16(uint16_t value) {
         next[0] = static_cast<uint8_t>(value >> 8);
         next[1] = static_cast<uint8_t>(value);
         Skip(2);
     }
-    void WriteU32(uint32_t value) requires(!std::is_const_v<Byte>) {
+    void WriteU32(uint32_t value) {
         WriteU16(static_cast<uint16_t>(value >> 16));
         WriteU16(static_cast<uint16_t>(value));
     }
-    void WriteBytes(const void* values, uint32_t count) requires(!std::is_const_v<Byte>) {
+    void WriteBytes(const void* values, uint32_t count) {
         if (count != 0) std::memcpy(next, values, count);
         Skip(count);
     }

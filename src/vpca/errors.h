@@ -5,7 +5,8 @@
 
 namespace vlm::vpca {
 
-enum class [[nodiscard]] VpcaError : uint32_t{
+enum class [[nodiscard]] VpcaError : uint32_t;
+enum class VpcaError : uint32_t {
     kSuccess = 0,
     // A required pointer, count or id is null or zero, or a list announces entries without storage.
     kBadArgument = 1,

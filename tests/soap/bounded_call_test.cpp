@@ -45,16 +45,16 @@ TEST_F(BoundedCall, LeavesFewCallsBehindForOnePeerAndNotManyInAll) {
     EXPECT_EQ(*running_, kMostLeftBehindInAll);
     Release();
     EXPECT_TRUE(MayCall(L"hangs0"));
-    EXPECT_TRUE(RunBounded(
-        L"hangs0", [] { throw 1; }, 1000));
+    const auto throws = [] { throw 1; };
+    EXPECT_TRUE(RunBounded(L"hangs0", throws, 1000));
 }
 
 TEST_F(BoundedCall, CancelledCallThatEndsIsNotLeftBehind) {
     for (int i = 0; i <= kMostLeftBehind; ++i) {
         ResetEvent(release_.Get());
         // A call that ends at that moment may have used what was closed: its result does not count.
-        EXPECT_FALSE(RunBounded(
-            L"obeys", hang_, 20, [this] { SetEvent(release_.Get()); }, 2000));
+        const auto cancel = [this] { SetEvent(release_.Get()); };
+        EXPECT_FALSE(RunBounded(L"obeys", hang_, 20, cancel, 2000));
         EXPECT_EQ(*running_, 0);
     }
     EXPECT_TRUE(MayCall(L"obeys"));
