@@ -18,10 +18,7 @@ struct Resources {
     size_t heapBlocks;  // busy blocks of the process heap (the global heap) and of the C++ heap
     size_t heapBytes;   // in them
 
-    // Without the bytes: a container that is kept may keep more room than before.
-    bool operator==(const Resources& other) const {
-        return handles == other.handles && threads == other.threads && heapBlocks == other.heapBlocks;
-    }
+    bool operator==(const Resources&) const = default;
 };
 
 Resources CountResources();
