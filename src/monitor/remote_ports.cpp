@@ -83,7 +83,8 @@ rpc::ServedPort Describe(LmPort& port) {
 
 // Closes the port below, and frees the record with its event and names. `counted` is the count that whoever
 // does so is still in.
-void CloseBelow(LmPort& port, uint32_t PortUse::*counted) {
+using Count = uint32_t PortUse::*;
+void CloseBelow(LmPort& port, Count counted) {
     // Runs also when the lower monitor throws. A printer that is still open belongs to a job that was never
     // ended; EndDocPort would have closed it, and closing is its work alone.
     const ScopeExit freeRecord([&port, counted] {

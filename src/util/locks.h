@@ -3,9 +3,8 @@
 //
 //   int starts VLM_GUARDED_BY(lock);       is touched with the lock held only
 //   void Register() VLM_REQUIRES(lock);    is called with the lock held only
-//   void Await() VLM_EXCLUDES(lock);       takes the lock itself, and waits: nobody may call it with the lock
-//   held void AtDetach() VLM_UNCHECKED;         touches what is guarded all the same, for a reason that it
-//   gives
+//   void Await() VLM_EXCLUDES(lock);       takes the lock itself, so its caller must not hold it
+//   void AtDetach() VLM_UNCHECKED;         touches what is guarded all the same, for a reason that it gives
 #pragma once
 
 #include <windows.h>
