@@ -181,10 +181,12 @@ std::string Query(Worker& worker, const OpenPort& port, const wchar_t* action,
 
 // For a soak that has to find something.
 void PlantLeaks(const Stage& stage) {
-    // Many at a time: a slow machine makes few steps.
-    for (int i = 0; i < 20 && stage.Planted("leak-block"); ++i)
+    // Many at a time: a slow machine makes few steps, and where small blocks are kept in groups these are
+    // counted.
+    for (int i = 0; i < 500 && stage.Planted("leak-block"); ++i)
         static_cast<void>(HeapAlloc(GetProcessHeap(), 0, 100));
-    if (stage.Planted("leak-handle")) static_cast<void>(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    for (int i = 0; i < 10 && stage.Planted("leak-handle"); ++i)
+        static_cast<void>(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (stage.Planted("leak-router")) static_cast<void>(RouterAllocBidiMem(8));
 }
 

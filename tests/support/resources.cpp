@@ -35,11 +35,8 @@ size_t CountThreads() {
 void AddBlocks(HANDLE heap, Resources& resources) {
     HeapLock(heap);
     PROCESS_HEAP_ENTRY entry{};
-    while (HeapWalk(heap, &entry)) {
-        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) == 0) continue;
-        ++resources.heapBlocks;
-        resources.heapBytes += entry.cbData;
-    }
+    while (HeapWalk(heap, &entry))
+        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) ++resources.heapBlocks;
     HeapUnlock(heap);
 }
 
