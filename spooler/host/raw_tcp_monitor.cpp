@@ -13,6 +13,7 @@ namespace vlm::host {
 namespace {
 
 constexpr size_t kLongestBackChannel = 64 * 1024;
+constexpr ULONGLONG kTurn = 100;  // milliseconds between two looks at whether the document is cancelled
 
 RawTcpMonitor& Self(HANDLE handle) {
     return *static_cast<RawTcpMonitor*>(handle);
@@ -43,11 +44,34 @@ BOOL RawTcpMonitor::Fail() {
     return FALSE;
 }
 
-bool RawTcpMonitor::Await(short events) {
-    WSAPOLLFD descriptor{socket_, events, 0};
-    const int ready = WSAPoll(&descriptor, 1, static_cast<INT>(timeout_));
-    if (ready == 0) WSASetLastError(WSAETIMEDOUT);
-    return ready > 0;
+template <typename Ready>
+int RawTcpMonitor::AwaitInTurns(Ready ready) const {
+    const ULONGLONG deadline = GetTickCount64() + timeout_;
+    for (ULONGLONG now = GetTickCount64();; now = GetTickCount64()) {
+        if (cancelled_.load()) {
+            SetLastError(ERROR_PRINT_CANCELLED);
+            return -1;
+        }
+        const ULONGLONG left = deadline > now ? deadline - now : 0;
+        const int result = ready(static_cast<int>(std::min(left, kTurn)));
+        if (result != 0) return result;
+        if (left <= kTurn) {
+            WSASetLastError(WSAETIMEDOUT);
+            return -1;
+        }
+    }
+}
+
+bool RawTcpMonitor::Await(short events) const {
+    return AwaitInTurns([&](int milliseconds) {
+               WSAPOLLFD descriptor{socket_, events, 0};
+               return WSAPoll(&descriptor, 1, milliseconds);
+           }) > 0;
+}
+
+void RawTcpMonitor::EndRegularly(bool regular) const {
+    const linger atOnce{static_cast<u_short>(regular ? 0 : 1), 0};
+    setsockopt(socket_, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&atOnce), sizeof atOnce);
 }
 
 int RawTcpMonitor::Receive(void* buffer, size_t size) {
@@ -68,17 +92,19 @@ bool RawTcpMonitor::ConnectTo(const sockaddr* address, int length) {
         return false;
     if (connect(socket_, address, length) == 0) return true;
     if (WSAGetLastError() != WSAEWOULDBLOCK) return false;
-    // select, because WSAPoll on older Windows does not report a refused connection.
-    fd_set writable, failed;
-    FD_ZERO(&writable);
-    FD_SET(socket_, &writable);
-    failed = writable;
-    timeval wait{static_cast<long>(timeout_ / 1000), static_cast<long>(timeout_ % 1000 * 1000)};
-    const int ready = select(0, nullptr, &writable, &failed, &wait);
+    const int ready = AwaitInTurns([&](int milliseconds) {
+        // select, because WSAPoll on older Windows does not report a refused connection.
+        fd_set writable, failed;
+        FD_ZERO(&writable);
+        FD_SET(socket_, &writable);
+        failed = writable;
+        timeval wait{milliseconds / 1000, milliseconds % 1000 * 1000};
+        return select(0, nullptr, &writable, &failed, &wait);
+    });
     if (ready < 0) return false;
-    int error = ready == 0 ? WSAETIMEDOUT : 0;
+    int error = 0;
     int size = sizeof error;
-    if (ready > 0) getsockopt(socket_, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size);
+    getsockopt(socket_, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size);
     WSASetLastError(error);
     return error == 0;
 }
@@ -100,6 +126,10 @@ bool RawTcpMonitor::Connect() {
 
 bool RawTcpMonitor::Send(const BYTE* data, DWORD size, DWORD& sent) {
     for (sent = 0; sent < size;) {
+        if (cancelled_.load()) {
+            SetLastError(ERROR_PRINT_CANCELLED);
+            return false;
+        }
         const int count =
             send(socket_, reinterpret_cast<const char*>(data + sent), static_cast<int>(size - sent), 0);
         if (count >= 0) {
@@ -139,7 +169,10 @@ BOOL WINAPI RawTcpMonitor::OpenPort(HANDLE monitor, LPWSTR, HANDLE* port) {
 BOOL WINAPI RawTcpMonitor::StartDocPort(HANDLE port, LPWSTR, DWORD, DWORD, LPBYTE) {
     RawTcpMonitor& self = Self(port);
     self.document_ = {};
-    if (self.Connect()) return TRUE;
+    if (self.Connect()) {
+        self.EndRegularly(false);
+        return TRUE;
+    }
     self.Fail();
     self.Disconnect();
     SetLastError(self.document_.error);
@@ -165,13 +198,18 @@ BOOL WINAPI RawTcpMonitor::ReadPort(HANDLE port, LPBYTE buffer, DWORD size, LPDW
 
 BOOL WINAPI RawTcpMonitor::EndDocPort(HANDLE port) {
     RawTcpMonitor& self = Self(port);
+    if (self.document_.error == ERROR_SUCCESS && self.cancelled_.load())
+        self.document_.error = ERROR_PRINT_CANCELLED;
     if (self.document_.error == ERROR_SUCCESS) {
+        self.EndRegularly(true);
         if (shutdown(self.socket_, SD_SEND) == 0) {
             self.DrainUntilClosed();
         } else {
             self.Fail();
         }
     }
+    // All may have been sent, and little of it read.
+    if (self.document_.error == ERROR_PRINT_CANCELLED) self.EndRegularly(false);
     self.Disconnect();
     SetLastError(self.document_.error);
     return self.document_.error == ERROR_SUCCESS;

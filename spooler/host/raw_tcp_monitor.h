@@ -2,6 +2,9 @@
 // StartDocPort and closed by EndDocPort. One object is one port; its address is its monitor handle and port
 // handle.
 //
+// A document that does not come to its end breaks its connection, which also happens when the program ends in
+// the middle of one: a printer shall not take the part it has for the whole.
+//
 // Every step has the same time-out. Failures are FALSE with the Winsock code as last error; what became of
 // the last document stays readable in Document() afterwards, because the monitor above reports nothing about
 // its end.
@@ -11,6 +14,7 @@
 // winsock2.h before windows.h.
 #include <windows.h>
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 
@@ -35,6 +39,9 @@ class RawTcpMonitor {
 
     MONITOR2* Table() { return &table_; }
     const DocumentOutcome& Document() const { return document_; }
+    // From any thread: whatever the port is doing, and all it is asked to do from now on, fails with
+    // ERROR_PRINT_CANCELLED, and the document breaks.
+    void Cancel() { cancelled_.store(true); }
 
  private:
     static BOOL WINAPI OpenPort(HANDLE monitor, LPWSTR name, HANDLE* port);
@@ -47,8 +54,14 @@ class RawTcpMonitor {
     bool Connect();
     bool ConnectTo(const sockaddr* address, int length);
     void Disconnect();
-    // Waits until the socket can be read or written; false with WSAETIMEDOUT after the time-out.
-    bool Await(short events);
+    // Calls `ready(milliseconds)` in short turns until it returns something else than 0, for as long as the
+    // time-out. Its result, or -1 with WSAETIMEDOUT or ERROR_PRINT_CANCELLED.
+    template <typename Ready>
+    int AwaitInTurns(Ready ready) const;
+    // Waits until the socket can be read or written.
+    bool Await(short events) const;
+    // What the printer sees when the connection is closed: its regular end, or that it broke.
+    void EndRegularly(bool regular) const;
     // recv, with a reset connection as WSAECONNRESET.
     int Receive(void* buffer, size_t size);
     bool Send(const BYTE* data, DWORD size, DWORD& sent);
@@ -62,6 +75,7 @@ class RawTcpMonitor {
     MONITOR2 table_;
     SOCKET socket_ = INVALID_SOCKET;
     DocumentOutcome document_;
+    std::atomic<bool> cancelled_{false};
 };
 
 }  // namespace vlm::host

@@ -14,6 +14,7 @@
 #include "tools/vlmctl/bidi/bidi_commands.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/interrupt.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/console/trace_view.h"
 #include "tools/vlmctl/installation/installation_commands.h"
@@ -77,6 +78,7 @@ int Run() {
 }  // namespace
 
 int main() {
+    WatchForInterrupt();
     PrepareConsole();
     vlm::ReadTraceLevel();
     try {

@@ -10,6 +10,7 @@
 #include "spooler/standin.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/interrupt.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "util/com.h"
@@ -75,6 +76,7 @@ class DriverFolder {
     }
 
     std::filesystem::path folder_;
+    const OnInterrupt interrupt_{OnInterrupt::Then::kEnd, [this] { Remove(); }};
 };
 
 // What the port knows of the printer.

@@ -39,10 +39,13 @@ std::string SizeText(std::uint64_t bytes) {
 
 void PrepareConsole() {
     codePageBefore = GetConsoleOutputCP();
-    if (codePageBefore != 0 && SetConsoleOutputCP(CP_UTF8))
-        std::atexit([] { SetConsoleOutputCP(codePageBefore); });
+    if (codePageBefore != 0 && SetConsoleOutputCP(CP_UTF8)) std::atexit(RestoreConsole);
     _setmode(_fileno(stdout), _O_BINARY);
     _setmode(_fileno(stderr), _O_BINARY);
+}
+
+void RestoreConsole() {
+    if (codePageBefore != 0) SetConsoleOutputCP(codePageBefore);
 }
 
 void Print(std::string_view line) {

@@ -12,6 +12,8 @@ namespace vlm::ctl {
 // Prepares both standard streams. Called once, first. The console's code page comes back when the program
 // ends.
 void PrepareConsole();
+// What PrepareConsole has arranged for the end of the program, for an end that passes that over.
+void RestoreConsole();
 
 // Throws CommandError when nobody takes the line: the reader of a pipe has gone, the disk is full.
 void Print(std::string_view line);

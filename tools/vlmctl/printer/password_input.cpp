@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/interrupt.h"
 
 namespace vlm::ctl {
 
@@ -15,32 +16,27 @@ namespace {
 constexpr size_t kLongest = 1024;  // characters, or bytes
 
 // The echo outlives the program, so it comes back before Ctrl+C ends that.
-HANDLE quietConsole = nullptr;
-DWORD modeBefore = 0;
-
-BOOL WINAPI RestoreEcho(DWORD) {
-    SetConsoleMode(quietConsole, modeBefore);
-    return FALSE;
-}
-
-// One at a time.
 class WithoutEcho {
  public:
-    WithoutEcho(HANDLE console, DWORD mode) {
-        quietConsole = console;
-        modeBefore = mode;
-        SetConsoleCtrlHandler(RestoreEcho, TRUE);
+    WithoutEcho(HANDLE console, DWORD mode)
+        : console_(console), mode_(mode), interrupt_(OnInterrupt::Then::kEnd, [this] {
+              Restore();
+              std::fputs("\n", stderr);
+          }) {
         const DWORD line = ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT;
-        if (SetConsoleMode(console, (mode & ~DWORD{ENABLE_ECHO_INPUT}) | line)) return;
-        SetConsoleCtrlHandler(RestoreEcho, FALSE);
-        throw CommandError("the console's echo cannot be switched off");
+        if (!SetConsoleMode(console, (mode & ~DWORD{ENABLE_ECHO_INPUT}) | line))
+            throw CommandError("the console's echo cannot be switched off");
     }
-    ~WithoutEcho() {
-        SetConsoleMode(quietConsole, modeBefore);
-        SetConsoleCtrlHandler(RestoreEcho, FALSE);
-    }
+    ~WithoutEcho() { Restore(); }
     WithoutEcho(const WithoutEcho&) = delete;
     WithoutEcho& operator=(const WithoutEcho&) = delete;
+
+ private:
+    void Restore() const { SetConsoleMode(console_, mode_); }
+
+    const HANDLE console_;
+    const DWORD mode_;
+    const OnInterrupt interrupt_;
 };
 
 // A line on the stack, wiped in any case.
@@ -78,7 +74,10 @@ std::wstring Type(HANDLE console, DWORD mode) {
     {
         const WithoutEcho quiet(console, mode);
         std::fputs("Password: ", stderr);
+        SetLastError(ERROR_SUCCESS);
         read = ReadConsoleW(console, line.text.data(), static_cast<DWORD>(line.text.size()), &count, nullptr);
+        // Windows ends the reading for Ctrl+C, too, and the program ends on the other thread.
+        if (count == 0 && GetLastError() == ERROR_OPERATION_ABORTED) Sleep(INFINITE);
     }
     std::fputs("\n", stderr);
     // Every line that was entered has an end, even an empty one.

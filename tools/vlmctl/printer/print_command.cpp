@@ -11,6 +11,7 @@
 #include "spooler/standin.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/interrupt.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/exchange/address.h"
 #include "tools/vlmctl/printer/printer_commands.h"
@@ -68,6 +69,12 @@ std::string JobEvents(const standin::Printers& spooler) {
     return events.empty() ? "none" : events;
 }
 
+// The job as the spooler keeps it when its user deletes it.
+void DeleteJob(const standin::Printers& spooler, const std::wstring& printer, const std::string& file) {
+    if (spooler.Present())
+        spooler.SetJob(printer.c_str(), kJobId, FromUtf8(file).c_str(), JOB_STATUS_DELETING);
+}
+
 // Writes the whole document, piece by piece. False when a write fails, with the error in `error`.
 bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document, std::uint64_t size,
                    DWORD& error) {
@@ -76,7 +83,11 @@ bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document
     for (std::uint64_t done = 0;;) {
         document.read(piece.data(), static_cast<std::streamsize>(piece.size()));
         const auto count = static_cast<DWORD>(document.gcount());
-        if (count == 0) return true;
+        if (count == 0) {
+            if (done >= size && !document.bad()) return true;
+            error = ERROR_READ_FAULT;
+            return false;
+        }
         // A lower monitor may take less than it is given.
         for (DWORD sent = 0; sent < count;) {
             DWORD written = 0;
@@ -92,18 +103,30 @@ bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document
     }
 }
 
-// What the printer says while the document is open, read through the monitor.
-void ReadAnswer(const MONITOR2& monitor, HANDLE port) {
+// What the printer says while the document is open, read through the monitor. A Win32 code.
+DWORD ReadAnswer(const MONITOR2& monitor, HANDLE port) {
     std::string answer(4096, '\0');
     DWORD count = 0;
     if (!monitor.pfnReadPort(port, reinterpret_cast<LPBYTE>(answer.data()), static_cast<DWORD>(answer.size()),
                              &count))
-        throw CommandError("no answer from the printer: " + ErrorText(GetLastError()));
+        return GetLastError();
     answer.resize(count);
     PrintLine("printer says  {}", host::Printable(answer));
+    return ERROR_SUCCESS;
 }
 
 [[noreturn]] void ThrowLost(const host::DocumentOutcome& outcome, std::uint64_t size, DWORD error) {
+    if (error == ERROR_PRINT_CANCELLED)
+        throw CommandError(
+            fmt::format("interrupted after {} of {} bytes; the connection was broken off, so that "
+                        "the printer does not take them for the whole",
+                        outcome.bytesSent, size),
+            kInterrupted);
+    if (error == ERROR_READ_FAULT)
+        throw CommandError(
+            fmt::format("the file changed while it was read, after {} of {} bytes; the connection "
+                        "was broken off",
+                        outcome.bytesSent, size));
     const char* what = error == WSAETIMEDOUT ? "the printer stopped reading" : "the connection was lost";
     throw CommandError(
         fmt::format("{} after {} of {} bytes: {}", what, outcome.bytesSent, size, ErrorText(error)));
@@ -120,6 +143,10 @@ void PrintFile(const PrintOptions& options) {
     RegisterJob(spooler, printer, options.file);
 
     host::RawTcpMonitor lower(address.host, address.port, static_cast<DWORD>(options.timeout * 1000));
+    const OnInterrupt interrupt(OnInterrupt::Then::kWait, [&] {
+        DeleteJob(spooler, printer, options.file);
+        lower.Cancel();
+    });
     const std::string target = address.host + ":" + address.port;
     std::wstring portName = L"IP_" + FromUtf8(target);
     HANDLE port = nullptr;
@@ -132,19 +159,27 @@ void PrintFile(const PrintOptions& options) {
     std::wstring name = FromUtf8(options.file);
     DOC_INFO_1W info{name.data(), nullptr, nullptr};
     const auto begin = std::chrono::steady_clock::now();
-    if (!table.pfnStartDocPort(port, printer.data(), kJobId, 1, reinterpret_cast<LPBYTE>(&info)))
+    if (!table.pfnStartDocPort(port, printer.data(), kJobId, 1, reinterpret_cast<LPBYTE>(&info))) {
+        if (interrupt.Raised()) throw CommandError("interrupted before anything was sent", kInterrupted);
         throw CommandError("no connection to " + target + ": " + ErrorText(GetLastError()));
+    }
     DWORD error = ERROR_SUCCESS;
+    DWORD answerError = ERROR_SUCCESS;
     bool written = false;
     {
-        const ScopeExit endDocument([&] { table.pfnEndDocPort(port); });
+        const ScopeExit endDocument([&] {
+            if (!written) lower.Cancel();
+            table.pfnEndDocPort(port);
+        });
         written = WriteDocument(table, port, document, size, error);
-        if (written && options.answer) ReadAnswer(table, port);
+        if (written && options.answer) answerError = ReadAnswer(table, port);
     }
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
 
     const host::DocumentOutcome& outcome = lower.Document();
     if (!written) ThrowLost(outcome, size, error);
+    if (answerError != ERROR_SUCCESS && !interrupt.Raised())
+        throw CommandError("no answer from the printer: " + ErrorText(answerError));
     if (!outcome.closedByPrinter) ThrowLost(outcome, size, outcome.error);
     if (!outcome.backChannel.empty()) PrintLine("printer says  {}", host::Printable(outcome.backChannel));
     PrintLine("job           {} on {}", kJobId, target);
