@@ -16,8 +16,6 @@ namespace vlm {
 
 namespace {
 
-constexpr int kMostNumberedFiles = 999;
-
 // Directory ids of our own, beside those of INF files.
 constexpr DWORD kIdIniDirectory = 66000;
 constexpr DWORD kIdIniDirectoryInOtherSections = 1;

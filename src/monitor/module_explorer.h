@@ -22,6 +22,8 @@ inline constexpr IID kIModuleExplorer = {
 // Sections of the INI file that name extension files.
 inline constexpr wchar_t kBidiFilesSection[] = L"BidiFiles";
 inline constexpr wchar_t kDriverFilesSection[] = L"VelunDriverFiles";
+// Of the files with a number, which are looked for from 1 to the first that is missing.
+inline constexpr int kMostNumberedFiles = 999;
 
 // IUnknown has no virtual destructor, which the compiler holds against everything derived from it; objects
 // are deleted by their own Release alone.
@@ -51,6 +53,9 @@ class CModuleExplorer final : public IModuleExplorer {
     ULONG STDMETHODCALLTYPE AddRef() override;
     ULONG STDMETHODCALLTYPE Release() override;
     HRESULT STDMETHODCALLTYPE GetFilePath(const wchar_t* key, BSTR* path) override;
+
+    // The INI file, once a path was asked for; empty when there is none.
+    const std::wstring& IniPath() const { return iniPath_; }
 
     // The directory that the id stands for, a backslash if it is not empty, and the file name; as a new BSTR,
     // or null when memory runs out.

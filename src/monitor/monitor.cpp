@@ -79,6 +79,10 @@ MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexce
             SetLastError(ERROR_INVALID_PARAMETER);
             return FALSE;
         }
+        // Not when the variable is read: nothing waits for a reader of the trace under the loader's lock.
+        if (const std::wstring level = UnknownTraceLevel(); !level.empty())
+            Trace(L"Error: VLLM3MON_TRACE=%ls is no level; errors are traced\r\n",
+                  TraceName(level.c_str()).c_str());
         auto manager = std::make_unique<CLmMgr>(pMonitorInit);
         // The monitor serves its ports with remote procedures or without them.
         rpc::StartRpcServer(kRemotePorts);

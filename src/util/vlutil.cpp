@@ -61,6 +61,23 @@ void MakePrintable(wchar_t* text, size_t length) {
     }
 }
 
+constexpr wchar_t kTraceVariable[] = L"VLLM3MON_TRACE";
+
+struct NamedLevel {
+    const wchar_t* name;
+    TraceLevel level;
+};
+constexpr NamedLevel kLevels[] = {{L"off", TraceLevel::kOff},
+                                  {L"error", TraceLevel::kError},
+                                  {L"info", TraceLevel::kInformation},
+                                  {L"verbose", TraceLevel::kVerbose}};
+
+const NamedLevel* FindLevel(const wchar_t* name) {
+    for (const NamedLevel& known : kLevels)
+        if (_wcsicmp(name, known.name) == 0) return &known;
+    return nullptr;
+}
+
 }  // namespace
 
 void Trace(const wchar_t* format, ...) {
@@ -86,19 +103,18 @@ void SetTraceLevel(TraceLevel level) {
 }
 
 void ReadTraceLevel() {
-    static constexpr struct {
-        const wchar_t* name;
-        TraceLevel level;
-    } kLevels[] = {{L"off", TraceLevel::kOff},
-                   {L"error", TraceLevel::kError},
-                   {L"info", TraceLevel::kInformation},
-                   {L"verbose", TraceLevel::kVerbose}};
     const LastErrorKeeper keeper;
     wchar_t value[16] = {};
-    const DWORD length = GetEnvironmentVariableW(L"VLLM3MON_TRACE", value, std::size(value));
+    const DWORD length = GetEnvironmentVariableW(kTraceVariable, value, std::size(value));
     if (length >= std::size(value)) return;
-    for (const auto& known : kLevels)
-        if (_wcsicmp(value, known.name) == 0) SetTraceLevel(known.level);
+    if (const NamedLevel* known = FindLevel(value)) SetTraceLevel(known->level);
+}
+
+std::wstring UnknownTraceLevel() {
+    const LastErrorKeeper keeper;
+    std::wstring value(GetEnvironmentVariableW(kTraceVariable, nullptr, 0), L'\0');
+    value.resize(GetEnvironmentVariableW(kTraceVariable, value.data(), static_cast<DWORD>(value.size())));
+    return FindLevel(value.c_str()) != nullptr ? std::wstring() : value;
 }
 
 void SetTraceStream(TraceStream stream) {

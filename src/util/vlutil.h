@@ -41,6 +41,8 @@ void SetTraceLevel(TraceLevel level);
 // Sets the level that the process's environment names: VLLM3MON_TRACE=off|error|info|verbose. Any other value
 // changes nothing.
 void ReadTraceLevel();
+// What the environment names as the level when that is none of these; empty otherwise.
+std::wstring UnknownTraceLevel();
 
 // Where the trace goes in place of the debugger output: a function that receives one whole text at a time,
 // from any thread, and must not throw. Null restores the debugger output.

@@ -285,18 +285,26 @@ class Doctor(Installation):
             (self.folder / "driver.ini").write_text(text)
             return self.folder / "driver.ini"
 
+        foreign = self.folder / "foreign.xml"
+        foreign.write_bytes(pathlib.Path(__file__).with_name("port_monitor_file.xml").read_bytes())
         broken = self.folder / "broken.xml"
         broken.write_text('<Schema xmlns:bidi="urn:x">\n</Schem>\n')
         for text, says in (("[BidiFiles]\nBidiWSDFile=broken.xml\n", r"broken\.xml"),
                            ("[VelunDriverFiles]\nUIBidiWSDFile1=absent.xml\n", r"absent\.xml"),
+                           ("[VelunDriverFiles]\nUIBidiWSDFile2=foreign.xml\n", r"UIBidiWSDFile2 in \[VelunDriverFiles\] is never"),
+                           ("[BidiFiles]\nBidiWSDFile=foreign.xml\n[VelunDriverFiles]\nUIBidiWSDFile1=foreign.xml\n"
+                            "uibidiwsdfile3=foreign.xml\nUIBidiWSDFile4=x.xml\n", r"uibidiwsdfile3 in .*\(2 such entries\)"),
+                           ("[BidiFiles]\nBidiWSDFile=foreign.xml\n[VelunDriverFiles]\nUIBidiWSDFile01=foreign.xml\n",
+                            "UIBidiWSDFile01 in"),
+                           ("[BidiFiles]\nBidiWSDFile=foreign.xml\nUIBidiWSDFile1=foreign.xml\n", r"in \[BidiFiles\] is never"),
+                           ("[BidiFiles]\nBidiWSDFile=foreign.xml\n[VelunDriverFiles]\nBidiWSDFile=foreign.xml\n",
+                            r"BidiWSDFile in \[VelunDriverFiles\]"),
                            ("[Other]\n", "names no extension file")):
             with self.subTest(says):
                 self.assertWrong(self.doctor("--driver", settings(text)), "extensions", says)
 
-        foreign = self.folder / "foreign.xml"
-        foreign.write_bytes(pathlib.Path(__file__).with_name("port_monitor_file.xml").read_bytes())
         self.assertEqual(self.doctor("--driver", settings("[BidiFiles]\nBidiWSDFile=foreign.xml\n"))["extensions"],
-                         ("ok", "1 files, 4 warnings"))
+                         ("ok", "1 file, 4 warnings"))
 
         self.assertWrong(self.doctor("--queue", "Nobody's"), "extensions", "no printer of this machine")
         self.install_printer(EXAMPLES / "velun.ini")

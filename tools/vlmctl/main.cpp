@@ -81,6 +81,11 @@ int main() {
     WatchForInterrupt();
     PrepareConsole();
     vlm::ReadTraceLevel();
+    if (const std::wstring level = vlm::UnknownTraceLevel(); !level.empty())
+        Complain("VLLM3MON_TRACE=" + Shown(level) +
+                     " is no level, which are off, error, info and verbose; errors are "
+                     "traced",
+                 kDone);
     try {
         return Run();
     } catch (const CommandError& error) {

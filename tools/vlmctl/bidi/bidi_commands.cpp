@@ -1,6 +1,7 @@
 // vlmctl bidi: for the author of extension files. Checks them, and tries them on a printer or its saved
 // answer.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <map>
 #include <memory>
 
@@ -41,8 +42,39 @@ std::vector<BidiAnswer> Answers(const BidiOptions& options, const wchar_t* actio
                           action, options.paths);
 }
 
-std::string Number(int count, const char* what) {
-    return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+// A path begins with a backslash. What does not is mostly a second extension file, or a switch of another
+// system.
+void CheckPaths(const std::vector<std::string>& paths) {
+    for (const std::string& path : paths) {
+        if (path.starts_with('\\')) continue;
+        throw CommandError(
+            "'" + Shown(path) +
+                "' is no schema path, which begins with a backslash; each extension file stands "
+                "behind an --ext of its own",
+            kWrongUsage);
+    }
+}
+
+// Where the monitor had to do without the printer, only the port below has answered, with 50 for what it does
+// not know. Asked once more without the monitor, the printer says why, in a CommandError.
+void AskWhy(const BidiOptions& options) {
+    try {
+        NeededElements(options.sources, options.paths);
+    } catch (const CommandError& error) {
+        if (error.Status() != kNothingFound) throw;
+    }
+}
+
+void Ask(const BidiOptions& options, const wchar_t* action) {
+    CheckPaths(options.paths);
+    const std::vector<BidiAnswer> answers = Answers(options, action);
+    PrintAnswers(answers, options.json);
+    const auto any = [&](unsigned long result) {
+        return std::any_of(answers.begin(), answers.end(),
+                           [&](const auto& one) { return one.result == result; });
+    };
+    if (!options.port.empty() && any(ERROR_NOT_SUPPORTED)) AskWhy(options);
+    if (!any(ERROR_SUCCESS)) throw CommandError("nothing was found", kNothingFound);
 }
 
 void Check(const std::vector<std::string>& files) {
@@ -59,7 +91,7 @@ void Check(const std::vector<std::string>& files) {
     if (!report.unreadable.empty()) throw CommandError(ToUtf8(report.unreadable.front()), kUnreadable);
     const int errors = report.Count(Severity::kError);
     const int warnings = report.Count(Severity::kWarning);
-    const std::string summary = Number(errors, "error") + ", " + Number(warnings, "warning");
+    const std::string summary = Counted(errors, "error") + ", " + Counted(warnings, "warning");
     if (errors > 0) throw CommandError(summary, kErrors);
     if (warnings > 0) throw CommandError(summary, kOnlyWarnings);
 }
@@ -100,7 +132,7 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
         ->needs(through);
     command->add_option("PATH", options->paths, "Schema path, such as \\Printer.Consumables.Black:Level")
         ->required();
-    command->callback([options, action] { PrintAnswers(Answers(*options, action), options->json); });
+    command->callback([options, action] { Ask(*options, action); });
 }
 
 }  // namespace
@@ -118,6 +150,7 @@ void AddBidiCommands(CLI::App& app) {
                           "Ask the printer at this address which of them it answers");
     enumerate->add_option("PATH", enumOptions->paths, "Schema path")->required();
     enumerate->callback([enumOptions] {
+        CheckPaths(enumOptions->paths);
         PrintElements(NeededElements(enumOptions->sources, enumOptions->paths), enumOptions->json);
     });
 

@@ -173,7 +173,7 @@ std::vector<NeededElement> NeededElements(const BidiSources& sources, const std:
     BidiRequest request(paths);
     _bstr_t queryXml;
     if (!QueryFor(engine, request, queryXml))
-        throw CommandError("the extension files have none of these paths");
+        throw CommandError("the extension files have none of these paths", kNothingFound);
     std::vector<NeededElement> elements = NamesIn(queryXml);
     if (sources.printerUrl.empty()) return elements;
     const ElementDocument answer(sources.printerUrl, FetchCleanAnswer(sources.printerUrl, queryXml));

@@ -4,6 +4,7 @@
 #include <io.h>
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 
@@ -14,6 +15,8 @@
 namespace vlm::ctl {
 
 namespace {
+
+constexpr size_t kWidestLine = 79;
 
 UINT codePageBefore = 0;
 
@@ -35,7 +38,29 @@ std::string SizeText(std::uint64_t bytes) {
     return fmt::format("{:.1f} MB", size / 1e6);
 }
 
+// What a line of the terminal takes without scrolling, which the last column may cause.
+size_t LineWidth() {
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    if (!GetConsoleScreenBufferInfo(GetStdHandle(STD_OUTPUT_HANDLE), &info)) return kWidestLine;
+    return static_cast<size_t>(std::max(info.dwSize.X - 1, 1));
+}
+
 }  // namespace
+
+std::string ProgressLine(unsigned percent, std::uint64_t done, std::uint64_t total, size_t width) {
+    constexpr size_t kWidestBar = 40;
+    constexpr size_t kNarrowestBar = 5;
+    const std::string number = fmt::format("{:3}%", percent);
+    std::string sizes = fmt::format("  {} of {}", SizeText(done), SizeText(total));
+    // What has no room is left out: first most of the bar, then the sizes, then the bar.
+    const auto room = [&] { return width - std::min(width, number.size() + sizes.size() + 3); };
+    if (room() < kNarrowestBar) sizes.clear();
+    if (room() < kNarrowestBar) return number.substr(0, width);
+    const size_t bar = std::min(room(), kWidestBar);
+    const size_t filled = percent * bar / 100;
+    return fmt::format("[{}{}] {}{}", std::string(filled, '#'), std::string(bar - filled, '.'), number,
+                       sizes);
+}
 
 void PrepareConsole() {
     codePageBefore = GetConsoleOutputCP();
@@ -65,14 +90,14 @@ Progress::~Progress() {
 }
 
 void Progress::Update(std::uint64_t done) {
-    const auto percent = static_cast<unsigned>(total_ == 0 ? 100 : done * 100 / total_);
+    const auto percent = static_cast<unsigned>(done >= total_ ? 100 : done * 100 / total_);
     if (OnTerminal()) {
-        constexpr unsigned kWidth = 40;
         if (drawn_ && percent == shown_) return;
-        const unsigned filled = percent * kWidth / 100;
-        const std::string bar = std::string(filled, '#') + std::string(kWidth - filled, '.');
-        const std::string text =
-            fmt::format("\r[{}] {:3}%  {} of {}", bar, percent, SizeText(done), SizeText(total_));
+        // A blank for each letter of a longer line before.
+        const std::string line = ProgressLine(percent, done, total_, LineWidth());
+        const size_t rest = drawnWidth_ > line.size() ? drawnWidth_ - line.size() : 0;
+        const std::string text = '\r' + line + std::string(rest, ' ');
+        drawnWidth_ = line.size();
         std::fwrite(text.data(), 1, text.size(), stdout);
         std::fflush(stdout);
         drawn_ = true;

@@ -22,10 +22,19 @@ void Print(std::string_view line);
 std::string Shown(const std::wstring& text);
 std::string Shown(const std::string& text);
 
+// "1 file", "2 files"
+template <typename Number>
+std::string Counted(Number count, const char* what) {
+    return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
+}
+
 template <typename... Arguments>
 void PrintLine(fmt::format_string<Arguments...> format, Arguments&&... arguments) {
     Print(fmt::format(format, std::forward<Arguments>(arguments)...));
 }
+
+// "[####....]  40%  1.2 MB of 3.0 MB", in no more than `width` columns.
+std::string ProgressLine(unsigned percent, std::uint64_t done, std::uint64_t total, size_t width);
 
 // A progress bar on a terminal, redrawn in place; elsewhere a plain line for each quarter. That nobody takes
 // it is no failure: the work goes on.
@@ -42,6 +51,7 @@ class Progress {
     std::uint64_t total_;
     unsigned shown_ = 0;  // percent
     bool drawn_ = false;
+    size_t drawnWidth_ = 0;
 };
 
 }  // namespace vlm::ctl

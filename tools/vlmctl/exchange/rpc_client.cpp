@@ -5,7 +5,9 @@
 #include <rpc.h>
 #include <vllm_rpc.h>
 
+#include <fmt/format.h>
 #include <csetjmp>
+
 #include <cstring>
 #include <span>
 
@@ -62,10 +64,11 @@ struct Frame {
 thread_local Frame* frame = nullptr;
 
 LONG CALLBACK OnException(EXCEPTION_POINTERS* exception) {
-    constexpr DWORD kMarkedCodes = 0x20000000;  // from here on: C++ exceptions, debugger notes, faults
-    const DWORD code = exception->ExceptionRecord->ExceptionCode;
-    if (frame == nullptr || code >= kMarkedCodes) return EXCEPTION_CONTINUE_SEARCH;
-    frame->status = code;
+    // A service can name any number as its fault, those of C++ exceptions and access violations included;
+    // what the runtime makes of it is the one that carries no parameters.
+    const EXCEPTION_RECORD& record = *exception->ExceptionRecord;
+    if (frame == nullptr || record.NumberParameters != 0) return EXCEPTION_CONTINUE_SEARCH;
+    frame->status = record.ExceptionCode != 0 ? record.ExceptionCode : DWORD{RPC_S_CALL_FAILED};
     std::longjmp(frame->back, 1);
 }
 
@@ -95,6 +98,9 @@ const MIDL_STUB_DESC* StubDescription() {
     return &description;
 }
 
+constexpr std::uint32_t kFirstException =
+    0x20000000;  // codes of exceptions have marks up there, Win32's have none
+
 struct Exchange {
     RPC_BINDING_HANDLE binding;
     unsigned long procedure;
@@ -105,7 +111,12 @@ struct Exchange {
 
 }  // namespace
 
+std::string StatusNumber(std::uint32_t status) {
+    return status < kFirstException ? std::to_string(status) : fmt::format("0x{:08X}", status);
+}
+
 const char* StatusMeaning(std::uint32_t status) {
+    if (status >= kFirstException) return "the service's program failed in this call, with that exception";
     switch (status) {
         case RPC_S_ACCESS_DENIED:
             return "the service's machine denies access";
@@ -139,7 +150,8 @@ RpcClient::RpcClient(RpcRoute route, const std::string& host) {
         RpcStringFreeW(&whole);
     }
     if (status != RPC_S_OK)
-        throw CommandError("no binding to '" + host + "': RPC status " + std::to_string(status));
+        throw CommandError("no binding to '" + host + "': RPC status " +
+                           StatusNumber(static_cast<std::uint32_t>(status)));
 #if !defined(_MSC_VER)
     // For the life of the process: a handler that is there already does no harm.
     AddVectoredExceptionHandler(1, OnException);

@@ -10,6 +10,8 @@
 
 namespace vlm::ctl {
 
+// A number of Win32's in decimal, that of an exception in hex: "1722", "0xC0000005".
+std::string StatusNumber(std::uint32_t status);
 // What the runtime says of a call that did not come through; null for what needs no words.
 const char* StatusMeaning(std::uint32_t status);
 

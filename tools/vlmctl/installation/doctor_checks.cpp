@@ -82,9 +82,10 @@ CheckResult CheckEndpoint(const std::string& what, RpcRoute route) {
     }
     if (const DWORD status = probe->query.status != 0 ? probe->query.status : probe->command.status) {
         const char* const meaning = StatusMeaning(status);
-        return Wrong(what, fmt::format("{} (RPC status {}); once the monitor is registered, restart the "
-                                       "service 'Spooler'",
-                                       meaning != nullptr ? meaning : "the call fails", status));
+        return Wrong(what,
+                     fmt::format("{} (RPC status {}); once the monitor is registered, restart the "
+                                 "service 'Spooler'",
+                                 meaning != nullptr ? meaning : "the call fails", StatusNumber(status)));
     }
     std::string impostor = Impostor(probe->query, "a printer without a name", kRefusedQuery);
     if (impostor.empty())

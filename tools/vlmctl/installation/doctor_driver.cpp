@@ -1,7 +1,10 @@
 // What a driver makes of its extension files, judged the way the monitor finds them.
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cwchar>
 #include <filesystem>
+#include <string_view>
 #include <vector>
 
 #include "monitor/module_explorer.h"
@@ -34,17 +37,73 @@ CheckResult CheckFiles(const std::vector<std::wstring>& files) {
     if (!report.unreadable.empty()) return Wrong(Shown(report.unreadable.front()) + advice);
     for (const Finding& finding : report.findings)
         if (finding.severity == Severity::kError)
-            return Wrong(fmt::format("the first of {} errors is in {}, line {}: {}{}",
-                                     report.Count(Severity::kError), Shown(finding.file), finding.line,
-                                     ToUtf8(finding.text), advice));
+            return Wrong(fmt::format("the first of {} is in {}, line {}: {}{}",
+                                     Counted(report.Count(Severity::kError), "error"), Shown(finding.file),
+                                     finding.line, ToUtf8(finding.text), advice));
     return {kWhat, Health::kOk,
-            fmt::format("{} files, {} warnings", files.size(), report.Count(Severity::kWarning))};
+            Counted(files.size(), "file") + ", " + Counted(report.Count(Severity::kWarning), "warning")};
+}
+
+// The keys of a section that have a value.
+std::vector<std::wstring> Keys(const std::wstring& iniFile, const wchar_t* section) {
+    std::vector<wchar_t> lines(32'768);
+    GetPrivateProfileSectionW(section, lines.data(), static_cast<DWORD>(lines.size()), iniFile.c_str());
+    std::vector<std::wstring> keys;
+    for (const wchar_t* line = lines.data(); *line != L'\0'; line += std::wcslen(line) + 1) {
+        const std::wstring_view text(line);
+        const size_t equals = text.find(L'=');
+        if (equals == std::wstring_view::npos || text.find_first_not_of(L' ', equals + 1) == text.npos)
+            continue;
+        const std::wstring_view key = text.substr(0, equals);
+        keys.emplace_back(key.substr(0, key.find_last_not_of(L' ') + 1));
+    }
+    return keys;
+}
+
+// Entries of the INI file that look like extension files, and that no loader reaches: behind a gap in the
+// numbers, with a number that is written otherwise, in the other one's section.
+std::vector<std::wstring> Unreached(const std::wstring& iniFile) {
+    constexpr std::wstring_view kFirst = L"BidiWSDFile";
+    constexpr std::wstring_view kNumbered = L"UIBidiWSDFile";
+    const std::vector<std::wstring> numbered = Keys(iniFile, kDriverFilesSection);
+    const auto has = [&](const std::wstring& name) {
+        return std::any_of(numbered.begin(), numbered.end(),
+                           [&](const std::wstring& key) { return _wcsicmp(key.c_str(), name.c_str()) == 0; });
+    };
+    std::vector<std::wstring> reached;
+    for (int n = 1; n <= kMostNumberedFiles && has(kNumbered.data() + std::to_wstring(n)); ++n)
+        reached.push_back(kNumbered.data() + std::to_wstring(n));
+    const auto startsWith = [](const std::wstring& key, std::wstring_view begin) {
+        return _wcsnicmp(key.c_str(), begin.data(), begin.size()) == 0;
+    };
+    std::vector<std::wstring> unreached;
+    for (const wchar_t* section : {kBidiFilesSection, kDriverFilesSection}) {
+        for (const std::wstring& key : Keys(iniFile, section)) {
+            if (!startsWith(key, kFirst) && !startsWith(key, kNumbered)) continue;
+            const bool loaded =
+                section == kBidiFilesSection
+                    ? _wcsicmp(key.c_str(), kFirst.data()) == 0
+                    : std::any_of(reached.begin(), reached.end(), [&](const std::wstring& name) {
+                          return _wcsicmp(key.c_str(), name.c_str()) == 0;
+                      });
+            if (!loaded) unreached.push_back(key + L" in [" + section + L"]");
+        }
+    }
+    return unreached;
 }
 
 CheckResult CheckDriver(const DRIVER_INFO_3W& driver, const std::string& source) {
     const auto bidiFiles = CModuleExplorer::FromDriver(&driver, kBidiFilesSection);
     const auto driverFiles = CModuleExplorer::FromDriver(&driver, kDriverFilesSection);
     const std::vector<std::wstring> files = ExtensionFiles(*bidiFiles.Get(), *driverFiles.Get());
+    const std::vector<std::wstring> unreached = Unreached(bidiFiles->IniPath());
+    if (!unreached.empty())
+        return Wrong(
+            fmt::format("{}: {} is never loaded: the monitor takes BidiWSDFile in [BidiFiles], and in "
+                        "[VelunDriverFiles] UIBidiWSDFile1, UIBidiWSDFile2 and so on up to the first that is "
+                        "missing{}",
+                        source, Shown(unreached.front()),
+                        unreached.size() == 1 ? "" : fmt::format(" ({} such entries)", unreached.size())));
     if (files.empty())
         return Wrong(source +
                      " names no extension file: neither BidiWSDFile in [BidiFiles] nor "

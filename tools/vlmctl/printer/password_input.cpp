@@ -13,7 +13,8 @@ namespace vlm::ctl {
 
 namespace {
 
-constexpr size_t kLongest = 1024;  // characters, or bytes
+constexpr DWORD kInterruptComes = 1'000;  // milliseconds
+constexpr size_t kLongest = 1024;         // characters, or bytes
 
 // The echo outlives the program, so it comes back before Ctrl+C ends that.
 class WithoutEcho {
@@ -74,15 +75,14 @@ std::wstring Type(HANDLE console, DWORD mode) {
     {
         const WithoutEcho quiet(console, mode);
         std::fputs("Password: ", stderr);
-        SetLastError(ERROR_SUCCESS);
         read = ReadConsoleW(console, line.text.data(), static_cast<DWORD>(line.text.size()), &count, nullptr);
-        // Windows ends the reading for Ctrl+C, too, and the program ends on the other thread.
-        if (count == 0 && GetLastError() == ERROR_OPERATION_ABORTED) Sleep(INFINITE);
+        // Every line that was entered has an end, even an empty one. Ctrl+C ends the reading, too, and mostly
+        // the program, on another thread.
+        if (!read || count == 0) Sleep(kInterruptComes);
     }
     std::fputs("\n", stderr);
-    // Every line that was entered has an end, even an empty one.
+    if (!read || count == 0) throw CommandError("interrupted", kInterrupted);
     line.length = count;
-    if (!read || count == 0) throw CommandError("there is no password from the console");
     CutLineEnd(&line);
     return Checked({line.text.data(), line.length});
 }

@@ -145,7 +145,7 @@ void PrintStatus(const std::string& url) {
     const auto status = Part(document, L"pri:PrinterStatus");
     const auto configuration = Part(document, L"pri:PrinterConfiguration");
     if (!description && !status && !configuration)
-        throw CommandError("the printer tells nothing about itself");
+        throw CommandError("the printer tells nothing about itself", kNothingFound);
     if (description) {
         PrintRow("printer", TextAt(description.Get(), L"pri:PrinterName"));
         PrintRow("info", TextAt(description.Get(), L"pri:PrinterInfo"));

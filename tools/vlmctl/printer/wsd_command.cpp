@@ -96,7 +96,7 @@ void PrintElements(const WsdOptions& options) {
     if (!invalid.empty()) problem = "the printer has no valid " + Listed(invalid);
     if (!unanswered.empty())
         problem += (problem.empty() ? "" : "; ") + ("the printer left out " + Listed(unanswered));
-    if (!problem.empty()) throw CommandError(problem);
+    if (!problem.empty()) throw CommandError(problem, ValidNames(document).empty() ? kNothingFound : kFailed);
 }
 
 }  // namespace

@@ -95,22 +95,23 @@ const char* ResultMeaning(std::uint32_t code) {
     }
 }
 
-std::string Explain(const char* who, std::uint32_t code, const char* meaning) {
+std::string Explain(const char* who, const std::string& code, const char* meaning) {
     return fmt::format("{} {}{}{}", who, code, meaning != nullptr ? ": " : "",
                        meaning != nullptr ? meaning : "");
 }
 
 void Show(const RpcReply& reply, bool raw) {
     if (reply.status != 0)
-        throw CommandError(Explain("RPC status", reply.status, StatusMeaning(reply.status)));
+        throw CommandError(Explain("RPC status", StatusNumber(reply.status), StatusMeaning(reply.status)));
     if (!reply.problem.empty()) throw CommandError("this is not the monitor's service: " + reply.problem);
     if (reply.result != 0)
-        throw CommandError(Explain("the procedure returned", reply.result, ResultMeaning(reply.result)));
+        throw CommandError(
+            Explain("the procedure returned", std::to_string(reply.result), ResultMeaning(reply.result)));
     if (raw) {
         Print(HexText(reply.bytes));
         return;
     }
-    PrintLine("{} bytes", reply.bytes.size());
+    Print(Counted(reply.bytes.size(), "byte"));
     if (!reply.bytes.empty()) Print(HexDump(reply.bytes));
 }
 
@@ -143,7 +144,7 @@ void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
     }
     std::map<std::string, size_t> outcomes;
     for (const RpcReply& reply : *replies)
-        ++outcomes[reply.status != 0        ? fmt::format("status {}", reply.status)
+        ++outcomes[reply.status != 0        ? "status " + StatusNumber(reply.status)
                    : !reply.problem.empty() ? "no reply of the monitor's"
                                             : fmt::format("result {}", reply.result)];
     for (const auto& [outcome, count] : outcomes)

@@ -111,6 +111,7 @@ void AddVpcaCommands(CLI::App& app) {
     encode->require_subcommand(1);
     encode->add_option("--sequence", options->sequence, "Sequence number")->capture_default_str();
     encode->add_option("--values", options->values, "The two words of the header")->expected(2);
+    encode->fallthrough();  // its options may stand behind the request's name, too
     CLI::App* query = encode->add_subcommand("query", "Read a data block");
     query->add_option("ID", options->dataId, "Data id")->required();
     query->callback([options] { Encode(*options, true); });
