@@ -86,7 +86,8 @@ def invitation(printer):
 
 
 if __name__ == "__main__":
-    signal.signal(signal.SIGTERM, interrupt)
+    for ending in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(ending, interrupt)  # the first is ignored where a shell has started this in the background
     try:
         serve(options())
     except KeyboardInterrupt:

@@ -249,7 +249,7 @@ class Query(Files):
                 (["enum", "--ext", "good.xml", "\\Nowhere"], "none of these paths")):
             with self.subTest(arguments):
                 done = self.run_bidi(*arguments)
-                self.assertEqual((done.returncode, done.stdout), (1, ""), done.stderr)
+                self.assertEqual((done.returncode, done.stdout), (3 if text == "none of these paths" else 1, ""), done.stderr)
                 self.assertEqual(len(done.stderr.splitlines()), 1, done.stderr)
                 self.assertIn(text, done.stderr)
 

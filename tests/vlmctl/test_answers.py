@@ -324,7 +324,7 @@ class Status(Answers):
                 elements = json.loads(self.works("bidi", "enum", *EXTENSIONS, "--printer", url, "--json", "\\"))
                 self.assertEqual({element["answered"] for element in elements}, {not denied})
         with printer(ANSWER.replace('Valid="true"', 'wprt:Valid=" 0 "')) as url:
-            self.fails("wsd", url, "PrinterStatus", says="no valid pri:PrinterDescription, .*pri:PrinterStatus")
+            self.fails("wsd", url, "PrinterStatus", status=3, says="no valid pri:PrinterDescription, .*pri:PrinterStatus")
 
 
 if __name__ == "__main__":

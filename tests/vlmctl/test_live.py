@@ -177,13 +177,16 @@ class Bidi(Live):
     def test_lower_monitor_answers_alone_when_the_printer_is_off(self):
         for port in ("tcp", "wsd"):
             with self.subTest(port):
-                answers = self.bidi("get", "--port", port, STATE, BLACK, url=NOBODY)
+                shown = self.fails("bidi", "get", *EXTENSIONS, "--printer", NOBODY, "--json", "--port", port, STATE, BLACK,
+                                   says=r"no answer from 127\.0\.0\.1: no connection \(12029\)$").stdout
+                answers = json.loads(shown)
                 self.assertEqual([(a["path"], a["result"], a["source"]) for a in answers],
                                  [(STATE, 0, "lower monitor"), (BLACK, 50, "lower monitor")])
 
     def test_usb_port_asks_nobody(self):
         self.printer.clear_wsd_requests()
-        answers = self.bidi("get", "--port", "usb", BLACK, STATE)
+        answers = json.loads(self.fails("bidi", "get", *EXTENSIONS, "--printer", self.url, "--json", "--port", "usb", BLACK,
+                                        STATE, status=3, says="nothing was found").stdout)
         self.assertEqual([(a["path"], a["result"], a["source"]) for a in answers], [(BLACK, 232, "monitor")])
         self.assertEqual(self.printer.wsd_requests(), [])
 

@@ -19,6 +19,7 @@ class VpcaTest(Companion):
         for arguments, expected, says in (
                 (("query", "0x11223344"), BLOCK_REQUEST + "11223344", r"20  data id +0x11223344"),
                 (("query", "0010"), BLOCK_REQUEST + "0000000A", r"20  data id +0x0000000a"),
+                (("query", "4", "--sequence", "7"), "CDCA1004003100070004" + "00" * 10 + "00000004", r"sequence +7"),
                 (("--values", "0x51525354", "0x61626364", "command", "--short", "180"),
                  "CDCA1004006600010 00A5152535461626364 0000 0000 00 00 0000 0001 00B4", r"28    id +180")):
             with self.subTest(arguments), tempfile.NamedTemporaryFile() as file:
