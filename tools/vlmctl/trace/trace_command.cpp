@@ -5,7 +5,6 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <atomic>
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -14,6 +13,7 @@
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/interrupt.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/trace/debug_output.h"
 #include "tools/vlmctl/trace/trace_command.h"
@@ -46,13 +46,6 @@ struct TraceOptions {
     bool asMetrics = false;
     bool all = false;
 };
-
-std::atomic<bool> interrupted{false};
-
-BOOL WINAPI Interrupt(DWORD) {
-    interrupted.store(true);
-    return TRUE;
-}
 
 // Which processes have the monitor: those that have written a line about a port or a host, or have the module
 // loaded. They are remembered: a process may have ended by the time its last line is read.
@@ -164,14 +157,15 @@ class Outlet {
 // Whether what was begun now has gone on for long enough.
 class Duration {
  public:
-    explicit Duration(double seconds) : seconds_(seconds) {}
+    Duration(double seconds, const OnInterrupt& interrupt) : seconds_(seconds), interrupt_(interrupt) {}
     bool IsOver() const {
-        return interrupted.load() || (seconds_ > 0 && std::chrono::steady_clock::now() - begin_ >=
-                                                          std::chrono::duration<double>(seconds_));
+        return interrupt_.Raised() || (seconds_ > 0 && std::chrono::steady_clock::now() - begin_ >=
+                                                           std::chrono::duration<double>(seconds_));
     }
 
  private:
     double seconds_;
+    const OnInterrupt& interrupt_;
     std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };
 
@@ -181,11 +175,11 @@ std::string Safe(std::string line) {
     return host::ToUtf8(Printable(host::FromUtf8(line), line.size()));
 }
 
-void ReadSaved(const TraceOptions& options, Outlet& outlet) {
+void ReadSaved(const TraceOptions& options, const OnInterrupt& interrupt, Outlet& outlet) {
     std::optional<TraceTime> since;
     if (!options.since.empty()) since = ParseSince(options.since, Now());
     TraceFile file(options.file, options.follow);
-    const Duration duration(options.follow ? options.seconds : 0);
+    const Duration duration(options.follow ? options.seconds : 0, interrupt);
     std::optional<TraceTime> last;
     size_t undated = 0;
     const auto take = [&](const std::string& text) {
@@ -212,14 +206,14 @@ void ReadSaved(const TraceOptions& options, Outlet& outlet) {
     }
 }
 
-void Listen(const TraceOptions& options, Outlet& outlet) {
+void Listen(const TraceOptions& options, const OnInterrupt& interrupt, Outlet& outlet) {
     DebugOutput output;
     std::fprintf(
         stderr, "listening to the debugger output%s; Ctrl+C ends\n",
         output.HearsServices() ? "" : " of this session, which takes an administrator to hear the spooler");
     std::fflush(stderr);
     MonitorProcesses monitors;
-    const Duration duration(options.seconds);
+    const Duration duration(options.seconds, interrupt);
     while (!duration.IsOver()) {
         outlet.Refresh();
         DebugLine heard;
@@ -231,17 +225,20 @@ void Listen(const TraceOptions& options, Outlet& outlet) {
         outlet.Take(line, now, fmt::format("{} {:>5} {}", TimeText(now), heard.process, heard.text));
     }
     if (output.LinesLost() != 0)
-        std::fprintf(stderr, "%zu lines came faster than they could be shown\n", output.LinesLost());
+        std::fputs((Counted(output.LinesLost(), "line") + " came faster than could be shown\n").c_str(),
+                   stderr);
 }
 
 void FollowTrace(const TraceOptions& options) {
-    SetConsoleCtrlHandler(Interrupt, TRUE);
+    // What was seen is still counted.
+    const OnInterrupt interrupt(OnInterrupt::Then::kWait, [] {});
     Outlet outlet(options);
     if (options.file.empty())
-        Listen(options, outlet);
+        Listen(options, interrupt, outlet);
     else
-        ReadSaved(options, outlet);
+        ReadSaved(options, interrupt, outlet);
     outlet.End();
+    if (interrupt.Raised()) throw CommandError("interrupted", kInterrupted);
     if (!options.file.empty() && !options.follow && !options.asMetrics && outlet.Empty())
         throw CommandError("the saved trace has no such line", kNothingFound);
 }
