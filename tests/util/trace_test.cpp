@@ -1,6 +1,8 @@
 // What is traced at which level, and to whom.
 #include <gtest/gtest.h>
+
 #include <windows.h>
+#include <cwchar>
 // windows.h first.
 #include <evntprov.h>
 
@@ -69,6 +71,7 @@ TEST(TraceLevels, EnvironmentChoosesWhatIsWrittenAndAnUnknownWordChangesNothing)
         const test::TraceCapture trace;
         SetEnvironmentVariableW(L"VLLM3MON_TRACE", test.value);
         ReadTraceLevel();
+        EXPECT_EQ(UnknownTraceLevel(), std::wcscmp(test.value, L"loud") == 0 ? L"loud" : L"");
         Trace(L"an error\r\n");
         TraceAt(TraceLevel::kInformation, L"news\r\n");
         TraceAt(TraceLevel::kVerbose, L"a detail\r\n");
