@@ -1,17 +1,20 @@
 // Bidi routing: answers the spooler's SendRecvBidiDataFromPort from two sources, the Bidi engine with the
 // printer's own data and the lower port monitor.
 //
-// The road of one "Get": RouteBidi refuses what cannot be answered and makes a CBidiReq of the call ->
-// CLmMgr::QueryBidi asks both sources about the entries that are still open -> CLmMgr::QueryEngine loads the
-// driver's extension files, has the printer's elements fetched from the address that printer_address.cpp
-// finds, and lets the engine answer -> MergeAnswers -> back through the request's response to the spooler.
+// bidi_routing.cpp reads from top to bottom in the order in which it happens: RouteBidi refuses what cannot
+// be answered and makes a CBidiReq of the call -> QueryBidi asks both sources about the entries that are
+// still open
+// -> QueryEngine has the driver's extension files listed (module_explorer.h), the printer found
+// (printer_address.h) and asked, and lets the engine answer -> AskLower (lower_bidi.h) -> MergeAnswers
+// (bidi_merge.h) -> back through the request's response to the spooler.
 //
 // A source that fails, by code or by a C++ exception, never costs the other one's answer. Everything runs on
 // the spooler's thread, holds no lock while anybody else is called, and keeps nothing between calls. Each
 // refusal and each failure leaves a line with its reason in the trace.
 #pragma once
 
-#include "bidi/bidi_mem.h"
+#include <cstddef>
+
 #include "monitor/lm_port.h"
 #include "util/spooler_api.h"
 
@@ -24,10 +27,10 @@ namespace vlm {
 DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
                 BIDI_RESPONSE_CONTAINER** response) noexcept;
 
-// The lower monitor's answer; null after a failure. What it throws becomes 1627, and a success without a
-// container stays one. `reason`, a literal, says why it failed.
-DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
-               const BIDI_REQUEST_CONTAINER* request, const CBidiMem& memory,
-               BIDI_RESPONSE_CONTAINER** answer, const wchar_t** reason) noexcept;
+// The value of one schema as text, in a buffer of `capacity` characters, terminator included; from the lower
+// monitor or from the engine. A Win32 code: 232 for no value, 122 when it does not fit, 87 when it is no
+// text.
+DWORD GetBidiString(const LmPort& port, const wchar_t* schema, wchar_t* buffer, size_t capacity,
+                    bool viaLower);
 
 }  // namespace vlm

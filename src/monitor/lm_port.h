@@ -92,4 +92,10 @@ bool IsUsbPort(const LmPort& port);
 // not.
 bool IsNetworkPort(const LmPort& port);
 
+// Frees a record that is in no list, with its names. Nobody else knows it any more.
+VLM_UNCHECKED void FreePortRecord(LmPort* port);
+
+// A zero-terminated copy in a block of the global heap, or null when memory runs out.
+wchar_t* DuplicateToGlobalHeap(const wchar_t* text);
+
 }  // namespace vlm

@@ -1,12 +1,11 @@
-// Where a port's printer is. A standard TCP/IP port monitor tells its host address, a WSD port monitor the
-// URL of its print service; both are asked anew for each query, because either may be changed at any time.
+#include "monitor/printer_address.h"
+
 #include <array>
 #include <cstring>
 #include <cwchar>
 #include <string>
 
-#include "monitor/bidi_routing.h"
-#include "monitor/lm_manager.h"
+#include "monitor/lower_bidi.h"
 #include "util/handles.h"
 #include "util/trace_lines.h"
 
@@ -58,33 +57,9 @@ class Transceiver {
     bool open_ = false;
 };
 
-// The value of the answer's first entry.
-DWORD TakeText(const BIDI_RESPONSE_CONTAINER* answer, wchar_t* buffer, size_t capacity) {
-    if (answer == nullptr || answer->Count == 0) return ERROR_NO_DATA;
-    const BIDI_DATA& value = answer->aData[0].data;
-    // The type first: the value of a number is no pointer.
-    switch (value.dwBidiType) {
-        case BIDI_NULL:
-            return ERROR_NO_DATA;
-        case BIDI_STRING:
-        case BIDI_TEXT:
-        case BIDI_ENUM:
-            break;
-        default:
-            return ERROR_INVALID_PARAMETER;
-    }
-    const wchar_t* text = value.u.sData;
-    if (text == nullptr) return ERROR_NO_DATA;
-    const size_t length = wcsnlen(text, capacity);
-    if (length == capacity) return ERROR_INSUFFICIENT_BUFFER;
-    std::wmemcpy(buffer, text, length);
-    buffer[length] = L'\0';
-    return ERROR_SUCCESS;
-}
-
 }  // namespace
 
-Outcome CLmMgr::GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text) const {
+Outcome GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text) {
     if (mode == nullptr || text == nullptr) return {E_INVALIDARG, {}};
     *mode = PortConnectMode::kUnknown;
     text->clear();
@@ -115,37 +90,17 @@ Outcome CLmMgr::GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::ws
     return {};
 }
 
-Outcome CLmMgr::GetPrinterAddress(const LmPort& port, std::wstring* address) {
+Outcome GetPrinterAddress(const LmPort& port, std::wstring* address, const CBidiMem& memory) {
     PortConnectMode mode = PortConnectMode::kUnknown;
     Outcome probed = GetConfigInfo(port, &mode, address);
     if (FAILED(probed) || mode == PortConnectMode::kTcp) return probed;
     std::array<wchar_t, kLongestUrl> url{};
-    const DWORD code = GetBidiString(port, kServiceUrlSchema, url.data(), url.size(), true);
+    const DWORD code = LowerText(port, kServiceUrlSchema, url.data(), url.size(), memory);
     if (code != ERROR_SUCCESS)
         return {E_FAIL,
                 L"the lower monitor does not tell the print service's URL (" + std::to_wstring(code) + L")"};
     *address = url.data();
     return {};
-}
-
-DWORD CLmMgr::GetBidiString(const LmPort& port, const wchar_t* schema, wchar_t* buffer, size_t capacity,
-                            bool viaLower) {
-    if (schema == nullptr || *schema == L'\0' || buffer == nullptr) return ERROR_INVALID_PARAMETER;
-    std::wstring name = schema;
-    BIDI_REQUEST_CONTAINER request{};
-    request.Version = 1;
-    request.Count = 1;
-    request.aData[0].pSchema = name.data();
-    request.aData[0].data.dwBidiType = BIDI_NULL;
-    BIDI_RESPONSE_CONTAINER* answer = nullptr;
-    const wchar_t* reason = nullptr;
-    const DWORD code = viaLower
-                           ? AskLower(port, PRINTER_ACCESS_USE, L"Get", &request, bidiMem_, &answer, &reason)
-                           : QueryEngine(&port, L"Get", &request, &answer);
-    if (code != ERROR_SUCCESS) return code;
-    const DWORD taken = TakeText(answer, buffer, capacity);
-    bidiMem_.FreeContainer(answer);
-    return taken;
 }
 
 }  // namespace vlm

@@ -2,6 +2,7 @@
 #include <array>
 #include <functional>
 
+#include "monitor/bidi_routing.h"
 #include "monitor/lm_manager.h"
 #include "monitor/process_state.h"
 #include "tests/monitor/bidi_fixture.h"
@@ -348,14 +349,14 @@ TEST_F(BidiQueryTest, StringOfOneSchemaComesFromTheEngineOrFromBelow) {
         bidi.entries = {{0, 0, kModel, L"below"}};
         for (const auto& test : kCases) {
             std::array<wchar_t, 100> text{};
-            EXPECT_EQ(manager.GetBidiString(*port, test.schema, text.data(), test.capacity, test.viaLower),
+            EXPECT_EQ(GetBidiString(*port, test.schema, text.data(), test.capacity, test.viaLower),
                       test.code);
             EXPECT_STREQ(text.data(), test.text);
         }
-        EXPECT_EQ(manager.GetBidiString(*port, kModel, nullptr, 100, false), DWORD{ERROR_INVALID_PARAMETER});
+        EXPECT_EQ(GetBidiString(*port, kModel, nullptr, 100, false), DWORD{ERROR_INVALID_PARAMETER});
         bidi.entries.clear();
         std::array<wchar_t, 100> text{};
-        EXPECT_EQ(manager.GetBidiString(*port, kModel, text.data(), 100, true), DWORD{ERROR_NO_DATA});
+        EXPECT_EQ(GetBidiString(*port, kModel, text.data(), 100, true), DWORD{ERROR_NO_DATA});
     }
     DetachProcess(false);
 }

@@ -1,0 +1,27 @@
+// Where a port's printer is. A standard TCP/IP port monitor tells its host address, a WSD port monitor the
+// URL of its print service; both are asked anew for each query, because either may be changed at any time.
+#pragma once
+
+#include <string>
+
+#include "bidi/bidi_mem.h"
+#include "monitor/lm_port.h"
+#include "util/outcome.h"
+
+namespace vlm {
+
+// How a port's printer is reached.
+enum class PortConnectMode {
+    kTcp = 0,  // a standard TCP/IP port: the printer's host address is known
+    kWsd = 1,  // a WSD port, whose monitor knows the address of the print service
+    kUnknown = 2,
+};
+
+// Asks the lower monitor what kind of port this is. `text` becomes the host address of a TCP/IP port, and
+// empty for a WSD port. E_FAIL, with `mode` unknown, when it cannot tell.
+Outcome GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text);
+
+// Where the printer's print service is: a host address or a URL.
+Outcome GetPrinterAddress(const LmPort& port, std::wstring* address, const CBidiMem& memory);
+
+}  // namespace vlm
