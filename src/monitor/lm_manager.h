@@ -45,8 +45,8 @@ class CLmMgr {
     const CBidiMem& BidiMemory() const { return bidiMem_; }
 
  private:
-    const CBidiMem bidiMem_;          // every container of a query goes through it
-    MONITORINIT* const monitorInit_;  // the spooler's, valid as long as the manager
+    const CBidiMem bidiMem_;                           // every container of a query goes through it
+    [[maybe_unused]] MONITORINIT* const monitorInit_;  // the spooler's, valid as long as the manager
     LmPort* ports_ VLM_GUARDED_BY(processState.monitorLock) = nullptr;
     // The same records by their names, which they own. Of several with one name the first in the list is last
     // here.
