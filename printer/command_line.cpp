@@ -21,6 +21,9 @@ std::optional<Options> ParseCommandLine(int argc, char** argv) {
                    "HTTP port of the control API on loopback, 0 for a free one");
     app.add_option("--wsd-port", options.wsdPort, "HTTP port of the SOAP services, 0 for a free one");
     app.add_option("--wsds-port", options.wsdsPort, "HTTPS port of the same, 0 for a free one");
+    app.add_option("--printers", options.printers,
+                   "How many printers answer for themselves: the second at /wsd/print/2/, and so on")
+        ->check(CLI::Range(1U, 1000U));
     app.add_option("--accounts", options.accounts,
                    "JSON file of the accounts that the department-ID service knows");
     app.add_option("--ready-file", options.readyFile,

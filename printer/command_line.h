@@ -17,6 +17,7 @@ struct Options {
     std::uint16_t wsdPort = 0;
     std::uint16_t wsdsPort = 0;  // HTTPS
     std::string store;
+    unsigned printers = 1;  // behind the SOAP ports
     std::string accounts;   // empty for none
     std::string readyFile;  // empty for none
     std::uint64_t documentLimit = std::uint64_t{256} << 20;

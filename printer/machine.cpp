@@ -30,7 +30,7 @@ unsigned CheckedPercent(std::uint64_t percent) {
 
 }  // namespace
 
-Machine::Machine() {
+Machine::Machine(unsigned number) {
     state_.cartridges = {
         {"TonerK", "Black", "VT-42K", 850, 10},
         {"TonerC", "Cyan", "VT-42C", 610, 5},
@@ -44,6 +44,14 @@ Machine::Machine() {
         {"Manual", "ShortEdgeFirst", "iso_c5_162x229mm", "envelope", 100, 25},
     };
     state_.outputBins = {{"Standard", "", "", "", 250, 25}, {"Finisher", "", "", "", 1000, 0}};
+    if (number != 1) {
+        state_.name += fmt::format(" {}", number);
+        unsigned level = number * 37;
+        for (Cartridge& cartridge : state_.cartridges)
+            cartridge.tenths = (level += 173) % 1001;
+        for (Bin& bin : state_.inputBins)
+            bin.sheets = (level += 59) % (bin.capacity + 1);
+    }
     UpdateConditions();
 }
 

@@ -59,7 +59,9 @@ struct MachineChange {
 
 class Machine {
  public:
-    Machine();
+    // Machines of other numbers than 1 have the number in their name, and levels of their own: the same for
+    // the same number.
+    explicit Machine(unsigned number = 1);
 
     MachineState State() const;
     // Throws std::invalid_argument with one line, and has then changed nothing.

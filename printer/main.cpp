@@ -18,6 +18,7 @@
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "command_line.h"
 #include "control_api.h"
@@ -87,8 +88,17 @@ void Run(const Options& options) {
     rawPort.SetAnswer(options.answer);
     WsdService wsd(machine);
     DeptIdService deptId(options.accounts.empty() ? Accounts() : Accounts(options.accounts));
+    // The rest of the fleet has nothing but its WSD print service.
+    std::vector<std::unique_ptr<Machine>> machines;
+    std::vector<std::unique_ptr<WsdService>> services;
+    for (unsigned number = 2; number <= options.printers; ++number) {
+        machines.push_back(std::make_unique<Machine>(number));
+        services.push_back(std::make_unique<WsdService>(*machines.back()));
+    }
     SoapPorts soap(options.address, options.wsdPort, options.wsdsPort);
     soap.Serve(kWsdPath, wsd);
+    for (unsigned number = 2; const auto& service : services)
+        soap.Serve(fmt::format("{}{}/", kWsdPath, number++), *service);
     soap.Serve(kDeptIdPath, deptId);
     HttpListener control("127.0.0.1", options.controlPort, kControlThreads,
                          std::make_unique<HttpServer>(kControlBodyLimit));

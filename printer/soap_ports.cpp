@@ -87,7 +87,11 @@ SoapPorts::~SoapPorts() {
 }
 
 void SoapPorts::Serve(const std::string& path, SoapService& service) {
-    paths_ += paths_.empty() ? path : " and " + path;
+    // What stands below the first path goes without saying.
+    if (paths_.empty())
+        first_ = paths_ = path;
+    else if (!path.starts_with(first_))
+        paths_ += " and " + path;
     for (HttpListener* listener : {http_.get(), https_.get()}) {
         const char* scheme = listener == http_.get() ? "http" : "https";
         for (const std::string& each : {path, kMovedPrefix + path})

@@ -48,6 +48,7 @@ class SoapPorts {
     std::unique_ptr<HttpListener> Listen(const std::string& address, std::uint16_t port, SSL_CTX* tls);
 
     WsdFaults faults_;
+    std::string first_;  // path
     std::string paths_;  // for who asks for another one
     TlsContext tls_;
     std::unique_ptr<HttpListener> http_;
