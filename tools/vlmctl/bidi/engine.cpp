@@ -10,6 +10,7 @@
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/input.h"
 #include "tools/vlmctl/exchange/element_document.h"
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
@@ -79,6 +80,7 @@ std::vector<NeededElement> NamesIn(const wchar_t* queryXml) {
 }
 
 std::string ReadSavedAnswer(const std::string& file) {
+    if (file == "-") return ReadInput(file, kPrinterAnswerLimits.bytes);
     std::wstring problem;
     const std::optional<std::string> bytes =
         ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);

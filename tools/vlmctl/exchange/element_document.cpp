@@ -2,6 +2,8 @@
 
 #include <fmt/format.h>
 
+#include <nlohmann/json.hpp>
+
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
 #include "soap/xml_text.h"
@@ -155,6 +157,33 @@ std::string Indented(IXMLDOMNode* element, const NamespaceDeclarations& declarat
     std::wstring text;
     AppendElement(text, element, 0, declarations);
     return ToUtf8(text);
+}
+
+Json ElementJson(IXMLDOMNode* element) {
+    Json json{{"name", ToUtf8(NameOf(element))},
+              {"attributes", Json::object()},
+              {"text", ""},
+              {"children", Json::array()}};
+    ComPtr<IXMLDOMNamedNodeMap> attributes;
+    ComPtr<IXMLDOMNode> attribute;
+    if (element->get_attributes(attributes.Receive()) == S_OK && attributes) {
+        while (attributes->nextNode(attribute.Receive()) == S_OK && attribute) {
+            const std::wstring name = NameOf(attribute.Get());
+            if (name != L"xmlns" && !name.starts_with(L"xmlns:"))
+                json["attributes"][ToUtf8(name)] = ToUtf8(ValueOf(attribute.Get()));
+        }
+    }
+    std::wstring text;
+    for (const ComPtr<IXMLDOMNode>& node : NodesAt(element, L"* | text()")) {
+        DOMNodeType type = NODE_INVALID;
+        node->get_nodeType(&type);
+        if (type == NODE_ELEMENT)
+            json["children"].push_back(ElementJson(node.Get()));
+        else
+            text += ValueOf(node.Get());
+    }
+    json["text"] = ToUtf8(std::wstring(TrimXmlSpace(text)));
+    return json;
 }
 
 std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/vlmctl/console/table.h"
 #include "util/vlxml.h"
 
 namespace vlm::ctl {
@@ -37,6 +38,10 @@ std::vector<std::string> InvalidNames(const ElementDocument& document);
 // One element with all below it, indented, in UTF-8, a line each, ending in a line feed. What could steer a
 // terminal stands in it as a character reference. `declarations` are shown on the element itself.
 std::string Indented(IXMLDOMNode* element, const NamespaceDeclarations& declarations = {});
+
+// The same as data: name, attributes by name, the text in it without white space at its ends, the elements in
+// it.
+Json ElementJson(IXMLDOMNode* element);
 
 // The text at an XPath expression relative to `node`, where "pri" is the print service's prefix; printable
 // UTF-8 without white space at its ends, empty when nothing matches.

@@ -1,9 +1,11 @@
 // vlmctl doctor: whether everything that the monitor needs is in place, and what to do about what is not.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/installation/doctor_checks.h"
 #include "tools/vlmctl/installation/installation_commands.h"
 
@@ -15,17 +17,25 @@ struct DoctorOptions {
     std::string printer;
     std::string iniFile;
     std::string queue;
+    bool json = false;
 };
 
 // Shows results as they come and counts what is wrong: a check may wait for a printer.
 class Report {
  public:
+    explicit Report(bool json) : json_(json) {}
+
     void Show(const CheckResult& result) {
-        PrintLine("{:<8} {:<11} {}", Word(result.health), result.what, result.text);
+        if (json_)
+            checks_.push_back(
+                {{"check", result.what}, {"health", Word(result.health)}, {"text", result.text}});
+        else
+            PrintLine("{:<8} {:<11} {}", Word(result.health), result.what, result.text);
         if (result.health == Health::kWrong) ++wrong_;
         ++count_;
     }
     void End() const {
+        if (json_) PrintJson(checks_);
         if (wrong_ > 0)
             throw CommandError(fmt::format("{} of {} checks found something wrong", wrong_, count_));
     }
@@ -43,12 +53,14 @@ class Report {
         return "unknown";
     }
 
+    bool json_;
+    Json checks_ = Json::array();
     int wrong_ = 0;
     int count_ = 0;
 };
 
 void Examine(const DoctorOptions& options) {
-    Report report;
+    Report report(options.json);
     report.Show(CheckRegistration());
     report.Show(CheckImage());
     report.Show(CheckEventWindow());
@@ -70,6 +82,7 @@ void AddDoctorCommand(CLI::App& app) {
     command->add_option("--driver", options->iniFile,
                         "Also a driver's INI file and the extension files it names");
     command->add_option("--queue", options->queue, "The same for the driver of an installed printer");
+    command->add_flag("--json", options->json, "Print JSON instead of text, when all is done");
     command->callback([options] { Examine(*options); });
 }
 

@@ -1,9 +1,15 @@
 // vlmctl print: one file through the monitor to a printer's raw port, the way the spooler would send it.
+#include <fcntl.h>
+#include <io.h>
+
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <vector>
 
 #include "spooler/host/monitor_host.h"
@@ -11,8 +17,10 @@
 #include "spooler/standin.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/input.h"
 #include "tools/vlmctl/console/interrupt.h"
 #include "tools/vlmctl/console/product.h"
+#include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/exchange/address.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/scope_exit.h"
@@ -34,17 +42,37 @@ struct PrintOptions {
     std::string dll;
     double timeout = 10.0;  // seconds
     bool answer = false;
+    bool json = false;
 };
 
-std::ifstream OpenDocument(const std::string& file, std::uint64_t& size) {
-    const std::filesystem::path path = FromUtf8(file);
-    std::error_code error;
-    size = std::filesystem::file_size(path, error);
-    std::ifstream document(path, std::ios::binary);
-    if (error || !document)
-        throw CommandError("cannot read " + file + ": " + (error ? error.message() : "no access"));
-    return document;
-}
+// A file, or standard input, whose size nobody knows before its end.
+class Document {
+ public:
+    explicit Document(const std::string& name) {
+        if (name == "-") {
+            _setmode(_fileno(stdin), _O_BINARY);
+            return;
+        }
+        const std::filesystem::path path = FromUtf8(name);
+        std::error_code error;
+        size_ = std::filesystem::file_size(path, error);
+        file_.open(path, std::ios::binary);
+        if (error || !file_)
+            throw CommandError("cannot read " + name + ": " + (error ? error.message() : "no access"));
+    }
+
+    std::istream& Stream() { return size_ ? file_ : std::cin; }
+    std::optional<std::uint64_t> Size() const { return size_; }
+
+    // "100 of 1000 bytes"
+    std::string Part(std::uint64_t bytes) const {
+        return size_ ? fmt::format("{} of {} bytes", bytes, *size_) : fmt::format("{} bytes", bytes);
+    }
+
+ private:
+    std::ifstream file_;
+    std::optional<std::uint64_t> size_;
+};
 
 // The job as the spooler would keep it. On a machine with the real spooler its own records hold, and ours is
 // absent.
@@ -55,18 +83,25 @@ void RegisterJob(const standin::Printers& spooler, const std::wstring& printer, 
     spooler.SetJob(printer.c_str(), kJobId, FromUtf8(file).c_str(), JOB_STATUS_PRINTING);
 }
 
-// What the monitor told the spooler about the job.
-std::string JobEvents(const standin::Printers& spooler) {
-    if (!spooler.Present()) return "kept by this system's spooler";
-    std::string events;
+// What the monitor told the spooler about the job; nothing where this system's own spooler keeps that.
+std::optional<std::vector<std::string>> JobEvents(const standin::Printers& spooler) {
+    if (!spooler.Present()) return std::nullopt;
+    std::vector<std::string> events;
     for (const std::wstring& line : spooler.Log()) {
         if (!line.starts_with(L"SetJobW")) continue;
-        const char* event = line.find(L"SENT_TO_PRINTER") != std::wstring::npos     ? "sent to printer"
+        events.emplace_back(line.find(L"SENT_TO_PRINTER") != std::wstring::npos     ? "sent to printer"
                             : line.find(L"LAST_PAGE_EJECTED") != std::wstring::npos ? "last page ejected"
-                                                                                    : "other";
-        events += (events.empty() ? "" : ", ") + std::string(event);
+                                                                                    : "other");
     }
-    return events.empty() ? "none" : events;
+    return events;
+}
+
+std::string EventsText(const std::optional<std::vector<std::string>>& events) {
+    if (!events) return "kept by this system's spooler";
+    std::string text;
+    for (const std::string& event : *events)
+        text += (text.empty() ? "" : ", ") + event;
+    return text.empty() ? "none" : text;
 }
 
 // The job as the spooler keeps it when its user deletes it.
@@ -76,15 +111,16 @@ void DeleteJob(const standin::Printers& spooler, const std::wstring& printer, co
 }
 
 // Writes the whole document, piece by piece. False when a write fails, with the error in `error`.
-bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document, std::uint64_t size,
-                   DWORD& error) {
-    Progress progress(size);
+bool WriteDocument(const MONITOR2& monitor, HANDLE port, Document& document, bool quiet, DWORD& error) {
+    std::optional<Progress> progress;
+    if (document.Size() && !quiet) progress.emplace(*document.Size());
+    std::istream& stream = document.Stream();
     std::vector<char> piece(kPiece);
     for (std::uint64_t done = 0;;) {
-        document.read(piece.data(), static_cast<std::streamsize>(piece.size()));
-        const auto count = static_cast<DWORD>(document.gcount());
+        stream.read(piece.data(), static_cast<std::streamsize>(piece.size()));
+        const auto count = static_cast<DWORD>(stream.gcount());
         if (count == 0) {
-            if (done >= size && !document.bad()) return true;
+            if (done >= document.Size().value_or(0) && !stream.bad()) return true;
             error = ERROR_READ_FAULT;
             return false;
         }
@@ -98,44 +134,41 @@ bool WriteDocument(const MONITOR2& monitor, HANDLE port, std::ifstream& document
             }
             sent += written;
             done += written;
-            progress.Update(done);
+            if (progress) progress->Update(done);
         }
     }
 }
 
 // What the printer says while the document is open, read through the monitor. A Win32 code.
-DWORD ReadAnswer(const MONITOR2& monitor, HANDLE port) {
+DWORD ReadAnswer(const MONITOR2& monitor, HANDLE port, std::string& text) {
     std::string answer(4096, '\0');
     DWORD count = 0;
     if (!monitor.pfnReadPort(port, reinterpret_cast<LPBYTE>(answer.data()), static_cast<DWORD>(answer.size()),
                              &count))
         return GetLastError();
     answer.resize(count);
-    PrintLine("printer says  {}", host::Printable(answer));
+    text = host::Printable(answer);
     return ERROR_SUCCESS;
 }
 
-[[noreturn]] void ThrowLost(const host::DocumentOutcome& outcome, std::uint64_t size, DWORD error) {
+[[noreturn]] void ThrowLost(const Document& document, std::uint64_t sent, DWORD error) {
+    const std::string part = document.Part(sent);
     if (error == ERROR_PRINT_CANCELLED)
         throw CommandError(
-            fmt::format("interrupted after {} of {} bytes; the connection was broken off, so that "
-                        "the printer does not take them for the whole",
-                        outcome.bytesSent, size),
+            "interrupted after " + part +
+                "; the connection was broken off, so that the printer does not take them for the "
+                "whole",
             kInterrupted);
     if (error == ERROR_READ_FAULT)
-        throw CommandError(
-            fmt::format("the file changed while it was read, after {} of {} bytes; the connection "
-                        "was broken off",
-                        outcome.bytesSent, size));
+        throw CommandError("the file changed while it was read, after " + part +
+                           "; the connection was broken off");
     const char* what = error == WSAETIMEDOUT ? "the printer stopped reading" : "the connection was lost";
-    throw CommandError(
-        fmt::format("{} after {} of {} bytes: {}", what, outcome.bytesSent, size, ErrorText(error)));
+    throw CommandError(fmt::format("{} after {}: {}", what, part, ErrorText(error)));
 }
 
 void PrintFile(const PrintOptions& options) {
     const Address address = ParseAddress(options.to);
-    std::uint64_t size = 0;
-    std::ifstream document = OpenDocument(options.file, size);
+    Document document(options.file);
     const std::wstring dll = options.dll.empty() ? host::BesideProgram(kMonitorFile) : FromUtf8(options.dll);
     host::MonitorHost monitor(dll);
     const standin::Printers spooler;
@@ -156,7 +189,7 @@ void PrintFile(const PrintOptions& options) {
         throw CommandError("the monitor does not open the port: " + ErrorText(GetLastError()));
     const ScopeExit closePort([&] { table.pfnClosePort(port); });
 
-    std::wstring name = FromUtf8(options.file);
+    std::wstring name = FromUtf8(options.file == "-" ? InputName(options.file) : options.file);
     DOC_INFO_1W info{name.data(), nullptr, nullptr};
     const auto begin = std::chrono::steady_clock::now();
     if (!table.pfnStartDocPort(port, printer.data(), kJobId, 1, reinterpret_cast<LPBYTE>(&info))) {
@@ -166,25 +199,39 @@ void PrintFile(const PrintOptions& options) {
     DWORD error = ERROR_SUCCESS;
     DWORD answerError = ERROR_SUCCESS;
     bool written = false;
+    std::string answer;
     {
         const ScopeExit endDocument([&] {
             if (!written) lower.Cancel();
             table.pfnEndDocPort(port);
         });
-        written = WriteDocument(table, port, document, size, error);
-        if (written && options.answer) answerError = ReadAnswer(table, port);
+        written = WriteDocument(table, port, document, options.json, error);
+        if (written && options.answer) answerError = ReadAnswer(table, port, answer);
     }
     const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
 
     const host::DocumentOutcome& outcome = lower.Document();
-    if (!written) ThrowLost(outcome, size, error);
+    if (!written) ThrowLost(document, outcome.bytesSent, error);
     if (answerError != ERROR_SUCCESS && !interrupt.Raised())
         throw CommandError("no answer from the printer: " + ErrorText(answerError));
-    if (!outcome.closedByPrinter) ThrowLost(outcome, size, outcome.error);
-    if (!outcome.backChannel.empty()) PrintLine("printer says  {}", host::Printable(outcome.backChannel));
+    if (!outcome.closedByPrinter) ThrowLost(document, outcome.bytesSent, outcome.error);
+    const std::string later = host::Printable(outcome.backChannel);
+    const auto events = JobEvents(spooler);
+    if (options.json) {
+        answer += later;
+        PrintJson({{"job", kJobId},
+                   {"target", target},
+                   {"bytes", outcome.bytesSent},
+                   {"seconds", seconds.count()},
+                   {"events", events ? Json(*events) : Json(nullptr)},
+                   {"answer", answer.empty() ? Json(nullptr) : Json(answer)}});
+        return;
+    }
+    for (const std::string& text : {answer, later})
+        if (!text.empty()) PrintLine("printer says  {}", text);
     PrintLine("job           {} on {}", kJobId, target);
     PrintLine("sent          {} bytes in {:.2f} s", outcome.bytesSent, seconds.count());
-    PrintLine("job events    {}", JobEvents(spooler));
+    PrintLine("job events    {}", EventsText(events));
 }
 
 }  // namespace
@@ -193,7 +240,9 @@ void AddPrintCommand(CLI::App& app) {
     auto options = std::make_shared<PrintOptions>();
     CLI::App* command =
         app.add_subcommand("print", "Print a file through the monitor to a printer's raw port");
-    command->add_option("FILE", options->file, "The document, in a language that the printer reads")
+    command
+        ->add_option("FILE", options->file,
+                     "The document, in a language that the printer reads; - is standard input")
         ->required();
     command
         ->add_option("--to", options->to, "HOST or HOST:PORT of the printer; the port is 9100 unless given")
@@ -205,6 +254,7 @@ void AddPrintCommand(CLI::App& app) {
         ->capture_default_str();
     command->add_flag("--answer", options->answer,
                       "Wait for an answer of the printer before the document ends");
+    command->add_flag("--json", options->json, "Print JSON instead of text");
     command->add_option("--dll", options->dll, "The monitor to load instead of the one beside this program");
     command->callback([options] { PrintFile(*options); });
 }

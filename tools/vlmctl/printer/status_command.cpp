@@ -1,59 +1,71 @@
-// vlmctl status: how a printer is, on one screen.
+// vlmctl status: how a printer is, on one screen, or how many are, a line each.
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <utility>
 
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "tools/vlmctl/exchange/element_document.h"
+#include "tools/vlmctl/console/input.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
+#include "tools/vlmctl/printer/fleet.h"
 #include "tools/vlmctl/printer/printer_commands.h"
+#include "util/com.h"
 
 namespace vlm::ctl {
 
 namespace {
 
-// A supply or a tray.
-struct Level {
-    std::string name;
-    std::string percent;
-    std::string remark;
+constexpr size_t kMostList = size_t{4} << 20;  // bytes
+constexpr size_t kMostPrinters = 10'000;
+
+struct StatusOptions {
+    std::vector<std::string> urls;
+    std::string list;
+    std::string metrics;  // "": standard output
+    FleetLimits limits;
+    double timeout = 10;  // seconds
+    bool json = false;
+    bool asMetrics = false;
 };
 
-// "[########............]  40%"; a level that is no percentage stands as the printer said it. -1 is how a
-// printer says that it cannot tell.
-std::string Bar(const std::string& percent) {
+// "[########............]  40%"; a level that is no percentage stands as the printer said it.
+std::string Bar(const PrinterReport::Level& level) {
     constexpr int kWidth = 20;
-    if (percent.empty() || percent == "-1") return fmt::format("{:<{}}", "level unknown", kWidth + 7);
-    int value = -1;
-    const char* end = percent.data() + percent.size();
-    const auto parsed = std::from_chars(percent.data(), end, value);
-    if (parsed.ec != std::errc() || parsed.ptr != end || value < 0 || value > 100)
-        return fmt::format("{:<{}}", percent, kWidth + 7);
+    if (!level.percent)
+        return fmt::format("{:<{}}", level.text.empty() ? "level unknown" : level.text, kWidth + 7);
+    const auto value = static_cast<int>(*level.percent);
     // A bar is empty only when the level is.
     const int filled = value == 0 ? 0 : std::max(1, value * kWidth / 100);
     return fmt::format("[{}{}] {:3}%", std::string(static_cast<size_t>(filled), '#'),
                        std::string(static_cast<size_t>(kWidth - filled), '.'), value);
 }
 
-void PrintLevels(const char* title, const std::vector<Level>& levels) {
-    if (levels.empty()) return;
+struct Row {
+    std::string name;
+    PrinterReport::Level level;
+    std::string remark;
+};
+
+void PrintLevels(const char* title, const std::vector<Row>& rows) {
+    if (rows.empty()) return;
     size_t width = 0;
-    for (const Level& level : levels)
-        width = std::max(width, host::FromUtf8(level.name).size());
+    for (const Row& row : rows)
+        width = std::max(width, host::FromUtf8(row.name).size());
     PrintLine("{}", title);
-    for (const Level& level : levels) {
-        const size_t padding = width - host::FromUtf8(level.name).size();
-        std::string line = "  " + level.name + std::string(padding, ' ') + "  " + Bar(level.percent);
-        if (!level.remark.empty()) line += "  " + level.remark;
+    for (const Row& row : rows) {
+        const size_t padding = width - host::FromUtf8(row.name).size();
+        std::string line = "  " + row.name + std::string(padding, ' ') + "  " + Bar(row.level);
+        if (!row.remark.empty()) line += "  " + row.remark;
         line.erase(line.find_last_not_of(' ') + 1);
         PrintLine("{}", line);
     }
 }
 
-std::string Joined(std::initializer_list<std::string> texts, const char* separator) {
+std::string Joined(const std::vector<std::string>& texts, const char* separator) {
     std::string joined;
     for (const std::string& text : texts)
         if (!text.empty()) joined += (joined.empty() ? "" : separator) + text;
@@ -64,112 +76,123 @@ void PrintRow(const char* name, const std::string& text) {
     if (!text.empty()) PrintLine("{:<13}{}", name, text);
 }
 
-std::string Reasons(IXMLDOMNode* status) {
-    std::string reasons;
-    for (const auto& node : NodesAt(status, L"pri:PrinterStateReasons/pri:PrinterStateReason"))
-        reasons = Joined({reasons, TextAt(node.Get(), L".")}, ", ");
-    return reasons.empty() ? TextAt(status, L"pri:PrinterPrimaryStateReason") : reasons;
-}
-
-// Of an entry: an attribute, or an element as in a part of the published examples.
-std::string EntryName(IXMLDOMNode* entry) {
-    const std::string name = AttributeAt(entry, L"Name");
-    return name.empty() ? TextAt(entry, L"pri:Name") : name;
-}
-
-std::vector<Level> Consumables(IXMLDOMNode* configuration) {
-    std::vector<Level> levels;
-    for (const auto& entry : NodesAt(configuration, L"pri:Consumables/pri:ConsumableEntry")) {
-        const std::string colour = TextAt(entry.Get(), L"pri:Color");
-        const std::string name = EntryName(entry.Get());
-        // What has no colour, such as waste toner, is of the colour Other.
-        const bool coloured = !colour.empty() && (colour != "Other" || name.empty());
-        levels.push_back(
-            {coloured ? colour : name, TextAt(entry.Get(), L"pri:Level"),
-             Joined({TextAt(entry.Get(), L"pri:Type"), TextAt(entry.Get(), L"pri:Model")}, " ")});
-    }
-    return levels;
-}
-
-std::vector<Level> Trays(IXMLDOMNode* configuration) {
-    std::vector<Level> levels;
-    for (const auto& entry : NodesAt(configuration, L"pri:InputBins/pri:InputBinEntry")) {
-        const std::string capacity = TextAt(entry.Get(), L"pri:Capacity");
-        levels.push_back(
-            {EntryName(entry.Get()), TextAt(entry.Get(), L"pri:Level"),
-             Joined({TextAt(entry.Get(), L"pri:MediaSize"), TextAt(entry.Get(), L"pri:MediaType"),
-                     capacity.empty() ? "" : "holds " + capacity},
-                    ", ")});
-    }
-    return levels;
-}
-
-// "InputBin Tray1: MediaEmpty (Warning)". The list of them is published as ActiveCondition; some printers
-// write it in the plural, and some name the component in one text.
-std::string Condition(IXMLDOMNode* condition) {
-    std::string component = Joined(
-        {TextAt(condition, L"pri:Component/pri:Group"), TextAt(condition, L"pri:Component/pri:Name")}, " ");
-    if (component.empty()) component = TextAt(condition, L"pri:Component");
-    const std::string severity = TextAt(condition, L"pri:Severity");
-    return Joined({component, TextAt(condition, L"pri:Name")}, ": ") +
-           (severity.empty() ? "" : " (" + severity + ")");
-}
-
-void PrintConditions(IXMLDOMNode* status) {
+void PrintReport(const PrinterReport& report) {
+    PrintRow("printer", report.name);
+    PrintRow("info", report.info);
+    PrintRow("location", report.location);
+    PrintRow("state", report.state);
+    PrintRow("reasons", Joined(report.reasons, ", "));
     const char* title = "conditions";
-    for (const wchar_t* list : {L"pri:ActiveCondition", L"pri:ActiveConditions"}) {
-        for (const auto& condition :
-             NodesAt(status, (std::wstring(list) + L"/pri:DeviceCondition").c_str())) {
-            PrintLine("{:<13}{}", title, Condition(condition.Get()));
-            title = "";
+    for (const auto& condition : report.conditions) {
+        PrintLine("{:<13}{}", title, ConditionText(condition));
+        title = "";
+    }
+    PrintRow("queued jobs", report.queuedJobs);
+    std::vector<Row> rows;
+    for (const auto& one : report.consumables)
+        rows.push_back({one.Title(), one.level, Joined({one.type, one.model}, " ")});
+    PrintLevels("consumables", rows);
+    rows.clear();
+    for (const auto& one : report.trays)
+        rows.push_back(
+            {one.name, one.level,
+             Joined({one.mediaSize, one.mediaType, one.capacity.empty() ? "" : "holds " + one.capacity},
+                    ", ")});
+    PrintLevels("trays", rows);
+}
+
+// One address a line; blank lines, and what stands behind a #, do not count.
+void AddListed(const std::string& file, std::vector<std::string>& urls) {
+    const std::string text = DecodeText(ReadInput(file, kMostList));
+    int number = 0;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = std::min(text.find('\n', begin), text.size());
+        std::string line = text.substr(begin, end - begin);
+        begin = end + 1;
+        ++number;
+        for (size_t at = line.find('#'); at != std::string::npos; at = line.find('#', at + 1))
+            if (at == 0 || line[at - 1] == ' ' || line[at - 1] == '\t') line.resize(at);
+        line.erase(line.find_last_not_of(" \t\r") + 1);
+        line.erase(0, line.find_first_not_of(" \t"));
+        if (line.empty()) continue;
+        try {
+            ParsePrinterUrl(line);
+        } catch (const CommandError& error) {
+            throw CommandError(fmt::format("{}:{}: {}", InputName(file), number, error.what()));
         }
+        urls.push_back(line);
     }
 }
 
-// Null when the printer did not answer that element.
-ComPtr<IXMLDOMNode> Part(const ElementDocument& document, const wchar_t* name) {
-    for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
-        const auto found = NodesAt(part.Get(), name);
-        if (!found.empty()) return found.front();
-    }
-    return nullptr;
+std::vector<std::string> Addresses(StatusOptions& options) {
+    std::vector<std::string> urls = options.urls;
+    // No file has such a name: "--metrics" stood alone before the first address.
+    if (options.metrics.find("://") != std::string::npos)
+        urls.insert(urls.begin(), std::exchange(options.metrics, ""));
+    for (const std::string& url : urls)
+        ParsePrinterUrl(url);
+    if (urls.empty() && options.list.empty())
+        throw CommandError("an address is required, URL or --list; --help tells more", kWrongUsage);
+    if (!options.list.empty()) AddListed(options.list, urls);
+    std::set<std::string> known;
+    std::erase_if(urls, [&](const std::string& url) { return !known.insert(url).second; });
+    if (urls.empty()) throw CommandError(InputName(options.list) + " names no printer");
+    if (urls.size() > kMostPrinters) throw CommandError(fmt::format("more than {} printers", kMostPrinters));
+    return urls;
 }
 
-void PrintStatus(const std::string& url) {
-    const ComApartment apartment(COINIT_MULTITHREADED);
-    const std::wstring query =
-        QueryForElements({"PrinterDescription", "PrinterStatus", "PrinterConfiguration"}, {});
-    const ElementDocument document(url, FetchCleanAnswer(url, query.c_str()));
-    // In this order, whichever the printer answers in.
-    const auto description = Part(document, L"pri:PrinterDescription");
-    const auto status = Part(document, L"pri:PrinterStatus");
-    const auto configuration = Part(document, L"pri:PrinterConfiguration");
-    if (!description && !status && !configuration)
-        throw CommandError("the printer tells nothing about itself", kNothingFound);
-    if (description) {
-        PrintRow("printer", TextAt(description.Get(), L"pri:PrinterName"));
-        PrintRow("info", TextAt(description.Get(), L"pri:PrinterInfo"));
-        PrintRow("location", TextAt(description.Get(), L"pri:PrinterLocation"));
+void ShowStatus(StatusOptions options) {
+    const std::vector<std::string> urls = Addresses(options);
+    if (options.urls.size() == 1 && options.list.empty() && !options.json && !options.asMetrics) {
+        const ComApartment apartment(COINIT_MULTITHREADED);
+        PrintReport(AskPrinter(urls.front()));
+        return;
     }
-    if (status) {
-        PrintRow("state", TextAt(status.Get(), L"pri:PrinterState"));
-        PrintRow("reasons", Reasons(status.Get()));
-        PrintConditions(status.Get());
-        PrintRow("queued jobs", TextAt(status.Get(), L"pri:QueuedJobCount"));
+    options.limits.timeout = std::chrono::milliseconds(static_cast<long long>(options.timeout * 1e3));
+    std::vector<FleetPrinter> printers = AskFleet(urls, options.limits);
+    if (options.asMetrics) {
+        // That a printer is gone is what the numbers say.
+        WriteMetrics(FleetMetrics(printers), options.metrics);
+        return;
     }
-    if (configuration) {
-        PrintLevels("consumables", Consumables(configuration.Get()));
-        PrintLevels("trays", Trays(configuration.Get()));
-    }
+    SortByAttention(printers);
+    if (options.json)
+        PrintJson(FleetJson(printers));
+    else
+        PrintFleet(printers);
+    const auto gone = std::count_if(printers.begin(), printers.end(),
+                                    [](const FleetPrinter& printer) { return !printer.report; });
+    if (gone != 0)
+        throw CommandError(fmt::format("{} of {} printer{} did not answer", gone, printers.size(),
+                                       printers.size() == 1 ? "" : "s"));
 }
 
 }  // namespace
 
 void AddStatusCommand(CLI::App& app) {
-    auto url = std::make_shared<std::string>();
-    CLI::App* command = app.add_subcommand("status", "Show a printer's state, consumables and trays");
-    command->add_option("URL", *url, "Address of the print service; a host name will do")->required();
-    command->callback([url] { PrintStatus(*url); });
+    auto options = std::make_shared<StatusOptions>();
+    CLI::App* command = app.add_subcommand(
+        "status", "Show a printer's state, consumables and trays, or how many printers are, a line each");
+    command->add_option("URL", options->urls, "Address of a print service; a host name will do");
+    command->add_option("--list", options->list,
+                        "A file with an address in each line, # before a comment; - is standard input");
+    CLI::Option* json = command->add_flag("--json", options->json, "Print JSON instead of text");
+    CLI::Option* metrics = command
+                               ->add_option("--metrics", options->metrics,
+                                            "Metrics for Prometheus, into this file or to standard output")
+                               ->type_name("[FILE]")
+                               ->expected(0, 1)
+                               ->excludes(json);
+    command->add_option("--timeout", options->timeout, "Seconds for each of many printers")
+        ->check(CLI::Range(0.1, 600.0))
+        ->capture_default_str();
+    command->add_option("--at-once", options->limits.atOnce, "How many printers are asked at the same time")
+        ->check(CLI::Range(1U, 500U))
+        ->capture_default_str();
+    command->callback([=] {
+        options->asMetrics = metrics->count() > 0;
+        ShowStatus(*options);
+    });
 }
 
 }  // namespace vlm::ctl

@@ -1,12 +1,14 @@
 // vlmctl wsd: a printer's WSD elements, as the monitor sees them.
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <set>
 
 #include "soap/streams.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/exchange/element_document.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/printer/printer_commands.h"
@@ -22,6 +24,7 @@ struct WsdOptions {
     std::vector<std::string> namespaces;  // "PREFIX=URI"
     bool raw = false;
     bool envelope = false;
+    bool json = false;
 };
 
 std::vector<PrefixDeclaration> ParseDeclarations(const std::vector<std::string>& texts) {
@@ -84,14 +87,20 @@ void PrintElements(const WsdOptions& options) {
         return;
     }
     const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str()));
-    if (options.envelope) {
+    const std::vector<std::string> invalid = InvalidNames(document);
+    const std::vector<std::string> unanswered = Unanswered(options.names, document);
+    if (options.json) {
+        Json elements = Json::array();
+        for (const ComPtr<IXMLDOMNode>& part : document.Parts())
+            elements.push_back(ElementJson(part.Get()));
+        PrintJson(
+            {{"url", options.url}, {"elements", elements}, {"invalid", invalid}, {"leftOut", unanswered}});
+    } else if (options.envelope) {
         PrintElement(document.Envelope().Get(), document.Declarations());
     } else {
         for (const ComPtr<IXMLDOMNode>& part : document.Parts())
             PrintElement(part.Get());
     }
-    const std::vector<std::string> invalid = InvalidNames(document);
-    const std::vector<std::string> unanswered = Unanswered(options.names, document);
     std::string problem;
     if (!invalid.empty()) problem = "the printer has no valid " + Listed(invalid);
     if (!unanswered.empty())
@@ -118,6 +127,7 @@ void AddWsdCommand(CLI::App& app) {
         command->add_flag("--envelope", options->envelope, "The whole message, not only the elements");
     command->add_flag("--raw", options->raw, "The printer's message as it came, before the clean-up")
         ->excludes(envelope);
+    command->add_flag("--json", options->json, "The elements as JSON")->excludes(envelope)->excludes("--raw");
     command->callback([options] { PrintElements(*options); });
 }
 

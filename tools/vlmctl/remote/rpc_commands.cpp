@@ -3,6 +3,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,6 +13,7 @@
 #include "tools/vlmctl/console/code_page.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/exchange/rpc_client.h"
 #include "tools/vlmctl/exchange/rpc_wait.h"
 #include "tools/vlmctl/remote/hex_text.h"
@@ -34,6 +36,7 @@ struct RpcOptions {
     std::string printer;
     std::string capacity = "8192";
     bool raw = false;
+    bool json = false;
     unsigned times = 1;
     unsigned timeout = 60;
     // of query
@@ -100,14 +103,26 @@ std::string Explain(const char* who, const std::string& code, const char* meanin
                        meaning != nullptr ? meaning : "");
 }
 
-void Show(const RpcReply& reply, bool raw) {
+Json ToJson(const RpcReply& reply) {
+    const bool answered = reply.status == 0 && reply.problem.empty();
+    std::string data;
+    for (const std::uint8_t byte : reply.bytes)
+        data += fmt::format("{:02x}", byte);
+    return {{"rpcStatus", reply.status},
+            {"result", answered ? Json(reply.result) : Json(nullptr)},
+            {"data", answered && reply.result == 0 ? Json(data) : Json(nullptr)}};
+}
+
+void Show(const RpcReply& reply, const RpcOptions& options) {
+    if (options.json) PrintJson(ToJson(reply));
     if (reply.status != 0)
         throw CommandError(Explain("RPC status", StatusNumber(reply.status), StatusMeaning(reply.status)));
     if (!reply.problem.empty()) throw CommandError("this is not the monitor's service: " + reply.problem);
     if (reply.result != 0)
         throw CommandError(
             Explain("the procedure returned", std::to_string(reply.result), ResultMeaning(reply.result)));
-    if (raw) {
+    if (options.json) return;
+    if (options.raw) {
         Print(HexText(reply.bytes));
         return;
     }
@@ -139,7 +154,7 @@ void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
             throw CommandError("this is not the monitor's service: a reply without end");
     }
     if (options.times == 1) {
-        Show(replies->front(), options.raw);
+        Show(replies->front(), options);
         return;
     }
     std::map<std::string, size_t> outcomes;
@@ -147,6 +162,13 @@ void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
         ++outcomes[reply.status != 0        ? "status " + StatusNumber(reply.status)
                    : !reply.problem.empty() ? "no reply of the monitor's"
                                             : fmt::format("result {}", reply.result)];
+    if (options.json) {
+        Json list = Json::array();
+        for (const auto& [outcome, count] : outcomes)
+            list.push_back({{"outcome", outcome}, {"count", count}});
+        PrintJson(list);
+        return;
+    }
     for (const auto& [outcome, count] : outcomes)
         PrintLine("{} {}", outcome, count);
 }
@@ -192,7 +214,8 @@ void AddCommonOptions(CLI::App& command, RpcOptions& options) {
     command.add_option("--host", options.host, "Machine that serves (default: this one)");
     command.add_option("--capacity", options.capacity, "Most bytes of reply to accept")
         ->capture_default_str();
-    command.add_flag("--raw", options.raw, "Print the reply as one line of hex digits");
+    CLI::Option* raw = command.add_flag("--raw", options.raw, "Print the reply as one line of hex digits");
+    command.add_flag("--json", options.json, "Print JSON instead of text")->excludes(raw);
     command.add_option("--times", options.times, "Make that many calls at once and count the outcomes")
         ->check(CLI::Range(1U, kMostThreads));
     command.add_option("--timeout", options.timeout, "Seconds after which to give up")

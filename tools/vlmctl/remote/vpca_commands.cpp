@@ -1,14 +1,14 @@
 // vlmctl vpca: frames of the printer's device-control protocol, taken apart and put together.
 #include <CLI/CLI.hpp>
-#include <filesystem>
-#include <fstream>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/input.h"
+#include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/remote/hex_text.h"
 #include "tools/vlmctl/remote/remote_commands.h"
 #include "tools/vlmctl/remote/vpca_text.h"
@@ -30,30 +30,38 @@ struct VpcaOptions {
     std::string word = "0";
     std::vector<std::string> longs;
     std::vector<std::string> shorts;
+    bool json = false;
 };
 
 std::vector<std::uint8_t> ReadFrame(const VpcaOptions& options) {
+    if (options.hex == std::vector<std::string>{"-"})
+        return ParseHex(DecodeText(ReadInput("-", 4 * kMostBytes)));
     if (options.file.empty()) {
         std::string text;
         for (const std::string& piece : options.hex)
             text += piece + " ";
         return ParseHex(text);
     }
-    std::ifstream file(std::filesystem::path(host::FromUtf8(options.file)), std::ios::binary);
-    if (!file) throw CommandError("cannot read " + options.file);
-    std::vector<std::uint8_t> bytes(kMostBytes + 1);
-    file.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    bytes.resize(static_cast<size_t>(file.gcount()));
-    if (bytes.size() > kMostBytes) throw CommandError(options.file + " is larger than any frame");
-    return bytes;
+    const std::string bytes = ReadInput(options.file, kMostBytes);
+    return {bytes.begin(), bytes.end()};
 }
 
 void Decode(const VpcaOptions& options) {
     if (options.hex.empty() == options.file.empty())
         throw CommandError("give hex digits or --file, one of them", kWrongUsage);
     const FrameText text = DescribeFrame(ReadFrame(options));
-    for (const std::string& line : text.lines)
-        Print(line);
+    if (options.json) {
+        Json fields = Json::array();
+        for (const FrameField& field : text.fields)
+            fields.push_back({{"offset", field.offset},
+                              {"name", field.name.substr(field.name.find_first_not_of(' '))},
+                              {"value", field.value}});
+        PrintJson(
+            {{"fields", fields}, {"problem", text.problem.empty() ? Json(nullptr) : Json(text.problem)}});
+    } else {
+        for (const FrameField& field : text.fields)
+            PrintLine("{:6}  {:<12} {}", field.offset, field.name, field.value);
+    }
     if (!text.problem.empty()) throw CommandError("bad frame: " + text.problem);
 }
 
@@ -103,8 +111,9 @@ void AddVpcaCommands(CLI::App& app) {
     auto options = std::make_shared<VpcaOptions>();
 
     CLI::App* decode = vpca->add_subcommand("decode", "Say what a frame holds, and where and why it is bad");
-    decode->add_option("HEX", options->hex, "The frame in hex digits");
-    decode->add_option("--file", options->file, "A file with the frame's bytes");
+    decode->add_option("HEX", options->hex, "The frame in hex digits; - reads them from standard input");
+    decode->add_option("--file", options->file, "A file with the frame's bytes; - is standard input");
+    decode->add_flag("--json", options->json, "Print JSON instead of text");
     decode->callback([options] { Decode(*options); });
 
     CLI::App* encode = vpca->add_subcommand("encode", "Print the frame of a request");

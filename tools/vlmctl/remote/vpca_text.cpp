@@ -29,9 +29,10 @@ class Reader {
 
  private:
     template <typename... Arguments>
-    void Line(size_t offset, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
-        text_.lines.push_back(fmt::format("{:6}  ", offset) +
-                              fmt::format(format, std::forward<Arguments>(arguments)...));
+    void Field(size_t offset, std::string name, fmt::format_string<Arguments...> format,
+               Arguments&&... arguments) {
+        text_.fields.push_back(
+            {offset, std::move(name), fmt::format(format, std::forward<Arguments>(arguments)...)});
     }
     template <typename... Arguments>
     bool Bad(size_t offset, fmt::format_string<Arguments...> format, Arguments&&... arguments) {
@@ -58,15 +59,15 @@ class Reader {
         response_ = (frame_[3] & kFlagResultCode) != 0;
         operation_ = static_cast<std::uint16_t>(Number(4, 2));
         status_ = static_cast<std::uint16_t>(Number(18, 2));
-        Line(0, "magic        {:04X}", magic);
-        Line(2, "version      {:#04x}", frame_[2]);
-        Line(3, "flags        {:#04x} ({})", frame_[3], response_ ? "a response" : "a request");
-        Line(4, "operation    {:#x} ({})", operation_, OperationName());
-        Line(6, "sequence     {}", Number(6, 2));
-        Line(8, "body length  {}", Number(8, 2));
-        Line(10, "value 1      {:#010x}", Number(10, 4));
-        Line(14, "value 2      {:#010x}", Number(14, 4));
-        if (response_) Line(18, "status       {}", status_);
+        Field(0, "magic", "{:04X}", magic);
+        Field(2, "version", "{:#04x}", frame_[2]);
+        Field(3, "flags", "{:#04x} ({})", frame_[3], response_ ? "a response" : "a request");
+        Field(4, "operation", "{:#x} ({})", operation_, OperationName());
+        Field(6, "sequence", "{}", Number(6, 2));
+        Field(8, "body length", "{}", Number(8, 2));
+        Field(10, "value 1", "{:#010x}", Number(10, 4));
+        Field(14, "value 2", "{:#010x}", Number(14, 4));
+        if (response_) Field(18, "status", "{}", status_);
         if (FindOperation(VpcaTable::kFu, operation_, frame_[2]) == nullptr)
             return Bad(4, "the operation {:#x} is unknown", operation_);
         return true;
@@ -80,7 +81,7 @@ class Reader {
     bool ReadBody() {
         std::uint16_t status = status_;
         if (response_ && CheckResult(&status, operation_) == BodyDecision::kStop) {
-            Line(kHeaderSize, "no body with this status");
+            Field(kHeaderSize, "no body", "with this status");
             return true;
         }
         // A data block reaches to the end of its frame.
@@ -93,34 +94,34 @@ class Reader {
         }
         if (operation_ == kReadDataBlock) return ReadDataBlockBody();
         if (operation_ == kReadAttribute) return response_ ? ReadAttributes() : ReadAttributeRequest();
-        Line(kHeaderSize, "body         {}", HexText(frame_.subspan(kHeaderSize, end_ - kHeaderSize)));
+        Field(kHeaderSize, "body", "{}", HexText(frame_.subspan(kHeaderSize, end_ - kHeaderSize)));
         return true;
     }
     bool ReadDataBlockBody() {
         if (!Has(kHeaderSize, 4, "the data id")) return false;
-        Line(kHeaderSize, "data id      {:#010x}", Number(kHeaderSize, 4));
+        Field(kHeaderSize, "data id", "{:#010x}", Number(kHeaderSize, 4));
         const size_t data = kHeaderSize + 4;
         if (response_)
-            Line(data, "data         {} bytes: {}", end_ - data, HexText(frame_.subspan(data, end_ - data)));
+            Field(data, "data", "{} bytes: {}", end_ - data, HexText(frame_.subspan(data, end_ - data)));
         return true;
     }
     bool ReadAttributeRequest() {
         size_t at = kHeaderSize;
         if (!Has(at, 4, "the request")) return false;
-        Line(at, "first word   {:#06x}", Number(at, 2));
+        Field(at, "first word", "{:#06x}", Number(at, 2));
         const size_t addressLength = frame_[at + 3];
-        Line(at + 2, "address      kind {}, {} bytes", frame_[at + 2], addressLength);
+        Field(at + 2, "address", "kind {}, {} bytes", frame_[at + 2], addressLength);
         if (addressLength != (frame_[at + 2] == 0 ? 0U : 4U))
             return Bad(at + 3, "an address of kind {} does not have {} bytes", frame_[at + 2], addressLength);
         at += 4 + addressLength;
         for (const size_t width : {size_t{4}, size_t{2}}) {
             if (!Has(at, 2, "a count of ids")) return false;
             const size_t count = Number(at, 2);
-            Line(at, "{}-bit ids   {}", width * 8, count);
+            Field(at, fmt::format("{}-bit ids", width * 8), "{}", count);
             at += 2;
             if (!Has(at, count * width, "the ids")) return false;
             for (size_t i = 0; i < count; ++i, at += width)
-                Line(at, "  id         {}", Number(at, width));
+                Field(at, "  id", "{}", Number(at, width));
         }
         return true;
     }
@@ -128,7 +129,7 @@ class Reader {
         size_t at = kHeaderSize;
         if (!Has(at, 1, "the count of attributes")) return false;
         const size_t count = frame_[at];
-        Line(at++, "attributes   {}", count);
+        Field(at++, "attributes", "{}", count);
         for (size_t i = 1; i <= count; ++i) {
             if (!Has(at, 3, fmt::format("the head of attribute {} of {}", i, count).c_str())) return false;
             const auto id = static_cast<std::uint16_t>(Number(at, 2));
@@ -144,11 +145,11 @@ class Reader {
                 if (size == 0 || static_cast<std::uint8_t>(size) != length)
                     return Bad(value, "{} bytes are no value of attribute {}", size == 0 ? left : length, id);
             }
-            Line(at, "  {:<10} {} bytes{}: {}", id, size,
-                 !row.known   ? ", unknown"
-                 : row.opaque ? ", opaque"
-                              : "",
-                 HexText(frame_.subspan(value, size)));
+            Field(at, fmt::format("  {}", id), "{} bytes{}: {}", size,
+                  !row.known   ? ", unknown"
+                  : row.opaque ? ", opaque"
+                               : "",
+                  HexText(frame_.subspan(value, size)));
             at = value + size;
         }
         return true;

@@ -1,6 +1,7 @@
 // A VPCA frame in words, for whoever looks at a capture of a printer's port.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -8,8 +9,14 @@
 
 namespace vlm::ctl {
 
+struct FrameField {
+    size_t offset = 0;  // in the frame
+    std::string name;   // two blanks before it when it is a part of the field before
+    std::string value;
+};
+
 struct FrameText {
-    std::vector<std::string> lines;  // what could be read, each with its offset in the frame
+    std::vector<FrameField> fields;  // what could be read
     std::string problem;             // where and why the frame is bad; empty when it is good
 };
 

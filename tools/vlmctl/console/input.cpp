@@ -1,0 +1,68 @@
+#include "tools/vlmctl/console/input.h"
+
+#include <windows.h>
+
+#include <fmt/format.h>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "util/handles.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+std::string FromUtf16(const std::string& bytes, bool networkOrder) {
+    std::wstring text;
+    for (size_t i = 2; i + 1 < bytes.size(); i += 2) {
+        const auto low = static_cast<unsigned char>(bytes[i + (networkOrder ? 1 : 0)]);
+        const auto high = static_cast<unsigned char>(bytes[i + (networkOrder ? 0 : 1)]);
+        text += static_cast<wchar_t>(low | high << 8);
+    }
+    return host::ToUtf8(text);
+}
+
+}  // namespace
+
+std::string ReadInput(const std::string& file, size_t most) {
+    File opened;
+    HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
+    if (file != "-") {
+        opened.Reset(CreateFileW(host::FromUtf8(file).c_str(), GENERIC_READ,
+                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!opened)
+            throw CommandError("cannot read " + Shown(file) + ": " + host::ErrorText(GetLastError()));
+        input = opened.Get();
+    }
+    constexpr DWORD kPiece = 64 * 1024;
+    std::string bytes;
+    for (;;) {
+        const size_t before = bytes.size();
+        bytes.resize(before + kPiece);
+        DWORD count = 0;
+        if (!ReadFile(input, bytes.data() + before, kPiece, &count, nullptr)) {
+            const DWORD error = GetLastError();
+            if (error != ERROR_BROKEN_PIPE && error != ERROR_HANDLE_EOF)
+                throw CommandError("cannot read " + InputName(file) + ": " + host::ErrorText(error));
+            count = 0;
+        }
+        bytes.resize(before + count);
+        if (count == 0) return bytes;
+        if (bytes.size() > most)
+            throw CommandError(fmt::format("{} has more than {} bytes", InputName(file), most));
+    }
+}
+
+std::string DecodeText(const std::string& bytes) {
+    if (bytes.starts_with("\xFF\xFE")) return FromUtf16(bytes, false);
+    if (bytes.starts_with("\xFE\xFF")) return FromUtf16(bytes, true);
+    return bytes.starts_with("\xEF\xBB\xBF") ? bytes.substr(3) : bytes;
+}
+
+std::string InputName(const std::string& file) {
+    return file == "-" ? "standard input" : Shown(file);
+}
+
+}  // namespace vlm::ctl

@@ -1,0 +1,303 @@
+#include "tools/vlmctl/printer/fleet.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <charconv>
+#include <condition_variable>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <thread>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/exchange/reach.h"
+#include "tools/vlmctl/exchange/wsd_exchange.h"
+#include "util/com.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What the threads share. One that was given up may end long after its fleet.
+struct Asked {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<FleetPrinter> answers;  // by the number of the printer
+    std::vector<bool> ended;
+};
+
+// For the connection: who listens at all takes it at once.
+constexpr std::chrono::milliseconds kConnectTimeout(3'000);
+
+FleetPrinter Ask(const std::string& url) {
+    FleetPrinter printer;
+    printer.url = url;
+    const Clock::time_point begin = Clock::now();
+    try {
+        CheckReachable(ParsePrinterUrl(url), kConnectTimeout);
+        const ComApartment apartment(COINIT_MULTITHREADED);
+        printer.report = AskPrinter(url);
+    } catch (const _com_error& error) {
+        printer.problem = fmt::format("failed (0x{:08X})", static_cast<unsigned long>(error.Error()));
+    } catch (const std::exception& error) {
+        printer.problem = error.what();
+    }
+    printer.time = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - begin);
+    // The address stands beside it wherever it is shown.
+    const std::string address = Shown(url);
+    if (printer.problem.starts_with(address + ": ")) printer.problem.erase(0, address.size() + 2);
+    return printer;
+}
+
+const char* Word(Attention attention) {
+    switch (attention) {
+        case Attention::kError:
+            return "error";
+        case Attention::kUnreachable:
+            return "unreachable";
+        case Attention::kWarning:
+            return "warning";
+        case Attention::kLow:
+            return "low";
+        case Attention::kNone:
+            break;
+    }
+    return "none";
+}
+
+bool Is(const std::string& text, const char* word) {
+    return _stricmp(text.c_str(), word) == 0;
+}
+
+bool IsLow(const PrinterReport::Consumable& consumable) {
+    return consumable.level.percent && *consumable.level.percent < kLowPercent;
+}
+
+void Append(std::string& list, const std::string& text) {
+    if (!text.empty()) list += (list.empty() ? "" : ", ") + text;
+}
+
+// What somebody has to know before going there.
+std::string Matter(const FleetPrinter& printer) {
+    if (!printer.report) return printer.problem;
+    const PrinterReport& report = *printer.report;
+    std::string matter;
+    for (const auto& condition : report.conditions)
+        if (!Is(condition.severity, "Informational")) Append(matter, ConditionText(condition));
+    if (matter.empty() && Is(report.state, "Stopped"))
+        for (const std::string& reason : report.reasons)
+            Append(matter, reason);
+    for (const auto& consumable : report.consumables)
+        if (IsLow(consumable))
+            Append(matter, fmt::format("{} {}%", consumable.Title(), *consumable.level.percent));
+    return matter;
+}
+
+const PrinterReport::Consumable* Lowest(const PrinterReport& report) {
+    const PrinterReport::Consumable* lowest = nullptr;
+    for (const auto& consumable : report.consumables)
+        if (consumable.level.percent &&
+            (lowest == nullptr || *consumable.level.percent < *lowest->level.percent))
+            lowest = &consumable;
+    return lowest;
+}
+
+std::string OrDash(const std::string& text) {
+    return text.empty() ? "-" : text;
+}
+
+// Two of the same name are told apart by number, since no two samples may have the same labels.
+class UniqueNames {
+ public:
+    std::string Of(const std::string& name) {
+        std::string unique = name;
+        for (int number = 2; !taken_.insert(unique).second; ++number)
+            unique = fmt::format("{} {}", name, number);
+        return unique;
+    }
+
+ private:
+    std::set<std::string> taken_;
+};
+
+}  // namespace
+
+Attention FleetPrinter::Needs() const {
+    if (!report) return Attention::kUnreachable;
+    const auto any = [this](const char* severity) {
+        return std::any_of(report->conditions.begin(), report->conditions.end(),
+                           [&](const auto& condition) { return Is(condition.severity, severity); });
+    };
+    if (Is(report->state, "Stopped") || any("Critical") || any("Error")) return Attention::kError;
+    if (any("Warning")) return Attention::kWarning;
+    return std::any_of(report->consumables.begin(), report->consumables.end(), IsLow) ? Attention::kLow
+                                                                                      : Attention::kNone;
+}
+
+std::vector<FleetPrinter> AskFleet(const std::vector<std::string>& urls, const FleetLimits& limits) {
+    const auto asked = std::make_shared<Asked>();
+    asked->answers.resize(urls.size());
+    asked->ended.resize(urls.size());
+    struct Waiting {
+        size_t number;
+        Clock::time_point giveUp;
+    };
+    std::list<Waiting> waiting;  // those begun first stand first, and are given up first
+    std::vector<FleetPrinter> printers(urls.size());
+    std::unique_lock lock(asked->mutex);
+    for (size_t next = 0; next < urls.size() || !waiting.empty();) {
+        while (next < urls.size() && waiting.size() < limits.atOnce) {
+            waiting.push_back({next, Clock::now() + limits.timeout});
+            std::thread([asked, number = next, url = urls[next]] {
+                FleetPrinter answer = Ask(url);
+                const std::lock_guard guard(asked->mutex);
+                asked->answers[number] = std::move(answer);
+                asked->ended[number] = true;
+                asked->changed.notify_one();
+            }).detach();
+            ++next;
+        }
+        asked->changed.wait_until(lock, waiting.front().giveUp);
+        const Clock::time_point now = Clock::now();
+        waiting.remove_if([&](const Waiting& one) {
+            FleetPrinter& printer = printers[one.number];
+            if (asked->ended[one.number]) {
+                printer = std::move(asked->answers[one.number]);
+                return true;
+            }
+            if (now < one.giveUp) return false;
+            printer.url = urls[one.number];
+            printer.time = limits.timeout;
+            printer.problem =
+                fmt::format("no answer within {:g} s", std::chrono::duration<double>(limits.timeout).count());
+            return true;
+        });
+    }
+    return printers;
+}
+
+void SortByAttention(std::vector<FleetPrinter>& printers) {
+    std::stable_sort(
+        printers.begin(), printers.end(),
+        [](const FleetPrinter& one, const FleetPrinter& other) { return one.Needs() < other.Needs(); });
+}
+
+void PrintFleet(const std::vector<FleetPrinter>& printers) {
+    Rows rows{{"NEEDS", "PRINTER", "NAME", "STATE", "JOBS", "LOWEST", "ANSWER", "WHAT"}};
+    for (const FleetPrinter& printer : printers) {
+        const PrinterReport report = printer.report.value_or(PrinterReport());
+        const PrinterReport::Consumable* lowest = Lowest(report);
+        const Attention needs = printer.Needs();
+        rows.push_back(
+            {needs == Attention::kNone ? "-" : Word(needs), Shown(printer.url), OrDash(report.name),
+             OrDash(report.state), OrDash(report.queuedJobs),
+             lowest == nullptr ? "-" : fmt::format("{} {}%", lowest->Title(), *lowest->level.percent),
+             fmt::format("{} ms", printer.time.count()), OrDash(Matter(printer))});
+    }
+    PrintTable(rows);
+}
+
+Json FleetJson(const std::vector<FleetPrinter>& printers) {
+    Json list = Json::array();
+    for (const FleetPrinter& printer : printers) {
+        Json json{{"url", printer.url},
+                  {"up", printer.report.has_value()},
+                  {"needs", Word(printer.Needs())},
+                  {"milliseconds", printer.time.count()}};
+        if (printer.report)
+            AddToJson(*printer.report, json);
+        else
+            json["problem"] = printer.problem;
+        list.push_back(std::move(json));
+    }
+    return list;
+}
+
+Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
+    constexpr auto kGauge = Metrics::Type::kGauge;
+    Metrics metrics;
+    // Of those that answered.
+    const auto each = [&](const char* name, const char* help, auto add) {
+        metrics.Family(name, kGauge, help);
+        for (const FleetPrinter& printer : printers)
+            if (printer.report) add(printer, *printer.report);
+    };
+    metrics.Family("vllm3mon_printer_up", kGauge, "1 for a printer that answered, 0 for one that did not.");
+    for (const FleetPrinter& printer : printers)
+        metrics.Add({{"printer", printer.url}}, printer.report ? 1 : 0);
+    each("vllm3mon_printer_answer_duration_seconds", "How long the printer took to answer.",
+         [&](const FleetPrinter& printer, const PrinterReport&) {
+             metrics.Add({{"printer", printer.url}}, static_cast<double>(printer.time.count()) / 1e3);
+         });
+    each("vllm3mon_printer_info", "What the printer is called, always 1.",
+         [&](const FleetPrinter& printer, const PrinterReport& report) {
+             metrics.Add({{"printer", printer.url}, {"name", report.name}, {"location", report.location}}, 1);
+         });
+    each("vllm3mon_printer_state", "1 for the state that the printer is in, 0 for the others.",
+         [&](const FleetPrinter& printer, const PrinterReport& report) {
+             if (report.state.empty()) return;
+             bool known = false;
+             for (const char* state : {"Idle", "Processing", "Stopped"}) {
+                 known = known || Is(report.state, state);
+                 metrics.Add({{"printer", printer.url}, {"state", state}}, Is(report.state, state) ? 1 : 0);
+             }
+             metrics.Add({{"printer", printer.url}, {"state", "Other"}}, known ? 0 : 1);
+         });
+    each("vllm3mon_printer_conditions", "How many conditions of that kind are active.",
+         [&](const FleetPrinter& printer, const PrinterReport& report) {
+             std::map<std::vector<std::string>, int> counts;
+             for (const auto& condition : report.conditions)
+                 ++counts[{condition.component, condition.name, condition.severity}];
+             for (const auto& [key, count] : counts)
+                 metrics.Add({{"printer", printer.url},
+                              {"component", key[0]},
+                              {"condition", key[1]},
+                              {"severity", key[2]}},
+                             count);
+         });
+    each("vllm3mon_printer_queued_jobs", "How many jobs wait in the printer.",
+         [&](const FleetPrinter& printer, const PrinterReport& report) {
+             unsigned count = 0;
+             const char* end = report.queuedJobs.data() + report.queuedJobs.size();
+             const auto parsed = std::from_chars(report.queuedJobs.data(), end, count);
+             if (!report.queuedJobs.empty() && parsed.ec == std::errc() && parsed.ptr == end)
+                 metrics.Add({{"printer", printer.url}}, count);
+         });
+    each("vllm3mon_printer_consumable_level_ratio",
+         "What is left of toner, ink or another consumable, 0 to 1.",
+         [&](const FleetPrinter& printer, const PrinterReport& report) {
+             UniqueNames names;
+             for (const auto& consumable : report.consumables)
+                 if (const std::string name =
+                         names.Of(consumable.name.empty() ? consumable.Title() : consumable.name);
+                     consumable.level.percent)
+                     metrics.Add({{"printer", printer.url},
+                                  {"consumable", name},
+                                  {"color", consumable.colour},
+                                  {"type", consumable.type}},
+                                 *consumable.level.percent / 100.0);
+         });
+    each("vllm3mon_printer_tray_level_ratio", "How full an input tray is, 0 to 1.",
+         [&](const FleetPrinter& printer, const PrinterReport& report) {
+             UniqueNames names;
+             for (const auto& tray : report.trays)
+                 if (const std::string name = names.Of(tray.name); tray.level.percent)
+                     metrics.Add({{"printer", printer.url}, {"tray", name}}, *tray.level.percent / 100.0);
+         });
+    metrics.Family("vllm3mon_printers_asked_timestamp_seconds", kGauge,
+                   "When these printers were asked, in seconds since 1970.");
+    metrics.Add({}, static_cast<double>(std::chrono::duration_cast<std::chrono::seconds>(
+                                            std::chrono::system_clock::now().time_since_epoch())
+                                            .count()));
+    return metrics;
+}
+
+}  // namespace vlm::ctl
