@@ -214,7 +214,9 @@ class Watched(Companion):
             with socket.create_server(("127.0.0.1", 0)) as free:
                 port = free.getsockname()[1]
             with open(folder / "log", "w") as log:
-                process = subprocess.Popen(["prometheus", f"--config.file={folder}/prometheus.yml",
+                # It ends with this test, even when that is killed.
+                process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", "prometheus",
+                                            f"--config.file={folder}/prometheus.yml",
                                             f"--storage.tsdb.path={folder}/data",
                                             f"--web.listen-address=127.0.0.1:{port}"], stdout=log, stderr=log)
 
