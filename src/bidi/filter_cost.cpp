@@ -100,6 +100,9 @@ class Estimator {
         return std::isfinite(work_) ? work_ : std::numeric_limits<double>::max();
     }
 
+    // What was not read yet when the text ceased to be XPath.
+    wstring_view Unread() const { return rest_; }
+
  private:
     // Operators of all ranks in one row: their order does not matter here, but what stands beside a
     // comparison.
@@ -475,8 +478,11 @@ class Estimator {
 
 }  // namespace
 
-std::optional<double> EstimateWork(wstring_view xpath, const AnswerShape& answer) {
-    return Estimator(xpath, answer).Estimate();
+std::optional<double> EstimateWork(wstring_view xpath, const AnswerShape& answer, size_t* end) {
+    Estimator estimator(xpath, answer);
+    const std::optional<double> work = estimator.Estimate();
+    if (end != nullptr) *end = xpath.size() - estimator.Unread().size();
+    return work;
 }
 
 }  // namespace vlm

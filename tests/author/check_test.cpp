@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <set>
 
 #include "util/com.h"
 
@@ -47,6 +48,17 @@ class CheckTest : public testing::Test {
     }
     ~CheckTest() override { std::filesystem::remove_all(folder_); }
 
+    // Where the findings on one file of this content are and of what kind: "3:7 no-schema".
+    std::vector<std::string> Places(const std::string& content) {
+        const std::filesystem::path path = folder_ / "place.xml";
+        std::ofstream(path, std::ios::binary) << content;
+        std::vector<std::string> places;
+        for (const Finding& finding : CheckExtensionFiles({path.wstring()}).findings) {
+            places.push_back(std::to_string(finding.place.line) + ":" + std::to_string(finding.place.column) +
+                             " " + std::string(About(finding.rule).id));
+        }
+        return places;
+    }
     // The findings on files of these contents, named "1.xml", "2.xml", ...; each as "1.xml:3: error: text".
     std::vector<std::string> Findings(const std::vector<std::string>& contents) {
         std::vector<std::wstring> paths;
@@ -59,9 +71,10 @@ class CheckTest : public testing::Test {
         EXPECT_THAT(report.unreadable, IsEmpty());
         std::vector<std::string> findings;
         for (const Finding& finding : report.findings) {
-            findings.push_back(
-                std::filesystem::path(finding.file).filename().string() + ":" + std::to_string(finding.line) +
-                (finding.severity == Severity::kError ? ": error: " : ": warning: ") + Narrow(finding.text));
+            findings.push_back(std::filesystem::path(finding.file).filename().string() + ":" +
+                               std::to_string(finding.place.line) +
+                               (finding.HowBad() == Severity::kError ? ": error: " : ": warning: ") +
+                               Narrow(finding.text));
         }
         return findings;
     }
@@ -194,7 +207,7 @@ TEST_F(CheckTest, FollowsWhereParametersAreBound) {
          {"3: error: the '$' in filter"}},
         {"two dollars around nothing",
          Printer("<Property name=\"$$\"><Parameter parameter=\"C\"" + from + "/></Property>"),
-         {"3: error: the '$' in name", "3: warning: the name '$$' does not use"}},
+         {"3: warning: the name '$$' does not use", "3: error: the '$' in name"}},
         {"the levels would all be called the same",
          Printer("<Property name=\"Color\">\n<Parameter parameter=\"C\"" + from + "/></Property>"),
          {"3: warning: the name 'Color' does not use the parameter 'C'"}},
@@ -235,8 +248,8 @@ TEST_F(CheckTest, SaysInWhichLineATagBegins) {
     EXPECT_THAT(Findings({Printer("<!-- <Nope>\n -->\n<Value\n  name=\"A\"\n  kind=\"<\"/>")}),
                 ElementsAre(StartsWith("1.xml:7: error: not well-formed")));
     EXPECT_THAT(Findings({Printer("<!-- <Nope>\n -->\n<Value\n  name=\"A>\"\n  kind=\"x\"/>\n<Nope/>")}),
-                ElementsAre(StartsWith("1.xml:5: error: unknown attribute 'kind'"),
-                            StartsWith("1.xml:5: error: Value has no"),
+                ElementsAre(StartsWith("1.xml:5: error: Value has no"),
+                            StartsWith("1.xml:7: error: unknown attribute 'kind'"),
                             StartsWith("1.xml:8: error: unknown element 'Nope'")));
 
     // Two bytes a character, and a byte order mark.
@@ -244,6 +257,113 @@ TEST_F(CheckTest, SaysInWhichLineATagBegins) {
     for (const char c : Printer("\n<Nope/>"))
         wide += std::string{c, '\0'};
     EXPECT_THAT(Findings({wide}), ElementsAre(StartsWith("1.xml:4: error: unknown element 'Nope'")));
+}
+
+TEST_F(CheckTest, PointsAtTheAttributeAndAtTheCharacterInIt) {
+    const auto value = [](const std::string& filter, const std::string& before = "") {
+        return Printer(before + "<Value name=\"A\" query=\"pri:S\" filter=\"" + filter + "\"/>");
+    };
+    // `filter="` begins in column 31, its value in column 39.
+    const struct {
+        const char* what;
+        std::string content;
+        std::vector<std::string> places;
+    } cases[] = {
+        {"a predicate that is missing", value("pri:S[]"), {"3:45 malformed-filter"}},
+        {"an end that is missing", value("pri:S["), {"3:45 malformed-filter"}},
+        {"what cannot follow", value("pri:S pri:T"), {"3:45 malformed-filter"}},
+        {"a string without end", value("pri:S[.='x]"), {"3:47 malformed-filter"}},
+        {"no nodes", value("pri:S = 1"), {"3:39 malformed-filter"}},
+        {"behind a parameter",
+         Printer("<Parameter name='$Colour$' parameter='Colour' query='pri:S' filter='pri:S'>\n"
+                 "<Value name='A' query='pri:S' filter=\"pri:S[.='$Colour$' ! 1]\"/></Parameter>"),
+         {"4:58 malformed-filter"}},
+        {"references and what lies beyond the first 65,536 characters",
+         value("pri:S[.=&quot;&#x1F5A8;\xF0\x9F\x96\xA8&amp;&quot; x:y()]"),
+         {"3:75 undeclared-prefix"}},
+        {"line ends in the attribute", value("pri:S[.='a\n b\r\n c' and\n  ]"), {"6:3 malformed-filter"}},
+        {"letters of two bytes in front",
+         value("pri:S[", "<!-- \xC3\xA4\xC3\xB6 -->"),
+         {"3:56 malformed-filter"}},
+        {"letters of one byte in front",
+         "<?xml version='1.0' encoding='iso-8859-1'?>" + value("pri:S[", "<!-- \xE4\xF6 -->"),
+         {"3:56 malformed-filter"}},
+        {"a prefix, a function, a parameter",
+         value("pri:S[x:a and foo() and $P$='$P$']"),
+         {"3:45 undeclared-prefix", "3:53 unknown-function", "3:63 unbound-parameter",
+          "3:63 unquoted-parameter", "3:68 unbound-parameter"}},
+        {"the first use outside of quotes",
+         Printer("<Parameter name='$P$' parameter='P' query='pri:S' filter='pri:S'>\n"
+                 "<Value name='A' query='pri:S' filter=\"pri:S['$P$'=$P$]\"/></Parameter>"),
+         {"4:51 unquoted-parameter"}},
+        {"where a filter starts", value("child::pri:T"), {"3:46 filter-start"}},
+        {"attributes in any order and with any quotes",
+         Printer("<Value\n  filter='pri:S[&gt;]'\n\tquery = 'S' name=\"A'>\"\n  type='x'/>"),
+         {"4:17 malformed-filter", "5:2 malformed-query", "5:21 unnameable", "6:3 unknown-type"}},
+        {"an attribute whose name ends another's",
+         Printer("<Const xname='' name='A' type='BIDI_TEXT'/>"),
+         {"3:8 unknown-attribute", "3:26 unknown-type"}},
+        {"a declaration",
+         Schema("", "xmlns:p='https://schemas.microsoft.com/windows/2006/08/wdp/print'"),
+         {"1:148 https-namespace"}},
+        {"broken XML", "<a>\n<b  x='1' x='2'/>\n</a>", {"2:17 not-well-formed"}},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(expected.what);
+        EXPECT_THAT(Places(expected.content), ElementsAreArray(expected.places));
+    }
+
+    // Two bytes a character, a byte order mark, and a pair.
+    std::string wide = "\xFF\xFE";
+    for (const char c : value("pri:S[.='?' and"))
+        wide += c == '?' ? std::string("\x3D\xD8\xA8\xDD", 4) : std::string{c, '\0'};
+    EXPECT_THAT(Places(wide), ElementsAre("3:54 malformed-filter"));
+    EXPECT_THAT(Places("\xEF\xBB\xBF<x/>"), ElementsAre("1:1 no-bidi-namespace", "1:1 no-schema"));
+}
+
+TEST_F(CheckTest, KnowsEachKindOfFindingByOneId) {
+    std::set<std::string_view> ids;
+    for (const RuleText& rule : Rules()) {
+        EXPECT_EQ(&About(rule.rule), &rule) << rule.id;
+        EXPECT_TRUE(ids.insert(rule.id).second) << rule.id;
+    }
+}
+
+TEST_F(CheckTest, TakesForANumberOnlyWhatIsOneThroughout) {
+    const auto found = [&](const char* type, const std::string& text) {
+        return !Findings({Printer(std::string("<Const name='A' type='") + type + "'>" + text + "</Const>")})
+                    .empty();
+    };
+    for (const char* good : {"0", "-7", "+12", " 42\n", "2147483647", "-2147483648", "007"})
+        EXPECT_FALSE(found("BIDI_INT", good)) << good;
+    for (const char* bad :
+         {"", "twelve", "12 pages", "1.5", "0x10", "2147483648", "-", "+-1", "1e3", "99999999999999999999"})
+        EXPECT_TRUE(found("BIDI_INT", bad)) << bad;
+    for (const char* good : {"0", "-7.25", "+.5", "1e3", "5000"})
+        EXPECT_FALSE(found("BIDI_FLOAT", good)) << good;
+    for (const char* bad : {"", "x", "1,5", "1.5 W", "1e99", "+-1"})
+        EXPECT_TRUE(found("BIDI_FLOAT", bad)) << bad;
+}
+
+TEST_F(CheckTest, SaysOfAnElementInANamespaceThatItIsNotFoundThere) {
+    const std::string open = std::string("<bidi:Definition ") + kBidi + ">\n";
+    const std::string close = "</bidi:Definition>";
+    const Case cases[] = {
+        {"a schema", open + "<bidi:Schema/>" + close, {"2: error: bidi:Schema stands in the namespace"}},
+        {"beside one that counts",
+         open + "<Schema/><bidi:Schema/>" + close,
+         {"2: error: bidi:Schema stands in"}},
+        {"a level",
+         open + "<Schema><bidi:Property name='A'/></Schema>" + close,
+         {"2: error: bidi:Property stands"}},
+        {"the root",
+         std::string("<bidi:Schema ") + kBidi + "/>",
+         {"1: error: bidi:Schema stands in the namespace"}},
+        {"around one that counts", std::string("<bidi:Schema ") + kBidi + "><Schema/></bidi:Schema>", {}},
+        {"a stranger", open + "<Schema/><bidi:Other/>" + close, {"2: error: unknown element 'bidi:Other'"}},
+    };
+    for (const Case& expected : cases)
+        ExpectFindings(expected, Findings({expected.content}));
 }
 
 TEST_F(CheckTest, SaysInWhichLineXmlIsBroken) {

@@ -7,6 +7,7 @@
 
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi/bidi_commands.h"
+#include "tools/vlmctl/bidi/check_output.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/bidi/output.h"
 #include "tools/vlmctl/bidi/port_query.h"
@@ -77,17 +78,20 @@ void Ask(const BidiOptions& options, const wchar_t* action) {
     if (!any(ERROR_SUCCESS)) throw CommandError("nothing was found", kNothingFound);
 }
 
-void Check(const std::vector<std::string>& files) {
+struct CheckOptions {
+    std::vector<std::string> files;
+    bool json = false;
+    bool sarif = false;
+};
+
+void Check(const CheckOptions& options) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     std::vector<std::wstring> paths;
-    paths.reserve(files.size());
-    for (const std::string& file : files)
+    paths.reserve(options.files.size());
+    for (const std::string& file : options.files)
         paths.push_back(FromUtf8(file));
     const CheckReport report = CheckExtensionFiles(paths);
-    for (const Finding& finding : report.findings) {
-        PrintLine("{}:{}: {}: {}", ToUtf8(Printable(finding.file, 1024)), finding.line,
-                  finding.severity == Severity::kError ? "error" : "warning", ToUtf8(finding.text));
-    }
+    (options.sarif ? PrintFindingsAsSarif : options.json ? PrintFindingsAsJson : PrintFindings)(report);
     if (!report.unreadable.empty()) throw CommandError(ToUtf8(report.unreadable.front()), kUnreadable);
     const int errors = report.Count(Severity::kError);
     const int warnings = report.Count(Severity::kWarning);
@@ -135,6 +139,18 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
     command->callback([options, action] { Ask(*options, action); });
 }
 
+void AddCheck(CLI::App& bidi) {
+    auto options = std::make_shared<CheckOptions>();
+    CLI::App* check = bidi.add_subcommand(
+        "check",
+        "Tell what is wrong with extension files; exit status 0 nothing, 1 warnings, 2 errors, 3 unreadable");
+    check->add_option("FILE", options->files, "Extension files, in the order in which a printer loads them")
+        ->required();
+    CLI::Option* json = check->add_flag("--json", options->json, "Print JSON instead of text");
+    check->add_flag("--sarif", options->sarif, "Print a SARIF 2.1.0 log instead of text")->excludes(json);
+    check->callback([options] { Check(*options); });
+}
+
 }  // namespace
 
 void AddBidiCommands(CLI::App& app) {
@@ -154,13 +170,7 @@ void AddBidiCommands(CLI::App& app) {
         PrintElements(NeededElements(enumOptions->sources, enumOptions->paths), enumOptions->json);
     });
 
-    auto files = std::make_shared<std::vector<std::string>>();
-    CLI::App* check = bidi->add_subcommand(
-        "check",
-        "Tell what is wrong with extension files; exit status 0 nothing, 1 warnings, 2 errors, 3 unreadable");
-    check->add_option("FILE", *files, "Extension files, in the order in which a printer loads them")
-        ->required();
-    check->callback([files] { Check(*files); });
+    AddCheck(*bidi);
 }
 
 }  // namespace vlm::ctl

@@ -1,9 +1,14 @@
 #include "tools/vlmctl/extension_files/check.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdint>
+#include <cwchar>
 #include <map>
 #include <optional>
 #include <set>
+#include <tuple>
 
 #include "soap/namespaces.h"
 #include "tools/vlmctl/extension_files/expressions.h"
@@ -23,6 +28,31 @@ struct Declared {
     std::wstring element;
 };
 
+std::wstring_view Local(std::wstring_view name) {
+    return name.substr(name.find(L':') + 1);
+}
+
+bool IsInteger(const std::wstring& text) {
+    if (text.empty() ||
+        text.find_first_not_of(L"0123456789", text.find_first_of(L"+-") == 0 ? 1 : 0) != text.npos)
+        return false;
+    wchar_t* end = nullptr;
+    errno = 0;
+    const long value = std::wcstol(text.c_str(), &end, 10);
+    return end != text.c_str() && errno == 0 && value >= INT32_MIN && value <= INT32_MAX;
+}
+
+// With a decimal point, whatever the locale, and no more than that.
+bool IsFloat(const std::wstring& text) {
+    std::string digits;
+    for (const wchar_t c : text)
+        digits.push_back(c < 0x80 ? static_cast<char>(c) : '?');
+    if (digits.starts_with('+') && !digits.starts_with("+-")) digits.erase(0, 1);
+    float value = 0;
+    const auto [end, problem] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    return problem == std::errc() && end == digits.data() + digits.size();
+}
+
 // Checks the files of one set. Keeps references to the files.
 class Checker {
  public:
@@ -36,16 +66,13 @@ class Checker {
             file_ = &file;
             schemaNames_.clear();
             CheckFile();
-            passedOver_.Say(file.path, findings_);
+            passedOver_.Say(file, findings_);
         }
     }
 
  private:
-    void Error(const SourceElement& at, std::wstring text) {
-        findings_.Error(file_->path, at.line, std::move(text));
-    }
-    void Warning(const SourceElement& at, std::wstring text) {
-        findings_.Warning(file_->path, at.line, std::move(text));
+    void Say(Rule rule, const Spot& spot, std::wstring text) {
+        findings_.Add(file_->path, file_->PlaceOf(spot), rule, std::move(text));
     }
 
     // The engine merges the Schema elements' declarations, so that one file may use what another declares.
@@ -64,10 +91,13 @@ class Checker {
         CollectAnywhere(root);
         expressions_.BeginFile(*file_, anywhere_);
         CheckBidiNamespace(root);
-        if (root.name == L"Schema") {
+        const auto isSchema = [](const SourceElement& child) { return child.name == L"Schema"; };
+        if (root.name == L"Schema" || (Local(root.name) == L"Schema" &&
+                                       std::none_of(root.children.begin(), root.children.end(), isSchema))) {
             CheckSchema(root);
         } else if (FindRule(root.name) != nullptr) {
-            Error(root, L"the root is " + root.name + L"; it must be Schema, or an element around one");
+            Say(Rule::kWrongRoot, {root},
+                L"the root is " + root.name + L"; it must be Schema, or an element around one");
         } else {
             CheckWrapper(root);
         }
@@ -83,7 +113,7 @@ class Checker {
         });
         if (meant != uris_.end())
             text += L". It declares " + *meant + L", which is another one: write http: where it has https:";
-        Error(root, std::move(text));
+        Say(Rule::kNoBidiNamespace, {root}, std::move(text));
     }
 
     void CollectAnywhere(const SourceElement& element) {
@@ -95,9 +125,9 @@ class Checker {
     }
 
     void CheckWrapper(const SourceElement& root) {
-        const auto isSchema = [](const SourceElement& child) { return child.name == L"Schema"; };
+        const auto isSchema = [](const SourceElement& child) { return Local(child.name) == L"Schema"; };
         if (std::none_of(root.children.begin(), root.children.end(), isSchema)) {
-            Error(root, L"the file has no Schema element");
+            Say(Rule::kNoSchema, {root}, L"the file has no Schema element");
             return;
         }
         CheckNoText(root);
@@ -106,8 +136,9 @@ class Checker {
                 CheckSchema(child);
             } else if (child.name == kPortStatus) {
                 passedOver_.LookAt(child);
-            } else {
-                Error(child, L"unknown element " + Quoted(child.name) + L" beside Schema");
+            } else if (!CheckNamespace(child)) {
+                Say(Rule::kUnknownElement, {child},
+                    L"unknown element " + Quoted(child.name) + L" beside Schema");
             }
         }
     }
@@ -116,8 +147,9 @@ class Checker {
     void CheckSameRoot(const SourceElement& root) {
         const SourceFile& base = files_.front();
         if ((root.name == L"Schema") != (base.root.name == L"Schema")) {
-            Error(root, L"the root is " + Quoted(root.name) + L", but that of " + Printable(base.path) +
-                            L" is " + Quoted(base.root.name) + L"; the two do not merge");
+            Say(Rule::kWrongRoot, {root},
+                L"the root is " + Quoted(root.name) + L", but that of " + Printable(base.path) + L" is " +
+                    Quoted(base.root.name) + L"; the two do not merge");
         }
     }
 
@@ -126,22 +158,23 @@ class Checker {
         const std::wstring* name = schema.Attribute(L"name");
         const std::wstring key = name != nullptr ? *name : L"";
         if (!schemaNames_.insert(key).second) {
-            Warning(schema,
-                    L"a second Schema of the same name; their contents are not merged within one file");
+            Say(Rule::kSecondSchema, {schema},
+                L"a second Schema of the same name; their contents are not merged within one file");
         }
         if (!firstSchema_) {
             firstSchema_ = key;
         } else if (name != nullptr && *firstSchema_ != key) {
-            Warning(schema, L"this Schema is named " + Quoted(key) + L" and the first one " +
-                                Quoted(*firstSchema_) +
-                                L"; the path '\\' and the action Get reach the first one only");
+            Say(Rule::kOtherSchema, {schema, L"name"},
+                L"this Schema is named " + Quoted(key) + L" and the first one " + Quoted(*firstSchema_) +
+                    L"; the path '\\' and the action Get reach the first one only");
         }
         for (const auto& [prefix, uri] : schema.declarations) {
             CheckMeaning(schema, prefix, uri);
             const auto other = shared_.find(prefix);
             if (other != shared_.end() && other->second != uri) {
-                Error(schema, L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) + L" here and " +
-                                  Quoted(other->second) + L" in another Schema; the engine refuses the set");
+                Say(Rule::kPrefixConflict, {schema, L"xmlns:" + prefix},
+                    L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) + L" here and " +
+                        Quoted(other->second) + L" in another Schema; the engine refuses the set");
             }
         }
         Declarations declarations = schema.declarations;
@@ -158,30 +191,39 @@ class Checker {
         if (meant != ns::kWsdPrint) return;
         const std::wstring text = L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) +
                                   L", but printers answer in " + Quoted(meant);
+        const std::wstring declaration = L"xmlns:" + prefix;
         if (uri.starts_with(L"https:")) {
-            Error(schema, text + L": write http: where it has https:");
+            Say(Rule::kHttpsNamespace, {schema, declaration}, text + L": write http: where it has https:");
         } else {
-            Warning(schema, text);
+            Say(Rule::kDraftNamespace, {schema, declaration}, text);
         }
+    }
+
+    // An element of the vocabulary that a prefix or a default namespace hides; true if it is one.
+    bool CheckNamespace(const SourceElement& element) {
+        const std::wstring local(Local(element.name));
+        if (element.namespaceUri.empty() || FindRule(local) == nullptr) return false;
+        std::wstring text = element.name + L" stands in the namespace " + Quoted(element.namespaceUri) +
+                            L"; the engine finds it in none only";
+        if (local != element.name) text += L": write " + local;
+        Say(Rule::kElementInNamespace, {element}, std::move(text));
+        return true;
     }
 
     // The element's own attributes, text and name against the vocabulary. False when there is no point in
     // going on.
     bool CheckShape(const SourceElement& element, const ElementRule& rule) {
-        if (!element.namespaceUri.empty()) {
-            Error(element, element.name + L" stands in the namespace " + Quoted(element.namespaceUri) +
-                               L"; the engine finds it in none only");
-            return false;
-        }
+        if (CheckNamespace(element)) return false;
         for (const SourceAttribute& attribute : element.attributes) {
             CheckKnownAttribute(element, attribute.name, rule);
         }
         for (const std::wstring_view required : rule.required) {
             const std::wstring* value = element.Attribute(required);
             if (value == nullptr) {
-                Error(element, element.name + L" has no " + Quoted(required));
+                Say(Rule::kMissingAttribute, {element}, element.name + L" has no " + Quoted(required));
             } else if (value->empty()) {
-                Error(element, Quoted(required) + L" of " + element.name + L" is empty");
+                Say(Rule::kMissingAttribute, {element, required},
+                    Quoted(required) + L" of " + element.name + L" is empty");
             }
         }
         if (!rule.holdsText) CheckNoText(element);
@@ -198,7 +240,8 @@ class Checker {
             if (prefix != anywhere_.end() && prefix->second == kSchemaInstanceNamespace) return;
         }
         if (!rule.Allows(name)) {
-            Error(element, L"unknown attribute " + Quoted(name) + L" of " + element.name + Belongs(name));
+            Say(Rule::kUnknownAttribute, {element, name},
+                L"unknown attribute " + Quoted(name) + L" of " + element.name + Belongs(name));
         }
     }
 
@@ -208,7 +251,8 @@ class Checker {
 
     void CheckNoText(const SourceElement& element) {
         if (!element.text.empty())
-            Error(element, L"text " + Quoted(element.text) + L" has no place in " + Quoted(element.name));
+            Say(Rule::kMisplacedText, {element},
+                L"text " + Quoted(element.text) + L" has no place in " + Quoted(element.name));
     }
 
     void CheckName(const SourceElement& element, const ElementRule& rule) {
@@ -217,8 +261,9 @@ class Checker {
         const std::wstring_view barred = rule.isLeaf || element.name == L"Schema" ? L"'" : L"'\\.:";
         const size_t found = name->find_first_of(barred);
         if (found == std::wstring::npos) return;
-        Error(element, L"the name " + Quoted(*name) + L" holds " + Quoted(name->substr(found, 1)) +
-                           L", which no path can name");
+        Say(Rule::kUnnameable, {element, L"name", found},
+            L"the name " + Quoted(*name) + L" holds " + Quoted(name->substr(found, 1)) +
+                L", which no path can name");
     }
 
     // Children of Schema, Property and of a Parameter that carries a template.
@@ -227,9 +272,11 @@ class Checker {
         for (const SourceElement& child : parent.children) {
             const ElementRule* rule = FindRule(child.name);
             if (rule == nullptr) {
-                Error(child, L"unknown element " + Quoted(child.name) + Belongs(child.name));
+                if (!CheckNamespace(child))
+                    Say(Rule::kUnknownElement, {child},
+                        L"unknown element " + Quoted(child.name) + Belongs(child.name));
             } else if (!FindRule(parent.name)->Holds(child.name)) {
-                Error(child, child.name + L" has no place in " + parent.name);
+                Say(Rule::kMisplacedElement, {child}, child.name + L" has no place in " + parent.name);
             } else if (CheckShape(child, *rule)) {
                 if (child.name == L"Property") CheckTwice(child, properties);
                 Walk(child, *rule, parent, scope);
@@ -254,8 +301,9 @@ class Checker {
         if (name == nullptr) return;
         const auto [first, added] = properties.emplace(*name, property.line);
         if (!added) {
-            Warning(property, L"Property " + Quoted(*name) + L" stands here already, in line " +
-                                  std::to_wstring(first->second) + L"; its path reaches the first one only");
+            Say(Rule::kRepeatedProperty, {property, L"name"},
+                L"Property " + Quoted(*name) + L" stands here already, in line " +
+                    std::to_wstring(first->second) + L"; its path reaches the first one only");
         }
     }
 
@@ -294,9 +342,9 @@ class Checker {
     }
 
     void ErrorNeedsName(const SourceElement& parameter) {
-        Error(parameter,
-              L"a Parameter that stands for levels of its own needs a name that uses it, such as '$" +
-                  Printable(ParameterOf(parameter)) + L"$'");
+        Say(Rule::kParameterNeedsName, {parameter},
+            L"a Parameter that stands for levels of its own needs a name that uses it, such as '$" +
+                Printable(ParameterOf(parameter)) + L"$'");
     }
 
     static std::wstring ParameterOf(const SourceElement& parameter) {
@@ -307,12 +355,14 @@ class Checker {
     void Bind(const SourceElement& parameter, Scope& scope) {
         const std::wstring name = ParameterOf(parameter);
         if (name.find(L'$') != std::wstring::npos) {
-            Error(parameter, L"the parameter " + Quoted(name) + L" is written without '$' where it is bound");
+            Say(Rule::kParameterInDollars, {parameter, L"parameter"},
+                L"the parameter " + Quoted(name) + L" is written without '$' where it is bound");
         }
         const auto [outer, added] = scope.bindings.emplace(name, parameter.line);
         if (!added) {
-            Error(parameter, L"the parameter " + Quoted(name) + L" is bound already, in line " +
-                                 std::to_wstring(outer->second));
+            Say(Rule::kParameterBoundTwice, {parameter, L"parameter"},
+                L"the parameter " + Quoted(name) + L" is bound already, in line " +
+                    std::to_wstring(outer->second));
         }
         scope.queried = scope.queried || parameter.Attribute(L"query") != nullptr;
     }
@@ -325,12 +375,14 @@ class Checker {
             expressions_.CheckPlainName(level, *name, scope);
             return;
         }
-        const std::vector<std::wstring> used = expressions_.CheckParameters(level, L"name", *name, scope);
+        const std::vector<Piece> used = expressions_.CheckParameters(level, L"name", *name, scope);
         for (const SourceElement* binding : bindings) {
             const std::wstring parameter = ParameterOf(*binding);
-            if (parameter.empty() || std::find(used.begin(), used.end(), parameter) != used.end()) continue;
-            Warning(level, L"the name " + Quoted(*name) + L" does not use the parameter " +
-                               Quoted(parameter) + L": the levels that it makes have the same path");
+            const auto isIt = [&](const Piece& piece) { return piece.text == parameter; };
+            if (parameter.empty() || std::any_of(used.begin(), used.end(), isIt)) continue;
+            Say(Rule::kUnusedParameter, {level, L"name"},
+                L"the name " + Quoted(*name) + L" does not use the parameter " + Quoted(parameter) +
+                    L": the levels that it makes have the same path");
         }
     }
 
@@ -343,7 +395,7 @@ class Checker {
 
     void CheckLeaf(const SourceElement& leaf, const ElementRule& rule, const Scope& scope) {
         for (const SourceElement& child : leaf.children) {
-            Error(child, Quoted(child.name) + L" has no place in " + leaf.name);
+            Say(Rule::kMisplacedElement, {child}, Quoted(child.name) + L" has no place in " + leaf.name);
         }
         CheckType(leaf, rule);
         passedOver_.LookAt(leaf);
@@ -358,13 +410,30 @@ class Checker {
         const std::wstring* type = leaf.Attribute(L"type");
         if (type == nullptr) return;
         if (std::find(kTypeNames.begin(), kTypeNames.end(), *type) == kTypeNames.end()) {
-            Error(leaf, L"the type " + Quoted(*type) +
-                            L" is none of BIDI_INT, BIDI_STRING, BIDI_BOOL, BIDI_FLOAT and BIDI_BLOB");
+            Say(Rule::kUnknownType, {leaf, L"type"},
+                L"the type " + Quoted(*type) +
+                    L" is none of BIDI_INT, BIDI_STRING, BIDI_BOOL, BIDI_FLOAT and BIDI_BLOB");
         } else if (!rule.fixedType.empty() && *type != rule.fixedType) {
-            Error(leaf, leaf.name + L" is always " + std::wstring(rule.fixedType) + L", not " + *type);
-        } else if (leaf.name == L"Const" && *type == L"BIDI_BOOL" && leaf.text != L"true" &&
-                   leaf.text != L"false") {
-            Warning(leaf, L"the text " + Quoted(leaf.text) + L" counts as false; only 'true' is true");
+            Say(Rule::kFixedType, {leaf, L"type"},
+                leaf.name + L" is always " + std::wstring(rule.fixedType) + L", not " + *type);
+        } else if (leaf.name == L"Const") {
+            CheckConst(leaf, *type);
+        }
+    }
+
+    // Other than 'no' for false, no text but a number can be meant for one.
+    void CheckConst(const SourceElement& leaf, const std::wstring& type) {
+        if (type == L"BIDI_BOOL" && leaf.text != L"true" && leaf.text != L"false") {
+            Say(Rule::kNotTrue, {leaf},
+                L"the text " + Quoted(leaf.text) + L" counts as false; only 'true' is true");
+        } else if (type == L"BIDI_INT" && !IsInteger(leaf.text)) {
+            Say(Rule::kNoNumber, {leaf},
+                L"the text " + Quoted(leaf.text) +
+                    L" is no integer of 32 bits, and what it begins with is answered, or 0");
+        } else if (type == L"BIDI_FLOAT" && !IsFloat(leaf.text)) {
+            Say(Rule::kNoNumber, {leaf},
+                L"the text " + Quoted(leaf.text) +
+                    L" is no number with a decimal point, and what it begins with is answered, or 0");
         }
     }
 
@@ -376,10 +445,11 @@ class Checker {
             other.file == file_ ? L"in line " + std::to_wstring(other.line)
                                 : L"in " + Printable(other.file->path) + L":" + std::to_wstring(other.line);
         const std::wstring text = L"the leaf " + Quoted(path) + L" is declared already, " + where;
+        const Spot spot{leaf, L"name"};
         if (other.file != file_ && other.element == leaf.name) {
-            Warning(leaf, text + L", and stays as it is there");
+            Say(Rule::kOverriddenLeaf, spot, text + L", and stays as it is there");
         } else {
-            Error(leaf, text + L"; the path would have two answers");
+            Say(Rule::kRepeatedLeaf, spot, text + L"; the path would have two answers");
         }
     }
 
@@ -401,7 +471,7 @@ class Checker {
 
 int CheckReport::Count(Severity severity) const {
     return static_cast<int>(std::count_if(findings.begin(), findings.end(), [&](const Finding& finding) {
-        return finding.severity == severity;
+        return finding.HowBad() == severity;
     }));
 }
 
@@ -422,7 +492,8 @@ CheckReport CheckExtensionFiles(const std::vector<std::wstring>& paths) {
     report.findings = findings.Take();
 
     const auto order = [&](const Finding& finding) {
-        return std::pair(std::find(paths.begin(), paths.end(), finding.file) - paths.begin(), finding.line);
+        return std::tuple(std::find(paths.begin(), paths.end(), finding.file) - paths.begin(),
+                          finding.place.line, finding.place.column);
     };
     std::stable_sort(report.findings.begin(), report.findings.end(),
                      [&](const Finding& left, const Finding& right) { return order(left) < order(right); });

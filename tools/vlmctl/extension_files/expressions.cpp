@@ -1,5 +1,6 @@
 #include "tools/vlmctl/extension_files/expressions.h"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
 
@@ -14,45 +15,41 @@ void ExpressionChecker::BeginFile(const SourceFile& file, Declarations anywhere)
     declarations_.clear();
 }
 
-void ExpressionChecker::Error(const SourceElement& at, std::wstring text) {
-    findings_.Error(file_->path, at.line, std::move(text));
+void ExpressionChecker::Say(Rule rule, const Spot& spot, std::wstring text) {
+    findings_.Add(file_->path, file_->PlaceOf(spot), rule, std::move(text));
 }
 
-void ExpressionChecker::Warning(const SourceElement& at, std::wstring text) {
-    findings_.Warning(file_->path, at.line, std::move(text));
-}
-
-std::vector<std::wstring> ExpressionChecker::CheckParameters(const SourceElement& element,
-                                                             std::wstring_view attribute,
-                                                             const std::wstring& text, const Scope& scope) {
-    const std::optional<std::vector<std::wstring>> used = ParameterNames(text);
-    if (!used) {
-        Error(element,
-              L"the '$' in " + std::wstring(attribute) + L" " + Quoted(text) + L" enclose no parameter");
+std::vector<Piece> ExpressionChecker::CheckParameters(const SourceElement& element,
+                                                      std::wstring_view attribute, const std::wstring& text,
+                                                      const Scope& scope) {
+    const ParameterUses used = ReadParameters(text);
+    if (used.unpaired) {
+        Say(Rule::kUnpairedDollar, {element, attribute, *used.unpaired},
+            L"the '$' in " + std::wstring(attribute) + L" " + Quoted(text) + L" enclose no parameter");
         return {};
     }
-    for (const std::wstring& name : *used) {
-        if (scope.bindings.contains(name)) continue;
-        Error(element, L"no Parameter around it binds " + Quoted(name) + L", which its " +
-                           std::wstring(attribute) + L" uses");
+    for (const Piece& parameter : used.names) {
+        if (scope.bindings.contains(parameter.text)) continue;
+        Say(Rule::kUnboundParameter, {element, attribute, parameter.at},
+            L"no Parameter around it binds " + Quoted(parameter.text) + L", which its " +
+                std::wstring(attribute) + L" uses");
     }
-    return *used;
+    return used.names;
 }
 
 void ExpressionChecker::CheckPlainName(const SourceElement& element, const std::wstring& name,
                                        const Scope& scope) {
-    std::wstring_view rest = name;
-    for (size_t open = rest.find(L'$'); open != std::wstring_view::npos; open = rest.find(L'$')) {
-        rest.remove_prefix(open + 1);
-        const size_t close = rest.find(L'$');
-        if (close == std::wstring_view::npos) return;
-        const std::wstring parameter(rest.substr(0, close));
-        if (scope.bindings.contains(parameter)) {
-            rest.remove_prefix(close + 1);
-        } else if (IsNcName(parameter)) {
-            Warning(element, L"the name " + Quoted(name) + L" keeps its '$': no Parameter around it binds " +
-                                 Quoted(parameter));
+    for (size_t open = name.find(L'$'); open != std::wstring::npos;) {
+        const size_t close = name.find(L'$', open + 1);
+        if (close == std::wstring::npos) return;
+        const std::wstring parameter = name.substr(open + 1, close - open - 1);
+        const bool bound = scope.bindings.contains(parameter);
+        if (!bound && IsNcName(parameter)) {
+            Say(Rule::kKeptDollar, {element, L"name", open},
+                L"the name " + Quoted(name) + L" keeps its '$': no Parameter around it binds " +
+                    Quoted(parameter));
         }
+        open = bound ? name.find(L'$', close + 1) : close;
     }
 }
 
@@ -61,19 +58,19 @@ void ExpressionChecker::CheckQuery(const SourceElement& element) {
     if (query == nullptr) return;
     const std::optional<QualifiedName> name = ParsePrefixedName(*query);
     if (!name) {
-        Error(element, L"the query " + Quoted(*query) + L" is not of the form prefix:name");
+        Say(Rule::kMalformedQuery, {element, L"query"},
+            L"the query " + Quoted(*query) + L" is not of the form prefix:name");
         return;
     }
-    CheckPrefix(element, L"query", name->prefix);
+    CheckPrefix({element, L"query", 0}, name->prefix);
 }
 
-bool ExpressionChecker::CheckPrefix(const SourceElement& element, std::wstring_view attribute,
-                                    const std::wstring& prefix) {
+bool ExpressionChecker::CheckPrefix(const Spot& spot, const std::wstring& prefix) {
     if (prefix == L"xml" || declarations_.contains(prefix)) return true;
     std::wstring text =
-        L"the prefix " + Quoted(prefix) + L" in " + std::wstring(attribute) + L" is not declared";
+        L"the prefix " + Quoted(prefix) + L" in " + std::wstring(spot.attribute) + L" is not declared";
     if (anywhere_.contains(prefix)) text += L" on the Schema element, which is the one place that counts";
-    Error(element, std::move(text));
+    Say(Rule::kUndeclaredPrefix, spot, std::move(text));
     return false;
 }
 
@@ -81,27 +78,42 @@ void ExpressionChecker::CheckFilter(const SourceElement& element, const Scope& s
     const std::wstring* filter = element.Attribute(L"filter");
     if (filter == nullptr || filter->empty()) return;
     if (element.Attribute(L"query") == nullptr && !scope.queried) {
-        Warning(element,
-                element.name + L" has no 'query': the printer is not asked for what its filter reads");
+        Say(Rule::kNoQuery, {element},
+            element.name + L" has no 'query': the printer is not asked for what its filter reads");
     }
-    CheckParameters(element, L"filter", *filter, scope);
-    for (const std::wstring& name : ParametersOutsideLiterals(*filter)) {
-        Warning(element,
-                L"the parameter " + Quoted(name) +
-                    L" stands outside quotes in the filter: a value that is neither a number nor a name "
-                    L"fails the whole query");
-    }
+    const std::vector<Piece> parameters = CheckParameters(element, L"filter", *filter, scope);
+    CheckQuoted(element, *filter, parameters);
     const FilterNames names = ReadFilterNames(*filter);
     bool bound = true;
-    for (const std::wstring& prefix : names.prefixes)
-        bound = CheckPrefix(element, L"filter", prefix) && bound;
+    for (const Piece& prefix : names.prefixes)
+        bound = CheckPrefix({element, L"filter", prefix.at}, prefix.text) && bound;
     if (names.unknownFunction) {
-        Error(element, L"the filter " + Quoted(*filter) + L" calls " + Quoted(*names.unknownFunction) +
-                           L", which is no function of XPath");
-    } else if (bound && ParameterNames(*filter) && !compiler_.Accepts(*filter, declarations_)) {
-        Error(element, L"the filter " + Quoted(*filter) + L" is no XPath behind '//'");
+        Say(Rule::kUnknownFunction, {element, L"filter", names.unknownFunction->at},
+            L"the filter " + Quoted(*filter) + L" calls " + Quoted(names.unknownFunction->text) +
+                L", which is no function of XPath");
+    } else if (bound && !ReadParameters(*filter).unpaired) {
+        if (const std::optional<size_t> at = compiler_.BreaksAt(*filter, declarations_)) {
+            Say(Rule::kMalformedFilter, {element, L"filter", *at},
+                L"the filter " + Quoted(*filter) + L" is no XPath behind '//'");
+        }
     }
     if (bound) CheckStart(element, names);
+}
+
+void ExpressionChecker::CheckQuoted(const SourceElement& element, const std::wstring& filter,
+                                    const std::vector<Piece>& parameters) {
+    for (const std::wstring& name : ParametersOutsideLiterals(filter)) {
+        // Its first use may be inside quotes.
+        const auto use = std::find_if(parameters.begin(), parameters.end(), [&](const Piece& parameter) {
+            const size_t end = parameter.at + parameter.text.size() + 2;
+            const std::vector<std::wstring> outside = ParametersOutsideLiterals(filter.substr(0, end));
+            return !outside.empty() && outside.back() == name && parameter.text == name;
+        });
+        Say(Rule::kUnquotedParameter, {element, L"filter", use != parameters.end() ? use->at : 0},
+            L"the parameter " + Quoted(name) +
+                L" stands outside quotes in the filter: a value that is neither a number nor a name "
+                L"fails the whole query");
+    }
 }
 
 // A printer sends only the elements that were asked for.
@@ -113,9 +125,10 @@ void ExpressionChecker::CheckStart(const SourceElement& element, const FilterNam
     const bool same = first.localName == asked->localName && !first.prefix.empty() &&
                       declarations_[first.prefix] == declarations_[asked->prefix];
     if (same) return;
-    Warning(element, L"the filter starts at " +
-                         Quoted((first.prefix.empty() ? L"" : first.prefix + L":") + first.localName) +
-                         L", not at the queried " + Quoted(*query));
+    Say(Rule::kFilterStart, {element, L"filter", names.firstAt},
+        L"the filter starts at " +
+            Quoted((first.prefix.empty() ? L"" : first.prefix + L":") + first.localName) +
+            L", not at the queried " + Quoted(*query));
 }
 
 }  // namespace vlm::ctl

@@ -34,16 +34,17 @@ class ExpressionChecker {
 
     void CheckQuery(const SourceElement& element);
     void CheckFilter(const SourceElement& element, const Scope& scope);
-    // Checks the parameters in `text`, the value of that attribute, and returns their names.
-    std::vector<std::wstring> CheckParameters(const SourceElement& element, std::wstring_view attribute,
-                                              const std::wstring& text, const Scope& scope);
+    // Checks the parameters in `text`, the value of that attribute, and returns them.
+    std::vector<Piece> CheckParameters(const SourceElement& element, std::wstring_view attribute,
+                                       const std::wstring& text, const Scope& scope);
     // Checks the name of what no Parameter repeats: there only bound parameters are replaced.
     void CheckPlainName(const SourceElement& element, const std::wstring& name, const Scope& scope);
 
  private:
-    void Error(const SourceElement& at, std::wstring text);
-    void Warning(const SourceElement& at, std::wstring text);
-    bool CheckPrefix(const SourceElement& element, std::wstring_view attribute, const std::wstring& prefix);
+    void Say(Rule rule, const Spot& spot, std::wstring text);
+    bool CheckPrefix(const Spot& spot, const std::wstring& prefix);
+    void CheckQuoted(const SourceElement& element, const std::wstring& filter,
+                     const std::vector<Piece>& parameters);
     void CheckStart(const SourceElement& element, const FilterNames& names);
 
     FindingList& findings_;

@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <array>
 
+#include "bidi/filter_cost.h"
+
 namespace vlm::ctl {
 
 namespace {
 
 // A value that stands as well between quotes as alone.
-constexpr wchar_t kSampleValue[] = L"1";
+constexpr wchar_t kSampleValue = L'1';
 
 bool IsBlank(wchar_t c) {
     return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n';
@@ -33,11 +35,12 @@ enum class TokenKind { kName, kAxis, kFunction, kOther };
 struct Token {
     TokenKind kind = TokenKind::kOther;
     QualifiedName name;
+    size_t at = 0;
 };
 
 class Tokenizer {
  public:
-    explicit Tokenizer(std::wstring_view text) : rest_(text) {}
+    explicit Tokenizer(std::wstring_view text) : size_(text.size()), rest_(text) {}
 
     std::optional<Token> Next() {
         SkipBlanks();
@@ -61,7 +64,8 @@ class Tokenizer {
 
  private:
     Token ReadName() {
-        Token token{TokenKind::kName, {L"", Take(NameLength(rest_))}};
+        Token token{TokenKind::kName, {}, size_ - rest_.size()};
+        token.name.localName = Take(NameLength(rest_));
         if (rest_.size() > 1 && rest_[0] == L':' && (rest_[1] == L'*' || StartsName(rest_[1]))) {
             rest_.remove_prefix(1);
             token.name.prefix = std::move(token.name.localName);
@@ -86,6 +90,7 @@ class Tokenizer {
             rest_.remove_prefix(1);
     }
 
+    size_t size_;
     std::wstring_view rest_;
 };
 
@@ -102,16 +107,21 @@ bool IsFunction(const std::wstring& name) {
     return std::find(kFunctions.begin(), kFunctions.end(), name) != kFunctions.end();
 }
 
-std::wstring WithSampleValues(std::wstring_view filter) {
-    std::wstring replaced;
-    bool parameter = false;
-    for (;;) {
-        const size_t end = filter.find(L'$');
-        replaced += parameter ? kSampleValue : filter.substr(0, end);
-        if (end == std::wstring_view::npos) return replaced;
-        filter.remove_prefix(end + 1);
-        parameter = !parameter;
+// The filter with sample values for its parameters.
+struct Sample {
+    std::wstring text;
+    std::vector<size_t> origins;  // of each character, and of the end: its number in the filter
+};
+Sample WithSampleValues(std::wstring_view filter) {
+    Sample sample;
+    for (size_t i = 0; i < filter.size(); ++i) {
+        const size_t close = filter[i] == L'$' ? filter.find(L'$', i + 1) : std::wstring_view::npos;
+        sample.origins.push_back(i);
+        sample.text += close != std::wstring_view::npos ? kSampleValue : filter[i];
+        if (close != std::wstring_view::npos) i = close;
     }
+    sample.origins.push_back(filter.size());
+    return sample;
 }
 
 }  // namespace
@@ -132,30 +142,35 @@ FilterNames ReadFilterNames(std::wstring_view filter) {
     bool atFirstStep = true;
     while (const std::optional<Token> token = tokens.Next()) {
         const QualifiedName& name = token->name;
-        if (atFirstStep && token->kind == TokenKind::kName && name.localName != L"*") names.first = name;
+        if (atFirstStep && token->kind == TokenKind::kName && name.localName != L"*") {
+            names.first = name;
+            names.firstAt = token->at;
+        }
         atFirstStep =
             atFirstStep && token->kind == TokenKind::kAxis &&
             std::find(kDownwardAxes.begin(), kDownwardAxes.end(), name.localName) != kDownwardAxes.end();
-        if (!name.prefix.empty() &&
-            std::find(names.prefixes.begin(), names.prefixes.end(), name.prefix) == names.prefixes.end()) {
-            names.prefixes.push_back(name.prefix);
-        }
+        const auto isIt = [&](const Piece& prefix) { return prefix.text == name.prefix; };
+        if (!name.prefix.empty() && std::none_of(names.prefixes.begin(), names.prefixes.end(), isIt))
+            names.prefixes.push_back({name.prefix, token->at});
         const bool unknown =
             token->kind == TokenKind::kFunction && name.prefix.empty() && !IsFunction(name.localName);
-        if (unknown && !names.unknownFunction) names.unknownFunction = name.localName;
+        if (unknown && !names.unknownFunction) names.unknownFunction = Piece{name.localName, token->at};
     }
     return names;
 }
 
-std::optional<std::vector<std::wstring>> ParameterNames(std::wstring_view text) {
-    std::vector<std::wstring> names;
-    for (size_t begin = text.find(L'$'); begin != std::wstring_view::npos; begin = text.find(L'$')) {
-        const size_t end = text.find(L'$', begin + 1);
-        if (end == std::wstring_view::npos || end == begin + 1) return std::nullopt;
-        names.emplace_back(text.substr(begin + 1, end - begin - 1));
-        text.remove_prefix(end + 1);
+ParameterUses ReadParameters(std::wstring_view text) {
+    ParameterUses uses;
+    for (size_t open = text.find(L'$'); open != std::wstring_view::npos;) {
+        const size_t close = text.find(L'$', open + 1);
+        if (close == std::wstring_view::npos || close == open + 1) {
+            uses.unpaired = open;
+            break;
+        }
+        uses.names.push_back({std::wstring(text.substr(open + 1, close - open - 1)), open});
+        open = text.find(L'$', close + 1);
     }
-    return names;
+    return uses;
 }
 
 FilterCompiler::FilterCompiler() {
@@ -163,10 +178,17 @@ FilterCompiler::FilterCompiler() {
     document_.LoadXml(L"<sample/>", nullptr);
 }
 
-bool FilterCompiler::Accepts(std::wstring_view filter,
-                             const std::map<std::wstring, std::wstring>& declarations) {
+std::optional<size_t> FilterCompiler::BreaksAt(std::wstring_view filter,
+                                               const std::map<std::wstring, std::wstring>& declarations) {
     // "///" is no XPath, but not every parser minds.
-    if (filter.starts_with(L'/')) return false;
+    if (filter.starts_with(L'/')) return 0;
+    constexpr std::wstring_view kBefore = L"//";
+    const Sample sample = WithSampleValues(filter);
+    const std::wstring xpath = std::wstring(kBefore) + sample.text;
+    size_t end = 0;
+    if (!EstimateWork(xpath, {}, &end)) {
+        return sample.origins[std::max(end, kBefore.size()) - kBefore.size()];
+    }
     try {
         if (declarations != bound_) {
             std::vector<NamespaceDeclaration> list;
@@ -176,11 +198,11 @@ bool FilterCompiler::Accepts(std::wstring_view filter,
             document_.SetSelectionNamespaces(list);
             bound_ = declarations;
         }
-        document_.SelectSingleNode((L"//" + WithSampleValues(filter)).c_str());
-        return true;
+        document_.SelectSingleNode(xpath.c_str());
+        return std::nullopt;
     } catch (const _com_error& error) {
         if (error.Error() == E_OUTOFMEMORY) throw;
-        return false;
+        return 0;
     }
 }
 

@@ -20,15 +20,26 @@ struct QualifiedName {
 // Nothing when `text` is no name of the form "prefix:local".
 std::optional<QualifiedName> ParsePrefixedName(std::wstring_view text);
 
+// A piece of a text, and the number of its first character.
+struct Piece {
+    std::wstring text;
+    size_t at = 0;
+};
+
 struct FilterNames {
-    std::vector<std::wstring> prefixes;           // each once, in order
-    std::optional<QualifiedName> first;           // the element that the first step names, if it names one
-    std::optional<std::wstring> unknownFunction;  // that XPath does not have
+    std::vector<Piece> prefixes;         // each once, in order
+    std::optional<QualifiedName> first;  // the element that the first step names, if it names one
+    size_t firstAt = 0;
+    std::optional<Piece> unknownFunction;  // that XPath does not have
 };
 FilterNames ReadFilterNames(std::wstring_view filter);
 
-// The names between "$" and "$" in a filter or a name; nothing when the "$" do not pair or enclose nothing.
-std::optional<std::vector<std::wstring>> ParameterNames(std::wstring_view text);
+// What stands between "$" and "$" in a filter or a name.
+struct ParameterUses {
+    std::vector<Piece> names;
+    std::optional<size_t> unpaired;  // the "$" that has no partner or encloses nothing; nothing follows it
+};
+ParameterUses ReadParameters(std::wstring_view text);
 
 // Tells whether XPath takes a filter as the engine would run it. COM must be initialised on the thread.
 class FilterCompiler {
@@ -36,7 +47,10 @@ class FilterCompiler {
     FilterCompiler();
 
     // `filter` with sample values in place of its parameters, behind "//", the prefixes bound as declared.
-    bool Accepts(std::wstring_view filter, const std::map<std::wstring, std::wstring>& declarations);
+    // Nothing when it is taken, else the number of the character at which it ceases to be an XPath
+    // expression; 0 also for one that selects no nodes.
+    std::optional<size_t> BreaksAt(std::wstring_view filter,
+                                   const std::map<std::wstring, std::wstring>& declarations);
 
  private:
     CXMLDoc document_;

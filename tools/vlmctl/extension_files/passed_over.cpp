@@ -22,39 +22,39 @@ void PassedOver::LookAt(const SourceElement& element) {
         return rule != nullptr && rule->Allows(attribute) && IsSet(element, attribute);
     };
     if (element.name == kPortStatus) {
-        Add(element, kPortStatus,
+        Add({element}, kPortStatus,
             L"PortStatus is not read: the port's status stays what the port monitor below makes it");
     }
     if (has(kDriverEvent)) {
-        Add(element, kDriverEvent,
+        Add({element, kDriverEvent}, kDriverEvent,
             L"drvPrinterEvent has no effect: nobody is told when a value changes; who wants to know asks "
             L"again");
     }
     if (has(kLocalized)) {
-        Add(element, kLocalized,
+        Add({element, kLocalized}, kLocalized,
             L"xmllang has no effect: of a text in several languages the first one that the printer sends is "
             L"answered");
     }
     // With or without "optional", it is a default or nothing.
     if (rule != nullptr && rule->Allows(kOptional) && !element.text.empty()) {
-        Add(element, kOptional,
+        Add({element}, kOptional,
             L"the default text " + Quoted(element.text) +
                 L" is not used: a value that the printer lacks is answered with 232, no value");
     }
 }
 
-void PassedOver::Say(const std::wstring& file, FindingList& findings) {
+void PassedOver::Say(const SourceFile& file, FindingList& findings) {
     for (auto& [what, seen] : seen_) {
         if (seen.places > 1)
             seen.text += L" (here and in " + std::to_wstring(seen.places - 1) +
                          (seen.places == 2 ? L" more place)" : L" more places)");
-        findings.Warning(file, seen.line, std::move(seen.text));
+        findings.Add(file.path, file.PlaceOf(seen.first), Rule::kPassedOver, std::move(seen.text));
     }
     seen_.clear();
 }
 
-void PassedOver::Add(const SourceElement& element, std::wstring_view what, std::wstring text) {
-    const auto [seen, added] = seen_.try_emplace(what, Seen{element.line, 1, std::move(text)});
+void PassedOver::Add(const Spot& spot, std::wstring_view what, std::wstring text) {
+    const auto [seen, added] = seen_.try_emplace(what, Seen{spot, 1, std::move(text)});
     if (!added) ++seen->second.places;
 }
 

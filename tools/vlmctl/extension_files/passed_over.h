@@ -13,19 +13,19 @@ namespace vlm::ctl {
 
 class PassedOver {
  public:
-    // A leaf, or a PortStatus beside Schema.
+    // A leaf, or a PortStatus beside Schema. Keeps a reference to it until Say().
     void LookAt(const SourceElement& element);
     // Tells about what was seen since the last call, all of it in `file`.
-    void Say(const std::wstring& file, FindingList& findings);
+    void Say(const SourceFile& file, FindingList& findings);
 
  private:
     struct Seen {
-        int line;
+        Spot first;
         int places;
         std::wstring text;
     };
 
-    void Add(const SourceElement& element, std::wstring_view what, std::wstring text);
+    void Add(const Spot& spot, std::wstring_view what, std::wstring text);
 
     std::map<std::wstring_view, Seen> seen_;
 };

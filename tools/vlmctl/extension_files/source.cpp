@@ -13,44 +13,47 @@ namespace vlm::ctl {
 
 namespace {
 
-// Where start tags begin, found by one pass over the bytes. The parser's own position is no help here: it
-// stands behind a start tag, which may be several lines long, and its column counts differently from parser
-// to parser.
+// Where start tags begin, found by one pass over the text.
 struct TagScan {
-    std::vector<int> startLines;   // one for each start tag, in order
-    std::vector<size_t> lineEnds;  // the offset in bytes behind each line feed, and the end of the text
-    int doctypeLine = 0;           // 0: none
+    std::vector<size_t> starts;     // one for each start tag, in order
+    std::optional<size_t> doctype;  // where one stands
 };
 
 bool IsUtf16(std::string_view bytes) {
     return bytes.substr(0, 2) == "\xFF\xFE" || bytes.substr(0, 2) == "\xFE\xFF";
 }
 
-// The markup characters of `bytes` as ASCII. Whatever is not ASCII cannot be markup and becomes '?'.
-std::string MarkupCharacters(std::string_view bytes) {
-    if (!IsUtf16(bytes)) return std::string(bytes);
+constexpr std::string_view kUtf8Mark = "\xEF\xBB\xBF";
+// Stands for the second unit of a pair.
+constexpr char kSecondHalf = '\x80';
+
+std::string FromUtf16(std::string_view bytes) {
     const bool little = bytes.front() == '\xFF';
     std::string ascii;
     ascii.reserve(bytes.size() / 2);
     for (size_t i = 2; i + 1 < bytes.size(); i += 2) {
         const char low = little ? bytes[i] : bytes[i + 1];
-        const char high = little ? bytes[i + 1] : bytes[i];
-        ascii.push_back(high == 0 ? low : '?');
+        const auto high = static_cast<unsigned char>(little ? bytes[i + 1] : bytes[i]);
+        const bool secondHalf = high >= 0xDC && high <= 0xDF;
+        ascii.push_back(high == 0 && low >= 0 ? low : secondHalf ? kSecondHalf : '?');
     }
     return ascii;
 }
 
-TagScan ScanTags(std::string_view bytes) {
-    const std::string text = MarkupCharacters(bytes);
+// Whether the XML declaration names an encoding of one byte for each character.
+bool DeclaresBytes(std::string_view text) {
+    if (!text.starts_with("<?xml")) return false;
+    const std::string_view declaration = text.substr(0, text.find("?>"));
+    const size_t name = declaration.find("encoding");
+    if (name == std::string_view::npos) return false;
+    const size_t quote = declaration.find_first_of("\"'", name);
+    if (quote == std::string_view::npos) return false;
+    const std::string_view value = declaration.substr(quote + 1);
+    return _strnicmp(value.data(), "utf", std::min<size_t>(3, value.size())) != 0;
+}
+
+TagScan ScanTags(const std::string& text) {
     TagScan scan;
-    int line = 1;
-    size_t counted = 0;
-    const auto lineAt = [&](size_t position) {
-        line += static_cast<int>(std::count(text.begin() + static_cast<std::ptrdiff_t>(counted),
-                                            text.begin() + static_cast<std::ptrdiff_t>(position), '\n'));
-        counted = position;
-        return line;
-    };
     const auto startsWith = [&](size_t position, std::string_view what) {
         return std::string_view(text).substr(position, what.size()) == what;
     };
@@ -68,19 +71,15 @@ TagScan ScanTags(std::string_view bytes) {
         } else if (startsWith(position, "<?")) {
             position = skipPast(position, "?>");
         } else if (startsWith(position, "<!")) {
-            if (scan.doctypeLine == 0) scan.doctypeLine = lineAt(position);
+            if (!scan.doctype) scan.doctype = position;
             ++position;
         } else {
             // A '<' cannot stand in an attribute value, so the next one begins the next piece of markup.
-            if (!startsWith(position, "</")) scan.startLines.push_back(lineAt(position));
+            if (!startsWith(position, "</")) scan.starts.push_back(position);
             ++position;
         }
         position = text.find('<', position);
     }
-    for (size_t i = text.find('\n'); i != std::string::npos; i = text.find('\n', i + 1)) {
-        scan.lineEnds.push_back(IsUtf16(bytes) ? 2 + 2 * (i + 1) : i + 1);
-    }
-    if (scan.lineEnds.empty() || scan.lineEnds.back() != bytes.size()) scan.lineEnds.push_back(bytes.size());
     return scan;
 }
 
@@ -103,7 +102,7 @@ std::wstring Trimmed(const std::wstring& text) {
 // forget the handlers before they go.
 class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
  public:
-    explicit TreeBuilder(const TagScan& scan) : scan_(scan) {}
+    TreeBuilder(const SourceText& text, const TagScan& scan) : text_(text), scan_(scan) {}
 
     std::optional<SourceElement> TakeRoot() { return std::move(root_); }
     // Where the parser saw the fault, and what it says; for a stop of our own, why.
@@ -144,8 +143,9 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
             element.name = TakeText(name, nameLength);
             element.namespaceUri = TakeText(uri, uriLength);
             element.declarations.swap(pending_);
-            if (count_ < scan_.startLines.size()) lastLine_ = scan_.startLines[count_];
+            if (count_ < scan_.starts.size()) element.tag = scan_.starts[count_];
             ++count_;
+            lastLine_ = text_.LineOf(element.tag);
             element.line = lastLine_;
             if (open_.size() >= kExtensionFileLimits.depth) {
                 stopped_ = true;
@@ -229,6 +229,7 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
             fault_.pop_back();
     }
 
+    const SourceText& text_;
     const TagScan& scan_;
     std::map<std::wstring, std::wstring> pending_;  // declarations of the element that starts next
     std::vector<SourceElement> open_;               // the path from the root to where the parser stands
@@ -262,26 +263,143 @@ bool Parse(std::string_view bytes, TreeBuilder& builder) {
     return result == S_OK;
 }
 
-// The line of a fault that the parser met at or behind `line`. A parser's position may stand at the last
-// piece that was in order, lines before the fault; so the fault's line is the first one up to which the text
+// The place of a fault that the parser met at or behind `line`. A parser's position may stand at the last
+// piece that was in order, lines before the fault; so the fault's place is the first one up to which the text
 // shows that same fault.
-int LineOfFault(std::string_view bytes, const TagScan& scan, int line, const std::wstring& fault) {
-    const auto showsFault = [&](size_t lines) {
-        TreeBuilder builder(scan);
-        return !Parse(bytes.substr(0, scan.lineEnds[lines - 1]), builder) && builder.Fault() == fault;
+Place PlaceOfFault(std::string_view bytes, const SourceText& text, const TagScan& scan, int line,
+                   const std::wstring& fault) {
+    const auto showsFault = [&](size_t end) {
+        TreeBuilder builder(text, scan);
+        return !Parse(bytes.substr(0, text.BytesBefore(end)), builder) && builder.Fault() == fault;
     };
-    size_t high = scan.lineEnds.size();
-    size_t low = std::min(static_cast<size_t>(line), high) - 1;
+    // The least number above `low` whose text shows the fault, when that of `high` does.
+    const auto bisect = [&](size_t low, size_t high, auto endOf) {
+        while (high - low > 1) {
+            const size_t middle = low + (high - low) / 2;
+            (showsFault(endOf(middle)) ? high : low) = middle;
+        }
+        return high;
+    };
+    const size_t end = text.Characters().size();
+    const size_t before = text.StartOf(std::min(static_cast<size_t>(line), text.Lines()) - 1);
     // A text that shows its fault wherever it is cut ends too early: the fault is at its end.
-    if (low > 0 && showsFault(low)) return static_cast<int>(high);
-    while (high - low > 1) {
-        const size_t middle = low + (high - low) / 2;
-        (showsFault(middle) ? high : low) = middle;
-    }
-    return static_cast<int>(high);
+    if (showsFault(before == 0 ? 1 : before)) return text.At(end);
+    const size_t lines = bisect(static_cast<size_t>(text.LineOf(before)) - 1, text.Lines(),
+                                [&](size_t count) { return text.StartOf(count); });
+    const size_t start = text.StartOf(lines - 1);
+    return text.At(bisect(start, text.StartOf(lines), [](size_t position) { return position; }) - 1);
+}
+
+bool IsBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
 
 }  // namespace
+
+SourceText::SourceText(std::string_view bytes) {
+    if (IsUtf16(bytes)) {
+        units_ = Units::kUtf16;
+        characters_ = FromUtf16(bytes);
+    } else {
+        characters_ = bytes;
+        if (DeclaresBytes(bytes)) units_ = Units::kBytes;
+    }
+    lineStarts_.push_back(characters_.starts_with(kUtf8Mark) ? kUtf8Mark.size() : 0);
+    for (size_t i = characters_.find('\n'); i != std::string::npos; i = characters_.find('\n', i + 1)) {
+        if (i + 1 < characters_.size()) lineStarts_.push_back(i + 1);
+    }
+}
+
+size_t SourceText::StartOf(size_t line) const {
+    return line < lineStarts_.size() ? lineStarts_[line] : characters_.size();
+}
+
+size_t SourceText::BytesBefore(size_t position) const {
+    return units_ == Units::kUtf16 ? 2 + 2 * position : position;
+}
+
+int SourceText::LineOf(size_t position) const {
+    const auto behind = std::upper_bound(lineStarts_.begin() + 1, lineStarts_.end(), position);
+    return static_cast<int>(behind - lineStarts_.begin());
+}
+
+Place SourceText::At(size_t position) const {
+    Place place{LineOf(position), 1};
+    for (size_t i = StartOf(static_cast<size_t>(place.line) - 1); i < std::min(position, characters_.size());
+         ++i) {
+        if (Begins(i)) ++place.column;
+    }
+    return place;
+}
+
+bool SourceText::Begins(size_t position) const {
+    return units_ == Units::kBytes || (static_cast<unsigned char>(characters_[position]) & 0xC0) != 0x80;
+}
+
+size_t SourceText::Utf16Units(size_t position) const {
+    if (units_ != Units::kUtf8) return 1;
+    if (!Begins(position)) return 0;
+    return static_cast<unsigned char>(characters_[position]) >= 0xF0 ? 2 : 1;
+}
+
+std::optional<SourceText::Attribute> SourceText::Find(size_t tag, std::wstring_view attribute) const {
+    const std::string wanted = host::ToUtf8(std::wstring(attribute));
+    const std::string& text = characters_;
+    const auto skip = [&](size_t position, auto passes) {
+        while (position < text.size() && passes(text[position]))
+            ++position;
+        return position;
+    };
+    const auto inName = [](char c) { return !IsBlank(c) && c != '=' && c != '>' && c != '/'; };
+    size_t position = skip(tag, inName);
+    for (;;) {
+        const size_t name = skip(position, [](char c) { return IsBlank(c); });
+        const size_t nameEnd = skip(name, inName);
+        const size_t quote = text.find_first_of("\"'", nameEnd);
+        if (nameEnd == name || quote == std::string::npos) return std::nullopt;
+        if (std::string_view(text).substr(name, nameEnd - name) == wanted) return Attribute{name, quote + 1};
+        const size_t end = text.find(text[quote], quote + 1);
+        if (end == std::string::npos) return std::nullopt;
+        position = end + 1;
+    }
+}
+
+Place SourceText::OfAttribute(size_t tag, std::wstring_view attribute) const {
+    const std::optional<Attribute> found = Find(tag, attribute);
+    return At(found ? found->name : tag);
+}
+
+Place SourceText::InAttribute(size_t tag, std::wstring_view attribute, size_t character) const {
+    const std::optional<Attribute> found = Find(tag, attribute);
+    if (!found) return At(tag);
+    const char quote = characters_[found->value - 1];
+    size_t position = found->value;
+    for (size_t passed = 0; position < characters_.size() && characters_[position] != quote;) {
+        size_t units = Utf16Units(position);
+        size_t next = position + 1;
+        if (characters_[position] == '&') {
+            next = std::min(characters_.find(';', position), characters_.size() - 1) + 1;
+            const std::string reference = characters_.substr(position, next - position);
+            const bool hex = reference.starts_with("&#x");
+            const bool number = reference.starts_with("&#");
+            const unsigned long code =
+                number ? std::strtoul(reference.c_str() + (hex ? 3 : 2), nullptr, hex ? 16 : 10) : 0;
+            units = code > 0xFFFF ? 2 : 1;
+        } else if (characters_.compare(position, 2, "\r\n") == 0) {
+            next = position + 2;
+        }
+        passed += units;
+        if (passed > character) break;
+        position = next;
+    }
+    return At(position);
+}
+
+Place SourceFile::PlaceOf(const Spot& spot) const {
+    if (spot.attribute.empty()) return text->At(spot.element.tag);
+    if (spot.character) return text->InAttribute(spot.element.tag, spot.attribute, *spot.character);
+    return text->OfAttribute(spot.element.tag, spot.attribute);
+}
 
 const std::wstring* SourceElement::Attribute(std::wstring_view attribute) const {
     const auto found =
@@ -315,29 +433,33 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit,
 
 std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view bytes,
                                       FindingList& findings) {
-    const auto refuse = [&](int line, const std::wstring& text) {
-        findings.Error(path, line, text);
+    const auto text = std::make_shared<const SourceText>(bytes);
+    const auto refuse = [&](Place place, Rule rule, const std::wstring& what) {
+        findings.Add(path, place, rule, what);
         return std::nullopt;
     };
     const XmlRefusal refusal = CheckXmlBounds(bytes, kExtensionFileLimits);
-    const TagScan scan = ScanTags(bytes);
+    const TagScan scan = ScanTags(text->Characters());
     if (refusal != XmlRefusal::kNone && refusal != XmlRefusal::kTooDeep) {
-        const bool atDoctype = refusal == XmlRefusal::kDocumentType && scan.doctypeLine != 0;
-        return refuse(atDoctype ? scan.doctypeLine : 1, std::wstring(L"the file ") + Describe(refusal));
+        const bool atDoctype = refusal == XmlRefusal::kDocumentType && scan.doctype;
+        return refuse(atDoctype ? text->At(*scan.doctype) : Place(), Rule::kBeyondLimits,
+                      std::wstring(L"the file ") + Describe(refusal));
     }
-    if (bytes.empty()) return refuse(1, L"the file is empty");
+    if (bytes.empty()) return refuse({}, Rule::kNotWellFormed, L"the file is empty");
 
-    TreeBuilder builder(scan);
+    TreeBuilder builder(*text, scan);
     if (Parse(bytes, builder)) {
-        if (std::optional<SourceElement> root = builder.TakeRoot()) return SourceFile{path, std::move(*root)};
+        if (std::optional<SourceElement> root = builder.TakeRoot())
+            return SourceFile{path, text, std::move(*root)};
     }
     if (builder.TooDeep()) {
-        return refuse(builder.FaultLine(), L"elements are nested deeper than " +
-                                               std::to_wstring(kExtensionFileLimits.depth) + L" levels");
+        return refuse(
+            {builder.FaultLine(), 1}, Rule::kBeyondLimits,
+            L"elements are nested deeper than " + std::to_wstring(kExtensionFileLimits.depth) + L" levels");
     }
     const std::wstring& fault = builder.Fault();
-    const int line = LineOfFault(bytes, scan, builder.FaultLine(), fault);
-    return refuse(line, L"not well-formed" + (fault.empty() ? std::wstring() : L": " + Printable(fault)));
+    return refuse(PlaceOfFault(bytes, *text, scan, builder.FaultLine(), fault), Rule::kNotWellFormed,
+                  L"not well-formed" + (fault.empty() ? std::wstring() : L": " + Printable(fault)));
 }
 
 }  // namespace vlm::ctl

@@ -36,10 +36,10 @@ CheckResult CheckFiles(const std::vector<std::wstring>& files) {
     const char* const advice = "; 'vlmctl bidi check' tells all about a file";
     if (!report.unreadable.empty()) return Wrong(Shown(report.unreadable.front()) + advice);
     for (const Finding& finding : report.findings)
-        if (finding.severity == Severity::kError)
+        if (finding.HowBad() == Severity::kError)
             return Wrong(fmt::format("the first of {} is in {}, line {}: {}{}",
                                      Counted(report.Count(Severity::kError), "error"), Shown(finding.file),
-                                     finding.line, ToUtf8(finding.text), advice));
+                                     finding.place.line, ToUtf8(finding.text), advice));
     return {kWhat, Health::kOk,
             Counted(files.size(), "file") + ", " + Counted(report.Count(Severity::kWarning), "warning")};
 }
