@@ -48,7 +48,7 @@ void AnswerPass::Append(const SchemaElement& leaf, const std::wstring& path,
     QueryBudget& budget = answer_.Budget();
     budget.Spend(Expense::kEntries, 1, leaf);
     budget.Spend(Expense::kAnswerText, path.size() + (answer.text ? answer.text->size() : 0), leaf);
-    answers.push_back({path, &answer});
+    answers.push_back({path, &answer, &leaf});
 }
 
 LeafAnswer AnswerPass::Evaluate(const SchemaElement& leaf) const {

@@ -21,6 +21,7 @@ struct LeafAnswer {
 struct NamedAnswer {
     std::wstring path;  // of the leaf
     const LeafAnswer* answer;
+    const SchemaElement* leaf;
 };
 
 class AnswerPass {

@@ -117,9 +117,9 @@ class Reader {
         element.query = attributes.Find(query_);
         element.parameter = attributes.Find(parameter_);
         if (element.kind == ElementKind::kConst) element.text = TextOf(node);
-        const size_t number = elements_++;
+        element.number = elements_++;
         if (element.kind == ElementKind::kSchema) {
-            element.namespaces = namespaces_.Of(number);
+            element.namespaces = namespaces_.Of(element.number);
             // xmlns="" says that names without prefix are in no namespace, which they are in XPath anyway.
             std::erase_if(element.namespaces,
                           [](const auto& declaration) { return declaration.uri.empty(); });

@@ -53,13 +53,15 @@ class Expander {
         for (const SchemaElement& child : source.children) {
             if (child.IsTemplate()) {
                 const SchemaElement* const binding[] = {&child};
-                Instantiate(binding, child, target);
+                std::vector<BoundParameter> bound;
+                Instantiate(binding, child, target, bound);
             } else if (child.kind == ElementKind::kProperty && child.HasBinding()) {
                 std::vector<const SchemaElement*> bindings;
                 for (const SchemaElement& candidate : child.children) {
                     if (candidate.IsBinding()) bindings.push_back(&candidate);
                 }
-                Instantiate(bindings, child, target);
+                std::vector<BoundParameter> bound;
+                Instantiate(bindings, child, target, bound);
             } else if (!child.IsBinding()) {
                 target.children.push_back(Expand(child));
             }
@@ -68,14 +70,18 @@ class Expander {
 
     // One Property below `target` for each way of binding the Parameters to nodes of the answer. As deep as
     // there are Parameters within each other, which is bounded for the stack's sake.
+    // `bound` has what those before bound.
     void Instantiate(std::span<const SchemaElement* const> bindings, const SchemaElement& source,
-                     SchemaElement& target) {
+                     SchemaElement& target, std::vector<BoundParameter>& bound) {
         if (bindings.empty()) {
             SchemaElement instance;
             Budget().Spend(Expense::kInstances, 1, source);
             instance.kind = ElementKind::kProperty;
             instance.tag = L"Property";
             instance.file = source.file;
+            instance.number = source.number;
+            instance.declared = &source;
+            instance.bound = bound;
             instance.name = NameOf(source);
             ExpandChildren(source, instance);
             target.children.push_back(std::move(instance));
@@ -89,16 +95,20 @@ class Expander {
         }
         ++nesting_;
         const std::wstring name = binding.parameter.value_or(L"");
-        const ComPtr<IXMLDOMNodeList> nodes = answer_.All(FilterOf(binding), binding);
+        const auto filter = std::make_shared<const std::wstring>(FilterOf(binding));
+        const ComPtr<IXMLDOMNodeList> nodes = answer_.All(*filter, binding);
         const auto outer = parameters_.find(name);
         const std::optional<std::wstring> shadowed =
             outer != parameters_.end() ? std::optional(outer->second) : std::nullopt;
+        size_t number = 0;
         while (const ComPtr<IXMLDOMNode> node = NextNode(nodes.Get())) {
             std::wstring value = TextOf(node.Get());
             Budget().CheckTime(binding);
             Budget().Spend(Expense::kBoundText, value.size(), binding);
+            bound.push_back({&binding, filter, number++, value});
             parameters_[name] = std::move(value);
-            Instantiate(bindings.subspan(1), source, target);
+            Instantiate(bindings.subspan(1), source, target, bound);
+            bound.pop_back();
         }
         if (shadowed) {
             parameters_[name] = *shadowed;
@@ -116,6 +126,8 @@ class Expander {
         copy.name = source.name;
         copy.type = source.type;
         copy.file = source.file;
+        copy.number = source.number;
+        copy.declared = &source;
         copy.text = source.text;
         return copy;
     }

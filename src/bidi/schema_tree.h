@@ -26,6 +26,16 @@ enum class ElementKind {
     kConst,
 };
 
+struct SchemaElement;
+
+// What one Parameter gave to one instance.
+struct BoundParameter {
+    const SchemaElement* parameter;              // as declared
+    std::shared_ptr<const std::wstring> filter;  // with the values of the parameters around it
+    size_t node;                                 // the number of the node that the value is of, from 0
+    std::wstring value;
+};
+
 struct SchemaElement {
     ElementKind kind = ElementKind::kOther;
     std::wstring tag;  // the qualified name
@@ -35,9 +45,14 @@ struct SchemaElement {
     std::optional<std::wstring> query;
     std::optional<std::wstring> parameter;
     std::shared_ptr<const std::wstring> file;      // the path of the file that declares it; null for none
+    size_t number = 0;                             // in that file, in document order; the root is 0
     std::wstring text;                             // of a Const
     std::vector<NamespaceDeclaration> namespaces;  // of a Schema
     std::vector<SchemaElement> children;           // in document order
+    // In a tree whose parameters are expanded: what the element was made of, and of an instance by which
+    // values, those of outer instances not among them.
+    const SchemaElement* declared = nullptr;
+    std::vector<BoundParameter> bound;
 
     bool IsLeaf() const { return kind >= ElementKind::kValue; }
     // A Parameter makes instances from printer data. Two ways of writing it exist: either it carries the

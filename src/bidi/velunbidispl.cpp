@@ -222,6 +222,14 @@ void CVelunBidiSpl::Bind(std::string_view response) {
     bound_ = std::move(bound);
 }
 
+const SchemaTree* CVelunBidiSpl::Expanded() const {
+    return bound_ ? bound_->expanded.get() : nullptr;
+}
+
+const AnswerSearch* CVelunBidiSpl::Search() const {
+    return bound_ ? &bound_->search : nullptr;
+}
+
 bool CVelunBidiSpl::ReadyToAnswer() const {
     if (!extension_) {
         Trace(L"CVelunBidiSpl::SendRecvXMLString - Error: must call init first\r\n");

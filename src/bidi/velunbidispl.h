@@ -35,6 +35,7 @@
 namespace vlm {
 
 struct LeafAnswer;
+class AnswerSearch;
 class SchemaTree;
 
 class CVelunBidiSpl {
@@ -88,6 +89,12 @@ class CVelunBidiSpl {
     // Why the last call failed, in one line that names the file, the element or the path at fault. Empty
     // after a success.
     const std::wstring& Reason() const { return reason_; }
+
+    // What the engine works on, for whoever explains its answers; null before Init, and before an answer is
+    // bound.
+    const SchemaTree* Declared() const { return extension_.get(); }
+    const SchemaTree* Expanded() const;
+    const AnswerSearch* Search() const;
 
  private:
     struct BoundAnswer;

@@ -111,20 +111,26 @@ CLI::App* AddQuery(CLI::App& bidi, const char* name, const char* what,
     return command;
 }
 
-void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* action) {
-    auto options = std::make_shared<BidiOptions>();
-    CLI::App* command = AddQuery(bidi, name, what, options);
+// Where the printer's answer comes from: one of two. The option for the second.
+CLI::Option* AddSource(CLI::App* command, BidiSources& sources) {
     CLI::Option_group* source = command->add_option_group("Source");
-    CLI::Option* saved = source->add_option("--wsd", options->sources.printerAnswer,
+    CLI::Option* saved = source->add_option("--wsd", sources.printerAnswer,
                                             "The printer's GetPrinterElements answer, saved in a file; of it "
                                             "count the elements that the paths ask for, as live");
     command
-        ->add_flag("--whole", options->sources.wholeAnswer,
+        ->add_flag("--whole", sources.wholeAnswer,
                    "All that is in the saved answer counts, whatever the paths ask for")
         ->needs(saved);
-    CLI::Option* printer = source->add_option("--printer", options->sources.printerUrl,
+    CLI::Option* printer = source->add_option("--printer", sources.printerUrl,
                                               "Address of the printer's print service, asked live");
     source->require_option(1);
+    return printer;
+}
+
+void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* action) {
+    auto options = std::make_shared<BidiOptions>();
+    CLI::App* command = AddQuery(bidi, name, what, options);
+    CLI::Option* printer = AddSource(command, options->sources);
     CLI::Option* through =
         command
             ->add_option("--port", options->port,
@@ -137,6 +143,22 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
     command->add_option("PATH", options->paths, "Schema path, such as \\Printer.Consumables.Black:Level")
         ->required();
     command->callback([options, action] { Ask(*options, action); });
+}
+
+void AddExplain(CLI::App& bidi) {
+    auto options = std::make_shared<BidiOptions>();
+    CLI::App* command = AddQuery(
+        bidi, "explain", "Follow one path step by step, and say why it has its value, or none", options);
+    AddSource(command, options->sources);
+    auto path = std::make_shared<std::string>();
+    command->add_option("PATH", *path, "Schema path, such as \\Printer.Consumables.Black:Level")->required();
+    command->callback([options, path] {
+        const Explanation explanation = Explain(options->sources, *path);
+        PrintExplanation(explanation, options->json);
+        if (explanation.verdict == Verdict::kFailed) throw CommandError(explanation.why);
+        if (explanation.verdict != Verdict::kFound)
+            throw CommandError(Shown(*path) + ": " + explanation.why, kNothingFound);
+    });
 }
 
 void AddCheck(CLI::App& bidi) {
@@ -170,6 +192,7 @@ void AddBidiCommands(CLI::App& app) {
         PrintElements(NeededElements(enumOptions->sources, enumOptions->paths), enumOptions->json);
     });
 
+    AddExplain(*bidi);
     AddCheck(*bidi);
 }
 

@@ -17,7 +17,7 @@ using host::ToUtf8;
 
 constexpr size_t kLongestFileName = 1024;
 
-const char* NameOf(Severity severity) {
+const char* SeverityName(Severity severity) {
     return severity == Severity::kError ? "error" : "warning";
 }
 
@@ -44,7 +44,7 @@ Json SarifRules() {
     for (const RuleText& rule : Rules()) {
         rules.push_back({{"id", rule.id},
                          {"shortDescription", {{"text", rule.text}}},
-                         {"defaultConfiguration", {{"level", NameOf(rule.severity)}}}});
+                         {"defaultConfiguration", {{"level", SeverityName(rule.severity)}}}});
     }
     return rules;
 }
@@ -57,7 +57,7 @@ Json SarifResults(const CheckReport& report) {
             {"physicalLocation", {{"artifactLocation", {{"uri", UriOf(finding.file)}}}, {"region", region}}}};
         results.push_back({{"ruleId", About(finding.rule).id},
                            {"ruleIndex", static_cast<int>(finding.rule)},
-                           {"level", NameOf(finding.HowBad())},
+                           {"level", SeverityName(finding.HowBad())},
                            {"message", {{"text", ToUtf8(finding.text)}}},
                            {"locations", Json::array({location})}});
     }
@@ -76,8 +76,8 @@ Json SarifInvocation(const CheckReport& report) {
 void PrintFindings(const CheckReport& report) {
     for (const Finding& finding : report.findings) {
         PrintLine("{}:{}:{}: {}: {} [{}]", ToUtf8(Printable(finding.file, kLongestFileName)),
-                  finding.place.line, finding.place.column, NameOf(finding.HowBad()), ToUtf8(finding.text),
-                  About(finding.rule).id);
+                  finding.place.line, finding.place.column, SeverityName(finding.HowBad()),
+                  ToUtf8(finding.text), About(finding.rule).id);
     }
 }
 
@@ -87,7 +87,7 @@ void PrintFindingsAsJson(const CheckReport& report) {
         list.push_back({{"file", ToUtf8(finding.file)},
                         {"line", finding.place.line},
                         {"column", finding.place.column},
-                        {"severity", NameOf(finding.HowBad())},
+                        {"severity", SeverityName(finding.HowBad())},
                         {"rule", About(finding.rule).id},
                         {"text", ToUtf8(finding.text)}});
     }

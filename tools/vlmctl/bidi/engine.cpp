@@ -26,16 +26,6 @@ namespace {
 using host::FromUtf8;
 using host::ToUtf8;
 
-std::wstring FullPath(const std::string& path) {
-    const std::wstring given = FromUtf8(path);
-    std::wstring full(32768, L'\0');
-    const DWORD length =
-        GetFullPathNameW(given.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
-    if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is no path");
-    full.resize(length);
-    return full;
-}
-
 void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extensions) {
     std::wstring list = L"<BidiExtensionFiles>";
     for (const std::string& extension : extensions) {
@@ -52,8 +42,8 @@ void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extension
         const auto bytes = ReadFileBytes(FullPath(extension), kExtensionFileLimits.bytes, problem);
         if (!bytes || ParseSource(FromUtf8(extension), *bytes, findings)) continue;
         const Finding fault = findings.Take().front();
-        outcome.reason =
-            Printable(fault.file, MAX_PATH) + L":" + std::to_wstring(fault.line) + L": " + fault.text;
+        outcome.reason = Printable(fault.file, MAX_PATH) + L":" + std::to_wstring(fault.place.line) + L":" +
+                         std::to_wstring(fault.place.column) + L": " + fault.text;
         break;
     }
     ThrowFailure("the extension files cannot be used", outcome);
@@ -68,15 +58,15 @@ bool QueryFor(CVelunBidiSpl& engine, BidiRequest& request, _bstr_t& queryXml) {
 }
 
 // The texts of the Name elements of an EnumQueryElement document.
-std::vector<NeededElement> NamesIn(const wchar_t* queryXml) {
+std::vector<std::string> NamesIn(const wchar_t* queryXml) {
     CXMLDoc document;
     document.Init();
     document.LoadXml(queryXml, nullptr);
     const ComPtr<IXMLDOMNodeList> list = document.SelectNodes(L"/EnumQueryElement/Name");
-    std::vector<NeededElement> elements;
+    std::vector<std::string> names;
     while (const ComPtr<IXMLDOMNode> name = NextNode(list.Get()))
-        elements.push_back({ToUtf8(TextOf(name.Get())), std::nullopt});
-    return elements;
+        names.push_back(ToUtf8(TextOf(name.Get())));
+    return names;
 }
 
 std::string ReadSavedAnswer(const std::string& file) {
@@ -103,8 +93,8 @@ std::string InAnswer(const std::string& name, const std::vector<NamespaceDeclara
 std::string OnlyAskedFor(const std::string& clean, const _bstr_t& queryXml,
                          const std::vector<NamespaceDeclaration>& prefixes) {
     std::set<std::string> asked;
-    for (const NeededElement& element : NamesIn(queryXml))
-        asked.insert(InAnswer(element.name, prefixes));
+    for (const std::string& name : NamesIn(queryXml))
+        asked.insert(InAnswer(name, prefixes));
     CXMLDoc document;
     document.Init();
     document.LoadBytes(clean, nullptr);
@@ -145,40 +135,60 @@ void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t
 
 }  // namespace
 
+std::wstring FullPath(const std::string& path) {
+    const std::wstring given = FromUtf8(path);
+    std::wstring full(32768, L'\0');
+    const DWORD length =
+        GetFullPathNameW(given.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
+    if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is no path");
+    full.resize(length);
+    return full;
+}
+
 void CheckUsable(const std::vector<std::string>& extensions) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     CVelunBidiSpl engine;
     InitEngine(engine, extensions);
 }
 
-std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* action,
-                                  const std::vector<std::string>& paths) {
-    const ComApartment apartment(COINIT_MULTITHREADED);
-    CVelunBidiSpl engine;
-    InitEngine(engine, sources.extensions);
-    BidiRequest request(paths);
-    _bstr_t queryXml;
-    QueryFor(engine, request, queryXml);
-    BindAnswer(engine, sources, queryXml);
+EngineQuery::EngineQuery(const BidiSources& sources, const std::vector<std::string>& paths)
+    : sources_(sources), request_(paths) {
+    InitEngine(engine_, sources.extensions);
+}
 
+bool EngineQuery::FindNeeded() {
+    const bool resolved = QueryFor(engine_, request_, queryXml_);
+    needed_ = NamesIn(queryXml_);
+    return resolved;
+}
+
+void EngineQuery::Bind() {
+    BindAnswer(engine_, sources_, queryXml_);
+}
+
+std::vector<BidiAnswer> EngineQuery::Ask(const wchar_t* action) {
     BIDI_RESPONSE_CONTAINER* response = nullptr;
-    const HRESULT result = engine.SendRecvBidiDataFromPort(action, request.Container(), &response);
-    if (result != S_OK || response == nullptr) ThrowFailure("the query failed", {result, engine.Reason()});
+    const HRESULT result = engine_.SendRecvBidiDataFromPort(action, request_.Container(), &response);
+    if (result != S_OK || response == nullptr) ThrowFailure("the query failed", {result, engine_.Reason()});
     return TakeAnswers(response);
 }
 
-std::vector<NeededElement> NeededElements(const BidiSources& sources, const std::vector<std::string>& paths) {
-    const ComApartment apartment(COINIT_MULTITHREADED);
-    CVelunBidiSpl engine;
-    InitEngine(engine, sources.extensions);
+std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* action,
+                                  const std::vector<std::string>& paths) {
+    EngineQuery query(sources, paths);
+    query.FindNeeded();
+    query.Bind();
+    return query.Ask(action);
+}
 
-    BidiRequest request(paths);
-    _bstr_t queryXml;
-    if (!QueryFor(engine, request, queryXml))
-        throw CommandError("the extension files have none of these paths", kNothingFound);
-    std::vector<NeededElement> elements = NamesIn(queryXml);
+std::vector<NeededElement> NeededElements(const BidiSources& sources, const std::vector<std::string>& paths) {
+    EngineQuery query(sources, paths);
+    if (!query.FindNeeded()) throw CommandError("the extension files have none of these paths", kNothingFound);
+    std::vector<NeededElement> elements;
+    for (const std::string& name : query.Needed())
+        elements.push_back({name, std::nullopt});
     if (sources.printerUrl.empty()) return elements;
-    const ElementDocument answer(sources.printerUrl, FetchCleanAnswer(sources.printerUrl, queryXml));
+    const ElementDocument answer(sources.printerUrl, FetchCleanAnswer(sources.printerUrl, query.QueryXml()));
     const std::vector<std::string> valid = ValidNames(answer);
     for (NeededElement& element : elements)
         element.answered = std::find(valid.begin(), valid.end(), element.name) != valid.end();

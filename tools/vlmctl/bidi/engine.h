@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "bidi/velunbidispl.h"
 #include "tools/vlmctl/bidi/containers.h"
+#include "util/com.h"
 
 namespace vlm::ctl {
 
@@ -23,6 +25,38 @@ struct NeededElement {
     std::string name;              // "pri:PrinterStatus"
     std::optional<bool> answered;  // by the printer; empty when it was not asked
 };
+
+// One query, step by step, for whoever wants to look into the engine in between; the functions below take all
+// steps at once. Each step throws CommandError.
+class EngineQuery {
+ public:
+    // Loads the extension files.
+    EngineQuery(const BidiSources& sources, const std::vector<std::string>& paths);
+    EngineQuery(const EngineQuery&) = delete;
+    EngineQuery& operator=(const EngineQuery&) = delete;
+
+    // Finds out which WSD elements the paths need. False when the extension files have none of the paths.
+    bool FindNeeded();
+    const std::vector<std::string>& Needed() const { return needed_; }
+    // The same as a query to the printer.
+    const wchar_t* QueryXml() const { return queryXml_; }
+    // Takes or fetches the printer's answer and binds it.
+    void Bind();
+    std::vector<BidiAnswer> Ask(const wchar_t* action);
+
+    const CVelunBidiSpl& Engine() const { return engine_; }
+
+ private:
+    const ComApartment apartment_{COINIT_MULTITHREADED};
+    const BidiSources& sources_;
+    CVelunBidiSpl engine_;
+    BidiRequest request_;
+    _bstr_t queryXml_;
+    std::vector<std::string> needed_;
+};
+
+// As the engine is given it.
+std::wstring FullPath(const std::string& path);
 
 // `action` is "Get" or "GetAll". All throw CommandError with one line that says what is wrong,
 // CommandError::Status() being kFailed.

@@ -5,6 +5,7 @@
 
 #include "tools/vlmctl/bidi/containers.h"
 #include "tools/vlmctl/bidi/engine.h"
+#include "tools/vlmctl/bidi/explanation.h"
 
 namespace vlm::ctl {
 
@@ -12,5 +13,7 @@ namespace vlm::ctl {
 void PrintAnswers(const std::vector<BidiAnswer>& answers, bool json);
 // Says whether the printer answered each element where it was asked.
 void PrintElements(const std::vector<NeededElement>& elements, bool json);
+
+void PrintExplanation(const Explanation& explanation, bool json);
 
 }  // namespace vlm::ctl

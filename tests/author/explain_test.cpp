@@ -1,0 +1,182 @@
+// Why a path is answered as it is: what an explanation says has to be what the engine does.
+#include "tools/vlmctl/bidi/explanation.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/console/command.h"
+
+namespace vlm::ctl {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+constexpr char kHead[] =
+    R"(<b:D xmlns:b="http://schemas.microsoft.com/windows/2005/03/printing/bidi"><Schema
+ xmlns:pri="http://schemas.microsoft.com/windows/2006/08/wdp/print" xmlns:x="urn:x"><Property name="P">
+)";
+constexpr char kTail[] = "</Property></Schema></b:D>";
+constexpr char kAnswer[] = R"(<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope"
+ xmlns:w="http://schemas.microsoft.com/windows/2006/08/wdp/print"><s:Body><w:GetPrinterElementsResponse>
+<w:PrinterElements><w:ElementData Name="w:PrinterStatus"><w:PrinterStatus><w:State>Idle</w:State><w:N>7 of 9</w:N>
+<w:Bin Id="a b">1</w:Bin><w:Bin Id="c">2</w:Bin><w:Bin Id="e.f">3</w:Bin></w:PrinterStatus></w:ElementData>
+<w:ElementData Name="w:PrinterConfiguration"><w:PrinterConfiguration><w:Size>4</w:Size></w:PrinterConfiguration>
+</w:ElementData></w:PrinterElements></w:GetPrinterElementsResponse></s:Body></s:Envelope>)";
+
+class ExplainTest : public testing::Test {
+ protected:
+    ExplainTest()
+        : folder_(std::filesystem::temp_directory_path() /
+                  ("vlm_explain_" + std::to_string(GetCurrentProcessId()))) {
+        std::filesystem::create_directory(folder_);
+    }
+    ~ExplainTest() override { std::filesystem::remove_all(folder_); }
+
+    std::string Write(const char* name, const std::string& content) {
+        const std::filesystem::path path = folder_ / name;
+        std::ofstream(path, std::ios::binary) << content;
+        return path.string();
+    }
+    // Of an extension file with these leaves, on kAnswer.
+    Explanation Of(const std::string& leaves, const std::string& path) {
+        const BidiSources sources{
+            {Write("e.xml", kHead + leaves + kTail)}, Write("a.xml", kAnswer), "", false};
+        return Explain(sources, path);
+    }
+
+ private:
+    std::filesystem::path folder_;
+};
+
+TEST_F(ExplainTest, EndsWithWhatGetAnswersForEveryLeafOfTheExamples) {
+    const std::string folder = host::ToUtf8(host::BesideProgram(L"examples"));
+    const BidiSources sources{{folder + "/velun-base.xml", folder + "/velun-finisher.xml"},
+                              folder + "/printer-answer.xml",
+                              "",
+                              false};
+    const std::vector<BidiAnswer> leaves = AskEngine(sources, L"GetAll", {"\\"});
+    ASSERT_GT(leaves.size(), 70U);
+    for (const BidiAnswer& leaf : leaves) {
+        SCOPED_TRACE(leaf.path);
+        const Explanation explanation = Explain(sources, leaf.path);
+        EXPECT_EQ(explanation.answer, AskEngine(sources, L"Get", {leaf.path}).front());
+        EXPECT_EQ(explanation.verdict == Verdict::kFound, leaf.result == 0);
+        // Each name of the path comes from a line of a file, and the last step has found the value.
+        std::string path = "\\";
+        for (const Step& step : explanation.steps) {
+            EXPECT_GT(step.declared.line, 1) << step.name;
+            path += (path == "\\" ? "" : &step == &explanation.steps.back() ? ":" : ".") + step.name;
+            for (const BindingStep& binding : step.bindings)
+                EXPECT_EQ(binding.search.found.at(binding.node.value()), step.name);
+        }
+        EXPECT_EQ(path, leaf.path);
+        const Step& last = explanation.steps.back();
+        if (last.declared.element == "Value") {
+            EXPECT_EQ(last.search->found.front(), explanation.text);
+        }
+        if (last.declared.element == "Installed") {
+            EXPECT_EQ(leaf.value == "true", last.search->count > 0);
+        }
+        if (last.declared.element == "List") {
+            EXPECT_EQ(last.search->count > 0, leaf.result == 0);
+        }
+    }
+}
+
+TEST_F(ExplainTest, TellsTheReasonsForNoValueApart) {
+    const auto value = [](const char* query, const char* filter, const char* more = "") {
+        return std::string("<Value name='V' ") + (*query != 0 ? std::string("query='") + query + "' " : "") +
+               more + " filter=\"" + filter + "\"/>";
+    };
+    const std::string bins =
+        "<Parameter name='$B$' parameter='B' query='pri:PrinterStatus' filter='pri:Bin/@Id'><Const name='V'/>"
+        "</Parameter>";
+    const struct {
+        std::string leaves;
+        const char* path;
+        Verdict verdict;
+        const char* why;
+    } cases[] = {
+        {value("pri:PrinterStatus", "pri:PrinterStatus/pri:State"), "\\P:V", Verdict::kFound, "found"},
+        {value("pri:PrinterStatus", "pri:State"), "\\P:W", Verdict::kNotInFiles, "no 'W' there"},
+        {value("pri:PrinterStatus", "pri:State"), "\\Q:V", Verdict::kNotInFiles, "no 'Q' there"},
+        {value("pri:PrinterStatus", "pri:State"), "\\P", Verdict::kLevel, "a level"},
+        {value("pri:PrinterStatus", "pri:State"), "P:V", Verdict::kOtherSchema, "not written like this"},
+        {value("", "pri:PrinterStatus/pri:State"), "\\P:V", Verdict::kNotAsked, "asked for nothing"},
+        {value("pri:PrinterStatus", "pri:PrinterConfiguration/pri:Size"), "\\P:V", Verdict::kNotAsked,
+         "reads pri:PrinterConfiguration, which no query"},
+        {value("pri:PrinterStatus", "pri:Size"), "\\P:V", Verdict::kNotAsked, "the saved answer holds"},
+        {value("x:Extra", "x:Extra/x:A"), "\\P:V", Verdict::kNotSent, "did not send x:Extra"},
+        {value("pri:PrinterStatus", "pri:PrinterStatus/pri:Mood"), "\\P:V", Verdict::kNothingFound,
+         "finds nothing"},
+        {value("pri:PrinterStatus", "pri:N", "type='BIDI_WORD'"), "\\P:V", Verdict::kNoConversion,
+         "no type BIDI_WORD"},
+        {value("pri:PrinterStatus", "pri:State", "type='BIDI_BLOB'"), "\\P:V", Verdict::kNoConversion,
+         "no bytes"},
+        {bins, "\\P.c:V", Verdict::kFound, "found"},
+        {bins, "\\P.d:V", Verdict::kNotMade, "makes no level 'd'"},
+        {bins, "\\P.e.f:V", Verdict::kNotAsked, "only answered with the whole tree"},
+        {bins, "\\P.c:W", Verdict::kNotInFiles, "no 'W' there"},
+        {"<Parameter name='$B$' parameter='B' query='pri:PrinterStatus' filter='pri:Tray'><Const "
+         "name='V'/></Parameter>",
+         "\\P.c:V", Verdict::kNothingFound, "finds nothing"},
+        {"<Parameter name='$B$' parameter='B' query='x:Extra' filter='x:Tray'><Const name='V'/></Parameter>",
+         "\\P.c:V", Verdict::kNotSent, "did not send x:Extra"},
+        // What fails the whole query.
+        {value("pri:PrinterStatus", "pri:State[.='$C$']"), "\\P:V", Verdict::kFailed, "Parameter C"},
+        {value("pri:PrinterStatus", "pri:State["), "\\P:V", Verdict::kFailed, "pri:State["},
+        {value("y:PrinterStatus", "pri:State"), "\\P:V", Verdict::kFailed, "declaration for y"},
+        {"<Parameter name='$B$' parameter='B' query='pri:PrinterStatus' filter='pri:Bin/@Id'>"
+         "<Value name='V' filter='pri:Bin[$B$]'/></Parameter>",
+         "\\P.c:V", Verdict::kFailed, "neither a number nor a name"},
+        {value("pri:PrinterStatus",
+               "//*[count(//*[count(//*[count(//*[count(//*[count(//*)>0])>0])>0])>0])>0]"),
+         "\\P:V", Verdict::kFailed, "units"},
+        {value("pri:PrinterStatus", "pri:State"), "\\it's", Verdict::kFailed, "apostrophe"},
+    };
+    for (const auto& expected : cases) {
+        SCOPED_TRACE(expected.leaves + " " + expected.path);
+        const Explanation explanation = Of(expected.leaves, expected.path);
+        EXPECT_EQ(explanation.verdict, expected.verdict) << VerdictName(explanation.verdict);
+        EXPECT_THAT(explanation.why, HasSubstr(expected.why));
+        EXPECT_EQ(explanation.answer.result == 0 && explanation.verdict != Verdict::kFailed,
+                  expected.verdict == Verdict::kFound);
+    }
+}
+
+TEST_F(ExplainTest, NamesSimilarPathsAndThePlacesOfNodes) {
+    const std::string leaves =
+        "<Value name='State' query='pri:PrinterStatus' filter='pri:State'/>\n"
+        "<Parameter name='$B$' parameter='B' query='pri:PrinterStatus' filter='pri:Bin/@Id'>"
+        "<Value name='Level' type='BIDI_INT' filter=\"pri:Bin[@Id='$B$']\"/></Parameter>";
+    EXPECT_THAT(Of(leaves, "\\P:sate").nearest, Contains("\\P:State"));
+    const Explanation explanation = Of(leaves, "\\P.c:Level");
+    ASSERT_EQ(explanation.steps.size(), 3U);
+    const BindingStep& binding = explanation.steps[1].bindings.at(0);
+    EXPECT_THAT(binding.search.nodes,
+                ElementsAre("pri:PrinterStatus/pri:Bin[1]/@Id", "pri:PrinterStatus/pri:Bin[2]/@Id",
+                            "pri:PrinterStatus/pri:Bin[3]/@Id"));
+    EXPECT_EQ(binding.node, 1U);
+    EXPECT_EQ(explanation.steps[2].search->filter, "pri:Bin[@Id='c']");
+    EXPECT_EQ(explanation.steps[2].declared.line, 4);
+    // Below the level that is repeated.
+    EXPECT_EQ(explanation.answer.value, "2");
+}
+
+TEST_F(ExplainTest, SaysOfAFileThatCannotBeUsedWhere) {
+    try {
+        Of("<", "\\P:V");
+        FAIL();
+    } catch (const CommandError& error) {
+        EXPECT_THAT(error.what(), HasSubstr("e.xml:3:"));
+    }
+}
+
+}  // namespace
+}  // namespace vlm::ctl

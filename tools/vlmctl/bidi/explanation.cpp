@@ -1,0 +1,375 @@
+#include "tools/vlmctl/bidi/explanation.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <array>
+#include <cwctype>
+#include <map>
+#include <set>
+
+#include "bidi/answer_pass.h"
+#include "bidi/engine_error.h"
+#include "bidi/parameter_text.h"
+#include "soap/namespaces.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/bidi/source_places.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/exchange/element_document.h"
+#include "tools/vlmctl/extension_files/filter.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+constexpr size_t kMostShown = 8;  // nodes of one filter
+constexpr size_t kMostNearest = 3;
+
+// The elements from the root to this one, which is among them; empty when it is not in the tree.
+std::vector<const SchemaElement*> Trail(const SchemaElement& from, const SchemaElement* to) {
+    if (&from == to) return {&from};
+    for (const SchemaElement& child : from.children) {
+        std::vector<const SchemaElement*> rest = Trail(child, to);
+        if (rest.empty()) continue;
+        rest.insert(rest.begin(), &from);
+        return rest;
+    }
+    return {};
+}
+
+// How many letters have to change, upper and lower case aside.
+size_t Distance(const std::wstring& left, const std::wstring& right) {
+    std::vector<size_t> row(right.size() + 1);
+    for (size_t j = 0; j < row.size(); ++j)
+        row[j] = j;
+    for (size_t i = 0; i < left.size(); ++i) {
+        size_t diagonal = row[0]++;
+        for (size_t j = 0; j < right.size(); ++j) {
+            const bool same = std::towlower(left[i]) == std::towlower(right[j]);
+            const size_t changed = diagonal + (same ? 0 : 1);
+            diagonal = row[j + 1];
+            row[j + 1] = std::min({changed, row[j] + 1, diagonal + 1});
+        }
+    }
+    return row.back();
+}
+
+std::vector<std::string> Nearest(const std::wstring& path, const std::vector<NamedAnswer>& leaves) {
+    const size_t farthest = std::max<size_t>(3, path.size() / 3);
+    std::set<std::pair<size_t, std::wstring>> byDistance;
+    for (const NamedAnswer& leaf : leaves) {
+        const size_t lengths =
+            std::max(path.size(), leaf.path.size()) - std::min(path.size(), leaf.path.size());
+        if (lengths > farthest || leaf.path.size() > 1024) continue;
+        const size_t distance = Distance(path, leaf.path);
+        if (distance <= farthest) byDistance.emplace(distance, leaf.path);
+        if (byDistance.size() > kMostNearest) byDistance.erase(std::prev(byDistance.end()));
+    }
+    std::vector<std::string> nearest;
+    for (const auto& [distance, name] : byDistance)
+        nearest.push_back(ToUtf8(name));
+    return nearest;
+}
+
+// Where the node stands in the printer's answer, below the part that it is in.
+std::string NodePath(IXMLDOMNode* node) {
+    std::wstring path;
+    ComPtr<IXMLDOMNode> at(node);
+    node->AddRef();
+    while (at) {
+        DOMNodeType type = NODE_INVALID;
+        at->get_nodeType(&type);
+        const std::wstring name = NameOf(at.Get());
+        if (type == NODE_DOCUMENT || name.ends_with(L":ElementData") || name == L"ElementData") break;
+        std::wstring step = type == NODE_ATTRIBUTE ? L"@" + name : type == NODE_ELEMENT ? name : L"text()";
+        ComPtr<IXMLDOMNode> parent;
+        at->selectSingleNode(_bstr_t(L".."), parent.Receive());
+        const auto alike = [&](const wchar_t* siblings) {
+            const std::vector<ComPtr<IXMLDOMNode>> nodes = NodesAt(at.Get(), siblings);
+            return std::count_if(nodes.begin(), nodes.end(),
+                                 [&](const auto& sibling) { return NameOf(sibling.Get()) == name; });
+        };
+        if (type == NODE_ELEMENT) {
+            const auto before = alike(L"preceding-sibling::*");
+            if (before > 0 || alike(L"following-sibling::*") > 0)
+                step += L"[" + std::to_wstring(before + 1) + L"]";
+        }
+        path = path.empty() ? step : step + L"/" + path;
+        at = std::move(parent);
+    }
+    return ToUtf8(path);
+}
+
+class Explainer {
+ public:
+    Explainer(const BidiSources& sources, const std::string& path)
+        : sources_(sources), path_(FromUtf8(path)), places_(sources.extensions) {
+        explanation_.path = path;
+    }
+
+    Explanation Run() {
+        const std::vector<std::string> path{explanation_.path};
+        const std::vector<std::string> wholeTree{"\\"};
+        query_.emplace(sources_, path);
+        try {
+            inFiles_ = query_->FindNeeded();
+            query_->Bind();
+            explanation_.answer = query_->Ask(L"Get").front();
+            if (!inFiles_) {
+                // Nothing was asked for. All that there is shows what is there instead.
+                query_.emplace(sources_, wholeTree);
+                query_->FindNeeded();
+                query_->Bind();
+            }
+        } catch (const CommandError& error) {
+            explanation_.why = error.what();
+            DescribeDeclared();
+            return std::move(explanation_);
+        }
+        AnswerPass pass(*query_->Engine().Expanded(), Answer());
+        const std::vector<NamedAnswer> leaves = pass.Collect(L"\\").value_or(std::vector<NamedAnswer>());
+        const auto named = std::find_if(leaves.begin(), leaves.end(),
+                                        [&](const NamedAnswer& leaf) { return leaf.path == path_; });
+        if (named != leaves.end()) {
+            DescribeTrail(Trail(Expanded().Root(), named->leaf));
+            if (named->answer->text) explanation_.text = ToUtf8(*named->answer->text);
+            JudgeLeaf(*named->leaf, *named->answer);
+        } else {
+            DescribeMissing();
+            if (explanation_.verdict != Verdict::kLevel) explanation_.nearest = Nearest(path_, leaves);
+        }
+        return std::move(explanation_);
+    }
+
+ private:
+    const SchemaTree& Expanded() const { return *query_->Engine().Expanded(); }
+    const AnswerSearch& Answer() const { return *query_->Engine().Search(); }
+
+    void Judge(Verdict verdict, std::string why) {
+        explanation_.verdict = verdict;
+        explanation_.why = std::move(why);
+    }
+
+    // Without an answer, the path as the files declare it.
+    void DescribeDeclared() {
+        if (path_.find(L'\'') != std::wstring::npos) return;
+        const SchemaTree& tree = *query_->Engine().Declared();
+        const auto reached = tree.FindForQuery(ParseSchemaPath(path_));
+        if (!reached) return;
+        for (const SchemaElement* element : Trail(tree.Root(), reached->elements.front())) {
+            if (element->kind > ElementKind::kSchema)
+                explanation_.steps.push_back(
+                    {ToUtf8(element->name.value_or(L"")), places_.Of(*element), {}, {}});
+        }
+    }
+
+    void DescribeTrail(const std::vector<const SchemaElement*>& trail) {
+        for (const SchemaElement* element : trail) {
+            if (element->kind <= ElementKind::kSchema) continue;
+            Step step{ToUtf8(element->name.value_or(L"")), places_.Of(*element->declared), {}, {}};
+            for (const BoundParameter& bound : element->bound) {
+                step.bindings.push_back({ToUtf8(bound.parameter->parameter.value_or(L"")),
+                                         places_.Of(*bound.parameter), Run(*bound.parameter, *bound.filter),
+                                         bound.node});
+                parameters_[bound.parameter->parameter.value_or(L"")] = bound.value;
+            }
+            if (element->IsLeaf() && element->kind != ElementKind::kConst)
+                step.search = Run(*element->declared, element->filter.value_or(L""));
+            explanation_.steps.push_back(std::move(step));
+        }
+    }
+
+    Search Run(const SchemaElement& declared, const std::wstring& filter) const {
+        Search search;
+        search.filter = ToUtf8(filter);
+        if (declared.query) {
+            search.query = ToUtf8(*declared.query);
+            search.sent = IsSent(declared);
+        }
+        const ComPtr<IXMLDOMNodeList> nodes = Answer().All(filter, declared);
+        while (const ComPtr<IXMLDOMNode> node = NextNode(nodes.Get())) {
+            if (search.count++ >= kMostShown) continue;
+            search.found.push_back(ToUtf8(TextOf(node.Get())));
+            search.nodes.push_back(NodePath(node.Get()));
+        }
+        return search;
+    }
+
+    bool IsSent(const SchemaElement& declared) const {
+        if (!ParsePrefixedName(*declared.query)) return false;
+        return Answer().First(L"*[local-name()='ElementData']/" + *declared.query, declared).Get() != nullptr;
+    }
+
+    void JudgeLeaf(const SchemaElement& leaf, const LeafAnswer& answer) {
+        if (explanation_.answer.result == ERROR_SUCCESS) return Judge(Verdict::kFound, "found");
+        if (!inFiles_) {
+            return Judge(
+                Verdict::kNotAsked,
+                "a name on the path holds '.', ':' or '\\', so it is only answered with the whole tree");
+        }
+        if (answer.text) {
+            return Judge(Verdict::kNoConversion,
+                         leaf.type == L"BIDI_BLOB"
+                             ? "the filter finds base64, of which this version answers no bytes"
+                             : "there is no type " + Shown(leaf.type.value_or(L"")) + " to make a value of");
+        }
+        JudgeSearch(*explanation_.steps.back().search, *leaf.declared);
+    }
+
+    // Why a search gave nothing.
+    void JudgeSearch(const Search& search, const SchemaElement& declared) {
+        const std::wstring read = ReadsUnasked(search);
+        if (query_->Needed().empty()) {
+            Judge(Verdict::kNotAsked, "nothing on the path has a query, so the printer is asked for nothing");
+        } else if (!read.empty()) {
+            Judge(Verdict::kNotAsked,
+                  "the filter reads " + ToUtf8(read) + ", which no query on the path asks for");
+        } else if (search.sent == false) {
+            Judge(Verdict::kNotSent, "the printer did not send " + search.query);
+        } else if (FoundInTheRest(search, declared)) {
+            Judge(Verdict::kNotAsked,
+                  "the saved answer holds what the filter reads in an element that no query "
+                  "on the path asks for");
+        } else {
+            Judge(Verdict::kNothingFound, "the filter finds nothing in what the printer sent");
+        }
+    }
+
+    // The element that the filter starts at, if it is one that printers are asked for and this one is not.
+    std::wstring ReadsUnasked(const Search& search) {
+        const FilterNames names = ReadFilterNames(FromUtf8(search.filter));
+        if (!names.first) return {};
+        std::vector<NamespaceDeclaration> prefixes;
+        query_->Engine().GetPrefixes(&prefixes);
+        std::map<std::wstring, std::wstring> uris;
+        for (const NamespaceDeclaration& one : prefixes)
+            uris.emplace(one.prefix, one.uri);
+        const auto meaning = [&](const QualifiedName& name) {
+            return uris[name.prefix] + L' ' + name.localName;
+        };
+        const std::wstring first = meaning(*names.first);
+        for (const std::string& needed : query_->Needed()) {
+            const auto name = ParsePrefixedName(FromUtf8(needed));
+            if (name && meaning(*name) == first) return {};
+        }
+        static constexpr std::array kPublished{L"PrinterDescription", L"PrinterConfiguration",
+                                               L"PrinterStatus", L"DefaultPrintTicket",
+                                               L"PrinterCapabilities"};
+        const bool known = std::any_of(kPublished.begin(), kPublished.end(), [&](const wchar_t* published) {
+            return first == std::wstring(ns::kWsdPrint) + L' ' + published;
+        });
+        if (!known && !IsQueriedAnywhere(query_->Engine().Declared()->Root(), first, meaning)) return {};
+        return names.first->prefix + L':' + names.first->localName;
+    }
+
+    template <typename Meaning>
+    static bool IsQueriedAnywhere(const SchemaElement& element, const std::wstring& name, Meaning meaning) {
+        const auto query = element.query ? ParsePrefixedName(*element.query) : std::nullopt;
+        if (query && meaning(*query) == name) return true;
+        return std::any_of(element.children.begin(), element.children.end(), [&](const SchemaElement& child) {
+            return IsQueriedAnywhere(child, name, meaning);
+        });
+    }
+
+    // Of a saved answer only what is asked for counts.
+    bool FoundInTheRest(const Search& search, const SchemaElement& declared) const {
+        if (!sources_.printerUrl.empty() || sources_.wholeAnswer) return false;
+        BidiSources whole = sources_;
+        whole.wholeAnswer = true;
+        EngineQuery query(whole, {explanation_.path});
+        query.FindNeeded();
+        query.Bind();
+        return query.Engine().Search()->First(FromUtf8(search.filter), declared).Get() != nullptr;
+    }
+
+    // Follows the path as far as it leads.
+    void DescribeMissing() {
+        const SchemaPath path = ParseSchemaPath(path_);
+        const SchemaElement* reached = Expanded().Find(path);
+        if (reached != nullptr) {
+            DescribeTrail(Trail(Expanded().Root(), reached));
+            if (reached->IsLeaf()) {
+                return Judge(
+                    Verdict::kOtherSchema,
+                    "the leaf is not written like this, or stands in a Schema that Get does not reach");
+            }
+            return Judge(Verdict::kLevel, "the path leads to a level, which has no value of its own");
+        }
+        SchemaPath prefix{path.properties, std::nullopt};
+        while ((reached = Expanded().Find(prefix)) == nullptr && !prefix.properties.empty())
+            prefix.properties.pop_back();
+        const bool atLeaf = prefix.properties.size() == path.properties.size();
+        const std::string missing(ToUtf8(
+            std::wstring(atLeaf ? path.leaf.value_or(L"") : path.properties[prefix.properties.size()])));
+        if (reached != nullptr) {
+            DescribeTrail(Trail(Expanded().Root(), reached));
+            if (!atLeaf && reached->declared != nullptr) DescribeMakers(*reached->declared);
+        }
+        JudgeMissing(Shown(missing), inFiles_);
+    }
+
+    // What makes levels in this one, with the parameters around it.
+    void DescribeMakers(const SchemaElement& level) {
+        const auto describe = [&](const SchemaElement& binding) {
+            const std::wstring filter = binding.filter.value_or(L"");
+            const Replacement replaced = ReplaceInFilter(filter, parameters_);
+            // The empty ones of a level may use each other, which is for the levels they make to show.
+            if (replaced.problem != ReplaceProblem::kNone) return;
+            explanation_.makesHere.push_back({ToUtf8(binding.parameter.value_or(L"")), places_.Of(binding),
+                                              Run(binding, replaced.text), std::nullopt});
+            makers_.push_back(&binding);
+        };
+        for (const SchemaElement& child : level.children) {
+            if (child.IsTemplate()) describe(child);
+            if (child.kind != ElementKind::kProperty) continue;
+            for (const SchemaElement& binding : child.children) {
+                if (binding.IsBinding()) describe(binding);
+            }
+        }
+    }
+
+    void JudgeMissing(const std::string& missing, bool inFiles) {
+        if (!inFiles || explanation_.makesHere.empty())
+            return Judge(Verdict::kNotInFiles, "the extension files have no '" + missing + "' there");
+        for (size_t i = 0; i < makers_.size(); ++i) {
+            const BindingStep& binding = explanation_.makesHere[i];
+            if (binding.search.count > 0)
+                return Judge(Verdict::kNotMade, "the parameter " + binding.parameter + " makes no level '" +
+                                                    missing + "' there");
+        }
+        JudgeSearch(explanation_.makesHere.front().search, *makers_.front());
+    }
+
+    const ComApartment apartment_{COINIT_MULTITHREADED};
+    const BidiSources& sources_;
+    const std::wstring path_;
+    std::optional<EngineQuery> query_;
+    const SourcePlaces places_;
+    bool inFiles_ = true;
+    Parameters parameters_;                     // bound on the way
+    std::vector<const SchemaElement*> makers_;  // of makesHere
+    Explanation explanation_;
+};
+
+}  // namespace
+
+const char* VerdictName(Verdict verdict) {
+    static constexpr std::array kNames{"found",         "level",         "not-in-files", "not-made",
+                                       "other-schema",  "not-asked-for", "not-sent",     "nothing-found",
+                                       "no-conversion", "failed"};
+    return kNames[static_cast<size_t>(verdict)];
+}
+
+Explanation Explain(const BidiSources& sources, const std::string& path) {
+    try {
+        return Explainer(sources, path).Run();
+    } catch (const CComErrorEx& error) {
+        throw CommandError("the explanation failed: " + ToUtf8(error.Reason()));
+    }
+}
+
+}  // namespace vlm::ctl
