@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/bidi/answer_check.h"
 #include "tools/vlmctl/bidi/bidi_commands.h"
 #include "tools/vlmctl/bidi/check_output.h"
 #include "tools/vlmctl/bidi/engine.h"
@@ -79,7 +80,7 @@ void Ask(const BidiOptions& options, const wchar_t* action) {
 }
 
 struct CheckOptions {
-    std::vector<std::string> files;
+    BidiSources sources;  // the printer's answer only if one is given
     bool json = false;
     bool sarif = false;
 };
@@ -87,10 +88,15 @@ struct CheckOptions {
 void Check(const CheckOptions& options) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     std::vector<std::wstring> paths;
-    paths.reserve(options.files.size());
-    for (const std::string& file : options.files)
+    paths.reserve(options.sources.extensions.size());
+    for (const std::string& file : options.sources.extensions)
         paths.push_back(FromUtf8(file));
-    const CheckReport report = CheckExtensionFiles(paths);
+    CheckReport report = CheckExtensionFiles(paths);
+    if (!options.sources.printerAnswer.empty() || !options.sources.printerUrl.empty()) {
+        FindingList findings;
+        CheckWithAnswer(options.sources, findings);
+        report.Add(findings.Take());
+    }
     (options.sarif ? PrintFindingsAsSarif : options.json ? PrintFindingsAsJson : PrintFindings)(report);
     if (!report.unreadable.empty()) throw CommandError(ToUtf8(report.unreadable.front()), kUnreadable);
     const int errors = report.Count(Severity::kError);
@@ -166,8 +172,17 @@ void AddCheck(CLI::App& bidi) {
     CLI::App* check = bidi.add_subcommand(
         "check",
         "Tell what is wrong with extension files; exit status 0 nothing, 1 warnings, 2 errors, 3 unreadable");
-    check->add_option("FILE", options->files, "Extension files, in the order in which a printer loads them")
+    check
+        ->add_option("FILE", options->sources.extensions,
+                     "Extension files, in the order in which a printer loads them")
         ->required();
+    CLI::Option* saved =
+        check->add_option("--wsd", options->sources.printerAnswer,
+                          "Try them on this saved answer, too, and tell what finds nothing in it");
+    check
+        ->add_option("--printer", options->sources.printerUrl,
+                     "Try them on what the printer at this address answers")
+        ->excludes(saved);
     CLI::Option* json = check->add_flag("--json", options->json, "Print JSON instead of text");
     check->add_flag("--sarif", options->sarif, "Print a SARIF 2.1.0 log instead of text")->excludes(json);
     check->callback([options] { Check(*options); });

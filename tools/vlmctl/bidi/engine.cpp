@@ -114,13 +114,13 @@ std::string OnlyAskedFor(const std::string& clean, const _bstr_t& queryXml,
 }
 
 // A saved answer passes for one that the printer has just sent in answer to the query.
-void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
+std::string CleanAnswer(const CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
     const bool saved = sources.printerUrl.empty();
     int status = 200;
     const std::string answer =
         saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml, &status);
     std::vector<NamespaceDeclaration> prefixes;
-    HRESULT result = engine.GetPrefixes(&prefixes);
+    const HRESULT result = engine.GetPrefixes(&prefixes);
     if (result != S_OK) ThrowFailure("the query failed", {result, engine.Reason()});
     std::string clean;
     const Outcome cleaned = CleanPrinterElements(answer, prefixes, &clean, status);
@@ -128,9 +128,7 @@ void BindAnswer(CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t
         ThrowFailure(saved ? Shown(sources.printerAnswer) + " cannot be used"
                            : Shown(sources.printerUrl) + " is no WSD print service",
                      cleaned);
-    if (saved && !sources.wholeAnswer) clean = OnlyAskedFor(clean, queryXml, prefixes);
-    result = engine.SetGetPrinterElementResponse(clean);
-    if (result != S_OK) ThrowFailure("the query failed", {result, engine.Reason()});
+    return saved && !sources.wholeAnswer ? OnlyAskedFor(clean, queryXml, prefixes) : clean;
 }
 
 }  // namespace
@@ -162,8 +160,14 @@ bool EngineQuery::FindNeeded() {
     return resolved;
 }
 
+void EngineQuery::Fetch() {
+    answer_ = CleanAnswer(engine_, sources_, queryXml_);
+}
+
 void EngineQuery::Bind() {
-    BindAnswer(engine_, sources_, queryXml_);
+    if (!answer_) Fetch();
+    const HRESULT result = engine_.SetGetPrinterElementResponse(*answer_);
+    if (result != S_OK) ThrowFailure("the query failed", {result, engine_.Reason()});
 }
 
 std::vector<BidiAnswer> EngineQuery::Ask(const wchar_t* action) {

@@ -40,7 +40,9 @@ class EngineQuery {
     const std::vector<std::string>& Needed() const { return needed_; }
     // The same as a query to the printer.
     const wchar_t* QueryXml() const { return queryXml_; }
-    // Takes or fetches the printer's answer and binds it.
+    // Reads the printer's answer, or fetches it, and cleans it up.
+    void Fetch();
+    // Binds it, with Fetch() when that was not called.
     void Bind();
     std::vector<BidiAnswer> Ask(const wchar_t* action);
 
@@ -53,6 +55,7 @@ class EngineQuery {
     BidiRequest request_;
     _bstr_t queryXml_;
     std::vector<std::string> needed_;
+    std::optional<std::string> answer_;
 };
 
 // As the engine is given it.

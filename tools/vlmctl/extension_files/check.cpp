@@ -475,8 +475,19 @@ int CheckReport::Count(Severity severity) const {
     }));
 }
 
+void CheckReport::Add(std::vector<Finding> more) {
+    findings.insert(findings.end(), more.begin(), more.end());
+    const auto order = [&](const Finding& finding) {
+        return std::tuple(std::find(files.begin(), files.end(), finding.file) - files.begin(),
+                          finding.place.line, finding.place.column);
+    };
+    std::stable_sort(findings.begin(), findings.end(),
+                     [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+}
+
 CheckReport CheckExtensionFiles(const std::vector<std::wstring>& paths) {
     CheckReport report;
+    report.files = paths;
     FindingList findings;
     std::vector<SourceFile> files;
     for (const std::wstring& path : paths) {
@@ -489,14 +500,7 @@ CheckReport CheckExtensionFiles(const std::vector<std::wstring>& paths) {
         }
     }
     if (!files.empty()) Checker(files, findings).Run();
-    report.findings = findings.Take();
-
-    const auto order = [&](const Finding& finding) {
-        return std::tuple(std::find(paths.begin(), paths.end(), finding.file) - paths.begin(),
-                          finding.place.line, finding.place.column);
-    };
-    std::stable_sort(report.findings.begin(), report.findings.end(),
-                     [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+    report.Add(findings.Take());
     return report;
 }
 

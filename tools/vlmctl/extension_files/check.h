@@ -13,6 +13,10 @@ struct CheckReport {
     std::vector<std::wstring> unreadable;  // "a.xml cannot be opened: file not found (2)"
 
     int Count(Severity severity) const;
+    // Adds what was found about the same files, each in its place.
+    void Add(std::vector<Finding> more);
+
+    std::vector<std::wstring> files;  // in the order given
 };
 
 // Checks the files one by one and as the set that a printer loads, in the order in which it loads them. An
