@@ -149,22 +149,91 @@ class Check(Files):
         done = self.run_bidi("check", file)
         self.assertEqual(done.returncode, 2)
         self.assertEqual(len(done.stdout.splitlines()), 1, done.stdout)
-        self.assertRegex(done.stdout, r"^rude\.xml:3: error: the type '\?x:1: error: \?2J.*Ünfug' is none of ")
+        self.assertRegex(done.stdout, r"^rude\.xml:3:17: error: the type '\?x:1: error: \?2J.*Ünfug' is none of ")
 
     def test_what_is_too_much_is_refused_at_once(self):
         bomb = "".join(f'<!ENTITY e{i} "&e{i - 1};&e{i - 1};">' for i in range(1, 40))
         for name, content, text in (
                 ("large.xml", b"<Schema>" + b" " * (9 << 20) + b"</Schema>", "larger than 8 MB"),
-                ("deep.xml", "<a>\n" * 10000 + "</a>" * 10000, "deep.xml:101: error: elements are nested deeper"),
+                ("deep.xml", "<a>\n" * 10000 + "</a>" * 10000, "deep.xml:101:1: error: elements are nested deeper"),
                 ("bomb.xml", f'<?xml version="1.0"?>\n<!DOCTYPE a [<!ENTITY e0 "x">{bomb}]>\n<a>&e39;</a>',
-                 "bomb.xml:2: error: the file has a document type"),
-                ("many.xml", "<a>" + "<b/>" * 400001 + "</a>", "many.xml:1: error: the file has too many elements"),
+                 "bomb.xml:2:1: error: the file has a document type"),
+                ("many.xml", "<a>" + "<b/>" * 400001 + "</a>", "many.xml:1:1: error: the file has too many elements"),
                 ("findings.xml", printer("<b/>\n" * 2000), "too many findings")):
             with self.subTest(name):
                 done = self.run_bidi("check", self.write(name, content))
                 self.assertIn(done.returncode, (2, 3))
                 self.assertIn(text, done.stdout + done.stderr)
                 self.assertLess(len(done.stdout.splitlines()), 600)
+
+    def test_programs_read_the_same_findings(self):
+        self.write("a b.xml", printer('<Value name="Ü" type="BIDI_TEXT" query="pri:A" filter="pri:B["/>'))
+        files = ["a b.xml", "missing.xml"]
+        text = self.run_bidi("check", *files)
+        findings = json.loads(self.run_bidi("check", "--json", *files).stdout)
+        self.assertEqual([f"{f['file']}:{f['line']}:{f['column']}: {f['severity']}: {f['text']} [{f['rule']}]"
+                          for f in findings], text.stdout.splitlines())
+        self.assertEqual(len(findings), 3)
+
+        done = self.run_bidi("check", "--sarif", *files)
+        self.assertEqual((done.returncode, done.stderr), (3, text.stderr))
+        log = json.loads(done.stdout)
+        self.assertEqual((log["version"], len(log["runs"])), ("2.1.0", 1))
+        run = log["runs"][0]
+        rules = run["tool"]["driver"]["rules"]
+        self.assertEqual({type(run["tool"]["driver"][key]) for key in ("name", "version")}, {str})
+        for rule in rules:
+            self.assertIn(rule["defaultConfiguration"]["level"], ("error", "warning"))
+            self.assertTrue(rule["shortDescription"]["text"])
+        self.assertEqual([(rules[r["ruleIndex"]]["id"], r["level"], r["message"]["text"]) for r in run["results"]],
+                         [(f["rule"], f["severity"], f["text"]) for f in findings])
+        places = [r["locations"][0]["physicalLocation"] for r in run["results"]]
+        self.assertEqual([(p["region"]["startLine"], p["region"]["startColumn"]) for p in places],
+                         [(f["line"], f["column"]) for f in findings])
+        self.assertEqual({p["artifactLocation"]["uri"] for p in places}, {"a%20b.xml"})
+        self.assertFalse(run["invocations"][0]["executionSuccessful"])
+        self.assertIn("missing.xml", run["invocations"][0]["toolExecutionNotifications"][0]["message"]["text"])
+        page = PAGE.read_text("utf-8")
+        self.assertEqual([rule["id"] for rule in rules if f"`{rule['id']}`" not in page], [])
+
+    def test_an_answer_shows_what_comes_to_nothing(self):
+        answer = ["--wsd", EXAMPLES / "printer-answer.xml"]
+        value = '<Value name="{}" query="pri:{}" filter="{}"/>'.format
+        for what, text, found in (
+                ("in order", printer(value("A", "PrinterStatus", "pri:PrinterStatus/pri:PrinterState")), []),
+                ("nothing to find", printer(value("A", "PrinterStatus", "pri:PrinterStatus/pri:Mood")),
+                 ["3:43 nothing-found"]),
+                ("an element that does not come, once", printer(
+                    value("A", "Mood", "pri:Mood/pri:A") + "\n" + value("B", "Mood", "pri:Mood")),
+                 ["3:17 element-not-sent"]),
+                ("a namespace", schema("", 'xmlns:q="urn:q"'), ["1:148 namespace-not-sent"]),
+                ("a parameter, not what is in it", printer(
+                    '<Parameter name="$P$" parameter="P" query="pri:PrinterStatus" filter="pri:PrinterStatus/pri:Mood">'
+                    + value("A", "PrinterStatus", "pri:PrinterStatus/pri:X[.='$P$']") + "</Parameter>"),
+                 ["3:63 nothing-found"]),
+                ("the same as a level's", printer(
+                    '<Property name="$P$"><Parameter parameter="P" query="pri:PrinterStatus" '
+                    'filter="pri:PrinterStatus/pri:Mood"/>'
+                    + value("A", "PrinterStatus", "pri:PrinterStatus/pri:X[.='$P$']") + "</Property>"),
+                 ["3:73 nothing-found"]),
+                ("one of many has it", printer(
+                    '<Parameter name="$P$" parameter="P" query="pri:PrinterConfiguration" '
+                    'filter="pri:PrinterConfiguration//pri:AllowedValue|//pri:Color">'
+                    + value("A", "PrinterConfiguration", "pri:PrinterConfiguration//*[pri:Color='$P$' and .//pri:Level&gt;80]")
+                    + "</Parameter>"), []),
+                ("a value that fails all", printer(
+                    '<Parameter name="$P$" parameter="P" query="pri:PrinterStatus" '
+                    'filter="pri:PrinterStatus/pri:PrinterCurrentTime">'
+                    + value("A", "PrinterStatus", "pri:PrinterStatus[$P$]") + "</Parameter>"),
+                 ["1:1 unusable-with-answer", "3:181 unquoted-parameter"])):
+            with self.subTest(what):
+                done = self.run_bidi("check", "--json", self.write("e.xml", text), *answer)
+                self.assertEqual([f"{f['line']}:{f['column']} {f['rule']}" for f in json.loads(done.stdout)], found)
+                errors = any("unusable" in one for one in found)
+                self.assertEqual(done.returncode, 2 if errors else 1 if found else 0, done.stderr)
+        done = self.run_bidi("check", "e.xml", "--wsd", "nowhere.xml")
+        self.assertEqual(done.returncode, 3)
+        self.assertRegex(done.stderr, "nowhere.xml cannot be opened")
 
     def test_examples_are_clean_together(self):
         done = vlmctl("bidi", "check", EXAMPLES / "velun-base.xml", EXAMPLES / "velun-finisher.xml")

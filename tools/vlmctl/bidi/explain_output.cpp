@@ -37,6 +37,19 @@ void PrintBinding(const BindingStep& binding) {
     PrintSearch(binding.search, binding.node);
 }
 
+void PrintStep(const Step& step) {
+    // A Parameter that carries its template is the level's declaration itself.
+    if (step.bindings.size() == 1 && step.declared.element == "Parameter") {
+        const BindingStep& binding = step.bindings.front();
+        PrintLine("  {}: made by the parameter {}, {}", Shown(step.name), Shown(binding.parameter),
+                  PlaceOf(step.declared));
+        return PrintSearch(binding.search, binding.node);
+    }
+    PrintLine("  {}: {}", Shown(step.name), PlaceOf(step.declared));
+    for (const BindingStep& binding : step.bindings)
+        PrintBinding(binding);
+}
+
 // What of a text counts.
 const char* Conversion(const std::string& type) {
     if (type == "BIDI_INT") return ", of which the sign and the leading digits count";
@@ -116,9 +129,7 @@ void PrintExplanation(const Explanation& explanation, bool json) {
     if (json) return PrintJson(JsonOf(explanation));
     PrintLine("{}", Shown(explanation.path));
     for (const Step& step : explanation.steps) {
-        PrintLine("  {}: {}", Shown(step.name), PlaceOf(step.declared));
-        for (const BindingStep& binding : step.bindings)
-            PrintBinding(binding);
+        PrintStep(step);
         if (step.search) PrintSearch(*step.search, std::nullopt);
     }
     for (const BindingStep& binding : explanation.makesHere)
