@@ -42,7 +42,7 @@ class ForThePortMonitor(Answers):
     def test_its_files_are_checked_with_warnings_alone(self):
         done = self.vlmctl("bidi", "check", FILE)
         self.assertEqual(done.returncode, 1, done.stdout)
-        found = {int(re.search(r":(\d+): warning: ", line)[1]): line for line in done.stdout.splitlines()}
+        found = {int(re.search(r":(\d+):\d+: warning: ", line)[1]): line for line in done.stdout.splitlines()}
         for line, what in ((4, "PortStatus is not read.*and in 1 more place"), (10, "xmllang .*the first one"),
                            (12, "default text '1' is not used.*232"), (15, "drvPrinterEvent .*nobody is told")):
             self.assertRegex(found.pop(line), what)

@@ -10,6 +10,7 @@
 #include "tools/vlmctl/bidi/bidi_commands.h"
 #include "tools/vlmctl/bidi/check_output.h"
 #include "tools/vlmctl/bidi/engine.h"
+#include "tools/vlmctl/bidi/new_command.h"
 #include "tools/vlmctl/bidi/output.h"
 #include "tools/vlmctl/bidi/port_query.h"
 #include "tools/vlmctl/console/command.h"
@@ -207,6 +208,7 @@ void AddBidiCommands(CLI::App& app) {
         PrintElements(NeededElements(enumOptions->sources, enumOptions->paths), enumOptions->json);
     });
 
+    AddNewCommand(*bidi);
     AddExplain(*bidi);
     AddCheck(*bidi);
 }

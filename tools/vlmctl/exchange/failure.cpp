@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 

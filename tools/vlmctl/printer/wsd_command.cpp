@@ -1,15 +1,19 @@
 // vlmctl wsd: a printer's WSD elements, as the monitor sees them.
 #include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 
+#include "soap/printer_elements.h"
 #include "soap/streams.h"
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/exchange/element_document.h"
+#include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/vlutil.h"
@@ -25,6 +29,7 @@ struct WsdOptions {
     bool raw = false;
     bool envelope = false;
     bool json = false;
+    std::string save;  // a file for the answer as it came
 };
 
 std::vector<PrefixDeclaration> ParseDeclarations(const std::vector<std::string>& texts) {
@@ -79,6 +84,23 @@ std::vector<std::string> Unanswered(const std::vector<std::string>& names, const
     return unanswered;
 }
 
+// The cleaned answer, and the one that it was made of.
+std::string FetchBoth(const std::string& url, const std::wstring& query, std::string* answer) {
+    int status = 200;
+    *answer = FetchAnswer(url, query.c_str(), &status);
+    std::string clean;
+    const Outcome cleaned = CleanPrinterElements(*answer, query.c_str(), &clean, status);
+    if (FAILED(cleaned)) ThrowFailure(Shown(url) + " is no WSD print service", cleaned);
+    return clean;
+}
+
+void Save(const std::string& name, const std::string& answer) {
+    std::ofstream file(std::filesystem::path(host::FromUtf8(name)), std::ios::binary | std::ios::trunc);
+    file << answer;
+    file.close();
+    if (!file) throw CommandError(Shown(name) + " cannot be written");
+}
+
 void PrintElements(const WsdOptions& options) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     const std::wstring query = QueryForElements(options.names, ParseDeclarations(options.namespaces));
@@ -86,10 +108,13 @@ void PrintElements(const WsdOptions& options) {
         PrintRaw(FetchAnswer(options.url, query.c_str()));
         return;
     }
-    const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str()));
+    std::string answer;
+    const ElementDocument document(options.url, FetchBoth(options.url, query, &answer));
     const std::vector<std::string> invalid = InvalidNames(document);
     const std::vector<std::string> unanswered = Unanswered(options.names, document);
-    if (options.json) {
+    if (!options.save.empty()) {
+        Save(options.save, answer);
+    } else if (options.json) {
         Json elements = Json::array();
         for (const ComPtr<IXMLDOMNode>& part : document.Parts())
             elements.push_back(ElementJson(part.Get()));
@@ -128,6 +153,10 @@ void AddWsdCommand(CLI::App& app) {
     command->add_flag("--raw", options->raw, "The printer's message as it came, before the clean-up")
         ->excludes(envelope);
     command->add_flag("--json", options->json, "The elements as JSON")->excludes(envelope)->excludes("--raw");
+    command->add_option("--save", options->save, "Save the message as it came in this file, and show nothing")
+        ->excludes(envelope)
+        ->excludes("--raw")
+        ->excludes("--json");
     command->callback([options] { PrintElements(*options); });
 }
 

@@ -1,0 +1,118 @@
+// vlmctl bidi new: where an author begins.
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+
+#include "soap/namespaces.h"
+#include "soap/printer_elements.h"
+#include "spooler/host/monitor_host.h"
+#include "tools/vlmctl/bidi/engine.h"
+#include "tools/vlmctl/bidi/new_command.h"
+#include "tools/vlmctl/bidi/new_extension.h"
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/exchange/failure.h"
+#include "tools/vlmctl/exchange/wsd_exchange.h"
+#include "tools/vlmctl/extension_files/source.h"
+#include "util/xml_bounds.h"
+
+namespace vlm::ctl {
+
+namespace {
+
+using host::FromUtf8;
+using host::ToUtf8;
+
+struct NewOptions {
+    std::string file;
+    BidiSources source;
+    bool force = false;
+};
+
+std::string TakeAnswer(const BidiSources& source, int* status) {
+    if (!source.printerUrl.empty()) {
+        const std::wstring query =
+            QueryForElements({"PrinterDescription", "PrinterConfiguration", "PrinterStatus",
+                              "DefaultPrintTicket", "PrinterCapabilities"},
+                             {});
+        return FetchAnswer(source.printerUrl, query.c_str(), status);
+    }
+    std::wstring problem;
+    const auto bytes = ReadFileBytes(FullPath(source.printerAnswer), kPrinterAnswerLimits.bytes, problem);
+    if (!bytes) throw CommandError(Shown(source.printerAnswer) + " " + ToUtf8(problem));
+    return *bytes;
+}
+
+// An entry of an INI file has no quotes, and a comma behind a name begins a number.
+void CheckName(const std::filesystem::path& file) {
+    const std::wstring name = file.filename().wstring();
+    const bool plain =
+        !name.empty() && name.front() != L' ' && name.back() != L' ' &&
+        std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= 0x20 && c < 0x7F; }) &&
+        name.find_first_of(L",;=\"%") == std::wstring::npos;
+    if (!plain || _wcsicmp(file.extension().c_str(), L".ini") == 0)
+        throw CommandError("'" + Shown(name) + "' cannot stand in an INI file as an extension file",
+                           kWrongUsage);
+}
+
+void Write(const std::filesystem::path& file, const std::string& content) {
+    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+    stream << content;
+    stream.close();
+    if (!stream) throw CommandError(Shown(file.wstring()) + " cannot be written");
+}
+
+void MakeNew(const NewOptions& options) {
+    const ComApartment apartment(COINIT_MULTITHREADED);
+    const std::filesystem::path file = FromUtf8(options.file);
+    std::filesystem::path ini = file;
+    ini.replace_extension(L".ini");
+    CheckName(file);
+    for (const std::filesystem::path& path : {file, ini}) {
+        if (!options.force && std::filesystem::exists(path))
+            throw CommandError(Shown(path.wstring()) + " is there already; --force writes it anew");
+    }
+
+    const std::string source =
+        options.source.printerUrl.empty() ? options.source.printerAnswer : options.source.printerUrl;
+    int status = 200;
+    const std::string answer = TakeAnswer(options.source, &status);
+    std::string clean;
+    const Outcome cleaned =
+        CleanPrinterElements(answer, {{L"pri", std::wstring(ns::kWsdPrint)}}, &clean, status);
+    if (FAILED(cleaned)) ThrowFailure(Shown(source) + " cannot be used", cleaned);
+    const NewExtension extension = MakeExtension(clean, source);
+
+    Write(file, extension.xml);
+    Write(ini,
+          "; The driver's settings file, one of its dependent files. The extension file lies beside it.\r\n"
+          "[BidiFiles]\r\nBidiWSDFile=" +
+              ToUtf8(file.filename().wstring()) + "\r\n");
+    PrintLine("{}: {} leaves, {} parameters", Shown(file.wstring()), extension.leaves, extension.parameters);
+    for (const std::string& element : extension.elements)
+        PrintLine("  asks for  {}", Shown(element));
+    for (const std::string& element : extension.leftOut)
+        PrintLine("  left out  {}: it stands in no namespace, and no query can name it", Shown(element));
+    PrintLine("{}: names it for the driver", Shown(ini.wstring()));
+}
+
+}  // namespace
+
+void AddNewCommand(CLI::App& bidi) {
+    auto options = std::make_shared<NewOptions>();
+    CLI::App* command = bidi.add_subcommand(
+        "new", "Write a first extension file for what a printer answers, and an INI file beside it");
+    command->add_option("FILE", options->file, "Extension file to write")->required();
+    CLI::Option_group* source = command->add_option_group("Source");
+    source->add_option("--wsd", options->source.printerAnswer, "The printer's answer, saved in a file");
+    source->add_option(
+        "--printer", options->source.printerUrl,
+        "Address of the printer's print service, asked live for what is published; 'vlmctl wsd "
+        "--save' gets a vendor's elements, too");
+    source->require_option(1);
+    command->add_flag("--force", options->force, "Write the files anew if they are there");
+    command->callback([options] { MakeNew(*options); });
+}
+
+}  // namespace vlm::ctl
