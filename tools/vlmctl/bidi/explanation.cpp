@@ -61,12 +61,15 @@ size_t Distance(const std::wstring& left, const std::wstring& right) {
 std::vector<std::string> Nearest(const std::wstring& path, const std::vector<NamedAnswer>& leaves) {
     const size_t farthest = std::max<size_t>(3, path.size() / 3);
     std::set<std::pair<size_t, std::wstring>> byDistance;
+    // The last two names somewhere else in the tree are near, too.
+    const std::wstring tail = path.substr(std::min(path.find_last_of(L".\\"), path.size()));
     for (const NamedAnswer& leaf : leaves) {
-        const size_t lengths =
-            std::max(path.size(), leaf.path.size()) - std::min(path.size(), leaf.path.size());
-        if (lengths > farthest || leaf.path.size() > 1024) continue;
+        const size_t longer = std::max(path.size(), leaf.path.size());
+        const size_t lengths = 2 * longer - path.size() - leaf.path.size();
+        const bool sameEnd = tail.size() > 1 && leaf.path.ends_with(tail);
+        if ((lengths > farthest && !sameEnd) || longer > 1024) continue;
         const size_t distance = Distance(path, leaf.path);
-        if (distance <= farthest) byDistance.emplace(distance, leaf.path);
+        if (distance <= farthest || sameEnd) byDistance.emplace(distance, leaf.path);
         if (byDistance.size() > kMostNearest) byDistance.erase(std::prev(byDistance.end()));
     }
     std::vector<std::string> nearest;

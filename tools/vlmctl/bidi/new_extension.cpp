@@ -226,8 +226,11 @@ std::optional<std::wstring> KeyOf(const Group& group) {
     const Node& sample = *group.All().front();
     for (const auto& [attribute, text] : sample.attributes)
         steps.push_back(attribute);
-    for (const Node& child : sample.children)
-        steps.push_back(child.name);
+    // Other children's texts say how an element is, not which one it is.
+    for (const Node& child : sample.children) {
+        const std::wstring local = LocalOf(child.name);
+        if (local == L"Name" || local == L"Id" || local == L"Color") steps.push_back(child.name);
+    }
     const auto rank = [](const std::wstring& step) {
         const std::wstring local = LocalOf(step.starts_with(L'@') ? step.substr(1) : step);
         return local == L"Name"         ? 0
