@@ -160,6 +160,7 @@ void AddExplain(CLI::App& bidi) {
     auto path = std::make_shared<std::string>();
     command->add_option("PATH", *path, "Schema path, such as \\Printer.Consumables.Black:Level")->required();
     command->callback([options, path] {
+        CheckPaths({*path});
         const Explanation explanation = Explain(options->sources, *path);
         PrintExplanation(explanation, options->json);
         if (explanation.verdict == Verdict::kFailed) throw CommandError(explanation.why);
