@@ -107,9 +107,11 @@ Outcome Clean(std::string_view answer, const std::vector<NamespaceDeclaration>& 
         *document = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>" + ToUtf8(handler.Finish());
         return {};
     }
+    std::wstring reason = L"the printer's answer ";
+    reason += handler.Reason().empty() ? L"is no well-formed XML" : handler.Reason();
     const bool isSuccess = status >= 200 && status < 300;
-    return {hr, (isSuccess ? L"" : L"HTTP status " + std::to_wstring(status) + L"; ") + (L"the printer's answer " +
-                    (handler.Reason().empty() ? L"is no well-formed XML" : handler.Reason()))};
+    if (!isSuccess) reason = L"HTTP status " + std::to_wstring(status) + L"; " + reason;
+    return {hr, std::move(reason)};
 }
 
 // Runs `body` with the query that `queryText` or `queryStream` holds.

@@ -1,5 +1,5 @@
-// What a build with clang has to refuse: each function uses what a lock guards in a way of its own without it. That
-// nothing else compiles it shows that the words of locks.h reach the compiler.
+// What a build with clang has to refuse: each function uses what a lock guards in a way of its own without
+// it. That nothing else compiles it shows that the words of locks.h reach the compiler.
 #include "util/locks.h"
 
 namespace vlm {
@@ -14,8 +14,11 @@ void Await() VLM_EXCLUDES(lock);
 int ReadWithoutLock() {
     return counter;
 }
+void Touch() {
+    const ExclusiveScope exclusive(lock);
+}
 void WriteBehindLock() {
-    { const ExclusiveScope exclusive(lock); }
+    Touch();
     counter = 1;
 }
 int ReadThroughPointer() {
