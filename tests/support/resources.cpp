@@ -38,8 +38,11 @@ size_t CountThreads() {
 void AddBlocks(HANDLE heap, Resources& resources) {
     HeapLock(heap);
     PROCESS_HEAP_ENTRY entry{};
-    while (HeapWalk(heap, &entry))
-        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) != 0) ++resources.heapBlocks;
+    while (HeapWalk(heap, &entry)) {
+        if ((entry.wFlags & PROCESS_HEAP_ENTRY_BUSY) == 0) continue;
+        ++resources.heapBlocks;
+        resources.heapBytes += entry.cbData;
+    }
     HeapUnlock(heap);
 }
 

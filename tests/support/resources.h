@@ -19,6 +19,7 @@ struct Resources {
     // size in groups of 31, and HeapWalk tells such a group as one block. So a few may come at any time, and
     // what leaks has to be many.
     size_t heapBlocks;
+    size_t heapBytes;  // in them
 };
 
 Resources CountResources();
