@@ -15,7 +15,7 @@ from vprinter import VirtualPrinter
 PAGE = windows.ROOT / "docs/json.md"
 SHAPES = json.loads((windows.ROOT / "packaging/vlmctl-json.schema.json").read_text())
 EXTENSIONS = ("--ext", EXAMPLES / "velun-base.xml", "--ext", EXAMPLES / "velun-finisher.xml")
-HELPERS = {"text", "count", "level", "element"}
+HELPERS = {"text", "count", "level", "element", "declared", "search", "parameters"}
 FRAME = "CDCA1004003100010004" + "00" * 10 + "11223344"
 
 
@@ -56,6 +56,15 @@ class Output(Companion):
             self.output("bidi-get", "bidi", "getall", *EXTENSIONS, "--printer", url, "\\")
             self.output("bidi-enum", "bidi", "enum", *EXTENSIONS, "--printer", url, "\\")
             self.output("bidi-enum", "bidi", "enum", *EXTENSIONS, "\\")
+            for path, status in (("\\Printer.Status:State", 0), ("\\Printer.Consumables.Black:Level", 0),
+                                 ("\\Printer.Consumables.Pink:Level", 3), ("\\Printer:Nothing", 3)):
+                self.output("bidi-explain", "bidi", "explain", path, *EXTENSIONS, "--printer", url, status=status)
+
+    def test_what_is_wrong_with_a_file(self):
+        with tempfile.TemporaryDirectory() as folder:
+            file = pathlib.Path(folder) / "bad.xml"
+            file.write_text('<Schema xmlns:pri="urn:x"><Property name="A"><Value type="BIDI_TEXT"/></Property></Schema>')
+            self.assertTrue(self.output("bidi-check", "bidi", "check", file, status=2))
 
     def test_a_frame_from_anywhere(self):
         decoded = self.output("vpca-decode", "vpca", "decode", FRAME)
