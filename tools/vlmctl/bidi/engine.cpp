@@ -187,7 +187,8 @@ std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* act
 
 std::vector<NeededElement> NeededElements(const BidiSources& sources, const std::vector<std::string>& paths) {
     EngineQuery query(sources, paths);
-    if (!query.FindNeeded()) throw CommandError("the extension files have none of these paths", kNothingFound);
+    if (!query.FindNeeded())
+        throw CommandError("the extension files have none of these paths", kNothingFound);
     std::vector<NeededElement> elements;
     for (const std::string& name : query.Needed())
         elements.push_back({name, std::nullopt});
