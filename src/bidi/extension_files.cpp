@@ -216,13 +216,14 @@ void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,
         if (known == declarations.end()) {
             declarations.push_back(declaration);
         } else if (known->uri != declaration.uri) {
-            const std::wstring prefix = L"prefix \"" + Printable(declaration.prefix);
+            const std::wstring prefix = L"prefix \"" + Printable(declaration.prefix) + L"\"";
+            std::wstring reason = prefix;
+            reason += L" is \"" + Printable(declaration.uri) + L"\" in " + source;
+            reason += L", but \"" + Printable(known->uri) + L"\" in the extension files before it";
             ThrowTracedError(E_FAIL,
                              L"Mismatch in extension file(s) and/or WSD stream - same " + prefix +
-                                 L"\" refers to different namespace URLs",
-                             prefix + L"\" is \"" + Printable(declaration.uri) + L"\" in " + source +
-                                 L", but \"" + Printable(known->uri) +
-                                 L"\" in the extension files before it");
+                                 L" refers to different namespace URLs",
+                             reason);
         }
     }
 }

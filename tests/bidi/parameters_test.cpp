@@ -158,8 +158,8 @@ TEST_F(Leaks, QueriesAndFailuresLeaveNothingBehind) {
             const test::Response owned(response);
         }
     };
-    // The first rounds fill the platform's own caches.
-    for (int i = 0; i < 5; ++i)
+    // The first rounds fill the platform's own caches and pools.
+    for (int i = 0; i < 25; ++i)
         round();
     const test::Resources before = test::CountResources();
     for (int i = 0; i < 20; ++i)

@@ -32,23 +32,14 @@ std::wstring_view Local(std::wstring_view name) {
     return name.substr(name.find(L':') + 1);
 }
 
-bool IsInteger(const std::wstring& text) {
-    if (text.empty() ||
-        text.find_first_not_of(L"0123456789", text.find_first_of(L"+-") == 0 ? 1 : 0) != text.npos)
-        return false;
-    wchar_t* end = nullptr;
-    errno = 0;
-    const long value = std::wcstol(text.c_str(), &end, 10);
-    return end != text.c_str() && errno == 0 && value >= INT32_MIN && value <= INT32_MAX;
-}
-
-// With a decimal point, whatever the locale, and no more than that.
-bool IsFloat(const std::wstring& text) {
+// Whether all of the text is one number of that type, with a decimal point whatever the locale.
+template <typename Number>
+bool Is(const std::wstring& text) {
     std::string digits;
     for (const wchar_t c : text)
         digits.push_back(c < 0x80 ? static_cast<char>(c) : '?');
     if (digits.starts_with('+') && !digits.starts_with("+-")) digits.erase(0, 1);
-    float value = 0;
+    Number value = 0;
     const auto [end, problem] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
     return problem == std::errc() && end == digits.data() + digits.size();
 }
@@ -426,11 +417,11 @@ class Checker {
         if (type == L"BIDI_BOOL" && leaf.text != L"true" && leaf.text != L"false") {
             Say(Rule::kNotTrue, {leaf},
                 L"the text " + Quoted(leaf.text) + L" counts as false; only 'true' is true");
-        } else if (type == L"BIDI_INT" && !IsInteger(leaf.text)) {
+        } else if (type == L"BIDI_INT" && !Is<int32_t>(leaf.text)) {
             Say(Rule::kNoNumber, {leaf},
                 L"the text " + Quoted(leaf.text) +
                     L" is no integer of 32 bits, and what it begins with is answered, or 0");
-        } else if (type == L"BIDI_FLOAT" && !IsFloat(leaf.text)) {
+        } else if (type == L"BIDI_FLOAT" && !Is<float>(leaf.text)) {
             Say(Rule::kNoNumber, {leaf},
                 L"the text " + Quoted(leaf.text) +
                     L" is no number with a decimal point, and what it begins with is answered, or 0");
