@@ -10,6 +10,7 @@
 //   request            the last one that was written, in hex
 //   slow MS | slow     each lower step of USB005 takes so long; what was asked of it since the last time
 //   delay MS           the spooler's next enumeration of printers takes so long
+//   asked              how often its printers were enumerated so far
 //   open | second      the port again; another manager for a moment
 //   unload | load      the module, without Shutdown
 //   ping
@@ -218,6 +219,12 @@ class Host {
             Say(spooler_.AddRule({"EnumPrintersW", 0, static_cast<DWORD>(std::stoul(word)), 0, 1})
                     ? "ok"
                     : "failed");
+        } else if (verb == "asked") {
+            // How often the spooler was asked for its printers so far.
+            const std::vector<std::wstring> log = spooler_.Log();
+            Say(std::to_string(std::count_if(log.begin(), log.end(), [](const std::wstring& call) {
+                return call.starts_with(L"EnumPrintersW");
+            })));
         } else if (verb == "second") {
             // One more manager of the module, for a moment.
             const HANDLE first = std::exchange(manager_, nullptr);

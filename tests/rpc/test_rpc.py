@@ -310,9 +310,11 @@ class ClosingTest(unittest.TestCase):
     def test_shutdown_does_not_wait_for_ever_for_a_call_that_the_spooler_holds(self):
         host = self.start()
         host.do("delay 8000")
+        asked = host.do("asked")
         caller = threading.Thread(target=self.query)
         caller.start()
-        time.sleep(1)
+        while host.do("asked") == asked:
+            time.sleep(0.05)
         waited = int(host.do("shutdown").split()[1])
         self.assertTrue(2500 < waited < 6000, waited)
         self.assertEqual(host.do("unload"), "kept")
