@@ -114,7 +114,7 @@ class Install(Installation):
         text = self.folder / "text.dll"
         text.write_text("no DLL")
         for dll, says in ((text, "not a DLL"), (windows.BIN / "spoolss.dll", "no print monitor"),
-                          (windows.BIN / "vlmctl.exe", "it is a program"), (self.folder / "absent.dll", "not found"),
+                          (windows.BIN / "spoolhost.exe", "it is a program"), (self.folder / "absent.dll", "not found"),
                           (self.folder, "a folder"), ("NUL", "not a file"),
                           # Its code would end the companion.
                           (windows.BIN / "loud.dll", "no print monitor")):
