@@ -239,7 +239,8 @@ class Failures(Live):
             faulty = pathlib.Path(folder) / "faulty.xml"
             for text, says in ((schema % "p:A[", r'^vlmctl: the query failed: filter p:A\[ .*faulty.xml$'),
                                (schema % "p:A[.=$X$]", "^vlmctl: the query failed: Parameter X .*faulty.xml$"),
-                               (schema % "p:A" + "\n\n<x", r"cannot be used: .*faulty.xml:3:3: not well-formed"),
+                               ((schema % "p:A").replace("</Schema>", "\n\n<x></y></Schema>"),
+                                r"cannot be used: .*faulty.xml:3:7: not well-formed"),
                                ("<x/>", "cannot be used: .*faulty.xml: declares the namespace")):
                 faulty.write_text(text)
                 with self.subTest(text):
