@@ -19,7 +19,7 @@
 #include "bench/processor_time.h"
 #include "bidi/velunbidispl.h"
 #include "tests/util/temp_dir.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace {
 

@@ -22,8 +22,7 @@
 #include "spooler/standin.h"
 #include "tests/util/temp_dir.h"
 #include "util/com.h"
-#include "util/streams.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace {
 

@@ -18,10 +18,10 @@
 #include "soap/streams.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/standin.h"
-#include "tests/soap/scripted_server.h"
 #include "tests/support/bidi_lower_monitor.h"
 #include "tests/support/resources.h"
-#include "util/vlutil.h"
+#include "tests/support/scripted_server.h"
+#include "util/trace.h"
 #include "util/vlxml.h"
 
 namespace {

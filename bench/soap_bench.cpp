@@ -7,9 +7,9 @@
 #include "bench/bench.h"
 #include "soap/printer_elements.h"
 #include "soap/streams.h"
-#include "tests/soap/scripted_server.h"
+#include "tests/support/scripted_server.h"
 #include "util/com.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace {
 

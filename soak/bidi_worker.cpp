@@ -4,6 +4,7 @@
 
 #include "soak/workers.h"
 #include "tools/vlmctl/bidi/containers.h"
+#include "util/text.h"
 
 namespace vlm::soak {
 
@@ -142,11 +143,10 @@ std::optional<Lines> EngineLines(const std::vector<std::string>& paths, int base
 // The lower monitor's entries, merged into the engine's: these win unless only the lower one succeeded.
 Lines Merge(Lines engine, const std::vector<LowerEntry>& lower) {
     for (const LowerEntry& entry : lower) {
-        const std::string question = std::to_string(entry.number) + " " + host::ToUtf8(entry.schema) + " ";
+        const std::string question = std::to_string(entry.number) + " " + ToUtf8(entry.schema) + " ";
         const auto own = std::find_if(engine.begin(), engine.end(),
                                       [&](const std::string& line) { return line.starts_with(question); });
-        const std::string line =
-            Line(entry.number, host::ToUtf8(entry.schema), entry.result, host::ToUtf8(entry.text));
+        const std::string line = Line(entry.number, ToUtf8(entry.schema), entry.result, ToUtf8(entry.text));
         if (own == engine.end()) {
             engine.push_back(line);
         } else if (!own->starts_with(question + "0 ") && entry.result == 0) {
@@ -226,8 +226,8 @@ void BidiWorker::Ask(const OpenPort& port, Random& random) {
     const DWORD lowerCode = random.OneIn(3) ? kBelowError : 0;
     std::vector<LowerEntry> lower;
     if (random.OneIn(2)) lower.push_back({7, 0, L"\\Below", L"here"});
-    if (random.OneIn(2)) lower.push_back({0, 0, host::FromUtf8(paths[0]), L"below"});
-    if (random.OneIn(4)) lower.push_back({1, 50, host::FromUtf8(kUnknown), L""});
+    if (random.OneIn(2)) lower.push_back({0, 0, FromUtf8(paths[0]), L"below"});
+    if (random.OneIn(4)) lower.push_back({1, 50, FromUtf8(kUnknown), L""});
 
     port.below.bidiCode = lowerCode;
     port.below.entries = lower;

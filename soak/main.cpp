@@ -18,6 +18,7 @@
 
 #include "soak/growth.h"
 #include "soak/workers.h"
+#include "util/text.h"
 
 namespace vlm::soak {
 namespace {
@@ -51,7 +52,7 @@ class Cast {
             const OpenPort tcp = OpenOn(AddPort(printer));
             PrinterPort& wsd = AddPort(std::wstring(L"WSD-") + suffix);
             wsd.kind = test::BidiLowerMonitor::kWsd;
-            const std::string name = host::ToUtf8(suffix);
+            const std::string name = ToUtf8(suffix);
             Add<PrintWorker>("print-" + name, tcp, Rivals::kNone);
             Add<BidiWorker>("bidi-" + name, files_, tcp, OpenOn(wsd, printer), shared);
         }
@@ -80,7 +81,7 @@ class Cast {
             thread.join();
         for (const OpenPort& port : open_)
             if (!stage_.table.pfnClosePort(port.handle))
-                stage_.report.Violate("end", 0, "port " + host::ToUtf8(port.below.name) + " does not close");
+                stage_.report.Violate("end", 0, "port " + ToUtf8(port.below.name) + " does not close");
     }
     size_t Running() const { return threads_.size(); }
     std::string Progress() const {

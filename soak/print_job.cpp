@@ -1,4 +1,5 @@
 #include "soak/print_job.h"
+#include "util/text.h"
 
 #include <algorithm>
 #include <cwctype>
@@ -171,7 +172,7 @@ OpenPort Open(Stage& stage, PrinterPort& below, const std::wstring& printer) {
     HANDLE handle = nullptr;
     if (!stage.table.pfnOpenPortEx(stage.host.Manager(), static_cast<test::LowerMonitor*>(&below),
                                    port.data(), printerName.data(), &handle, &below.table))
-        throw std::runtime_error("port " + host::ToUtf8(port) + " does not open");
+        throw std::runtime_error("port " + ToUtf8(port) + " does not open");
     return {below, handle, printer};
 }
 

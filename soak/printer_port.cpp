@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "util/handles.h"
+#include "util/text.h"
 
 namespace vlm::soak {
 
@@ -62,7 +63,7 @@ void PrinterPort::Abandon() {
 }
 
 void PrinterPort::Violate(const std::string& what) const {
-    stage_.report.Violate("port " + host::ToUtf8(name), 0, what);
+    stage_.report.Violate("port " + ToUtf8(name), 0, what);
 }
 
 Job* PrinterPort::CurrentJob(const char* operation) {

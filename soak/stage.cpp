@@ -1,4 +1,5 @@
 #include "soak/stage.h"
+#include "util/text.h"
 
 #include <malloc.h>
 
@@ -62,7 +63,7 @@ std::map<DWORD, std::string> Stage::LoggedJobEvents() const {
         const size_t number = line.find(job) + job.size();
         const size_t event = line.find(L", ", number) + 2;
         std::string& text = events[static_cast<DWORD>(std::stoul(line.substr(number)))];
-        text += (text.empty() ? "" : " ") + host::ToUtf8(line.substr(event, line.rfind(L')') - event));
+        text += (text.empty() ? "" : " ") + ToUtf8(line.substr(event, line.rfind(L')') - event));
     }
     return events;
 }

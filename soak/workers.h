@@ -7,7 +7,7 @@
 #include "soak/extension_set.h"
 #include "soak/print_job.h"
 #include "soak/worker.h"
-#include "tests/soap/scripted_server.h"
+#include "tests/support/scripted_server.h"
 #include "tools/vlmctl/exchange/rpc_client.h"
 
 namespace vlm::soak {

@@ -6,7 +6,6 @@
 
 #include "util/handles.h"
 #include "util/spooler_api.h"
-#include "util/streams.h"
 
 namespace vlm::host {
 
@@ -47,12 +46,5 @@ class MonitorHost {
 
 // The path of `file` beside the running program.
 std::wstring BesideProgram(const wchar_t* file);
-
-using vlm::ToUtf8;
-std::wstring FromUtf8(const std::string& text);
-// "connection refused (10061)": the codes that a print run meets in words, any other by its number.
-std::string ErrorText(DWORD code);
-// Text from outside with everything but printable ASCII replaced by '?', for a line on a terminal.
-std::string Printable(const std::string& text);
 
 }  // namespace vlm::host

@@ -26,14 +26,15 @@
 #include "spooler/host/monitor_host.h"
 #include "spooler/host/raw_tcp_monitor.h"
 #include "spooler/standin.h"
+#include "util/text.h"
 
 namespace {
 
-using vlm::host::ErrorText;
-using vlm::host::FromUtf8;
+using vlm::ErrorText;
+using vlm::FromUtf8;
+using vlm::ToUtf8;
 using vlm::host::MonitorHost;
 using vlm::host::RawTcpMonitor;
-using vlm::host::ToUtf8;
 
 constexpr DWORD kStepTimeout = 10'000;     // milliseconds
 constexpr DWORD kProcessTimeout = 30'000;  // milliseconds

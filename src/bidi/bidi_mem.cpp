@@ -4,7 +4,7 @@
 #include <cwchar>
 #include <limits>
 
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

@@ -5,7 +5,7 @@
 
 #include "util/comerror.h"
 #include "util/outcome.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

@@ -7,7 +7,7 @@
 
 #include "bidi/engine_error.h"
 #include "util/handles.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 #include "util/xml_bounds.h"
 
 namespace vlm {

@@ -2,7 +2,7 @@
 
 #include "bidi/engine_error.h"
 #include "bidi/filter_cost.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

@@ -1,7 +1,7 @@
 #include "bidi/query_budget.h"
 
 #include "bidi/engine_error.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

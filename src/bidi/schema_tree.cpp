@@ -6,7 +6,7 @@
 
 #include "bidi/engine_error.h"
 #include "bidi/parameter_text.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

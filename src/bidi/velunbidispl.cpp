@@ -14,7 +14,7 @@
 #include "bidi/xml_text.h"
 #include "util/scope_exit.h"
 #include "util/streams.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 #include "util/xml_bounds.h"
 
 namespace vlm {

@@ -12,7 +12,7 @@
 #include "bidi/answer_pass.h"
 #include "bidi/bidi_mem.h"
 #include "bidi/engine_error.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

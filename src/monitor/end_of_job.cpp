@@ -10,7 +10,7 @@
 #include "monitor/remote_ports.h"
 #include "util/handles.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

@@ -7,7 +7,7 @@
 
 #include "monitor/process_state.h"
 #include "util/handles.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

@@ -10,7 +10,7 @@
 #include "util/handles.h"
 #include "util/hresult.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

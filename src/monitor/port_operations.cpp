@@ -15,7 +15,7 @@
 #include "util/handles.h"
 #include "util/noinline.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

@@ -3,7 +3,7 @@
 #include "monitor/event_window.h"
 #include "rpc/rpc_server.h"
 #include "util/event_provider.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

@@ -8,7 +8,7 @@
 #include "util/handles.h"
 #include "util/names.h"
 #include "util/spooler_api.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm::rpc {
 

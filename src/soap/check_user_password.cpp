@@ -2,7 +2,7 @@
 
 #include "soap/check_user_password_service.h"
 #include "util/hresult.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

@@ -9,7 +9,8 @@
 #include "soap/query_document.h"
 #include "soap/streams.h"
 #include "util/sax.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm {
 

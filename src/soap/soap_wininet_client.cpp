@@ -5,12 +5,12 @@
 #include <memory>
 #include <utility>
 
-#include "soap/bounded_call.h"
 #include "soap/network_error.h"
 #include "soap/read_stream_on_inet.h"
 #include "soap/streams.h"
+#include "util/bounded_call.h"
 #include "util/hresult.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

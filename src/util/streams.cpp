@@ -1,4 +1,5 @@
 #include "util/streams.h"
+#include "util/text.h"
 
 namespace vlm {
 
@@ -8,14 +9,6 @@ constexpr ULONG kPiece = 4096;
 constexpr size_t kLongestStream = 64 * 1024 * 1024;
 
 }  // namespace
-
-std::string ToUtf8(std::wstring_view text) {
-    const int length = static_cast<int>(text.size());
-    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string bytes(static_cast<size_t>(needed), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, bytes.data(), needed, nullptr, nullptr);
-    return bytes;
-}
 
 std::string DocumentToUtf8(std::wstring_view document) {
     const size_t end = document.starts_with(L"<?xml ") ? document.find(L"?>") : std::wstring_view::npos;

@@ -10,9 +10,7 @@
 
 namespace vlm {
 
-std::string ToUtf8(std::wstring_view text);
-
-// The same for an XML document, without its XML declaration: the encoding named there is that of the bytes
+// `document` in UTF-8, without its XML declaration: the encoding named there is that of the bytes
 // that the text once was.
 std::string DocumentToUtf8(std::wstring_view document);
 

@@ -12,7 +12,7 @@
 #include <chrono>
 #include <cstdint>
 
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

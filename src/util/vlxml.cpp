@@ -4,7 +4,7 @@
 
 #include "util/handles.h"
 #include "util/streams.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 

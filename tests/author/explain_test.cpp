@@ -9,6 +9,7 @@
 
 #include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 namespace {
@@ -55,7 +56,7 @@ class ExplainTest : public testing::Test {
 };
 
 TEST_F(ExplainTest, EndsWithWhatGetAnswersForEveryLeafOfTheExamples) {
-    const std::string folder = host::ToUtf8(host::BesideProgram(L"examples"));
+    const std::string folder = ToUtf8(host::BesideProgram(L"examples"));
     const BidiSources sources{{folder + "/velun-base.xml", folder + "/velun-finisher.xml"},
                               folder + "/printer-answer.xml",
                               "",

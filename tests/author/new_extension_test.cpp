@@ -11,16 +11,14 @@
 
 #include "bidi/xml_text.h"
 #include "soap/printer_elements.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi/answer_check.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/extension_files/check.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 namespace {
 
-using host::FromUtf8;
-using host::ToUtf8;
 using testing::IsEmpty;
 
 // An answer with these elements, each in its part; "w" is the print service's prefix.

@@ -11,8 +11,8 @@
 
 #include "tests/bidi/engine_fixture.h"
 #include "tests/monitor/port_fixture.h"
-#include "tests/soap/scripted_server.h"
 #include "tests/support/bidi_lower_monitor.h"
+#include "tests/support/scripted_server.h"
 
 namespace vlm::test {
 

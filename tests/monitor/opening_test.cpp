@@ -4,6 +4,7 @@
 #include <tuple>
 
 #include "tests/monitor/port_fixture.h"
+#include "util/text.h"
 
 namespace vlm::test {
 namespace {
@@ -89,7 +90,7 @@ TEST_F(OpeningTest, LowerMonitorNeedsTheFiveOperationsButNotEndDoc) {
         remove(below.table);
         HANDLE handle = nullptr;
         SetLastError(kPoison);
-        EXPECT_EQ(Open(below, L"IP_" + host::FromUtf8(name), &handle), opens);
+        EXPECT_EQ(Open(below, L"IP_" + FromUtf8(name), &handle), opens);
         EXPECT_EQ(GetLastError(), opens ? kPoison : 3007U);
         EXPECT_EQ(below.CountOf("OpenPort"), opens ? 1U : 0U);
     }

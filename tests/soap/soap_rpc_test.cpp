@@ -9,8 +9,8 @@
 #include "soap/soap_fault.h"
 #include "soap/soap_root_handler.h"
 #include "soap/xml_text.h"
-#include "tests/soap/scripted_server.h"
-#include "util/vlutil.h"
+#include "tests/support/scripted_server.h"
+#include "util/trace.h"
 
 namespace vlm {
 namespace {

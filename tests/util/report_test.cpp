@@ -7,7 +7,7 @@
 #include "util/comerror.h"
 #include "util/crypt32mgr.h"
 #include "util/splssmgr.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm {
 namespace {

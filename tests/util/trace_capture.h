@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm::test {
 

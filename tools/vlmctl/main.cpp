@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi/bidi_commands.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
@@ -22,7 +21,8 @@
 #include "tools/vlmctl/remote/remote_commands.h"
 #include "tools/vlmctl/trace/trace_command.h"
 #include "util/com.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace {
 
@@ -34,7 +34,7 @@ std::vector<std::string> Arguments() {
     LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
     std::vector<std::string> arguments;
     for (int i = count - 1; i > 0; --i)
-        arguments.push_back(vlm::host::ToUtf8(wide[i]));
+        arguments.push_back(vlm::ToUtf8(wide[i]));
     LocalFree(wide);
     return arguments;
 }

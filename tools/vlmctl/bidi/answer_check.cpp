@@ -5,18 +5,16 @@
 #include <set>
 
 #include "bidi/answer_pass.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi/source_places.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/extension_files/filter.h"
 #include "tools/vlmctl/extension_files/vocabulary.h"
 #include "util/comerror.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
 
 class AnswerChecker {
  public:

@@ -5,7 +5,6 @@
 #include <map>
 #include <memory>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi/answer_check.h"
 #include "tools/vlmctl/bidi/bidi_commands.h"
 #include "tools/vlmctl/bidi/check_output.h"
@@ -17,14 +16,12 @@
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/extension_files/check.h"
 #include "util/com.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 struct BidiOptions {
     BidiSources sources;

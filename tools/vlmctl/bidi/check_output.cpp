@@ -3,17 +3,15 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/console/table.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::ToUtf8;
 
 constexpr size_t kLongestFileName = 1024;
 

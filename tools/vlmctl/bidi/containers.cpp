@@ -5,8 +5,8 @@
 #include <array>
 
 #include "bidi/bidi_mem.h"
-#include "spooler/host/monitor_host.h"
 #include "util/scope_exit.h"
+#include "util/text.h"
 
 // windows.h first.
 #include <wincrypt.h>
@@ -14,9 +14,6 @@
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 std::string Base64(const BINARY_CONTAINER& blob) {
     DWORD length = 0;

@@ -7,7 +7,6 @@
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
 #include "soap/printer_elements.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/input.h"
@@ -16,15 +15,13 @@
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/extension_files/source.h"
 #include "util/streams.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 #include "util/xml_bounds.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extensions) {
     std::wstring list = L"<BidiExtensionFiles>";

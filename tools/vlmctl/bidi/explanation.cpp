@@ -12,19 +12,16 @@
 #include "bidi/engine_error.h"
 #include "bidi/parameter_text.h"
 #include "soap/namespaces.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi/source_places.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/element_document.h"
 #include "tools/vlmctl/extension_files/filter.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 constexpr size_t kMostShown = 8;  // nodes of one filter
 constexpr size_t kMostNearest = 3;

@@ -6,7 +6,6 @@
 
 #include "soap/namespaces.h"
 #include "soap/printer_elements.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/bidi/new_command.h"
 #include "tools/vlmctl/bidi/new_extension.h"
@@ -15,14 +14,12 @@
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/extension_files/source.h"
+#include "util/text.h"
 #include "util/xml_bounds.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 struct NewOptions {
     std::string file;

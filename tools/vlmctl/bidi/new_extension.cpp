@@ -11,17 +11,15 @@
 
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/exchange/element_document.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 #include "util/xml_names.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::ToUtf8;
 
 // Levels that a file repeats one by one, where nothing in the elements names them; more become Lists.
 constexpr size_t kMostNumbered = 8;
@@ -259,7 +257,7 @@ class Writer {
     Writer(const Prefixes& prefixes, const std::string& source) {
         extension_.xml = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
         Comment(0, L"A first extension file: a leaf for every text of what the printer answered (" +
-                       host::FromUtf8(source) + L").");
+                       FromUtf8(source) + L").");
         Comment(0, L"Take out what nobody asks for, and give the rest the names that your application uses.");
         Line(0, std::wstring(L"<bidi:Definition xmlns:bidi=\"") + kBidiNamespace + L"\">");
         std::wstring declarations;

@@ -15,16 +15,14 @@
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "util/com.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
 namespace {
 
 using host::BidiLowerMonitor;
-using host::ErrorText;
-using host::FromUtf8;
-using host::ToUtf8;
 using Kind = BidiLowerMonitor::Kind;
 
 constexpr wchar_t kPrinter[] = L"vlmctl";

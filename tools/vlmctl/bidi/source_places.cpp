@@ -1,8 +1,8 @@
 #include "tools/vlmctl/bidi/source_places.h"
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/bidi/explanation.h"
+#include "util/text.h"
 #include "util/xml_bounds.h"
 
 namespace vlm::ctl {
@@ -24,7 +24,7 @@ SourcePlaces::SourcePlaces(const std::vector<std::string>& extensions) {
         const std::wstring path = FullPath(extension);
         const auto bytes = ReadFileBytes(path, kExtensionFileLimits.bytes, problem);
         std::optional<SourceFile> file;
-        if (bytes) file = ParseSource(host::FromUtf8(extension), *bytes, ignored);
+        if (bytes) file = ParseSource(FromUtf8(extension), *bytes, ignored);
         if (!file) continue;
         const auto [read, added] = files_.try_emplace(path, Read{*std::move(file), {}});
         if (added) Number(read->second.file.root, read->second.elements);
@@ -49,11 +49,11 @@ const SourceElement* SourcePlaces::ElementOf(const SchemaElement& declared) cons
 }
 
 Declared SourcePlaces::Of(const SchemaElement& declared) const {
-    Declared place{host::ToUtf8(declared.tag), "", 0, 0};
+    Declared place{ToUtf8(declared.tag), "", 0, 0};
     const Read* read = Find(declared);
     if (read == nullptr) return place;
     const Place at = read->file.PlaceOf({*read->elements[declared.number]});
-    place.file = host::ToUtf8(read->file.path);
+    place.file = ToUtf8(read->file.path);
     place.line = at.line;
     place.column = at.column;
     return place;

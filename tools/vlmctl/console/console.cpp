@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
@@ -78,11 +78,11 @@ void Print(std::string_view line) {
 }
 
 std::string Shown(const std::wstring& text) {
-    return host::ToUtf8(Printable(text));
+    return ToUtf8(Printable(text));
 }
 
 std::string Shown(const std::string& text) {
-    return Shown(host::FromUtf8(text));
+    return Shown(FromUtf8(text));
 }
 
 Progress::~Progress() {

@@ -4,10 +4,10 @@
 
 #include <fmt/format.h>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "util/handles.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -20,7 +20,7 @@ std::string FromUtf16(const std::string& bytes, bool networkOrder) {
         const auto high = static_cast<unsigned char>(bytes[i + (networkOrder ? 0 : 1)]);
         text += static_cast<wchar_t>(low | high << 8);
     }
-    return host::ToUtf8(text);
+    return ToUtf8(text);
 }
 
 }  // namespace
@@ -29,11 +29,10 @@ std::string ReadInput(const std::string& file, size_t most) {
     File opened;
     HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     if (file != "-") {
-        opened.Reset(CreateFileW(host::FromUtf8(file).c_str(), GENERIC_READ,
+        opened.Reset(CreateFileW(FromUtf8(file).c_str(), GENERIC_READ,
                                  FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                  OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!opened)
-            throw CommandError("cannot read " + Shown(file) + ": " + host::ErrorText(GetLastError()));
+        if (!opened) throw CommandError("cannot read " + Shown(file) + ": " + ErrorText(GetLastError()));
         input = opened.Get();
     }
     constexpr DWORD kPiece = 64 * 1024;
@@ -45,7 +44,7 @@ std::string ReadInput(const std::string& file, size_t most) {
         if (!ReadFile(input, bytes.data() + before, kPiece, &count, nullptr)) {
             const DWORD error = GetLastError();
             if (error != ERROR_BROKEN_PIPE && error != ERROR_HANDLE_EOF)
-                throw CommandError("cannot read " + InputName(file) + ": " + host::ErrorText(error));
+                throw CommandError("cannot read " + InputName(file) + ": " + ErrorText(error));
             count = 0;
         }
         bytes.resize(before + count);

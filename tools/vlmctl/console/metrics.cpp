@@ -4,10 +4,10 @@
 
 #include <fmt/format.h>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "util/handles.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -16,7 +16,7 @@ namespace {
 std::string Escaped(const std::string& text) {
     std::string escaped;
     // By way of UTF-16, so that what is no UTF-8 becomes replacement characters.
-    for (const char c : host::ToUtf8(host::FromUtf8(text))) {
+    for (const char c : ToUtf8(FromUtf8(text))) {
         if (c == '\n')
             escaped += "\\n";
         else if (c == '\\' || c == '"')
@@ -81,11 +81,11 @@ void WriteMetrics(const Metrics& metrics, const std::string& file) {
         Print(text);
         return;
     }
-    const std::wstring path = host::FromUtf8(file);
+    const std::wstring path = FromUtf8(file);
     // Of another extension, so that nothing collects it.
     const std::wstring draft = path + L"." + std::to_wstring(GetCurrentProcessId()) + L".new";
     if (WriteDraft(draft, metrics.Text()) && Replace(draft, path)) return;
-    const std::string reason = host::ErrorText(GetLastError());
+    const std::string reason = ErrorText(GetLastError());
     DeleteFileW(draft.c_str());
     throw CommandError("cannot write " + Shown(file) + ": " + reason);
 }

@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <string>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/code_page.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -29,7 +29,7 @@ LONG CALLBACK TakeDebugText(EXCEPTION_POINTERS* exception) {
     const auto address = record.ExceptionInformation[1];
     const std::wstring text = wide ? std::wstring(reinterpret_cast<const wchar_t*>(address), length)
                                    : FromCodePage(reinterpret_cast<const char*>(address), length);
-    const std::string line = "trace: " + host::ToUtf8(text);
+    const std::string line = "trace: " + ToUtf8(text);
     std::fwrite(line.data(), 1, line.size(), stderr);
     return EXCEPTION_CONTINUE_EXECUTION;
 }

@@ -7,19 +7,16 @@
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
 #include "soap/xml_text.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 constexpr size_t kLongestText = 1000;
 constexpr size_t kIndent = 2;

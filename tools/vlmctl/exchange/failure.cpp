@@ -2,14 +2,14 @@
 
 #include <fmt/format.h>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 void ThrowFailure(const std::string& what, const Outcome& outcome) {
-    const std::string line = what + ": " + host::ToUtf8(outcome.Reason());
+    const std::string line = what + ": " + ToUtf8(outcome.Reason());
     if (outcome == E_FAIL) throw CommandError(line);
     throw CommandError(fmt::format("{} (0x{:08X})", line, static_cast<unsigned long>(outcome.code)));
 }

@@ -9,11 +9,11 @@
 #include <algorithm>
 #include <string>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/reach.h"
 #include "util/scope_exit.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -79,7 +79,7 @@ void CheckReachable(const ServiceUrl& url, std::chrono::milliseconds timeout) {
         }
     }
     throw CommandError(
-        fmt::format("no connection to {}:{}: {}", Shown(url.host), url.port, host::ErrorText(error)));
+        fmt::format("no connection to {}:{}: {}", Shown(url.host), url.port, ErrorText(error)));
 }
 
 }  // namespace vlm::ctl

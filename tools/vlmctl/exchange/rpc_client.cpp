@@ -11,8 +11,8 @@
 #include <cstring>
 #include <span>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -140,7 +140,7 @@ const char* StatusMeaning(std::uint32_t status) {
 
 RpcClient::RpcClient(RpcRoute route, const std::string& host) {
     const Endpoint endpoint = EndpointOf(route);
-    const std::wstring address = host::FromUtf8(host);
+    const std::wstring address = FromUtf8(host);
     RPC_WSTR whole = nullptr;
     RPC_STATUS status = RpcStringBindingComposeW(nullptr, Text(endpoint.protocol),
                                                  address.empty() ? nullptr : Text(address.c_str()),

@@ -5,18 +5,15 @@
 #include "bidi/xml_text.h"
 #include "soap/namespaces.h"
 #include "soap/printer_elements.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/failure.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 // "pri:PrinterStatus" for both "PrinterStatus" and itself.
 std::string WithPrefix(const std::string& name, const std::vector<PrefixDeclaration>& declarations) {

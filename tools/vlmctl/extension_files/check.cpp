@@ -14,7 +14,7 @@
 #include "tools/vlmctl/extension_files/expressions.h"
 #include "tools/vlmctl/extension_files/passed_over.h"
 #include "tools/vlmctl/extension_files/vocabulary.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 #include "util/xml_bounds.h"
 
 namespace vlm::ctl {

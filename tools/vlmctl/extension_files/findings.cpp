@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 

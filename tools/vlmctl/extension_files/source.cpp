@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "spooler/host/monitor_host.h"
 #include "util/handles.h"
 #include "util/sax.h"
 #include "util/streams.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 #include "util/xml_bounds.h"
 
 namespace vlm::ctl {
@@ -343,7 +343,7 @@ size_t SourceText::Utf16Units(size_t position) const {
 }
 
 std::optional<SourceText::Attribute> SourceText::Find(size_t tag, std::wstring_view attribute) const {
-    const std::string wanted = host::ToUtf8(std::wstring(attribute));
+    const std::string wanted = ToUtf8(std::wstring(attribute));
     const std::string& text = characters_;
     const auto skip = [&](size_t position, auto passes) {
         while (position < text.size() && passes(text[position]))
@@ -414,7 +414,7 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit,
     LARGE_INTEGER size{};
     // A pipe or a device has no size and might never end.
     if (!file || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {
-        problem = L"cannot be opened: " + host::FromUtf8(host::ErrorText(GetLastError()));
+        problem = L"cannot be opened: " + FromUtf8(ErrorText(GetLastError()));
         return std::nullopt;
     }
     if (static_cast<ULONGLONG>(size.QuadPart) > limit) {
@@ -424,7 +424,7 @@ std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit,
     std::string bytes(static_cast<size_t>(size.QuadPart), '\0');
     DWORD read = 0;
     if (!ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr)) {
-        problem = L"cannot be read: " + host::FromUtf8(host::ErrorText(GetLastError()));
+        problem = L"cannot be read: " + FromUtf8(ErrorText(GetLastError()));
         return std::nullopt;
     }
     bytes.resize(read);

@@ -10,7 +10,6 @@
 
 #include "monitor/event_window.h"
 #include "rpc/codes.h"
-#include "spooler/host/monitor_host.h"
 #include "spooler/host/raw_tcp_monitor.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/product.h"
@@ -23,12 +22,11 @@
 #include "tools/vlmctl/installation/monitor_installation.h"
 #include "util/com.h"
 #include "util/spooler_api.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::ToUtf8;
 
 constexpr DWORD kConnectTimeout = 5'000;  // milliseconds
 constexpr DWORD kCallTimeout = 5'000;     // milliseconds
@@ -108,7 +106,7 @@ CheckResult CheckRawPort(const std::string& text) {
     const std::string target = address.host + ":" + address.port;
     if (!connected)
         return Wrong("printer", fmt::format("no connection to {}: {}; is it on, and is this its address?",
-                                            target, host::ErrorText(GetLastError())));
+                                            target, ErrorText(GetLastError())));
     return Ok("printer", target + " takes connections");
 }
 

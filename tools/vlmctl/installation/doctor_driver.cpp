@@ -8,21 +8,18 @@
 #include <vector>
 
 #include "monitor/module_explorer.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/extension_files/check.h"
 #include "tools/vlmctl/installation/doctor_checks.h"
 #include "util/com.h"
 #include "util/scope_exit.h"
 #include "util/spooler_api.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 constexpr char kWhat[] = "extensions";
 
@@ -118,7 +115,7 @@ CheckResult CheckIniFile(const std::string& iniFile) {
     // The profile functions would look for a bare name in the Windows folder.
     const std::wstring path = std::filesystem::absolute(FromUtf8(iniFile)).wstring();
     if (GetFileAttributesW(path.c_str()) == INVALID_FILE_ATTRIBUTES)
-        return Wrong(Shown(path) + ": " + host::ErrorText(GetLastError()));
+        return Wrong(Shown(path) + ": " + ErrorText(GetLastError()));
     std::wstring dependentFiles = path + L'\0';
     DRIVER_INFO_3W driver{};
     driver.pDependentFiles = dependentFiles.data();
@@ -129,14 +126,14 @@ CheckResult CheckDriverOf(const std::string& printer) {
     std::wstring name = FromUtf8(printer);
     HANDLE handle = nullptr;
     if (!OpenPrinterW(name.data(), &handle, nullptr))
-        return Wrong(Shown(name) + " is no printer of this machine: " + host::ErrorText(GetLastError()));
+        return Wrong(Shown(name) + " is no printer of this machine: " + ErrorText(GetLastError()));
     const ScopeExit close([&] { ClosePrinter(handle); });
     DWORD needed = 0;
     GetPrinterDriverW(handle, nullptr, 3, nullptr, 0, &needed);
     // Whole records, so that the first is aligned; at least one.
     std::vector<DRIVER_INFO_3W> driver(needed / sizeof(DRIVER_INFO_3W) + 1);
     if (!GetPrinterDriverW(handle, nullptr, 3, reinterpret_cast<BYTE*>(driver.data()), needed, &needed))
-        return Wrong("the driver of " + Shown(name) + " cannot be read: " + host::ErrorText(GetLastError()));
+        return Wrong("the driver of " + Shown(name) + " cannot be read: " + ErrorText(GetLastError()));
     const wchar_t* monitor = driver.front().pMonitorName;
     if (monitor == nullptr || *monitor == L'\0')
         return Wrong("the driver of " + Shown(name) +

@@ -1,14 +1,14 @@
 #include "tools/vlmctl/installation/held_file.h"
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
 
 CommandError Unreadable(const std::wstring& path, const std::string& why) {
-    return CommandError(host::ToUtf8(path) + ": " + why);
+    return CommandError(ToUtf8(path) + ": " + why);
 }
 
 DWORD WriteNewFile(const std::wstring& path, std::span<const std::uint8_t> bytes) {
@@ -34,8 +34,8 @@ HeldFile::HeldFile(const std::wstring& path, size_t most) {
         CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, kFlags, nullptr));
     if (!file_) {
         const DWORD error = GetLastError();
-        throw Unreadable(path, error == ERROR_SHARING_VIOLATION ? "another process is writing it"
-                                                                : host::ErrorText(error));
+        throw Unreadable(
+            path, error == ERROR_SHARING_VIOLATION ? "another process is writing it" : ErrorText(error));
     }
     LARGE_INTEGER size{};
     if (GetFileType(file_.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file_.Get(), &size))
@@ -45,7 +45,7 @@ HeldFile::HeldFile(const std::wstring& path, size_t most) {
     bytes_.resize(static_cast<size_t>(size.QuadPart));
     DWORD read = 0;
     if (!ReadFile(file_.Get(), bytes_.data(), static_cast<DWORD>(bytes_.size()), &read, nullptr))
-        throw Unreadable(path, host::ErrorText(GetLastError()));
+        throw Unreadable(path, ErrorText(GetLastError()));
     bytes_.resize(read);
 }
 

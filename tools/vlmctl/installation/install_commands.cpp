@@ -11,13 +11,11 @@
 #include "tools/vlmctl/installation/installation_commands.h"
 #include "tools/vlmctl/installation/monitor_image.h"
 #include "tools/vlmctl/installation/monitor_installation.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 struct InstallOptions {
     std::string dll;

@@ -6,19 +6,17 @@
 #include <filesystem>
 #include <span>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/installation/held_file.h"
 #include "tools/vlmctl/installation/monitor_image.h"
 #include "util/names.h"
 #include "util/spooler_api.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::ToUtf8;
 
 // The spooler keeps a table for each; x64 is the only one that we build for.
 constexpr wchar_t kEnvironment[] = L"Windows x64";
@@ -120,7 +118,7 @@ std::string SpoolerProblem(DWORD code) {
             return "a printer still uses it" + number +
                    "; remove the printers and drivers that name it first";
         default:
-            return host::ErrorText(code);
+            return ErrorText(code);
     }
 }
 

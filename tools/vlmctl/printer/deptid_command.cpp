@@ -3,7 +3,6 @@
 #include <memory>
 
 #include "soap/check_user_password_service.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/failure.h"
@@ -11,14 +10,12 @@
 #include "tools/vlmctl/printer/password_input.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/scope_exit.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::FromUtf8;
-using host::ToUtf8;
 
 struct CheckOptions {
     std::string url;

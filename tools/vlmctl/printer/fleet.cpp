@@ -13,7 +13,6 @@
 #include <set>
 #include <thread>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/reach.h"

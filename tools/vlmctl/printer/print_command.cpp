@@ -24,13 +24,11 @@
 #include "tools/vlmctl/exchange/address.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/scope_exit.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-using host::ErrorText;
-using host::FromUtf8;
 
 constexpr size_t kPiece = 64 * 1024;  // what the spooler's print processors use
 constexpr DWORD kJobId = 1;
@@ -147,7 +145,7 @@ DWORD ReadAnswer(const MONITOR2& monitor, HANDLE port, std::string& text) {
                              &count))
         return GetLastError();
     answer.resize(count);
-    text = host::Printable(answer);
+    text = PrintableAscii(answer);
     return ERROR_SUCCESS;
 }
 
@@ -215,7 +213,7 @@ void PrintFile(const PrintOptions& options) {
     if (answerError != ERROR_SUCCESS && !interrupt.Raised())
         throw CommandError("no answer from the printer: " + ErrorText(answerError));
     if (!outcome.closedByPrinter) ThrowLost(document, outcome.bytesSent, outcome.error);
-    const std::string later = host::Printable(outcome.backChannel);
+    const std::string later = PrintableAscii(outcome.backChannel);
     const auto events = JobEvents(spooler);
     if (options.json) {
         answer += later;

@@ -6,7 +6,6 @@
 #include <set>
 #include <utility>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/input.h"
@@ -14,6 +13,7 @@
 #include "tools/vlmctl/printer/fleet.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/com.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -54,10 +54,10 @@ void PrintLevels(const char* title, const std::vector<Row>& rows) {
     if (rows.empty()) return;
     size_t width = 0;
     for (const Row& row : rows)
-        width = std::max(width, host::FromUtf8(row.name).size());
+        width = std::max(width, FromUtf8(row.name).size());
     PrintLine("{}", title);
     for (const Row& row : rows) {
-        const size_t padding = width - host::FromUtf8(row.name).size();
+        const size_t padding = width - FromUtf8(row.name).size();
         std::string line = "  " + row.name + std::string(padding, ' ') + "  " + Bar(row.level);
         if (!row.remark.empty()) line += "  " + row.remark;
         line.erase(line.find_last_not_of(' ') + 1);

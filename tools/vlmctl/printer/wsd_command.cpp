@@ -8,7 +8,6 @@
 
 #include "soap/printer_elements.h"
 #include "soap/streams.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/table.h"
@@ -16,7 +15,8 @@
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/printer/printer_commands.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
@@ -48,12 +48,12 @@ std::vector<PrefixDeclaration> ParseDeclarations(const std::vector<std::string>&
 
 // As it came, line by line, but for what could steer a terminal.
 void PrintRaw(const std::string& answer) {
-    const std::wstring text = host::FromUtf8(answer);
+    const std::wstring text = FromUtf8(answer);
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find(L'\n', begin), text.size());
         std::wstring_view line(text.data() + begin, end - begin);
         if (line.ends_with(L'\r')) line.remove_suffix(1);
-        Print(host::ToUtf8(Printable(line, text.size())));
+        Print(ToUtf8(Printable(line, text.size())));
         begin = end + 1;
     }
 }
@@ -95,7 +95,7 @@ std::string FetchBoth(const std::string& url, const std::wstring& query, std::st
 }
 
 void Save(const std::string& name, const std::string& answer) {
-    std::ofstream file(std::filesystem::path(host::FromUtf8(name)), std::ios::binary | std::ios::trunc);
+    std::ofstream file(std::filesystem::path(FromUtf8(name)), std::ios::binary | std::ios::trunc);
     file << answer;
     file.close();
     if (!file) throw CommandError(Shown(name) + " cannot be written");

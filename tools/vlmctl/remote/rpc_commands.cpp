@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "rpc/codes.h"
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/code_page.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
@@ -18,6 +17,7 @@
 #include "tools/vlmctl/exchange/rpc_wait.h"
 #include "tools/vlmctl/remote/hex_text.h"
 #include "tools/vlmctl/remote/remote_commands.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -60,7 +60,7 @@ std::shared_ptr<const RpcClient> ClientFor(const RpcOptions& options) {
 
 // The procedures take the printer's name in the system's code page.
 std::string InCodePage(const std::string& utf8) {
-    const std::wstring name = host::FromUtf8(utf8);
+    const std::wstring name = FromUtf8(utf8);
     std::string text(name.size() * 4, '\0');  // no code page takes more for a character
     const int length = WideCharToMultiByte(CP_ACP, 0, name.data(), static_cast<int>(name.size()), text.data(),
                                            static_cast<int>(text.size()), nullptr, nullptr);

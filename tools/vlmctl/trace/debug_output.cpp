@@ -2,10 +2,10 @@
 
 #include <cstring>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/code_page.h"
 #include "tools/vlmctl/console/command.h"
-#include "util/vlutil.h"
+#include "util/text.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 
@@ -15,8 +15,7 @@ constexpr size_t kBufferSize = 4096;
 constexpr size_t kMostLines = 100'000;  // that wait for the reader
 
 std::string FailureOf(const wchar_t* what) {
-    return "the debugger output cannot be read, " + host::ToUtf8(what) + ": " +
-           host::ErrorText(GetLastError());
+    return "the debugger output cannot be read, " + ToUtf8(what) + ": " + ErrorText(GetLastError());
 }
 
 }  // namespace
@@ -81,8 +80,8 @@ void DebugOutput::Take(const Channel& channel) {
         const size_t end = std::min(text.find_first_of(L"\r\n", begin), text.size());
         if (end > begin) {
             if (lines_.size() < kMostLines)
-                lines_.push_back({buffer.process, host::ToUtf8(vlm::Printable(
-                                                      {text.data() + begin, end - begin}, kBufferSize))});
+                lines_.push_back({buffer.process,
+                                  ToUtf8(vlm::Printable({text.data() + begin, end - begin}, kBufferSize))});
             else
                 ++lost_;
         }

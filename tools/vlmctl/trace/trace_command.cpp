@@ -10,7 +10,6 @@
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/interrupt.h"
@@ -22,6 +21,7 @@
 #include "tools/vlmctl/trace/trace_summary.h"
 #include "util/handles.h"
 #include "util/names.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -80,7 +80,7 @@ class MonitorProcesses {
 };
 
 bool SameName(const std::string& one, const std::string& other) {
-    return vlm::SameName(host::FromUtf8(one).c_str(), host::FromUtf8(other).c_str());
+    return vlm::SameName(FromUtf8(one).c_str(), FromUtf8(other).c_str());
 }
 
 const std::map<std::string, TraceLevel> kLevels{
@@ -96,11 +96,9 @@ class SavedTrace {
  public:
     explicit SavedTrace(const std::string& name) : name_(name) {
         if (name.empty()) return;
-        file_.Reset(CreateFileW(host::FromUtf8(name).c_str(), FILE_APPEND_DATA,
-                                FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr, OPEN_ALWAYS,
-                                FILE_ATTRIBUTE_NORMAL, nullptr));
-        if (!file_)
-            throw CommandError("cannot write " + Shown(name) + ": " + host::ErrorText(GetLastError()));
+        file_.Reset(CreateFileW(FromUtf8(name).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        if (!file_) throw CommandError("cannot write " + Shown(name) + ": " + ErrorText(GetLastError()));
     }
 
     void Add(std::string line) {
@@ -109,7 +107,7 @@ class SavedTrace {
         DWORD written = 0;
         if (!WriteFile(file_.Get(), line.data(), static_cast<DWORD>(line.size()), &written, nullptr) ||
             written != line.size())
-            throw CommandError("cannot write " + Shown(name_) + ": " + host::ErrorText(GetLastError()));
+            throw CommandError("cannot write " + Shown(name_) + ": " + ErrorText(GetLastError()));
     }
 
  private:
@@ -172,7 +170,7 @@ class Duration {
 // The whole line without what could steer a terminal. Some viewers put tabs between their columns.
 std::string Safe(std::string line) {
     std::replace(line.begin(), line.end(), '\t', ' ');
-    return host::ToUtf8(Printable(host::FromUtf8(line), line.size()));
+    return ToUtf8(Printable(FromUtf8(line), line.size()));
 }
 
 void ReadSaved(const TraceOptions& options, const OnInterrupt& interrupt, Outlet& outlet) {

@@ -1,7 +1,7 @@
 #include "tools/vlmctl/trace/trace_file.h"
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/command.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -21,7 +21,7 @@ bool SameFile(HANDLE one, HANDLE other) {
 }  // namespace
 
 TraceFile::TraceFile(const std::string& name, bool follow)
-    : path_(name == "-" ? L"" : host::FromUtf8(name)), follow_(follow) {
+    : path_(name == "-" ? L"" : FromUtf8(name)), follow_(follow) {
     if (name == "-") {
         if (follow)
             throw CommandError("standard input cannot be followed; it ends where it ends", kWrongUsage);
@@ -77,7 +77,7 @@ bool TraceFile::Fill() {
     if (!ReadFile(file, buffer_.data() + before, kPiece, &count, nullptr)) {
         const DWORD error = GetLastError();
         if (error != ERROR_BROKEN_PIPE && error != ERROR_HANDLE_EOF)
-            throw CommandError("cannot read any further: " + host::ErrorText(error));
+            throw CommandError("cannot read any further: " + ErrorText(error));
         count = 0;
     }
     buffer_.resize(before + count);
@@ -127,7 +127,7 @@ std::string TraceFile::Text(size_t size) const {
         for (size_t i = taken_; i + 1 < taken_ + size; i += 2)
             characters += static_cast<wchar_t>(static_cast<unsigned char>(buffer_[i]) |
                                                static_cast<unsigned char>(buffer_[i + 1]) << 8);
-        text = host::ToUtf8(characters);
+        text = ToUtf8(characters);
     } else {
         text = buffer_.substr(taken_, size);
     }

@@ -8,7 +8,7 @@
 #include <string_view>
 
 #include "tools/vlmctl/trace/trace_time.h"
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 namespace vlm::ctl {
 

@@ -5,15 +5,15 @@
 #include <algorithm>
 #include <nlohmann/json.hpp>
 
-#include "spooler/host/monitor_host.h"
 #include "tools/vlmctl/console/console.h"
+#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
 
 size_t WidthOf(const std::string& utf8) {
-    return host::FromUtf8(utf8).size();
+    return FromUtf8(utf8).size();
 }
 
 std::string Padded(const std::string& name, size_t width) {

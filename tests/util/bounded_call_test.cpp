@@ -1,4 +1,4 @@
-#include "soap/bounded_call.h"
+#include "util/bounded_call.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "tests/soap/scripted_server.h"
+#include "tests/support/scripted_server.h"
 
 #include <cstdlib>
 #include <stdexcept>

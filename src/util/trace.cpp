@@ -1,4 +1,4 @@
-#include "util/vlutil.h"
+#include "util/trace.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,0 +1,59 @@
+#include "util/text.h"
+
+#include <winsock2.h>
+
+#include <array>
+
+namespace vlm {
+
+std::string ToUtf8(std::wstring_view text) {
+    const int length = static_cast<int>(text.size());
+    const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string bytes(static_cast<size_t>(needed), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, bytes.data(), needed, nullptr, nullptr);
+    return bytes;
+}
+
+std::wstring FromUtf8(std::string_view text) {
+    const int length = static_cast<int>(text.size());
+    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0)),
+                      L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), length, wide.data(), static_cast<int>(wide.size()));
+    return wide;
+}
+
+std::string ErrorText(DWORD code) {
+    struct Entry {
+        DWORD code;
+        const char* text;
+    };
+    static constexpr std::array kEntries = {
+        Entry{ERROR_FILE_NOT_FOUND, "file not found"},
+        Entry{ERROR_ACCESS_DENIED, "access denied"},
+        Entry{ERROR_NOT_ENOUGH_MEMORY, "out of memory"},
+        Entry{63, "the system has suspended since the job began"},
+        Entry{ERROR_INVALID_PARAMETER, "invalid parameter"},
+        Entry{ERROR_MOD_NOT_FOUND, "it or a DLL that it needs was not found"},
+        Entry{ERROR_BUSY, "busy"},
+        Entry{ERROR_BAD_EXE_FORMAT, "not a DLL for this processor"},
+        Entry{WSAECONNREFUSED, "connection refused"},
+        Entry{WSAECONNRESET, "connection reset by the printer"},
+        Entry{WSAECONNABORTED, "connection aborted"},
+        Entry{WSAETIMEDOUT, "timed out"},
+        Entry{WSAENETUNREACH, "network unreachable"},
+        Entry{WSAEHOSTUNREACH, "host unreachable"},
+        Entry{WSAHOST_NOT_FOUND, "unknown host"},
+    };
+    for (const Entry& entry : kEntries)
+        if (entry.code == code) return std::string(entry.text) + " (" + std::to_string(code) + ")";
+    return "error " + std::to_string(code);
+}
+
+std::string PrintableAscii(const std::string& text) {
+    std::string printable = text;
+    for (char& c : printable)
+        if (c < 0x20 || c > 0x7E) c = '?';
+    return printable;
+}
+
+}  // namespace vlm
