@@ -1,4 +1,4 @@
-#include "command_line.h"
+#include "printer/command_line.h"
 
 #include <CLI/CLI.hpp>
 

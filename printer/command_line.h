@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "behaviour.h"
+#include "printer/raw/behaviour.h"
 
 namespace vlm::printer {
 

@@ -1,8 +1,7 @@
-// The virtual printer's start, run and stop. Each duty is a file of its own: the raw port (raw_port,
-// raw_connection), what it is told to do (behaviour), the documents (document_store), the machine that prints
-// them (machine), the ports of the SOAP services (soap_ports, wsd_fault, http_server), the WSD print service
-// (wsd_service, from there wsd_request, wsd_answer and wsd_elements), the department-ID service
-// (deptid_service, from there deptid_request and accounts), the control API (control_api, wsd_control).
+// The virtual printer's start, run and stop. Each service has a folder: raw/ the raw port with its documents,
+// vpca/ the device that answers there, wsd/ the WSD print service, deptid/ the department-ID service,
+// control/ the control API. They stand on soap/ (the ports of the two SOAP services, and what goes wrong
+// there on request), net/ (sockets, TLS, HTTP) and shared/ (the machine that prints).
 //
 // Exit status: 0 after an orderly stop, 1 when it cannot start, 2 for a command line that is not understood.
 #include <sys/prctl.h>
@@ -20,16 +19,16 @@
 #include <string>
 #include <vector>
 
-#include "command_line.h"
-#include "control_api.h"
-#include "deptid_service.h"
-#include "document_store.h"
-#include "http_listener.h"
-#include "machine.h"
-#include "raw_port.h"
-#include "say.h"
-#include "soap_ports.h"
-#include "wsd_service.h"
+#include "printer/command_line.h"
+#include "printer/control/control_api.h"
+#include "printer/deptid/deptid_service.h"
+#include "printer/net/http_listener.h"
+#include "printer/raw/document_store.h"
+#include "printer/raw/raw_port.h"
+#include "printer/shared/machine.h"
+#include "printer/shared/say.h"
+#include "printer/soap/soap_ports.h"
+#include "printer/wsd/wsd_service.h"
 
 namespace {
 

@@ -1,0 +1,61 @@
+#include "printer/raw/behaviour.h"
+
+#include <utility>
+
+#include "printer/shared/name_table.h"
+
+namespace vlm::printer {
+namespace {
+
+constexpr NameTable<FaultMode, 4> kFaultModes{{
+    {"refuse", FaultMode::kRefuse},
+    {"stall", FaultMode::kStall},
+    {"slow", FaultMode::kSlow},
+    {"reset", FaultMode::kReset},
+}};
+constexpr NameTable<AnswerTime, 2> kAnswerTimes{{
+    {"open", AnswerTime::kAtOpen},
+    {"document", AnswerTime::kAfterDocument},
+}};
+
+}  // namespace
+
+const char* ToString(FaultMode mode) {
+    return NameIn(kFaultModes, mode);
+}
+std::optional<FaultMode> ParseFaultMode(const std::string& text) {
+    return ValueIn(kFaultModes, text);
+}
+const char* ToString(AnswerTime when) {
+    return NameIn(kAnswerTimes, when);
+}
+std::optional<AnswerTime> ParseAnswerTime(const std::string& text) {
+    return ValueIn(kAnswerTimes, text);
+}
+
+std::optional<std::string> FindFlaw(const Fault& fault) {
+    if (fault.mode == FaultMode::kRefuse && (fault.after != 0 || fault.connections))
+        return "a refused connection cannot be counted: refuse takes neither 'after' nor 'connections'";
+    if (fault.mode == FaultMode::kSlow && fault.rate == 0)
+        return "slow needs a 'rate' of at least 1 byte per second";
+    if (fault.mode != FaultMode::kSlow && fault.rate != 0) return "only slow takes a 'rate'";
+    if (fault.connections && *fault.connections == 0) return "'connections' must be at least 1";
+    return std::nullopt;
+}
+
+bool Behaviour::Refusing() const {
+    const auto fault = CurrentFault();
+    return fault && fault->mode == FaultMode::kRefuse;
+}
+
+void Behaviour::SetAnswer(Answer answer) {
+    const std::scoped_lock lock(mutex_);
+    answer_ = std::move(answer);
+}
+
+Answer Behaviour::CurrentAnswer() const {
+    const std::scoped_lock lock(mutex_);
+    return answer_;
+}
+
+}  // namespace vlm::printer

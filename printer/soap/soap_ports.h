@@ -1,0 +1,58 @@
+// The HTTP and the HTTPS port of the printer's SOAP services, and the faults that happen on them.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+#include "printer/net/certificate.h"
+#include "printer/net/http_listener.h"
+#include "printer/soap/http_fault.h"
+#include "printer/soap/request_log.h"
+
+namespace vlm::printer {
+
+class SoapService {
+ public:
+    virtual ~SoapService() = default;
+
+    // What was posted to its path. Called on worker threads; `scheme` is "http" or "https".
+    virtual void Answer(const HttpRequest& request, HttpResponse& response, const char* scheme) = 0;
+
+    RequestLog& Requests() { return log_; }
+
+ private:
+    RequestLog log_;
+};
+
+class SoapPorts {
+ public:
+    // Ports as in HttpListener. Throws std::runtime_error with one line.
+    SoapPorts(const std::string& address, std::uint16_t port, std::uint16_t tlsPort);
+    SoapPorts(const SoapPorts&) = delete;
+    SoapPorts& operator=(const SoapPorts&) = delete;
+    ~SoapPorts();
+
+    // What is posted to `path`, and to the place where the fault "redirect" leads from there. Before Start.
+    // The service outlives the ports.
+    void Serve(const std::string& path, SoapService& service);
+    void Start();
+    void Stop();  // ends every exchange
+
+    HttpFaults& Faults() { return faults_; }
+
+    std::uint16_t Port() const { return http_->Port(); }
+    std::uint16_t TlsPort() const { return https_->Port(); }
+
+ private:
+    std::unique_ptr<HttpListener> Listen(const std::string& address, std::uint16_t port, SSL_CTX* tls);
+
+    HttpFaults faults_;
+    std::string first_;  // path
+    std::string paths_;  // for who asks for another one
+    TlsContext tls_;
+    std::unique_ptr<HttpListener> http_;
+    std::unique_ptr<HttpListener> https_;
+};
+
+}  // namespace vlm::printer

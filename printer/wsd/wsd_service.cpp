@@ -1,0 +1,55 @@
+#include "printer/wsd/wsd_service.h"
+
+#include <utility>
+
+#include "printer/shared/say.h"
+#include "printer/soap/soap_message.h"
+#include "printer/wsd/wsd_request.h"
+
+namespace vlm::printer {
+namespace {
+
+constexpr std::size_t kShownBody = std::size_t{64} << 10;  // of a request, in the log
+
+}  // namespace
+
+void WsdService::SetStyle(WsdStyle style) {
+    const std::scoped_lock lock(mutex_);
+    style_ = std::move(style);
+}
+
+WsdStyle WsdService::Style() const {
+    const std::scoped_lock lock(mutex_);
+    return style_;
+}
+
+void WsdService::Answer(const HttpRequest& http, HttpResponse& response, const char* scheme) {
+    const WsdRequest request = ReadWsdRequest(http.Header("Content-Type"), http.body);
+
+    nlohmann::json names = nlohmann::json::array();
+    for (const ElementName& name : request.names)
+        names.push_back(fmt::format("{{{}}}{}", name.uri, name.name));
+    Requests().Add({{"scheme", scheme},
+                    {"method", http.method},
+                    {"path", http.path},
+                    {"version", http.version},
+                    {"headers", ShownHeaders(http)},
+                    {"body", http.body.substr(0, kShownBody)},
+                    {"to", request.to},
+                    {"action", request.action},
+                    {"messageId", request.messageId},
+                    {"from", request.from},
+                    {"names", std::move(names)},
+                    {"findings", request.findings}});
+
+    if (request.findings.empty()) {
+        response.Set(WsdAnswer(request, machine_.State(), Style()), kSoapType);
+        return;
+    }
+    const Refusal refusal = RefusalOf(request);
+    Say("WSD request refused: {}", refusal.reason);
+    response.status = refusal.status;
+    response.Set(FaultMessage(refusal.code, refusal.reason, request.messageId), kSoapType);
+}
+
+}  // namespace vlm::printer
