@@ -1,7 +1,6 @@
 #include "bidi/filter_cost.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <limits>
 #include <string>
@@ -22,51 +21,55 @@ constexpr double kCharacter = 0.05;
 constexpr double kJoined = 1;       // a character that concat() keeps in memory
 constexpr double kCompared = 0.01;  // a pair of nodes, or of characters, that are compared
 
-// The nodes of a set, or of the sets that all evaluations of an expression give.
+// What all evaluations of an expression give together, one evaluation for each context node. A number or a
+// boolean is all zeros, and a string has nothing but its text.
 struct Nodes {
     double total = 0;
     double repeats = 0;  // in how many evaluations one node can be
     double text = 0;     // characters of all their string values
     double below = 0;    // nodes below them
+    double most = 0;     // nodes of one evaluation
 };
 
-// What an expression gives: nodes, or else strings, of which `nodes` has the text.
-struct Value {
-    bool isNodes = false;
-    Nodes nodes;
-    double most = 0;  // nodes of one evaluation
-};
+enum class Extent { kOne, kSiblings, kLevels, kAttributes, kSubtree, kDocument };
 
-// The evaluations of an expression, one for each context node.
-using Contexts = Nodes;
-
-enum class Axis { kChild, kAttribute, kSelf, kParent, kDescendant, kAncestor, kSibling, kBeyond, kNamespace };
-
-struct NamedAxis {
+// An axis leads from one node to at most `reach` others, and to one node from at most `origins` others.
+struct Axis {
     wstring_view name;
-    Axis axis;
+    Extent reach;
+    Extent origins;
 };
-constexpr std::array<NamedAxis, 13> kAxes{{{L"child", Axis::kChild},
-                                           {L"attribute", Axis::kAttribute},
-                                           {L"self", Axis::kSelf},
-                                           {L"parent", Axis::kParent},
-                                           {L"descendant", Axis::kDescendant},
-                                           {L"descendant-or-self", Axis::kDescendant},
-                                           {L"ancestor", Axis::kAncestor},
-                                           {L"ancestor-or-self", Axis::kAncestor},
-                                           {L"following-sibling", Axis::kSibling},
-                                           {L"preceding-sibling", Axis::kSibling},
-                                           {L"following", Axis::kBeyond},
-                                           {L"preceding", Axis::kBeyond},
-                                           {L"namespace", Axis::kNamespace}}};
+constexpr Axis kAxes[] = {{L"child", Extent::kSiblings, Extent::kOne},
+                          {L"attribute", Extent::kAttributes, Extent::kOne},
+                          {L"self", Extent::kOne, Extent::kOne},
+                          {L"parent", Extent::kOne, Extent::kSiblings},
+                          {L"descendant", Extent::kSubtree, Extent::kLevels},
+                          {L"descendant-or-self", Extent::kSubtree, Extent::kLevels},
+                          {L"ancestor", Extent::kLevels, Extent::kDocument},
+                          {L"ancestor-or-self", Extent::kLevels, Extent::kDocument},
+                          {L"following-sibling", Extent::kSiblings, Extent::kSiblings},
+                          {L"preceding-sibling", Extent::kSiblings, Extent::kSiblings},
+                          {L"following", Extent::kDocument, Extent::kDocument},
+                          {L"preceding", Extent::kDocument, Extent::kDocument},
+                          {L"namespace", Extent::kAttributes, Extent::kDocument}};
 
-bool IsBlank(wchar_t c) {
-    return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n';
+struct NotXPath {};
+
+void Require(bool holds) {
+    if (!holds) throw NotXPath();
 }
+
+const Axis& AxisNamed(wstring_view name) {
+    const auto* const found =
+        std::find_if(std::begin(kAxes), std::end(kAxes), [&](const Axis& axis) { return axis.name == name; });
+    Require(found != std::end(kAxes));
+    return *found;
+}
+
 bool IsDigit(wchar_t c) {
     return c >= L'0' && c <= L'9';
 }
-// Roughly: what is no name is found out by the parser behind this one.
+// Roughly: the parser that runs the expression is stricter.
 bool StartsName(wchar_t c) {
     return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || c == L'_' || c >= 0x80;
 }
@@ -74,28 +77,16 @@ bool ContinuesName(wchar_t c) {
     return StartsName(c) || IsDigit(c) || c == L'-' || c == L'.';
 }
 
-// The name as an answer's shape has it. A name is compared by its UTF-8; one that is not ASCII is taken for
-// the most frequent.
-std::optional<std::string> Ascii(wstring_view name) {
-    std::string ascii;
-    for (const wchar_t c : name) {
-        if (c >= 0x80) return std::nullopt;
-        ascii.push_back(static_cast<char>(c));
-    }
-    return ascii;
-}
-
-// A recursive-descent parser of XPath 1.0 that adds up what each piece costs while it reads it. Each function
-// reads one production for the given evaluations; false once the text is no XPath.
+// A recursive-descent parser of XPath 1.0 that adds up the work while it reads. Each function reads one
+// production, evaluated once for each of the context nodes, and throws NotXPath where the text is not XPath.
 class Estimator {
  public:
     Estimator(wstring_view text, const AnswerShape& answer) : rest_(text), answer_(answer) {}
 
-    std::optional<double> Estimate() {
-        Value value;
-        if (!ReadExpression(Root(1), &value)) return std::nullopt;
+    double Estimate() {
+        ReadExpression(Root(1));
         SkipBlanks();
-        if (!rest_.empty()) return std::nullopt;
+        Require(rest_.empty());
         // Nested searches multiply beyond any number.
         return std::isfinite(work_) ? work_ : std::numeric_limits<double>::max();
     }
@@ -104,294 +95,200 @@ class Estimator {
     wstring_view Unread() const { return rest_; }
 
  private:
-    // Operators of all ranks in one row: their order does not matter here, but what stands beside a
-    // comparison.
-    bool ReadExpression(const Contexts& contexts, Value* value) {
-        if (++depth_ > kDeepestExpression) return false;
-        if (!ReadOperand(contexts, value)) return false;
-        bool comparesNext = false;
-        while (TakeOperator(&comparesNext)) {
-            Value right;
-            if (!ReadOperand(contexts, &right)) return false;
+    // Operators of all ranks in one row: their order matters only to what stands beside a comparison.
+    Nodes ReadExpression(const Nodes& contexts) {
+        Require(++depth_ <= kDeepestExpression);
+        Nodes value = ReadUnion(contexts);
+        for (;;) {
+            const bool compares = TakeOneOf({L"!=", L"<=", L">=", L"=", L"<", L">"});
+            // After an operand there is no name, and not every parser wants a blank after the word.
+            if (!compares && !TakeOneOf({L"+", L"-", L"*", L"and", L"or", L"div", L"mod"})) break;
+            const Nodes right = ReadUnion(contexts);
             work_ += contexts.total * kStep;
-            ChargeText(*value);
+            ChargeText(value);
             ChargeText(right);
-            if (comparesNext && value->isNodes && right.isNodes) {
-                work_ += value->nodes.total * right.most * kCompared;
-            }
-            *value = right;
-            value->isNodes = value->isNodes && !comparesNext;
+            if (compares) work_ += value.total * right.most * kCompared;
+            value = compares ? Nodes() : right;
         }
         --depth_;
-        return true;
+        return value;
     }
 
-    bool ReadOperand(const Contexts& contexts, Value* value) {
-        while (Take(L'-')) {
+    Nodes ReadUnion(const Nodes& contexts) {
+        while (Take(L"-")) {
         }
-        if (!ReadPath(contexts, value)) return false;
-        while (Take(L'|')) {
-            Value other;
-            if (!ReadPath(contexts, &other)) return false;
-            work_ += value->nodes.total * other.most * kCompared;
-            value->most += other.most;
-            value->nodes.total += other.nodes.total;
-            value->nodes.repeats = std::min(contexts.total, value->nodes.repeats + other.nodes.repeats);
-            value->nodes.text += other.nodes.text;
-            value->nodes.below += other.nodes.below;
+        Nodes all = ReadPath(contexts);
+        while (Take(L"|")) {
+            const Nodes other = ReadPath(contexts);
+            work_ += all.total * other.most * kCompared;
+            all = {all.total + other.total, std::min(contexts.total, all.repeats + other.repeats),
+                   all.text + other.text, all.below + other.below, all.most + other.most};
         }
-        return true;
+        return all;
     }
 
-    bool TakeOperator(bool* compares) {
-        SkipBlanks();
-        *compares = false;
-        for (const wstring_view comparison : {L"!=", L"<=", L">=", L"=", L"<", L">"}) {
-            if (!TakeText(comparison)) continue;
-            return *compares = true;
-        }
-        if (Take(L'+') || Take(L'-') || Take(L'*')) return true;
-        for (const wstring_view word : {L"and", L"or", L"div", L"mod"}) {
-            // Behind an operand there is no name, and not every parser wants a blank behind the word.
-            if (TakeText(word)) return true;
-        }
-        return false;
-    }
-
-    bool ReadPath(const Contexts& contexts, Value* value) {
-        SkipBlanks();
-        if (Take(L'/')) {
-            *value = {true, Root(contexts.total), 1};
-            if (Take(L'/')) return ReadSteps(contexts, value, true);
-            SkipBlanks();
-            return !StartsStep() || ReadSteps(contexts, value, false);
+    Nodes ReadPath(const Nodes& contexts) {
+        if (Take(L"/")) {
+            const Nodes root = Root(contexts.total);
+            return StartsStep() ? ReadSteps(contexts.total, root) : root;
         }
         if (StartsPrimary()) {
-            if (!ReadPrimary(contexts, value) || !ReadPredicates(value->nodes)) return false;
-            if (!Take(L'/')) return true;
-            return ReadSteps(contexts, value, Take(L'/'));
+            const Nodes value = ReadPrimary(contexts);
+            ReadPredicates(value);
+            return Take(L"/") ? ReadSteps(contexts.total, value) : value;
         }
-        *value = {true, contexts, 1};
-        return ReadSteps(contexts, value, false);
+        Nodes from = contexts;
+        from.most = 1;
+        return ReadSteps(contexts.total, from);
     }
 
-    // Steps with "/" and "//" between them, of which the first may be deep itself.
-    bool ReadSteps(const Contexts& contexts, Value* value, bool deep) {
-        for (;;) {
-            // Not every parser minds a third slash.
-            while (Take(L'/'))
+    // What follows a slash, or stands at the beginning of a relative path.
+    Nodes ReadSteps(double evaluations, Nodes from) {
+        do {
+            // "//" stands for a step of its own. Not every parser minds a third slash.
+            bool deep = false;
+            while (Take(L"/"))
                 deep = true;
-            if (!ReadStep(contexts, value, deep)) return false;
-            SkipBlanks();
-            if (!Take(L'/')) return true;
-            deep = Take(L'/');
-        }
+            from = ReadStep(evaluations, from, deep);
+        } while (Take(L"/"));
+        return from;
     }
 
-    bool ReadStep(const Contexts& contexts, Value* value, bool deep) {
-        SkipBlanks();
-        Axis axis = Axis::kChild;
-        wstring_view test;
-        if (TakeText(L"..")) {
-            axis = Axis::kParent;
-            test = L"node()";
-        } else if (Take(L'.')) {
-            axis = Axis::kSelf;
-            test = L"node()";
+    Nodes ReadStep(double evaluations, Nodes from, bool deep) {
+        wstring_view axis = L"child";
+        wstring_view test = L"node()";
+        if (Take(L"..")) {
+            axis = L"parent";
+        } else if (Take(L".")) {
+            axis = L"self";
         } else {
-            if (Take(L'@')) axis = Axis::kAttribute;
-            if (!ReadTest(&axis, &test)) return false;
+            if (Take(L"@")) axis = L"attribute";
+            test = ReadTest(&axis);
         }
-        // "//" stands for a step of its own, which has no predicates.
-        if (deep) Walk(contexts, value, Axis::kDescendant, L"node()", [](const Nodes&) { return true; });
-        return Walk(contexts, value, axis, test,
-                    [this](const Nodes& candidates) { return ReadPredicates(candidates); });
+        if (deep) from = Walk(evaluations, from, AxisNamed(L"descendant-or-self"), L"node()", false);
+        return Walk(evaluations, from, AxisNamed(axis), test, true);
     }
 
-    // A node test, which an axis may precede.
-    bool ReadTest(Axis* axis, wstring_view* test) {
+    // A node test, which an axis may precede: the local name that it wants, "*" or "node()".
+    wstring_view ReadTest(wstring_view* axis) {
         SkipBlanks();
         wstring_view name = TakeName();
-        SkipBlanks();
-        if (!name.empty() && TakeText(L"::")) {
-            const auto* const found = std::find_if(kAxes.begin(), kAxes.end(),
-                                                   [&](const NamedAxis& one) { return one.name == name; });
-            if (found == kAxes.end()) return false;
-            *axis = found->axis;
+        if (!name.empty() && Take(L"::")) {
+            AxisNamed(*axis = name);
             SkipBlanks();
             name = TakeName();
         }
         if (name.empty()) {
-            *test = L"*";
-            return Take(L'*');
+            Require(Take(L"*"));
+            return L"*";
         }
-        if (!rest_.starts_with(L"::") && TakeText(L":")) {
-            *test = Take(L'*') ? wstring_view(L"*") : TakeName();
-            return !test->empty();
+        if (!rest_.starts_with(L"::") && SkipOne(L":")) {
+            if (Take(L"*")) return L"*";
+            name = TakeName();
+            Require(!name.empty());
+            return name;
         }
-        *test = name;
-        SkipBlanks();
-        if (!Take(L'(')) return true;
+        if (!Take(L"(")) return name;
         // node(), text() and the like; one of them may have a string.
-        *test = L"node()";
-        SkipBlanks();
-        Value ignored;
-        if (StartsLiteral() && !ReadLiteral(Root(1), &ignored)) return false;
-        SkipBlanks();
-        return Take(L')');
+        if (StartsLiteral()) ReadLiteral(Root(1));
+        Require(Take(L")"));
+        return L"node()";
     }
 
-    // From the nodes of `value` along the axis to those that pass the test and the predicates behind it,
-    // which `readPredicates` reads for the candidates.
-    template <typename ReadPredicates>
-    bool Walk(const Contexts& contexts, Value* value, Axis axis, wstring_view test,
-              ReadPredicates readPredicates) {
-        const Nodes& from = value->nodes;
-        const double nodes = All();
-        const double wide = static_cast<double>(answer_.widest);
-        const double deep = static_cast<double>(answer_.depth) + 1;
-        double reach = 1;               // nodes from one
-        double all = from.total;        // nodes from all of them
-        double repeats = from.repeats;  // how often one node is reached
-        switch (axis) {
-            case Axis::kChild:
-                reach = wide;
-                all = from.repeats * nodes;
-                break;
-            case Axis::kAttribute:
-                reach = static_cast<double>(answer_.attributes);
-                all = from.repeats * reach;
-                break;
-            case Axis::kNamespace:
-                reach = static_cast<double>(answer_.attributes) + 1;
-                all *= reach;
-                break;
-            case Axis::kSelf:
-                break;
-            case Axis::kParent:
-                repeats *= wide;
-                break;
-            case Axis::kDescendant:
-                reach = nodes;
-                all += from.below;
-                repeats *= deep;
-                break;
-            case Axis::kAncestor:
-                reach = deep;
-                all *= reach;
-                repeats *= nodes;
-                break;
-            case Axis::kSibling:
-                reach = wide;
-                all = from.repeats * nodes * wide / 2;
-                repeats *= wide;
-                break;
-            case Axis::kBeyond:
-                reach = nodes;
-                all *= reach;
-                repeats *= nodes;
-                break;
-        }
+    // From the nodes along the axis to those that pass the test, and the predicates if there may be any.
+    Nodes Walk(double evaluations, const Nodes& from, const Axis& axis, wstring_view test, bool predicates) {
+        const double reach = Size(axis.reach);
+        const double repeats = from.repeats * Size(axis.origins);  // how often one node is reached
+        const double all =
+            axis.reach == Extent::kSubtree ? from.total + from.below : repeats * Passing(axis, L"*").total;
         const double visits = std::min(from.total * reach, all);
         work_ += from.total * kStep + visits * kVisit;
 
         const Nodes passing = Passing(axis, test);
         const Nodes found = Some(passing, std::min(visits, repeats * passing.total), repeats);
-        if (!readPredicates(found)) return false;
+        if (predicates) ReadPredicates(found);
 
-        const bool distinct = axis == Axis::kChild || axis == Axis::kAttribute || axis == Axis::kSelf;
-        const double most = std::min({passing.total, value->most * reach, visits});
-        if (!distinct && value->most > 1) work_ += found.total * most * kCompared;
-        // The same node in one evaluation counts once.
-        const double total = std::min(found.total, contexts.total * most);
-        *value = {true, Some(passing, total, std::min(repeats, contexts.total)), most};
-        return true;
+        // What is reached from several nodes of one evaluation counts once, after a search for doubles.
+        const double most = std::min({passing.total, from.most * reach, visits});
+        if (axis.origins != Extent::kOne && from.most > 1) work_ += found.total * most * kCompared;
+        Nodes distinct =
+            Some(passing, std::min(found.total, evaluations * most), std::min(repeats, evaluations));
+        distinct.most = most;
+        return distinct;
     }
 
-    bool ReadPredicates(const Nodes& candidates) {
-        for (;;) {
-            SkipBlanks();
-            if (!Take(L'[')) return true;
-            Value value;
+    void ReadPredicates(const Nodes& candidates) {
+        while (Take(L"[")) {
             work_ += candidates.total * kStep;
-            if (!ReadExpression(candidates, &value)) return false;
-            SkipBlanks();
-            if (!Take(L']')) return false;
+            ReadExpression(candidates);
+            Require(Take(L"]"));
         }
     }
 
-    bool ReadPrimary(const Contexts& contexts, Value* value) {
-        if (Take(L'(')) {
-            if (!ReadExpression(contexts, value)) return false;
-            SkipBlanks();
-            return Take(L')');
+    Nodes ReadPrimary(const Nodes& contexts) {
+        if (Take(L"(")) {
+            const Nodes value = ReadExpression(contexts);
+            Require(Take(L")"));
+            return value;
         }
-        if (StartsLiteral()) return ReadLiteral(contexts, value);
-        if (IsDigit(rest_.front()) || rest_.front() == L'.') {
-            SkipNumber();
-            *value = {};
-            return true;
+        if (StartsLiteral()) return ReadLiteral(contexts);
+        if (!IsDigit(rest_.front()) && rest_.front() != L'.') return ReadCall(contexts);
+        SkipAll(L"0123456789.");
+        // Exponents are not XPath's own, but some evaluators know them.
+        if (SkipOne(L"eE")) {
+            SkipOne(L"+-");
+            SkipAll(L"0123456789");
         }
-        return ReadCall(contexts, value);
+        return {};
     }
 
-    void SkipNumber() {
-        const auto skip = [this](auto isPart) {
-            const auto* const end = std::find_if_not(rest_.begin(), rest_.end(), isPart);
-            rest_.remove_prefix(static_cast<size_t>(end - rest_.begin()));
-        };
-        skip([](wchar_t c) { return IsDigit(c) || c == L'.'; });
-        // Not XPath's own, but some evaluators know exponents.
-        if (!TakeText(L"e") && !TakeText(L"E")) return;
-        if (!TakeText(L"-")) TakeText(L"+");
-        skip(IsDigit);
-    }
-
-    bool ReadLiteral(const Contexts& contexts, Value* value) {
+    Nodes ReadLiteral(const Nodes& contexts) {
         const size_t end = rest_.find(rest_.front(), 1);
-        if (end == wstring_view::npos) return false;
-        *value = {};
-        value->nodes.text = contexts.total * static_cast<double>(end - 1);
+        Require(end != wstring_view::npos);
         rest_.remove_prefix(end + 1);
-        return true;
+        return TextOnly(contexts.total * static_cast<double>(end - 1));
     }
 
-    bool ReadCall(const Contexts& contexts, Value* value) {
+    Nodes ReadCall(const Nodes& contexts) {
         wstring_view name = TakeName();
-        if (TakeText(L":")) name = TakeName();
-        SkipBlanks();
-        if (!Take(L'(')) return false;
+        if (SkipOne(L":")) name = TakeName();
+        Require(Take(L"("));
         work_ += contexts.total * kStep;
         double text = 0;
         double first = contexts.text;  // without arguments, that of the context node
         size_t count = 0;
-        SkipBlanks();
-        while (!Take(L')')) {
-            if (count++ > 0 && !Take(L',')) return false;
-            Value argument;
-            if (!ReadExpression(contexts, &argument)) return false;
+        while (!Take(L")")) {
+            Require(count == 0 || Take(L","));
+            const Nodes argument = ReadExpression(contexts);
             ChargeText(argument);
+            text += argument.text;
             // Searched for in the first, or each of its characters is.
-            if (count == 1) first = argument.nodes.text;
-            if (count > 1 && name != L"concat")
-                work_ += first * std::min(argument.nodes.text, Text()) * kCompared;
-            text += argument.nodes.text;
-            SkipBlanks();
+            if (++count == 1) {
+                first = argument.text;
+            } else if (name != L"concat") {
+                work_ += first * std::min(argument.text, Text()) * kCompared;
+            }
         }
         if (name == L"concat") work_ += text * kJoined;
-        *value = {};
-        if (name == L"id")
-            *value = {true, Some(Passing(Axis::kChild, L"*"), contexts.total * All(), contexts.total), All()};
-        value->nodes.text = count == 0 ? first : text;
-        return true;
+        Nodes value;
+        if (name == L"id") {
+            value = Some(Passing(AxisNamed(L"child"), L"*"), contexts.total * All(), contexts.total);
+            value.most = All();
+        }
+        value.text = count == 0 ? first : text;
+        return value;
     }
 
-    void ChargeText(const Value& value) {
-        work_ += (value.isNodes ? value.nodes.total * kString : 0) + value.nodes.text * kCharacter;
+    void ChargeText(const Nodes& value) { work_ += value.total * kString + value.text * kCharacter; }
+
+    static Nodes TextOnly(double text) {
+        Nodes value;
+        value.text = text;
+        return value;
     }
 
     // The document's node, for so many evaluations.
-    Nodes Root(double times) const { return {times, times, times * Text(), times * All()}; }
+    Nodes Root(double times) const { return {times, times, times * Text(), times * All(), 1}; }
 
     // `total` of these nodes of the document, none more than `repeats` times.
     Nodes Some(const Nodes& nodes, double total, double repeats) const {
@@ -400,75 +297,96 @@ class Estimator {
                 std::min(nodes.below * times, total * All())};
     }
 
-    // The nodes of the document that pass the test.
-    Nodes Passing(Axis axis, wstring_view test) const {
-        const double nodes = All();
-        if (axis == Axis::kAttribute || axis == Axis::kNamespace) {
-            const double attributes = static_cast<double>(answer_.attributes) + 1;
-            return {axis == Axis::kAttribute ? attributes : attributes * nodes, 1,
-                    static_cast<double>(answer_.attributeText), 0};
+    // The nodes of the document that pass the test. A name that is not ASCII is taken for any.
+    Nodes Passing(const Axis& axis, wstring_view test) const {
+        if (axis.reach == Extent::kAttributes) {
+            const double each = axis.origins == Extent::kOne ? 1 : All();
+            return {Size(axis.reach) * each, 1, static_cast<double>(answer_.attributeText), 0};
         }
-        const std::optional<std::string> name = Ascii(test);
-        if (test == L"*" || test == L"node()" || !name)
-            return {nodes, 1, static_cast<double>(answer_.all.text) + 2 * Text(),
-                    static_cast<double>(answer_.all.nodes) + nodes};
-        const auto found = answer_.byName.find(*name);
+        const bool ascii = std::all_of(test.begin(), test.end(), [](wchar_t c) { return c < 0x80; });
+        if (test == L"*" || test == L"node()" || !ascii) {
+            return {All(), 1, static_cast<double>(answer_.all.text) + 2 * Text(),
+                    static_cast<double>(answer_.all.nodes) + All()};
+        }
+        const auto found = answer_.byName.find(std::string(test.begin(), test.end()));
         if (found == answer_.byName.end()) return {0, 1, 0, 0};
         const AnswerShape::Elements& named = found->second;
         return {static_cast<double>(named.count), 1, static_cast<double>(named.text),
                 static_cast<double>(named.nodes)};
     }
 
+    // In nodes.
+    double Size(Extent extent) const {
+        switch (extent) {
+            case Extent::kSiblings:
+                return static_cast<double>(answer_.widest);
+            case Extent::kLevels:
+                return static_cast<double>(answer_.depth) + 1;
+            case Extent::kAttributes:
+                return static_cast<double>(answer_.attributes) + 1;
+            case Extent::kSubtree:
+            case Extent::kDocument:
+                return All();
+            default:
+                return 1;
+        }
+    }
     // Nodes of the document, its own among them; characters.
     double All() const { return static_cast<double>(answer_.nodes) + 1; }
     double Text() const { return static_cast<double>(answer_.text + answer_.attributeText); }
 
-    bool StartsLiteral() const { return !rest_.empty() && (rest_.front() == L'"' || rest_.front() == L'\''); }
-    bool StartsStep() const {
-        return !rest_.empty() && (StartsName(rest_.front()) || rest_.front() == L'*' ||
-                                  rest_.front() == L'@' || rest_.front() == L'.');
+    bool StartsLiteral() {
+        SkipBlanks();
+        return rest_.starts_with(L'"') || rest_.starts_with(L'\'');
     }
-    bool StartsPrimary() const {
-        if (rest_.empty()) return false;
-        const wchar_t first = rest_.front();
-        if (first == L'(' || StartsLiteral() || IsDigit(first)) return true;
-        if (first == L'.') return rest_.size() > 1 && IsDigit(rest_[1]);
+    bool StartsStep() {
+        SkipBlanks();
+        return !rest_.empty() &&
+               (StartsName(rest_.front()) || wstring_view(L"*@./").find(rest_.front()) != wstring_view::npos);
+    }
+    bool StartsPrimary() {
+        if (StartsLiteral() || rest_.starts_with(L'(')) return true;
+        if (!rest_.empty() && IsDigit(rest_[rest_.size() > 1 && rest_[0] == L'.' ? 1 : 0])) return true;
         // A function's name, as opposed to a node test's.
-        size_t end = NameLength(rest_);
-        if (end == 0) return false;
-        const wstring_view name = rest_.substr(0, end);
-        if (end + 1 < rest_.size() && rest_[end] == L':' && StartsName(rest_[end + 1]))
-            end += 1 + NameLength(rest_.substr(end + 1));
-        while (end < rest_.size() && IsBlank(rest_[end]))
-            ++end;
-        return end < rest_.size() && rest_[end] == L'(' && name != L"node" && name != L"text" &&
-               name != L"comment" && name != L"processing-instruction";
+        const wstring_view before = rest_;
+        const wstring_view name = TakeName();
+        if (!name.empty() && rest_.size() > 1 && rest_[0] == L':' && StartsName(rest_[1])) {
+            SkipOne(L":");
+            TakeName();
+        }
+        const bool calls = !name.empty() && Take(L"(");
+        rest_ = before;
+        return calls && name != L"node" && name != L"text" && name != L"comment" &&
+               name != L"processing-instruction";
     }
 
-    static size_t NameLength(wstring_view text) {
-        if (text.empty() || !StartsName(text.front())) return 0;
-        return static_cast<size_t>(std::find_if_not(text.begin(), text.end(), ContinuesName) - text.begin());
-    }
     wstring_view TakeName() {
-        const wstring_view name = rest_.substr(0, NameLength(rest_));
+        const auto* const end = !rest_.empty() && StartsName(rest_.front())
+                                    ? std::find_if_not(rest_.begin(), rest_.end(), ContinuesName)
+                                    : rest_.begin();
+        const wstring_view name = rest_.substr(0, static_cast<size_t>(end - rest_.begin()));
         rest_.remove_prefix(name.size());
         return name;
     }
-    bool Take(wchar_t c) {
+    bool Take(wstring_view text) {
         SkipBlanks();
-        if (rest_.empty() || rest_.front() != c) return false;
-        rest_.remove_prefix(1);
-        return true;
-    }
-    bool TakeText(wstring_view text) {
         if (!rest_.starts_with(text)) return false;
         rest_.remove_prefix(text.size());
         return true;
     }
-    void SkipBlanks() {
-        while (!rest_.empty() && IsBlank(rest_.front()))
-            rest_.remove_prefix(1);
+    bool TakeOneOf(std::initializer_list<wstring_view> texts) {
+        return std::any_of(texts.begin(), texts.end(), [this](wstring_view text) { return Take(text); });
     }
+    bool SkipOne(wstring_view characters) {
+        if (rest_.empty() || characters.find(rest_.front()) == wstring_view::npos) return false;
+        rest_.remove_prefix(1);
+        return true;
+    }
+    void SkipAll(wstring_view characters) {
+        while (SkipOne(characters)) {
+        }
+    }
+    void SkipBlanks() { SkipAll(L" \t\r\n"); }
 
     wstring_view rest_;
     const AnswerShape& answer_;
@@ -480,7 +398,12 @@ class Estimator {
 
 std::optional<double> EstimateWork(wstring_view xpath, const AnswerShape& answer, size_t* end) {
     Estimator estimator(xpath, answer);
-    const std::optional<double> work = estimator.Estimate();
+    std::optional<double> work;
+    try {
+        work = estimator.Estimate();
+    } catch (const NotXPath&) {
+        // Unread() tells where.
+    }
     if (end != nullptr) *end = xpath.size() - estimator.Unread().size();
     return work;
 }
