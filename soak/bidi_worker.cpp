@@ -14,32 +14,21 @@ using test::Http;
 using test::LowerEntry;
 using test::Script;
 
+constexpr char kBase[] = "\\Soak.Device:Base";
+constexpr char kExtra[] = "\\Soak.Device:Extra";
 constexpr char kToken[] = "\\Soak.Device:Token";
 constexpr char kUnknown[] = "\\Soak.None";
+constexpr char kBelow[] = "\\Below";
 constexpr DWORD kBelowError = ERROR_NOT_READY;
 
-// The answer's entries as the commands show them, one line each.
-using Lines = std::vector<std::string>;
-
-std::string Line(DWORD request, const std::string& path, DWORD result, const std::string& value) {
-    return std::to_string(request) + " " + path + " " + std::to_string(result) + " " + value;
-}
-
-std::string Join(const Lines& lines) {
-    std::string text;
-    for (const std::string& line : lines)
-        text += (text.empty() ? "" : "; ") + line;
-    return text;
-}
-
-const std::vector<std::vector<std::string>>& Questions() {
-    static const std::vector<std::vector<std::string>> questions = {
-        {kToken},
-        {"\\Soak.Device"},
-        {"\\Soak.Bins", kUnknown},
-        {"\\Soak.Device:Base", "\\Soak.Device:Extra", kToken},
-        {"\\"},
-        {kUnknown},
+struct Question {
+    std::vector<std::string> paths;
+    size_t leaves;  // of the extension files
+};
+const std::vector<Question>& Questions() {
+    static const std::vector<Question> questions = {
+        {{kToken}, 1}, {{"\\Soak.Device"}, 3}, {{"\\Soak.Bins", kUnknown}, 2}, {{kBase, kExtra, kToken}, 3},
+        {{"\\"}, 5},   {{kUnknown}, 0},
     };
     return questions;
 }
@@ -48,6 +37,7 @@ const std::vector<std::vector<std::string>>& Questions() {
 struct Facts {
     std::string token;
     uint32_t level = 0;  // of the first bin; the second has the next number
+    std::string below;   // what the lower monitor gives as a value
 };
 
 std::string Answer(const Facts& facts) {
@@ -115,68 +105,44 @@ Behaviour DrawBehaviour(Random& random, const Facts& facts) {
     }
 }
 
-// The engine's answer; nothing when it has none.
-std::optional<Lines> EngineLines(const std::vector<std::string>& paths, int base, int extra,
-                                 const Facts& facts, bool good) {
-    if (base < 0 || extra < 0 || !good) return std::nullopt;
-    // It does not ask the printer when no path is known.
-    if (paths.size() == 1 && paths[0] == kUnknown) return std::nullopt;
-    const std::pair<std::string, std::string> leaves[] = {
-        {"\\Soak.Device:Base", std::to_string(base)},
-        {kToken, facts.token},
-        {"\\Soak.Device:Extra", std::to_string(extra)},
-        {"\\Soak.Bins.Tray1:Level", std::to_string(facts.level)},
-        {"\\Soak.Bins.Tray2:Level", std::to_string(facts.level + 1)},
-    };
-    Lines lines;
-    for (DWORD i = 0; i < paths.size(); ++i) {
-        const size_t before = lines.size();
-        for (const auto& [path, value] : leaves) {
-            const bool below = path.starts_with(paths[i] + ".") || path.starts_with(paths[i] + ":");
-            if (path == paths[i] || below || paths[i] == "\\") lines.push_back(Line(i, path, 0, value));
-        }
-        if (lines.size() == before) lines.push_back(Line(i, paths[i], ERROR_NO_DATA, ""));
+struct Result {
+    DWORD code = 0;
+    std::vector<ctl::BidiAnswer> answers;
+
+    bool Has(const char* path) const {
+        return std::any_of(answers.begin(), answers.end(),
+                           [&](const auto& answer) { return answer.path == path; });
     }
-    return lines;
-}
-
-// The lower monitor's entries, merged into the engine's: these win unless only the lower one succeeded.
-Lines Merge(Lines engine, const std::vector<LowerEntry>& lower) {
-    for (const LowerEntry& entry : lower) {
-        const std::string question = std::to_string(entry.number) + " " + ToUtf8(entry.schema) + " ";
-        const auto own = std::find_if(engine.begin(), engine.end(),
-                                      [&](const std::string& line) { return line.starts_with(question); });
-        const std::string line = Line(entry.number, ToUtf8(entry.schema), entry.result, ToUtf8(entry.text));
-        if (own == engine.end()) {
-            engine.push_back(line);
-        } else if (!own->starts_with(question + "0 ") && entry.result == 0) {
-            *own = line;
-        }
+    std::string Text() const {
+        std::string text = "code " + std::to_string(code);
+        for (const ctl::BidiAnswer& answer : answers)
+            text += "; " + std::to_string(answer.request) + " " + answer.path + " " +
+                    std::to_string(answer.result) + " " + answer.value;
+        return text;
     }
-    return engine;
-}
+};
 
-// The text of a whole outcome: "code 21", or the lines.
-std::string Expected(const std::optional<Lines>& engine, DWORD lowerCode,
-                     const std::vector<LowerEntry>& lower) {
-    if (!engine && lowerCode != 0) return "code " + std::to_string(lowerCode);
-    const Lines lines = Merge(engine.value_or(Lines()), lowerCode == 0 ? lower : std::vector<LowerEntry>());
-    return lines.empty() ? "code " + std::to_string(ERROR_NO_DATA) : Join(lines);
-}
-
-std::string Query(Worker& worker, const OpenPort& port, const wchar_t* action,
-                  const std::vector<std::string>& paths) {
+Result Query(Worker& worker, const OpenPort& port, const wchar_t* action,
+             const std::vector<std::string>& paths) {
     ctl::BidiRequest request(paths);
     BIDI_RESPONSE_CONTAINER* response = nullptr;
-    const DWORD code = worker.DoForCode("Bidi query", [&] {
+    Result result;
+    result.code = worker.DoForCode("Bidi query", [&] {
         return worker.stage.table.pfnSendRecvBidiDataFromPort(port.handle, PRINTER_ACCESS_USE, action,
                                                               request.Container(), &response);
     });
-    if (code != 0) return "code " + std::to_string(code);
-    Lines lines;
-    for (const ctl::BidiAnswer& answer : ctl::TakeAnswers(response))
-        lines.push_back(Line(answer.request, answer.path, answer.result, answer.value));
-    return Join(lines);
+    if (result.code == 0) result.answers = ctl::TakeAnswers(response);
+    return result;
+}
+
+// Whether an engine's value comes from this step's printer, or from a file not older than the query.
+bool IsCurrent(const ctl::BidiAnswer& answer, const Facts& facts, const ExtensionSet::State& files) {
+    if (answer.path == kBase) return std::stoi(answer.value) >= files.numbers[0];
+    if (answer.path == kExtra) return std::stoi(answer.value) >= files.numbers[1];
+    if (answer.path == kToken) return answer.value == facts.token;
+    const bool first = answer.path == "\\Soak.Bins.Tray1:Level";
+    return (first || answer.path == "\\Soak.Bins.Tray2:Level") &&
+           answer.value == std::to_string(facts.level + (first ? 0 : 1));
 }
 
 // For a soak that has to find something.
@@ -212,21 +178,23 @@ void BidiWorker::Step(Random& random) {
 }
 
 void BidiWorker::AskLocally() {
-    const std::string got = Query(*this, usb_, L"Get", {kToken});
-    const std::string expected = Line(0, kToken, ERROR_NO_DATA, "");
-    Check(got == expected, [&] { return "a USB port answered " + got + ", not " + expected; });
+    const Result got = Query(*this, usb_, L"Get", {kToken});
+    Check(got.answers.size() == 1 && got.answers[0].path == kToken && got.answers[0].result == ERROR_NO_DATA,
+          [&] { return "a USB port answered " + got.Text(); });
 }
 
 void BidiWorker::Ask(const OpenPort& port, Random& random) {
-    const Facts facts{name + "-" + std::to_string(StepNumber()), random.Below(100)};
+    const std::string step = name + "-" + std::to_string(StepNumber());
+    Facts facts{step, random.Below(100), step + "-below"};
     const Behaviour behaviour = DrawBehaviour(random, facts);
-    const std::vector<std::string>& paths =
-        Questions()[random.Below(static_cast<uint32_t>(Questions().size()))];
+    if (stage.Planted("stale-answer")) facts.token += "-new";
+    const Question& question = Questions()[random.Below(static_cast<uint32_t>(Questions().size()))];
     const wchar_t* const action = random.OneIn(10) ? L"Set" : random.OneIn(2) ? L"Get" : L"GetAll";
     const DWORD lowerCode = random.OneIn(3) ? kBelowError : 0;
+    const bool belowKnows = random.OneIn(2);
     std::vector<LowerEntry> lower;
-    if (random.OneIn(2)) lower.push_back({7, 0, L"\\Below", L"here"});
-    if (random.OneIn(2)) lower.push_back({0, 0, FromUtf8(paths[0]), L"below"});
+    if (belowKnows) lower.push_back({7, 0, FromUtf8(kBelow), FromUtf8(facts.below)});
+    if (random.OneIn(2)) lower.push_back({0, 0, FromUtf8(question.paths[0]), FromUtf8(facts.below)});
     if (random.OneIn(4)) lower.push_back({1, 50, FromUtf8(kUnknown), L""});
 
     port.below.bidiCode = lowerCode;
@@ -238,36 +206,39 @@ void BidiWorker::Ask(const OpenPort& port, Random& random) {
         port.below.address = L"127.0.0.1:" + std::to_wstring(behaviour.script ? printer_.Port() : 1);
     }
 
-    const ExtensionSet::Moment begin = files_.Begin();
-    const std::string got = Query(*this, port, action, paths);
-    const ExtensionSet::Seen seen = files_.End(begin);
+    const ExtensionSet::State before = files_.Now();
+    const Result got = Query(*this, port, action, question.paths);
+    const ExtensionSet::State after = files_.Now();
 
-    // Any action but the two goes down only. While a file changes, it may be that it cannot be read.
-    const bool engineAsked = std::wstring(action) != L"Set";
-    std::set<std::string> expected;
-    if (!engineAsked || seen.Changed()) expected.insert(Expected(std::nullopt, lowerCode, lower));
-    for (const int base : seen.states[0]) {
-        for (const int extra : seen.states[1]) {
-            if (!engineAsked) continue;
-            expected.insert(
-                Expected(EngineLines(paths, base, extra, facts, behaviour.good), lowerCode, lower));
-        }
+    size_t fromEngine = 0;
+    bool good = true;
+    for (const ctl::BidiAnswer& answer : got.answers) {
+        if (answer.result != 0 || answer.value == facts.below) continue;
+        ++fromEngine;
+        good = good && IsCurrent(answer, facts, before);
     }
-    const bool planted = stage.Planted("stale-answer") && got.find(facts.token) != std::string::npos;
-    Check(expected.contains(got) && !planted, [&] {
-        return "a query of " + Join(paths) + (behaviour.good ? "" : ", the printer broken,") +
-               " gave: " + got + " -- and not, for one: " + *expected.begin();
+    good = good && got.Has(kBelow) == (belowKnows && lowerCode == 0);
+    // Any action but the two goes down only. While a file changes, it may be that it cannot be read.
+    const bool forEngine = std::wstring(action) != L"Set";
+    if (!forEngine || (before.changes == after.changes && before.changes % 2 == 0)) {
+        const bool answers = forEngine && behaviour.good && before.Readable() && question.leaves != 0;
+        const DWORD alone = lowerCode == 0 && lower.empty() ? ERROR_NO_DATA : lowerCode;
+        good = good && fromEngine == (answers ? question.leaves : 0) && got.code == (answers ? 0 : alone);
+    }
+    Check(good, [&] {
+        return "a query of " + question.paths[0] + (behaviour.good ? "" : ", the printer broken,") +
+               " gave " + got.Text();
     });
 }
 
 void FileWorker::Step(Random& random) {
     const size_t file = random.Below(ExtensionSet::kFiles);
-    const uint32_t kind = random.Below(10);
-    // The step's number is a value that no earlier file had.
-    const int state = kind == 0   ? ExtensionSet::kBroken
-                      : kind == 1 ? ExtensionSet::kMissing
-                                  : static_cast<int>(StepNumber()) + 1;
-    Do("change of a file", [&]() -> BOOL { return files_.Change(file, state); });
+    const uint32_t drawn = random.Below(10);
+    const auto kind = drawn == 0   ? ExtensionSet::Kind::kBroken
+                      : drawn == 1 ? ExtensionSet::Kind::kMissing
+                                   : ExtensionSet::Kind::kGood;
+    Do("change of a file",
+       [&]() -> BOOL { return files_.Change(file, kind, static_cast<int>(StepNumber()) + 1); });
     Sleep(random.Between(20, 200));
 }
 

@@ -5,7 +5,6 @@ namespace vlm::soak {
 namespace {
 
 constexpr const wchar_t* kNames[] = {L"base.xml", L"extra.xml"};
-constexpr int kFirstState = 1;
 
 std::string Extension(const std::string& children) {
     return "<bidi:Definition xmlns:bidi='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>\n"
@@ -14,8 +13,8 @@ std::string Extension(const std::string& children) {
            children + "</Property></Schema></bidi:Definition>\n";
 }
 
-std::string Text(size_t file, int state) {
-    const std::string number = std::to_string(state);
+std::string Text(size_t file, int value) {
+    const std::string number = std::to_string(value);
     if (file == 1)
         return Extension("<Property name='Device'><Const name='Extra' type='BIDI_INT'>" + number +
                          "</Const></Property>\n");
@@ -36,32 +35,25 @@ ExtensionSet::ExtensionSet() {
     folder_.Write(
         L"soak.ini",
         "[BidiFiles]\r\nBidiWSDFile=base.xml\r\n[VelunDriverFiles]\r\nUIBidiWSDFile1=extra.xml\r\n");
-    for (size_t file = 0; file < kFiles; ++file) {
-        folder_.Write(kNames[file], Text(file, kFirstState));
-        // Room for a day, so that the history is no growth.
-        states_[file].reserve(1'000'000);
-        states_[file].push_back(kFirstState);
-    }
+    for (size_t file = 0; file < kFiles; ++file)
+        folder_.Write(kNames[file], Text(file, state_.numbers[file]));
 }
 
 std::wstring ExtensionSet::DependentFiles() const {
     return folder_.Path(L"soak.ini") + std::wstring(2, L'\0');
 }
 
-bool ExtensionSet::Put(size_t file, int state) const {
+bool ExtensionSet::Put(size_t file, Kind kind, int number) const {
     const std::wstring path = folder_.Path(kNames[file]);
-    std::wstring next;
-    if (state != kMissing) {
-        std::string text = Text(file, state);
-        // Refused before it is parsed. Wine's MSXML keeps the last parse error of all threads in one place,
-        // and two threads that replace it at once free it twice: two queries of a file cut in half bring down
-        // the process.
-        if (state == kBroken) text.insert(0, "<!DOCTYPE VelunBidi>");
-        next = folder_.Write(L"next.xml", text);
-    }
+    std::string text = Text(file, number);
+    // Refused before it is parsed. Wine's MSXML keeps the last parse error of all threads in one place, and
+    // two threads that replace it at once free it twice: two queries of a file cut in half bring down the
+    // process.
+    if (kind == Kind::kBroken) text.insert(0, "<!DOCTYPE VelunBidi>");
+    const std::wstring next = folder_.Write(L"next.xml", text);
     // A reader that has the file open keeps it as it is, for a moment.
     for (int tries = 0; tries < 100; ++tries) {
-        const BOOL done = state == kMissing
+        const BOOL done = kind == Kind::kMissing
                               ? DeleteFileW(path.c_str()) || GetLastError() == ERROR_FILE_NOT_FOUND
                               : MoveFileExW(next.c_str(), path.c_str(), MOVEFILE_REPLACE_EXISTING);
         if (done) return true;
@@ -70,36 +62,22 @@ bool ExtensionSet::Put(size_t file, int state) const {
     return false;
 }
 
-bool ExtensionSet::Change(size_t file, int state) {
-    int before = 0;
+bool ExtensionSet::Change(size_t file, Kind kind, int number) {
     {
         const std::lock_guard guard(mutex_);
-        before = states_[file].back();
-        changing_[file] = true;
-        states_[file].push_back(state);
+        ++state_.changes;
     }
-    const bool done = Put(file, state);
+    const bool done = Put(file, kind, number);
     const std::lock_guard guard(mutex_);
-    if (!done) states_[file].push_back(before);
-    changing_[file] = false;
+    ++state_.changes;
+    if (done) state_.kinds[file] = kind;
+    if (done && kind == Kind::kGood) state_.numbers[file] = number;
     return done;
 }
 
-ExtensionSet::Moment ExtensionSet::Begin() const {
+ExtensionSet::State ExtensionSet::Now() const {
     const std::lock_guard guard(mutex_);
-    Moment moment{};
-    for (size_t file = 0; file < kFiles; ++file)
-        moment[file] = states_[file].size() - (changing_[file] ? 2 : 1);
-    return moment;
-}
-
-ExtensionSet::Seen ExtensionSet::End(const Moment& begin) const {
-    const std::lock_guard guard(mutex_);
-    Seen seen;
-    for (size_t file = 0; file < kFiles; ++file)
-        seen.states[file].insert(states_[file].begin() + static_cast<ptrdiff_t>(begin[file]),
-                                 states_[file].end());
-    return seen;
+    return state_;
 }
 
 }  // namespace vlm::soak

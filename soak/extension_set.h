@@ -1,14 +1,10 @@
-// The driver's extension files, which change while queries read them. A query is answered from a state that
-// each file had at some time while it ran, and which these were is known here. Any thread; one thread
-// changes.
+// The driver's extension files, which change while queries read them. Each good text of a file gives a number
+// as a value, and later texts give greater ones. Any thread; one thread changes.
 #pragma once
 
 #include <array>
-#include <cstdint>
 #include <mutex>
-#include <set>
 #include <string>
-#include <vector>
 
 #include "tests/util/temp_dir.h"
 
@@ -17,9 +13,15 @@ namespace vlm::soak {
 class ExtensionSet {
  public:
     static constexpr size_t kFiles = 2;
-    // A file's state: the number that it gives as a value, or that it cannot be read.
-    static constexpr int kBroken = -1;
-    static constexpr int kMissing = -2;
+    enum class Kind { kGood, kBroken, kMissing };
+
+    struct State {
+        unsigned changes = 0;                   // begun and ended ones: odd while one is under way
+        std::array<int, kFiles> numbers{1, 1};  // of each file's last good text
+        std::array<Kind, kFiles> kinds{};
+
+        bool Readable() const { return kinds == std::array<Kind, kFiles>{}; }
+    };
 
     ExtensionSet();
 
@@ -27,25 +29,15 @@ class ExtensionSet {
     std::wstring DependentFiles() const;
 
     // One change of one file, in one piece. False when a reader kept it from being made.
-    bool Change(size_t file, int state);
-
-    // What the files may have been between the two calls.
-    using Moment = std::array<size_t, kFiles>;
-    struct Seen {
-        std::array<std::set<int>, kFiles> states;
-        bool Changed() const { return states[0].size() + states[1].size() > kFiles; }
-    };
-    Moment Begin() const;
-    Seen End(const Moment& begin) const;
+    bool Change(size_t file, Kind kind, int number);
+    State Now() const;
 
  private:
-    bool Put(size_t file, int state) const;
+    bool Put(size_t file, Kind kind, int number) const;
 
     const test::TempDir folder_;
     mutable std::mutex mutex_;
-    // Every state that a file was to get, oldest first. While it gets one, the one before may still be there.
-    std::array<std::vector<int>, kFiles> states_;
-    std::array<bool, kFiles> changing_{};
+    State state_;
 };
 
 }  // namespace vlm::soak

@@ -34,19 +34,14 @@ class Cast {
         for (const wchar_t* port : {L"IP_one", L"IP_two", L"IP_rivals", L"IP_wake", L"IP_turns",
                                     L"USB-shared", L"USB-first", L"USB-second", L"USB-turning"})
             AddPrinter(port);
-        PrinterPort& usb = AddPort(L"USB-shared");
-        AddPort(L"USB-first");
-        AddPort(L"USB-second");
+        const OpenPort shared = OpenOn(AddPort(L"USB-shared"));
+        OpenOn(AddPort(L"USB-first"));
+        OpenOn(AddPort(L"USB-second"));
         const OpenPort rivals = OpenOn(AddPort(L"IP_rivals"));
-        const OpenPort shared = OpenOn(usb);
-        for (const wchar_t* name : {L"USB-first", L"USB-second"})
-            OpenOn(PortNamed(name));
 
-        Add<PrintWorker>("print-usb", shared, Rivals::kSome);
-        ContendingWorker& one = Add<ContendingWorker>("rival-1", rivals);
-        ContendingWorker& other = Add<ContendingWorker>("rival-2", rivals);
-        one.SetRival(&other);
-        other.SetRival(&one);
+        Add<PrintWorker>("print-usb", shared, Rivals::kRemoteCalls);
+        for (const char* name : {"rival-1", "rival-2"})
+            Add<PrintWorker>(name, rivals, Rivals::kJobs);
         for (const wchar_t* suffix : {L"one", L"two"}) {
             const std::wstring printer = std::wstring(L"IP_") + suffix;
             const OpenPort tcp = OpenOn(AddPort(printer));
@@ -57,10 +52,10 @@ class Cast {
             Add<BidiWorker>("bidi-" + name, files_, tcp, OpenOn(wsd, printer), shared);
         }
         Add<FileWorker>("files", files_);
-        Add<RemoteWorker>("remote-1", client_, "USB-first", "USB-shared", turning_);
-        Add<RemoteWorker>("remote-2", client_, "USB-second", "USB-shared", turning_);
+        Add<RemoteWorker>("remote-1", client_, "USB-first");
+        Add<RemoteWorker>("remote-2", client_, "USB-second");
         Add<SuspendWorker>("suspend", OpenOn(AddPort(L"IP_wake")));
-        Add<TurnoverWorker>("turnover", turning_, L"ip_ONE", L"IP_turns");
+        Add<TurnoverWorker>("turnover", L"ip_ONE", L"IP_turns");
     }
 
     bool KnowsAll(const std::set<std::string>& names) const {
@@ -93,12 +88,9 @@ class Cast {
 
  private:
     template <typename Kind, typename... Arguments>
-    Kind& Add(const std::string& name, Arguments&&... arguments) {
-        auto worker = std::make_unique<Kind>(stage_, name, static_cast<unsigned>(workers_.size() + 1),
-                                             std::forward<Arguments>(arguments)...);
-        Kind& added = *worker;
-        workers_.push_back(std::move(worker));
-        return added;
+    void Add(const std::string& name, Arguments&&... arguments) {
+        workers_.push_back(std::make_unique<Kind>(stage_, name, static_cast<unsigned>(workers_.size() + 1),
+                                                  std::forward<Arguments>(arguments)...));
     }
     // Each printer has its port's name.
     void AddPrinter(const std::wstring& port) {
@@ -106,11 +98,6 @@ class Cast {
     }
     PrinterPort& AddPort(const std::wstring& name) {
         return *ports_.emplace_back(std::make_unique<PrinterPort>(stage_, name));
-    }
-    PrinterPort& PortNamed(const std::wstring& name) const {
-        for (const auto& port : ports_)
-            if (port->name == name) return *port;
-        std::abort();
     }
     OpenPort OpenOn(PrinterPort& below, std::wstring printer = {}) {
         if (printer.empty()) printer = below.name;
@@ -120,7 +107,6 @@ class Cast {
     Stage& stage_;
     ExtensionSet files_;
     const ctl::RpcClient client_{ctl::RpcRoute::kLocal, ""};
-    TurningPort turning_{PrinterPort(stage_, L"USB-turning")};
     std::vector<std::unique_ptr<PrinterPort>> ports_;
     std::vector<OpenPort> open_;
     std::vector<std::unique_ptr<Worker>> workers_;
@@ -175,22 +161,9 @@ std::string PlaceOf(const void* address) {
     return name.substr(name.rfind('\\') + 1) + offset;
 }
 
-// Says where the process crashes: the place itself, and what on the stack looks like a way there.
 LONG WINAPI TellCrash(EXCEPTION_POINTERS* crash) {
     std::printf("crash 0x%08lx at %s\n", crash->ExceptionRecord->ExceptionCode,
                 PlaceOf(crash->ExceptionRecord->ExceptionAddress).c_str());
-    const auto* const stack = reinterpret_cast<void* const*>(crash->ContextRecord->Rsp);
-    ULONG_PTR low = 0;
-    ULONG_PTR high = 0;
-    GetCurrentThreadStackLimits(&low, &high);
-    const auto* const bottom = reinterpret_cast<void* const*>(high);
-    int shown = 0;
-    for (const auto* word = stack; word < bottom && shown < 60; ++word) {
-        const std::string place = PlaceOf(*word);
-        if (place.empty()) continue;
-        std::printf("  %s\n", place.c_str());
-        ++shown;
-    }
     std::fflush(stdout);
     TerminateProcess(GetCurrentProcess(), 3);
     return EXCEPTION_CONTINUE_SEARCH;

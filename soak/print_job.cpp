@@ -1,119 +1,53 @@
 #include "soak/print_job.h"
-#include "util/text.h"
 
 #include <algorithm>
-#include <cwctype>
 #include <stdexcept>
-#include <vector>
+
+#include "util/text.h"
 
 namespace vlm::soak {
 
 namespace {
 
 constexpr DWORD kSuspended = 63;
-constexpr DWORD kErrors[] = {ERROR_ACCESS_DENIED, ERROR_NOT_READY, ERROR_GEN_FAILURE, ERROR_PRINTQ_FULL,
-                             10054 /* WSAECONNRESET */};
 
-struct Plan {
-    std::vector<uint32_t> chunks;  // sizes
-    uint64_t content = 0;
-    DWORD status = JOB_STATUS_PRINTING;
-    bool otherSpelling = false;  // of the printer's name
-    bool reads = false;
-    bool retries = true;  // a write that failed
-};
-
-DWORD AnyError(Random& random) {
-    return kErrors[random.Below(std::size(kErrors))];
+Job Draw(Worker& worker, Random& random) {
+    Job job;
+    job.id = worker.number << 24 | static_cast<DWORD>(worker.StepNumber());
+    const uint32_t drawn = random.Below(12);
+    if (drawn < 3) {
+        job.fails = static_cast<Job::Fails>(drawn + 1);
+        job.error = 10'050 + random.Below(5);
+    } else if (drawn == 3) {
+        job.pause = random.Between(1, 4);
+    }
+    return job;
 }
 
-Plan Draw(Random& random, Rivals rivals, DWORD hold, Job& job) {
-    Plan plan;
-    plan.content = random.Next();
-    const uint32_t most = random.OneIn(8) ? 100'000 : 8'000;
-    for (uint32_t i = random.Below(24) + (hold != 0 ? 1 : 0); i > 0; --i)
-        plan.chunks.push_back(random.OneIn(10) ? 0 : random.Between(1, most));
-    plan.otherSpelling = random.OneIn(4);
-    plan.reads = random.OneIn(4);
-    plan.retries = random.OneIn(2);
-    switch (random.Below(12)) {
-        case 0:
-            job.startError = AnyError(random);
-            break;
-        case 1:
-            job.failingWrite = random.Between(1, 6);
-            job.writeError = AnyError(random);
-            break;
-        case 2:
-            job.mostPerWrite = random.Between(500, 4'000);
-            break;
-        case 3:
-            job.pause = random.Between(1, 4);
-            break;
-        case 4:
-            job.endError = AnyError(random);
-            break;
-        case 5:
-        case 6:
-            if (rivals == Rivals::kSome) break;
-            plan.status = random.OneIn(2) ? JOB_STATUS_DELETING : JOB_STATUS_RESTART | JOB_STATUS_PRINTING;
-            job.completesAt = random.Below(7);
-            break;
-        default:
-            break;
-    }
-    if (hold != 0) {
-        // In all, however many writes a chunk takes.
-        uint64_t writes = plan.chunks.size();
-        for (const uint32_t chunk : plan.chunks)
-            writes += chunk / job.mostPerWrite;
-        job.pause = std::max(job.pause, static_cast<DWORD>(hold / writes));
-    }
-    return plan;
-}
-
-std::string Content(uint64_t seed, uint32_t chunk, uint32_t size) {
-    std::string bytes(size, '\0');
-    Random random(seed, chunk, size);
-    for (size_t i = 0; i < size; i += sizeof(uint64_t)) {
-        const uint64_t next = random.Next();
-        std::copy_n(reinterpret_cast<const char*>(&next), std::min(sizeof next, size - i),
-                    bytes.begin() + static_cast<ptrdiff_t>(i));
-    }
-    return bytes;
-}
-
-// Writes until all is written, or a write is refused for good; what was taken.
-std::string WriteAll(Worker& worker, const OpenPort& port, const Plan& plan, const Job& job, uint64_t start) {
+// Writes pieces until one is refused; what was taken.
+std::string WriteAll(Worker& worker, const OpenPort& port, const Job& job, Random& random, unsigned notices) {
     std::string taken;
-    for (uint32_t i = 0; i < plan.chunks.size(); ++i) {
-        std::string rest = Content(plan.content, i, plan.chunks[i]);
-        do {
-            const unsigned before = job.writes;
-            DWORD written = 0;
-            Outcome outcome;
-            if (WriteChecked(worker, port.handle, rest, start, &written, &outcome)) {
-                worker.Check(job.writes == before + 1, [] { return "a write came below other than once"; });
-                worker.Check(outcome.error == kPoison, [] { return "a good write changed the last error"; });
-                worker.Check(written == std::min<size_t>(rest.size(), job.mostPerWrite), [&] {
-                    return "a write of " + std::to_string(rest.size()) + " bytes took " +
-                           std::to_string(written);
-                });
-                taken += rest.substr(0, written);
-                rest.erase(0, std::min<size_t>(written, rest.size()));
-                continue;
-            }
-            if (outcome.error == kSuspended) {
-                worker.Check(job.writes == before,
-                             [] { return "a write came below after a suspend notice"; });
-                return taken;
-            }
-            worker.Check(job.writes == job.failingWrite && outcome.error == job.writeError, [&] {
+    const uint32_t most = random.OneIn(8) ? 100'000 : 8'000;
+    for (uint32_t left = random.Below(24); left > 0 && !worker.stage.report.Violated(); --left) {
+        const std::string piece = BytesOf(random.Next(), random.OneIn(10) ? 0 : random.Between(1, most));
+        const unsigned before = job.writes;
+        DWORD written = 0;
+        const Outcome outcome = WriteChecked(worker, port.handle, piece, notices, &written);
+        const unsigned calls = job.writes - before;
+        if (!outcome.result) {
+            const bool suspended = outcome.error == kSuspended && calls == 0;
+            const bool failed = job.fails == Job::Fails::kWrite && outcome.error == job.error && calls == 1;
+            worker.Check(suspended || failed, [&] {
                 return "a write failed with " + std::to_string(outcome.error) + ", planned " +
-                       std::to_string(job.writeError);
+                       std::to_string(job.error);
             });
-            if (!plan.retries) return taken;
-        } while (!rest.empty() && !worker.stage.report.Violated());
+            break;
+        }
+        worker.Check(calls == 1 && outcome.error == kPoison && written == piece.size(), [&] {
+            return "a write of " + std::to_string(piece.size()) + " bytes took " + std::to_string(written) +
+                   " in " + std::to_string(calls) + " calls, last error " + std::to_string(outcome.error);
+        });
+        taken += piece;
     }
     return taken;
 }
@@ -125,41 +59,31 @@ void CheckRead(Worker& worker, const OpenPort& port, const Job& job) {
         return worker.stage.table.pfnReadPort(port.handle, reinterpret_cast<LPBYTE>(bytes.data()),
                                               static_cast<DWORD>(bytes.size()), &read);
     });
-    worker.Check(outcome.result && read == bytes.size() && bytes == ReplyBytes(job.id, bytes.size()),
+    worker.Check(outcome.result && read == bytes.size() && bytes == BytesOf(job.id, bytes.size()),
                  [] { return "the back channel's bytes did not come through"; });
 }
 
-bool IsUsb(const OpenPort& port) {
-    return port.below.name.starts_with(L"USB");
-}
-
-void CheckEnd(Worker& worker, const OpenPort& port, const Plan& plan, const Job& job,
-              const std::string& taken) {
+void CheckEnd(Worker& worker, const OpenPort& port, const Job& job, DWORD status, const std::string& taken) {
     const Outcome outcome = worker.Do("EndDocPort", [&] {
         worker.Check(!worker.stage.table.pfnEndDocPort(port.handle), [] { return "EndDocPort gave TRUE"; });
         return TRUE;
     });
-    const bool questioned = (plan.status & (JOB_STATUS_DELETING | JOB_STATUS_RESTART)) != 0 && !IsUsb(port);
-    worker.Check(job.ended, [] { return "EndDocPort did not come below"; });
-    worker.Check(outcome.error == (job.endError != 0 ? job.endError : kPoison), [&] {
+    const DWORD expected = job.fails == Job::Fails::kEnd ? job.error : kPoison;
+    worker.Check(job.ended && outcome.error == expected, [&] {
         return "EndDocPort left the last error " + std::to_string(outcome.error) + ", not " +
-               std::to_string(job.endError);
+               std::to_string(expected);
     });
     worker.Check(job.arrived == taken, [&] {
         const auto [mine, its] =
             std::mismatch(taken.begin(), taken.end(), job.arrived.begin(), job.arrived.end());
-        return "of job " + std::to_string(job.id) + " (" + std::to_string(plan.chunks.size()) + " chunks) " +
-               std::to_string(taken.size()) + " bytes were taken and " + std::to_string(job.arrived.size()) +
+        return "of job " + std::to_string(job.id) + " " + std::to_string(taken.size()) +
+               " bytes were taken and " + std::to_string(job.arrived.size()) +
                " arrived; the first difference is at " + std::to_string(mine - taken.begin());
     });
-    constexpr unsigned kMostQuestions = 5;
-    const unsigned questions = !questioned            ? 0
-                               : job.completesAt == 0 ? kMostQuestions
-                                                      : std::min(job.completesAt, kMostQuestions);
-    worker.Check(job.questions == questions, [&] {
-        return std::to_string(job.questions) + " questions for completion, not " + std::to_string(questions);
-    });
-    const bool restarted = (plan.status & JOB_STATUS_RESTART) != 0 && !IsUsb(port);
+    const bool usb = port.below.name.starts_with(L"USB");
+    const bool restarted = (status & JOB_STATUS_RESTART) != 0 && !usb;
+    worker.Check((job.questions != 0) == (restarted || ((status & JOB_STATUS_DELETING) != 0 && !usb)),
+                 [&] { return std::to_string(job.questions) + " questions for completion"; });
     worker.stage.ExpectJobEvents(job.id,
                                  restarted ? "LAST_PAGE_EJECTED" : "SENT_TO_PRINTER LAST_PAGE_EJECTED");
 }
@@ -176,67 +100,58 @@ OpenPort Open(Stage& stage, PrinterPort& below, const std::wstring& printer) {
     return {below, handle, printer};
 }
 
-Outcome StartChecked(Worker& worker, const OpenPort& port, DWORD job, const std::wstring& printer,
-                     uint64_t* start) {
-    std::wstring name = printer;
+Outcome StartDocument(Worker& worker, const OpenPort& port, DWORD job) {
+    std::wstring printer = port.printer;
     DOC_INFO_1W document{};
-    *start = worker.stage.suspends.BeginStart();
-    const Outcome outcome = worker.Do("StartDocPort", [&] {
-        return worker.stage.table.pfnStartDocPort(port.handle, name.data(), job, 1,
+    return worker.Do("StartDocPort", [&] {
+        return worker.stage.table.pfnStartDocPort(port.handle, printer.data(), job, 1,
                                                   reinterpret_cast<LPBYTE>(&document));
     });
-    worker.stage.suspends.EndStart();
+}
+
+Outcome WriteChecked(Worker& worker, HANDLE port, const std::string& bytes, unsigned notices,
+                     DWORD* written) {
+    Stage& stage = worker.stage;
+    const unsigned suspension = stage.suspensions;
+    const Outcome outcome = worker.Do("WritePort", [&] {
+        return stage.table.pfnWritePort(port, reinterpret_cast<LPBYTE>(const_cast<char*>(bytes.data())),
+                                        static_cast<DWORD>(bytes.size()), written);
+    });
+    if (!outcome.result && outcome.error == kSuspended) {
+        worker.Check(stage.noticesBegun > notices,
+                     [] { return "a write was refused without a suspend notice"; });
+    } else {
+        worker.Check(suspension % 2 == 0 || stage.suspensions != suspension,
+                     [] { return "a write was not refused after a suspend notice"; });
+    }
     return outcome;
 }
 
-bool WriteChecked(Worker& worker, HANDLE port, const std::string& bytes, uint64_t start, DWORD* written,
-                  Outcome* outcome) {
-    const auto suspended = worker.stage.suspends.BeginWrite();
-    *outcome = worker.Do("WritePort", [&] {
-        return worker.stage.table.pfnWritePort(port,
-                                               reinterpret_cast<LPBYTE>(const_cast<char*>(bytes.data())),
-                                               static_cast<DWORD>(bytes.size()), written);
-    });
-    if (!outcome->result && outcome->error == kSuspended) {
-        worker.Check(worker.stage.suspends.SuspendedSince(start),
-                     [] { return "a write was refused for a suspend that there was not"; });
-        return false;
-    }
-    worker.Check(!worker.stage.suspends.MissedSuspend(suspended),
-                 [] { return "a write was not refused after a suspend notice"; });
-    return outcome->result != FALSE;
-}
-
-bool PrintJob(Worker& worker, const OpenPort& port, Random& random, Rivals rivals, DWORD hold) {
-    Job job;
-    job.id = worker.number << 24 | static_cast<DWORD>(worker.StepNumber());
-    const Plan plan = Draw(random, rivals, hold, job);
-    std::wstring printer = port.printer;
-    if (plan.otherSpelling) std::transform(printer.begin(), printer.end(), printer.begin(), std::towupper);
-    worker.stage.spooler.SetJob(printer.c_str(), job.id, L"soak", plan.status);
+void PrintJob(Worker& worker, const OpenPort& port, Random& random, Rivals rivals, DWORD hold) {
+    Job job = Draw(worker, random);
+    const DWORD status = rivals != Rivals::kNone || !random.OneIn(6) ? JOB_STATUS_PRINTING
+                         : random.OneIn(2)                           ? JOB_STATUS_DELETING
+                                           : JOB_STATUS_RESTART | JOB_STATUS_PRINTING;
+    worker.stage.spooler.SetJob(port.printer.c_str(), job.id, L"soak", status);
     port.below.Expect(job);
-    uint64_t start = 0;
+    const unsigned notices = worker.stage.noticesEnded;
     Outcome started;
     {
         const std::shared_lock gate(worker.stage.starting);
-        started = StartChecked(worker, port, job.id, printer, &start);
+        started = StartDocument(worker, port, job.id);
     }
-    const bool busy = !started.result && started.error == ERROR_BUSY;
-    worker.Check(!busy || rivals == Rivals::kSome, [] { return "busy, and nobody else uses the port"; });
-    if (!busy) {
-        worker.Check(started.result == (job.startError == 0) &&
-                         started.error == (job.startError != 0 ? job.startError : kPoison),
-                     [&] {
-                         return "StartDocPort gave " + std::to_string(started.result) + " and " +
-                                std::to_string(started.error) + ", planned " + std::to_string(job.startError);
-                     });
-    }
+    const bool busy = !started.result && started.error == ERROR_BUSY && rivals != Rivals::kNone;
+    const DWORD expected = job.fails == Job::Fails::kStart ? job.error : kPoison;
+    worker.Check(busy || (started.result == (expected == kPoison) && started.error == expected), [&] {
+        return "StartDocPort gave " + std::to_string(started.result) + " and " +
+               std::to_string(started.error) + ", not " + std::to_string(expected);
+    });
     if (started.result) {
-        if (plan.reads) CheckRead(worker, port, job);
-        CheckEnd(worker, port, plan, job, WriteAll(worker, port, plan, job, start));
+        if (random.OneIn(4)) CheckRead(worker, port, job);
+        Sleep(hold);
+        CheckEnd(worker, port, job, status, WriteAll(worker, port, job, random, notices));
     }
     port.below.Forget(job);
-    return !busy;
 }
 
 }  // namespace vlm::soak

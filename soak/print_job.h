@@ -20,18 +20,14 @@ struct OpenPort {
 
 OpenPort Open(Stage& stage, PrinterPort& below, const std::wstring& printer);
 
-enum class Rivals { kNone, kSome };  // whether others use the port, too
+enum class Rivals { kNone, kRemoteCalls, kJobs };  // who else uses the port
 
-// False when the port was busy, which it may be with rivals only. `hold` is the time, in milliseconds, that
+// The port may be busy when it has rivals; then there is no job. `hold` is the time, in milliseconds, that
 // the job keeps the port at least.
-bool PrintJob(Worker& worker, const OpenPort& port, Random& random, Rivals rivals, DWORD hold = 0);
+void PrintJob(Worker& worker, const OpenPort& port, Random& random, Rivals rivals, DWORD hold = 0);
 
-// One write with the check against the suspend notices; `start` is what the ledger gave before the job. False
-// when it was refused, the outcome then tells with what.
-bool WriteChecked(Worker& worker, HANDLE port, const std::string& bytes, uint64_t start, DWORD* written,
-                  Outcome* outcome);
-// StartDocPort, entered in the ledger.
-Outcome StartChecked(Worker& worker, const OpenPort& port, DWORD job, const std::wstring& printer,
-                     uint64_t* start);
+Outcome StartDocument(Worker& worker, const OpenPort& port, DWORD job);
+// One write with the check against the suspend notices, of which `notices` had ended before the job began.
+Outcome WriteChecked(Worker& worker, HANDLE port, const std::string& bytes, unsigned notices, DWORD* written);
 
 }  // namespace vlm::soak

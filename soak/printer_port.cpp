@@ -28,7 +28,7 @@ ReplyKey KeyOf(std::string_view request) {
 
 }  // namespace
 
-std::string ReplyBytes(uint32_t key, size_t size) {
+std::string BytesOf(uint64_t key, size_t size) {
     std::string bytes(size, '\0');
     Random random(key, 0, 0);
     for (char& byte : bytes)
@@ -113,18 +113,10 @@ BOOL WINAPI PrinterPort::Start(HANDLE port, LPWSTR, DWORD id, DWORD level, LPBYT
             self.Violate("job " + std::to_string(id) + " is not of this port");
             return ERROR_INVALID_PARAMETER;
         }
-        if (found->second->startError == 0) self.current_ = found->second;
-        return found->second->startError;
+        if (found->second->fails == Job::Fails::kStart) return found->second->error;
+        self.current_ = found->second;
+        return ERROR_SUCCESS;
     });
-}
-
-DWORD PrinterPort::WriteToJob(Job& job, std::string_view bytes, LPDWORD count) {
-    ++job.writes;
-    if (job.writes == job.failingWrite) return job.writeError + (stage_.Planted("wrong-code") ? 1 : 0);
-    const size_t taken = std::min<size_t>(bytes.size(), job.mostPerWrite);
-    job.arrived.append(bytes.substr(0, taken));
-    *count = static_cast<DWORD>(taken);
-    return ERROR_SUCCESS;
 }
 
 BOOL WINAPI PrinterPort::Write(HANDLE port, LPBYTE bytes, DWORD size, LPDWORD count) {
@@ -144,7 +136,11 @@ BOOL WINAPI PrinterPort::Write(HANDLE port, LPBYTE bytes, DWORD size, LPDWORD co
         Job* const job = self.CurrentJob("WritePort");
         if (job == nullptr) return ERROR_INVALID_HANDLE;
         pause = self.stage_.Planted("hang") ? INFINITE : job->pause;
-        return self.WriteToJob(*job, data, count);
+        ++job->writes;
+        if (job->fails == Job::Fails::kWrite) return job->error + (self.stage_.Planted("wrong-code") ? 1 : 0);
+        job->arrived.append(data);
+        *count = size;
+        return ERROR_SUCCESS;
     });
     // Without the lock, and without a change of the last error.
     if (pause != 0) Sleep(pause);
@@ -156,27 +152,23 @@ std::string PrinterPort::Answer() const {
     const uint32_t number = Number(request_, block ? kHeaderSize : 10);
     const ReplyKey key = ReplyKey::Unpack(number);
     if (key.reply == Reply::kSilence) return {};
-    if (key.reply == Reply::kGarbage) return ReplyBytes(number, 40);
+    if (key.reply == Reply::kGarbage) return BytesOf(number, 40);
     std::string body;
     if (block) {
-        body = request_.substr(kHeaderSize, 4) + ReplyBytes(number, key.size);
-        if (key.reply == Reply::kOtherQuestion) body[3] = static_cast<char>(body[3] ^ 1);
+        body = request_.substr(kHeaderSize, 4) + BytesOf(number, key.size);
     } else {
         // The last id is the attribute; the answer is a list of one.
         const std::string id = request_.substr(request_.size() - 2);
         const size_t size = id == "\x09\x65" ? 28 : 8;
-        body = "\x01" + id + static_cast<char>(size) + ReplyBytes(number, size);
+        body = "\x01" + id + static_cast<char>(size) + BytesOf(number, size);
     }
     if (stage_.Planted("wrong-reply")) body.back() = static_cast<char>(body.back() ^ 1);
     std::string frame = request_.substr(0, kHeaderSize);
-    const bool refused = key.reply == Reply::kRefused;
     frame[3] = 5;
     frame[8] = static_cast<char>(body.size() >> 8);
     frame[9] = static_cast<char>(body.size());
-    frame[19] = refused ? 29 : 1;
-    if (key.reply == Reply::kOtherOperation) frame[5] = block ? 0x66 : 0x31;
-    frame += body;
-    return key.reply == Reply::kShort ? frame.substr(0, kHeaderSize / 2) : frame;
+    frame[19] = key.reply == Reply::kRefused ? 29 : 1;
+    return frame + body;
 }
 
 BOOL WINAPI PrinterPort::Read(HANDLE port, LPBYTE bytes, DWORD size, LPDWORD count) {
@@ -187,11 +179,11 @@ BOOL WINAPI PrinterPort::Read(HANDLE port, LPBYTE bytes, DWORD size, LPDWORD cou
             reply = KeyOf(self.request_).reply;
             answer = self.Answer();
         } else if (const Job* const job = self.CurrentJob("ReadPort"); job != nullptr) {
-            answer = ReplyBytes(job->id, size);
+            answer = BytesOf(job->id, size);
         }
         *count = static_cast<DWORD>(std::min<size_t>(answer.size(), size));
         std::copy_n(answer.begin(), *count, bytes);
-        return reply == Reply::kReadFails ? kPortError : reply == Reply::kPending ? ERROR_IO_PENDING : 0;
+        return reply == Reply::kReadFails ? kPortError : ERROR_SUCCESS;
     });
     if (reply == Reply::kSlow) Sleep(40);
     if (reply == Reply::kThrows) throw std::runtime_error("the lower monitor");
@@ -207,7 +199,7 @@ BOOL WINAPI PrinterPort::End(HANDLE port) {
         // The questions for completion come after the end.
         job->ended = true;
         if (self.stage_.Planted("drop-byte") && job->arrived.size() > 10'000) job->arrived.erase(5'000, 1);
-        return job->endError;
+        return job->fails == Job::Fails::kEnd ? job->error : ERROR_SUCCESS;
     });
 }
 
@@ -231,7 +223,7 @@ BOOL WINAPI PrinterPort::PrinterData(HANDLE port, DWORD, LPWSTR, LPWSTR input, D
                                         [](const auto& entry) { return entry.second->ended; });
         if (found == self.expected_.end()) return ERROR_INVALID_HANDLE;
         Job& job = *found->second;
-        if (++job.questions != job.completesAt) return job.questions % 2 == 0 ? ERROR_NOT_READY : 0;
+        if (++job.questions == 1) return ERROR_NOT_READY;
         std::copy(kComplete.begin(), kComplete.end(), reinterpret_cast<char*>(output));
         *returned = static_cast<DWORD>(kComplete.size());
         return ERROR_SUCCESS;

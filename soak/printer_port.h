@@ -18,13 +18,9 @@ namespace vlm::soak {
 // What the port does with one job, and what came of it.
 struct Job {
     DWORD id = 0;
-    DWORD startError = 0;
-    unsigned failingWrite = 0;  // this one, counted from 1; 0 for none
-    DWORD writeError = 0;
-    DWORD mostPerWrite = 0xFFFFFFFF;
+    enum class Fails { kNothing, kStart, kWrite, kEnd } fails = Fails::kNothing;
+    DWORD error = 0;
     DWORD pause = 0;  // milliseconds in each write
-    DWORD endError = 0;
-    unsigned completesAt = 0;  // this question for completion is answered; 0 for none
 
     std::string arrived;
     unsigned writes = 0;
@@ -33,21 +29,7 @@ struct Job {
 };
 
 // What the printer does with a VPCA request; the request's key says which.
-enum class Reply : uint8_t {
-    kGood,
-    kSlow,     // good, later
-    kPending,  // good, with ERROR_IO_PENDING, which counts as success
-    kRefused,
-    kGarbage,
-    kOtherQuestion,  // an answer to one that was not asked
-    kOtherOperation,
-    kShort,
-    kSilence,
-    kReadFails,
-    kWriteFails,
-    kThrows,
-    kCount,
-};
+enum class Reply : uint8_t { kGood, kSlow, kRefused, kGarbage, kSilence, kReadFails, kWriteFails, kThrows };
 inline constexpr DWORD kPortError = ERROR_NOT_READY;  // of the two that fail
 
 // The key of a request: its data id, or an attribute request's first value.
@@ -61,8 +43,8 @@ struct ReplyKey {
         return {static_cast<Reply>(key >> 24), key >> 14 & 0x3FF, key & 0x3FFF};
     }
 };
-// The bytes that the printer sends for a key.
-std::string ReplyBytes(uint32_t key, size_t size);
+// The bytes that go with a key, on either way.
+std::string BytesOf(uint64_t key, size_t size);
 
 class PrinterPort : public test::BidiLowerMonitor {
  public:
@@ -75,8 +57,8 @@ class PrinterPort : public test::BidiLowerMonitor {
     void Abandon();
 
     const std::wstring name;
-    std::atomic<DWORD> openError{0};  // OpenPort fails with it
-    std::atomic<int> opens{0};        // how often OpenPort was called
+    DWORD openError = 0;        // OpenPort fails with it
+    std::atomic<int> opens{0};  // how often OpenPort was called
 
  private:
     static PrinterPort& Own(HANDLE handle) {
@@ -96,7 +78,6 @@ class PrinterPort : public test::BidiLowerMonitor {
     void Violate(const std::string& what) const;
     // The job whose document is open; null, and a violation, when there is none.
     Job* CurrentJob(const char* operation);
-    DWORD WriteToJob(Job& job, std::string_view bytes, LPDWORD count);
     std::string Answer() const;
 
     Stage& stage_;

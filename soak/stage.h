@@ -2,6 +2,7 @@
 // points at which all of them stand still.
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -12,7 +13,6 @@
 #include <vector>
 
 #include "soak/report.h"
-#include "soak/suspend_ledger.h"
 #include "spooler/host/monitor_host.h"
 #include "spooler/standin.h"
 
@@ -52,9 +52,11 @@ class Stage {
 
     const Options options;
     Report report;
-    SuspendLedger suspends;
     // Held shared around each StartDocPort; alone, by whoever wants that none lowers the suspend flag.
     std::shared_mutex starting;
+    std::atomic<unsigned> noticesBegun{0};  // of the system's suspending
+    std::atomic<unsigned> noticesEnded{0};
+    std::atomic<unsigned> suspensions{0};  // odd while the suspend flag must be up
     host::MonitorHost host{host::BesideProgram(L"vllm3mon.dll")};
     const MONITOR2& table = host.Table();
     const standin::Printers spooler;

@@ -25,21 +25,6 @@ class PrintWorker : public Worker {
     const Rivals rivals_;
 };
 
-// One of two that print on one port, with jobs that last: each sees the other's.
-class ContendingWorker : public Worker {
- public:
-    ContendingWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, OpenPort port)
-        : Worker(ownStage, ownName, ownNumber), port_(std::move(port)) {}
-    void SetRival(const ContendingWorker* rival) { rival_ = rival; }
-
- private:
-    void Step(Random& random) override;
-
-    const OpenPort port_;
-    const ContendingWorker* rival_ = nullptr;
-    std::atomic<unsigned> changes_{0};  // odd from before StartDocPort to after EndDocPort
-};
-
 // Asks Bidi queries over a TCP/IP port, a WSD port and a USB port, of a printer that does what the step says.
 class BidiWorker : public Worker {
  public:
@@ -70,32 +55,18 @@ class FileWorker : public Worker {
     ExtensionSet& files_;
 };
 
-// A USB port that opens and closes. The state changes before and after each: 0 closed, 1 opening, 2 open,
-// 3 closing, modulo 4.
-struct TurningPort {
-    PrinterPort below;
-    std::atomic<unsigned> state{0};
-};
-
 // Calls the remote procedures, on a port of its own, on one that it shares, and on one that opens and closes.
 class RemoteWorker : public Worker {
  public:
     RemoteWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber,
-                 const ctl::RpcClient& client, std::string own, std::string shared,
-                 const TurningPort& turning)
-        : Worker(ownStage, ownName, ownNumber),
-          client_(client),
-          own_(std::move(own)),
-          shared_(std::move(shared)),
-          turning_(turning) {}
+                 const ctl::RpcClient& client, std::string own)
+        : Worker(ownStage, ownName, ownNumber), client_(client), own_(std::move(own)) {}
 
  private:
     void Step(Random& random) override;
 
     const ctl::RpcClient& client_;
     const std::string own_;
-    const std::string shared_;
-    const TurningPort& turning_;
 };
 
 // Tells the monitor's window that the system suspends. Now and then it sees to it that no job starts, and
@@ -115,8 +86,8 @@ class SuspendWorker : public Worker {
 // Opens and closes ports, wrong ones too, and makes further managers.
 class TurnoverWorker : public Worker {
  public:
-    TurnoverWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, TurningPort& turning,
-                   std::wstring openPort, std::wstring printer);
+    TurnoverWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, std::wstring openPort,
+                   std::wstring printer);
 
  private:
     void Step(Random& random) override;
@@ -126,7 +97,7 @@ class TurnoverWorker : public Worker {
     void Turn();
     void AnotherManager(Random& random);
 
-    TurningPort& turning_;
+    PrinterPort turning_;
     HANDLE turningHandle_ = nullptr;
     const std::wstring openPort_;
     const std::wstring printer_;
