@@ -236,7 +236,7 @@ void MeasureLookup(bench::Rows* rows) {
                 // Not a constant to the compiler.
                 uint16_t asked = id;
                 asm volatile("" : "+r"(asked));
-                const AttributeDescriptor* const found = FindAttribute(asked, kVersion10);
+                const AttributeDescriptor* const found = FindAttribute(asked);
                 Keep(found);
             }
         };

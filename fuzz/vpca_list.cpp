@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FUZZ_CHECK(list.entries == nullptr);
         return 0;
     }
-    CheckListIsIn(list, nullptr, kVersion10, wire.data(), wire.size());
+    CheckListIsIn(list, nullptr, wire.data(), wire.size());
 
     // A buffer of the caller's that is one byte short is refused, and the exact one is enough.
     if (destination.capacity == 0) return 0;

@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         FUZZ_CHECK(opaque->bytes == data + 20 && opaque->size == header.bodyLength &&
                    opaque->size <= size - 20);
     } else if (const auto* answer = std::get_if<AttributeAnswer>(&result.body)) {
-        CheckListIsIn(answer->list, nullptr, header.version, data + 20, header.bodyLength);
+        CheckListIsIn(answer->list, nullptr, data + 20, header.bodyLength);
     }
     return 0;
 }

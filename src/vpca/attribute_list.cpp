@@ -10,170 +10,135 @@ namespace vlm::vpca {
 namespace {
 
 constexpr uint32_t kItemHeadSize = 3;
-constexpr uint32_t kMaxSelfDescribed = 255;
 
-// One attribute of a list, before its value is looked at.
-struct Item {
-    uint16_t kind;
-    uint16_t id;
-    const AttributeDescriptor* descriptor;
-    // From the value on, to its end where that is told from outside the value.
-    VpcaCursor value;
-};
-
-VpcaError FindDescriptor(SchemaPair pair, uint8_t variant, const AttributeDescriptor** descriptor) {
+VpcaError FindDescriptor(SchemaPair pair, const AttributeDescriptor** descriptor) {
     const bool structured = pair.kind == kStructureKind;
-    *descriptor = structured ? FindStructure(pair.id, variant) : FindAttribute(pair.id, variant);
+    *descriptor = structured ? FindStructure(pair.id) : FindAttribute(pair.id);
     if (*descriptor != nullptr) return VpcaError::kSuccess;
     return structured ? VpcaError::kUnknownStructure : VpcaError::kUnknownAttribute;
 }
 
-// Both walks over a list read it with one of these two readers, so that they cannot disagree about where a
-// value lies. Next() finds the next value, Accept() is told how long it turned out to be.
-
-class SelfDescribingReader {
- public:
-    SelfDescribingReader(VpcaCursor wire, uint8_t variant) : wire_(wire), variant_(variant) {}
-
-    VpcaError Next(Item* item) {
-        if (wire_.remaining < kItemHeadSize) return VpcaError::kTooShort;
-        item->kind = 0;
-        item->id = wire_.ReadU16();
-        length_ = wire_.ReadU8();
-        if (length_ > wire_.remaining) return VpcaError::kTooShort;
-        item->descriptor = &DescribeAttribute(item->id, variant_);
-        item->value = {wire_.next, item->descriptor->opaque ? length_ : wire_.remaining};
-        // Past the value at once, so that the next head is read without waiting for this value's operations.
-        wire_.Skip(length_);
-        return VpcaError::kSuccess;
-    }
-    VpcaError Accept(size_t wireSize) {
-        if (wireSize == length_) return VpcaError::kSuccess;
-        if (static_cast<uint8_t>(wireSize) != length_) return VpcaError::kTooShort;
-        wire_.Skip(static_cast<uint32_t>(wireSize - length_));
-        return VpcaError::kSuccess;
-    }
-
- private:
-    VpcaCursor wire_;
-    uint8_t variant_;
-    uint8_t length_ = 0;
+// One attribute of a list, before its value is looked at.
+struct Item {
+    uint16_t kind = 0;
+    uint16_t id = 0;
+    const AttributeDescriptor* descriptor = nullptr;
+    // From the value on, to its end where that is told from outside the value.
+    VpcaCursor value;
 };
 
-class SchemaReader {
- public:
-    SchemaReader(VpcaCursor wire, const SchemaEntry& schema, uint8_t variant)
-        : wire_(wire), pair_(schema.pairs), variant_(variant) {}
+// Both passes over a list read it with one of these two readers, so that they cannot disagree about where a
+// value lies. Next() finds the next value, Pass() is told how long it turned out to be.
+
+struct SelfDescribingReader {
+    VpcaCursor wire;
+    uint8_t length = 0;
 
     VpcaError Next(Item* item) {
-        item->kind = pair_->kind;
-        item->id = pair_->id;
-        item->value = wire_;
-        return FindDescriptor(*pair_++, variant_, &item->descriptor);
-    }
-    VpcaError Accept(size_t wireSize) {
-        wire_.Skip(static_cast<uint32_t>(wireSize));
+        if (wire.remaining < kItemHeadSize) return VpcaError::kTooShort;
+        item->id = wire.ReadU16();
+        length = wire.ReadU8();
+        if (length > wire.remaining) return VpcaError::kTooShort;
+        item->descriptor = &DescribeAttribute(item->id);
+        item->value = {wire.next, item->descriptor->opaque ? length : wire.remaining};
         return VpcaError::kSuccess;
     }
-
- private:
-    VpcaCursor wire_;
-    const SchemaPair* pair_;
-    uint8_t variant_;
+    VpcaError Pass(size_t size) {
+        wire.Skip(static_cast<uint32_t>(size));
+        // The length byte holds the low 8 bits of a longer value.
+        return static_cast<uint8_t>(size) == length ? VpcaError::kSuccess : VpcaError::kTooShort;
+    }
 };
 
-// The first walk: adds up the memory for the values and their bytes on the wire.
+struct SchemaReader {
+    VpcaCursor wire;
+    const SchemaPair* pair;
+
+    VpcaError Next(Item* item) {
+        item->kind = pair->kind;
+        item->id = pair->id;
+        item->value = wire;
+        return FindDescriptor(*pair++, &item->descriptor);
+    }
+    VpcaError Pass(size_t size) {
+        wire.Skip(static_cast<uint32_t>(size));
+        return VpcaError::kSuccess;
+    }
+};
+
+// The first pass: adds up what the values take on the wire and in memory.
 template <typename Reader>
-VpcaError Measure(Reader reader, uint16_t count, uint32_t* memory, uint32_t* wireBytes) {
-    size_t size = 0;
-    size_t wireSize = 0;
+VpcaError Measure(Reader reader, uint32_t count, MeasuredValue* values) {
+    MeasuredValue sum{};
     for (uint32_t i = 0; i < count; ++i) {
         Item item;
         VpcaError error = reader.Next(&item);
         if (error != VpcaError::kSuccess) return error;
-        const MeasuredValue measured = item.descriptor->measure(item.value.next, item.value.remaining, true);
-        if (measured.size == 0) return VpcaError::kTooShort;
-        error = reader.Accept(measured.wireSize);
+        const MeasuredValue value = item.descriptor->measure(item.value.next, item.value.remaining, true);
+        if (value.size == 0) return VpcaError::kTooShort;
+        error = reader.Pass(value.wireSize);
         if (error != VpcaError::kSuccess) return error;
-        size += measured.size;
-        wireSize += measured.wireSize;
+        sum.wireSize += value.wireSize;
+        sum.size += value.size;
     }
-    *memory = static_cast<uint32_t>(size);
-    *wireBytes = static_cast<uint32_t>(wireSize);
+    *values = sum;
     return VpcaError::kSuccess;
 }
 
-// The second walk, over bytes that the first one has accepted: the entries at the start of the block, the
-// values behind them. It looks the descriptors up again: that costs less than an array to keep them in.
+// The second pass, over bytes that the first one has accepted: the entries at the start of the block, the
+// values behind them.
 template <typename Reader>
-const AttributeEntry* Build(Reader reader, uint16_t count, uint8_t* block) {
+const AttributeEntry* Build(Reader reader, uint32_t count, uint8_t* block) {
     auto* const entries = reinterpret_cast<AttributeEntry*>(block);
     uint8_t* area = block + count * sizeof(AttributeEntry);
     for (uint32_t i = 0; i < count; ++i) {
         Item item;
-        if (reader.Next(&item) != VpcaError::kSuccess) break;  // cannot happen after the first walk
+        if (reader.Next(&item) != VpcaError::kSuccess) break;  // cannot happen after the first pass
         entries[i] = {item.kind, item.descriptor->known ? item.id : uint16_t{0}, area};
         if (item.descriptor->opaque) reinterpret_cast<OpaqueValue*>(area)->id = item.id;
-        const BuiltValue built = item.descriptor->build(area, item.value.next, item.value.remaining, true);
-        static_cast<void>(reader.Accept(built.wireSize));
-        area = built.end;
+        const MeasuredValue built = item.descriptor->build(area, item.value.next, item.value.remaining, true);
+        static_cast<void>(reader.Pass(built.wireSize));
+        area += built.size;
     }
     return entries;
 }
 
 template <typename Reader>
-VpcaError Decode(const Reader& reader, AttributeList* list, AttributeDestination* destination) {
-    uint32_t memory = 0;
-    VpcaError error = Measure(reader, list->count, &memory, &list->valueBytes);
+VpcaError Decode(Reader reader, AttributeList* list, AttributeDestination* destination) {
+    MeasuredValue values{};
+    VpcaError error = Measure(reader, list->count, &values);
     if (error != VpcaError::kSuccess) return error;
-    error = destination->Provide(static_cast<uint32_t>(list->count * sizeof(AttributeEntry)) + memory);
+    error = destination->Provide(static_cast<uint32_t>(list->count * sizeof(AttributeEntry) + values.size));
     if (error != VpcaError::kSuccess) return error;
+    list->valueBytes = static_cast<uint32_t>(values.wireSize);
     list->entries = Build(reader, list->count, destination->buffer);
     return VpcaError::kSuccess;
 }
 
-VpcaError CheckSchema(const AttributeSchema& schema) {
+// The first entry of a context; null when there is none.
+VpcaError FindContext(const AttributeSchema& schema, uint16_t context, const SchemaEntry** found) {
     if (schema.count != 0 && schema.entries == nullptr) return VpcaError::kBadArgument;
-    for (uint32_t i = 0; i < schema.count; ++i) {
-        if (schema.entries[i].pairCount != 0 && schema.entries[i].pairs == nullptr)
-            return VpcaError::kBadArgument;
+    for (uint32_t i = schema.count; i-- > 0;) {
+        const SchemaEntry& entry = schema.entries[i];
+        if (entry.pairCount != 0 && entry.pairs == nullptr) return VpcaError::kBadArgument;
+        if (entry.context == context) *found = &entry;
     }
     return VpcaError::kSuccess;
 }
 
-const SchemaEntry* FindContext(const AttributeSchema* schema, uint16_t context) {
-    if (schema == nullptr) return nullptr;
-    for (uint32_t i = 0; i < schema->count; ++i) {
-        if (schema->entries[i].context == context) return &schema->entries[i];
+// How the value of an entry is to be encoded, and its size. `pair` is null in a self-describing list.
+VpcaError DescribeEntry(const AttributeEntry& entry, const SchemaPair* pair,
+                        const AttributeDescriptor** descriptor, uint32_t* size) {
+    if (entry.value == nullptr) return VpcaError::kBadArgument;
+    *descriptor = &kLayouts[0];
+    if (pair != nullptr || entry.id != 0) {
+        const VpcaError found = FindDescriptor(pair != nullptr ? *pair : SchemaPair{0, entry.id}, descriptor);
+        if (found != VpcaError::kSuccess) return found;
     }
-    return nullptr;
-}
-
-// Calls `use(entry, descriptor, size)` for each attribute that is to be encoded.
-template <typename Use>
-VpcaError ForEachEncoded(const AttributeList& list, const SchemaEntry* schema, uint8_t variant, Use&& use) {
-    if (list.count != 0 && list.entries == nullptr) return VpcaError::kBadArgument;
-    if (schema != nullptr ? schema->pairCount != list.count : list.count > kMaxSelfDescribed) {
-        return VpcaError::kBadArgument;
-    }
-    for (uint32_t i = 0; i < list.count; ++i) {
-        const AttributeEntry& entry = list.entries[i];
-        if (entry.value == nullptr) return VpcaError::kBadArgument;
-        const AttributeDescriptor* descriptor = &kLayouts[static_cast<uint8_t>(AttributeLayout::kUnknownId)];
-        if (schema != nullptr || entry.id != 0) {
-            const SchemaPair pair = schema != nullptr ? schema->pairs[i] : SchemaPair{0, entry.id};
-            const VpcaError found = FindDescriptor(pair, variant, &descriptor);
-            if (found != VpcaError::kSuccess) return found;
-        }
-        uint32_t size = 0;
-        VpcaError error = descriptor->encodedSize(entry.value, true, &size);
-        if (error != VpcaError::kSuccess) return error;
-        // Without a layout only the length byte tells where the value ends.
-        if (schema == nullptr && descriptor->opaque && size > 255) return VpcaError::kTooShort;
-        error = use(entry, *descriptor, size);
-        if (error != VpcaError::kSuccess) return error;
-    }
-    return VpcaError::kSuccess;
+    const VpcaError error = (*descriptor)->encodedSize(entry.value, true, size);
+    // Without a layout only the length byte tells where the value ends.
+    const bool fits = pair != nullptr || !(*descriptor)->opaque || *size <= UINT8_MAX;
+    return error == VpcaError::kSuccess && !fits ? VpcaError::kTooShort : error;
 }
 
 }  // namespace
@@ -210,11 +175,11 @@ VpcaError DecodeAttributeList(AttributeList* list, const ByteString* text, uint1
         return VpcaError::kBadArgument;
     }
     *list = {};
+    const SchemaEntry* entry = nullptr;
     if (schema != nullptr) {
-        const VpcaError error = CheckSchema(*schema);
+        const VpcaError error = FindContext(*schema, context, &entry);
         if (error != VpcaError::kSuccess) return error;
     }
-    const SchemaEntry* const entry = FindContext(schema, context);
 
     VpcaCursor wire{text->bytes, context == kLongListContext ? text->length : text->length & 0xFFu};
     if (entry != nullptr) {
@@ -225,38 +190,45 @@ VpcaError DecodeAttributeList(AttributeList* list, const ByteString* text, uint1
     }
     if (list->count == 0) return VpcaError::kSuccess;
 
-    return entry != nullptr ? Decode(SchemaReader(wire, *entry, variant), list, destination)
-                            : Decode(SelfDescribingReader(wire, variant), list, destination);
+    return entry != nullptr ? Decode(SchemaReader{wire, entry->pairs}, list, destination)
+                            : Decode(SelfDescribingReader{wire}, list, destination);
 }
 
-VpcaError EncodedListSize(const AttributeList& list, const SchemaEntry* schema, uint8_t variant,
-                          uint32_t* size) {
-    *size = schema == nullptr ? 1 : 0;
-    return ForEachEncoded(list, schema, variant,
-                          [&](const AttributeEntry&, const AttributeDescriptor&, uint32_t valueSize) {
-                              *size += valueSize + (schema == nullptr ? kItemHeadSize : 0);
-                              return VpcaError::kSuccess;
-                          });
+VpcaError EncodedListSize(const AttributeList& list, const SchemaEntry* schema, uint32_t* size) {
+    if (list.count != 0 && list.entries == nullptr) return VpcaError::kBadArgument;
+    if (schema != nullptr ? schema->pairCount != list.count : list.count > UINT8_MAX)
+        return VpcaError::kBadArgument;
+    *size = schema == nullptr ? 1u + list.count * kItemHeadSize : 0;
+    for (uint16_t i = 0; i < list.count; ++i) {
+        const AttributeDescriptor* descriptor = nullptr;
+        uint32_t valueSize = 0;
+        const VpcaError error = DescribeEntry(
+            list.entries[i], schema != nullptr ? &schema->pairs[i] : nullptr, &descriptor, &valueSize);
+        if (error != VpcaError::kSuccess) return error;
+        *size += valueSize;
+    }
+    return VpcaError::kSuccess;
 }
 
-VpcaError EncodeAttributeList(const AttributeList& list, const SchemaEntry* schema, uint8_t variant,
-                              VpcaWriteCursor* wire) {
+VpcaError EncodeAttributeList(const AttributeList& list, const SchemaEntry* schema, VpcaWriteCursor* wire) {
     uint32_t size = 0;
-    const VpcaError error = EncodedListSize(list, schema, variant, &size);
+    VpcaError error = EncodedListSize(list, schema, &size);
     if (error != VpcaError::kSuccess) return error;
     if (wire->remaining < size) return VpcaError::kBufferTooSmall;
 
     if (schema == nullptr) wire->WriteU8(static_cast<uint8_t>(list.count));
-    return ForEachEncoded(
-        list, schema, variant,
-        [&](const AttributeEntry& entry, const AttributeDescriptor& descriptor, uint32_t valueSize) {
-            if (schema == nullptr) {
-                wire->WriteU16(entry.id != 0 ? entry.id : static_cast<const OpaqueValue*>(entry.value)->id);
-                wire->WriteU8(static_cast<uint8_t>(valueSize));
-            }
-            descriptor.encode(entry.value, true, wire);
-            return VpcaError::kSuccess;
-        });
+    for (uint16_t i = 0; i < list.count; ++i) {
+        const AttributeEntry& entry = list.entries[i];
+        const AttributeDescriptor* descriptor = nullptr;
+        error = DescribeEntry(entry, schema != nullptr ? &schema->pairs[i] : nullptr, &descriptor, &size);
+        if (error != VpcaError::kSuccess) return error;
+        if (schema == nullptr) {
+            wire->WriteU16(entry.id != 0 ? entry.id : static_cast<const OpaqueValue*>(entry.value)->id);
+            wire->WriteU8(static_cast<uint8_t>(size));
+        }
+        descriptor->encode(entry.value, true, wire);
+    }
+    return VpcaError::kSuccess;
 }
 
 }  // namespace vlm::vpca

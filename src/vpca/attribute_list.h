@@ -76,10 +76,8 @@ VpcaError DecodeAttributeList(AttributeList* list, const ByteString* text, uint1
 
 // Encoding. `schema` null: a self-describing list (at most 255 attributes); otherwise the values of its
 // pairs, which have to be the list's entries.
-VpcaError EncodedListSize(const AttributeList& list, const SchemaEntry* schema, uint8_t variant,
-                          uint32_t* size);
+VpcaError EncodedListSize(const AttributeList& list, const SchemaEntry* schema, uint32_t* size);
 // kBufferTooSmall when the cursor holds less than EncodedListSize.
-VpcaError EncodeAttributeList(const AttributeList& list, const SchemaEntry* schema, uint8_t variant,
-                              VpcaWriteCursor* wire);
+VpcaError EncodeAttributeList(const AttributeList& list, const SchemaEntry* schema, VpcaWriteCursor* wire);
 
 }  // namespace vlm::vpca

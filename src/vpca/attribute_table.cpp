@@ -1,14 +1,190 @@
 #include "vpca/attribute_table.h"
 
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "vpca/attribute_values.h"
+#include "vpca/log.h"
+
 namespace vlm::vpca {
 
 namespace {
 
-// Every known id, as ranges from first to last.
-constexpr struct {
+// A value of these sizes, if its bytes are there.
+MeasuredValue Measured(uint32_t wireSize, uint32_t size, uint32_t limit) {
+    if (wireSize <= limit) return {wireSize, size};
+    Log(LogLevel::kError, kLogMeasure, __LINE__);
+    return {0, 0};
+}
+
+// Bytes that the value announces but does not have cannot be encoded.
+VpcaError CheckStorage(uint32_t count, const void* storage) {
+    if (count == 0 || storage != nullptr) return VpcaError::kSuccess;
+    Log(LogLevel::kError, kLogEncodedSize, __LINE__);
+    return VpcaError::kBadArgument;
+}
+
+template <typename Value>
+const Value& As(const void* value) {
+    return *static_cast<const Value*>(value);
+}
+
+template <uint32_t Size>
+struct Raw {
+    static VpcaError EncodedSize(const void*, bool, uint32_t* size) {
+        *size = Size;
+        return VpcaError::kSuccess;
+    }
+    static void Encode(const void* value, bool, VpcaWriteCursor* wire) { wire->WriteBytes(value, Size); }
+    static MeasuredValue Measure(const uint8_t*, uint32_t limit, bool) {
+        return Measured(Size, RoundUp4(Size), limit);
+    }
+    static MeasuredValue Build(uint8_t* area, const uint8_t* wire, uint32_t, bool) {
+        std::memcpy(area, wire, Size);
+        return {Size, RoundUp4(Size)};
+    }
+};
+
+void ReadElement(VpcaCursor* wire, Address* element) {
+    wire->ReadBytes(element->bytes, sizeof element->bytes);
+}
+void WriteElement(const Address& element, VpcaWriteCursor* wire) {
+    wire->WriteBytes(element.bytes, sizeof element.bytes);
+}
+
+void ReadElement(VpcaCursor* wire, AddressValue* element) {
+    ReadElement(wire, &element->address);
+    element->value = wire->ReadU32();
+}
+void WriteElement(const AddressValue& element, VpcaWriteCursor* wire) {
+    WriteElement(element.address, wire);
+    wire->WriteU32(element.value);
+}
+
+// An element takes as many bytes on the wire as in memory.
+template <typename Element>
+struct List {
+    using Listed = ListValue<Element>;
+    static constexpr uint32_t kSize = sizeof(Element);
+
+    static VpcaError EncodedSize(const void* value, bool list, uint32_t* size) {
+        *size = list ? 1 + As<Listed>(value).count * kSize : kSize;
+        return list ? CheckStorage(As<Listed>(value).count, As<Listed>(value).elements) : VpcaError::kSuccess;
+    }
+    static void Encode(const void* value, bool list, VpcaWriteCursor* wire) {
+        if (!list) {
+            WriteElement(As<Element>(value), wire);
+            return;
+        }
+        const Listed& listed = As<Listed>(value);
+        wire->WriteU8(listed.count);
+        for (uint8_t i = 0; i < listed.count; ++i)
+            WriteElement(listed.elements[i], wire);
+    }
+    static MeasuredValue Measure(const uint8_t* wire, uint32_t limit, bool list) {
+        if (!list) return Measured(kSize, kSize, limit);
+        const uint32_t bytes = limit != 0 ? wire[0] * kSize : 0;
+        return Measured(1 + bytes, sizeof(Listed) + bytes, limit);
+    }
+    static MeasuredValue Build(uint8_t* area, const uint8_t* bytes, uint32_t limit, bool list) {
+        VpcaCursor wire{bytes, limit};
+        if (!list) {
+            ReadElement(&wire, reinterpret_cast<Element*>(area));
+            return {kSize, kSize};
+        }
+        auto* const listed = reinterpret_cast<Listed*>(area);
+        auto* const elements = reinterpret_cast<Element*>(listed + 1);
+        const uint8_t count = wire.ReadU8();
+        listed->count = count;
+        listed->elements = count != 0 ? elements : nullptr;
+        for (uint32_t i = 0; i < count; ++i)
+            ReadElement(&wire, &elements[i]);
+        return {1 + count * kSize, sizeof(Listed) + count * kSize};
+    }
+};
+
+struct Text {
+    // Everything but the text.
+    static constexpr uint32_t kFixedSize = 18;
+
+    static VpcaError EncodedSize(const void* value, bool, uint32_t* size) {
+        const auto& record = As<TextRecord>(value);
+        *size = kFixedSize + record.textLength;
+        return CheckStorage(record.textLength, record.text);
+    }
+    static void Encode(const void* value, bool, VpcaWriteCursor* wire) {
+        const auto& record = As<TextRecord>(value);
+        WriteElement(record.address, wire);
+        wire->WriteU8(record.textLength);
+        wire->WriteBytes(record.text, record.textLength);
+        wire->WriteU16(record.word1);
+        wire->WriteU16(record.word2);
+        wire->WriteU32(record.value1);
+        wire->WriteU32(record.value2);
+        wire->WriteU8(record.byte);
+    }
+    static MeasuredValue Measure(const uint8_t* wire, uint32_t limit, bool) {
+        const uint32_t textLength = limit >= kFixedSize ? wire[sizeof(Address)] : 0;
+        return Measured(kFixedSize + textLength, sizeof(TextRecord) + RoundUp4(textLength + 1), limit);
+    }
+    static MeasuredValue Build(uint8_t* area, const uint8_t* bytes, uint32_t limit, bool) {
+        VpcaCursor wire{bytes, limit};
+        auto* const record = reinterpret_cast<TextRecord*>(area);
+        auto* const text = reinterpret_cast<uint8_t*>(record + 1);  // zeroed, so it has its end
+        ReadElement(&wire, &record->address);
+        const uint8_t textLength = wire.ReadU8();
+        record->textLength = textLength;
+        record->text = reinterpret_cast<const char*>(text);
+        wire.ReadBytes(text, textLength);
+        record->word1 = wire.ReadU16();
+        record->word2 = wire.ReadU16();
+        record->value1 = wire.ReadU32();
+        record->value2 = wire.ReadU32();
+        record->byte = wire.ReadU8();
+        return {kFixedSize + textLength, sizeof(TextRecord) + RoundUp4(textLength + 1u)};
+    }
+};
+
+struct Opaque {
+    static VpcaError EncodedSize(const void* value, bool, uint32_t* size) {
+        const auto& opaque = As<OpaqueValue>(value);
+        *size = opaque.size;
+        return CheckStorage(opaque.size, opaque.bytes);
+    }
+    static void Encode(const void* value, bool, VpcaWriteCursor* wire) {
+        const auto& opaque = As<OpaqueValue>(value);
+        wire->WriteBytes(opaque.bytes, opaque.size);
+    }
+    static MeasuredValue Measure(const uint8_t*, uint32_t limit, bool) {
+        return {limit, sizeof(OpaqueValue) + RoundUp4(limit)};
+    }
+    static MeasuredValue Build(uint8_t* area, const uint8_t* wire, uint32_t limit, bool) {
+        auto* const value = reinterpret_cast<OpaqueValue*>(area);
+        auto* const bytes = reinterpret_cast<uint8_t*>(value + 1);
+        value->length = static_cast<uint8_t>(limit);
+        value->bytes = bytes;
+        value->size = limit;
+        if (limit != 0) std::memcpy(bytes, wire, limit);
+        return {limit, sizeof(OpaqueValue) + RoundUp4(limit)};
+    }
+};
+
+template <typename Layout>
+constexpr AttributeDescriptor Describe(bool known = true, bool opaque = false) {
+    return {known, opaque, Layout::EncodedSize, Layout::Encode, Layout::Measure, Layout::Build};
+}
+
+// As they stand in kLayouts.
+enum Layout : uint8_t { kUnknown, kOpaque, kRaw8, kRaw28, kAddresses, kAddressValues, kText };
+
+struct IdRange {
     uint16_t first;
     uint16_t last;
-} kKnownIds[] = {
+};
+
+// Every known id.
+constexpr IdRange kKnownIds[] = {
     {2, 4},         {6, 14},        {16, 16},       {18, 20},       {23, 25},       {27, 32},
     {35, 37},       {39, 39},       {44, 54},       {57, 60},       {63, 68},       {72, 78},
     {80, 81},       {83, 89},       {91, 92},       {95, 95},       {99, 109},      {111, 113},
@@ -35,45 +211,34 @@ constexpr struct {
     {12501, 12512}, {13001, 13003}, {14001, 14009},
 };
 
-// Every other known id is opaque. Unused places of a row hold 0, which is no id.
-constexpr struct {
-    AttributeLayout layout;
-    uint16_t ids[7];
-} kKnownLayouts[] = {
-    {AttributeLayout::kAddressValueList, {6012, 6016}},
-    {AttributeLayout::kAddressList, {144, 146, 199, 261, 266, 300, 1080}},
-    {AttributeLayout::kTextRecord, {2112, 2173, 2174}},
-    {AttributeLayout::kRaw8, {180}},
-    {AttributeLayout::kRaw28, {2405}},
-};
-
-constexpr std::array<AttributeLayout, kIdLimit> MakeLayouts() {
-    std::array<AttributeLayout, kIdLimit> layouts{};
-    layouts.fill(AttributeLayout::kUnknownId);
-    for (const auto& range : kKnownIds) {
-        for (size_t id = range.first; id <= range.last; ++id)
-            layouts[id] = AttributeLayout::kOpaque;
-    }
-    for (const auto& known : kKnownLayouts) {
-        for (const uint16_t id : known.ids) {
-            if (id != 0) layouts[id] = known.layout;
-        }
-    }
-    return layouts;
-}
-
 constexpr uint16_t kStructures[] = {3, 22, 7, 5, 9, 8, 2, 6, 4, 20, 23, 21, 24, 25};
 
 }  // namespace
 
-constexpr std::array<AttributeLayout, kIdLimit> kLayoutOfId = MakeLayouts();
+constexpr AttributeDescriptor kLayouts[] = {
+    Describe<Opaque>(false, true), Describe<Opaque>(true, true),   Describe<Raw<8>>(), Describe<Raw<28>>(),
+    Describe<List<Address>>(),     Describe<List<AddressValue>>(), Describe<Text>(),
+};
 
-const AttributeDescriptor* FindStructure(uint16_t subId, uint8_t) {
-    if (!TablesRegistered()) return nullptr;
-    for (const uint16_t known : kStructures) {
-        if (known == subId) return &kLayouts[static_cast<uint8_t>(AttributeLayout::kOpaque)];
-    }
-    return nullptr;
+constexpr std::array<uint8_t, kIdLimit> kLayoutOfId = [] {
+    std::array<uint8_t, kIdLimit> layouts{};
+    for (const IdRange& range : kKnownIds)
+        std::fill(layouts.begin() + range.first, layouts.begin() + range.last + 1, kOpaque);
+    for (const size_t id : {144u, 146u, 199u, 261u, 266u, 300u, 1080u})
+        layouts[id] = kAddresses;
+    for (const size_t id : {6012u, 6016u})
+        layouts[id] = kAddressValues;
+    for (const size_t id : {2112u, 2173u, 2174u})
+        layouts[id] = kText;
+    layouts[180] = kRaw8;
+    layouts[2405] = kRaw28;
+    return layouts;
+}();
+
+const AttributeDescriptor* FindStructure(uint16_t subId) {
+    const bool known =
+        std::find(std::begin(kStructures), std::end(kStructures), subId) != std::end(kStructures);
+    return known && TablesRegistered() ? &kLayouts[kOpaque] : nullptr;
 }
 
 }  // namespace vlm::vpca

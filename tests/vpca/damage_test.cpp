@@ -35,11 +35,11 @@ bool Inside(const uint8_t* bytes, uint32_t size, const Bytes& frame) {
 void ExpectListIsInBody(const AttributeList& list, const Bytes& frame) {
     if (list.count == 0) return;
     uint32_t size = 0;
-    ASSERT_EQ(EncodedListSize(list, nullptr, kVersion10, &size), VpcaError::kSuccess);
+    ASSERT_EQ(EncodedListSize(list, nullptr, &size), VpcaError::kSuccess);
     ASSERT_LE(20 + size, frame.size());
     Bytes encoded(size);
     VpcaWriteCursor cursor{encoded.data(), size};
-    ASSERT_EQ(EncodeAttributeList(list, nullptr, kVersion10, &cursor), VpcaError::kSuccess);
+    ASSERT_EQ(EncodeAttributeList(list, nullptr, &cursor), VpcaError::kSuccess);
     EXPECT_EQ(encoded, Bytes(frame.begin() + 20, frame.begin() + 20 + size));
 }
 

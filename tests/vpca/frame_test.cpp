@@ -14,8 +14,8 @@ namespace {
 
 // Before main, and so before any test registers the tables.
 const bool operationFoundUnregistered = FindOperation(VpcaTable::kFu, kReadDataBlock, kVersion10) != nullptr;
-const bool attributeFoundUnregistered = FindAttribute(180, kVersion10) != nullptr;
-const bool structureFoundUnregistered = FindStructure(22, kVersion10) != nullptr;
+const bool attributeFoundUnregistered = FindAttribute(180) != nullptr;
+const bool structureFoundUnregistered = FindStructure(22) != nullptr;
 
 class FrameTest : public testing::Test {
  protected:

@@ -134,7 +134,7 @@ class Reader {
             if (!Has(at, 3, fmt::format("the head of attribute {} of {}", i, count).c_str())) return false;
             const auto id = static_cast<std::uint16_t>(Number(at, 2));
             const size_t length = frame_[at + 2];
-            const AttributeDescriptor& row = DescribeAttribute(id, frame_[2]);
+            const AttributeDescriptor& row = DescribeAttribute(id);
             const size_t value = at + 3;
             if (!Has(value, length, fmt::format("attribute {}", id).c_str())) return false;
             size_t size = length;
