@@ -33,18 +33,9 @@ struct BasicCursor {
         Skip(4);
         return value;
     }
-    // Each of these does nothing for a count of 0.
     void ReadBytes(uint8_t* values, uint32_t count) {
         if (count != 0) std::memcpy(values, next, count);
         Skip(count);
-    }
-    void ReadU16s(uint16_t* values, uint32_t count) {
-        for (uint32_t i = 0; i < count; ++i)
-            values[i] = ReadU16();
-    }
-    void ReadU32s(uint32_t* values, uint32_t count) {
-        for (uint32_t i = 0; i < count; ++i)
-            values[i] = ReadU32();
     }
 
     void WriteU8(uint8_t value) {
@@ -69,11 +60,6 @@ struct BasicCursor {
         assert(count <= remaining);
         next += count;
         remaining -= count;
-    }
-    // Skips and adds to a running length of 16 bits.
-    void SkipAndCount(uint32_t count, uint16_t* length) {
-        Skip(count);
-        *length = static_cast<uint16_t>(*length + count);
     }
 };
 

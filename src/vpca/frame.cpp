@@ -16,57 +16,59 @@ constexpr uint32_t kLeadSize = 3;
 // FP frames of this operation whose flags are 1 have a body that reaches to the end of the frame.
 constexpr uint16_t kFpOpenEnded = 26;
 
-bool IsOneOf(uint16_t value, std::initializer_list<uint16_t> values) {
-    return std::find(values.begin(), values.end(), value) != values.end();
+// A field that every version has.
+uint32_t FieldOf(const VpcaHeader& header, const VersionDescriptor& version, VpcaField field) {
+    uint32_t value = 0;
+    static_cast<void>(version.getField(field, header, &value));
+    return value;
 }
 
-// The descriptor of a frame's version; its header is there in full.
-VpcaError FindFrameVersion(VpcaCursor frame, bool checkMagic, const VersionDescriptor** version) {
-    if (frame.remaining < kLeadSize) return VpcaError::kNotVpca;
-    const uint16_t magic = frame.ReadU16();
+// Steps over the header.
+VpcaError TakeHeader(VpcaCursor* frame, bool checkMagic, VpcaHeader* header,
+                     const VersionDescriptor** version) {
+    if (frame->next == nullptr || header == nullptr) return VpcaError::kBadArgument;
+    VpcaCursor lead = *frame;
+    if (lead.remaining < kLeadSize) return VpcaError::kNotVpca;
+    const uint16_t magic = lead.ReadU16();
     if (checkMagic && magic != kMagic) return VpcaError::kNotVpca;
-    *version = FindVersion(frame.next[0]);
+    *version = FindVersion(lead.ReadU8());
     if (*version == nullptr) return VpcaError::kUnknownVersion;
-    if (frame.remaining + 2 < (*version)->headerLength) return VpcaError::kNotVpca;
+    if (frame->remaining < (*version)->headerLength) return VpcaError::kNotVpca;
+    (*version)->decodeHeader(frame, header);
     return VpcaError::kSuccess;
 }
 
-// Cuts `body`, which holds the rest of the frame, to the body's length.
-VpcaError LimitBody(bool openEnded, uint32_t fieldLength, VpcaCursor* body) {
-    if (openEnded) return VpcaError::kSuccess;
-    if (fieldLength > body->remaining) return VpcaError::kTooShort;
-    body->remaining = fieldLength;
-    return VpcaError::kSuccess;
+// The same, with the status for the result.
+VpcaError TakeStart(VpcaCursor* frame, VpcaHeader* header, VpcaResult* result,
+                    const VersionDescriptor** version) {
+    if (result == nullptr) return VpcaError::kBadArgument;
+    result->status = 0;
+    result->body = std::monostate{};
+    const VpcaError error = TakeHeader(frame, true, header, version);
+    if (error == VpcaError::kSuccess)
+        result->status = static_cast<uint16_t>(FieldOf(*header, **version, VpcaField::kResultCode));
+    return error;
 }
 
+// `body` holds the rest of the frame, which is the body if that is open-ended.
 VpcaError DecodeBody(VpcaTable table, const VersionDescriptor& version, const VpcaHeader& header,
                      bool openEnded, VpcaResult* result, VpcaCursor body, const AttributeSchema* schema) {
-    const OperationRow* const row = FindOperation(table, header.operation, header.version);
+    const OperationRow* const row = FindOperation(table, header.operation);
     if (row == nullptr || row->decode == nullptr) return VpcaError::kUnknownOperation;
-    uint32_t fieldLength = 0;
-    VpcaError error = version.getField(VpcaField::kBodyLength, header, &fieldLength);
-    if (error != VpcaError::kSuccess) return error;
-    error = LimitBody(openEnded, fieldLength, &body);
-    if (error != VpcaError::kSuccess) {
-        Log(LogLevel::kError, table == VpcaTable::kFu ? kLogDecodeFu : kLogDecodeFp, __LINE__);
-        return error;
+    if (!openEnded) {
+        const uint32_t length = FieldOf(header, version, VpcaField::kBodyLength);
+        if (length > body.remaining) {
+            Log(LogLevel::kError, table == VpcaTable::kFu ? kLogDecodeFu : kLogDecodeFp, __LINE__);
+            return VpcaError::kTooShort;
+        }
+        body.remaining = length;
     }
     return row->decode(header, result, body, schema);
 }
 
-// The header, its status, and what is left of the frame behind it.
-VpcaError DecodeStart(VpcaHeader* header, VpcaResult* result, VpcaCursor* frame,
-                      const VersionDescriptor** version) {
-    if (header == nullptr || result == nullptr || frame->next == nullptr) return VpcaError::kBadArgument;
-    result->status = 0;
-    result->body = std::monostate{};
-    VpcaError error = FindFrameVersion(*frame, true, version);
-    if (error != VpcaError::kSuccess) return error;
-    (*version)->decodeHeader(frame, header);
-    uint32_t status = 0;
-    error = (*version)->getField(VpcaField::kResultCode, *header, &status);
-    result->status = static_cast<uint16_t>(status);
-    return error;
+BodyDecision DecodeOnly(std::initializer_list<uint16_t> operations, uint16_t operation) {
+    const bool listed = std::find(operations.begin(), operations.end(), operation) != operations.end();
+    return listed ? BodyDecision::kDecode : BodyDecision::kStop;
 }
 
 }  // namespace
@@ -84,10 +86,8 @@ VpcaError EncodeFrame(VpcaHeader* header, const RequestBody* body, FrameBuffer* 
     if (header == nullptr || body == nullptr || destination == nullptr) return VpcaError::kBadArgument;
     const VersionDescriptor* const version = FindVersion(header->version);
     if (version == nullptr) return VpcaError::kUnknownVersion;
-    uint32_t operation = 0;
-    const VpcaError error = version->getField(VpcaField::kOperation, *header, &operation);
-    if (error != VpcaError::kSuccess) return error;
-    const OperationRow* const row = FindOperation(table, static_cast<uint16_t>(operation), header->version);
+    const uint32_t operation = FieldOf(*header, *version, VpcaField::kOperation);
+    const OperationRow* const row = FindOperation(table, static_cast<uint16_t>(operation));
     if (row == nullptr || row->encode == nullptr) return VpcaError::kUnknownOperation;
     return row->encode(header, *body, destination);
 }
@@ -95,7 +95,7 @@ VpcaError EncodeFrame(VpcaHeader* header, const RequestBody* body, FrameBuffer* 
 VpcaError DecodeResponse(VpcaHeader* header, VpcaResult* result, VpcaCursor frame,
                          const AttributeSchema* schema) {
     const VersionDescriptor* version = nullptr;
-    const VpcaError error = DecodeStart(header, result, &frame, &version);
+    const VpcaError error = TakeStart(&frame, header, result, &version);
     if (error != VpcaError::kSuccess) return error;
     if (CheckResult(&result->status, header->operation) == BodyDecision::kStop) return VpcaError::kSuccess;
     // A data block is as long as the frame, not limited by the 16 bits of the length field.
@@ -105,23 +105,18 @@ VpcaError DecodeResponse(VpcaHeader* header, VpcaResult* result, VpcaCursor fram
 
 VpcaError DecodeFp(VpcaHeader* header, VpcaResult* result, VpcaCursor frame) {
     const VersionDescriptor* version = nullptr;
-    const VpcaError error = DecodeStart(header, result, &frame, &version);
+    const VpcaError error = TakeStart(&frame, header, result, &version);
     if (error != VpcaError::kSuccess) return error;
     const bool openEnded = header->operation == kFpOpenEnded && header->flags == kFlagResultCode;
     return DecodeBody(VpcaTable::kFp, *version, *header, openEnded, result, frame, nullptr);
 }
 
 VpcaError DecodeHeader(VpcaCursor frame, VpcaHeader* header) {
-    if (frame.next == nullptr || header == nullptr) return VpcaError::kBadArgument;
     const VersionDescriptor* version = nullptr;
-    const VpcaError error = FindFrameVersion(frame, false, &version);
-    if (error != VpcaError::kSuccess) return error;
-    version->decodeHeader(&frame, header);
-    return VpcaError::kSuccess;
+    return TakeHeader(&frame, false, header, &version);
 }
 
 BodyDecision CheckResult(uint16_t* status, uint16_t operation) {
-    bool decode = false;
     switch (*status) {
         case 1:
         case 29:
@@ -129,28 +124,20 @@ BodyDecision CheckResult(uint16_t* status, uint16_t operation) {
         case 34:
             return BodyDecision::kDecode;
         case 4:
-            decode = IsOneOf(operation, {5, 6, 7, 53, 56, 69, 82, 83, 84, 88, 93, 94, 95, 97});
-            break;
+            return DecodeOnly({5, 6, 7, 53, 56, 69, 82, 83, 84, 88, 93, 94, 95, 97}, operation);
         case 9:
         case 23:
-            decode = IsOneOf(operation, {6, 53, 83, 84});
-            break;
+            return DecodeOnly({6, 53, 83, 84}, operation);
         case 8:
-            decode = IsOneOf(operation, {84, 93, 94, 95, 97});
-            break;
+            return DecodeOnly({84, 93, 94, 95, 97}, operation);
         case 31:
-            decode = IsOneOf(operation, {93, 94, 95, 97});
-            break;
+            return DecodeOnly({93, 94, 95, 97}, operation);
         default:
-            if (operation == 10) {
-                *status = 0;
-                decode = true;
-            } else {
-                decode = (operation == 27 && *status == 18) ||
-                         (operation == 19 && (*status == 24 || *status == 25));
-            }
             break;
     }
+    const bool decode = operation == 10 || (operation == 27 && *status == 18) ||
+                        (operation == 19 && (*status == 24 || *status == 25));
+    if (operation == 10) *status = 0;
     return decode ? BodyDecision::kDecode : BodyDecision::kStop;
 }
 

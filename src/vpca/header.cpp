@@ -1,6 +1,7 @@
 #include "vpca/header.h"
 
 #include <iterator>
+#include <type_traits>
 
 #include "vpca/log.h"
 
@@ -24,68 +25,42 @@ VpcaError RefuseField(int line) {
     return VpcaError::kUnknownField;
 }
 
-VpcaError GetField10(VpcaField field, const VpcaHeader& header, uint32_t* value) {
+// What `use` makes of the member that holds the field. The option byte is half of a member.
+template <typename Header, typename Use>
+VpcaError UseField10(VpcaField field, Header& header, const Use& use) {
     switch (field) {
         case VpcaField::kFlags:
-            *value = header.flags;
-            break;
+            return use(header.flags);
         case VpcaField::kOperation:
-            *value = header.operation;
-            break;
+            return use(header.operation);
         case VpcaField::kSequence:
-            *value = header.sequence;
-            break;
+            return use(header.sequence);
         case VpcaField::kBodyLength:
-            *value = header.bodyLength;
-            break;
+            return use(header.bodyLength);
         case VpcaField::kValue1:
-            *value = header.value1;
-            break;
+            return use(header.value1);
         case VpcaField::kValue2:
-            *value = header.value2;
-            break;
+            return use(header.value2);
         case VpcaField::kResultCode:
-            *value = header.resultCode;
-            break;
         case VpcaField::kOption:
-            *value = static_cast<uint8_t>(header.resultCode);
-            break;
-        default:
-            return RefuseField(__LINE__);
+            return use(header.resultCode);
     }
-    return VpcaError::kSuccess;
+    return RefuseField(__LINE__);
+}
+
+VpcaError GetField10(VpcaField field, const VpcaHeader& header, uint32_t* value) {
+    return UseField10(field, header, [field, value](auto member) {
+        *value = field == VpcaField::kOption ? static_cast<uint8_t>(member) : member;
+        return VpcaError::kSuccess;
+    });
 }
 
 VpcaError SetField10(VpcaField field, VpcaHeader* header, uint32_t value) {
-    switch (field) {
-        case VpcaField::kFlags:
-            header->flags = static_cast<uint8_t>(value);
-            break;
-        case VpcaField::kOperation:
-            header->operation = static_cast<uint16_t>(value);
-            break;
-        case VpcaField::kSequence:
-            header->sequence = static_cast<uint16_t>(value);
-            break;
-        case VpcaField::kBodyLength:
-            header->bodyLength = static_cast<uint16_t>(value);
-            break;
-        case VpcaField::kValue1:
-            header->value1 = value;
-            break;
-        case VpcaField::kValue2:
-            header->value2 = value;
-            break;
-        case VpcaField::kResultCode:
-            header->resultCode = static_cast<uint16_t>(value);
-            break;
-        case VpcaField::kOption:
-            header->resultCode = static_cast<uint8_t>(value);
-            break;
-        default:
-            return RefuseField(__LINE__);
-    }
-    return VpcaError::kSuccess;
+    return UseField10(field, *header, [field, value](auto& member) {
+        using Member = std::remove_reference_t<decltype(member)>;
+        member = static_cast<Member>(field == VpcaField::kOption ? value & UINT8_MAX : value);
+        return VpcaError::kSuccess;
+    });
 }
 
 // Where `field` lies in the wire bytes; width 0 when there is no such field.
@@ -98,8 +73,9 @@ VpcaError PeekField10(VpcaField field, VpcaCursor wire, uint32_t* value) {
     const WireField place = Locate10(field);
     if (place.width == 0) return RefuseField(__LINE__);
     if (wire.remaining < kHeaderLength10) return VpcaError::kNotVpca;
-    wire.Skip(place.offset);
-    *value = place.width == 1 ? wire.ReadU8() : place.width == 2 ? wire.ReadU16() : wire.ReadU32();
+    *value = 0;
+    for (uint32_t i = 0; i < place.width; ++i)
+        *value = *value << 8 | wire.next[place.offset + i];
     return VpcaError::kSuccess;
 }
 
@@ -107,18 +83,8 @@ VpcaError PokeField10(VpcaField field, VpcaWriteCursor wire, uint32_t value) {
     const WireField place = Locate10(field);
     if (place.width == 0) return RefuseField(__LINE__);
     if (wire.remaining < kHeaderLength10) return VpcaError::kNotVpca;
-    wire.Skip(place.offset);
-    switch (place.width) {
-        case 1:
-            wire.WriteU8(static_cast<uint8_t>(value));
-            break;
-        case 2:
-            wire.WriteU16(static_cast<uint16_t>(value));
-            break;
-        default:
-            wire.WriteU32(value);
-            break;
-    }
+    for (uint32_t i = place.width; i-- > 0; value >>= 8)
+        wire.next[place.offset + i] = static_cast<uint8_t>(value);
     return VpcaError::kSuccess;
 }
 

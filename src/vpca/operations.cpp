@@ -1,6 +1,7 @@
 #include "vpca/operations.h"
 
-#include <array>
+#include <algorithm>
+#include <iterator>
 
 #include "vpca/log.h"
 #include "vpca/tables.h"
@@ -100,42 +101,29 @@ VpcaError DecodeAttributeAnswer(const VpcaHeader& header, VpcaResult* result, Vp
     return VpcaError::kSuccess;
 }
 
-using Table = std::array<OperationRow, kLastOperation + 1>;
-
-// Rows by code.
-constexpr Table MakeOpaqueTable(BodyEncoder encode, BodyDecoder decode) {
-    Table table{};
-    for (size_t code = 1; code < table.size(); ++code)
-        table[code] = {static_cast<uint16_t>(code), 0, encode, decode};
-    for (const uint16_t code : kUnused)
-        table[code] = {};
-    return table;
-}
-
-constexpr Table MakeFuTable() {
-    Table table = MakeOpaqueTable(EncodeOpaque<kLogEncodeFu>, DecodeOpaque);
-    table[kOneWay].encode = nullptr;
-    table[kReadDataBlock] = {kReadDataBlock, 0, EncodeDataBlockRequest, DecodeDataBlock};
-    table[kReadAttribute] = {kReadAttribute, 0, EncodeAttributeRequest, DecodeAttributeAnswer};
-    return table;
-}
-
-constexpr Table MakeFpTable() {
-    Table table = MakeOpaqueTable(EncodeOpaque<kLogEncodeFp>, DecodeOpaque);
-    table[kOneWay].decode = nullptr;
-    return table;
-}
-
-constexpr Table kFuTable = MakeFuTable();
-constexpr Table kFpTable = MakeFpTable();
+constexpr OperationRow kFuOpaque = {EncodeOpaque<kLogEncodeFu>, DecodeOpaque};
+constexpr OperationRow kFuOneWay = {nullptr, DecodeOpaque};
+constexpr OperationRow kFuDataBlock = {EncodeDataBlockRequest, DecodeDataBlock};
+constexpr OperationRow kFuAttribute = {EncodeAttributeRequest, DecodeAttributeAnswer};
+constexpr OperationRow kFpOpaque = {EncodeOpaque<kLogEncodeFp>, DecodeOpaque};
+constexpr OperationRow kFpOneWay = {EncodeOpaque<kLogEncodeFp>, nullptr};
 
 }  // namespace
 
-const OperationRow* FindOperation(VpcaTable table, uint16_t code, uint8_t variant) {
-    if (!TablesRegistered() || code > kLastOperation) return nullptr;
-    const OperationRow& row = table == VpcaTable::kFu ? kFuTable[code] : kFpTable[code];
-    if (row.code == 0 || (row.variant != 0 && row.variant != variant)) return nullptr;
-    return &row;
+const OperationRow* FindOperation(VpcaTable table, uint16_t code) {
+    const bool unused = std::find(std::begin(kUnused), std::end(kUnused), code) != std::end(kUnused);
+    if (!TablesRegistered() || code == 0 || code > kLastOperation || unused) return nullptr;
+    const bool fu = table == VpcaTable::kFu;
+    switch (code) {
+        case kOneWay:
+            return fu ? &kFuOneWay : &kFpOneWay;
+        case kReadDataBlock:
+            return fu ? &kFuDataBlock : &kFpOpaque;
+        case kReadAttribute:
+            return fu ? &kFuAttribute : &kFpOpaque;
+        default:
+            return fu ? &kFuOpaque : &kFpOpaque;
+    }
 }
 
 }  // namespace vlm::vpca

@@ -15,16 +15,12 @@ using BodyDecoder = VpcaError (*)(const VpcaHeader& header, VpcaResult* result, 
                                   const AttributeSchema* schema);
 
 struct OperationRow {
-    // 0 in a row for a code that is no operation.
-    uint16_t code = 0;
-    // 0 serves every variant.
-    uint8_t variant = 0;
     // Null when the operation only goes the other way in this table.
     BodyEncoder encode = nullptr;
     BodyDecoder decode = nullptr;
 };
 
-// Null for an unknown code, and for every code before RegisterTables(). The variant is the header's version.
-const OperationRow* FindOperation(VpcaTable table, uint16_t code, uint8_t variant);
+// Null for an unknown code, and for every code before RegisterTables().
+const OperationRow* FindOperation(VpcaTable table, uint16_t code);
 
 }  // namespace vlm::vpca

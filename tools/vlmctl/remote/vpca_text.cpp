@@ -68,7 +68,7 @@ class Reader {
         Field(10, "value 1", "{:#010x}", Number(10, 4));
         Field(14, "value 2", "{:#010x}", Number(14, 4));
         if (response_) Field(18, "status", "{}", status_);
-        if (FindOperation(VpcaTable::kFu, operation_, frame_[2]) == nullptr)
+        if (FindOperation(VpcaTable::kFu, operation_) == nullptr)
             return Bad(4, "the operation {:#x} is unknown", operation_);
         return true;
     }
