@@ -7,7 +7,7 @@ namespace vlm::printer {
 std::optional<Options> ParseCommandLine(int argc, char** argv) {
     Options options;
     std::string faultMode;
-    std::string answerTime = ToString(options.answer.when);
+    std::string answerTime = NameIn(kAnswerTimes, options.answer.when);
     Fault fault;
     std::uint64_t faultConnections = 0;
 
@@ -68,8 +68,8 @@ std::optional<Options> ParseCommandLine(int argc, char** argv) {
     }
 
     if (options.documentLimit == 0) throw UsageError("--max-document must be at least 1");
-    options.answer.when = ParseAnswerTime(answerTime).value_or(options.answer.when);
-    if (const auto parsed = ParseFaultMode(faultMode)) {
+    options.answer.when = ValueIn(kAnswerTimes, answerTime).value_or(options.answer.when);
+    if (const auto parsed = ValueIn(kFaultModes, faultMode)) {
         fault.mode = *parsed;
         if (connections->count() > 0) fault.connections = faultConnections;
         if (const auto flaw = FindFlaw(fault)) throw UsageError(*flaw);

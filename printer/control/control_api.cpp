@@ -22,7 +22,7 @@ using nlohmann::json;
 
 Fault ParseFault(const std::string& body) {
     const json object = ParseObject(body, {"mode", "after", "rate", "connections"});
-    const auto mode = ParseFaultMode(TextMember(object, "mode"));
+    const auto mode = ValueIn(kFaultModes, TextMember(object, "mode"));
     if (!mode) throw BadRequest("'mode' must be refuse, stall, slow or reset");
     const Fault fault{*mode, CountMember(object, "after").value_or(0),
                       CountMember(object, "rate").value_or(0), CountMember(object, "connections")};
@@ -32,27 +32,21 @@ Fault ParseFault(const std::string& body) {
 
 Answer ParseAnswer(const std::string& body) {
     const json object = ParseObject(body, {"text", "when"});
-    const auto when = ParseAnswerTime(TextMember(object, "when", "document"));
+    const auto when = ValueIn(kAnswerTimes, TextMember(object, "when", "document"));
     if (!when) throw BadRequest("'when' must be open or document");
     return {TextMember(object, "text"), *when};
 }
 
 // Bytes as pairs of hexadecimal digits, with or without spaces between the pairs.
 Bytes HexMember(const json& object, const char* key) {
-    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string digits;
+    for (const char c : TextMember(object, key))
+        if (c != ' ' || digits.size() % 2 != 0) digits += c;
+    if (digits.size() % 2 != 0 || digits.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos)
+        throw BadRequest(fmt::format("'{}' must be pairs of hex digits", key));
     Bytes bytes;
-    std::size_t digits = 0;
-    bool sound = true;
-    for (const char c : TextMember(object, key)) {
-        const char lower = c >= 'A' && c <= 'F' ? static_cast<char>(c - 'A' + 'a') : c;
-        const std::size_t value = kDigits.find(lower);
-        if (c == ' ' && digits % 2 == 0) continue;
-        sound = sound && value != std::string_view::npos;
-        if (digits++ % 2 == 0) bytes.push_back(0);
-        bytes.back() =
-            static_cast<std::uint8_t>(unsigned{bytes.back()} << 4 | (static_cast<unsigned>(value) & 0xF));
-    }
-    if (!sound || digits % 2 != 0) throw BadRequest(fmt::format("'{}' must be pairs of hex digits", key));
+    for (std::size_t at = 0; at < digits.size(); at += 2)
+        bytes.push_back(static_cast<std::uint8_t>(std::stoul(digits.substr(at, 2), nullptr, 16)));
     return bytes;
 }
 
@@ -114,7 +108,7 @@ json ToJson(const std::optional<VpcaFault>& fault) {
 
 json ToJson(const std::optional<Fault>& fault) {
     if (!fault) return nullptr;
-    json object{{"mode", ToString(fault->mode)}, {"after", fault->after}};
+    json object{{"mode", NameIn(kFaultModes, fault->mode)}, {"after", fault->after}};
     if (fault->mode == FaultMode::kSlow) object["rate"] = fault->rate;
     if (fault->connections) object["connections"] = *fault->connections;
     return object;
@@ -122,7 +116,7 @@ json ToJson(const std::optional<Fault>& fault) {
 
 json ToJson(const Answer& answer) {
     if (answer.text.empty()) return nullptr;
-    return {{"text", answer.text}, {"when", ToString(answer.when)}};
+    return {{"text", answer.text}, {"when", NameIn(kAnswerTimes, answer.when)}};
 }
 
 json ToJson(const DocumentRecord& record) {
@@ -130,7 +124,7 @@ json ToJson(const DocumentRecord& record) {
             {"bytes", record.bytes},
             {"sha256", record.sha256},
             {"complete", record.end == DocumentEnd::kComplete},
-            {"end", ToString(record.end)},
+            {"end", NameIn(kDocumentEnds, record.end)},
             {"file", record.file.string()},
             {"milliseconds", record.milliseconds}};
 }
@@ -158,13 +152,12 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, SoapPorts& soap, WsdSer
                     {"vpcaFault", ToJson(rawPort.Device().CurrentFault())}};
     };
 
-    server.Route("GET", "/state",
-                 [state](const HttpRequest&, HttpResponse& response) { Reply(response, state()); });
-    server.Route("GET", "/documents", [&store](const HttpRequest&, HttpResponse& response) {
+    AddGet(server, "/state", state);
+    AddGet(server, "/documents", [&store] {
         json all = json::array();
         for (const DocumentRecord& record : store.Records())
             all.push_back(ToJson(record));
-        Reply(response, all);
+        return all;
     });
     AddSetting(
         server, "/fault", [&rawPort](const std::string& body) { rawPort.SetFault(ParseFault(body)); },
@@ -176,19 +169,13 @@ void AddControlApi(HttpListener& http, RawPort& rawPort, SoapPorts& soap, WsdSer
         server, "/vpca/fault",
         [&rawPort](const std::string& body) { rawPort.Device().SetFault(ParseVpcaFault(body)); },
         [&rawPort] { rawPort.Device().ClearFault(); }, state);
-    server.Route("GET", "/vpca/requests", [&rawPort](const HttpRequest&, HttpResponse& response) {
+    AddGet(server, "/vpca/requests", [&rawPort] {
         json all = json::array();
         for (const Bytes& frame : rawPort.Device().Requests())
             all.push_back(ToHex(frame));
-        Reply(response, all);
+        return all;
     });
-    server.Route("GET", "/deptid/requests", [&deptId](const HttpRequest&, HttpResponse& response) {
-        Reply(response, deptId.Requests().All());
-    });
-    server.Route("DELETE", "/deptid/requests", [&deptId](const HttpRequest&, HttpResponse& response) {
-        deptId.Requests().Clear();
-        Reply(response, deptId.Requests().All());
-    });
+    AddRequests(server, "/deptid/requests", deptId.Requests(), [] { return json::array(); });
     server.Route("POST", "/shutdown",
                  [shutdown = std::move(shutdown)](const HttpRequest&, HttpResponse& response) {
                      Reply(response, json{{"stopping", true}});

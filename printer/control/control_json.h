@@ -12,6 +12,7 @@
 #include <string_view>
 
 #include "printer/net/http_server.h"
+#include "printer/shared/recent.h"
 
 namespace vlm::printer {
 
@@ -53,6 +54,22 @@ inline void Reply(HttpResponse& response, const nlohmann::json& body, int status
     // The texts come from outside (a folder's name, an answer): what is not UTF-8 is replaced, not thrown at.
     response.Set(body.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n",
                  "application/json");
+}
+
+template <typename Shown>
+void AddGet(HttpServer& server, const char* path, Shown shown) {
+    server.Route("GET", path,
+                 [shown](const HttpRequest&, HttpResponse& response) { Reply(response, shown()); });
+}
+
+// A service's last requests, which can be forgotten; the answer to that is what `shown` gives.
+template <typename Shown>
+void AddRequests(HttpServer& server, const char* path, Recent<nlohmann::json>& requests, Shown shown) {
+    AddGet(server, path, [&requests] { return requests.All(); });
+    server.Route("DELETE", path, [shown, &requests](const HttpRequest&, HttpResponse& response) {
+        requests.Clear();
+        Reply(response, shown());
+    });
 }
 
 // What PUT sets with its body and DELETE clears; both answer with what `shown` gives then.

@@ -14,13 +14,13 @@ bool EndsAtStage(HttpFaultMode mode) {
 // Only members that the mode has a use for are taken: a typing error must not pass for a fault.
 HttpFault ParseHttpFault(const std::string& body) {
     const json object = ParseObject(body, {"mode", "at", "piece", "pause", "bytes", "status", "connections"});
-    const auto mode = ParseHttpFaultMode(TextMember(object, "mode"));
-    if (!mode) throw BadRequest("'mode' must be one of " + HttpFaultModes());
+    const auto mode = ValueIn(kHttpFaultModes, TextMember(object, "mode"));
+    if (!mode) throw BadRequest("'mode' must be one of " + NamesIn(kHttpFaultModes));
     HttpFault fault;
     fault.mode = *mode;
     const auto onlyFor = [&](bool fits, const char* key) {
         if (!fits && object.contains(key))
-            throw BadRequest(fmt::format("{} takes no '{}'", ToString(*mode), key));
+            throw BadRequest(fmt::format("{} takes no '{}'", NameIn(kHttpFaultModes, *mode), key));
     };
     onlyFor(EndsAtStage(*mode), "at");
     onlyFor(*mode == HttpFaultMode::kDrip, "piece");
@@ -28,7 +28,7 @@ HttpFault ParseHttpFault(const std::string& body) {
     onlyFor(*mode == HttpFaultMode::kHuge, "bytes");
     onlyFor(*mode == HttpFaultMode::kRedirect || *mode == HttpFaultMode::kRedirectLoop, "status");
 
-    const auto at = ParseHttpStage(TextMember(object, "at", ToString(fault.at)));
+    const auto at = ValueIn(kHttpStages, TextMember(object, "at", NameIn(kHttpStages, fault.at)));
     if (!at) throw BadRequest("'at' must be connect, request, status-line, head or body");
     fault.at = *at;
     fault.piece = CountMember(object, "piece").value_or(fault.piece);
@@ -42,8 +42,8 @@ HttpFault ParseHttpFault(const std::string& body) {
 
 json ToJson(const std::optional<HttpFault>& fault) {
     if (!fault) return nullptr;
-    json object{{"mode", ToString(fault->mode)}};
-    if (EndsAtStage(fault->mode)) object["at"] = ToString(fault->at);
+    json object{{"mode", NameIn(kHttpFaultModes, fault->mode)}};
+    if (EndsAtStage(fault->mode)) object["at"] = NameIn(kHttpStages, fault->at);
     if (fault->connections) object["connections"] = *fault->connections;
     return object;
 }
@@ -108,24 +108,15 @@ void AddWsdControl(HttpServer& server, HttpFaults& faults, WsdService& wsd, Mach
     const auto state = [&faults, &wsd] {
         return json{{"fault", ToJson(faults.CurrentFault())}, {"style", ToJson(wsd.Style())}};
     };
-    server.Route("GET", "/wsd",
-                 [state](const HttpRequest&, HttpResponse& response) { Reply(response, state()); });
-    server.Route("GET", "/wsd/requests", [&wsd](const HttpRequest&, HttpResponse& response) {
-        Reply(response, wsd.Requests().All());
-    });
-    server.Route("DELETE", "/wsd/requests", [state, &wsd](const HttpRequest&, HttpResponse& response) {
-        wsd.Requests().Clear();
-        Reply(response, state());
-    });
+    AddGet(server, "/wsd", state);
+    AddRequests(server, "/wsd/requests", wsd.Requests(), state);
     AddSetting(
         server, "/wsd/fault", [&faults](const std::string& body) { faults.SetFault(ParseHttpFault(body)); },
         [&faults] { faults.ClearFault(); }, state);
     AddSetting(
         server, "/wsd/style", [&wsd](const std::string& body) { wsd.SetStyle(ParseStyle(body)); },
         [&wsd] { wsd.SetStyle({}); }, state);
-    server.Route("GET", "/machine", [&machine](const HttpRequest&, HttpResponse& response) {
-        Reply(response, ToJson(machine.State()));
-    });
+    AddGet(server, "/machine", [&machine] { return ToJson(machine.State()); });
     server.Route("PUT", "/machine", [&machine](const HttpRequest& request, HttpResponse& response) {
         try {
             machine.Change(ParseChange(request.body));

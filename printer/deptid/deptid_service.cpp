@@ -23,25 +23,15 @@ void DeptIdService::Answer(const HttpRequest& http, HttpResponse& response, cons
     const DeptIdRequest request = ReadDeptIdRequest(http.Header("Content-Type"), http.body);
     const bool sound = request.findings.empty();
     const bool allowed = sound && accounts_.Allow(request.credentials);
-    Requests().Add({{"scheme", scheme},
-                    {"path", http.path},
-                    {"version", http.version},
-                    {"headers", ShownHeaders(http)},
-                    {"username", request.credentials.username},
-                    {"domain", request.credentials.domain},
-                    {"type", request.credentials.type},
-                    {"result", sound ? nlohmann::json(allowed) : nlohmann::json()},
-                    {"findings", request.findings}});
-
-    if (sound) {
-        Say("department-ID check: {}", allowed ? "allowed" : "refused");
-        response.Set(VerdictAnswer(allowed), kSoapType);
-        return;
-    }
-    const Refusal refusal = RefusalOf(request);
-    Say("department-ID request refused: {}", refusal.reason);
-    response.status = refusal.status;
-    response.Set(FaultMessage(refusal.code, refusal.reason), kSoapType);
+    Log(http, scheme,
+        {{"username", request.credentials.username},
+         {"domain", request.credentials.domain},
+         {"type", request.credentials.type},
+         {"result", sound ? nlohmann::json(allowed) : nlohmann::json()},
+         {"findings", request.findings}});
+    if (!sound) return Refuse("department-ID request", request, response);
+    Say("department-ID check: {}", allowed ? "allowed" : "refused");
+    response.Set(VerdictAnswer(allowed), kSoapType);
 }
 
 }  // namespace vlm::printer

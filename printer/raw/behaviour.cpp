@@ -2,37 +2,7 @@
 
 #include <utility>
 
-#include "printer/shared/name_table.h"
-
 namespace vlm::printer {
-namespace {
-
-constexpr NameTable<FaultMode, 4> kFaultModes{{
-    {"refuse", FaultMode::kRefuse},
-    {"stall", FaultMode::kStall},
-    {"slow", FaultMode::kSlow},
-    {"reset", FaultMode::kReset},
-}};
-constexpr NameTable<AnswerTime, 2> kAnswerTimes{{
-    {"open", AnswerTime::kAtOpen},
-    {"document", AnswerTime::kAfterDocument},
-}};
-
-}  // namespace
-
-const char* ToString(FaultMode mode) {
-    return NameIn(kFaultModes, mode);
-}
-std::optional<FaultMode> ParseFaultMode(const std::string& text) {
-    return ValueIn(kFaultModes, text);
-}
-const char* ToString(AnswerTime when) {
-    return NameIn(kAnswerTimes, when);
-}
-std::optional<AnswerTime> ParseAnswerTime(const std::string& text) {
-    return ValueIn(kAnswerTimes, text);
-}
-
 std::optional<std::string> FindFlaw(const Fault& fault) {
     if (fault.mode == FaultMode::kRefuse && (fault.after != 0 || fault.connections))
         return "a refused connection cannot be counted: refuse takes neither 'after' nor 'connections'";

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "printer/shared/fault_slot.h"
+#include "printer/shared/name_table.h"
 
 namespace vlm::printer {
 
@@ -16,6 +17,12 @@ enum class FaultMode {
     kSlow,    // reads `rate` bytes per second
     kReset,   // resets the connection
 };
+inline constexpr NameTable<FaultMode, 4> kFaultModes{{
+    {"refuse", FaultMode::kRefuse},
+    {"stall", FaultMode::kStall},
+    {"slow", FaultMode::kSlow},
+    {"reset", FaultMode::kReset},
+}};
 
 struct Fault {
     FaultMode mode = FaultMode::kRefuse;
@@ -27,18 +34,16 @@ struct Fault {
 // One line that says what is wrong with a fault that a user asked for; nothing when it is sound.
 std::optional<std::string> FindFlaw(const Fault& fault);
 
-const char* ToString(FaultMode mode);
-std::optional<FaultMode> ParseFaultMode(const std::string& text);
-
 enum class AnswerTime { kAtOpen, kAfterDocument };
+inline constexpr NameTable<AnswerTime, 2> kAnswerTimes{{
+    {"open", AnswerTime::kAtOpen},
+    {"document", AnswerTime::kAfterDocument},
+}};
 
 struct Answer {
     std::string text;  // sent as it is; empty for no answer
     AnswerTime when = AnswerTime::kAfterDocument;
 };
-
-const char* ToString(AnswerTime when);
-std::optional<AnswerTime> ParseAnswerTime(const std::string& text);
 
 class Behaviour : public FaultSlot<Fault> {
  public:

@@ -27,24 +27,6 @@ std::string TakeDigest(EVP_MD_CTX* digest) {
 
 }  // namespace
 
-const char* ToString(DocumentEnd end) {
-    switch (end) {
-        case DocumentEnd::kComplete:
-            return "complete";
-        case DocumentEnd::kConnectionLost:
-            return "connection lost";
-        case DocumentEnd::kFaultReset:
-            return "reset by fault";
-        case DocumentEnd::kTooLarge:
-            return "over the size limit";
-        case DocumentEnd::kStoreFailed:
-            return "not storable";
-        case DocumentEnd::kStopped:
-            return "printer stopped";
-    }
-    return "";
-}
-
 Document::Document(unsigned number, std::filesystem::path path, UniqueFd file)
     : number_(number), path_(std::move(path)), file_(std::move(file)), digest_(EVP_MD_CTX_new()) {
     if (!digest_ || EVP_DigestInit_ex(digest_.get(), EVP_sha256(), nullptr) != 1)
@@ -108,7 +90,7 @@ void DocumentStore::Finish(Document document, DocumentEnd end) {
         if (records_.size() > kKeptRecords) records_.erase(records_.begin());
     }
     Say("document {}: {} bytes, sha256 {}, {}, {} ms, {}", record.number, record.bytes, record.sha256,
-        ToString(record.end), record.milliseconds, record.file.string());
+        NameIn(kDocumentEnds, record.end), record.milliseconds, record.file.string());
 }
 
 std::vector<DocumentRecord> DocumentStore::Records() const {

@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "printer/net/unique_fd.h"
+#include "printer/shared/name_table.h"
 
 namespace vlm::printer {
 
@@ -30,7 +31,14 @@ enum class DocumentEnd {
     kStopped,         // the printer ended
 };
 
-const char* ToString(DocumentEnd end);
+inline constexpr NameTable<DocumentEnd, 6> kDocumentEnds{{
+    {"complete", DocumentEnd::kComplete},
+    {"connection lost", DocumentEnd::kConnectionLost},
+    {"reset by fault", DocumentEnd::kFaultReset},
+    {"over the size limit", DocumentEnd::kTooLarge},
+    {"not storable", DocumentEnd::kStoreFailed},
+    {"printer stopped", DocumentEnd::kStopped},
+}};
 
 struct DocumentRecord {
     unsigned number = 0;

@@ -26,4 +26,12 @@ std::optional<Value> ValueIn(const NameTable<Value, N>& table, const std::string
     return std::nullopt;
 }
 
+template <typename Value, std::size_t N>
+std::string NamesIn(const NameTable<Value, N>& table) {  // "mute, close, …"
+    std::string all;
+    for (const auto& [name, value] : table)
+        all += (all.empty() ? "" : ", ") + std::string(name);
+    return all;
+}
+
 }  // namespace vlm::printer

@@ -10,41 +10,10 @@
 #include <utility>
 
 #include "printer/net/http_message.h"
-#include "printer/shared/name_table.h"
 #include "printer/soap/soap_message.h"
 
 namespace vlm::printer {
 namespace {
-
-constexpr NameTable<HttpFaultMode, 20> kModes{{
-    {"mute", HttpFaultMode::kMute},
-    {"close", HttpFaultMode::kClose},
-    {"reset", HttpFaultMode::kReset},
-    {"drip", HttpFaultMode::kDrip},
-    {"empty", HttpFaultMode::kEmpty},
-    {"truncated", HttpFaultMode::kTruncated},
-    {"length-long", HttpFaultMode::kLengthLong},
-    {"length-short", HttpFaultMode::kLengthShort},
-    {"chunked", HttpFaultMode::kChunked},
-    {"gzip", HttpFaultMode::kGzip},
-    {"huge", HttpFaultMode::kHuge},
-    {"not-found", HttpFaultMode::kNotFound},
-    {"unauthorized", HttpFaultMode::kUnauthorized},
-    {"soap11-fault", HttpFaultMode::kSoap11Fault},
-    {"soap12-fault", HttpFaultMode::kSoap12Fault},
-    {"no-xml", HttpFaultMode::kNoXml},
-    {"html", HttpFaultMode::kHtml},
-    {"entity-bomb", HttpFaultMode::kEntityBomb},
-    {"redirect", HttpFaultMode::kRedirect},
-    {"redirect-loop", HttpFaultMode::kRedirectLoop},
-}};
-constexpr NameTable<HttpStage, 5> kStages{{
-    {"connect", HttpStage::kConnect},
-    {"request", HttpStage::kRequest},
-    {"status-line", HttpStage::kStatusLine},
-    {"head", HttpStage::kHead},
-    {"body", HttpStage::kBody},
-}};
 
 constexpr const char* kPage =
     "<!DOCTYPE html>\n<html><head><title>Velun VP-4200C</title>\n<meta charset=utf-8><body>\n"
@@ -136,25 +105,6 @@ std::size_t CutAt(HttpStage stage, const std::string& answer, std::size_t bodySt
 }
 
 }  // namespace
-
-const char* ToString(HttpFaultMode mode) {
-    return NameIn(kModes, mode);
-}
-std::optional<HttpFaultMode> ParseHttpFaultMode(const std::string& text) {
-    return ValueIn(kModes, text);
-}
-std::string HttpFaultModes() {
-    std::string all;
-    for (const auto& [name, entry] : kModes)
-        all += all.empty() ? name : fmt::format(", {}", name);
-    return all;
-}
-const char* ToString(HttpStage stage) {
-    return NameIn(kStages, stage);
-}
-std::optional<HttpStage> ParseHttpStage(const std::string& text) {
-    return ValueIn(kStages, text);
-}
 
 std::optional<std::string> FindFlaw(const HttpFault& fault) {
     constexpr std::uint64_t kLongestPause = 60'000;

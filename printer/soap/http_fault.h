@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "printer/shared/fault_slot.h"
+#include "printer/shared/name_table.h"
 
 namespace vlm::printer {
 
@@ -35,6 +36,28 @@ enum class HttpFaultMode {
     kRedirect,      // to a path where the service answers
     kRedirectLoop,  // to the same address
 };
+inline constexpr NameTable<HttpFaultMode, 20> kHttpFaultModes{{
+    {"mute", HttpFaultMode::kMute},
+    {"close", HttpFaultMode::kClose},
+    {"reset", HttpFaultMode::kReset},
+    {"drip", HttpFaultMode::kDrip},
+    {"empty", HttpFaultMode::kEmpty},
+    {"truncated", HttpFaultMode::kTruncated},
+    {"length-long", HttpFaultMode::kLengthLong},
+    {"length-short", HttpFaultMode::kLengthShort},
+    {"chunked", HttpFaultMode::kChunked},
+    {"gzip", HttpFaultMode::kGzip},
+    {"huge", HttpFaultMode::kHuge},
+    {"not-found", HttpFaultMode::kNotFound},
+    {"unauthorized", HttpFaultMode::kUnauthorized},
+    {"soap11-fault", HttpFaultMode::kSoap11Fault},
+    {"soap12-fault", HttpFaultMode::kSoap12Fault},
+    {"no-xml", HttpFaultMode::kNoXml},
+    {"html", HttpFaultMode::kHtml},
+    {"entity-bomb", HttpFaultMode::kEntityBomb},
+    {"redirect", HttpFaultMode::kRedirect},
+    {"redirect-loop", HttpFaultMode::kRedirectLoop},
+}};
 
 enum class HttpStage {
     kConnect,     // nothing is read, not even a TLS handshake
@@ -43,6 +66,13 @@ enum class HttpStage {
     kHead,        // half of the header lines are sent
     kBody,        // half of the body is sent
 };
+inline constexpr NameTable<HttpStage, 5> kHttpStages{{
+    {"connect", HttpStage::kConnect},
+    {"request", HttpStage::kRequest},
+    {"status-line", HttpStage::kStatusLine},
+    {"head", HttpStage::kHead},
+    {"body", HttpStage::kBody},
+}};
 
 struct HttpFault {
     HttpFaultMode mode = HttpFaultMode::kClose;
@@ -53,12 +83,6 @@ struct HttpFault {
     std::uint64_t status = 307;                // redirect, redirect-loop
     std::optional<std::uint64_t> connections;  // how many; without it, all until it is cleared
 };
-
-const char* ToString(HttpFaultMode mode);
-std::optional<HttpFaultMode> ParseHttpFaultMode(const std::string& text);
-std::string HttpFaultModes();  // "mute, close, …"
-const char* ToString(HttpStage stage);
-std::optional<HttpStage> ParseHttpStage(const std::string& text);
 
 std::optional<std::string> FindFlaw(const HttpFault& fault);
 

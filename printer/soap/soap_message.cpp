@@ -1,7 +1,6 @@
 #include "printer/soap/soap_message.h"
 
 #include <fmt/format.h>
-#include <fmt/ranges.h>
 #include <openssl/rand.h>
 
 #include <algorithm>
@@ -127,12 +126,6 @@ std::string FaultMessage(const std::string& code, const std::string& reason,
     fault.Add("Code").Add("Value", "soap:" + code);
     fault.Add("Reason").Add("Text", reason).Language("en");
     return Serialize(envelope.document.get());
-}
-
-Refusal RefusalOf(const SoapRequest& request) {
-    std::string reason = fmt::format("{}", fmt::join(request.findings, "; "));
-    if (request.otherVersion) return {500, "VersionMismatch", std::move(reason)};
-    return {400, "Sender", std::move(reason)};
 }
 
 }  // namespace vlm::printer

@@ -59,12 +59,4 @@ void AddAddressing(const Envelope& envelope, const std::string& action, const st
 std::string FaultMessage(const std::string& code, const std::string& reason,
                          const std::optional<std::string>& relatesTo = std::nullopt);
 
-// How a request with findings is refused, as the HTTP binding maps its codes.
-struct Refusal {
-    int status;
-    const char* code;
-    std::string reason;
-};
-Refusal RefusalOf(const SoapRequest& request);
-
 }  // namespace vlm::printer

@@ -1,6 +1,7 @@
 #include "printer/soap/soap_ports.h"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <libxml/parser.h>
 
 #include <algorithm>
@@ -8,6 +9,7 @@
 #include <utility>
 
 #include "printer/net/channel.h"
+#include "printer/shared/say.h"
 
 namespace vlm::printer {
 namespace {
@@ -74,6 +76,28 @@ class SoapServer : public HttpServer {
 };
 
 }  // namespace
+
+void SoapService::Log(const HttpRequest& request, const char* scheme, nlohmann::json read) {
+    nlohmann::json headers = nlohmann::json::object();
+    for (const auto& [name, value] : request.headers)
+        headers[name] = value;
+    read.update({{"scheme", scheme},
+                 {"method", request.method},
+                 {"path", request.path},
+                 {"version", request.version},
+                 {"headers", headers}});
+    requests_.Add(std::move(read));
+}
+
+void SoapService::Refuse(const char* what, const SoapRequest& request, HttpResponse& response,
+                         const std::optional<std::string>& relatesTo) {
+    const std::string reason = fmt::format("{}", fmt::join(request.findings, "; "));
+    Say("{} refused: {}", what, reason);
+    // As the HTTP binding maps the fault's codes.
+    response.status = request.otherVersion ? 500 : 400;
+    response.Set(FaultMessage(request.otherVersion ? "VersionMismatch" : "Sender", reason, relatesTo),
+                 kSoapType);
+}
 
 SoapPorts::SoapPorts(const std::string& address, std::uint16_t port, std::uint16_t tlsPort)
     : tls_(MakeTlsContext()) {

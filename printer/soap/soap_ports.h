@@ -3,12 +3,15 @@
 
 #include <cstdint>
 #include <memory>
+#include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
 
 #include "printer/net/certificate.h"
 #include "printer/net/http_listener.h"
+#include "printer/shared/recent.h"
 #include "printer/soap/http_fault.h"
-#include "printer/soap/request_log.h"
+#include "printer/soap/soap_message.h"
 
 namespace vlm::printer {
 
@@ -19,10 +22,18 @@ class SoapService {
     // What was posted to its path. Called on worker threads; `scheme` is "http" or "https".
     virtual void Answer(const HttpRequest& request, HttpResponse& response, const char* scheme) = 0;
 
-    RequestLog& Requests() { return log_; }
+    // As the control API shows them.
+    Recent<nlohmann::json>& Requests() { return requests_; }
+
+ protected:
+    // The entry of a request: how it came, and what a service read in it.
+    void Log(const HttpRequest& request, const char* scheme, nlohmann::json read);
+    // Answers a request that has findings, `what` in the trace's words.
+    static void Refuse(const char* what, const SoapRequest& request, HttpResponse& response,
+                       const std::optional<std::string>& relatesTo = std::nullopt);
 
  private:
-    RequestLog log_;
+    Recent<nlohmann::json> requests_;
 };
 
 class SoapPorts {

@@ -30,12 +30,15 @@ constexpr std::size_t kBlockIdAt = VpcaDevice::kHeaderSize;
 constexpr std::size_t kAttributeCountAt = VpcaDevice::kHeaderSize;
 constexpr std::size_t kFirstAttributeAt = kAttributeCountAt + 1;
 
-std::uint16_t U16(Octets bytes, std::size_t at) {
-    return static_cast<std::uint16_t>(bytes[at] << 8 | bytes[at + 1]);
+std::uint32_t Number(Octets bytes) {
+    std::uint32_t number = 0;
+    for (const std::uint8_t byte : bytes)
+        number = number << 8 | byte;
+    return number;
 }
 
-std::uint32_t U32(Octets bytes, std::size_t at) {
-    return std::uint32_t{U16(bytes, at)} << 16 | U16(bytes, at + 2);
+std::uint16_t U16(Octets bytes, std::size_t at) {
+    return static_cast<std::uint16_t>(Number(bytes.subspan(at, 2)));
 }
 
 void SetU16(Bytes& bytes, std::size_t at, std::size_t value) {
@@ -69,18 +72,7 @@ class BodyReader {
         left_ = left_.subspan(count);
         return taken;
     }
-    std::uint8_t TakeU8() {
-        const Octets taken = Take(1);
-        return failed_ ? std::uint8_t{0} : taken[0];
-    }
-    std::uint16_t TakeU16() {
-        const Octets taken = Take(2);
-        return failed_ ? std::uint16_t{0} : U16(taken, 0);
-    }
-    std::uint32_t TakeU32() {
-        const Octets taken = Take(4);
-        return failed_ ? 0 : U32(taken, 0);
-    }
+    std::uint32_t TakeNumber(std::size_t size) { return Number(Take(size)); }
     bool ReadAll() const { return !failed_ && left_.empty(); }
 
  private:
@@ -141,7 +133,7 @@ struct Outcome {
 
 Outcome AnswerDataBlock(Octets body) {
     BodyReader reader(body);
-    const std::uint32_t id = reader.TakeU32();
+    const std::uint32_t id = reader.TakeNumber(4);
     if (!reader.ReadAll()) return {};
     auto data = FindBlock(id);
     if (!data && id != kBusyBlock) return {};
@@ -154,18 +146,18 @@ Outcome AnswerDataBlock(Octets body) {
 // The attributes in the order in which they are asked for, without those that the device does not have. What
 // the first word, the address and the 32-bit ids are for is not known: they only have to be well formed.
 Outcome AnswerAttributes(Octets body) {
-    constexpr std::uint8_t kLastAddressKind = 2;
-    constexpr std::uint8_t kAddressSize = 4;
+    constexpr std::uint32_t kLastAddressKind = 2;
+    constexpr std::uint32_t kAddressSize = 4;
     constexpr std::size_t kMostAttributes = 0xFF;  // the count is a byte
 
     BodyReader reader(body);
-    reader.TakeU16();
-    const std::uint8_t addressKind = reader.TakeU8();
-    const std::uint8_t addressSize = reader.TakeU8();
+    reader.Take(2);
+    const std::uint32_t addressKind = reader.TakeNumber(1);
+    const std::uint32_t addressSize = reader.TakeNumber(1);
     if (addressKind > kLastAddressKind || addressSize != (addressKind == 0 ? 0 : kAddressSize)) return {};
     reader.Take(addressSize);
-    reader.Take(std::size_t{4} * reader.TakeU16());
-    const Octets ids = reader.Take(std::size_t{2} * reader.TakeU16());
+    reader.Take(std::size_t{4} * reader.TakeNumber(2));
+    const Octets ids = reader.Take(std::size_t{2} * reader.TakeNumber(2));
     if (!reader.ReadAll()) return {};
 
     Outcome outcome{kSuccess, {0}};
@@ -228,11 +220,7 @@ std::optional<std::size_t> VpcaDevice::FrameSize(Octets start) {
 }
 
 VpcaReply VpcaDevice::Answer(Octets request) {
-    {
-        const std::scoped_lock lock(mutex_);
-        requests_.emplace_back(request.begin(), request.end());
-        if (requests_.size() > kKeptRequests) requests_.pop_front();
-    }
+    requests_.Add({request.begin(), request.end()});
     const auto fault = TakeFault().fault;
     Outcome outcome = Carry(request);
     if (fault && fault->status) {
@@ -253,11 +241,6 @@ VpcaReply VpcaDevice::Answer(Octets request) {
     Say("device: operation {}, {} bytes in, status {}, {} bytes out{}", U16(request, kOperationAt),
         request.size(), outcome.status, reply.bytes.size(), fault ? ", with a fault" : "");
     return reply;
-}
-
-std::vector<Bytes> VpcaDevice::Requests() const {
-    const std::scoped_lock lock(mutex_);
-    return {requests_.begin(), requests_.end()};
 }
 
 }  // namespace vlm::printer

@@ -10,12 +10,12 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <vector>
 
 #include "printer/shared/fault_slot.h"
+#include "printer/shared/recent.h"
 
 namespace vlm::printer {
 
@@ -56,13 +56,10 @@ class VpcaDevice : public FaultSlot<VpcaFault, &VpcaFault::requests> {
     // Requires one whole frame. A request that it does not understand or has nothing for is refused.
     VpcaReply Answer(std::span<const std::uint8_t> request);
 
-    std::vector<Bytes> Requests() const;  // the last kKeptRequests whole frames, oldest first
-
-    static constexpr std::size_t kKeptRequests = 100;
+    std::deque<Bytes> Requests() const { return requests_.All(); }  // the last whole frames, oldest first
 
  private:
-    mutable std::mutex mutex_;
-    std::deque<Bytes> requests_;
+    Recent<Bytes> requests_;
 };
 
 }  // namespace vlm::printer

@@ -2,7 +2,6 @@
 
 #include <utility>
 
-#include "printer/shared/say.h"
 #include "printer/soap/soap_message.h"
 #include "printer/wsd/wsd_request.h"
 
@@ -29,27 +28,18 @@ void WsdService::Answer(const HttpRequest& http, HttpResponse& response, const c
     nlohmann::json names = nlohmann::json::array();
     for (const ElementName& name : request.names)
         names.push_back(fmt::format("{{{}}}{}", name.uri, name.name));
-    Requests().Add({{"scheme", scheme},
-                    {"method", http.method},
-                    {"path", http.path},
-                    {"version", http.version},
-                    {"headers", ShownHeaders(http)},
-                    {"body", http.body.substr(0, kShownBody)},
-                    {"to", request.to},
-                    {"action", request.action},
-                    {"messageId", request.messageId},
-                    {"from", request.from},
-                    {"names", std::move(names)},
-                    {"findings", request.findings}});
-
-    if (request.findings.empty()) {
+    Log(http, scheme,
+        {{"body", http.body.substr(0, kShownBody)},
+         {"to", request.to},
+         {"action", request.action},
+         {"messageId", request.messageId},
+         {"from", request.from},
+         {"names", std::move(names)},
+         {"findings", request.findings}});
+    if (request.findings.empty())
         response.Set(WsdAnswer(request, machine_.State(), Style()), kSoapType);
-        return;
-    }
-    const Refusal refusal = RefusalOf(request);
-    Say("WSD request refused: {}", refusal.reason);
-    response.status = refusal.status;
-    response.Set(FaultMessage(refusal.code, refusal.reason, request.messageId), kSoapType);
+    else
+        Refuse("WSD request", request, response, request.messageId);
 }
 
 }  // namespace vlm::printer
