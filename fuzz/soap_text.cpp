@@ -64,7 +64,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     constexpr vlm::SoapField kFields[] = {{L"text", vlm::XsdType::kString, vlm::kSoapIn}};
     const vlm::SoapOperation operation{L"Say", text, kFields, {}};
     std::string message;
-    FUZZ_CHECK(vlm::CRpcEncodedGenerator().Generate(operation, {vlm::SoapValue(text)}, {}, &message));
+    FUZZ_CHECK(vlm::CRpcEncodedGenerator(&message).Generate(operation, {vlm::SoapValue(text)}, {}));
     for (const char c : message)
         FUZZ_CHECK(c >= ' ' && c <= '~');
 

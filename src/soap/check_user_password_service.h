@@ -39,7 +39,7 @@ class CCheckUserPasswordServiceT : public Client {
         SoapValues record = {
             std::move(username), std::move(domain), std::move(type), std::move(password), {}};
         hr = this->GenerateBody([&record](std::string* body) {
-            return CRpcEncodedGenerator().Generate(kOperation, record, {}, body);
+            return CRpcEncodedGenerator(body).Generate(kOperation, record, {});
         });
         if (SUCCEEDED(hr)) hr = this->SendRequest(Client::kEmptyAction);
         if (FAILED(hr)) return hr;

@@ -15,123 +15,80 @@ std::string Escaped(std::wstring_view text) {
 
 // ` name="value"`
 std::string Attribute(const char* name, std::wstring_view value) {
-    return std::string(" ").append(name).append("=\"").append(Escaped(value)).append("\"");
+    return std::string(" ") + name + "=\"" + Escaped(value) + "\"";
 }
 
-void AppendEndTag(std::wstring_view name, std::string* out) {
-    out->append("</").append(Escaped(name)).append(">");
+std::string ArrayAttributes(const SoapField& field, size_t count) {
+    const SoapUserType* const user = field.userType;
+    std::wstring type = user != nullptr ? L"q1:" : L"xsd:";
+    type += user != nullptr ? user->name : NameOf(field.type);
+    type += L"[" + std::to_wstring(count) + L"]";
+    return Attribute("soapenc:arrayType", type) +
+           (user != nullptr ? Attribute("xmlns:q1", user->uri) : Attribute("xmlns:xsd", ns::kSchema));
 }
 
 }  // namespace
 
-bool CResponseGenerator::Generate(const SoapOperation& operation, const SoapValues& record,
-                                  const SoapValues& headers, std::string* out) const {
+bool CRpcEncodedGenerator::Generate(const SoapOperation& operation, const SoapValues& record,
+                                    const SoapValues& headers) {
     if (record.size() != operation.fields.size() || headers.size() != operation.headers.size()) return false;
-    out->append("<soap:Envelope").append(Attribute("xmlns:soap", ns::kSoap12));
-    out->append(Attribute("xmlns:soapenc", ns::kSoap12Encoding)).append(">");
-    if (!AppendHeaders(operation, headers, out)) return false;
-    out->append("<soap:Body").append(BodyAttributes()).append(">");
-    StartMethod(operation, out);
+    out_ += "<soap:Envelope" + Attribute("xmlns:soap", ns::kSoap12) +
+            Attribute("xmlns:soapenc", ns::kSoap12Encoding) + ">";
+    if (!AppendHeaders(operation, headers)) return false;
+    out_ += "<soap:Body" + Attribute("soap:encodingStyle", ns::kSoap12Encoding) + ">";
+    const std::string method = "snp:" + Escaped(operation.name);
+    out_ += "<" + method + Attribute("xmlns:snp", operation.uri) + ">";
     for (size_t i = 0; i < record.size(); ++i) {
         const SoapField& field = operation.fields[i];
-        if ((field.flags & kSoapIn) == 0) continue;
-        if (!AppendField(field, record[i], FieldAttributes(operation), out)) return false;
+        if ((field.flags & kSoapIn) != 0 && !AppendField(field, record[i], {})) return false;
     }
-    EndMethod(operation, out);
-    out->append("</soap:Body></soap:Envelope>");
+    out_ += "</" + method + "></soap:Body></soap:Envelope>";
     return true;
 }
 
-bool CResponseGenerator::AppendHeaders(const SoapOperation& operation, const SoapValues& headers,
-                                       std::string* out) const {
+bool CRpcEncodedGenerator::AppendHeaders(const SoapOperation& operation, const SoapValues& headers) {
     if (headers.empty()) return true;
-    out->append("<soap:Header").append(Attribute("xmlns", operation.uri)).append(">");
+    out_ += "<soap:Header" + Attribute("xmlns", operation.uri) + ">";
     for (size_t i = 0; i < headers.size(); ++i) {
         const SoapField& field = operation.headers[i];
         const bool understand = (field.flags & kSoapMustUnderstand) != 0;
-        const std::string attributes = understand ? Attribute("soap:mustUnderstand", L"1") : std::string();
-        if (!AppendField(field, headers[i], attributes, out)) return false;
+        if (!AppendField(field, headers[i], understand ? Attribute("soap:mustUnderstand", L"1") : ""))
+            return false;
     }
-    out->append("</soap:Header>");
+    out_ += "</soap:Header>";
     return true;
 }
 
-bool CResponseGenerator::AppendField(const SoapField& field, const SoapValue& value,
-                                     const std::string& attributes, std::string* out) const {
-    out->append("<").append(Escaped(field.name)).append(attributes);
+bool CRpcEncodedGenerator::AppendField(const SoapField& field, const SoapValue& value,
+                                       const std::string& attributes) {
+    const std::string name = Escaped(field.name);
+    out_ += "<" + name + attributes;
     if (value.IsNull()) {
-        if ((field.flags & kSoapNullable) == 0) return false;
-        out->append(Attribute("xsi:nil", L"1"))
-            .append(Attribute("xmlns:xsi", ns::kSchemaInstance))
-            .append("/>");
-        return true;
+        out_ += Attribute("xsi:nil", L"1") + Attribute("xmlns:xsi", ns::kSchemaInstance) + "/>";
+        return (field.flags & kSoapNullable) != 0;
     }
-    if ((field.flags & kSoapArray) != 0) {
+    const bool isArray = (field.flags & kSoapArray) != 0;
+    if (isArray || field.userType != nullptr) {
         const SoapValues* const members = std::get_if<SoapValues>(&value);
         if (members == nullptr) return false;
-        out->append(ArrayAttributes(field, members->size())).append(">");
-        const SoapField item{L"item", field.type, field.flags & ~kSoapArray, field.userType};
-        for (const SoapValue& member : *members) {
-            if (!AppendField(item, member, {}, out)) return false;
-        }
+        out_ += (isArray ? ArrayAttributes(field, members->size()) : "") + ">";
+        if (!AppendMembers(field, *members)) return false;
     } else {
-        out->append(">");
-        if (!AppendContent(field, value, out)) return false;
+        out_ += ">";
+        if (!AppendValue(&out_, field.type, value)) return false;
     }
-    AppendEndTag(field.name, out);
+    out_ += "</" + name + ">";
     return true;
 }
 
-bool CResponseGenerator::AppendContent(const SoapField& field, const SoapValue& value,
-                                       std::string* out) const {
-    return field.userType != nullptr ? AppendMembers(field, value, out) : AppendValue(out, field.type, value);
-}
-
-bool CResponseGenerator::AppendMembers(const SoapField& field, const SoapValue& value,
-                                       std::string* out) const {
-    const SoapValues* const members = std::get_if<SoapValues>(&value);
-    const auto fields = field.userType->fields;
-    if (members == nullptr || members->size() != fields.size()) return false;
-    for (size_t i = 0; i < fields.size(); ++i) {
-        if (!AppendField(fields[i], (*members)[i], {}, out)) return false;
+bool CRpcEncodedGenerator::AppendMembers(const SoapField& field, const SoapValues& members) {
+    const bool isArray = (field.flags & kSoapArray) != 0;
+    if (!isArray && members.size() != field.userType->fields.size()) return false;
+    const SoapField item{L"item", field.type, field.flags & ~kSoapArray, field.userType};
+    for (size_t i = 0; i < members.size(); ++i) {
+        if (!AppendField(isArray ? item : field.userType->fields[i], members[i], {})) return false;
     }
     return true;
-}
-
-std::string CRpcEncodedGenerator::BodyAttributes() const {
-    return Attribute("soap:encodingStyle", ns::kSoap12Encoding);
-}
-
-void CRpcEncodedGenerator::StartMethod(const SoapOperation& operation, std::string* out) const {
-    out->append("<snp:")
-        .append(Escaped(operation.name))
-        .append(Attribute("xmlns:snp", operation.uri))
-        .append(">");
-}
-
-void CRpcEncodedGenerator::EndMethod(const SoapOperation& operation, std::string* out) const {
-    out->append("</snp:").append(Escaped(operation.name)).append(">");
-}
-
-std::string CRpcEncodedGenerator::ArrayAttributes(const SoapField& field, size_t count) const {
-    const bool user = field.userType != nullptr;
-    const std::wstring type = std::wstring(user ? L"q1:" : L"xsd:")
-                                  .append(user ? field.userType->name : NameOf(field.type))
-                                  .append(L"[" + std::to_wstring(count) + L"]");
-    return Attribute("soapenc:arrayType", type) +
-           (user ? Attribute("xmlns:q1", field.userType->uri) : Attribute("xmlns:xsd", ns::kSchema));
-}
-
-void CPADGenerator::StartMethod(const SoapOperation& operation, std::string* out) const {
-    out->append("<").append(Escaped(operation.name)).append(Attribute("xmlns", operation.uri)).append(">");
-}
-
-void CPADGenerator::EndMethod(const SoapOperation& operation, std::string* out) const {
-    AppendEndTag(operation.name, out);
-}
-
-std::string CPIDGenerator::FieldAttributes(const SoapOperation& operation) const {
-    return Attribute("xmlns", operation.uri);
 }
 
 }  // namespace vlm

@@ -4,7 +4,6 @@
 // in the table's order.
 #pragma once
 
-#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -14,74 +13,15 @@
 
 namespace vlm {
 
-// XML Schema's built-in types.
-enum class XsdType : std::uint8_t {
-    kString,
-    kNormalizedString,
-    kToken,
-    kLanguage,
-    kName,
-    kNcName,
-    kNmtoken,
-    kNmtokens,
-    kId,
-    kIdref,
-    kIdrefs,
-    kEntity,
-    kEntities,
-    kQName,
-    kNotation,
-    kAnyUri,
-    kBoolean,
-    kFloat,
-    kDouble,
-    kDecimal,
-    kInteger,
-    kNonPositiveInteger,
-    kNegativeInteger,
-    kNonNegativeInteger,
-    kPositiveInteger,
-    kLong,
-    kInt,
-    kShort,
-    kByte,
-    kUnsignedLong,
-    kUnsignedInt,
-    kUnsignedShort,
-    kUnsignedByte,
-    kHexBinary,
-    kBase64Binary,
-    kDuration,
-    kDateTime,
-    kTime,
-    kDate,
-    kGYearMonth,
-    kGYear,
-    kGMonthDay,
-    kGDay,
-    kGMonth,
-};
+// The built-in types of XML Schema that operations use.
+enum class XsdType : std::uint8_t { kString, kBoolean, kInt, kUnsignedInt };
 
 struct SoapValue;
 using SoapValues = std::vector<SoapValue>;
 
 // A null, a value of a built-in type, or the members of an array or a user type.
-//   bool           boolean
-//   int64_t        long, int, short, byte
-//   uint64_t       their unsigned counterparts
-//   double         float, double
-//   bytes          hexBinary, base64Binary
-//   wstring        all others in their lexical form, for want of a C++ type that holds such a decimal or date
-struct SoapValue : std::variant<std::monostate, bool, std::int64_t, std::uint64_t, double,
-                                std::vector<std::byte>, std::wstring, SoapValues> {
+struct SoapValue : std::variant<std::monostate, std::wstring, bool, std::int32_t, std::uint32_t, SoapValues> {
     using variant::variant;
-    // Out of line, so that eight types' worth of copying is not repeated wherever a value is handed on.
-    SoapValue();
-    SoapValue(const SoapValue&);
-    SoapValue(SoapValue&&) noexcept;
-    SoapValue& operator=(const SoapValue&);
-    SoapValue& operator=(SoapValue&&) noexcept;
-    ~SoapValue();
     bool IsNull() const { return index() == 0; }
 };
 
@@ -93,13 +33,6 @@ enum SoapFlags : unsigned {
     kSoapMustUnderstand = 0x10,  // headers only
 };
 
-constexpr std::uint32_t HashOfName(std::wstring_view name) {
-    std::uint32_t hash = 2166136261u;
-    for (const wchar_t c : name)
-        hash = (hash ^ static_cast<std::uint32_t>(c & 0x1FFFFF)) * 16777619u;
-    return hash;
-}
-
 struct SoapUserType;
 
 struct SoapField {
@@ -107,7 +40,6 @@ struct SoapField {
     XsdType type = XsdType::kString;
     unsigned flags = 0;
     const SoapUserType* userType = nullptr;  // in place of `type`
-    std::uint32_t hash = HashOfName(name);
 };
 
 struct SoapUserType {
@@ -123,15 +55,15 @@ struct SoapOperation {
     std::span<const SoapField> headers;
 };
 
-// The name as XML Schema has it, such as "unsignedInt".
+// The name in XML Schema, such as "unsignedInt".
 std::wstring_view NameOf(XsdType type);
 
-// Appends `value` in the lexical form of `type`, escaped. False, with nothing useful appended, when the value
-// is of another kind or is text outside the lexical form.
+// Appends `value` in the lexical form of `type`, escaped. False, with nothing appended, when the value is of
+// another type.
 bool AppendValue(std::string* out, XsdType type, const SoapValue& value);
 
-// Reads text in the lexical form of `type`, white space treated as the type demands. False for anything else,
-// and for a number that the value cannot hold.
+// Reads text in the lexical form of `type`; white space around anything but a string does not count. False
+// for any other text, and for a number outside the type's range.
 bool ParseValue(XsdType type, std::wstring_view text, SoapValue* value);
 
 }  // namespace vlm

@@ -9,171 +9,105 @@ namespace vlm {
 
 namespace {
 
-bool IsTrue(std::wstring_view text) {
-    SoapValue value;
-    return ParseValue(XsdType::kBoolean, text, &value) && std::get<bool>(value);
-}
-
 bool HasTrue(const XmlAttributes& attributes, std::wstring_view uri, std::wstring_view local) {
     return std::any_of(attributes.begin(), attributes.end(), [&](const XmlAttribute& attribute) {
-        return attribute.name.uri == uri && attribute.name.local == local && IsTrue(attribute.value);
+        SoapValue value;
+        return attribute.name.uri == uri && attribute.name.local == local &&
+               ParseValue(XsdType::kBoolean, attribute.value, &value) && std::get<bool>(value);
     });
-}
-
-const SoapField* FindField(std::span<const SoapField> fields, std::wstring_view name) {
-    const std::uint32_t hash = HashOfName(name);
-    const auto same = [&](const SoapField& field) { return field.hash == hash && field.name == name; };
-    const auto found = std::find_if(fields.begin(), fields.end(), same);
-    return found == fields.end() ? nullptr : &*found;
 }
 
 }  // namespace
 
-CVlSoapRootHandler::CVlSoapRootHandler(const SoapOperation& operation, SoapValues* record)
-    : operation_(operation), responseName_(std::wstring(operation.name) + L"Response"), record_(record) {}
-
 HRESULT CVlSoapRootHandler::OnStart(const XmlName& name, const XmlAttributes& attributes) {
-    if (skip_.IsSkipping()) {
-        skip_.Start();
-        return S_OK;
-    }
-    switch (state_) {
-        case State::kStart:
-            if (name.uri != ns::kSoap12 || name.local != L"Envelope") return E_FAIL;
-            state_ = State::kEnvelope;
-            return S_OK;
-        case State::kEnvelope:
-            return StartInEnvelope(name);
-        case State::kHeader:
-            return StartInHeader(name, attributes);
-        case State::kBody:
-            return StartInBody(name);
-        case State::kResponse:
-            return StartField(name, attributes);
-        case State::kAfterResponse:
-            break;
-    }
-    skip_.Start();
-    return S_OK;
-}
-
-HRESULT CVlSoapRootHandler::StartInEnvelope(const XmlName& name) {
-    if (name.uri != ns::kSoap12 || bodySeen_) return E_FAIL;
-    if (name.local == L"Header" && !headerSeen_) {
-        state_ = State::kHeader;
-        headerSeen_ = true;
-    } else if (name.local == L"Body") {
-        state_ = State::kBody;
-        bodySeen_ = true;
-    } else {
-        return E_FAIL;
-    }
-    return S_OK;
-}
-
-HRESULT CVlSoapRootHandler::StartInHeader(const XmlName& name, const XmlAttributes& attributes) {
-    const bool known = name.uri == operation_.uri && FindField(operation_.headers, name.local) != nullptr;
-    if (!known && HasTrue(attributes, ns::kSoap12, L"mustUnderstand")) return E_FAIL;
-    // Nothing here takes a header's value.
-    skip_.Start();
-    return S_OK;
-}
-
-HRESULT CVlSoapRootHandler::StartInBody(const XmlName& name) {
-    if (name.uri != operation_.uri || name.local != responseName_) return E_FAIL;
-    state_ = State::kResponse;
-    responseSeen_ = true;
-    const auto fields = operation_.fields;
-    levels_.push_back({fields, record_, kSoapOut, std::vector<bool>(fields.size()), false, {}});
-    return S_OK;
-}
-
-HRESULT CVlSoapRootHandler::StartField(const XmlName& name, const XmlAttributes& attributes) {
-    if (value_ != nullptr) {  // an element in a plain value
-        skip_.Start();
-        return S_OK;
-    }
-    Level& level = levels_.back();
-    if (level.isArray) {
-        level.values->emplace_back();
-        return StartValue(level.item, &level.values->back(), attributes);
-    }
-    const bool mayBeField = name.uri.empty() || name.uri == operation_.uri;
-    const SoapField* const field = mayBeField ? FindField(level.fields, name.local) : nullptr;
-    if (field == nullptr || (field->flags & level.needed) != level.needed) {
-        skip_.Start();
-        return S_OK;
-    }
-    const auto index = static_cast<size_t>(field - level.fields.data());
-    if (level.seen[index]) return E_FAIL;
-    level.seen[index] = true;
-    return StartValue(*field, &(*level.values)[index], attributes);
-}
-
-HRESULT CVlSoapRootHandler::StartValue(const SoapField& field, SoapValue* value,
-                                       const XmlAttributes& attributes) {
-    isNull_ = HasTrue(attributes, ns::kSchemaInstance, L"nil");
-    if (isNull_ && (field.flags & kSoapNullable) == 0) return E_FAIL;
-    const bool isArray = (field.flags & kSoapArray) != 0;
-    if (isNull_ || (!isArray && field.userType == nullptr)) {
-        field_ = &field;
-        value_ = value;
-        text_.Clear();
-        return S_OK;
-    }
-    *value = SoapValue(SoapValues());
-    SoapValues* const members = &std::get<SoapValues>(*value);
-    if (isArray) {
-        const SoapField item{field.name, field.type, field.flags & ~unsigned{kSoapArray}, field.userType};
-        levels_.push_back({{}, members, 0, {}, true, item});
-    } else {
-        const auto fields = field.userType->fields;
-        members->resize(fields.size());
-        levels_.push_back({fields, members, 0, std::vector<bool>(fields.size()), false, {}});
-    }
+    open_.push_back({std::wstring(name.uri),
+                     std::wstring(name.local),
+                     HasTrue(attributes, ns::kSchemaInstance, L"nil"),
+                     HasTrue(attributes, ns::kSoap12, L"mustUnderstand"),
+                     {},
+                     {}});
     return S_OK;
 }
 
 HRESULT CVlSoapRootHandler::OnText(std::wstring_view text) {
-    if (value_ != nullptr && !skip_.IsSkipping()) text_.Append(text);
+    open_.back().text += text;
     return S_OK;
 }
 
 HRESULT CVlSoapRootHandler::OnEnd(const XmlName&) {
-    if (skip_.IsSkipping()) {
-        skip_.End();
-        return S_OK;
-    }
-    if (value_ != nullptr) {
-        SoapValue* const value = std::exchange(value_, nullptr);
-        if (isNull_) {
-            *value = SoapValue();
-            return S_OK;
-        }
-        return ParseValue(field_->type, text_.Text(), value) ? S_OK : E_FAIL;
-    }
-    if (!levels_.empty()) return EndLevel();
-    // The end of the Header, the Body or the Envelope.
-    state_ = State::kEnvelope;
-    return S_OK;
-}
-
-// Whatever was not there has to be one that may be null.
-HRESULT CVlSoapRootHandler::EndLevel() {
-    const Level& level = levels_.back();
-    for (size_t i = 0; i < level.seen.size(); ++i) {
-        const SoapField& field = level.fields[i];
-        if (level.seen[i] || (field.flags & level.needed) != level.needed) continue;
-        if ((field.flags & kSoapNullable) == 0) return E_FAIL;
-        (*level.values)[i] = SoapValue();
-    }
-    levels_.pop_back();
-    if (levels_.empty()) state_ = State::kAfterResponse;
+    if (open_.size() == 1) return E_FAIL;
+    Element element = std::move(open_.back());
+    open_.pop_back();
+    open_.back().children.push_back(std::move(element));
     return S_OK;
 }
 
 HRESULT CVlSoapRootHandler::OnDocumentEnd() {
-    return responseSeen_ ? S_OK : E_FAIL;
+    const std::vector<Element>& roots = open_.front().children;
+    return roots.size() == 1 && ReadEnvelope(roots.front()) ? S_OK : E_FAIL;
+}
+
+bool CVlSoapRootHandler::ReadEnvelope(const Element& envelope) const {
+    const auto isSoap = [](const Element& element, std::wstring_view name) {
+        return element.uri == ns::kSoap12 && element.local == name;
+    };
+    if (!isSoap(envelope, L"Envelope")) return false;
+    std::span<const Element> parts = envelope.children;
+    if (!parts.empty() && isSoap(parts.front(), L"Header")) {
+        if (!Understands(parts.front())) return false;
+        parts = parts.subspan(1);
+    }
+    if (parts.size() != 1 || !isSoap(parts.front(), L"Body")) return false;
+    const std::vector<Element>& body = parts.front().children;
+    if (body.empty() || body.front().uri != operation_.uri) return false;
+    const bool isResponse = body.front().local == std::wstring(operation_.name) + L"Response";
+    return isResponse && ReadFields(body.front(), operation_.fields, kSoapOut, record_);
+}
+
+bool CVlSoapRootHandler::Understands(const Element& header) const {
+    return std::all_of(header.children.begin(), header.children.end(), [&](const Element& entry) {
+        const auto isEntry = [&](const SoapField& field) { return field.name == entry.local; };
+        const auto& known = operation_.headers;
+        return !entry.mustUnderstand ||
+               (entry.uri == operation_.uri && std::any_of(known.begin(), known.end(), isEntry));
+    });
+}
+
+bool CVlSoapRootHandler::ReadFields(const Element& parent, std::span<const SoapField> fields,
+                                    unsigned neededFlags, SoapValues* values) const {
+    for (size_t i = 0; i < fields.size(); ++i) {
+        const SoapField& field = fields[i];
+        if ((field.flags & neededFlags) != neededFlags) continue;
+        const Element* found = nullptr;
+        for (const Element& child : parent.children) {
+            const bool isField =
+                child.local == field.name && (child.uri.empty() || child.uri == operation_.uri);
+            if (!isField) continue;
+            if (found != nullptr) return false;
+            found = &child;
+        }
+        if (!ReadField(found, field, &(*values)[i])) return false;
+    }
+    return true;
+}
+
+bool CVlSoapRootHandler::ReadField(const Element* element, const SoapField& field, SoapValue* value) const {
+    *value = {};
+    if (element == nullptr || element->isNull) return (field.flags & kSoapNullable) != 0;
+    const bool isArray = (field.flags & kSoapArray) != 0;
+    if (!isArray && field.userType == nullptr) return ParseValue(field.type, element->text, value);
+
+    SoapValues members(isArray ? element->children.size() : field.userType->fields.size());
+    if (isArray) {
+        const SoapField item{field.name, field.type, field.flags & ~kSoapArray, field.userType};
+        for (size_t i = 0; i < members.size(); ++i) {
+            if (!ReadField(&element->children[i], item, &members[i])) return false;
+        }
+    } else if (!ReadFields(*element, field.userType->fields, 0, &members)) {
+        return false;
+    }
+    *value = std::move(members);
+    return true;
 }
 
 }  // namespace vlm

@@ -237,7 +237,7 @@ TEST_F(SoapRpc, SurvivesDamagedAnswers) {
 constexpr SoapField kPointFields[] = {{L"x", XsdType::kInt}, {L"y", XsdType::kInt, kSoapNullable}};
 constexpr SoapUserType kPoint{L"Point", L"urn:types", kPointFields};
 constexpr SoapField kFields[] = {{L"asked", XsdType::kString, kSoapIn},
-                                 {L"return", XsdType::kDate, kSoapOut},
+                                 {L"return", XsdType::kUnsignedInt, kSoapOut},
                                  {L"names", XsdType::kString, kSoapOut | kSoapArray | kSoapNullable},
                                  {L"points", XsdType::kString, kSoapOut | kSoapArray, &kPoint}};
 constexpr SoapField kHeaders[] = {{L"session", XsdType::kString}};
@@ -260,26 +260,26 @@ TEST_F(SoapRpc, ReadsArraysAndUserTypes) {
     const auto point = [](SoapValue x, SoapValue y) {
         return SoapValue(SoapValues{std::move(x), std::move(y)});
     };
-    const auto number = [](std::int64_t n) { return SoapValue(n); };
+    const auto number = [](std::int32_t n) { return SoapValue(n); };
     const SoapValue allPoints(
         SoapValues{point(number(7), {}), point(number(-1), {}), point(number(1), number(2))});
-    const SoapValue date(std::wstring(L"2026-11-21"));
+    const SoapValue count(std::uint32_t{21});
     SoapValues record;
 
-    ASSERT_EQ(read(points + "<names><a>n</a><b/></names><return> 2026-11-21 </return>", &record), S_OK);
+    ASSERT_EQ(read(points + "<names><a>n</a><b/></names><return> 21 </return>", &record), S_OK);
     EXPECT_EQ(record[0], SoapValue(std::wstring(L"kept")));
-    EXPECT_EQ(record[1], date);
+    EXPECT_EQ(record[1], count);
     EXPECT_EQ(record[2], SoapValue(SoapValues{SoapValue(std::wstring(L"n")), SoapValue(std::wstring())}));
     EXPECT_EQ(record[3], allPoints);
 
-    ASSERT_EQ(read("<points/><return>2026-11-21</return><names" + nil + "/>", &record), S_OK);
+    ASSERT_EQ(read("<points/><return>21</return><names" + nil + "/>", &record), S_OK);
     EXPECT_TRUE(record[2].IsNull());
     EXPECT_EQ(record[3], SoapValue(SoapValues()));
 
-    const char* const refused[] = {"<return>2026-11-31</return><points/>", "<return>2026-11-21</return>",
-                                   "<return>2026-11-21</return><points><p><y>1</y></p></points>",
-                                   "<return>2026-11-21</return><points><p><x>1</x><x>1</x></p></points>",
-                                   "<return>2026-11-21</return><points><p><x>a</x></p></points>"};
+    const char* const refused[] = {"<return>-1</return><points/>", "<return>21</return>",
+                                   "<return>21</return><points><p><y>1</y></p></points>",
+                                   "<return>21</return><points><p><x>1</x><x>1</x></p></points>",
+                                   "<return>21</return><points><p><x>a</x></p></points>"};
     for (const char* content : refused)
         EXPECT_EQ(read(content, &record), E_FAIL) << content;
 }
