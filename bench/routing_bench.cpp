@@ -21,6 +21,7 @@
 #include "tests/support/bidi_lower_monitor.h"
 #include "tests/support/resources.h"
 #include "tests/support/scripted_server.h"
+#include "util/namespaces.h"
 #include "util/trace.h"
 #include "util/vlxml.h"
 
@@ -92,9 +93,9 @@ std::vector<_bstr_t> FiltersOf(const wchar_t* fileList, const std::string& answe
     document.Init();
     ComPtr<IStream> stream;
     MakeStream(answer, stream.Receive());
-    document.LoadStream(stream.Get(), kWsdPrintNamespace);
+    document.LoadStream(stream.Get(), ns::kWsdPrint);
     document.SetSelectionNamespaces(
-        {{L"pri", kWsdPrintNamespace}, {L"vln", L"http://velun.example/wsd/print/2026"}});
+        {{L"pri", ns::kWsdPrint}, {L"vln", L"http://velun.example/wsd/print/2026"}});
     std::vector<_bstr_t> filters;
     QueryBudget budget;
     const AnswerSearch search(document, ShapeOf(answer), budget);

@@ -6,16 +6,16 @@
 #include "fuzz_input.h"
 #include "tests/soap/expat_events.h"
 #include "tests/soap/random_document.h"
+#include "util/namespaces.h"
 
 namespace {
 
 using vlm::NamespaceDeclaration;
 
-const std::vector<NamespaceDeclaration> kQueries[] = {
-    {},
-    {{L"wprt", std::wstring(vlm::ns::kWsdPrint)}, {L"p", L"urn:c"}},
-    {{L"pri", L"urn:a"}},
-    {{L"ns1", L"urn:b"}, {L"q", std::wstring(vlm::ns::kWsdPrint)}}};
+const std::vector<NamespaceDeclaration> kQueries[] = {{},
+                                                      {{L"wprt", vlm::ns::kWsdPrint}, {L"p", L"urn:c"}},
+                                                      {{L"pri", L"urn:a"}},
+                                                      {{L"ns1", L"urn:b"}, {L"q", vlm::ns::kWsdPrint}}};
 
 constexpr int kShallow = 2;  // how deep a random document begins: its size is time
 
@@ -47,7 +47,7 @@ class Prefixes : public vlm::Meaning {
     size_t elements = 0;
     size_t attributes = 0;
     size_t longestPrefix = 4;  // "wprt", "ns63"
-    size_t longestUri = vlm::ns::kWsdPrint.size();
+    size_t longestUri = std::size(vlm::ns::kWsdPrint);
 };
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "bidi/engine_error.h"
 #include "util/handles.h"
+#include "util/namespaces.h"
 #include "util/trace.h"
 #include "util/xml_bounds.h"
 
@@ -156,7 +157,7 @@ SchemaElement ReadExtensionFile(const std::wstring& path, QueryBudget& budget) {
     budget.Spend(Expense::kFileBytes, text.size(), path);
     CXMLDoc document;
     document.Init();
-    document.LoadFileBytes(path.c_str(), text, kBidiNamespace);
+    document.LoadFileBytes(path.c_str(), text, ns::kBidi);
     const ComPtr<IXMLDOMElement> root = document.Root();
     if (!root) ThrowEngineError(E_FAIL);
     return Reader(path, document.Namespaces(), budget).Read(root.Get());

@@ -7,11 +7,12 @@
 #include <utility>
 
 #include "bidi/answer_pass.h"
+#include "bidi/engine_documents.h"
 #include "bidi/engine_error.h"
 #include "bidi/extension_files.h"
 #include "bidi/parameters.h"
 #include "bidi/schema_tree.h"
-#include "bidi/xml_text.h"
+#include "util/namespaces.h"
 #include "util/scope_exit.h"
 #include "util/streams.h"
 #include "util/trace.h"
@@ -207,7 +208,7 @@ void CVelunBidiSpl::Bind(std::string_view response) {
     auto bound = std::make_unique<BoundAnswer>(ShapeOf(response), budget_);
     CXMLDoc& wsd = bound->document;
     wsd.Init();
-    wsd.LoadBytes(response, kWsdPrintNamespace);
+    wsd.LoadBytes(response, ns::kWsdPrint);
 
     // Filters use the prefixes of their extension file, and those of the answer. Only the first Schema's must
     // not differ from the answer's: of the others "Get" sees nothing.

@@ -6,10 +6,10 @@
 #include <string>
 #include <utility>
 
-#include "soap/namespaces.h"
 #include "soap/soap_generator.h"
 #include "soap/soap_root_handler.h"
 #include "soap/soap_wininet_client.h"
+#include "util/namespaces.h"
 
 namespace vlm::CheckUserPasswordService {
 

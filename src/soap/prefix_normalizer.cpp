@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <utility>
 
-#include "soap/namespaces.h"
+#include "util/namespaces.h"
 #include "util/xml_names.h"
+#include "util/xml_text.h"
 
 namespace vlm {
 
@@ -13,38 +14,20 @@ namespace {
 constexpr std::wstring_view kPrintServicePrefix = L"pri";
 
 // Content and attribute values from a parser, put back so that a parser reads the same again: white space
-// that a parser would normalise away is written as a reference.
-void AppendValue(std::wstring* out, std::wstring_view text, bool inAttribute) {
-    const std::wstring_view special = inAttribute ? L"&<\"\t\n\r" : L"&<>\r";
-    for (;;) {
-        const size_t plain = text.find_first_of(special);
-        *out += text.substr(0, plain);
-        if (plain == std::wstring_view::npos) return;
-        switch (text[plain]) {
-            case L'&':
-                *out += L"&amp;";
-                break;
-            case L'<':
-                *out += L"&lt;";
-                break;
-            case L'>':
-                *out += L"&gt;";
-                break;
-            case L'"':
-                *out += L"&quot;";
-                break;
-            default:
-                *out += L"&#" + std::to_wstring(static_cast<unsigned>(text[plain])) + L";";
-        }
-        text.remove_prefix(plain + 1);
-    }
+// that a parser would normalise away is written as a reference, what need not be one stays readable.
+void AppendContent(std::wstring* out, std::wstring_view text) {
+    AppendEscaped(out, text, L"&<>\r");
+}
+
+void AppendAttributeValue(std::wstring* out, std::wstring_view text) {
+    AppendEscaped(out, text, L"&<\"\t\n\r");
 }
 
 void AppendDeclaration(std::wstring* out, std::wstring_view prefix, std::wstring_view uri) {
     *out += prefix.empty() ? L" xmlns" : L" xmlns:";
     *out += prefix;
     *out += L"=\"";
-    AppendValue(out, uri, true);
+    AppendAttributeValue(out, uri);
     *out += L'"';
 }
 
@@ -132,14 +115,14 @@ void PrefixNormalizer::Text(std::wstring_view text) {
     CloseTag();
     const size_t end = text.find_last_not_of(kXmlSpace) + 1;
     if (end > 0) {
-        AppendValue(&content_, std::exchange(heldSpace_, {}), false);
-        AppendValue(&content_, text.substr(0, end), false);
+        AppendContent(&content_, std::exchange(heldSpace_, {}));
+        AppendContent(&content_, text.substr(0, end));
     }
     heldSpace_ += text.substr(end);
 }
 
 void PrefixNormalizer::ReleaseSpace() {
-    AppendValue(&content_, std::exchange(heldSpace_, {}), false);
+    AppendContent(&content_, std::exchange(heldSpace_, {}));
 }
 
 std::wstring PrefixNormalizer::Finish() const {
@@ -232,7 +215,7 @@ void PrefixNormalizer::AppendAttribute(std::wstring* out, const XmlAttribute& at
     AppendName(out, name.uri.empty() ? L"" : AttributePrefix(FindOrAdd(name.uri)), name.local);
     *out += L"=\"";
     const std::wstring_view value = TrimXmlSpace(attribute.value);
-    AppendValue(out, holdsName ? MapName(value) : value, true);
+    AppendAttributeValue(out, holdsName ? MapName(value) : value);
     *out += L'"';
 }
 

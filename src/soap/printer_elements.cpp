@@ -3,11 +3,11 @@
 #include <cwchar>
 #include <string>
 
-#include "soap/namespaces.h"
 #include "soap/prefix_normalizer.h"
 #include "soap/printer_service.h"
 #include "soap/query_document.h"
 #include "soap/streams.h"
+#include "util/namespaces.h"
 #include "util/sax.h"
 #include "util/text.h"
 #include "util/trace.h"

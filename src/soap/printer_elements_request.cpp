@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "soap/namespaces.h"
-#include "soap/xml_text.h"
+#include "util/namespaces.h"
+#include "util/xml_text.h"
 
 namespace vlm {
 
@@ -11,7 +11,7 @@ namespace {
 
 void AppendElement(std::string* out, const char* name, std::wstring_view text) {
     out->append("<").append(name).append(">");
-    AppendEscaped(out, text);
+    AppendEscapedAscii(out, text);
     out->append("</").append(name).append(">");
 }
 
@@ -23,9 +23,9 @@ void AppendEndpoint(std::string* out, const char* name, std::wstring_view addres
 
 void AppendDeclaration(std::string* out, std::wstring_view prefix, std::wstring_view uri) {
     *out += " xmlns:";
-    AppendEscaped(out, prefix);
+    AppendEscapedAscii(out, prefix);
     *out += "=\"";
-    AppendEscaped(out, uri);
+    AppendEscapedAscii(out, uri);
     *out += '"';
 }
 

@@ -29,32 +29,31 @@ bool ParsePort(std::wstring_view digits, std::uint16_t* port) {
     return true;
 }
 
-// Splits "host", "host:", "host:port", "[v6]", "[v6]:port" or a bare IPv6 address. `port` is left as it is
-// when the text names none.
+// What a URL allows beyond ParseHostPort(): nothing behind the colon, and a bare IPv6 address.
 bool ParseAuthority(std::wstring_view authority, std::wstring* host, std::uint16_t* port) {
-    std::wstring_view name = authority;
-    std::wstring_view rest;
-    if (authority.starts_with(L'[')) {
-        const size_t bracket = authority.find(L']');
-        if (bracket == std::wstring_view::npos) return false;
-        name = authority.substr(0, bracket + 1);
-        rest = authority.substr(bracket + 1);
-        if (!rest.empty() && rest.front() != L':') return false;
-        if (name.find_first_not_of(L"0123456789abcdefABCDEF:.%", 1) != bracket || bracket == 1) return false;
-    } else if (std::count(authority.begin(), authority.end(), L':') > 1) {
-        return ParseAuthority(L"[" + std::wstring(authority) + L"]", host, port);
-    } else {
-        name = authority.substr(0, authority.find(L':'));
-        rest = authority.substr(name.size());
-        if (name.find_first_of(L"@[]\\<>\"^`{|}") != std::wstring_view::npos) return false;
-    }
-    if (name.empty() || name.size() > kLongestHost) return false;
-    if (rest.size() > 1 && !ParsePort(rest.substr(1), port)) return false;
-    *host = name;
-    return true;
+    if (!authority.starts_with(L'[') && std::count(authority.begin(), authority.end(), L':') > 1)
+        return ParseHostPort(L"[" + std::wstring(authority) + L"]", host, port);
+    if (authority.ends_with(L':')) authority.remove_suffix(1);
+    return ParseHostPort(authority, host, port);
 }
 
 }  // namespace
+
+bool ParseHostPort(std::wstring_view text, std::wstring* host, std::uint16_t* port) {
+    const bool isAddress = text.starts_with(L'[');
+    const size_t end = isAddress ? text.find(L']') + 1 : std::min(text.find(L':'), text.size());
+    const std::wstring_view name = text.substr(0, end);
+    if (name.empty() || name.size() > kLongestHost) return false;
+    if (isAddress) {
+        if (end == 2 || name.find_first_not_of(L"0123456789abcdefABCDEF:.%", 1) != end - 1) return false;
+    } else if (name.find_first_of(L"@[]\\<>\"^`{|}") != std::wstring_view::npos) {
+        return false;
+    }
+    const std::wstring_view rest = text.substr(end);
+    if (!rest.empty() && (rest.front() != L':' || !ParsePort(rest.substr(1), port))) return false;
+    *host = name;
+    return true;
+}
 
 bool ParseServiceUrl(std::wstring_view text, std::wstring_view defaultPath, ServiceUrl* url) {
     if (text.size() > kLongestUrl) return false;

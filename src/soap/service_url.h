@@ -24,4 +24,8 @@ struct ServiceUrl {
 // characters.
 bool ParseServiceUrl(std::wstring_view text, std::wstring_view defaultPath, ServiceUrl* url);
 
+// Reads "host", "host:port", "[IPv6]" or "[IPv6]:port". `port` stays without one. False, with nothing
+// changed, for anything else; the host's name is not looked up.
+bool ParseHostPort(std::wstring_view text, std::wstring* host, std::uint16_t* port);
+
 }  // namespace vlm

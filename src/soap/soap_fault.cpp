@@ -1,6 +1,6 @@
 #include "soap/soap_fault.h"
 
-#include "soap/namespaces.h"
+#include "util/namespaces.h"
 #include "util/xml_names.h"
 
 namespace vlm {

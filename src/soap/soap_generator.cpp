@@ -1,7 +1,7 @@
 #include "soap/soap_generator.h"
 
-#include "soap/namespaces.h"
-#include "soap/xml_text.h"
+#include "util/namespaces.h"
+#include "util/xml_text.h"
 
 namespace vlm {
 
@@ -9,7 +9,7 @@ namespace {
 
 std::string Escaped(std::wstring_view text) {
     std::string escaped;
-    AppendEscaped(&escaped, text);
+    AppendEscapedAscii(&escaped, text);
     return escaped;
 }
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "soap/namespaces.h"
+#include "util/namespaces.h"
 
 namespace vlm {
 

@@ -1,8 +1,8 @@
 #include <utility>
 
 #include "soap/soap_record.h"
-#include "soap/xml_text.h"
 #include "util/xml_names.h"
+#include "util/xml_text.h"
 
 namespace vlm {
 
@@ -66,7 +66,8 @@ bool AppendValue(std::string* out, XsdType type, const SoapValue& value) {
     const auto appendNumber = [out](auto number) { *out += std::to_string(number); };
     switch (type) {
         case XsdType::kString:
-            return AppendKind<std::wstring>(value, [out](const auto& text) { AppendEscaped(out, text); });
+            return AppendKind<std::wstring>(value,
+                                            [out](const auto& text) { AppendEscapedAscii(out, text); });
         case XsdType::kBoolean:
             return AppendKind<bool>(value, [out](bool truth) { *out += truth ? "true" : "false"; });
         case XsdType::kInt:

@@ -22,9 +22,6 @@
 namespace vlm {
 
 inline constexpr wchar_t kDefaultNamespaceDeclaration[] = L"defNsPfx";
-// The platform's Bidi schema, and the WSD print service.
-inline constexpr wchar_t kBidiNamespace[] = L"http://schemas.microsoft.com/windows/2005/03/printing/bidi";
-inline constexpr wchar_t kWsdPrintNamespace[] = L"http://schemas.microsoft.com/windows/2006/08/wdp/print";
 
 class CXMLDoc {
  public:

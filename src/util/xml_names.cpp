@@ -19,10 +19,10 @@ struct Range {
     std::uint32_t last;
 };
 
-constexpr Range kNameStart[] = {{':', ':'},       {'A', 'Z'},       {'_', '_'},       {'a', 'z'},
-                                {0xC0, 0xD6},     {0xD8, 0xF6},     {0xF8, 0x2FF},    {0x370, 0x37D},
-                                {0x37F, 0x1FFF},  {0x200C, 0x200D}, {0x2070, 0x218F}, {0x2C00, 0x2FEF},
-                                {0x3001, 0xD7FF}, {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF}};
+constexpr Range kNameStart[] = {{'A', 'Z'},       {'_', '_'},       {'a', 'z'},        {0xC0, 0xD6},
+                                {0xD8, 0xF6},     {0xF8, 0x2FF},    {0x370, 0x37D},    {0x37F, 0x1FFF},
+                                {0x200C, 0x200D}, {0x2070, 0x218F}, {0x2C00, 0x2FEF},  {0x3001, 0xD7FF},
+                                {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF}};
 constexpr Range kNameFurther[] = {{'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}};
 
 template <size_t N>
@@ -51,27 +51,13 @@ std::uint32_t NextCharacter(std::wstring_view text, size_t* position) {
     return IsHighSurrogate(c) || IsLowSurrogate(c) ? 0xFFFD : c;
 }
 
-bool IsNmtoken(std::wstring_view text) {
+bool IsNcName(std::wstring_view text) {
     for (size_t position = 0; position < text.size();) {
+        const bool first = position == 0;
         const std::uint32_t c = NextCharacter(text, &position);
-        if (!IsIn(kNameStart, c) && !IsIn(kNameFurther, c)) return false;
+        if (!IsIn(kNameStart, c) && (first || !IsIn(kNameFurther, c))) return false;
     }
     return !text.empty();
-}
-
-bool IsXmlName(std::wstring_view text) {
-    size_t position = 0;
-    return !text.empty() && IsIn(kNameStart, NextCharacter(text, &position)) && IsNmtoken(text);
-}
-
-bool IsNcName(std::wstring_view text) {
-    return text.find(L':') == std::wstring_view::npos && IsXmlName(text);
-}
-
-bool IsQName(std::wstring_view text) {
-    const size_t colon = text.find(L':');
-    if (colon == std::wstring_view::npos) return IsNcName(text);
-    return IsNcName(text.substr(0, colon)) && IsNcName(text.substr(colon + 1));
 }
 
 }  // namespace vlm

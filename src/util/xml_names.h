@@ -23,9 +23,7 @@ std::wstring_view TrimXmlSpace(std::wstring_view text);
 // which is no character at all, becomes U+FFFD.
 std::uint32_t NextCharacter(std::wstring_view text, size_t* position);
 
-bool IsNmtoken(std::wstring_view text);
-bool IsXmlName(std::wstring_view text);
+// A name without a colon.
 bool IsNcName(std::wstring_view text);
-bool IsQName(std::wstring_view text);
 
 }  // namespace vlm

@@ -9,12 +9,12 @@
 #include <random>
 #include <set>
 
-#include "bidi/xml_text.h"
 #include "soap/printer_elements.h"
 #include "tools/vlmctl/bidi/answer_check.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/extension_files/check.h"
 #include "util/text.h"
+#include "util/xml_text.h"
 
 namespace vlm::ctl {
 namespace {

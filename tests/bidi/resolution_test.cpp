@@ -3,6 +3,7 @@
 
 #include "bidi/schema_path.h"
 #include "tests/bidi/engine_fixture.h"
+#include "util/namespaces.h"
 
 namespace vlm {
 namespace {
@@ -146,7 +147,7 @@ TEST_F(Resolution, AnswerDocumentHoldsOneSchemaPerLeaf) {
     const auto engine = Engine({test::Extension(kTree)}, Printer());
     CXMLDoc answer;
     ASSERT_EQ(engine->SendRecvXMLString(L"\\Printer.Layout", answer), S_OK);
-    answer.SetSelectionNamespaces({{L"b", kBidiNamespace}});
+    answer.SetSelectionNamespaces({{L"b", ns::kBidi}});
     const struct {
         const wchar_t* xpath;
         const wchar_t* text;
@@ -166,7 +167,7 @@ TEST_F(Resolution, AnswerDocumentHoldsOneSchemaPerLeaf) {
     }
     // The document is used again; an unknown path is no failure.
     ASSERT_EQ(engine->SendRecvXMLString(L"\\<none>\t& \"none\"", answer), S_OK);
-    answer.SetSelectionNamespaces({{L"b", kBidiNamespace}});
+    answer.SetSelectionNamespaces({{L"b", ns::kBidi}});
     EXPECT_TRUE(answer.SelectSingleNode(L"/b:Get/Query[count(*)=1]/Error"));
     EXPECT_EQ(TextOf(answer.SelectSingleNode(L"//@schema").Get()), L"\\<none>\t& \"none\"");
 

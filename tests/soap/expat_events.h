@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "soap/namespaces.h"
 #include "soap/prefix_normalizer.h"
 #include "utf8.h"
+#include "util/namespaces.h"
 #include "util/xml_names.h"
 
 namespace vlm {

@@ -2,14 +2,14 @@
 
 #include <gtest/gtest.h>
 
-#include "soap/xml_text.h"
+#include "util/xml_text.h"
 
 namespace vlm {
 namespace {
 
 std::string Escaped(std::wstring_view text) {
     std::string out;
-    AppendEscaped(&out, text);
+    AppendEscapedAscii(&out, text);
     return out;
 }
 

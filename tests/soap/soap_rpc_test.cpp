@@ -8,9 +8,9 @@
 #include "soap/check_user_password_service.h"
 #include "soap/soap_fault.h"
 #include "soap/soap_root_handler.h"
-#include "soap/xml_text.h"
 #include "tests/support/scripted_server.h"
 #include "util/trace.h"
+#include "util/xml_text.h"
 
 namespace vlm {
 namespace {
@@ -306,7 +306,7 @@ TEST_F(SoapRpc, ReadsEveryTextAsItWasMeant) {
             }
         }
         std::string escaped;
-        AppendEscaped(&escaped, text);
+        AppendEscapedAscii(&escaped, text);
         SoapValues record(1);
         CVlSoapRootHandler handler(kSay, &record);
         ASSERT_EQ(ParseXml(reader.Get(),

@@ -10,6 +10,7 @@
 #include "tools/vlmctl/extension_files/filter.h"
 #include "tools/vlmctl/extension_files/vocabulary.h"
 #include "util/comerror.h"
+#include "util/namespaces.h"
 #include "util/text.h"
 
 namespace vlm::ctl {
@@ -44,7 +45,7 @@ class AnswerChecker {
     void CheckNamespaces() {
         for (const SchemaElement* schema : engine_.Declared()->Schemas()) {
             for (const NamespaceDeclaration& one : schema->namespaces) {
-                const bool ofPrinter = !one.prefix.empty() && one.uri != kBidiNamespace &&
+                const bool ofPrinter = !one.prefix.empty() && one.uri != ns::kBidi &&
                                        one.uri != kSchemaInstanceNamespace &&
                                        one.uri.find(L'\'') == std::wstring::npos;
                 if (!ofPrinter) continue;

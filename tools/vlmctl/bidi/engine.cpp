@@ -4,8 +4,6 @@
 #include <set>
 
 #include "bidi/velunbidispl.h"
-#include "bidi/xml_text.h"
-#include "soap/namespaces.h"
 #include "soap/printer_elements.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
@@ -14,10 +12,12 @@
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/extension_files/source.h"
+#include "util/namespaces.h"
 #include "util/streams.h"
 #include "util/text.h"
 #include "util/trace.h"
 #include "util/xml_bounds.h"
+#include "util/xml_text.h"
 
 namespace vlm::ctl {
 
@@ -95,7 +95,7 @@ std::string OnlyAskedFor(const std::string& clean, const _bstr_t& queryXml,
     CXMLDoc document;
     document.Init();
     document.LoadBytes(clean, nullptr);
-    document.SetSelectionNamespaces({{L"pri", std::wstring(ns::kWsdPrint)}});
+    document.SetSelectionNamespaces({{L"pri", ns::kWsdPrint}});
     for (const ComPtr<IXMLDOMNode>& part :
          NodesAt(document.Root().Get(), L"//pri:PrinterElements/pri:ElementData")) {
         bool wanted = asked.contains(AttributeAt(part.Get(), L"Name"));

@@ -11,12 +11,12 @@
 #include "bidi/answer_pass.h"
 #include "bidi/engine_error.h"
 #include "bidi/parameter_text.h"
-#include "soap/namespaces.h"
 #include "tools/vlmctl/bidi/source_places.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/element_document.h"
 #include "tools/vlmctl/extension_files/filter.h"
+#include "util/namespaces.h"
 #include "util/text.h"
 
 namespace vlm::ctl {

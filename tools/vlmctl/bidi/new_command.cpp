@@ -4,7 +4,6 @@
 #include <fstream>
 #include <memory>
 
-#include "soap/namespaces.h"
 #include "soap/printer_elements.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/bidi/new_command.h"
@@ -14,6 +13,7 @@
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/extension_files/source.h"
+#include "util/namespaces.h"
 #include "util/text.h"
 #include "util/xml_bounds.h"
 
@@ -76,8 +76,7 @@ void MakeNew(const NewOptions& options) {
     int status = 200;
     const std::string answer = TakeAnswer(options.source, &status);
     std::string clean;
-    const Outcome cleaned =
-        CleanPrinterElements(answer, {{L"pri", std::wstring(ns::kWsdPrint)}}, &clean, status);
+    const Outcome cleaned = CleanPrinterElements(answer, {{L"pri", ns::kWsdPrint}}, &clean, status);
     if (FAILED(cleaned)) ThrowFailure(Shown(source) + " cannot be used", cleaned);
     const NewExtension extension = MakeExtension(clean, source);
 

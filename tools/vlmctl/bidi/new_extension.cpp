@@ -9,13 +9,13 @@
 #include <optional>
 #include <set>
 
-#include "bidi/xml_text.h"
-#include "soap/namespaces.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/exchange/element_document.h"
+#include "util/namespaces.h"
 #include "util/text.h"
 #include "util/trace.h"
 #include "util/xml_names.h"
+#include "util/xml_text.h"
 
 namespace vlm::ctl {
 
@@ -259,7 +259,7 @@ class Writer {
         Comment(0, L"A first extension file: a leaf for every text of what the printer answered (" +
                        FromUtf8(source) + L").");
         Comment(0, L"Take out what nobody asks for, and give the rest the names that your application uses.");
-        Line(0, std::wstring(L"<bidi:Definition xmlns:bidi=\"") + kBidiNamespace + L"\">");
+        Line(0, std::wstring(L"<bidi:Definition xmlns:bidi=\"") + ns::kBidi + L"\">");
         std::wstring declarations;
         for (const auto& [prefix, uri] : prefixes.Uris())
             declarations += (declarations.empty() ? L"" : L"\n         ") +

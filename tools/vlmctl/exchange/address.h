@@ -7,10 +7,11 @@ namespace vlm::ctl {
 
 struct Address {
     std::string host;
-    std::string port = "9100";
+    std::string port;
 };
 
-// HOST, HOST:PORT, [IPV6] or [IPV6]:PORT. Throws CommandError with kWrongUsage for anything else.
+// HOST, HOST:PORT, [IPV6] or [IPV6]:PORT; without a port 9100. Throws CommandError with kWrongUsage for
+// anything else.
 Address ParseAddress(const std::string& text);
 
 }  // namespace vlm::ctl

@@ -4,15 +4,14 @@
 
 #include <nlohmann/json.hpp>
 
-#include "bidi/xml_text.h"
-#include "soap/namespaces.h"
-#include "soap/xml_text.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
+#include "util/namespaces.h"
 #include "util/text.h"
 #include "util/trace.h"
+#include "util/xml_text.h"
 
 namespace vlm::ctl {
 
@@ -129,8 +128,7 @@ ElementDocument::ElementDocument(const std::string& url, const std::string& clea
     } catch (...) {
         ThrowFailure(shown, CaughtOutcome());
     }
-    document_.SetSelectionNamespaces(
-        {{L"soap", std::wstring(ns::kSoap12)}, {L"pri", std::wstring(ns::kWsdPrint)}});
+    document_.SetSelectionNamespaces({{L"soap", ns::kSoap12}, {L"pri", ns::kWsdPrint}});
     if (const ComPtr<IXMLDOMNode> fault =
             document_.SelectSingleNode(L"/soap:Envelope/soap:Body/soap:Fault")) {
         const std::string reason = TextAt(fault.Get(), L"soap:Reason/soap:Text");

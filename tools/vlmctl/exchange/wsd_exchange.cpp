@@ -2,12 +2,12 @@
 
 #include <algorithm>
 
-#include "bidi/xml_text.h"
-#include "soap/namespaces.h"
+#include "bidi/engine_documents.h"
 #include "soap/printer_elements.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/failure.h"
+#include "util/namespaces.h"
 #include "util/text.h"
 #include "util/trace.h"
 
@@ -16,13 +16,14 @@ namespace vlm::ctl {
 namespace {
 
 // "pri:PrinterStatus" for both "PrinterStatus" and itself.
-std::string WithPrefix(const std::string& name, const std::vector<PrefixDeclaration>& declarations) {
+std::string WithPrefix(const std::string& name, const std::vector<NamespaceDeclaration>& declarations) {
     const size_t colon = name.find(':');
     if (colon == std::string::npos) return "pri:" + name;
     const std::string prefix = name.substr(0, colon);
-    const bool declared =
-        prefix == "pri" || std::any_of(declarations.begin(), declarations.end(),
-                                       [&](const PrefixDeclaration& one) { return one.prefix == prefix; });
+    const auto declares = [wide = FromUtf8(prefix)](const NamespaceDeclaration& one) {
+        return one.prefix == wide;
+    };
+    const bool declared = prefix == "pri" || std::any_of(declarations.begin(), declarations.end(), declares);
     if (!declared) {
         throw CommandError("the prefix of '" + Shown(name) + "' is not declared; declare it with --ns " +
                                Shown(prefix) + "=URI",
@@ -34,10 +35,9 @@ std::string WithPrefix(const std::string& name, const std::vector<PrefixDeclarat
 }  // namespace
 
 std::wstring QueryForElements(const std::vector<std::string>& names,
-                              const std::vector<PrefixDeclaration>& declarations) {
-    std::vector<NamespaceDeclaration> prefixes = {{L"pri", std::wstring(ns::kWsdPrint)}};
-    for (const PrefixDeclaration& one : declarations)
-        prefixes.push_back({FromUtf8(one.prefix), FromUtf8(one.uri)});
+                              const std::vector<NamespaceDeclaration>& declarations) {
+    std::vector<NamespaceDeclaration> prefixes = {{L"pri", ns::kWsdPrint}};
+    prefixes.insert(prefixes.end(), declarations.begin(), declarations.end());
     std::vector<std::wstring> qualified;
     for (const std::string& name : names)
         qualified.push_back(FromUtf8(WithPrefix(name, declarations)));

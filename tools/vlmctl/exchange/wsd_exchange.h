@@ -8,18 +8,14 @@
 #include <vector>
 
 #include "soap/service_url.h"
+#include "util/xml_names.h"
 
 namespace vlm::ctl {
-
-struct PrefixDeclaration {
-    std::string prefix;
-    std::string uri;
-};
 
 // The query document for elements by their qualified names; a plain name is one of the print service ("pri",
 // which is always declared). Throws with kWrongUsage for a name whose prefix nothing declares.
 std::wstring QueryForElements(const std::vector<std::string>& names,
-                              const std::vector<PrefixDeclaration>& declarations);
+                              const std::vector<NamespaceDeclaration>& declarations);
 
 // A printer's address taken apart. Throws with kWrongUsage for one that no printer can have. The monitor
 // takes any scheme but https for http, since port monitors hand out what they like; who types one means it.

@@ -10,10 +10,10 @@
 #include <set>
 #include <tuple>
 
-#include "soap/namespaces.h"
 #include "tools/vlmctl/extension_files/expressions.h"
 #include "tools/vlmctl/extension_files/passed_over.h"
 #include "tools/vlmctl/extension_files/vocabulary.h"
+#include "util/namespaces.h"
 #include "util/trace.h"
 #include "util/xml_bounds.h"
 
@@ -96,11 +96,11 @@ class Checker {
     }
 
     void CheckBidiNamespace(const SourceElement& root) {
-        if (uris_.contains(kBidiNamespace)) return;
-        std::wstring text = std::wstring(L"the namespace ") + kBidiNamespace +
+        if (uris_.contains(ns::kBidi)) return;
+        std::wstring text = std::wstring(L"the namespace ") + ns::kBidi +
                             L" is declared nowhere; the engine refuses the file";
         const auto meant = std::find_if(uris_.begin(), uris_.end(), [](const std::wstring& uri) {
-            return MeantNamespace(uri) == kBidiNamespace;
+            return MeantNamespace(uri) == ns::kBidi;
         });
         if (meant != uris_.end())
             text += L". It declares " + *meant + L", which is another one: write http: where it has https:";

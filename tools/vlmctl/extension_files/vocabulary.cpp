@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "soap/namespaces.h"
+#include "util/namespaces.h"
 #include "util/vlxml.h"
 
 namespace vlm::ctl {
@@ -52,7 +52,7 @@ std::wstring MeantNamespace(std::wstring_view uri) {
     std::wstring meant(uri);
     if (uri.starts_with(kSecure)) meant.erase(kSecure.size() - 2, 1);
     if (meant == kDraft) meant = ns::kWsdPrint;
-    const bool known = meant == kBidiNamespace || meant == ns::kWsdPrint;
+    const bool known = meant == ns::kBidi || meant == ns::kWsdPrint;
     return known && meant != uri ? meant : std::wstring();
 }
 

@@ -32,8 +32,8 @@ struct WsdOptions {
     std::string save;  // a file for the answer as it came
 };
 
-std::vector<PrefixDeclaration> ParseDeclarations(const std::vector<std::string>& texts) {
-    std::vector<PrefixDeclaration> declarations;
+std::vector<NamespaceDeclaration> ParseDeclarations(const std::vector<std::string>& texts) {
+    std::vector<NamespaceDeclaration> declarations;
     for (const std::string& text : texts) {
         const size_t equals = text.find('=');
         const std::string prefix = text.substr(0, equals);
@@ -41,7 +41,7 @@ std::vector<PrefixDeclaration> ParseDeclarations(const std::vector<std::string>&
                           prefix.find_first_of(" :<>&\"'/") == std::string::npos && prefix != "xmlns" &&
                           prefix != "xml" && prefix != "pri";
         if (!good) throw CommandError("'" + text + "' is not PREFIX=URI with a prefix of yours", kWrongUsage);
-        declarations.push_back({prefix, text.substr(equals + 1)});
+        declarations.push_back({FromUtf8(prefix), FromUtf8(text.substr(equals + 1))});
     }
     return declarations;
 }

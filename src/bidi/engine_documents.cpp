@@ -1,25 +1,13 @@
-#include "bidi/xml_text.h"
+#include "bidi/engine_documents.h"
 
 #include <algorithm>
+
+#include "util/namespaces.h"
+#include "util/xml_text.h"
 
 namespace vlm {
 
 namespace {
-
-constexpr wchar_t kReplacement = 0xFFFD;
-
-// What stands for markup, and for white space that a parser would turn into blanks or line feeds.
-constexpr std::wstring_view kSpecial = L"&<>\"'\t\n\r";
-constexpr const wchar_t* kReferences[] = {L"&amp;",  L"&lt;", L"&gt;",  L"&quot;",
-                                          L"&apos;", L"&#9;", L"&#10;", L"&#13;"};
-
-bool IsHighSurrogate(wchar_t c) {
-    return c >= 0xD800 && c <= 0xDBFF;
-}
-
-bool IsLowSurrogate(wchar_t c) {
-    return c >= 0xDC00 && c <= 0xDFFF;
-}
 
 // A name that can stand as an element without any declaration.
 bool IsElementName(std::wstring_view name) {
@@ -33,28 +21,9 @@ bool IsElementName(std::wstring_view name) {
 
 }  // namespace
 
-std::wstring EscapeXml(std::wstring_view text) {
-    std::wstring escaped;
-    escaped.reserve(text.size());
-    for (size_t i = 0; i < text.size(); ++i) {
-        const wchar_t c = text[i];
-        const size_t special = kSpecial.find(c);
-        if (special != std::wstring_view::npos) {
-            escaped += kReferences[special];
-        } else if (IsHighSurrogate(c) && i + 1 < text.size() && IsLowSurrogate(text[i + 1])) {
-            escaped += text.substr(i++, 2);
-        } else {
-            const bool allowed =
-                c >= 0x20 && !IsHighSurrogate(c) && !IsLowSurrogate(c) && c != 0xFFFE && c != 0xFFFF;
-            escaped += allowed ? c : kReplacement;
-        }
-    }
-    return escaped;
-}
-
 std::wstring WriteAnswer(std::wstring_view path, const std::optional<std::vector<NamedAnswer>>& answers) {
     std::wstring text = L"<bidi:Get xmlns:bidi='";
-    text += kBidiNamespace;
+    text += ns::kBidi;
     text += L"'><Query schema='" + EscapeXml(path) + L"'>";
     if (!answers) {
         text += L"<Error/>";

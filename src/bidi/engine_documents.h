@@ -10,9 +10,6 @@
 
 namespace vlm {
 
-// For element content and for attribute values between either kind of quotes.
-std::wstring EscapeXml(std::wstring_view text);
-
 // The answer document for one path; no `answers` for an unknown path.
 std::wstring WriteAnswer(std::wstring_view path, const std::optional<std::vector<NamedAnswer>>& answers);
 

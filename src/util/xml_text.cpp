@@ -1,0 +1,83 @@
+#include "util/xml_text.h"
+
+#include <cstdint>
+#include <cstdio>
+
+#include "util/xml_names.h"
+
+namespace vlm {
+
+namespace {
+
+constexpr wchar_t kReplacement = 0xFFFD;
+
+// What has a meaning in markup, and the white space that a parser would turn into blanks or line feeds.
+constexpr std::wstring_view kSpecial = L"&<>\"'\t\n\r";
+
+// The entity for a markup character; empty for any other character.
+std::string_view EntityOf(std::uint32_t c) {
+    switch (c) {
+        case '&':
+            return "&amp;";
+        case '<':
+            return "&lt;";
+        case '>':
+            return "&gt;";
+        case '"':
+            return "&quot;";
+        case '\'':
+            return "&apos;";
+        default:
+            return {};
+    }
+}
+
+bool IsXmlCharacter(std::uint32_t c) {
+    return c < 0x20 ? c == '\t' || c == '\n' || c == '\r' : c != 0xFFFE && c != 0xFFFF;
+}
+
+}  // namespace
+
+std::wstring EscapeXml(std::wstring_view text) {
+    std::wstring allowed(text);
+    for (size_t position = 0; position < text.size();) {
+        const size_t start = position;
+        const std::uint32_t c = NextCharacter(text, &position);
+        if (c == kReplacement || !IsXmlCharacter(c)) allowed[start] = kReplacement;
+    }
+    std::wstring escaped;
+    escaped.reserve(allowed.size());
+    AppendEscaped(&escaped, allowed, kSpecial);
+    return escaped;
+}
+
+void AppendEscaped(std::wstring* out, std::wstring_view text, std::wstring_view special) {
+    for (;;) {
+        const size_t plain = text.find_first_of(special);
+        *out += text.substr(0, plain);
+        if (plain == std::wstring_view::npos) return;
+        const auto c = static_cast<std::uint32_t>(text[plain]);
+        const std::string_view entity = EntityOf(c);
+        out->append(entity.begin(), entity.end());
+        if (entity.empty()) *out += L"&#" + std::to_wstring(c) + L";";
+        text.remove_prefix(plain + 1);
+    }
+}
+
+void AppendEscapedAscii(std::string* out, std::wstring_view text) {
+    for (size_t position = 0; position < text.size();) {
+        const std::uint32_t c = NextCharacter(text, &position);
+        const std::string_view entity = EntityOf(c);
+        if (!entity.empty()) {
+            *out += entity;
+        } else if (c >= 0x20 && c <= 0x7E) {
+            *out += static_cast<char>(c);
+        } else {
+            char reference[16];
+            std::snprintf(reference, sizeof reference, "&#x%06X;", static_cast<unsigned>(c));
+            *out += reference;
+        }
+    }
+}
+
+}  // namespace vlm
