@@ -1,9 +1,14 @@
 """What the documents show of vlmctl is what happens. A page's fences with file=NAME are files, those marked console are
-run in their folder, in their order."""
+run in their folder, in their order. A command that ends in "&" runs until "wait", which shows what it printed."""
 
+import contextlib
+import os
 import pathlib
 import re
 import shlex
+import signal
+import subprocess
+import sys
 import tempfile
 import unittest
 
@@ -22,31 +27,67 @@ def fences(page):
 
 
 def plain(text):
-    """Without what differs from run to run: times, and with the names' lengths the widths of columns."""
-    return re.sub(r" +", " ", re.sub(r"\d+ ms\b", "N ms", text)).replace(" \n", "\n")
+    """Without what differs from run to run: times, processes, and with the names' lengths the widths of columns."""
+    text = re.sub(r"^\d{4}-\d\d-\d\dT\S+ +\d+ ", "WHEN PROCESS ", text, flags=re.M)
+    text = re.sub(r"\d+\.\d\d s\b", "N s", re.sub(r"\d+ ms\b", "N ms", text))
+    return re.sub(r" +", " ", text).replace(" \n", "\n")
+
+
+def replaced(text, names):
+    for old, new in sorted(names.items(), key=lambda pair: -len(pair[0])):
+        text = text.replace(old, new)
+    return text
+
+
+@contextlib.contextmanager
+def served(**environment):
+    """./dev serve, with the environment given."""
+    process = subprocess.Popen([sys.executable, "-B", windows.ROOT / "tools/serve.py"], text=True, stdout=subprocess.PIPE,
+                               env=os.environ | environment)
+    try:
+        while process.stdout.readline() not in ("Ctrl+C ends.\n", ""):
+            pass
+        yield
+    finally:
+        process.send_signal(signal.SIGINT)
+        process.communicate(timeout=30)
 
 
 class Transcripts(unittest.TestCase):
     def run_page(self, name, least, names=None):
-        """`names` are those in the page's files that stand for something of this run."""
+        """`names` are those on the page that stand for something of this run."""
         names = names or {}
+        shown = {real: name for name, real in names.items()}
         with tempfile.TemporaryDirectory() as folder:
             sessions = []
             for language, file, content in fences(DOCS / name):
                 if file:
-                    for shown, real in names.items():
-                        content = content.replace(shown, real)
-                    (pathlib.Path(folder) / file).write_text(content, "utf-8")
+                    (pathlib.Path(folder) / file).write_text(replaced(content, names), "utf-8")
                 elif language == "console":
-                    sessions += re.findall(r"^\$ vlmctl (.*)\n((?:(?!\$ ).*\n)*)", content, re.M)
+                    sessions += re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", content, re.M)
             self.assertGreaterEqual(len(sessions), least)
-            for arguments, output in sessions:
-                with self.subTest(arguments):
-                    done = windows.vlmctl(*shlex.split(arguments), folder=folder, TZ=ZONE)
-                    printed = done.stdout + done.stderr
-                    for shown, real in sorted(names.items(), key=lambda pair: -len(pair[1])):
-                        printed = printed.replace(real, shown)
+            for line, output in sessions:
+                with self.subTest(line):
+                    printed = replaced(self.run_line(replaced(line, names), folder, len(output.splitlines())), shown)
                     self.assertEqual(plain(printed) if names else printed, plain(output) if names else output)
+
+    def run_line(self, line, folder, expected):
+        """What it prints. "wait" takes no more lines than are `expected`, so that it need not last until a time-out."""
+        if line == "wait":
+            printed = "".join(self.background.stdout.readline() for _ in range(expected))
+            self.background.send_signal(signal.SIGINT)
+            self.background.communicate(timeout=30)
+            return printed
+        assignments, program, rest = re.fullmatch(r"((?:\w+=\w+ )*)(\w+) (.*)", line).groups()
+        self.assertEqual(program, "vlmctl")
+        environment = {"TZ": ZONE} | dict(word.split("=") for word in assignments.split())
+        if not rest.endswith(" &"):
+            done = windows.vlmctl(*shlex.split(rest), folder=folder, **environment)
+            return done.stdout + done.stderr
+        self.background = subprocess.Popen([windows.RUNNER, windows.BIN / "vlmctl.exe", *shlex.split(rest[:-2])],
+                                           text=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=folder,
+                                           env=os.environ | environment)
+        return self.background.stderr.readline()
 
     def test_an_incident_in_a_saved_trace(self):
         self.run_page("trace.md", least=2)
@@ -65,6 +106,19 @@ class Transcripts(unittest.TestCase):
             self.run_page("json.md", least=4)
         finally:
             host.stop()
+
+    def test_a_request_followed_to_where_it_is_logged(self):
+        with VirtualPrinter() as printer, served(VLLM3MON_TRACE="verbose"):
+            host = f"127.0.0.1:{printer.raw_port}"
+            web = printer.wsd_url.removesuffix("/wsd/print/")
+            self.run_page("changing.md", least=7, names={
+                "printer:9100": host, "http://printer": web, "printer:80": web.removeprefix("http://")})
+
+    def test_the_readme_lists_every_command(self):
+        commands = re.findall(r"^  (\w+)", windows.vlmctl("--help").stdout.split("Subcommands:")[1], re.M)
+        self.assertIn("print", commands)
+        table = "".join(re.findall(r"^\| `.*\n", (windows.ROOT / "README.md").read_text("utf-8"), re.M))
+        self.assertEqual([name for name in commands if not re.search(f"`{name}[ `]", table)], [])
 
 
 if __name__ == "__main__":
