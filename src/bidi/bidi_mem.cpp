@@ -10,12 +10,6 @@ namespace vlm {
 
 namespace {
 
-// What RouterAllocBidiMem could not give, in the engine's words for it.
-void TraceFailure(size_t size) {
-    Trace(L"RouterAllocBidiMem(%d) failed with status %d\r\n", static_cast<int>(size),
-          static_cast<int>(GetLastError()));
-}
-
 bool HasText(const wchar_t* text) {
     return text != nullptr && *text != L'\0';
 }
@@ -38,16 +32,17 @@ CBidiMem::~CBidiMem() {
     router_.Unload();
 }
 
+void* CBidiMem::Duplicate(const void* data, size_t size) const {
+    void* copy = router_.AllocBidiMem(size);
+    if (copy != nullptr) return std::memcpy(copy, data, size);
+    Trace(L"RouterAllocBidiMem(%d) failed with status %d\r\n", static_cast<int>(size),
+          static_cast<int>(GetLastError()));
+    return nullptr;
+}
+
 wchar_t* CBidiMem::DuplicateString(const wchar_t* text) const {
     if (!HasText(text)) return nullptr;
-    const size_t size = (std::wcslen(text) + 1) * sizeof(wchar_t);
-    void* copy = router_.AllocBidiMem(size);
-    if (copy == nullptr) {
-        TraceFailure(size);
-        return nullptr;
-    }
-    std::memcpy(copy, text, size);
-    return static_cast<wchar_t*>(copy);
+    return static_cast<wchar_t*>(Duplicate(text, (std::wcslen(text) + 1) * sizeof(wchar_t)));
 }
 
 bool CBidiMem::CopyValue(BIDI_DATA& destination, const BIDI_DATA& source) const {
@@ -69,12 +64,8 @@ bool CBidiMem::CopyValue(BIDI_DATA& destination, const BIDI_DATA& source) const 
             const BINARY_CONTAINER& bytes = source.u.biData;
             if (bytes.cbBuf == 0) return true;
             if (bytes.pData == nullptr) return false;
-            void* copy = router_.AllocBidiMem(bytes.cbBuf);
-            if (copy == nullptr) {
-                TraceFailure(bytes.cbBuf);
-                return false;
-            }
-            std::memcpy(copy, bytes.pData, bytes.cbBuf);
+            void* copy = Duplicate(bytes.pData, bytes.cbBuf);
+            if (copy == nullptr) return false;
             destination.u.biData.cbBuf = bytes.cbBuf;
             destination.u.biData.pData = static_cast<BYTE*>(copy);
             return true;

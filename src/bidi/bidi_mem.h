@@ -44,6 +44,7 @@ class CBidiMem {
                           DWORD version, DWORD flags) const;
 
  private:
+    void* Duplicate(const void* data, size_t size) const;
     bool CopyEntries(BIDI_RESPONSE_DATA* destination, const BIDI_RESPONSE_DATA* source, DWORD count) const;
     BIDI_RESPONSE_CONTAINER* Join(const BIDI_RESPONSE_DATA* first, DWORD firstCount,
                                   const BIDI_RESPONSE_DATA* second, DWORD secondCount, DWORD version,

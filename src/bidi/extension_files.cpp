@@ -27,7 +27,7 @@ namespace {
                      L"extension file \"" + shown + L"\" cannot be read: " + why);
 }
 
-// Reads the file and looks at it before the parser does.
+// Reads the file and checks its bounds before a parser sees it.
 std::string ReadWithinBounds(const std::wstring& path) {
     // The parser would fetch an address from the network.
     if (path.find(L"://") != std::wstring::npos) Refuse(path, L"is not a file");
@@ -35,7 +35,7 @@ std::string ReadWithinBounds(const std::wstring& path) {
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     if (!file) RefuseUnreadable(path);
-    // A pipe or a device might never end.
+    // A pipe or a device may never end.
     if (GetFileType(file.Get()) != FILE_TYPE_DISK) Refuse(path, L"is not a file");
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(file.Get(), &size)) RefuseUnreadable(path);
@@ -81,23 +81,14 @@ std::optional<std::wstring> TextIn(const _variant_t& value) {
     return std::wstring(value.bstrVal != nullptr ? value.bstrVal : L"");
 }
 
-// The attributes of one element, fetched once for all questions after them.
-class Attributes {
- public:
-    explicit Attributes(IXMLDOMNode* node) { CheckEngine(node->get_attributes(map_.Receive())); }
-
-    std::optional<std::wstring> Find(const _bstr_t& name) const {
-        ComPtr<IXMLDOMNode> attribute;
-        if (map_) CheckEngine(map_->getNamedItem(name, attribute.Receive()));
-        if (!attribute) return std::nullopt;
-        _variant_t value;
-        CheckEngine(attribute->get_nodeValue(&value));
-        return TextIn(value);
-    }
-
- private:
-    ComPtr<IXMLDOMNamedNodeMap> map_;
-};
+std::optional<std::wstring> AttributeIn(IXMLDOMNamedNodeMap* attributes, const _bstr_t& name) {
+    ComPtr<IXMLDOMNode> attribute;
+    if (attributes != nullptr) CheckEngine(attributes->getNamedItem(name, attribute.Receive()));
+    if (!attribute) return std::nullopt;
+    _variant_t value;
+    CheckEngine(attribute->get_nodeValue(&value));
+    return TextIn(value);
+}
 
 class Reader {
  public:
@@ -111,12 +102,13 @@ class Reader {
         element.file = file_;
         element.tag = NameOf(node);
         element.kind = KindOf(node, element.tag);
-        const Attributes attributes(node);
-        element.name = attributes.Find(name_);
-        element.type = attributes.Find(type_);
-        element.filter = attributes.Find(filter_);
-        element.query = attributes.Find(query_);
-        element.parameter = attributes.Find(parameter_);
+        ComPtr<IXMLDOMNamedNodeMap> attributes;
+        CheckEngine(node->get_attributes(attributes.Receive()));
+        element.name = AttributeIn(attributes.Get(), name_);
+        element.type = AttributeIn(attributes.Get(), type_);
+        element.filter = AttributeIn(attributes.Get(), filter_);
+        element.query = AttributeIn(attributes.Get(), query_);
+        element.parameter = AttributeIn(attributes.Get(), parameter_);
         if (element.kind == ElementKind::kConst) element.text = TextOf(node);
         element.number = elements_++;
         if (element.kind == ElementKind::kSchema) {
@@ -152,7 +144,7 @@ class Reader {
 
 SchemaElement ReadExtensionFile(const std::wstring& path, QueryBudget& budget) {
     budget.CheckTime(path);
-    // The parser never opens the file itself, which might be another one by then, that nobody has looked at.
+    // The parser does not open the file itself: it might have been replaced since it was checked.
     const std::string text = ReadWithinBounds(path);
     budget.Spend(Expense::kFileBytes, text.size(), path);
     CXMLDoc document;
@@ -163,44 +155,29 @@ SchemaElement ReadExtensionFile(const std::wstring& path, QueryBudget& budget) {
     return Reader(path, document.Namespaces(), budget).Read(root.Get());
 }
 
-// Finds an element's children by name: one with a "name" attribute by both, one without by its tag alone,
-// whatever name the match has. The first match counts.
-class ChildIndex {
- public:
-    explicit ChildIndex(const SchemaElement& parent) {
-        for (size_t i = 0; i < parent.children.size(); ++i)
-            Add(parent.children[i], i);
-    }
-    void Add(const SchemaElement& child, size_t position) {
-        byTag_.emplace(child.tag, position);
-        if (child.name) byTagAndName_.emplace(std::pair(child.tag, *child.name), position);
-    }
-    std::optional<size_t> Find(const SchemaElement& wanted) const {
-        if (!wanted.name) {
-            const auto found = byTag_.find(wanted.tag);
-            return found != byTag_.end() ? std::optional(found->second) : std::nullopt;
-        }
-        RefuseApostrophe(*wanted.name, DescribeElement(wanted));
-        const auto found = byTagAndName_.find(std::pair(wanted.tag, *wanted.name));
-        return found != byTagAndName_.end() ? std::optional(found->second) : std::nullopt;
-    }
+// The first child of each tag and name. Without a name: of each tag, whatever its name.
+using ChildIndex = std::map<std::pair<std::wstring, std::optional<std::wstring>>, size_t>;
 
- private:
-    std::map<std::wstring, size_t> byTag_;
-    std::map<std::pair<std::wstring, std::wstring>, size_t> byTagAndName_;
-};
+void AddTo(ChildIndex& index, const SchemaElement& child, size_t position) {
+    index.emplace(std::pair(child.tag, std::nullopt), position);
+    if (child.name) index.emplace(std::pair(child.tag, child.name), position);
+}
 
 void Merge(SchemaElement& existing, SchemaElement&& added) {
     if (existing.kind == ElementKind::kSchema && added.kind == ElementKind::kSchema) {
         ReconcileNamespaces(existing.namespaces, added.namespaces, Printable(*added.file, MAX_PATH));
     }
     if (added.children.empty()) return;
-    ChildIndex index(existing);
+    ChildIndex index;
+    for (size_t i = 0; i < existing.children.size(); ++i)
+        AddTo(index, existing.children[i], i);
     for (SchemaElement& child : added.children) {
-        if (const std::optional<size_t> match = index.Find(child)) {
-            Merge(existing.children[*match], std::move(child));
+        if (child.name) RefuseApostrophe(*child.name, DescribeElement(child));
+        const auto match = index.find({child.tag, child.name});
+        if (match != index.end()) {
+            Merge(existing.children[match->second], std::move(child));
         } else {
-            index.Add(child, existing.children.size());
+            AddTo(index, child, existing.children.size());
             existing.children.push_back(std::move(child));
         }
     }

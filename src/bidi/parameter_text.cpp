@@ -1,6 +1,8 @@
 #include "bidi/parameter_text.h"
 
 #include <algorithm>
+#include <numeric>
+#include <utility>
 
 #include "util/xml_names.h"
 
@@ -8,16 +10,40 @@ namespace vlm {
 
 namespace {
 
-// Calls `literal` and `parameter` with the pieces of the text in turn, until one of them returns false.
-template <typename Literal, typename Parameter>
-void ForEachPiece(std::wstring_view text, Literal literal, Parameter parameter) {
+struct Piece {
+    std::wstring_view text;
+    bool isParameter;
+};
+
+std::vector<Piece> CutAtDollars(std::wstring_view text) {
+    std::vector<Piece> pieces;
     for (bool isParameter = false;; isParameter = !isParameter) {
         const size_t end = text.find(L'$');
-        const std::wstring_view piece = text.substr(0, end);
-        if (!(isParameter ? parameter(piece) : literal(piece))) return;
-        if (end == std::wstring_view::npos || end + 1 == text.size()) return;
+        pieces.push_back({text.substr(0, end), isParameter});
+        if (end == std::wstring_view::npos || end + 1 == text.size()) return pieces;
         text.remove_prefix(end + 1);
     }
+}
+
+// The same, with only "$X$" of an X that `isBound` knows for a parameter.
+template <typename IsBound>
+std::vector<Piece> CutAtBound(std::wstring_view text, IsBound isBound) {
+    std::vector<Piece> pieces;
+    size_t begin = 0;
+    for (size_t open = text.find(L'$'); open != std::wstring_view::npos; open = text.find(L'$', open)) {
+        const size_t close = text.find(L'$', open + 1);
+        if (close == std::wstring_view::npos) break;
+        const std::wstring_view name = text.substr(open + 1, close - open - 1);
+        if (!isBound(name)) {
+            open = close;
+            continue;
+        }
+        pieces.push_back({text.substr(begin, open - begin), false});
+        pieces.push_back({name, true});
+        open = begin = close + 1;
+    }
+    pieces.push_back({text.substr(begin), false});
+    return pieces;
 }
 
 // An optional sign, digits, and a point among or beside them.
@@ -45,97 +71,47 @@ std::wstring Literal(const std::wstring& text, wchar_t quote) {
     return joined + L')';
 }
 
-// Whether a filter's text, read piece by piece, is inside a string literal.
-class QuoteTracker {
- public:
-    bool Inside() const { return quote_ != 0; }
-    wchar_t Quote() const { return quote_; }
-    // True when the character begins or ends a literal.
-    bool Pass(wchar_t c) {
-        if (quote_ == 0 && (c == L'\'' || c == L'"')) {
-            quote_ = c;
-            return true;
-        }
-        if (quote_ == 0 || quote_ != c) return false;
-        quote_ = 0;
-        return true;
-    }
-
- private:
-    wchar_t quote_ = 0;  // that opened the literal; 0 = in none
-};
+// The quote of the literal that a filter's text is in behind the character `c`; 0 in none.
+wchar_t QuoteBehind(wchar_t quote, wchar_t c) {
+    if (quote == 0 && (c == L'\'' || c == L'"')) return c;
+    return quote == c ? wchar_t{0} : quote;
+}
 
 }  // namespace
 
 Replacement ReplaceInName(std::wstring_view text, const Parameters& parameters) {
     Replacement result;
-    ForEachPiece(
-        text,
-        [&](std::wstring_view piece) {
-            result.text += piece;
-            return true;
-        },
-        [&](std::wstring_view name) {
-            const auto bound = parameters.find(name);
-            if (bound == parameters.end()) {
-                result = {{}, ReplaceProblem::kUndefined, std::wstring(name)};
-                return false;
-            }
-            result.text += bound->second;
-            return true;
-        });
+    for (const Piece& piece : CutAtDollars(text)) {
+        const auto bound = piece.isParameter ? parameters.find(piece.text) : parameters.end();
+        if (piece.isParameter && bound == parameters.end())
+            return {{}, ReplaceProblem::kUndefined, std::wstring(piece.text)};
+        result.text += piece.isParameter ? bound->second : piece.text;
+    }
     return result;
 }
 
-namespace {
-
-// Cuts a name at each "$X$" of an X that `isBound` knows: calls `literal` and `parameter` with what stands in
-// front of it and with X, and `literal` with what is left.
-template <typename IsBound, typename Literal, typename Parameter>
-void ForEachBound(std::wstring_view text, IsBound isBound, Literal literal, Parameter parameter) {
-    size_t begin = 0;
-    for (size_t open = text.find(L'$'); open != std::wstring_view::npos; open = text.find(L'$', open)) {
-        const size_t close = text.find(L'$', open + 1);
-        if (close == std::wstring_view::npos) break;
-        const std::wstring_view name = text.substr(open + 1, close - open - 1);
-        if (!isBound(name)) {
-            open = close;
-            continue;
-        }
-        literal(text.substr(begin, open - begin));
-        parameter(name);
-        open = begin = close + 1;
-    }
-    literal(text.substr(begin));
-}
-
-}  // namespace
-
 std::wstring ReplaceBoundInName(std::wstring_view text, const Parameters& parameters) {
     std::wstring replaced;
-    ForEachBound(
-        text, [&](std::wstring_view name) { return parameters.contains(name); },
-        [&](std::wstring_view literal) { replaced += literal; },
-        [&](std::wstring_view name) { replaced += parameters.find(name)->second; });
+    for (const Piece& piece :
+         CutAtBound(text, [&](std::wstring_view name) { return parameters.contains(name); }))
+        replaced += piece.isParameter ? parameters.find(piece.text)->second : piece.text;
     return replaced;
 }
 
 bool CanBecome(std::wstring_view text, std::wstring_view name, const std::set<std::wstring_view>& bound) {
-    std::vector<std::wstring_view> literals;
-    ForEachBound(
-        text, [&](std::wstring_view parameter) { return bound.contains(parameter); },
-        [&](std::wstring_view literal) { literals.push_back(literal); }, [](std::wstring_view) {});
-    if (literals.size() == 1) return text == name;
+    const std::vector<Piece> pieces =
+        CutAtBound(text, [&](std::wstring_view parameter) { return bound.contains(parameter); });
+    if (pieces.size() == 1) return text == name;
     // The first and the last literal at the ends, the others in their order in between.
-    const std::wstring_view first = literals.front();
-    const std::wstring_view last = literals.back();
+    const std::wstring_view first = pieces.front().text;
+    const std::wstring_view last = pieces.back().text;
     if (name.size() < first.size() + last.size() || !name.starts_with(first) || !name.ends_with(last))
         return false;
     std::wstring_view middle = name.substr(first.size(), name.size() - first.size() - last.size());
-    for (size_t i = 1; i + 1 < literals.size(); ++i) {
-        const size_t found = middle.find(literals[i]);
+    for (size_t i = 2; i + 1 < pieces.size(); i += 2) {
+        const size_t found = middle.find(pieces[i].text);
         if (found == std::wstring_view::npos) return false;
-        middle.remove_prefix(found + literals[i].size());
+        middle.remove_prefix(found + pieces[i].text.size());
     }
     return true;
 }
@@ -143,53 +119,41 @@ bool CanBecome(std::wstring_view text, std::wstring_view name, const std::set<st
 Replacement ReplaceInFilter(std::wstring_view text, const Parameters& parameters) {
     Replacement result;
     std::wstring content;  // of the string literal that the pieces are in
-    QuoteTracker quotes;
-    const auto readLiteral = [&](std::wstring_view piece) {
-        for (const wchar_t c : piece) {
-            const wchar_t opened = quotes.Quote();
-            if (!quotes.Pass(c)) {
-                (quotes.Inside() ? content : result.text) += c;
-            } else if (opened != 0) {
-                result.text += Literal(content, opened);
+    wchar_t quote = 0;     // that opened it
+    for (const Piece& piece : CutAtDollars(text)) {
+        if (piece.isParameter) {
+            const auto bound = parameters.find(piece.text);
+            if (bound == parameters.end()) return {{}, ReplaceProblem::kUndefined, std::wstring(piece.text)};
+            if (quote == 0 && !IsNumber(bound->second) && !IsNcName(bound->second))
+                return {{}, ReplaceProblem::kNotPlain, std::wstring(piece.text)};
+            (quote != 0 ? content : result.text) += bound->second;
+            continue;
+        }
+        for (const wchar_t c : piece.text) {
+            const wchar_t before = std::exchange(quote, QuoteBehind(quote, c));
+            if (before == quote) {
+                (quote != 0 ? content : result.text) += c;
+            } else if (before != 0) {
+                result.text += Literal(content, before);
                 content.clear();
             }
         }
-        return true;
-    };
-    const auto replace = [&](std::wstring_view name) {
-        const auto bound = parameters.find(name);
-        if (bound == parameters.end()) {
-            result = {{}, ReplaceProblem::kUndefined, std::wstring(name)};
-        } else if (quotes.Inside()) {
-            content += bound->second;
-        } else if (IsNumber(bound->second) || IsNcName(bound->second)) {
-            result.text += bound->second;
-        } else {
-            result = {{}, ReplaceProblem::kNotPlain, std::wstring(name)};
-        }
-        return result.problem == ReplaceProblem::kNone;
-    };
-    ForEachPiece(text, readLiteral, replace);
+    }
     // A literal without an end is no XPath, and no value may bring the quote that ends it.
-    if (result.problem == ReplaceProblem::kNone && quotes.Inside()) result.text = text;
+    if (quote != 0) result.text = text;
     return result;
 }
 
 std::vector<std::wstring> ParametersOutsideLiterals(std::wstring_view filter) {
     std::vector<std::wstring> names;
-    QuoteTracker quotes;
-    ForEachPiece(
-        filter,
-        [&](std::wstring_view piece) {
-            for (const wchar_t c : piece)
-                quotes.Pass(c);
-            return true;
-        },
-        [&](std::wstring_view name) {
-            if (!quotes.Inside() && std::find(names.begin(), names.end(), name) == names.end())
-                names.emplace_back(name);
-            return true;
-        });
+    wchar_t quote = 0;
+    for (const Piece& piece : CutAtDollars(filter)) {
+        if (!piece.isParameter) {
+            quote = std::accumulate(piece.text.begin(), piece.text.end(), quote, QuoteBehind);
+        } else if (quote == 0 && std::find(names.begin(), names.end(), piece.text) == names.end()) {
+            names.emplace_back(piece.text);
+        }
+    }
     return names;
 }
 

@@ -51,15 +51,10 @@ class Expander {
 
     void ExpandChildren(const SchemaElement& source, SchemaElement& target) {
         for (const SchemaElement& child : source.children) {
-            if (child.IsTemplate()) {
-                const SchemaElement* const binding[] = {&child};
-                std::vector<BoundParameter> bound;
-                Instantiate(binding, child, target, bound);
-            } else if (child.kind == ElementKind::kProperty && child.HasBinding()) {
-                std::vector<const SchemaElement*> bindings;
-                for (const SchemaElement& candidate : child.children) {
-                    if (candidate.IsBinding()) bindings.push_back(&candidate);
-                }
+            std::vector<const SchemaElement*> bindings;
+            if (child.kind == ElementKind::kProperty) bindings = child.Bindings();
+            if (child.IsTemplate()) bindings = {&child};
+            if (!bindings.empty()) {
                 std::vector<BoundParameter> bound;
                 Instantiate(bindings, child, target, bound);
             } else if (!child.IsBinding()) {
@@ -68,19 +63,15 @@ class Expander {
         }
     }
 
-    // One Property below `target` for each way of binding the Parameters to nodes of the answer. As deep as
-    // there are Parameters within each other, which is bounded for the stack's sake.
-    // `bound` has what those before bound.
+    // One Property below `target` for each way of binding the Parameters to nodes of the answer. It calls
+    // itself for each Parameter within another; their number is bounded, as the stack is. `bound` holds the
+    // parameters before these.
     void Instantiate(std::span<const SchemaElement* const> bindings, const SchemaElement& source,
                      SchemaElement& target, std::vector<BoundParameter>& bound) {
         if (bindings.empty()) {
-            SchemaElement instance;
-            Budget().Spend(Expense::kInstances, 1, source);
+            SchemaElement instance = CopyWithoutChildren(source);
             instance.kind = ElementKind::kProperty;
             instance.tag = L"Property";
-            instance.file = source.file;
-            instance.number = source.number;
-            instance.declared = &source;
             instance.bound = bound;
             instance.name = NameOf(source);
             ExpandChildren(source, instance);
@@ -97,9 +88,7 @@ class Expander {
         const std::wstring name = binding.parameter.value_or(L"");
         const auto filter = std::make_shared<const std::wstring>(FilterOf(binding));
         const ComPtr<IXMLDOMNodeList> nodes = answer_.All(*filter, binding);
-        const auto outer = parameters_.find(name);
-        const std::optional<std::wstring> shadowed =
-            outer != parameters_.end() ? std::optional(outer->second) : std::nullopt;
+        auto outer = parameters_.extract(name);  // one of the same name, hidden until the end
         size_t number = 0;
         while (const ComPtr<IXMLDOMNode> node = NextNode(nodes.Get())) {
             std::wstring value = TextOf(node.Get());
@@ -110,11 +99,8 @@ class Expander {
             Instantiate(bindings.subspan(1), source, target, bound);
             bound.pop_back();
         }
-        if (shadowed) {
-            parameters_[name] = *shadowed;
-        } else {
-            parameters_.erase(name);
-        }
+        parameters_.erase(name);
+        parameters_.insert(std::move(outer));
         --nesting_;
     }
 
@@ -133,14 +119,15 @@ class Expander {
     }
 
     std::wstring FilterOf(const SchemaElement& source) {
-        const std::wstring text = source.filter.value_or(L"");
-        return Pay(Take(ReplaceInFilter(text, parameters_), text, parameters_, source), source);
+        return Replace(ReplaceInFilter, source.filter, source);
     }
-    std::wstring NameOf(const SchemaElement& source) {
-        const std::wstring text = source.name.value_or(L"");
-        return Pay(Take(ReplaceInName(text, parameters_), text, parameters_, source), source);
+    std::wstring NameOf(const SchemaElement& source) { return Replace(ReplaceInName, source.name, source); }
+    std::wstring Replace(Replacement (*replace)(std::wstring_view, const Parameters&),
+                         const std::optional<std::wstring>& attribute, const SchemaElement& source) {
+        const std::wstring text = attribute.value_or(L"");
+        return Pay(Take(replace(text, parameters_), text, parameters_, source), source);
     }
-    // What stands outside of parameters costs as little as it does without any.
+    // A text outside of all Parameters is as large as in the file, which is paid for.
     std::wstring Pay(std::wstring text, const SchemaElement& source) {
         if (!parameters_.empty()) Budget().Spend(Expense::kBoundText, text.size(), source);
         return text;

@@ -24,11 +24,10 @@ constexpr std::array<Limit, kExpenses> kLimits{{{16u << 20, L"bytes of extension
 constexpr size_t kLongestCause = 1024;
 constexpr double kLongestSearch = 20'000'000;
 
-// Asking for it costs as much as a filter, so it is not asked for at each.
+// Reading the processor time costs as much as running a filter.
 constexpr std::chrono::milliseconds kLookEvery{100};
 
-// Of this thread.
-std::chrono::nanoseconds ProcessorTime() {
+std::chrono::nanoseconds ProcessorTimeOfThread() {
     FILETIME created, ended, kernel, user;
     if (!GetThreadTimes(GetCurrentThread(), &created, &ended, &kernel, &user)) return {};
     constexpr int kNanosecondsEach = 100;
@@ -47,7 +46,7 @@ std::chrono::nanoseconds ProcessorTime() {
 
 QueryBudget::QueryBudget(std::chrono::milliseconds longestWork)
     : longestWork_(longestWork),
-      begin_(ProcessorTime()),
+      begin_(ProcessorTimeOfThread()),
       nextLook_(std::chrono::steady_clock::now() + kLookEvery) {
     for (size_t i = 0; i < kExpenses; ++i)
         left_[i] = kLimits[i].amount;
@@ -66,7 +65,7 @@ bool QueryBudget::IsLate() {
     const auto now = std::chrono::steady_clock::now();
     if (now < nextLook_) return false;
     nextLook_ = now + kLookEvery;
-    return ProcessorTime() - begin_ > longestWork_;
+    return ProcessorTimeOfThread() - begin_ > longestWork_;
 }
 
 void QueryBudget::RunOut(Expense expense, const std::wstring& cause) {
@@ -74,16 +73,12 @@ void QueryBudget::RunOut(Expense expense, const std::wstring& cause) {
     Fail(L"a query may use at most " + std::to_wstring(limit.amount) + L" " + limit.name, cause);
 }
 
-void QueryBudget::RunOut(Expense expense, const SchemaElement& cause) {
-    RunOut(expense, DescribeElement(cause));
-}
-
 void QueryBudget::RunOutOfTime(const std::wstring& cause) const {
     Fail(L"a query may work for at most " + std::to_wstring(longestWork_.count()) + L" ms", cause);
 }
 
-void QueryBudget::RunOutOfTime(const SchemaElement& cause) const {
-    RunOutOfTime(DescribeElement(cause));
+std::wstring QueryBudget::Describe(const SchemaElement& element) {
+    return DescribeElement(element);
 }
 
 std::wstring DescribeElement(const SchemaElement& element) {

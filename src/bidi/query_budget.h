@@ -1,5 +1,5 @@
-// What one query may use of the process that it runs in. Whoever writes an extension file or answers as a
-// printer decides how much work a query is; this decides how much of it is done.
+// What one query may use of the process that it runs in. How much work a query is, extension files and
+// printers decide; the budget decides how much of it is done.
 //
 // The engine makes one budget for a query and hands it down to every step, which spends where it causes work.
 // Running out throws CComErrorEx(ERROR_NOT_ENOUGH_QUOTA as an HRESULT), with a reason that names what ran
@@ -37,26 +37,26 @@ class QueryBudget {
     template <typename Cause>
     void Spend(Expense expense, size_t amount, const Cause& cause) {
         size_t& left = left_[static_cast<size_t>(expense)];
-        if (amount > left) RunOut(expense, cause);
+        if (amount > left) RunOut(expense, Describe(cause));
         left -= amount;
     }
-    // A single search cannot be stopped, so it has a bound of its own; and the time is looked at.
+    // A single search cannot be stopped, so it has a bound of its own. Checks the time, too.
     void SpendSearch(double work, const SchemaElement& cause);
     template <typename Cause>
     void CheckTime(const Cause& cause) {
-        if (IsLate()) RunOutOfTime(cause);
+        if (IsLate()) RunOutOfTime(Describe(cause));
     }
 
  private:
+    static std::wstring Describe(const std::wstring& path) { return path; }
+    static std::wstring Describe(const SchemaElement& element);
     bool IsLate();
     [[noreturn]] static void RunOut(Expense expense, const std::wstring& cause);
-    [[noreturn]] static void RunOut(Expense expense, const SchemaElement& cause);
     [[noreturn]] void RunOutOfTime(const std::wstring& cause) const;
-    [[noreturn]] void RunOutOfTime(const SchemaElement& cause) const;
 
     const std::chrono::milliseconds longestWork_;
     std::array<size_t, kExpenses> left_;
-    const std::chrono::nanoseconds begin_;  // the thread's processor time then
+    const std::chrono::nanoseconds begin_;  // the thread's processor time at the beginning
     std::chrono::steady_clock::time_point nextLook_;
 };
 

@@ -2,6 +2,7 @@
 // that paths are found by look-up instead of by one XPath search of the document each.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <optional>
 #include <set>
@@ -63,7 +64,8 @@ struct SchemaElement {
                name->find(L'$') != std::wstring::npos;
     }
     bool IsBinding() const { return kind == ElementKind::kParameter && !IsTemplate(); }
-    bool HasBinding() const;
+    std::vector<const SchemaElement*> Bindings() const;  // among its children
+    bool HasBinding() const { return !Bindings().empty(); }
 };
 
 // Names and paths are looked up as XPath literals between apostrophes, and one that holds an apostrophe is no
@@ -90,29 +92,24 @@ class SchemaTree {
     // The first element in document order that the path names, or null.
     const SchemaElement* Find(const SchemaPath& path) const;
     // The same for all matches. A name that no element has is accepted where parameters could make it of one
-    // with "$", and where a Parameter would make instances; the search goes on in what it makes them from.
+    // with "$", and where a Parameter would make instances; the search then goes on in the template.
     // Nothing when the path leads nowhere.
     std::optional<Reached> FindForQuery(const SchemaPath& path) const;
 
  private:
     using Elements = std::vector<const SchemaElement*>;
-    struct Entry {
-        const SchemaElement* parent;
-        const SchemaElement* child;
-    };
 
     void Index(const SchemaElement& element);
     template <typename Accept>
     Elements ChildrenNamed(const Elements& parents, std::wstring_view name, Accept accept) const;
-    Elements PropertiesNamed(const Elements& parents, std::wstring_view name) const;
-    Elements LeavesNamed(const Elements& parents, std::wstring_view name) const;
     template <typename Accept>
     void AppendNameable(const SchemaElement& parent, std::wstring_view name, Accept accept,
                         Elements& found) const;
 
     SchemaElement root_;
     Elements schemas_;
-    std::vector<Entry> byName_;  // sorted by parent, name and document order
+    // The children of an element by their names; those of one name in document order.
+    std::unordered_map<const SchemaElement*, std::multimap<std::wstring_view, const SchemaElement*>> byName_;
     std::unordered_map<const SchemaElement*, Elements> withParameters_;  // children with "$" in their names
     std::set<std::wstring_view> parameters_;                             // that anything in the tree binds
 };

@@ -13,7 +13,6 @@
 #include "bidi/parameters.h"
 #include "bidi/schema_tree.h"
 #include "util/namespaces.h"
-#include "util/scope_exit.h"
 #include "util/streams.h"
 #include "util/trace.h"
 #include "util/xml_bounds.h"
@@ -287,9 +286,6 @@ HRESULT CVelunBidiSpl::SendRecvBidiDataFromPort(const wchar_t* action, const BID
 }
 
 BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::Get(const BIDI_REQUEST_CONTAINER& request) const {
-    BIDI_RESPONSE_CONTAINER* response = GetInitBidiResponseContainer(request.Count);
-    if (response == nullptr) ThrowEngineError(E_FAIL);
-    ScopeExit release([response] { RouterFreeBidiResponseContainer(response); });
     if (!ReadyToAnswer()) ThrowEngineError(E_FAIL);
     budget_.Spend(Expense::kEntries, request.Count, kWholeTree);
 
@@ -304,47 +300,35 @@ BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::Get(const BIDI_REQUEST_CONTAINER& reques
         for (const NamedAnswer& named : *answers)
             byPath.emplace(named.path, named.answer);
     }
+    std::vector<Entry> entries;
     for (DWORD i = 0; i < request.Count; ++i) {
         const BIDI_REQUEST_DATA& wanted = request.aData[i];
         RefuseApostrophe(wanted.pSchema);
         const auto found = byPath.find(wanted.pSchema);
-        response->aData[i].dwReqNumber = wanted.dwReqNumber;
-        FillEntry(response->aData[i], wanted.pSchema, found != byPath.end() ? found->second : nullptr);
+        entries.push_back(
+            {wanted.dwReqNumber, wanted.pSchema, found != byPath.end() ? found->second : nullptr});
     }
-    release.Dismiss();
-    return response;
+    return MakeResponse(entries);
 }
 
 BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::GetAll(const BIDI_REQUEST_CONTAINER& request) const {
     if (!ReadyToAnswer()) ThrowEngineError(E_FAIL);
     AnswerPass pass(*bound_->expanded, bound_->search);
-    std::vector<std::vector<NamedAnswer>> answers(request.Count);
-    size_t total = 0;
+    std::vector<Entry> entries;
     for (DWORD i = 0; i < request.Count; ++i) {
+        const DWORD number = request.aData[i].dwReqNumber;
         const std::wstring path = request.aData[i].pSchema;
         budget_.CheckTime(path);
-        if (auto found = pass.Collect(path)) answers[i] = *std::move(found);
-        if (answers[i].empty()) budget_.Spend(Expense::kEntries, 1, path);
-        total += std::max<size_t>(answers[i].size(), 1);
-    }
-    BIDI_RESPONSE_CONTAINER* response = GetInitBidiResponseContainer(static_cast<DWORD>(total));
-    if (response == nullptr) ThrowEngineError(E_FAIL);
-    ScopeExit release([response] { RouterFreeBidiResponseContainer(response); });
-
-    BIDI_RESPONSE_DATA* entry = response->aData;
-    for (DWORD i = 0; i < request.Count; ++i) {
-        const BIDI_REQUEST_DATA& wanted = request.aData[i];
-        if (answers[i].empty()) {
-            entry->dwReqNumber = wanted.dwReqNumber;
-            FillEntry(*entry++, wanted.pSchema, nullptr);
+        const size_t before = entries.size();
+        if (auto answers = pass.Collect(path)) {
+            for (NamedAnswer& named : *answers)
+                entries.push_back({number, std::move(named.path), named.answer});
         }
-        for (const NamedAnswer& named : answers[i]) {
-            entry->dwReqNumber = wanted.dwReqNumber;
-            FillEntry(*entry++, named.path.c_str(), named.answer);
-        }
+        if (entries.size() > before) continue;
+        budget_.Spend(Expense::kEntries, 1, path);
+        entries.push_back({number, path, nullptr});
     }
-    release.Dismiss();
-    return response;
+    return MakeResponse(entries);
 }
 
 }  // namespace vlm

@@ -107,6 +107,12 @@ class CVelunBidiSpl {
     BIDI_RESPONSE_CONTAINER* GetAll(const BIDI_REQUEST_CONTAINER& request) const;
 
     // The response's memory and values.
+    struct Entry {
+        DWORD number;  // of the request's entry
+        std::wstring path;
+        const LeafAnswer* answer;  // null for none
+    };
+    BIDI_RESPONSE_CONTAINER* MakeResponse(const std::vector<Entry>& entries) const;
     BIDI_RESPONSE_CONTAINER* GetInitBidiResponseContainer(DWORD count) const;
     static wchar_t* DuplicateForRouter(const wchar_t* text);
     BYTE* DecodeBlob(const wchar_t* text, DWORD* size) const;

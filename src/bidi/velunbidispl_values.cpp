@@ -12,6 +12,7 @@
 #include "bidi/answer_pass.h"
 #include "bidi/bidi_mem.h"
 #include "bidi/engine_error.h"
+#include "util/scope_exit.h"
 #include "util/trace.h"
 
 namespace vlm {
@@ -153,6 +154,18 @@ void CVelunBidiSpl::SetTypedValue(BIDI_RESPONSE_DATA& entry, const wchar_t* sche
             break;
         }
     }
+}
+
+BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::MakeResponse(const std::vector<Entry>& entries) const {
+    BIDI_RESPONSE_CONTAINER* response = GetInitBidiResponseContainer(static_cast<DWORD>(entries.size()));
+    if (response == nullptr) ThrowEngineError(E_FAIL);
+    ScopeExit release([response] { RouterFreeBidiResponseContainer(response); });
+    for (size_t i = 0; i < entries.size(); ++i) {
+        response->aData[i].dwReqNumber = entries[i].number;
+        FillEntry(response->aData[i], entries[i].path.c_str(), entries[i].answer);
+    }
+    release.Dismiss();
+    return response;
 }
 
 void CVelunBidiSpl::FillEntry(BIDI_RESPONSE_DATA& entry, const wchar_t* schema,
