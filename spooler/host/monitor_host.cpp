@@ -26,7 +26,7 @@ KernelHandle ThreadOf(HWND window) {
 MonitorHost::MonitorHost(const std::wstring& dllPath) {
     const std::string path = ToUtf8(dllPath);
     if (GetFileAttributesW(dllPath.c_str()) == INVALID_FILE_ATTRIBUTES)
-        throw HostError("there is no " + path, GetLastError());
+        throw HostError(path + " was not found", GetLastError());
     module_ = Module(LoadLibraryW(dllPath.c_str()));
     if (!module_) {
         const DWORD code = GetLastError();
@@ -34,7 +34,7 @@ MonitorHost::MonitorHost(const std::wstring& dllPath) {
     }
     initialize_ = FindFunction<Initialize>(module_.Get(), "InitializePrintMonitor2");
     if (initialize_ == nullptr)
-        throw HostError(path + " is no print monitor: it does not export InitializePrintMonitor2",
+        throw HostError(path + " is not a print monitor: it does not export InitializePrintMonitor2",
                         ERROR_PROC_NOT_FOUND);
     monitorInit_.cbSize = sizeof monitorInit_;
     monitorInit_.bLocal = TRUE;

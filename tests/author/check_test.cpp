@@ -201,13 +201,13 @@ TEST_F(CheckTest, FollowsWhereParametersAreBound) {
         {"bound twice",
          Printer("<Parameter name=\"$C$\" parameter=\"C\"" + from +
                  ">\n<Parameter name=\"$C$\" parameter=\"C\"" + from + "/></Parameter>"),
-         {"4: error: the parameter 'C' is bound already, in line 3"}},
+         {"4: error: the parameter 'C' is already bound, in line 3"}},
         {"a dollar too few",
          Printer("<Value name=\"A\" query=\"pri:S\" filter=\"pri:S[.='$C']\"/>"),
-         {"3: error: the '$' in filter"}},
+         {"3: error: the '$' signs in filter"}},
         {"two dollars around nothing",
          Printer("<Property name=\"$$\"><Parameter parameter=\"C\"" + from + "/></Property>"),
-         {"3: warning: the name '$$' does not use", "3: error: the '$' in name"}},
+         {"3: warning: the name '$$' does not use", "3: error: the '$' signs in name"}},
         {"the levels would all be called the same",
          Printer("<Property name=\"Color\">\n<Parameter parameter=\"C\"" + from + "/></Property>"),
          {"3: warning: the name 'Color' does not use the parameter 'C'"}},
@@ -229,13 +229,13 @@ TEST_F(CheckTest, FindsWhatIsDeclaredTwice) {
     const Case cases[] = {
         {"a leaf",
          Printer("<Const name=\"A\"/>\n<List name=\"A\" query=\"pri:S\" filter=\"pri:S\"/>"),
-         {"4: error: the leaf '\\Printer:A' is declared already, in line 3; the path would have two "
+         {"4: error: the leaf '\\Printer:A' is already declared in line 3; the path would have two "
           "answers"}},
         {"a leaf in two levels that are one",
          Schema("<Property name=\"P\"><Const name=\"A\"/></Property>\n<Property name=\"P\"><Const "
                 "name=\"A\"/></Property>"),
-         {"3: warning: Property 'P' stands here already, in line 2",
-          "3: error: the leaf '\\P:A' is declared already"}},
+         {"3: warning: Property 'P' is already declared here, in line 2",
+          "3: error: the leaf '\\P:A' is already declared"}},
         {"the same name elsewhere is no repetition",
          Printer("<Const name=\"A\"/><Property name=\"A\"><Const name=\"A\"/></Property>"),
          {}},
@@ -349,7 +349,7 @@ TEST_F(CheckTest, SaysOfAnElementInANamespaceThatItIsNotFoundThere) {
     const std::string open = std::string("<bidi:Definition ") + kBidi + ">\n";
     const std::string close = "</bidi:Definition>";
     const Case cases[] = {
-        {"a schema", open + "<bidi:Schema/>" + close, {"2: error: bidi:Schema stands in the namespace"}},
+        {"a schema", open + "<bidi:Schema/>" + close, {"2: error: bidi:Schema is in the namespace"}},
         {"beside one that counts",
          open + "<Schema/><bidi:Schema/>" + close,
          {"2: error: bidi:Schema stands in"}},
@@ -358,7 +358,7 @@ TEST_F(CheckTest, SaysOfAnElementInANamespaceThatItIsNotFoundThere) {
          {"2: error: bidi:Property stands"}},
         {"the root",
          std::string("<bidi:Schema ") + kBidi + "/>",
-         {"1: error: bidi:Schema stands in the namespace"}},
+         {"1: error: bidi:Schema is in the namespace"}},
         {"around one that counts", std::string("<bidi:Schema ") + kBidi + "><Schema/></bidi:Schema>", {}},
         {"a stranger", open + "<Schema/><bidi:Other/>" + close, {"2: error: unknown element 'bidi:Other'"}},
     };
@@ -394,7 +394,7 @@ TEST_F(CheckTest, RefusesFilesThatTheEngineWouldNotTake) {
         {"any wrapper", std::string("<x ") + kBidi + "><Schema/></x>", {}},
         {"elements in a namespace",
          Schema("<Property name=\"A\"/>", "xmlns=\"urn:x\""),
-         {"1: error: Schema stands in the namespace 'urn:x'"}},
+         {"1: error: Schema is in the namespace 'urn:x'"}},
         {"two schemas, of which one is reached",
          std::string("<x ") + kBidi + ">\n<Schema name=\"A\"/>\n<Schema name=\"B\"/></x>",
          {"3: warning: this Schema is named 'B' and the first one 'A'"}},
@@ -479,7 +479,7 @@ TEST_F(CheckTest, LooksAtFilesAsTheSetThatAPrinterLoads) {
     EXPECT_THAT(Findings({base, Printer("<Const name=\"B\"/>")}), IsEmpty());
     EXPECT_THAT(Findings({base, Printer("\n<Const name=\"A\"/>")}),
                 ElementsAre(testing::ContainsRegex(
-                    "^2.xml:4: warning: the leaf .*1.xml:3, and stays as it is there")));
+                    "^2.xml:4: warning: the leaf .*1.xml:3, and that declaration holds")));
     EXPECT_THAT(
         Findings({base, Printer("<Value name=\"A\" query=\"pri:S\" filter=\"pri:S\"/>")}),
         ElementsAre(testing::ContainsRegex("^2.xml:3: error: the leaf .*1.xml:3; the path would have two")));

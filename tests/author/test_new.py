@@ -56,7 +56,7 @@ class New(unittest.TestCase):
         for file, answer, status, says in (("x.xml", "html.xml", 1, "html.xml"), ("x.xml", "none.xml", 3, "no elements"),
                                            ("x.xml", "missing.xml", 1, "cannot be opened"),
                                            ("a,b.xml", ANSWER, 2, "INI"), ("x.ini", ANSWER, 2, "INI"),
-                                           ("nowhere/x.xml", ANSWER, 1, "cannot be written")):
+                                           ("nowhere/x.xml", ANSWER, 1, "cannot write ")):
             with self.subTest(file=file, answer=answer):
                 said = self.vlmctl("bidi", "new", file, "--wsd", answer, status=status)
                 self.assertRegex(said, says)

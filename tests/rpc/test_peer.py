@@ -37,7 +37,7 @@ class PeerTest(unittest.TestCase):
                 self.assertEqual(peer.requests, [(operation, stub)])
 
     def test_reply_that_does_not_fit_what_was_asked_for(self):
-        asked = "were asked for"
+        asked = "the limit is"
         for stub, capacity, says in (
                 (reply(bytes(17)), 16, asked), (reply(bytes(20), size=16), 16, asked),
                 (reply(bytes(100_000)), 16, asked), (reply(bytes(100_000), size=16), 16, asked),
@@ -45,17 +45,17 @@ class PeerTest(unittest.TestCase):
                 (reply(bytes(100_000), result=5), 16, asked), (reply(b"x"), 0, asked),
                 (reply(bytes(16), count=0x7FFFFFFF), 16, asked), (reply(bytes(16), count=0xFFFFFFFF), MOST, asked),
                 (reply(bytes(16), count=MOST), MOST, "ends before"), (reply(bytes(9), count=13), 16, "ends before"),
-                (reply(bytes(16), count=4), 16, "behind its end"), (reply(b"") + bytes(70_000), 16, "behind its end"),
-                (reply(bytes(16), size=17), 16, "the size 17"), (reply(bytes(16), size=0xFFFFFFFF), 16, "4294967295"),
-                (reply(bytes(4), result=31), 16, "the code 31"),
-                (b"", 16, "fewer than any"), (bytes(11), 16, "fewer than any")):
+                (reply(bytes(16), count=4), 16, "after its end"), (reply(b"") + bytes(70_000), 16, "after its end"),
+                (reply(bytes(16), size=17), 16, "size 17"), (reply(bytes(16), size=0xFFFFFFFF), 16, "4294967295"),
+                (reply(bytes(4), result=31), 16, "result 31"),
+                (b"", 16, "a reply of only"), (bytes(11), 16, "a reply of only")):
             for call in (QUERY, COMMAND) if says == asked and len(stub) > 90_000 else (QUERY,):
                 with self.subTest(length=len(stub), begin=stub[:4].hex(), call=call[0]), RpcPeer(answer(stub)):
                     self.assert_fails(rpc(call, capacity), says)
 
     def test_many_such_replies_are_counted(self):
         with RpcPeer(answer(reply(bytes(100_000)))):
-            self.assertEqual(rpc(QUERY + ("--times", 5)).stdout, "no reply of the monitor's 5\n")
+            self.assertEqual(rpc(QUERY + ("--times", 5)).stdout, "not a reply of the monitor 5\n")
 
     def test_what_is_no_answer_to_the_call(self):
         whole = b"".join(fragments(1, reply(bytes(16))))
@@ -66,7 +66,7 @@ class PeerTest(unittest.TestCase):
                 ("fault of a C++ exception", RpcPeer(lambda call: [fault(call, 0xE06D7363)]), "RPC status 0xE06D7363: "),
                 ("fault of a bad address", RpcPeer(lambda call: [fault(call, 0xC0000005)]), "RPC status 0xC0000005: "),
                 ("fault of a debugger's note", RpcPeer(lambda call: [fault(call, 0x40010006)]), "status 0x40010006"),
-                ("fault without a code", RpcPeer(lambda call: [fault(call, 0)]), "fewer than any"),
+                ("fault without a code", RpcPeer(lambda call: [fault(call, 0)]), "a reply of only"),
                 ("a page", RpcPeer(on_bind=lambda _: [b"HTTP/1.1 400 Bad Request\r\n\r\n" * 9]), "not speak RPC"),
                 ("a page later", RpcPeer(lambda _: [b"HTTP/1.1 400 Bad Request\r\n\r\n" * 9]), "not speak RPC"),
                 ("lengths that lie", RpcPeer(lambda call: [pdu(RESPONSE, call, bytes(24), length=3)]), "RPC status"),
@@ -74,10 +74,10 @@ class PeerTest(unittest.TestCase):
                 ("closes instead of answering", RpcPeer(lambda _: [], lambda call: [bind_ack(call)]), "within 2 s"),
                 ("stops within its answer", RpcPeer(lambda _: [whole[:30]]), "within 2 s"),
                 ("fragments of nothing", RpcPeer(lambda call: endless(call, 16, 0)), "within 2 s|without end"),
-                ("fragments without end", RpcPeer(endless), "without end"),
+                ("fragments without end", RpcPeer(endless), "an endless reply"),
                 ("more than it announced", RpcPeer(lambda call: endless(call, 16)), "within 2 s|without end")):
             with self.subTest(name), peer:
-                self.assert_fails(rpc(QUERY, timeout=45 if says == "without end" else 2), says)
+                self.assert_fails(rpc(QUERY, timeout=45 if says == "an endless reply" else 2), says)
 
 
 class DoctorTest(unittest.TestCase):
@@ -88,12 +88,12 @@ class DoctorTest(unittest.TestCase):
     def test_only_the_monitors_own_answers_are_ok(self):
         refused = reply(b"", result=110)
         for name, on_call, says in (
-                ("success", answer(reply(b"")), "0 for a printer without a name, where the monitor says 110"),
-                ("one code for all", answer(refused), "110 for a command .*, where the monitor says 87"),
-                ("a refusal with data", answer(reply(bytes(100_000), result=110)), "100000 bytes, 0 were asked for"),
+                ("success", answer(reply(b"")), "0 for a printer without a name instead of 110"),
+                ("one code for all", answer(refused), "110 for a command .* instead of 87"),
+                ("a refusal with data", answer(reply(bytes(100_000), result=110)), "100000 bytes, the limit is 0"),
                 ("a fault", lambda call: [fault(call, 0x1C010002)], "RPC status 1745"),
-                ("no end", endless, "answers without end|does not answer"),  # as fast as the machine is
-                ("nothing", lambda _: [], "takes the call and does not answer")):
+                ("no end", endless, "sends an endless reply|does not answer"),  # as fast as the machine is
+                ("nothing", lambda _: [], "accepts the call but does not answer")):
             with self.subTest(name), RpcPeer(on_call):
                 self.assertRegex(self.tcp(), rf"wrong +rpc tcp +.*{says}")
 

@@ -60,7 +60,7 @@ class Fleet(Companion):
 
     def test_who_needs_a_hand_stands_first(self):
         fleet = {"fine": ("-", FINE),
-                 "tells nothing": ("unreachable", replaced(ANSWER, ("(?s)<wprt:ElementData.*</wprt:ElementData>", ""))),
+                 "reports nothing": ("unreachable", replaced(ANSWER, ("(?s)<wprt:ElementData.*</wprt:ElementData>", ""))),
                  "low": ("low", replaced(FINE, (">80</wprt:Level>", ">9</wprt:Level>"))),
                  "not yet low": ("-", replaced(FINE, (">80</wprt:Level>", ">10</wprt:Level>"))),
                  "warns": ("warning", conditions("DoorOpen", "Warning")),
@@ -75,7 +75,7 @@ class Fleet(Companion):
         rows = [line.split()[:2] for line in result.stdout.splitlines()[1:]]
         self.assertEqual({url: needs for needs, url in rows}, urls)
         self.assertEqual([needs for needs, _ in rows], ["error"] * 2 + ["unreachable"] * 3 + ["warning", "low"] + ["-"] * 3)
-        for what in ("MediaJam (Critical)", "DoorOpen (Warning)", "Yellow 9%", "tells nothing", "no connection to 127.0.0.1:1: "):
+        for what in ("MediaJam (Critical)", "DoorOpen (Warning)", "Yellow 9%", "reports nothing", "no connection to 127.0.0.1:1: "):
             self.assertIn(what, result.stdout)
         self.assertNotIn("MediaLow", result.stdout)
 
@@ -107,10 +107,10 @@ class Fleet(Companion):
                 self.assertEqual(len(self.works("status", "--list", file, url).splitlines()), 2)
         done = windows.vlmctl("status", "--list", "-", stdin=f"{url}\n\n# x\nnot a host\n")
         self.assertEqual((done.returncode, done.stdout), (1, ""))
-        self.assertRegex(done.stderr, "^vlmctl: standard input:4: 'not a host' is no address of a printer")
+        self.assertRegex(done.stderr, "^vlmctl: standard input:4: 'not a host' is not a printer address")
         self.fails("status", "--list", self.folder / "none", says="cannot read .*none: file not found")
         file.write_text("# nobody\n")
-        self.fails("status", "--list", file, says="names no printer")
+        self.fails("status", "--list", file, says="lists no printers")
         self.fails("status", "--json", status=2, says="an address is required")
 
     def test_numbers_of_a_printer(self):

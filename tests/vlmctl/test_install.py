@@ -132,7 +132,7 @@ class Install(Installation):
                 ("headers only", image.bytes[:0x200], "within its headers|outside the file"),
                 ("half", image.bytes[:len(image.bytes) // 2], "outside the file"),
                 ("header far away", image.changed(0x3C, far), "header lies outside"),
-                ("another header", image.changed(image.header, 0x1234), "its header is none"),
+                ("another header", image.changed(image.header, 0x1234), "it has no PE header"),
                 ("for x86", image.changed(image.header + 4, 0x14C, 2), "not a DLL for x64"),
                 ("for ARM64", image.changed(image.header + 4, 0xAA64, 2), "not a DLL for x64"),
                 ("32-bit header", image.changed(image.header + 24, 0x10B, 2), "not a DLL for x64"),
@@ -260,7 +260,7 @@ class Doctor(Installation):
         self.assertWrong(lines, "registered", "not among the spooler's monitors; 'vlmctl install'")
         self.assertWrong(lines, "file", "file not found.*install it")
         for endpoint in ("local", "pipe", "tcp"):
-            self.assertWrong(lines, "rpc " + endpoint, "nobody serves there")
+            self.assertWrong(lines, "rpc " + endpoint, "no server listens at this endpoint")
         self.assertNotEqual(lines["window"][0], "ok")
 
     def test_wrong_file(self):
@@ -270,7 +270,7 @@ class Doctor(Installation):
         for content, says in ((b"no DLL", "not a DLL"),
                               ((windows.BIN / "spoolss.dll").read_bytes(), "does not export InitializePrintMonitor2"),
                               ((windows.BIN / "loud.dll").read_bytes(), "does not export InitializePrintMonitor2"),
-                              (other_version, r"of version 9\.8\.7, this vlmctl of \d")):
+                              (other_version, r"has version 9\.8\.7, this vlmctl \d")):
             with self.subTest(says):
                 COPY.write_bytes(content)
                 self.assertWrong(self.doctor(), "file", says)

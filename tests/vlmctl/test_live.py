@@ -118,7 +118,7 @@ class Elements(Live):
                  "left out pri:PrinterConfiguration, v:Device$"),
                 (part("v:PrinterStatus", status.replace("p:", "v:")), ["PrinterStatus"], "left out pri:PrinterStatus$"),
                 (part("p:Nonsense", valid="false"), ["Nonsense", "PrinterStatus"],
-                 "no valid pri:Nonsense; the printer left out pri:PrinterStatus$")):
+                 "no valid pri:Nonsense; the printer did not send pri:PrinterStatus$")):
             with self.subTest(parts=parts, asked=asked), AnswerService(parts) as url:
                 command = ("wsd", url, *asked, "--ns", f"v={VENDOR}")
                 if says:
@@ -202,10 +202,10 @@ class Bidi(Live):
 
 class Failures(Live):
     def test_misbehaving_printer_is_named_in_one_line(self):
-        for fault, says in (({"mode": "html"}, "is no WSD print service: "),
-                            ({"mode": "not-found"}, "is no WSD print service: HTTP status 404; "),
-                            ({"mode": "empty"}, "is no WSD print service: "),
-                            ({"mode": "entity-bomb"}, "is no WSD print service: .*document type"),
+        for fault, says in (({"mode": "html"}, "is not a WSD print service: "),
+                            ({"mode": "not-found"}, "is not a WSD print service: HTTP status 404; "),
+                            ({"mode": "empty"}, "is not a WSD print service: "),
+                            ({"mode": "entity-bomb"}, "is not a WSD print service: .*document type"),
                             ({"mode": "soap12-fault"}, "status 500"),
                             ({"mode": "soap11-fault"}, "status 500: SOAP"),
                             ({"mode": "no-xml"}, "status 500"),
@@ -215,7 +215,7 @@ class Failures(Live):
                 self.printer.set_wsd_fault(**fault)
                 self.fails("status", self.url, says=says)
         self.printer.set_wsd_fault("html")
-        self.fails("bidi", "get", *EXTENSIONS, "--printer", self.url, BLACK, says="is no WSD print service: ")
+        self.fails("bidi", "get", *EXTENSIONS, "--printer", self.url, BLACK, says="is not a WSD print service: ")
 
     def test_nobody_there(self):
         for command in (("status", NOBODY), ("wsd", NOBODY, "PrinterStatus"), ("wsd", NOBODY, "X", "--raw"),
@@ -230,7 +230,7 @@ class Failures(Live):
                         ("bidi", "get", *EXTENSIONS, "--printer", address, "--port", "wsd", BLACK),
                         ("deptid", "check", address, "--user", "4711")):
             with self.subTest(command[0]):
-                self.fails(*command, status=2, says="is no address of a printer: .* http or https, not ftp$")
+                self.fails(*command, status=2, says="is not a printer address: .* http or https, not ftp$")
 
     def test_fault_of_an_extension_file_is_not_the_printers(self):
         schema = (f'<b:D xmlns:b="http://schemas.microsoft.com/windows/2005/03/printing/bidi"><Schema xmlns:p="{PRINT}">'

@@ -63,9 +63,9 @@ class PrintTest(Companion):
         for document, arguments, says in (
                 (self.document.with_name("none"), (), "cannot read .*none"), (self.folder.name, (), "cannot read "),
                 (self.document, (), rf"no connection to {self.address}: .*refused"),
-                (self.document, ("--dll", "Z:\\none.dll"), r"there is no Z:\\none\.dll"),
+                (self.document, ("--dll", "Z:\\none.dll"), r"Z:\\none\.dll was not found"),
                 (self.document, ("--dll", self.document), "cannot be loaded"),
-                (self.document, ("--dll", windows.BIN / "spoolss.dll"), "is no print monitor")):
+                (self.document, ("--dll", windows.BIN / "spoolss.dll"), "is not a print monitor")):
             with self.subTest(says):
                 self.fails("print", document, "--to", self.address, *arguments, says=says)
 
@@ -76,7 +76,7 @@ class PrintTest(Companion):
         result = subprocess.run([windows.RUNNER, windows.BIN / "vlmctl.exe", "print", self.document, "--to",
                                  self.address], stdout=output, stderr=subprocess.PIPE, text=True, timeout=60)
         os.close(output)
-        self.assertEqual((result.returncode, result.stderr), (1, "vlmctl: standard output takes no more\n"))
+        self.assertEqual((result.returncode, result.stderr), (1, "vlmctl: cannot write to standard output\n"))
         self.assertTrue(self.printer.wait_for_documents(before + 1)[-1]["complete"])
 
     def test_connection_lost_in_the_middle_says_how_much_had_gone(self):

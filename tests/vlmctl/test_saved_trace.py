@@ -67,7 +67,7 @@ class SavedTrace(Companion):
         for since in ("yesterday", "10", "10 m", "m", "-10m", "1.5.2h", "25:00", "12:60", "2026-13-01", "2026-02-29",
                       "2026-03-28T", "2026-03-28T10:00+1", "2026-03-28T10:00 ", "9" * 400 + "d", "0000-01-01"):
             with self.subTest(since):
-                self.fails("trace", "--file", self.file, f"--since={since}", status=2, says="is no time; write 10m")
+                self.fails("trace", "--file", self.file, f"--since={since}", status=2, says="is not a time; write 10m")
 
     def test_since_some_time_ago(self):
         now = datetime.datetime.now().astimezone()
@@ -84,7 +84,7 @@ class SavedTrace(Companion):
         self.assertEqual(self.ports(text), ["old", "new", "bare"])
         done = self.vlmctl("trace", "--file", self.file, "--since", "2026-03-28T10:00Z")
         self.assertEqual([line.split('"')[1] for line in done.stdout.splitlines()], ["new", "bare"])
-        self.assertEqual(done.stderr, "1 line was left out, since the file has no date before\n")
+        self.assertEqual(done.stderr, "1 line was left out: no date precedes it\n")
         self.file.write_text(old)
         self.assertEqual(self.vlmctl("trace", "--file", self.file, "--since", "10m").returncode, 3)
 
@@ -150,7 +150,7 @@ class SavedTrace(Companion):
 
     def test_what_makes_no_sense_together(self):
         for arguments, says in ((["--since", "10m"], "--file"), (["--follow"], "--file"), (["--json"], "--summary"),
-                                (["--metrics"], "--summary"), (["--file", "-", "--follow"], "cannot be followed"),
+                                (["--metrics"], "--summary"), (["--file", "-", "--follow"], "needs a file"),
                                 (["--file", "x", "--save", "y"], "--save")):
             with self.subTest(arguments):
                 self.fails("trace", *arguments, status=2, says=says)

@@ -93,7 +93,7 @@ class TraceTest(Companion):
         listener.wait_for("job 1 ended")
 
         with self.subTest("a second reader is told"):
-            self.fails("trace", "--seconds", "5", says="another program reads the debugger output already")
+            self.fails("trace", "--seconds", "5", says="another program is already reading the debugger output")
         seen = listener.stop()
         with self.subTest("lines"):
             self.assertEqual(len(seen), 3, seen)
@@ -111,7 +111,7 @@ class TraceTest(Companion):
             table = self.works("trace", "--summary", "--file", saved)
             self.assertRegex(table, rf"(?m)^{self.port} +2 +{2 * len(DOCUMENT)} +0 +0 +0 +0 +{milliseconds}$")
             self.assertRegex(table, r"(?m)^IP_127\.0\.0\.1:1 +0 +0 +0 +0 +0 +1 +0$")
-            self.assertIn("errors on no port: 1\n", table)
+            self.assertIn("errors without a port: 1\n", table)
             table = self.works("trace", "--summary", "--file", saved, "--port", self.port.lower())
             self.assertNotIn("IP_127.0.0.1:1 ", table)
             self.assertNotIn("no port", table)

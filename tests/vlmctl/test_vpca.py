@@ -55,15 +55,15 @@ class VpcaTest(Companion):
 
     def test_bad_frames_say_where_and_why(self):
         for frame, says in (
-                ("CDCA1005", "offset 0: the header takes 20 bytes, there are 4"),
+                ("CDCA1005", "offset 0: the header needs 20 bytes, there are 4"),
                 ("ABCD" + "00" * 18, "offset 0: the magic is ABCD"),
                 ("CDCA11" + "00" * 17, "offset 2: the version 0x11"),
                 ("CDCA1005002D" + "00" * 14, "offset 4: the operation 0x2d"),
-                (ATTRIBUTES.format(12, "0001") + "01", "offset 8: the body length 12 reaches beyond"),
+                (ATTRIBUTES.format(12, "0001") + "01", "offset 8: the body length 12 exceeds the"),
                 (ATTRIBUTES.format(11, "0001") + "0100B408" + "01" * 8,
-                 "offset 24: attribute 180 takes 8 bytes, there are 7"),
+                 "offset 24: attribute 180 needs 8 bytes, there are 7"),
                 (ATTRIBUTES.format(11, "0001") + "0100B407" + "01" * 7,
-                 "offset 24: 7 bytes are no value of attribute 180")):
+                 "offset 24: 7 bytes are not a valid value of attribute 180")):
             with self.subTest(says):
                 self.fails("vpca", "decode", frame, says="bad frame: at " + says)
 

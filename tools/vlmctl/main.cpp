@@ -49,7 +49,7 @@ int Complain(const std::string& what, int status) {
 std::string Unknown(const CLI::App& app, const CLI::ParseError& error) {
     const std::vector<std::string> unknown = app.remaining(true);
     const bool told = dynamic_cast<const CLI::RequiredError*>(&error) == nullptr;
-    return told || unknown.empty() ? "" : ", and '" + unknown.front() + "' is not known";
+    return told || unknown.empty() ? "" : " (unknown: '" + unknown.front() + "')";
 }
 
 int Run() {
@@ -71,7 +71,7 @@ int Run() {
     } catch (const CLI::RuntimeError& answer) {
         return answer.get_exit_code();
     } catch (const CLI::ParseError& error) {
-        return Complain(error.what() + Unknown(app, error) + "; --help tells more", kWrongUsage);
+        return Complain(error.what() + Unknown(app, error) + "; see --help", kWrongUsage);
     }
 }
 
@@ -83,8 +83,7 @@ int main() {
     vlm::ReadTraceLevel();
     if (const std::wstring level = vlm::UnknownTraceLevel(); !level.empty())
         Complain("VLLM3MON_TRACE=" + Shown(level) +
-                     " is no level, which are off, error, info and verbose; errors are "
-                     "traced",
+                     " is not a trace level (off, error, info or verbose); tracing errors only",
                  kDone);
     try {
         return Run();

@@ -52,7 +52,7 @@ class AnswerChecker {
                 const std::wstring is = L"[namespace-uri()='" + one.uri + L"']";
                 if (Finds(L"*" + is, *schema) || Finds(L"@*" + is, *schema)) continue;
                 Say(Rule::kNamespaceNotSent, *schema, L"xmlns:" + one.prefix,
-                    L"prefix " + Quoted(one.prefix) + L" means " + Quoted(one.uri) +
+                    L"prefix " + Quoted(one.prefix) + L" stands for " + Quoted(one.uri) +
                         L", and nothing that the printer sends is in that namespace");
             }
         }

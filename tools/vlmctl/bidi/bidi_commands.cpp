@@ -47,11 +47,10 @@ std::vector<BidiAnswer> Answers(const BidiOptions& options, const wchar_t* actio
 void CheckPaths(const std::vector<std::string>& paths) {
     for (const std::string& path : paths) {
         if (path.starts_with('\\')) continue;
-        throw CommandError(
-            "'" + Shown(path) +
-                "' is no schema path, which begins with a backslash; each extension file stands "
-                "behind an --ext of its own",
-            kWrongUsage);
+        throw CommandError("'" + Shown(path) +
+                               "' is not a schema path, which begins with a backslash; each extension file "
+                               "needs an --ext of its own",
+                           kWrongUsage);
     }
 }
 
@@ -108,7 +107,8 @@ CLI::App* AddQuery(CLI::App& bidi, const char* name, const char* what,
                    const std::shared_ptr<BidiOptions>& options) {
     CLI::App* command = bidi.add_subcommand(name, what);
     command
-        ->add_option("--ext", options->sources.extensions, "Extension file; several are merged in this order")
+        ->add_option("--ext", options->sources.extensions,
+                     "Extension file; several are merged in the given order")
         ->required()
         ->allow_extra_args(false);  // each stands behind an --ext of its own, so that paths may follow
     command->add_flag("--json", options->json, "Print JSON instead of text");
@@ -119,14 +119,12 @@ CLI::App* AddQuery(CLI::App& bidi, const char* name, const char* what,
 CLI::Option* AddSource(CLI::App* command, BidiSources& sources) {
     CLI::Option_group* source = command->add_option_group("Source");
     CLI::Option* saved = source->add_option("--wsd", sources.printerAnswer,
-                                            "The printer's GetPrinterElements answer, saved in a file; of it "
-                                            "count the elements that the paths ask for, as live");
-    command
-        ->add_flag("--whole", sources.wholeAnswer,
-                   "All that is in the saved answer counts, whatever the paths ask for")
+                                            "A saved GetPrinterElements answer; only the elements that the "
+                                            "paths query are used, as with a live printer");
+    command->add_flag("--whole", sources.wholeAnswer, "Use all of the saved answer, whatever the paths query")
         ->needs(saved);
-    CLI::Option* printer = source->add_option("--printer", sources.printerUrl,
-                                              "Address of the printer's print service, asked live");
+    CLI::Option* printer =
+        source->add_option("--printer", sources.printerUrl, "Print service address of a printer to ask live");
     source->require_option(1);
     return printer;
 }
@@ -139,10 +137,10 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
         command
             ->add_option("--port", options->port,
                          "Ask through the monitor, on a port of this kind (tcp, wsd, usb), "
-                         "and say where each entry comes from; takes the stand-in spooler")
+                         "and show the source of each entry; needs the stand-in spooler")
             ->check(CLI::IsMember(kPorts))
             ->needs(printer);
-    command->add_option("--dll", options->dll, "The monitor to load instead of the one beside this program")
+    command->add_option("--dll", options->dll, "Monitor DLL to load (default: the one next to this program)")
         ->needs(through);
     command->add_option("PATH", options->paths, "Schema path, such as \\Printer.Consumables.Black:Level")
         ->required();
@@ -151,8 +149,8 @@ void AddAsk(CLI::App& bidi, const char* name, const char* what, const wchar_t* a
 
 void AddExplain(CLI::App& bidi) {
     auto options = std::make_shared<BidiOptions>();
-    CLI::App* command = AddQuery(
-        bidi, "explain", "Follow one path step by step, and say why it has its value, or none", options);
+    CLI::App* command =
+        AddQuery(bidi, "explain", "Explain step by step why a path has its value, or none", options);
     AddSource(command, options->sources);
     auto path = std::make_shared<std::string>();
     command->add_option("PATH", *path, "Schema path, such as \\Printer.Consumables.Black:Level")->required();
@@ -169,18 +167,14 @@ void AddExplain(CLI::App& bidi) {
 void AddCheck(CLI::App& bidi) {
     auto options = std::make_shared<CheckOptions>();
     CLI::App* check = bidi.add_subcommand(
-        "check",
-        "Tell what is wrong with extension files; exit status 0 nothing, 1 warnings, 2 errors, 3 unreadable");
-    check
-        ->add_option("FILE", options->sources.extensions,
-                     "Extension files, in the order in which a printer loads them")
-        ->required();
+        "check", "Check extension files; exit status 0: clean, 1: warnings, 2: errors, 3: unreadable");
+    check->add_option("FILE", options->sources.extensions, "Extension files, in loading order")->required();
     CLI::Option* saved =
         check->add_option("--wsd", options->sources.printerAnswer,
-                          "Try them on this saved answer, too, and tell what finds nothing in it");
+                          "Also try them on this saved answer and report what finds nothing in it");
     check
         ->add_option("--printer", options->sources.printerUrl,
-                     "Try them on what the printer at this address answers")
+                     "Also try them on the answer of the printer at this address")
         ->excludes(saved);
     CLI::Option* json = check->add_flag("--json", options->json, "Print JSON instead of text");
     check->add_flag("--sarif", options->sarif, "Print a SARIF 2.1.0 log instead of text")->excludes(json);
@@ -193,13 +187,14 @@ void AddBidiCommands(CLI::App& app) {
     CLI::App* bidi = app.add_subcommand(
         "bidi", "Check Bidi extension files, and try them on a printer or its saved answer");
     bidi->require_subcommand(1);
-    AddAsk(*bidi, "get", "Answer one path each", L"Get");
-    AddAsk(*bidi, "getall", "Answer all leaves below each path; '\\' is the whole tree", L"GetAll");
+    AddAsk(*bidi, "get", "Get the value of each path", L"Get");
+    AddAsk(*bidi, "getall", "Get the values of all leaves below each path; '\\' is the whole tree",
+           L"GetAll");
 
     auto enumOptions = std::make_shared<BidiOptions>();
     CLI::App* enumerate = AddQuery(*bidi, "enum", "List the WSD elements that the paths need", enumOptions);
     enumerate->add_option("--printer", enumOptions->sources.printerUrl,
-                          "Ask the printer at this address which of them it answers");
+                          "Ask the printer at this address which of them it sends");
     enumerate->add_option("PATH", enumOptions->paths, "Schema path")->required();
     enumerate->callback([enumOptions] {
         CheckPaths(enumOptions->paths);

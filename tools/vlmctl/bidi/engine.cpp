@@ -123,7 +123,7 @@ std::string CleanAnswer(const CVelunBidiSpl& engine, const BidiSources& sources,
     const Outcome cleaned = CleanPrinterElements(answer, prefixes, &clean, status);
     if (FAILED(cleaned))
         ThrowFailure(saved ? Shown(sources.printerAnswer) + " cannot be used"
-                           : Shown(sources.printerUrl) + " is no WSD print service",
+                           : Shown(sources.printerUrl) + " is not a WSD print service",
                      cleaned);
     return saved && !sources.wholeAnswer ? OnlyAskedFor(clean, queryXml, prefixes) : clean;
 }
@@ -135,7 +135,7 @@ std::wstring FullPath(const std::string& path) {
     std::wstring full(32768, L'\0');
     const DWORD length =
         GetFullPathNameW(given.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
-    if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is no path");
+    if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is not a path");
     full.resize(length);
     return full;
 }
@@ -185,7 +185,7 @@ std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* act
 std::vector<NeededElement> NeededElements(const BidiSources& sources, const std::vector<std::string>& paths) {
     EngineQuery query(sources, paths);
     if (!query.FindNeeded())
-        throw CommandError("the extension files have none of these paths", kNothingFound);
+        throw CommandError("the extension files define none of these paths", kNothingFound);
     std::vector<NeededElement> elements;
     for (const std::string& name : query.Needed())
         elements.push_back({name, std::nullopt});

@@ -52,9 +52,9 @@ void PrintStep(const Step& step) {
 
 // What of a text counts.
 const char* Conversion(const std::string& type) {
-    if (type == "BIDI_INT") return ", of which the sign and the leading digits count";
-    if (type == "BIDI_FLOAT") return ", as far as it is a number with a decimal point";
-    if (type == "BIDI_BOOL") return ", and only 'true' is true";
+    if (type == "BIDI_INT") return "; only its sign and leading digits count";
+    if (type == "BIDI_FLOAT") return ", as far as that is a decimal number";
+    if (type == "BIDI_BOOL") return "; only 'true' is true";
     if (type == "BIDI_BLOB") return ", as base64";
     return "";
 }
@@ -62,7 +62,7 @@ const char* Conversion(const std::string& type) {
 void PrintResult(const Explanation& explanation) {
     const BidiAnswer& answer = explanation.answer;
     if (explanation.verdict == Verdict::kFound) {
-        PrintLine("  is '{}', {}, of the text '{}'{}", Shown(answer.value), answer.type,
+        PrintLine("  value is '{}' ({}), from the text '{}'{}", Shown(answer.value), answer.type,
                   Shown(explanation.text.value_or("")), Conversion(answer.type));
         return;
     }

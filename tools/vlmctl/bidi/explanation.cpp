@@ -207,15 +207,15 @@ class Explainer {
     void JudgeLeaf(const SchemaElement& leaf, const LeafAnswer& answer) {
         if (explanation_.answer.result == ERROR_SUCCESS) return Judge(Verdict::kFound, "found");
         if (!inFiles_) {
-            return Judge(
-                Verdict::kNotAsked,
-                "a name on the path holds '.', ':' or '\\', so it is only answered with the whole tree");
+            return Judge(Verdict::kNotAsked,
+                         "a name on the path contains '.', ':' or '\\', so only a query for the whole tree "
+                         "answers it");
         }
         if (answer.text) {
             return Judge(Verdict::kNoConversion,
                          leaf.type == L"BIDI_BLOB"
-                             ? "the filter finds base64, of which this version answers no bytes"
-                             : "there is no type " + Shown(leaf.type.value_or(L"")) + " to make a value of");
+                             ? "the filter finds base64, and this version answers no binary values"
+                             : "the type " + Shown(leaf.type.value_or(L"")) + " is unknown");
         }
         JudgeSearch(*explanation_.steps.back().search, *leaf.declared);
     }
@@ -224,7 +224,8 @@ class Explainer {
     void JudgeSearch(const Search& search, const SchemaElement& declared) {
         const std::wstring read = ReadsUnasked(search);
         if (query_->Needed().empty()) {
-            Judge(Verdict::kNotAsked, "nothing on the path has a query, so the printer is asked for nothing");
+            Judge(Verdict::kNotAsked,
+                  "nothing on the path has a query, so the printer is not asked for anything");
         } else if (!read.empty()) {
             Judge(Verdict::kNotAsked,
                   "the filter reads " + ToUtf8(read) + ", which no query on the path asks for");
@@ -293,9 +294,8 @@ class Explainer {
         if (reached != nullptr) {
             DescribeTrail(Trail(Expanded().Root(), reached));
             if (reached->IsLeaf()) {
-                return Judge(
-                    Verdict::kOtherSchema,
-                    "the leaf is not written like this, or stands in a Schema that Get does not reach");
+                return Judge(Verdict::kOtherSchema,
+                             "the leaf is spelled differently, or is in a Schema that Get does not reach");
             }
             return Judge(Verdict::kLevel, "the path leads to a level, which has no value of its own");
         }

@@ -49,15 +49,16 @@ void CheckName(const std::filesystem::path& file) {
         std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= 0x20 && c < 0x7F; }) &&
         name.find_first_of(L",;=\"%") == std::wstring::npos;
     if (!plain || _wcsicmp(file.extension().c_str(), L".ini") == 0)
-        throw CommandError("'" + Shown(name) + "' cannot stand in an INI file as an extension file",
-                           kWrongUsage);
+        throw CommandError(
+            "'" + Shown(name) + "' is not a name that an INI file can hold for an extension file",
+            kWrongUsage);
 }
 
 void Write(const std::filesystem::path& file, const std::string& content) {
     std::ofstream stream(file, std::ios::binary | std::ios::trunc);
     stream << content;
     stream.close();
-    if (!stream) throw CommandError(Shown(file.wstring()) + " cannot be written");
+    if (!stream) throw CommandError("cannot write " + Shown(file.wstring()));
 }
 
 void MakeNew(const NewOptions& options) {
@@ -68,7 +69,7 @@ void MakeNew(const NewOptions& options) {
     CheckName(file);
     for (const std::filesystem::path& path : {file, ini}) {
         if (!options.force && std::filesystem::exists(path))
-            throw CommandError(Shown(path.wstring()) + " is there already; --force writes it anew");
+            throw CommandError(Shown(path.wstring()) + " already exists; --force overwrites it");
     }
 
     const std::string source =
@@ -89,8 +90,8 @@ void MakeNew(const NewOptions& options) {
     for (const std::string& element : extension.elements)
         PrintLine("  asks for  {}", Shown(element));
     for (const std::string& element : extension.leftOut)
-        PrintLine("  left out  {}: it stands in no namespace, and no query can name it", Shown(element));
-    PrintLine("{}: names it for the driver", Shown(ini.wstring()));
+        PrintLine("  left out  {}: it has no namespace, so no query can name it", Shown(element));
+    PrintLine("{}: INI file of the driver", Shown(ini.wstring()));
 }
 
 }  // namespace
@@ -98,16 +99,16 @@ void MakeNew(const NewOptions& options) {
 void AddNewCommand(CLI::App& bidi) {
     auto options = std::make_shared<NewOptions>();
     CLI::App* command = bidi.add_subcommand(
-        "new", "Write a first extension file for what a printer answers, and an INI file beside it");
+        "new", "Write a first extension file for a printer's answer, and an INI file next to it");
     command->add_option("FILE", options->file, "Extension file to write")->required();
     CLI::Option_group* source = command->add_option_group("Source");
-    source->add_option("--wsd", options->source.printerAnswer, "The printer's answer, saved in a file");
+    source->add_option("--wsd", options->source.printerAnswer, "A saved answer of the printer");
     source->add_option(
         "--printer", options->source.printerUrl,
-        "Address of the printer's print service, asked live for what is published; 'vlmctl wsd "
-        "--save' gets a vendor's elements, too");
+        "Print service address of a printer to ask for the standard elements; 'vlmctl wsd --save' "
+        "also gets vendor elements");
     source->require_option(1);
-    command->add_flag("--force", options->force, "Write the files anew if they are there");
+    command->add_flag("--force", options->force, "Overwrite existing files");
     command->callback([options] { MakeNew(*options); });
 }
 

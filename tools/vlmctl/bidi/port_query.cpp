@@ -38,7 +38,7 @@ class DriverFolder {
         GUID id;
         wchar_t name[64];
         if (FAILED(CoCreateGuid(&id)) || StringFromGUID2(id, name, static_cast<int>(std::size(name))) == 0)
-            throw CommandError("no name for a temporary folder");
+            throw CommandError("cannot name a temporary folder");
         folder_ = std::filesystem::temp_directory_path() / (std::wstring(L"vlmctl-") + name);
         std::filesystem::create_directory(folder_);
         try {
@@ -66,7 +66,7 @@ class DriverFolder {
             if (i > 0) ini << "UIBidiWSDFile" << i << '=' << name << "\r\n";
         }
         ini.close();
-        if (!ini) throw CommandError("the temporary driver cannot be written");
+        if (!ini) throw CommandError("cannot write the temporary driver");
     }
     void Remove() const {
         std::error_code ignored;
@@ -82,15 +82,15 @@ std::wstring PortAddress(const PortQuery& query) {
     const std::wstring url = FromUtf8(query.printerUrl);
     const ServiceUrl parsed = ParsePrinterUrl(query.printerUrl);
     if (query.port != Kind::kTcp) return url;
-    if (parsed.secure) throw CommandError("a TCP/IP port knows a host, no https address", kWrongUsage);
+    if (parsed.secure) throw CommandError("a TCP/IP port has a host, not an https address", kWrongUsage);
     if (parsed.path != L"/" && parsed.path != kPathAtAHost)
-        throw CommandError("a TCP/IP port knows only the host: the monitor asks there for " +
-                               ToUtf8(kPathAtAHost) + ", not for " + ToUtf8(Printable(parsed.path)),
+        throw CommandError("a TCP/IP port has only a host: the monitor asks it for " + ToUtf8(kPathAtAHost) +
+                               ", not for " + ToUtf8(Printable(parsed.path)),
                            kWrongUsage);
     std::wstring address = parsed.host;
     if (parsed.port != 80) address += L':' + std::to_wstring(parsed.port);
     if (address.size() > BidiLowerMonitor::kLongestHost)
-        throw CommandError("the host's name is too long for a TCP/IP port", kWrongUsage);
+        throw CommandError("the host name is too long for a TCP/IP port", kWrongUsage);
     return address;
 }
 
@@ -111,7 +111,7 @@ std::vector<BidiAnswer> AskThroughPort(const PortQuery& query, const wchar_t* ac
     CheckUsable(query.extensions);
     const standin::Printers spooler;
     if (!spooler.Present())
-        throw CommandError("--port needs the stand-in spooler, winspool.drv, beside this program");
+        throw CommandError("--port needs the stand-in spooler, winspool.drv, next to this program");
     const DriverFolder driver(query.extensions);
     const std::wstring dependentFiles = driver.DependentFiles();
     std::wstring portName = lower.PortName();
@@ -122,18 +122,18 @@ std::vector<BidiAnswer> AskThroughPort(const PortQuery& query, const wchar_t* ac
     host::MonitorHost monitor(query.dll.empty() ? host::BesideProgram(kMonitorFile) : FromUtf8(query.dll));
     const MONITOR2& table = monitor.Table();
     if (table.pfnSendRecvBidiDataFromPort == nullptr)
-        throw CommandError("this monitor answers no Bidi queries");
+        throw CommandError("this monitor does not answer Bidi queries");
     HANDLE port = nullptr;
     if (!table.pfnOpenPortEx(monitor.Manager(), &lower, portName.data(), printer.data(), &port,
                              lower.Table()))
-        throw CommandError("the monitor does not open the port: " + ErrorText(GetLastError()));
+        throw CommandError("the monitor could not open the port: " + ErrorText(GetLastError()));
     const ScopeExit closePort([&] { table.pfnClosePort(port); });
 
     BidiRequest request(paths);
     DWORD error = ERROR_SUCCESS;
     std::vector<BidiAnswer> answers = Ask(table, port, action, request, error);
     if (error != ERROR_SUCCESS)
-        throw CommandError("the monitor has no answer: " + ErrorText(error) + "; --trace tells why");
+        throw CommandError("the monitor returned " + ErrorText(error) + "; --trace shows why");
     const std::vector<BidiAnswer> lowers = Ask(*lower.Table(), &lower, action, request, error);
     for (BidiAnswer& answer : answers) {
         const bool ofLower = std::find(lowers.begin(), lowers.end(), answer) != lowers.end();

@@ -74,7 +74,7 @@ void RestoreConsole() {
 }
 
 void Print(std::string_view line) {
-    if (!WriteLine(line)) throw CommandError("standard output takes no more");
+    if (!WriteLine(line)) throw CommandError("cannot write to standard output");
 }
 
 std::string Shown(const std::wstring& text) {

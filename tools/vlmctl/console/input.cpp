@@ -50,7 +50,7 @@ std::string ReadInput(const std::string& file, size_t most) {
         bytes.resize(before + count);
         if (count == 0) return bytes;
         if (bytes.size() > most)
-            throw CommandError(fmt::format("{} has more than {} bytes", InputName(file), most));
+            throw CommandError(fmt::format("{} is larger than {} bytes", InputName(file), most));
     }
 }
 

@@ -135,7 +135,7 @@ ElementDocument::ElementDocument(const std::string& url, const std::string& clea
         throw CommandError(shown + " refuses the request: " + (reason.empty() ? "no reason given" : reason));
     }
     if (!document_.SelectSingleNode(L"/soap:Envelope/soap:Body/pri:GetPrinterElementsResponse"))
-        throw CommandError(shown + " is no WSD print service: its answer holds no printer elements");
+        throw CommandError(shown + " is not a WSD print service: its answer contains no printer elements");
     parts_ = NodesAt(document_.Root().Get(),
                      L"soap:Body/pri:GetPrinterElementsResponse/pri:PrinterElements/pri:ElementData");
 }

@@ -116,23 +116,23 @@ std::string StatusNumber(std::uint32_t status) {
 }
 
 const char* StatusMeaning(std::uint32_t status) {
-    if (status >= kFirstException) return "the service's program failed in this call, with that exception";
+    if (status >= kFirstException) return "the server raised this exception during the call";
     switch (status) {
         case RPC_S_ACCESS_DENIED:
-            return "the service's machine denies access";
+            return "the server denied access";
         case RPC_S_UNKNOWN_IF:
-            return "what serves there does not have the monitor's procedures, or no longer";
+            return "the server at this endpoint does not offer the monitor's procedures";
         case RPC_S_SERVER_UNAVAILABLE:
-            return "nobody serves there";
+            return "no server listens at this endpoint";
         case RPC_S_CALL_FAILED:
         case RPC_S_CALL_FAILED_DNE:
-            return "the service went away during the call";
+            return "the server went away during the call";
         case RPC_S_PROTOCOL_ERROR:
-            return "what serves there does not speak RPC";
+            return "the server at this endpoint does not speak RPC";
         case RPC_S_PROCNUM_OUT_OF_RANGE:
-            return "what serves there does not have this procedure";
+            return "the server at this endpoint does not offer this procedure";
         case RPC_X_BAD_STUB_DATA:
-            return "the service found the call malformed";
+            return "the server rejected the call as malformed";
         default:
             return nullptr;
     }
@@ -150,7 +150,7 @@ RpcClient::RpcClient(RpcRoute route, const std::string& host) {
         RpcStringFreeW(&whole);
     }
     if (status != RPC_S_OK)
-        throw CommandError("no binding to '" + host + "': RPC status " +
+        throw CommandError("cannot bind to '" + host + "': RPC status " +
                            StatusNumber(static_cast<std::uint32_t>(status)));
 #if !defined(_MSC_VER)
     // For the life of the process: a handler that is there already does no harm.
@@ -192,7 +192,7 @@ RpcReply RpcClient::Call(unsigned long procedure, const std::vector<std::uint8_t
         const std::span bytes(static_cast<const std::uint8_t*>(exchange.message.Buffer),
                               exchange.message.BufferLength);
         if ((exchange.message.DataRepresentation & kByteOrder) != NDR_LITTLE_ENDIAN)
-            reply.problem = "a reply in another byte order than Windows has";
+            reply.problem = "a reply that is not little-endian";
         else
             reply = ReadReply(bytes, capacity);
     }

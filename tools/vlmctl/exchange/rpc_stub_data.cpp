@@ -84,31 +84,30 @@ RpcReply ReadReply(std::span<const std::uint8_t> stubData, std::uint32_t capacit
     constexpr size_t kTail = 8;   // behind them: the size and the procedure's result
     RpcReply reply;
     if (stubData.size() < kCount + kTail) {
-        reply.problem = fmt::format("a reply of {} bytes, fewer than any has", stubData.size());
+        reply.problem = fmt::format("a reply of only {} bytes", stubData.size());
         return reply;
     }
     const std::uint32_t count = LongAt(stubData, 0);
     if (count > capacity) {
-        reply.problem =
-            fmt::format("a reply that says it holds {} bytes, {} were asked for at most", count, capacity);
+        reply.problem = fmt::format("a reply that claims {} bytes, the limit is {}", count, capacity);
         return reply;
     }
     const size_t end = kCount + (size_t{count} + kAlignment - 1) / kAlignment * kAlignment;
     if (stubData.size() < end + kTail) {
-        reply.problem = fmt::format("a reply that says it holds {} bytes and ends before that", count);
+        reply.problem = fmt::format("a reply that claims {} bytes and ends before that", count);
         return reply;
     }
     // A transport may round the length up.
     if (stubData.size() - end - kTail >= kTail) {
-        reply.problem = fmt::format("a reply of {} bytes and {} more behind its end", count,
+        reply.problem = fmt::format("a reply of {} bytes with {} more after its end", count,
                                     stubData.size() - end - kTail);
         return reply;
     }
     const std::uint32_t size = LongAt(stubData, end);
     reply.result = LongAt(stubData, end + 4);
     if (size != count || (reply.result != 0 && count != 0)) {
-        reply.problem = fmt::format("a reply that holds {} bytes, with the size {} and the code {}", count,
-                                    size, reply.result);
+        reply.problem =
+            fmt::format("a contradictory reply: {} bytes, size {}, result {}", count, size, reply.result);
         return reply;
     }
     const auto bytes = stubData.subspan(kCount, count);

@@ -46,14 +46,14 @@ std::wstring QueryForElements(const std::vector<std::string>& names,
 
 ServiceUrl ParsePrinterUrl(const std::string& url) {
     const auto refuse = [&](const std::string& why) {
-        throw CommandError("'" + Shown(url) + "' is no address of a printer" + why, kWrongUsage);
+        throw CommandError("'" + Shown(url) + "' is not a printer address" + why, kWrongUsage);
     };
     ServiceUrl parsed;
     if (!ParseServiceUrl(FromUtf8(url), L"/", &parsed)) refuse("");
     const size_t end = url.find("://");
     const std::string scheme = end < url.find_first_of("/?") ? url.substr(0, end) : "http";
     if (_stricmp(scheme.c_str(), "http") != 0 && _stricmp(scheme.c_str(), "https") != 0)
-        refuse(": it is asked over http or https, not " + Shown(scheme));
+        refuse(": the scheme must be http or https, not " + Shown(scheme));
     return parsed;
 }
 
@@ -70,7 +70,7 @@ std::string FetchCleanAnswer(const std::string& url, const wchar_t* query) {
     const std::string answer = FetchAnswer(url, query, &status);
     std::string clean;
     const Outcome cleaned = CleanPrinterElements(answer, query, &clean, status);
-    if (FAILED(cleaned)) ThrowFailure(Shown(url) + " is no WSD print service", cleaned);
+    if (FAILED(cleaned)) ThrowFailure(Shown(url) + " is not a WSD print service", cleaned);
     return clean;
 }
 

@@ -88,7 +88,7 @@ class Checker {
             CheckSchema(root);
         } else if (FindRule(root.name) != nullptr) {
             Say(Rule::kWrongRoot, {root},
-                L"the root is " + root.name + L"; it must be Schema, or an element around one");
+                L"the root is " + root.name + L"; it must be Schema, or the parent of one");
         } else {
             CheckWrapper(root);
         }
@@ -98,12 +98,12 @@ class Checker {
     void CheckBidiNamespace(const SourceElement& root) {
         if (uris_.contains(ns::kBidi)) return;
         std::wstring text = std::wstring(L"the namespace ") + ns::kBidi +
-                            L" is declared nowhere; the engine refuses the file";
+                            L" is not declared; the engine refuses the file";
         const auto meant = std::find_if(uris_.begin(), uris_.end(), [](const std::wstring& uri) {
             return MeantNamespace(uri) == ns::kBidi;
         });
         if (meant != uris_.end())
-            text += L". It declares " + *meant + L", which is another one: write http: where it has https:";
+            text += L". It declares " + *meant + L", which is another one: write http: instead of https:";
         Say(Rule::kNoBidiNamespace, {root}, std::move(text));
     }
 
@@ -129,7 +129,7 @@ class Checker {
                 passedOver_.LookAt(child);
             } else if (!CheckNamespace(child)) {
                 Say(Rule::kUnknownElement, {child},
-                    L"unknown element " + Quoted(child.name) + L" beside Schema");
+                    L"unknown element " + Quoted(child.name) + L" next to Schema");
             }
         }
     }
@@ -150,7 +150,7 @@ class Checker {
         const std::wstring key = name != nullptr ? *name : L"";
         if (!schemaNames_.insert(key).second) {
             Say(Rule::kSecondSchema, {schema},
-                L"a second Schema of the same name; their contents are not merged within one file");
+                L"a second Schema of the same name; within one file they are not merged");
         }
         if (!firstSchema_) {
             firstSchema_ = key;
@@ -164,7 +164,7 @@ class Checker {
             const auto other = shared_.find(prefix);
             if (other != shared_.end() && other->second != uri) {
                 Say(Rule::kPrefixConflict, {schema, L"xmlns:" + prefix},
-                    L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) + L" here and " +
+                    L"prefix " + Quoted(prefix) + L" stands for " + Quoted(uri) + L" here and for " +
                         Quoted(other->second) + L" in another Schema; the engine refuses the set");
             }
         }
@@ -180,11 +180,11 @@ class Checker {
     void CheckMeaning(const SourceElement& schema, const std::wstring& prefix, const std::wstring& uri) {
         const std::wstring meant = MeantNamespace(uri);
         if (meant != ns::kWsdPrint) return;
-        const std::wstring text = L"prefix " + Quoted(prefix) + L" means " + Quoted(uri) +
+        const std::wstring text = L"prefix " + Quoted(prefix) + L" stands for " + Quoted(uri) +
                                   L", but printers answer in " + Quoted(meant);
         const std::wstring declaration = L"xmlns:" + prefix;
         if (uri.starts_with(L"https:")) {
-            Say(Rule::kHttpsNamespace, {schema, declaration}, text + L": write http: where it has https:");
+            Say(Rule::kHttpsNamespace, {schema, declaration}, text + L": write http: instead of https:");
         } else {
             Say(Rule::kDraftNamespace, {schema, declaration}, text);
         }
@@ -194,8 +194,8 @@ class Checker {
     bool CheckNamespace(const SourceElement& element) {
         const std::wstring local(Local(element.name));
         if (element.namespaceUri.empty() || FindRule(local) == nullptr) return false;
-        std::wstring text = element.name + L" stands in the namespace " + Quoted(element.namespaceUri) +
-                            L"; the engine finds it in none only";
+        std::wstring text = element.name + L" is in the namespace " + Quoted(element.namespaceUri) +
+                            L"; the engine finds it only outside any namespace";
         if (local != element.name) text += L": write " + local;
         Say(Rule::kElementInNamespace, {element}, std::move(text));
         return true;
@@ -243,7 +243,7 @@ class Checker {
     void CheckNoText(const SourceElement& element) {
         if (!element.text.empty())
             Say(Rule::kMisplacedText, {element},
-                L"text " + Quoted(element.text) + L" has no place in " + Quoted(element.name));
+                L"text " + Quoted(element.text) + L" is not allowed in " + Quoted(element.name));
     }
 
     void CheckName(const SourceElement& element, const ElementRule& rule) {
@@ -253,8 +253,8 @@ class Checker {
         const size_t found = name->find_first_of(barred);
         if (found == std::wstring::npos) return;
         Say(Rule::kUnnameable, {element, L"name", found},
-            L"the name " + Quoted(*name) + L" holds " + Quoted(name->substr(found, 1)) +
-                L", which no path can name");
+            L"the name " + Quoted(*name) + L" contains " + Quoted(name->substr(found, 1)) +
+                L", which no path can contain");
     }
 
     // Children of Schema, Property and of a Parameter that carries a template.
@@ -267,7 +267,7 @@ class Checker {
                     Say(Rule::kUnknownElement, {child},
                         L"unknown element " + Quoted(child.name) + Belongs(child.name));
             } else if (!FindRule(parent.name)->Holds(child.name)) {
-                Say(Rule::kMisplacedElement, {child}, child.name + L" has no place in " + parent.name);
+                Say(Rule::kMisplacedElement, {child}, child.name + L" is not allowed in " + parent.name);
             } else if (CheckShape(child, *rule)) {
                 if (child.name == L"Property") CheckTwice(child, properties);
                 Walk(child, *rule, parent, scope);
@@ -293,7 +293,7 @@ class Checker {
         const auto [first, added] = properties.emplace(*name, property.line);
         if (!added) {
             Say(Rule::kRepeatedProperty, {property, L"name"},
-                L"Property " + Quoted(*name) + L" stands here already, in line " +
+                L"Property " + Quoted(*name) + L" is already declared here, in line " +
                     std::to_wstring(first->second) + L"; its path reaches the first one only");
         }
     }
@@ -334,7 +334,7 @@ class Checker {
 
     void ErrorNeedsName(const SourceElement& parameter) {
         Say(Rule::kParameterNeedsName, {parameter},
-            L"a Parameter that stands for levels of its own needs a name that uses it, such as '$" +
+            L"a Parameter that makes levels of its own needs a name that uses it, such as '$" +
                 Printable(ParameterOf(parameter)) + L"$'");
     }
 
@@ -347,12 +347,12 @@ class Checker {
         const std::wstring name = ParameterOf(parameter);
         if (name.find(L'$') != std::wstring::npos) {
             Say(Rule::kParameterInDollars, {parameter, L"parameter"},
-                L"the parameter " + Quoted(name) + L" is written without '$' where it is bound");
+                L"the parameter " + Quoted(name) + L" must be written without '$' where it is bound");
         }
         const auto [outer, added] = scope.bindings.emplace(name, parameter.line);
         if (!added) {
             Say(Rule::kParameterBoundTwice, {parameter, L"parameter"},
-                L"the parameter " + Quoted(name) + L" is bound already, in line " +
+                L"the parameter " + Quoted(name) + L" is already bound, in line " +
                     std::to_wstring(outer->second));
         }
         scope.queried = scope.queried || parameter.Attribute(L"query") != nullptr;
@@ -386,7 +386,7 @@ class Checker {
 
     void CheckLeaf(const SourceElement& leaf, const ElementRule& rule, const Scope& scope) {
         for (const SourceElement& child : leaf.children) {
-            Say(Rule::kMisplacedElement, {child}, Quoted(child.name) + L" has no place in " + leaf.name);
+            Say(Rule::kMisplacedElement, {child}, Quoted(child.name) + L" is not allowed in " + leaf.name);
         }
         CheckType(leaf, rule);
         passedOver_.LookAt(leaf);
@@ -403,7 +403,7 @@ class Checker {
         if (std::find(kTypeNames.begin(), kTypeNames.end(), *type) == kTypeNames.end()) {
             Say(Rule::kUnknownType, {leaf, L"type"},
                 L"the type " + Quoted(*type) +
-                    L" is none of BIDI_INT, BIDI_STRING, BIDI_BOOL, BIDI_FLOAT and BIDI_BLOB");
+                    L" is not one of BIDI_INT, BIDI_STRING, BIDI_BOOL, BIDI_FLOAT and BIDI_BLOB");
         } else if (!rule.fixedType.empty() && *type != rule.fixedType) {
             Say(Rule::kFixedType, {leaf, L"type"},
                 leaf.name + L" is always " + std::wstring(rule.fixedType) + L", not " + *type);
@@ -420,11 +420,11 @@ class Checker {
         } else if (type == L"BIDI_INT" && !Is<int32_t>(leaf.text)) {
             Say(Rule::kNoNumber, {leaf},
                 L"the text " + Quoted(leaf.text) +
-                    L" is no integer of 32 bits, and what it begins with is answered, or 0");
+                    L" is not a 32-bit integer; the answer is the number that it begins with, or 0");
         } else if (type == L"BIDI_FLOAT" && !Is<float>(leaf.text)) {
             Say(Rule::kNoNumber, {leaf},
                 L"the text " + Quoted(leaf.text) +
-                    L" is no number with a decimal point, and what it begins with is answered, or 0");
+                    L" is not a decimal number; the answer is the number that it begins with, or 0");
         }
     }
 
@@ -435,10 +435,10 @@ class Checker {
         const std::wstring where =
             other.file == file_ ? L"in line " + std::to_wstring(other.line)
                                 : L"in " + Printable(other.file->path) + L":" + std::to_wstring(other.line);
-        const std::wstring text = L"the leaf " + Quoted(path) + L" is declared already, " + where;
+        const std::wstring text = L"the leaf " + Quoted(path) + L" is already declared " + where;
         const Spot spot{leaf, L"name"};
         if (other.file != file_ && other.element == leaf.name) {
-            Say(Rule::kOverriddenLeaf, spot, text + L", and stays as it is there");
+            Say(Rule::kOverriddenLeaf, spot, text + L", and that declaration holds");
         } else {
             Say(Rule::kRepeatedLeaf, spot, text + L"; the path would have two answers");
         }

@@ -25,7 +25,8 @@ std::vector<Piece> ExpressionChecker::CheckParameters(const SourceElement& eleme
     const ParameterUses used = ReadParameters(text);
     if (used.unpaired) {
         Say(Rule::kUnpairedDollar, {element, attribute, *used.unpaired},
-            L"the '$' in " + std::wstring(attribute) + L" " + Quoted(text) + L" enclose no parameter");
+            L"the '$' signs in " + std::wstring(attribute) + L" " + Quoted(text) +
+                L" do not enclose a parameter");
         return {};
     }
     for (const Piece& parameter : used.names) {
@@ -59,7 +60,7 @@ void ExpressionChecker::CheckQuery(const SourceElement& element) {
     const std::optional<QualifiedName> name = ParsePrefixedName(*query);
     if (!name) {
         Say(Rule::kMalformedQuery, {element, L"query"},
-            L"the query " + Quoted(*query) + L" is not of the form prefix:name");
+            L"the query " + Quoted(*query) + L" does not have the form prefix:name");
         return;
     }
     CheckPrefix({element, L"query", 0}, name->prefix);
@@ -69,7 +70,7 @@ bool ExpressionChecker::CheckPrefix(const Spot& spot, const std::wstring& prefix
     if (prefix == L"xml" || declarations_.contains(prefix)) return true;
     std::wstring text =
         L"the prefix " + Quoted(prefix) + L" in " + std::wstring(spot.attribute) + L" is not declared";
-    if (anywhere_.contains(prefix)) text += L" on the Schema element, which is the one place that counts";
+    if (anywhere_.contains(prefix)) text += L" on the Schema element, the only place that counts";
     Say(Rule::kUndeclaredPrefix, spot, std::move(text));
     return false;
 }
@@ -90,11 +91,11 @@ void ExpressionChecker::CheckFilter(const SourceElement& element, const Scope& s
     if (names.unknownFunction) {
         Say(Rule::kUnknownFunction, {element, L"filter", names.unknownFunction->at},
             L"the filter " + Quoted(*filter) + L" calls " + Quoted(names.unknownFunction->text) +
-                L", which is no function of XPath");
+                L", which is not an XPath function");
     } else if (bound && !ReadParameters(*filter).unpaired) {
         if (const std::optional<size_t> at = compiler_.BreaksAt(*filter, declarations_)) {
             Say(Rule::kMalformedFilter, {element, L"filter", *at},
-                L"the filter " + Quoted(*filter) + L" is no XPath behind '//'");
+                L"the filter " + Quoted(*filter) + L" is not valid XPath after '//'");
         }
     }
     if (bound) CheckStart(element, names);
@@ -111,8 +112,8 @@ void ExpressionChecker::CheckQuoted(const SourceElement& element, const std::wst
         });
         Say(Rule::kUnquotedParameter, {element, L"filter", use != parameters.end() ? use->at : 0},
             L"the parameter " + Quoted(name) +
-                L" stands outside quotes in the filter: a value that is neither a number nor a name "
-                L"fails the whole query");
+                L" is used outside quotes in the filter: a value that is neither a number nor a name "
+                L"makes the whole query fail");
     }
 }
 

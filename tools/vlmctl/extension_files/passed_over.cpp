@@ -23,23 +23,22 @@ void PassedOver::LookAt(const SourceElement& element) {
     };
     if (element.name == kPortStatus) {
         Add({element}, kPortStatus,
-            L"PortStatus is not read: the port's status stays what the port monitor below makes it");
+            L"PortStatus is not read: the port monitor below alone sets the port's status");
     }
     if (has(kDriverEvent)) {
         Add({element, kDriverEvent}, kDriverEvent,
-            L"drvPrinterEvent has no effect: nobody is told when a value changes; who wants to know asks "
-            L"again");
+            L"drvPrinterEvent has no effect: changes of a value are not reported; ask again to see them");
     }
     if (has(kLocalized)) {
         Add({element, kLocalized}, kLocalized,
-            L"xmllang has no effect: of a text in several languages the first one that the printer sends is "
-            L"answered");
+            L"xmllang has no effect: of a text in several languages the answer is the first that the printer "
+            L"sends");
     }
     // With or without "optional", it is a default or nothing.
     if (rule != nullptr && rule->Allows(kOptional) && !element.text.empty()) {
         Add({element}, kOptional,
             L"the default text " + Quoted(element.text) +
-                L" is not used: a value that the printer lacks is answered with 232, no value");
+                L" is not used: for a value that the printer does not send the answer is 232, no value");
     }
 }
 

@@ -62,21 +62,21 @@ Probe MakeProbe(const RpcClient& client) {
 std::string Impostor(const RpcReply& reply, const char* call, std::uint32_t expected) {
     if (!reply.problem.empty()) return reply.problem;
     if (reply.result == expected) return {};
-    return fmt::format("{} for {}, where the monitor says {}", reply.result, call, expected);
+    return fmt::format("{} for {} instead of {}", reply.result, call, expected);
 }
 
 CheckResult CheckEndpoint(const std::string& what, RpcRoute route) {
     // Owned by the call: one that is given up goes on.
     const auto client = std::make_shared<const RpcClient>(route, "");
     const auto probe = std::make_shared<Probe>();
-    const char* const taken = "; another program may have this endpoint";
+    const char* const taken = "; another program may be using this endpoint";
     switch (RunWatched([client, probe] { *probe = MakeProbe(*client); }, kCallTimeout, kMostGrowth)) {
         case WaitEnd::kDone:
             break;
         case WaitEnd::kTimeUp:
-            return Wrong(what, std::string("takes the call and does not answer") + taken);
+            return Wrong(what, std::string("accepts the call but does not answer") + taken);
         case WaitEnd::kTooMuch:
-            return Wrong(what, std::string("answers without end") + taken);
+            return Wrong(what, std::string("sends an endless reply") + taken);
     }
     if (const DWORD status = probe->query.status != 0 ? probe->query.status : probe->command.status) {
         const char* const meaning = StatusMeaning(status);
@@ -88,7 +88,8 @@ CheckResult CheckEndpoint(const std::string& what, RpcRoute route) {
     std::string impostor = Impostor(probe->query, "a printer without a name", kRefusedQuery);
     if (impostor.empty())
         impostor = Impostor(probe->command, "a command with too many arguments", kRefusedCommand);
-    if (!impostor.empty()) return Wrong(what, "it is not the monitor that answers: " + impostor + taken);
+    if (!impostor.empty())
+        return Wrong(what, "something other than the monitor answers: " + impostor + taken);
     return Ok(what, fmt::format("answers ({} for a printer without a name)", kRefusedQuery));
 }
 
@@ -105,9 +106,10 @@ CheckResult CheckRawPort(const std::string& text) {
     const BOOL connected = monitor.Table()->pfnStartDocPort(&monitor, nullptr, 0, 0, nullptr);
     const std::string target = address.host + ":" + address.port;
     if (!connected)
-        return Wrong("printer", fmt::format("no connection to {}: {}; is it on, and is this its address?",
-                                            target, ErrorText(GetLastError())));
-    return Ok("printer", target + " takes connections");
+        return Wrong("printer",
+                     fmt::format("no connection to {}: {}; check that it is on and that the address is right",
+                                 target, ErrorText(GetLastError())));
+    return Ok("printer", target + " accepts connections");
 }
 
 }  // namespace
@@ -119,8 +121,8 @@ CheckResult CheckRegistration() {
         const auto ours = FindOurs(monitors);
         if (ours) return Ok(what, ToUtf8(ours->name) + ", " + ToUtf8(ours->file));
         return Wrong(what, ToUtf8(kMonitorFile) +
-                               " is not among the spooler's monitors; 'vlmctl install' or "
-                               "the driver's installation registers it");
+                               " is not registered with the spooler; run 'vlmctl install', or "
+                               "install the driver");
     } catch (const CommandError& error) {
         return Wrong(what, error.what());
     }
@@ -134,28 +136,27 @@ CheckResult CheckImage() {
     try {
         image = InspectMonitorImage(HeldFile(path, kMostImage).Bytes());
     } catch (const CommandError& error) {
-        return Wrong(what, std::string(error.what()) + "; install it again");
+        return Wrong(what, std::string(error.what()) + "; reinstall it");
     }
-    if (!image.problem.empty()) return Wrong(what, shown + ": " + image.problem + "; install it again");
+    if (!image.problem.empty()) return Wrong(what, shown + ": " + image.problem + "; reinstall it");
     if (!image.exportsEntry)
         return Wrong(
-            what, shown + " does not export " + kMonitorEntry + ": it is something else; install ours again");
+            what, shown + " does not export " + kMonitorEntry + ", so it is not the monitor; reinstall it");
     if (image.version != OwnVersion())
-        return Wrong(what, fmt::format("{} is of version {}, this vlmctl of {}; install the two together",
-                                       shown, image.version.empty() ? "none" : image.version, OwnVersion()));
+        return Wrong(what, fmt::format("{} has version {}, this vlmctl {}; install the two together", shown,
+                                       image.version.empty() ? "none" : image.version, OwnVersion()));
     return Ok(what, shown + ", version " + image.version);
 }
 
 CheckResult CheckEventWindow() {
     const char* what = "window";
     if (FindWindowW(kEventWindowClass, kEventWindowTitle) != nullptr)
-        return Ok(what, "a process of this session runs the monitor");
+        return Ok(what, "a process in this session runs the monitor");
     DWORD session = 0;
     if (ProcessIdToSessionId(GetCurrentProcessId(), &session) && session != 0)
         return {what, Health::kUnknown,
-                fmt::format("none in session {}; that of the spooler's session cannot be seen from here",
-                            session)};
-    return Wrong(what, "no process of the spooler's session runs the monitor; restart the service 'Spooler'");
+                fmt::format("none in session {}; the spooler's session cannot be seen from here", session)};
+    return Wrong(what, "no process in the spooler's session runs the monitor; restart the service 'Spooler'");
 }
 
 std::vector<CheckResult> CheckRpc() {
@@ -168,7 +169,8 @@ CheckResult CheckPrinter(const std::string& address) {
         return address.find("://") != std::string::npos ? CheckPrintService(address) : CheckRawPort(address);
     } catch (const CommandError& error) {
         if (error.Status() == kWrongUsage) throw;
-        return Wrong("printer", std::string(error.what()) + "; is it on, and is this its address?");
+        return Wrong("printer",
+                     std::string(error.what()) + "; check that it is on and that the address is right");
     }
 }
 

@@ -36,8 +36,7 @@ class Report {
     }
     void End() const {
         if (json_) PrintJson(checks_);
-        if (wrong_ > 0)
-            throw CommandError(fmt::format("{} of {} checks found something wrong", wrong_, count_));
+        if (wrong_ > 0) throw CommandError(fmt::format("{} of {} checks failed", wrong_, count_));
     }
 
  private:
@@ -76,13 +75,13 @@ void Examine(const DoctorOptions& options) {
 
 void AddDoctorCommand(CLI::App& app) {
     auto options = std::make_shared<DoctorOptions>();
-    CLI::App* command = app.add_subcommand("doctor", "Check the installation, and say what to do about it");
+    CLI::App* command = app.add_subcommand("doctor", "Check the installation and suggest how to fix it");
     command->add_option("--printer", options->printer,
-                        "Also a printer: the URL of its print service, or HOST[:PORT] of its raw port");
+                        "Also check a printer: the URL of its print service, or HOST[:PORT] of its raw port");
     command->add_option("--driver", options->iniFile,
-                        "Also a driver's INI file and the extension files it names");
-    command->add_option("--queue", options->queue, "The same for the driver of an installed printer");
-    command->add_flag("--json", options->json, "Print JSON instead of text, when all is done");
+                        "Also check a driver's INI file and the extension files it names");
+    command->add_option("--queue", options->queue, "Also check the driver of this installed printer");
+    command->add_flag("--json", options->json, "Print JSON instead of text, after the last check");
     command->callback([options] { Examine(*options); });
 }
 

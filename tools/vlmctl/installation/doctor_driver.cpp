@@ -30,7 +30,7 @@ CheckResult Wrong(std::string text) {
 CheckResult CheckFiles(const std::vector<std::wstring>& files) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     const CheckReport report = CheckExtensionFiles(files);
-    const char* const advice = "; 'vlmctl bidi check' tells all about a file";
+    const char* const advice = "; run 'vlmctl bidi check' for the details";
     if (!report.unreadable.empty()) return Wrong(Shown(report.unreadable.front()) + advice);
     for (const Finding& finding : report.findings)
         if (finding.HowBad() == Severity::kError)
@@ -96,16 +96,16 @@ CheckResult CheckDriver(const DRIVER_INFO_3W& driver, const std::string& source)
     const std::vector<std::wstring> unreached = Unreached(bidiFiles->IniPath());
     if (!unreached.empty())
         return Wrong(
-            fmt::format("{}: {} is never loaded: the monitor takes BidiWSDFile in [BidiFiles], and in "
-                        "[VelunDriverFiles] UIBidiWSDFile1, UIBidiWSDFile2 and so on up to the first that is "
-                        "missing{}",
+            fmt::format("{}: {} is never loaded: the monitor reads BidiWSDFile in [BidiFiles], and in "
+                        "[VelunDriverFiles] UIBidiWSDFile1, UIBidiWSDFile2 and so on up to the first "
+                        "gap{}",
                         source, Shown(unreached.front()),
                         unreached.size() == 1 ? "" : fmt::format(" ({} such entries)", unreached.size())));
     if (files.empty())
         return Wrong(source +
                      " names no extension file: neither BidiWSDFile in [BidiFiles] nor "
-                     "UIBidiWSDFile1 in [VelunDriverFiles]; without one the monitor answers no "
-                     "query of its own");
+                     "UIBidiWSDFile1 in [VelunDriverFiles]; without one the monitor has no "
+                     "answers of its own");
     return CheckFiles(files);
 }
 
@@ -126,7 +126,7 @@ CheckResult CheckDriverOf(const std::string& printer) {
     std::wstring name = FromUtf8(printer);
     HANDLE handle = nullptr;
     if (!OpenPrinterW(name.data(), &handle, nullptr))
-        return Wrong(Shown(name) + " is no printer of this machine: " + ErrorText(GetLastError()));
+        return Wrong(Shown(name) + " is not a printer on this machine: " + ErrorText(GetLastError()));
     const ScopeExit close([&] { ClosePrinter(handle); });
     DWORD needed = 0;
     GetPrinterDriverW(handle, nullptr, 3, nullptr, 0, &needed);

@@ -41,7 +41,7 @@ HeldFile::HeldFile(const std::wstring& path, size_t most) {
     if (GetFileType(file_.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file_.Get(), &size))
         throw Unreadable(path, "not a file");
     if (static_cast<ULONGLONG>(size.QuadPart) > most)
-        throw Unreadable(path, std::to_string(size.QuadPart) + " bytes, more than any monitor has");
+        throw Unreadable(path, std::to_string(size.QuadPart) + " bytes, too large for a monitor");
     bytes_.resize(static_cast<size_t>(size.QuadPart));
     DWORD read = 0;
     if (!ReadFile(file_.Get(), bytes_.data(), static_cast<DWORD>(bytes_.size()), &read, nullptr))

@@ -39,13 +39,13 @@ void Uninstall(const std::string& name) {
             PrintLine("deleted       {}", file);
             break;
         case CopyAfterRemoval::kNoneThere:
-            PrintLine("file          {} was not there", file);
+            PrintLine("file          {} did not exist", file);
             break;
         case CopyAfterRemoval::kUsedByAnother:
-            PrintLine("kept          {}, another monitor uses it", file);
+            PrintLine("kept          {}; another monitor uses it", file);
             break;
         case CopyAfterRemoval::kGoesAtRestart:
-            PrintLine("renamed       {}, still loaded; it goes when the machine restarts", file);
+            PrintLine("renamed       {}; it is still loaded and is deleted at the next restart", file);
             break;
     }
 }
@@ -56,10 +56,10 @@ void AddInstallCommands(CLI::App& app) {
     auto options = std::make_shared<InstallOptions>();
     CLI::App* install = app.add_subcommand("install", "Install the monitor on this machine");
     install->add_option("--dll", options->dll,
-                        "The monitor to install instead of the one beside this program");
+                        "Monitor DLL to install (default: the one next to this program)");
     CLI::App* uninstall = app.add_subcommand("uninstall", "Remove the monitor from this machine");
     for (CLI::App* command : {install, uninstall})
-        command->add_option("--name", options->name, "Name under which drivers ask for it")
+        command->add_option("--name", options->name, "Name under which drivers refer to it")
             ->capture_default_str();
     install->callback([options] { Install(*options); });
     uninstall->callback([options] { Uninstall(options->name); });

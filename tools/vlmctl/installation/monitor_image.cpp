@@ -68,10 +68,10 @@ class PortableExecutable {
  public:
     explicit PortableExecutable(ImageBytes file) : file_(file) {
         const ImageBytes dos = file_.Piece(0, 64, "it is too short");
-        if (dos.U16(0) != 0x5A4D) throw Damaged{"it does not begin as one"};
+        if (dos.U16(0) != 0x5A4D) throw Damaged{"it has no MZ header"};
         const std::uint64_t start = dos.U32(0x3C);
         const ImageBytes header = file_.Piece(start, 24, "its header lies outside the file");
-        if (header.U32(0) != 0x4550) throw Damaged{"its header is none"};
+        if (header.U32(0) != 0x4550) throw Damaged{"it has no PE header"};
         flags_ = header.U16(22);
         const std::uint32_t optionalSize = header.U16(20);
         const ImageBytes optional = file_.Piece(start + 24, optionalSize, "it ends within its headers");
@@ -169,7 +169,7 @@ std::optional<std::uint32_t> FindExport(const PortableExecutable& image, std::st
         const std::uint32_t address = addresses.U32(ordinal * kAddressSize);
         if (address >= directory.address && address - directory.address < directory.size)
             throw Damaged{"its entry point is in another DLL"};
-        if (!image.IsCode(address)) throw Damaged{"its entry point is no code"};
+        if (!image.IsCode(address)) throw Damaged{"its entry point is not code"};
         return address;
     }
     return std::nullopt;

@@ -46,7 +46,7 @@ void CheckImage(const std::wstring& dll, std::span<const std::uint8_t> bytes) {
     const MonitorImage image = InspectMonitorImage(bytes);
     if (!image.problem.empty()) throw CommandError(ToUtf8(dll) + ": " + image.problem);
     if (!image.exportsEntry)
-        throw CommandError(ToUtf8(dll) + " is no print monitor: it does not export " + kMonitorEntry);
+        throw CommandError(ToUtf8(dll) + " is not a print monitor: it does not export " + kMonitorEntry);
 }
 
 // A file that a process has loaded cannot be deleted, but renamed. Its name is free then, so that another
@@ -59,7 +59,7 @@ CopyAfterRemoval DeleteCopy(const std::wstring& copy) {
     if (MoveFileExW(copy.c_str(), aside.c_str(), 0) &&
         MoveFileExW(aside.c_str(), nullptr, MOVEFILE_DELAY_UNTIL_REBOOT))
         return CopyAfterRemoval::kGoesAtRestart;
-    throw CommandError(ToUtf8(copy) + " cannot be deleted: " + SpoolerProblem(error));
+    throw CommandError("cannot delete " + ToUtf8(copy) + ": " + SpoolerProblem(error));
 }
 
 }  // namespace
@@ -80,7 +80,7 @@ std::vector<RegisteredMonitor> RegisteredMonitors() {
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) break;
         records.resize(needed / sizeof(MONITOR_INFO_2W) + 1);
     }
-    throw CommandError("the spooler does not list its monitors: " + SpoolerProblem(GetLastError()));
+    throw CommandError("cannot list the spooler's monitors: " + SpoolerProblem(GetLastError()));
 }
 
 std::optional<RegisteredMonitor> FindOurs(const std::vector<RegisteredMonitor>& monitors) {
@@ -107,13 +107,13 @@ std::string SpoolerProblem(DWORD code) {
         case ERROR_SHARING_VIOLATION:
             return "another process has it open" + number + "; restart the service 'Spooler'";
         case RPC_S_SERVER_UNAVAILABLE:
-            return "the spooler does not run" + number + "; start the service 'Spooler'";
+            return "the spooler is not running" + number + "; start the service 'Spooler'";
         case ERROR_UNKNOWN_PRINT_MONITOR:
             return "no such monitor is installed" + number;
         case ERROR_PRINT_MONITOR_ALREADY_INSTALLED:
-            return "it is installed already" + number;
+            return "it is already installed" + number;
         case ERROR_INVALID_PRINT_MONITOR:
-            return "the spooler finds no monitor in it" + number;
+            return "the spooler does not accept it as a monitor" + number;
         case ERROR_PRINT_MONITOR_IN_USE:
             return "a printer still uses it" + number +
                    "; remove the printers and drivers that name it first";
@@ -128,8 +128,9 @@ std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {
     const auto ours = FindOurs(monitors);
     const RegisteredMonitor* present = ours ? &*ours : FindByName(monitors, name);
     if (present != nullptr)
-        throw CommandError(fmt::format("'{}' is installed already, with {}; 'vlmctl uninstall' removes ours",
-                                       ToUtf8(present->name), ToUtf8(present->file)));
+        throw CommandError(
+            fmt::format("'{}' is already installed, with {}; 'vlmctl uninstall' removes this monitor",
+                        ToUtf8(present->name), ToUtf8(present->file)));
     // What is looked at is what is copied, and what is copied is what the spooler loads: the bytes are read
     // once, and the copy is held from its comparison with them until the spooler has loaded it.
     const HeldFile source(dll, kMostImage);
@@ -144,7 +145,7 @@ std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {
     }
     auto held = std::make_optional<HeldFile>(copy, kMostImage);
     if (!std::ranges::equal(held->Bytes(), source.Bytes()))
-        throw CommandError(ToUtf8(copy) + " is not what was copied there; somebody else writes it");
+        throw CommandError(ToUtf8(copy) + " changed during the installation; another process is writing it");
 
     std::wstring entryName = name;
     std::wstring environment = kEnvironment;
@@ -154,7 +155,7 @@ std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {
         const DWORD error = GetLastError();
         held.reset();
         if (!wasThere) DeleteFileW(copy.c_str());
-        throw CommandError("the spooler does not take the monitor: " + SpoolerProblem(error));
+        throw CommandError("the spooler rejected the monitor: " + SpoolerProblem(error));
     }
     return copy;
 }
@@ -166,20 +167,21 @@ CopyAfterRemoval RemoveMonitor(const std::wstring& name) {
     if (entry == nullptr) {
         const auto ours = FindOurs(monitors);
         if (ours)
-            throw CommandError(fmt::format("no monitor '{}' is installed; ours is '{}', give it with --name",
-                                           ToUtf8(name), ToUtf8(ours->name)));
+            throw CommandError(
+                fmt::format("no monitor '{}' is installed; this monitor's name is '{}', pass it with --name",
+                            ToUtf8(name), ToUtf8(ours->name)));
         if (!Exists(copy)) throw CommandError(fmt::format("no monitor '{}' is installed", ToUtf8(name)));
         return DeleteCopy(copy);
     }
     // A slip of --name must not take one of the system's monitors away.
     if (!SameName(entry->file, kMonitorFile))
         throw CommandError(
-            fmt::format("'{}' is not ours: its DLL is {}", ToUtf8(entry->name), ToUtf8(entry->file)));
+            fmt::format("'{}' is another monitor: its DLL is {}", ToUtf8(entry->name), ToUtf8(entry->file)));
     std::wstring entryName = entry->name;
     std::wstring environment = kEnvironment;
     if (!DeleteMonitorW(nullptr, environment.data(), entryName.data()))
-        throw CommandError(
-            fmt::format("the spooler keeps '{}': {}", ToUtf8(entry->name), SpoolerProblem(GetLastError())));
+        throw CommandError(fmt::format("the spooler did not remove '{}': {}", ToUtf8(entry->name),
+                                       SpoolerProblem(GetLastError())));
     return FindOurs(RegisteredMonitors()) ? CopyAfterRemoval::kUsedByAnother : DeleteCopy(copy);
 }
 

@@ -35,13 +35,13 @@ using Proxy = CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWinine
             throw CommandError(fmt::format("{}: fault {}: {}", printer, ToUtf8(Printable(fault.code)),
                                            ToUtf8(Printable(fault.string))));
         case SoapClientError::kParseFault:
-            throw CommandError(printer + ": answered with status 500 and no fault that could be read");
+            throw CommandError(printer + ": answered with status 500 and no readable SOAP fault");
         case SoapClientError::kParse:
             if (proxy.Status() != kHttpOk)
                 throw CommandError(
-                    fmt::format("{}: HTTP status {}; the answer is none of a department-ID service", printer,
+                    fmt::format("{}: HTTP status {}; the answer is not from a department-ID service", printer,
                                 proxy.Status()));
-            throw CommandError(printer + ": the answer is none of a department-ID service");
+            throw CommandError(printer + ": the answer is not from a department-ID service");
         default:
             ThrowFailure(printer, {result, proxy.Reason()});
     }
@@ -73,13 +73,12 @@ void AddDeptIdCommand(CLI::App& app) {
     auto options = std::make_shared<CheckOptions>();
     CLI::App* check = deptId->add_subcommand(
         "check",
-        "Does the printer allow this user with this password? The password is asked for, or read from "
-        "standard input");
-    check->add_option("URL", options->url, "Address of the printer; a host name will do")->required();
+        "Check whether the printer accepts this user and password; the password is typed at a prompt, or "
+        "read from standard input");
+    check->add_option("URL", options->url, "Printer address: a URL or a host name")->required();
     check->add_option("--user", options->user, "Department ID or user name")->required();
-    check->add_option("--domain", options->domain, "Its domain; empty unless given");
-    check->add_option("--type", options->type,
-                      "The type of account, as the printer calls it; empty unless given");
+    check->add_option("--domain", options->domain, "Domain (default: none)");
+    check->add_option("--type", options->type, "Account type, in the printer's own terms (default: none)");
     check->callback([options] { Check(*options); });
 }
 

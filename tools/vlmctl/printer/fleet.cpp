@@ -190,7 +190,7 @@ void SortByAttention(std::vector<FleetPrinter>& printers) {
 }
 
 void PrintFleet(const std::vector<FleetPrinter>& printers) {
-    Rows rows{{"NEEDS", "PRINTER", "NAME", "STATE", "JOBS", "LOWEST", "ANSWER", "WHAT"}};
+    Rows rows{{"NEEDS", "PRINTER", "NAME", "STATE", "JOBS", "LOWEST", "TIME", "DETAILS"}};
     for (const FleetPrinter& printer : printers) {
         const PrinterReport report = printer.report.value_or(PrinterReport());
         const PrinterReport::Consumable* lowest = Lowest(report);
@@ -229,18 +229,18 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
         for (const FleetPrinter& printer : printers)
             if (printer.report) add(printer, *printer.report);
     };
-    metrics.Family("vllm3mon_printer_up", kGauge, "1 for a printer that answered, 0 for one that did not.");
+    metrics.Family("vllm3mon_printer_up", kGauge, "1 if the printer answered, 0 if not.");
     for (const FleetPrinter& printer : printers)
         metrics.Add({{"printer", printer.url}}, printer.report ? 1 : 0);
     each("vllm3mon_printer_answer_duration_seconds", "How long the printer took to answer.",
          [&](const FleetPrinter& printer, const PrinterReport&) {
              metrics.Add({{"printer", printer.url}}, static_cast<double>(printer.time.count()) / 1e3);
          });
-    each("vllm3mon_printer_info", "What the printer is called, always 1.",
+    each("vllm3mon_printer_info", "The printer's name and location as labels, always 1.",
          [&](const FleetPrinter& printer, const PrinterReport& report) {
              metrics.Add({{"printer", printer.url}, {"name", report.name}, {"location", report.location}}, 1);
          });
-    each("vllm3mon_printer_state", "1 for the state that the printer is in, 0 for the others.",
+    each("vllm3mon_printer_state", "1 for the printer's current state, 0 for the others.",
          [&](const FleetPrinter& printer, const PrinterReport& report) {
              if (report.state.empty()) return;
              bool known = false;
@@ -250,7 +250,7 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
              }
              metrics.Add({{"printer", printer.url}, {"state", "Other"}}, known ? 0 : 1);
          });
-    each("vllm3mon_printer_conditions", "How many conditions of that kind are active.",
+    each("vllm3mon_printer_conditions", "Number of active conditions of this kind.",
          [&](const FleetPrinter& printer, const PrinterReport& report) {
              std::map<std::vector<std::string>, int> counts;
              for (const auto& condition : report.conditions)
@@ -262,7 +262,7 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
                               {"severity", key[2]}},
                              count);
          });
-    each("vllm3mon_printer_queued_jobs", "How many jobs wait in the printer.",
+    each("vllm3mon_printer_queued_jobs", "Number of jobs queued in the printer.",
          [&](const FleetPrinter& printer, const PrinterReport& report) {
              unsigned count = 0;
              const char* end = report.queuedJobs.data() + report.queuedJobs.size();
@@ -270,8 +270,7 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
              if (!report.queuedJobs.empty() && parsed.ec == std::errc() && parsed.ptr == end)
                  metrics.Add({{"printer", printer.url}}, count);
          });
-    each("vllm3mon_printer_consumable_level_ratio",
-         "What is left of toner, ink or another consumable, 0 to 1.",
+    each("vllm3mon_printer_consumable_level_ratio", "Remaining level of a consumable, 0 to 1.",
          [&](const FleetPrinter& printer, const PrinterReport& report) {
              UniqueNames names;
              for (const auto& consumable : report.consumables)
@@ -284,7 +283,7 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
                                   {"type", consumable.type}},
                                  *consumable.level.percent / 100.0);
          });
-    each("vllm3mon_printer_tray_level_ratio", "How full an input tray is, 0 to 1.",
+    each("vllm3mon_printer_tray_level_ratio", "Fill level of an input tray, 0 to 1.",
          [&](const FleetPrinter& printer, const PrinterReport& report) {
              UniqueNames names;
              for (const auto& tray : report.trays)
@@ -292,7 +291,7 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
                      metrics.Add({{"printer", printer.url}, {"tray", name}}, *tray.level.percent / 100.0);
          });
     metrics.Family("vllm3mon_printers_asked_timestamp_seconds", kGauge,
-                   "When these printers were asked, in seconds since 1970.");
+                   "When these printers were asked, as Unix time.");
     metrics.Add({}, static_cast<double>(std::chrono::duration_cast<std::chrono::seconds>(
                                             std::chrono::system_clock::now().time_since_epoch())
                                             .count()));

@@ -26,7 +26,7 @@ class WithoutEcho {
           }) {
         const DWORD line = ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT;
         if (!SetConsoleMode(console, (mode & ~DWORD{ENABLE_ECHO_INPUT}) | line))
-            throw CommandError("the console's echo cannot be switched off");
+            throw CommandError("cannot turn off the console's echo");
     }
     ~WithoutEcho() { Restore(); }
     WithoutEcho(const WithoutEcho&) = delete;
@@ -64,7 +64,7 @@ void CutLineEnd(Line<Char>* line) {
 // XML has no control characters; the printer could not read the question.
 std::wstring Checked(std::wstring_view text) {
     for (const wchar_t c : text)
-        if (c < L' ' && c != L'\t') throw CommandError("the password has a control character");
+        if (c < L' ' && c != L'\t') throw CommandError("the password contains a control character");
     return std::wstring(text);
 }
 
@@ -97,7 +97,7 @@ std::wstring ReadLine(HANDLE input) {
         any = true;
         line.text[line.length++] = c;
     }
-    if (!any) throw CommandError("there is no password on standard input");
+    if (!any) throw CommandError("no password on standard input");
     CutLineEnd(&line);
     if (line.length == 0) return {};
     Line<wchar_t> wide;

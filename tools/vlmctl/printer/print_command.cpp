@@ -154,12 +154,12 @@ DWORD ReadAnswer(const MONITOR2& monitor, HANDLE port, std::string& text) {
     if (error == ERROR_PRINT_CANCELLED)
         throw CommandError(
             "interrupted after " + part +
-                "; the connection was broken off, so that the printer does not take them for the "
-                "whole",
+                "; the connection was reset, so that the printer does not take the part for the "
+                "whole document",
             kInterrupted);
     if (error == ERROR_READ_FAULT)
-        throw CommandError("the file changed while it was read, after " + part +
-                           "; the connection was broken off");
+        throw CommandError("the file changed while it was being read, after " + part +
+                           "; the connection was reset");
     const char* what = error == WSAETIMEDOUT ? "the printer stopped reading" : "the connection was lost";
     throw CommandError(fmt::format("{} after {}: {}", what, part, ErrorText(error)));
 }
@@ -184,7 +184,7 @@ void PrintFile(const PrintOptions& options) {
     const MONITOR2& table = monitor.Table();
     if (!table.pfnOpenPortEx(monitor.Manager(), &lower, portName.data(), printer.data(), &port,
                              lower.Table()))
-        throw CommandError("the monitor does not open the port: " + ErrorText(GetLastError()));
+        throw CommandError("the monitor could not open the port: " + ErrorText(GetLastError()));
     const ScopeExit closePort([&] { table.pfnClosePort(port); });
 
     std::wstring name = FromUtf8(options.file == "-" ? InputName(options.file) : options.file);
@@ -240,20 +240,17 @@ void AddPrintCommand(CLI::App& app) {
         app.add_subcommand("print", "Print a file through the monitor to a printer's raw port");
     command
         ->add_option("FILE", options->file,
-                     "The document, in a language that the printer reads; - is standard input")
+                     "Document in a language that the printer understands; - reads standard input")
         ->required();
-    command
-        ->add_option("--to", options->to, "HOST or HOST:PORT of the printer; the port is 9100 unless given")
-        ->required();
-    command->add_option("--printer", options->printer, "Name of the printer that the job is for")
-        ->capture_default_str();
-    command->add_option("--timeout", options->timeout, "Seconds that each step may take")
+    command->add_option("--to", options->to, "Printer as HOST or HOST:PORT (default port: 9100)")->required();
+    command->add_option("--printer", options->printer, "Printer name for the job")->capture_default_str();
+    command->add_option("--timeout", options->timeout, "Time-out of each step in seconds")
         ->check(CLI::Range(0.1, 600.0))
         ->capture_default_str();
     command->add_flag("--answer", options->answer,
-                      "Wait for an answer of the printer before the document ends");
+                      "Wait for the printer's answer before ending the document");
     command->add_flag("--json", options->json, "Print JSON instead of text");
-    command->add_option("--dll", options->dll, "The monitor to load instead of the one beside this program");
+    command->add_option("--dll", options->dll, "Monitor DLL to load (default: the one next to this program)");
     command->callback([options] { PrintFile(*options); });
 }
 

@@ -93,7 +93,7 @@ PrinterReport AskPrinter(const std::string& url) {
     const auto status = Part(document, L"pri:PrinterStatus");
     const auto configuration = Part(document, L"pri:PrinterConfiguration");
     if (!description && !status && !configuration)
-        throw CommandError("the printer tells nothing about itself", kNothingFound);
+        throw CommandError("the printer reports nothing about itself", kNothingFound);
     PrinterReport report;
     if (description) {
         report.name = TextAt(description.Get(), L"pri:PrinterName");

@@ -132,11 +132,11 @@ std::vector<std::string> Addresses(StatusOptions& options) {
     for (const std::string& url : urls)
         ParsePrinterUrl(url);
     if (urls.empty() && options.list.empty())
-        throw CommandError("an address is required, URL or --list; --help tells more", kWrongUsage);
+        throw CommandError("an address is required (URL or --list); see --help", kWrongUsage);
     if (!options.list.empty()) AddListed(options.list, urls);
     std::set<std::string> known;
     std::erase_if(urls, [&](const std::string& url) { return !known.insert(url).second; });
-    if (urls.empty()) throw CommandError(InputName(options.list) + " names no printer");
+    if (urls.empty()) throw CommandError(InputName(options.list) + " lists no printers");
     if (urls.size() > kMostPrinters) throw CommandError(fmt::format("more than {} printers", kMostPrinters));
     return urls;
 }
@@ -172,21 +172,21 @@ void ShowStatus(StatusOptions options) {
 void AddStatusCommand(CLI::App& app) {
     auto options = std::make_shared<StatusOptions>();
     CLI::App* command = app.add_subcommand(
-        "status", "Show a printer's state, consumables and trays, or how many printers are, a line each");
-    command->add_option("URL", options->urls, "Address of a print service; a host name will do");
+        "status", "Show the state, consumables and trays of a printer, or one line for each of many");
+    command->add_option("URL", options->urls, "Print service address: a URL or a host name");
     command->add_option("--list", options->list,
-                        "A file with an address in each line, # before a comment; - is standard input");
+                        "File with one address per line, # starts a comment; - reads standard input");
     CLI::Option* json = command->add_flag("--json", options->json, "Print JSON instead of text");
     CLI::Option* metrics = command
                                ->add_option("--metrics", options->metrics,
-                                            "Metrics for Prometheus, into this file or to standard output")
+                                            "Write Prometheus metrics to this file, or to standard output")
                                ->type_name("[FILE]")
                                ->expected(0, 1)
                                ->excludes(json);
-    command->add_option("--timeout", options->timeout, "Seconds for each of many printers")
+    command->add_option("--timeout", options->timeout, "Time-out per printer in seconds, when many are asked")
         ->check(CLI::Range(0.1, 600.0))
         ->capture_default_str();
-    command->add_option("--at-once", options->limits.atOnce, "How many printers are asked at the same time")
+    command->add_option("--at-once", options->limits.atOnce, "Number of printers asked at the same time")
         ->check(CLI::Range(1U, 500U))
         ->capture_default_str();
     command->callback([=] {

@@ -40,7 +40,8 @@ std::vector<NamespaceDeclaration> ParseDeclarations(const std::vector<std::strin
         const bool good = equals != std::string::npos && equals + 1 < text.size() && !prefix.empty() &&
                           prefix.find_first_of(" :<>&\"'/") == std::string::npos && prefix != "xmlns" &&
                           prefix != "xml" && prefix != "pri";
-        if (!good) throw CommandError("'" + text + "' is not PREFIX=URI with a prefix of yours", kWrongUsage);
+        if (!good)
+            throw CommandError("'" + text + "' is not PREFIX=URI, or the prefix is reserved", kWrongUsage);
         declarations.push_back({FromUtf8(prefix), FromUtf8(text.substr(equals + 1))});
     }
     return declarations;
@@ -90,7 +91,7 @@ std::string FetchBoth(const std::string& url, const std::wstring& query, std::st
     *answer = FetchAnswer(url, query.c_str(), &status);
     std::string clean;
     const Outcome cleaned = CleanPrinterElements(*answer, query.c_str(), &clean, status);
-    if (FAILED(cleaned)) ThrowFailure(Shown(url) + " is no WSD print service", cleaned);
+    if (FAILED(cleaned)) ThrowFailure(Shown(url) + " is not a WSD print service", cleaned);
     return clean;
 }
 
@@ -98,7 +99,7 @@ void Save(const std::string& name, const std::string& answer) {
     std::ofstream file(std::filesystem::path(FromUtf8(name)), std::ios::binary | std::ios::trunc);
     file << answer;
     file.close();
-    if (!file) throw CommandError(Shown(name) + " cannot be written");
+    if (!file) throw CommandError("cannot write " + Shown(name));
 }
 
 void PrintElements(const WsdOptions& options) {
@@ -129,7 +130,7 @@ void PrintElements(const WsdOptions& options) {
     std::string problem;
     if (!invalid.empty()) problem = "the printer has no valid " + Listed(invalid);
     if (!unanswered.empty())
-        problem += (problem.empty() ? "" : "; ") + ("the printer left out " + Listed(unanswered));
+        problem += (problem.empty() ? "" : "; ") + ("the printer did not send " + Listed(unanswered));
     if (!problem.empty()) throw CommandError(problem, ValidNames(document).empty() ? kNothingFound : kFailed);
 }
 
@@ -137,23 +138,25 @@ void PrintElements(const WsdOptions& options) {
 
 void AddWsdCommand(CLI::App& app) {
     auto options = std::make_shared<WsdOptions>();
-    CLI::App* command = app.add_subcommand(
-        "wsd", "Show a printer's WSD elements as the monitor sees them after its clean-up");
-    command->add_option("URL", options->url, "Address of the print service; a host name will do")->required();
+    CLI::App* command =
+        app.add_subcommand("wsd", "Show a printer's WSD elements as the monitor sees them, after clean-up");
+    command->add_option("URL", options->url, "Print service address: a URL or a host name")->required();
     command
         ->add_option("NAME", options->names,
-                     "Element, such as PrinterStatus or pri:PrinterConfiguration; a plain name gets pri:")
+                     "Element such as PrinterStatus or pri:PrinterConfiguration; the default prefix is pri:")
         ->required();
     command
         ->add_option("--ns", options->namespaces,
-                     "PREFIX=URI, the namespace of a vendor's elements; may be repeated")
+                     "Namespace of vendor elements as PREFIX=URI; may be repeated")
         ->allow_extra_args(false);
     CLI::Option* envelope =
-        command->add_flag("--envelope", options->envelope, "The whole message, not only the elements");
-    command->add_flag("--raw", options->raw, "The printer's message as it came, before the clean-up")
+        command->add_flag("--envelope", options->envelope, "Show the whole message, not only the elements");
+    command->add_flag("--raw", options->raw, "Show the printer's message as received, before clean-up")
         ->excludes(envelope);
-    command->add_flag("--json", options->json, "The elements as JSON")->excludes(envelope)->excludes("--raw");
-    command->add_option("--save", options->save, "Save the message as it came in this file, and show nothing")
+    command->add_flag("--json", options->json, "Print JSON instead of text")
+        ->excludes(envelope)
+        ->excludes("--raw");
+    command->add_option("--save", options->save, "Save the message as received to this file and show nothing")
         ->excludes(envelope)
         ->excludes("--raw")
         ->excludes("--json");

@@ -40,7 +40,7 @@ std::vector<std::uint8_t> ParseHex(std::string_view text) {
             continue;
         }
         if (std::isxdigit(static_cast<unsigned char>(c)) == 0)
-            throw CommandError(fmt::format("'{}' at character {} is no hex digit", c, i + 1), kWrongUsage);
+            throw CommandError(fmt::format("'{}' at character {} is not a hex digit", c, i + 1), kWrongUsage);
         digits += c;
     }
     if (digits.size() % 2 != 0) throw CommandError("an odd number of hex digits", kWrongUsage);
@@ -61,7 +61,8 @@ std::uint32_t ParseNumber(const std::string& text, const std::string& what, std:
         used = 0;
     }
     if (used == 0 || used != text.size() || value > most)
-        throw CommandError(fmt::format("{} '{}' is no number from 0 to {}", what, text, most), kWrongUsage);
+        throw CommandError(fmt::format("{} '{}' is not a number from 0 to {}", what, text, most),
+                           kWrongUsage);
     return static_cast<std::uint32_t>(value);
 }
 

@@ -54,7 +54,8 @@ std::shared_ptr<const RpcClient> ClientFor(const RpcOptions& options) {
         {"local", RpcRoute::kLocal}, {"pipe", RpcRoute::kPipe}, {"tcp", RpcRoute::kTcp}};
     const RpcRoute route = kRoutes.at(options.endpoint);
     if (route == RpcRoute::kLocal && !options.host.empty())
-        throw CommandError("--host needs --endpoint pipe or tcp; local is this machine's", kWrongUsage);
+        throw CommandError("--host needs --endpoint pipe or tcp; the local endpoint is on this machine only",
+                           kWrongUsage);
     return std::make_shared<const RpcClient>(route, options.host);
 }
 
@@ -66,7 +67,7 @@ std::string InCodePage(const std::string& utf8) {
                                            static_cast<int>(text.size()), nullptr, nullptr);
     text.resize(static_cast<size_t>(length));
     if (FromCodePage(text.data(), text.size()) != name)
-        throw CommandError("the name '" + utf8 + "' cannot be written in this system's code page");
+        throw CommandError("the name '" + utf8 + "' cannot be represented in this system's code page");
     return text;
 }
 
@@ -78,21 +79,21 @@ const char* ResultMeaning(std::uint32_t code) {
         case rpc::kNothingBelow:
             return "the lower monitor could not open the port";
         case rpc::kOutOfMemory:
-            return "the print server has no memory for it";
+            return "the print server is out of memory";
         case rpc::kBadAnswer:
-            return "the printer's answer cannot be understood";
+            return "the printer's answer is malformed";
         case rpc::kPrinterRefused:
-            return "the printer refused";
+            return "the printer refused the request";
         case rpc::kBadArguments:
             return "the name is too long or an argument is out of range";
         case rpc::kNoSuchPrinter:
-            return "no USB printer with Bidi enabled goes by that name";
+            return "there is no USB printer of that name with Bidi enabled";
         case rpc::kReplyTooSmall:
             return "the answer is larger than the capacity";
         case rpc::kPortNotOpen:
-            return "the printer's port is not open in the service";
+            return "the printer's port is not open in the spooler";
         case rpc::kPortClosing:
-            return "the port was closed meanwhile";
+            return "the port was closed during the call";
         default:
             return nullptr;
     }
@@ -151,7 +152,7 @@ void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
         case WaitEnd::kTimeUp:
             throw CommandError(fmt::format("no answer within {} s", options.timeout));
         case WaitEnd::kTooMuch:
-            throw CommandError("this is not the monitor's service: a reply without end");
+            throw CommandError("this is not the monitor's service: an endless reply");
     }
     if (options.times == 1) {
         Show(replies->front(), options);
@@ -160,7 +161,7 @@ void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
     std::map<std::string, size_t> outcomes;
     for (const RpcReply& reply : *replies)
         ++outcomes[reply.status != 0        ? "status " + StatusNumber(reply.status)
-                   : !reply.problem.empty() ? "no reply of the monitor's"
+                   : !reply.problem.empty() ? "not a reply of the monitor"
                                             : fmt::format("result {}", reply.result)];
     if (options.json) {
         Json list = Json::array();
@@ -208,17 +209,17 @@ void Command(const RpcOptions& options) {
 void AddCommonOptions(CLI::App& command, RpcOptions& options) {
     command.add_option("PRINTER", options.printer, "USB port (USB001) or shared printer (\\\\server\\share)")
         ->required();
-    command.add_option("--endpoint", options.endpoint, "Way to the service")
+    command.add_option("--endpoint", options.endpoint, "Endpoint to call")
         ->check(CLI::IsMember({"local", "pipe", "tcp"}))
         ->capture_default_str();
-    command.add_option("--host", options.host, "Machine that serves (default: this one)");
-    command.add_option("--capacity", options.capacity, "Most bytes of reply to accept")
+    command.add_option("--host", options.host, "Machine to call (default: this one)");
+    command.add_option("--capacity", options.capacity, "Maximum size of the reply in bytes")
         ->capture_default_str();
     CLI::Option* raw = command.add_flag("--raw", options.raw, "Print the reply as one line of hex digits");
     command.add_flag("--json", options.json, "Print JSON instead of text")->excludes(raw);
-    command.add_option("--times", options.times, "Make that many calls at once and count the outcomes")
+    command.add_option("--times", options.times, "Make this many calls at once and count the outcomes")
         ->check(CLI::Range(1U, kMostThreads));
-    command.add_option("--timeout", options.timeout, "Seconds after which to give up")
+    command.add_option("--timeout", options.timeout, "Time-out in seconds")
         ->check(CLI::Range(1U, kLongestWait))
         ->capture_default_str();
 }
@@ -230,12 +231,12 @@ void AddRpcCommands(CLI::App& app) {
     rpc->require_subcommand(1);
     auto options = std::make_shared<RpcOptions>();
 
-    CLI::App* query = rpc->add_subcommand("query", "Read a data block of the printer");
+    CLI::App* query = rpc->add_subcommand("query", "Read a data block from the printer");
     AddCommonOptions(*query, *options);
     query->add_option("ID", options->dataId, "Data id")->required();
     query->callback([options] { Query(*options); });
 
-    CLI::App* command = rpc->add_subcommand("command", "Read attributes of the printer");
+    CLI::App* command = rpc->add_subcommand("command", "Read attributes from the printer");
     AddCommonOptions(*command, *options);
     command->add_option("--values", options->values, "The two words for the frame's header")->expected(2);
     command->add_option("--word", options->word, "First word of the request");

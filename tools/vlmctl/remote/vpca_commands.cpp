@@ -48,7 +48,7 @@ std::vector<std::uint8_t> ReadFrame(const VpcaOptions& options) {
 
 void Decode(const VpcaOptions& options) {
     if (options.hex.empty() == options.file.empty())
-        throw CommandError("give hex digits or --file, one of them", kWrongUsage);
+        throw CommandError("give either hex digits or --file", kWrongUsage);
     const FrameText text = DescribeFrame(ReadFrame(options));
     if (options.json) {
         Json fields = Json::array();
@@ -106,13 +106,14 @@ void Encode(const VpcaOptions& options, bool query) {
 
 void AddVpcaCommands(CLI::App& app) {
     CLI::App* vpca =
-        app.add_subcommand("vpca", "Take frames of the device-control protocol apart, or make them");
+        app.add_subcommand("vpca", "Decode and encode frames of the device-control protocol VPCA");
     vpca->require_subcommand(1);
     auto options = std::make_shared<VpcaOptions>();
 
-    CLI::App* decode = vpca->add_subcommand("decode", "Say what a frame holds, and where and why it is bad");
+    CLI::App* decode =
+        vpca->add_subcommand("decode", "Show what a frame contains, and where and why it is invalid");
     decode->add_option("HEX", options->hex, "The frame in hex digits; - reads them from standard input");
-    decode->add_option("--file", options->file, "A file with the frame's bytes; - is standard input");
+    decode->add_option("--file", options->file, "File with the frame's bytes; - reads standard input");
     decode->add_flag("--json", options->json, "Print JSON instead of text");
     decode->callback([options] { Decode(*options); });
 

@@ -48,7 +48,7 @@ class Reader {
     }
     bool Has(size_t offset, size_t size, const char* what) {
         if (offset <= end_ && size <= end_ - offset) return true;
-        return Bad(offset, "{} takes {} bytes, there are {}", what, size, end_ - std::min(offset, end_));
+        return Bad(offset, "{} needs {} bytes, there are {}", what, size, end_ - std::min(offset, end_));
     }
 
     bool ReadHeader() {
@@ -81,15 +81,15 @@ class Reader {
     bool ReadBody() {
         std::uint16_t status = status_;
         if (response_ && CheckResult(&status, operation_) == BodyDecision::kStop) {
-            Field(kHeaderSize, "no body", "with this status");
+            Field(kHeaderSize, "body", "none with this status");
             return true;
         }
         // A data block reaches to the end of its frame.
         if (!response_ || operation_ != kReadDataBlock) {
             const std::uint32_t length = Number(8, 2);
             if (length > frame_.size() - kHeaderSize)
-                return Bad(8, "the body length {} reaches beyond the frame, which has {} bytes of body",
-                           length, frame_.size() - kHeaderSize);
+                return Bad(8, "the body length {} exceeds the {} bytes after the header", length,
+                           frame_.size() - kHeaderSize);
             end_ = kHeaderSize + length;
         }
         if (operation_ == kReadDataBlock) return ReadDataBlockBody();
@@ -131,7 +131,7 @@ class Reader {
         const size_t count = frame_[at];
         Field(at++, "attributes", "{}", count);
         for (size_t i = 1; i <= count; ++i) {
-            if (!Has(at, 3, fmt::format("the head of attribute {} of {}", i, count).c_str())) return false;
+            if (!Has(at, 3, fmt::format("the header of attribute {} of {}", i, count).c_str())) return false;
             const auto id = static_cast<std::uint16_t>(Number(at, 2));
             const size_t length = frame_[at + 2];
             const AttributeDescriptor& row = DescribeAttribute(id);
@@ -143,7 +143,8 @@ class Reader {
                 const auto left = static_cast<std::uint32_t>(end_ - value);
                 size = row.measure(frame_.data() + value, left, true).wireSize;
                 if (size == 0 || static_cast<std::uint8_t>(size) != length)
-                    return Bad(value, "{} bytes are no value of attribute {}", size == 0 ? left : length, id);
+                    return Bad(value, "{} bytes are not a valid value of attribute {}",
+                               size == 0 ? left : length, id);
             }
             Field(at, fmt::format("  {}", id), "{} bytes{}: {}", size,
                   !row.known   ? ", unknown"
@@ -161,8 +162,8 @@ class Reader {
         VpcaResult result;
         const VpcaError error =
             DecodeResponse(&header, &result, {frame_.data(), static_cast<std::uint32_t>(frame_.size())});
-        return error == VpcaError::kSuccess ||
-               Bad(kHeaderSize, "the body is refused with error {}", static_cast<std::uint32_t>(error));
+        return error == VpcaError::kSuccess || Bad(kHeaderSize, "the codec rejects the body with error {}",
+                                                   static_cast<std::uint32_t>(error));
     }
 
     std::span<const std::uint8_t> frame_;

@@ -14,8 +14,8 @@ namespace {
 constexpr size_t kBufferSize = 4096;
 constexpr size_t kMostLines = 100'000;  // that wait for the reader
 
-std::string FailureOf(const wchar_t* what) {
-    return "the debugger output cannot be read, " + ToUtf8(what) + ": " + ErrorText(GetLastError());
+std::string Failure() {
+    return "the debugger output cannot be read: " + ErrorText(GetLastError());
 }
 
 }  // namespace
@@ -31,7 +31,7 @@ DebugOutput::DebugOutput() : stop_(CreateEventW(nullptr, TRUE, FALSE, nullptr)) 
     // Services run in session 0; its names are the global ones.
     if (session != 0) Open(L"");
     hearsServices_ = Open(L"Global\\");
-    if (channels_.empty() || !stop_) throw CommandError(FailureOf(L"its buffer"));
+    if (channels_.empty() || !stop_) throw CommandError(Failure());
     thread_ = std::thread([this] { Run(); });
 }
 
@@ -46,7 +46,7 @@ bool DebugOutput::Open(const std::wstring& space) {
                                              (space + L"DBWIN_BUFFER").c_str()));
     const DWORD error = GetLastError();
     if (channel.mapping && error == ERROR_ALREADY_EXISTS)
-        throw CommandError("another program reads the debugger output already");
+        throw CommandError("another program is already reading the debugger output");
     if (!channel.mapping) return false;
     channel.buffer.Reset(
         static_cast<Buffer*>(MapViewOfFile(channel.mapping.Get(), FILE_MAP_READ, 0, 0, kBufferSize)));

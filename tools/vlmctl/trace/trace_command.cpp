@@ -199,16 +199,15 @@ void ReadSaved(const TraceOptions& options, const OnInterrupt& interrupt, Outlet
     }
     if (options.follow) take(file.Rest());
     if (undated != 0) {
-        std::fprintf(stderr, "%zu line%s left out, since the file has no date before\n", undated,
-                     undated == 1 ? " was" : "s were");
+        std::fprintf(stderr, "%zu line%s left out: no date precedes %s\n", undated,
+                     undated == 1 ? " was" : "s were", undated == 1 ? "it" : "them");
     }
 }
 
 void Listen(const TraceOptions& options, const OnInterrupt& interrupt, Outlet& outlet) {
     DebugOutput output;
-    std::fprintf(
-        stderr, "listening to the debugger output%s; Ctrl+C ends\n",
-        output.HearsServices() ? "" : " of this session, which takes an administrator to hear the spooler");
+    std::fprintf(stderr, "listening to the debugger output%s; press Ctrl+C to stop\n",
+                 output.HearsServices() ? "" : " of this session (the spooler's takes an administrator)");
     std::fflush(stderr);
     MonitorProcesses monitors;
     const Duration duration(options.seconds, interrupt);
@@ -223,8 +222,10 @@ void Listen(const TraceOptions& options, const OnInterrupt& interrupt, Outlet& o
         outlet.Take(line, now, fmt::format("{} {:>5} {}", TimeText(now), heard.process, heard.text));
     }
     if (output.LinesLost() != 0)
-        std::fputs((Counted(output.LinesLost(), "line") + " came faster than could be shown\n").c_str(),
-                   stderr);
+        std::fputs(
+            (Counted(output.LinesLost(), "line") + " lost: the output came faster than it could be shown\n")
+                .c_str(),
+            stderr);
 }
 
 void FollowTrace(const TraceOptions& options) {
@@ -238,7 +239,7 @@ void FollowTrace(const TraceOptions& options) {
     outlet.End();
     if (interrupt.Raised()) throw CommandError("interrupted", kInterrupted);
     if (!options.file.empty() && !options.follow && !options.asMetrics && outlet.Empty())
-        throw CommandError("the saved trace has no such line", kNothingFound);
+        throw CommandError("the saved trace has no matching line", kNothingFound);
 }
 
 }  // namespace
@@ -252,27 +253,27 @@ void AddTraceCommand(CLI::App& app) {
     CLI::Option* metrics =
         command
             ->add_option("--metrics", options->metrics,
-                         "The counts as metrics for Prometheus, into this file or to standard "
-                         "output; while lines come the file is renewed every 15 seconds")
+                         "Write the counts as Prometheus metrics to this file, or to standard "
+                         "output; the file is updated every 15 seconds while lines arrive")
             ->type_name("[FILE]")
             ->expected(0, 1)
             ->needs(summary)
             ->excludes(json);
-    CLI::Option* file = command->add_option("--file", options->file,
-                                            "Read a saved trace instead of listening; - is standard input");
-    command->add_flag("--follow", options->follow, "Go on with what is written to the file")->needs(file);
+    CLI::Option* file = command->add_option(
+        "--file", options->file, "Read a saved trace instead of listening; - reads standard input");
+    command->add_flag("--follow", options->follow, "Keep reading as the file grows")->needs(file);
     command
         ->add_option("--since", options->since,
-                     "Only lines from then on: 10m or 2h ago, 17:44, 2026-11-22, 2026-11-22T17:44:36+01:00")
+                     "Only lines since then: 10m, 2h, 17:44, 2026-11-22 or 2026-11-22T17:44:36+01:00")
         ->needs(file);
-    command->add_option("--save", options->save, "Add the lines to this file, too")->excludes(file);
+    command->add_option("--save", options->save, "Also append the lines to this file")->excludes(file);
     command->add_option("--port", options->port, "Only lines about this port");
     command
-        ->add_option("--level", options->level, "error, info or verbose: only lines of that level or above")
+        ->add_option("--level", options->level, "Only lines of this level or above: error, info or verbose")
         ->transform(CLI::IsMember(kLevels, CLI::ignore_case));
-    command->add_option("--seconds", options->seconds, "End after that time instead of at Ctrl+C")
+    command->add_option("--seconds", options->seconds, "Stop after this many seconds instead of at Ctrl+C")
         ->check(CLI::Range(0.0, 86'400.0));
-    command->add_flag("--all", options->all, "Also what programs without the monitor write");
+    command->add_flag("--all", options->all, "Include programs that do not run the monitor");
     command->callback([options, metrics] {
         options->asMetrics = metrics->count() > 0;
         FollowTrace(*options);

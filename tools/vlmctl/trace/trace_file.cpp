@@ -23,8 +23,7 @@ bool SameFile(HANDLE one, HANDLE other) {
 TraceFile::TraceFile(const std::string& name, bool follow)
     : path_(name == "-" ? L"" : FromUtf8(name)), follow_(follow) {
     if (name == "-") {
-        if (follow)
-            throw CommandError("standard input cannot be followed; it ends where it ends", kWrongUsage);
+        if (follow) throw CommandError("--follow needs a file, not standard input", kWrongUsage);
         return;
     }
     file_ = Open(path_);

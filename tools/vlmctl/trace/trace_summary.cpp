@@ -85,7 +85,7 @@ void TraceSummary::Print() const {
                   port.milliseconds);
         anyError = anyError || port.errors != 0;
     }
-    if (otherErrors_ != 0) PrintLine("errors on no port: {}", otherErrors_);
+    if (otherErrors_ != 0) PrintLine("errors without a port: {}", otherErrors_);
     if (anyError) {
         PrintLine("");
         PrintLine("LAST ERRORS");
@@ -159,21 +159,19 @@ Metrics TraceSummary::ToMetrics() const {
     ports("vllm3mon_port_queries_total", "Bidi queries that ended.", [](const Port& p) { return p.queries; });
     ports("vllm3mon_port_remote_calls_total", "Remote procedure calls that ended.",
           [](const Port& p) { return p.calls; });
-    ports("vllm3mon_port_refusals_total", "What failed or was refused, one for each error line.",
+    ports("vllm3mon_port_refusals_total", "Failures and refusals, one per error line.",
           [](const Port& p) { return p.errors; });
-    ports("vllm3mon_port_busy_seconds_total", "Time that jobs, queries and remote calls took together.",
+    ports("vllm3mon_port_busy_seconds_total", "Total time of jobs, queries and remote calls.",
           [](const Port& p) { return static_cast<double>(p.milliseconds) / 1e3; });
     hosts("vllm3mon_host_exchanges_total", "HTTP exchanges with printers that ended.",
           [](const Host& h) { return h.exchanges; });
-    hosts("vllm3mon_host_failed_exchanges_total",
-          "HTTP exchanges without an answer, or with a status of failure.",
+    hosts("vllm3mon_host_failed_exchanges_total", "HTTP exchanges without an answer or with an error status.",
           [](const Host& h) { return h.failed; });
-    hosts("vllm3mon_host_answer_bytes_total", "Bytes of the bodies of answers.",
+    hosts("vllm3mon_host_answer_bytes_total", "Bytes of answer bodies.",
           [](const Host& h) { return h.bytes; });
-    hosts("vllm3mon_host_exchange_seconds_total", "Time that the exchanges took together.",
+    hosts("vllm3mon_host_exchange_seconds_total", "Total time of the exchanges.",
           [](const Host& h) { return static_cast<double>(h.milliseconds) / 1e3; });
-    metrics.Family("vllm3mon_other_errors_total", Metrics::Type::kCounter,
-                   "Error lines that are about no port.");
+    metrics.Family("vllm3mon_other_errors_total", Metrics::Type::kCounter, "Error lines without a port.");
     metrics.Add({}, static_cast<double>(otherErrors_));
     return metrics;
 }

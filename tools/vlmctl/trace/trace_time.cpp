@@ -219,7 +219,7 @@ TraceTime ParseSince(const std::string& text, TraceTime now) {
         return then <= now ? then : FromLocal(today - days(1) + length);
     }
     throw CommandError(
-        "'" + Shown(text) + "' is no time; write 10m, 2h, 17:44, 2026-11-22 or 2026-11-22T17:44:36+01:00",
+        "'" + Shown(text) + "' is not a time; write 10m, 2h, 17:44, 2026-11-22 or 2026-11-22T17:44:36+01:00",
         kWrongUsage);
 }
 
