@@ -111,7 +111,7 @@ TEST_F(CheckTest, FindsWhatIsWrongWithQueriesAndFilters) {
         {"a parameter that writes the expression",
          Printer(R"x(<Parameter name="$P$" parameter="P" query="pri:S" filter="pri:S/pri:P">
 <Value name="A" query="pri:S" filter="pri:S/pri:A[@Id='$P$' and $P$]"/></Parameter>)x"),
-         {"4: warning: the parameter 'P' stands outside quotes"}},
+         {"4: warning: the parameter 'P' is used outside quotes"}},
         {"a slash too many at the end",
          Printer(R"(<Value name="A" query="pri:S" filter="pri:S/"/>)"),
          {"3: error: "}},
@@ -214,11 +214,11 @@ TEST_F(CheckTest, FollowsWhereParametersAreBound) {
         {"a template without its parameter in its name",
          Printer("<Parameter name=\"Color\" parameter=\"C\"" + from + "><Const name=\"A\"/></Parameter>"),
          {"2: warning: the name 'Printer' does not use",
-          "3: error: a Parameter that stands for levels of its own"}},
+          "3: error: a Parameter that makes levels of its own"}},
         {"an empty one that has no level to bind",
          Printer("<Parameter name=\"$C$\" parameter=\"C\"" + from + "><Parameter parameter=\"D\"" + from +
                  "/></Parameter>"),
-         {"3: error: a Parameter that stands for levels of its own needs a name that uses it, such as "
+         {"3: error: a Parameter that makes levels of its own needs a name that uses it, such as "
           "'$D$'"}},
     };
     for (const Case& expected : cases)
@@ -350,12 +350,10 @@ TEST_F(CheckTest, SaysOfAnElementInANamespaceThatItIsNotFoundThere) {
     const std::string close = "</bidi:Definition>";
     const Case cases[] = {
         {"a schema", open + "<bidi:Schema/>" + close, {"2: error: bidi:Schema is in the namespace"}},
-        {"beside one that counts",
-         open + "<Schema/><bidi:Schema/>" + close,
-         {"2: error: bidi:Schema stands in"}},
+        {"beside one that counts", open + "<Schema/><bidi:Schema/>" + close, {"2: error: bidi:Schema is in"}},
         {"a level",
          open + "<Schema><bidi:Property name='A'/></Schema>" + close,
-         {"2: error: bidi:Property stands"}},
+         {"2: error: bidi:Property is in"}},
         {"the root",
          std::string("<bidi:Schema ") + kBidi + "/>",
          {"1: error: bidi:Schema is in the namespace"}},
@@ -385,8 +383,8 @@ TEST_F(CheckTest, RefusesFilesThatTheEngineWouldNotTake) {
     const Case cases[] = {
         {"not a Bidi file",
          std::string("<Schema ") + kPrint + "/>",
-         {"1: error: the namespace http://schemas.microsoft.com/windows/2005/03/printing/bidi is declared "
-          "nowhere"}},
+         {"1: error: the namespace http://schemas.microsoft.com/windows/2005/03/printing/bidi is not "
+          "declared"}},
         {"a level as root",
          std::string("<Property ") + kBidi + " name=\"A\"/>",
          {"1: error: the root is Property"}},
@@ -412,13 +410,11 @@ TEST_F(CheckTest, SaysOnceForEachFileWhatIsPassedOver) {
                  "/>\n<Value name=\"C\" optional=\"true\" drvPrinterEvent=\"1\" " + leaf +
                  ">no</Value>\n<Value name=\"D\" optional=\"true\" drvPrinterEvent=\"true\" " + leaf +
                  ">yes</Value>"),
-         {"3: warning: xmllang has no effect: of a text in several languages the first one",
-          "4: warning: drvPrinterEvent has no effect: nobody is told when a value changes; who wants to know "
-          "asks "
-          "again (here and in 2 more places)",
-          "5: warning: the default text 'no' is not used: a value that the printer lacks is answered with "
-          "232, no "
-          "value (here and in 1 more place)"}},
+         {"3: warning: xmllang has no effect: of a text in several languages the answer is the first",
+          "4: warning: drvPrinterEvent has no effect: changes of a value are not reported; ask again to "
+          "see them (here and in 2 more places)",
+          "5: warning: the default text 'no' is not used: for a value that the printer does not send the "
+          "answer is 232, no value (here and in 1 more place)"}},
         {"nothing is lost by what is off",
          Printer("<Value name=\"A\" xmllang=\"false\" optional=\"true\" drvPrinterEvent=\"0\" " + leaf +
                  "/>"),
@@ -434,7 +430,7 @@ TEST_F(CheckTest, SaysOnceForEachFileWhatIsPassedOver) {
          {"3: warning: drvPrinterEvent"}},
         {"beside the schema",
          std::string("<x ") + kBidi + ">\n<PortStatus><Nope/></PortStatus><Schema/>\n<PortStatus/></x>",
-         {"2: warning: PortStatus is not read: the port's status stays"}},
+         {"2: warning: PortStatus is not read: the port monitor below alone"}},
     };
     for (const Case& expected : cases)
         ExpectFindings(expected, Findings({expected.content}));
@@ -451,19 +447,17 @@ TEST_F(CheckTest, TellsWhatWasMeantByWhatBelongsElsewhere) {
     const Case cases[] = {
         {"the file's namespace",
          "<bidi:Definition " + secure + "><Schema/></bidi:Definition>",
-         {"1: error: the namespace http://schemas.microsoft.com/windows/2005/03/printing/bidi is declared "
-          "nowhere; the "
-          "engine refuses the file. It declares "
+         {"1: error: the namespace http://schemas.microsoft.com/windows/2005/03/printing/bidi is not "
+          "declared; the engine refuses the file. It declares "
           "https://schemas.microsoft.com/windows/2005/03/printing/bidi, which is another one: write http: "
-          "where it has "
-          "https:"}},
+          "instead of https:"}},
         {"the printer's",
          Schema("", "xmlns:p='" + print + "'"),
-         {"1: error: prefix 'p' means '" + print +
+         {"1: error: prefix 'p' stands for '" + print +
           "', but printers answer in 'http://schemas.microsoft.com/windows/2006/08/wdp/print': write http:"}},
         {"the printer's, as drafts called it",
          Schema("", "xmlns:p='" + draft + "'"),
-         {"1: warning: prefix 'p' means '" + draft + "', but printers answer in"}},
+         {"1: warning: prefix 'p' stands for '" + draft + "', but printers answer in"}},
         {"a vendor's own", Schema("", "xmlns:p='https://velun.example/print'"), {}},
         {"what says where a value lies by SNMP",
          Printer("<Value name=\"A\" query=\"pri:S\" filter=\"pri:S\" oid=\"1.3.6\"/>\n<IndexedProperty/>"),
@@ -491,7 +485,7 @@ TEST_F(CheckTest, LooksAtFilesAsTheSetThatAPrinterLoads) {
     EXPECT_THAT(Findings({bare, base}), IsEmpty());
     const std::string scan = std::string("<Schema ") + kBidi + " xmlns:pri=\"urn:scan\"/>";
     EXPECT_THAT(Findings({base, scan}),
-                ElementsAre(StartsWith("2.xml:1: error: prefix 'pri' means 'urn:scan' here")));
+                ElementsAre(StartsWith("2.xml:1: error: prefix 'pri' stands for 'urn:scan' here")));
 
     const std::string wrapped = std::string("<x ") + kBidi + "><Schema/></x>";
     EXPECT_THAT(Findings({base, wrapped}), ElementsAre(StartsWith("2.xml:1: error: the root is 'x'")));

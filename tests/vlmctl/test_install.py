@@ -150,10 +150,10 @@ class Install(Installation):
                 ("no function", image.changed(exports + 20, 0), "a function that it does not have"),
                 ("forwarded", image.changed(image.offset(image.u32(exports + 28)), image.u32(image.header + 24 + 112)),
                  "in another DLL"),
-                ("no code", image.changed(image.offset(image.u32(exports + 28)), 0), "no code"),
+                ("no code", image.changed(image.offset(image.u32(exports + 28)), 0), "not code"),
                 ("resources far away", image.changed(image.header + 24 + 128, far), "resources"),
                 ("65,535 resources", image.changed(image.directory(2) + 14, 0xFFFF, 2), "resources"),
-                ("65 MB", image.bytes + bytes(65 << 20), "more than any monitor")):
+                ("65 MB", image.bytes + bytes(65 << 20), "too large for a monitor")):
             with self.subTest(name):
                 dll.write_bytes(content)
                 self.assert_refused(dll, says)
@@ -257,7 +257,7 @@ class Doctor(Installation):
 
     def test_nothing_installed(self):
         lines = self.doctor()
-        self.assertWrong(lines, "registered", "not among the spooler's monitors; 'vlmctl install'")
+        self.assertWrong(lines, "registered", "not registered with the spooler; run 'vlmctl install'")
         self.assertWrong(lines, "file", "file not found.*install it")
         for endpoint in ("local", "pipe", "tcp"):
             self.assertWrong(lines, "rpc " + endpoint, "no server listens at this endpoint")
@@ -278,7 +278,7 @@ class Doctor(Installation):
     def test_printer_that_does_not_answer(self):
         for address in (f"http://{NOBODY}/wsd/print/", NOBODY):
             with self.subTest(address):
-                self.assertWrong(self.doctor("--printer", address), "printer", "connection.*is it on")
+                self.assertWrong(self.doctor("--printer", address), "printer", "connection.*check that it is on")
 
     def test_driver_of_an_ini_file_and_of_an_installed_printer(self):
         def settings(text):
@@ -306,7 +306,7 @@ class Doctor(Installation):
         self.assertEqual(self.doctor("--driver", settings("[BidiFiles]\nBidiWSDFile=foreign.xml\n"))["extensions"],
                          ("ok", "1 file, 4 warnings"))
 
-        self.assertWrong(self.doctor("--queue", "Nobody's"), "extensions", "no printer of this machine")
+        self.assertWrong(self.doctor("--queue", "Nobody's"), "extensions", "not a printer on this machine")
         self.install_printer(EXAMPLES / "velun.ini")
         self.assertEqual(self.doctor("--queue", "Velun Test")["extensions"], ("ok", "2 files, 0 warnings"))
         self.install_printer(settings("[BidiFiles]\nBidiWSDFile=broken.xml\n"))

@@ -65,7 +65,7 @@ class InterruptTest(unittest.TestCase):
         before, program = self.printing()
         _, errors = self.interrupt(program)
         self.assertEqual(program.returncode, 130, errors)
-        self.assertRegex(errors, rf"\Avlmctl: interrupted after \d{{6,8}} of {BIG} bytes; .*broken off.*\n\Z")
+        self.assertRegex(errors, rf"\Avlmctl: interrupted after \d{{6,8}} of {BIG} bytes; .*the connection was reset.*\n\Z")
         record = self.record_after(before)
         self.assertFalse(record["complete"], record)
         self.assertLess(record["bytes"], BIG)

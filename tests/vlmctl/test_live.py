@@ -110,13 +110,13 @@ class Elements(Live):
 
         status, empty = "<p:PrinterStatus/>", ""
         for parts, asked, says in (
-                (empty, ["PrinterStatus"], "left out pri:PrinterStatus$"),
+                (empty, ["PrinterStatus"], "did not send pri:PrinterStatus$"),
                 (part("p:PrinterStatus", status), ["PrinterStatus", "pri:PrinterStatus"], None),
                 (part("PrinterStatus", status), ["PrinterStatus"], None),
                 (part("", status), ["PrinterStatus"], None),  # it holds what was asked for
                 (part("p:PrinterStatus", status), ["PrinterStatus", "PrinterConfiguration", "v:Device"],
-                 "left out pri:PrinterConfiguration, v:Device$"),
-                (part("v:PrinterStatus", status.replace("p:", "v:")), ["PrinterStatus"], "left out pri:PrinterStatus$"),
+                 "did not send pri:PrinterConfiguration, v:Device$"),
+                (part("v:PrinterStatus", status.replace("p:", "v:")), ["PrinterStatus"], "did not send pri:PrinterStatus$"),
                 (part("p:Nonsense", valid="false"), ["Nonsense", "PrinterStatus"],
                  "no valid pri:Nonsense; the printer did not send pri:PrinterStatus$")):
             with self.subTest(parts=parts, asked=asked), AnswerService(parts) as url:

@@ -43,8 +43,8 @@ class ForThePortMonitor(Answers):
         done = self.vlmctl("bidi", "check", FILE)
         self.assertEqual(done.returncode, 1, done.stdout)
         found = {int(re.search(r":(\d+):\d+: warning: ", line)[1]): line for line in done.stdout.splitlines()}
-        for line, what in ((4, "PortStatus is not read.*and in 1 more place"), (10, "xmllang .*the first one"),
-                           (12, "default text '1' is not used.*232"), (15, "drvPrinterEvent .*nobody is told")):
+        for line, what in ((4, "PortStatus is not read.*and in 1 more place"), (10, "xmllang .*the first that"),
+                           (12, "default text '1' is not used.*232"), (15, "drvPrinterEvent .*not reported")):
             self.assertRegex(found.pop(line), what)
         self.assertEqual(found, {})
         for schema in ("extension", "definition"):

@@ -78,14 +78,14 @@ int Run() {
 }  // namespace
 
 int main() {
-    WatchForInterrupt();
-    PrepareConsole();
-    vlm::ReadTraceLevel();
-    if (const std::wstring level = vlm::UnknownTraceLevel(); !level.empty())
-        Complain("VLLM3MON_TRACE=" + Shown(level) +
-                     " is not a trace level (off, error, info or verbose); tracing errors only",
-                 kDone);
     try {
+        WatchForInterrupt();
+        PrepareConsole();
+        vlm::ReadTraceLevel();
+        if (const std::wstring level = vlm::UnknownTraceLevel(); !level.empty())
+            Complain("VLLM3MON_TRACE=" + Shown(level) +
+                         " is not a trace level (off, error, info or verbose); tracing errors only",
+                     kDone);
         return Run();
     } catch (const CommandError& error) {
         return Complain(error.what(), error.Status());
@@ -93,5 +93,7 @@ int main() {
         return Complain(error.what(), kFailed);
     } catch (const _com_error& error) {
         return Complain(fmt::format("failed (0x{:08X})", static_cast<unsigned long>(error.Error())), kFailed);
+    } catch (...) {
+        return Complain("failed for an unknown reason", kFailed);
     }
 }

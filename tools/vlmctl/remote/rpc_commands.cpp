@@ -87,7 +87,7 @@ const char* ResultMeaning(std::uint32_t code) {
         case rpc::kBadArguments:
             return "the name is too long or an argument is out of range";
         case rpc::kNoSuchPrinter:
-            return "there is no USB printer of that name with Bidi enabled";
+            return "no USB printer of that name has Bidi enabled";
         case rpc::kReplyTooSmall:
             return "the answer is larger than the capacity";
         case rpc::kPortNotOpen:
