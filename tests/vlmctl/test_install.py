@@ -97,9 +97,9 @@ class Install(Installation):
         self.works("install")
         self.assertTrue(self.registered())
         self.assertEqual(COPY.read_bytes(), (windows.BIN / "vllm3mon.dll").read_bytes())
-        self.fails("install", says=rf"'{NAME}' is installed already")
-        self.fails("install", "--name", "Another", says=rf"'{NAME}' is installed already")
-        self.fails("uninstall", "--name", "Another", says=rf"no monitor 'Another'.*ours is '{NAME}'")
+        self.fails("install", says=rf"'{NAME}' is already installed")
+        self.fails("install", "--name", "Another", says=rf"'{NAME}' is already installed")
+        self.fails("uninstall", "--name", "Another", says=rf"no monitor 'Another'.*name is '{NAME}'")
         self.assertTrue(self.registered())
         self.assertIn("deleted", self.works("uninstall"))
         self.assertFalse(self.registered())
@@ -113,11 +113,11 @@ class Install(Installation):
     def test_what_is_no_monitor_stays_out_and_leaves_nothing_behind(self):
         text = self.folder / "text.dll"
         text.write_text("no DLL")
-        for dll, says in ((text, "not a DLL"), (windows.BIN / "spoolss.dll", "no print monitor"),
+        for dll, says in ((text, "not a DLL"), (windows.BIN / "spoolss.dll", "not a print monitor"),
                           (windows.BIN / "spoolhost.exe", "it is a program"), (self.folder / "absent.dll", "not found"),
                           (self.folder, "a folder"), ("NUL", "not a file"),
                           # Its code would end the companion.
-                          (windows.BIN / "loud.dll", "no print monitor")):
+                          (windows.BIN / "loud.dll", "not a print monitor")):
             with self.subTest(dll):
                 self.assert_refused(dll, says)
         self.assertFalse(self.registered())
@@ -206,7 +206,7 @@ class Install(Installation):
         self.works("uninstall")
 
     def test_monitors_of_the_system_cannot_be_taken_away(self):
-        self.fails("uninstall", "--name", "Local Port", says="not ours.*localspl.dll")
+        self.fails("uninstall", "--name", "Local Port", says="another monitor.*localspl.dll")
         self.assertTrue(self.registered("Local Port"))
 
     def test_a_copy_without_an_entry_is_deleted(self):
