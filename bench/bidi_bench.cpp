@@ -1,5 +1,5 @@
 // What the Bidi engine costs a query: growth with the number of leaves, and the distance from the work of
-// MSXML that nobody can avoid.
+// MSXML that cannot be avoided.
 //
 // One query is what the spooler's call does: read the extension file, bind a printer's answer of 40 KB,
 // answer.
@@ -10,12 +10,12 @@
 #include <array>
 #include <cstdlib>
 #include <functional>
-#include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "bench/bench.h"
+#include "bench/bidi_request.h"
 #include "bench/processor_time.h"
 #include "bidi/velunbidispl.h"
 #include "tests/util/temp_dir.h"
@@ -82,25 +82,9 @@ const std::wstring& Answer() {
     return kAnswer;
 }
 
-struct FreeMemory {
-    void operator()(void* memory) const { std::free(memory); }
-};
-using Request = std::unique_ptr<BIDI_REQUEST_CONTAINER, FreeMemory>;
-
-Request RequestOf(const std::vector<std::wstring>& paths, size_t count) {
-    void* memory = std::calloc(1, sizeof(BIDI_REQUEST_CONTAINER) + count * sizeof(BIDI_REQUEST_DATA));
-    if (memory == nullptr) std::exit(3);
-    Request request(static_cast<BIDI_REQUEST_CONTAINER*>(memory));
-    request->Version = 1;
-    request->Count = static_cast<DWORD>(count);
-    for (size_t i = 0; i < count; ++i)
-        request->aData[i].pSchema = const_cast<wchar_t*>(paths[i].c_str());
-    return request;
-}
-
 // One whole query; the number of its entries that have a value.
 size_t Query(const Tree& tree, const wchar_t* action, const std::vector<std::wstring>& paths, size_t count) {
-    const Request request = RequestOf(paths, count);
+    const bench::Request request = bench::RequestOf(paths, count);
     CVelunBidiSpl engine;
     BIDI_RESPONSE_CONTAINER* response = nullptr;
     engine.Init(L"bench", tree.list.c_str());
@@ -236,7 +220,7 @@ int main(int count, char** arguments) {
     if (count != 2) return 2;
     const ComApartment apartment(COINIT_APARTMENTTHREADED);
     SetTraceStream([](const wchar_t*) {});
-    // In the spooler other code holds the library that the engine loads and frees; here nobody else does.
+    // In the spooler other code keeps the library loaded that the engine loads and frees.
     const Module crypt32(LoadLibraryW(L"crypt32.dll"));
     bench::Rows rows;
     Measure(rows);

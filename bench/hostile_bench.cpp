@@ -10,11 +10,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "bench/bench.h"
+#include "bench/bidi_request.h"
 #include "bench/processor_time.h"
 #include "bidi/velunbidispl.h"
 #include "soap/printer_elements.h"
@@ -282,26 +282,10 @@ const std::vector<Case>& Cases() {
     return kCases;
 }
 
-struct FreeMemory {
-    void operator()(void* memory) const { std::free(memory); }
-};
-using Request = std::unique_ptr<BIDI_REQUEST_CONTAINER, FreeMemory>;
-
-Request RequestOf(wchar_t* path, size_t count) {
-    void* memory = std::calloc(1, sizeof(BIDI_REQUEST_CONTAINER) + count * sizeof(BIDI_REQUEST_DATA));
-    if (memory == nullptr) std::exit(3);
-    Request request(static_cast<BIDI_REQUEST_CONTAINER*>(memory));
-    request->Version = 1;
-    request->Count = static_cast<DWORD>(count);
-    for (size_t i = 0; i < count; ++i)
-        request->aData[i].pSchema = path;
-    return request;
-}
-
 // What the monitor does with the query once the answer is there. The number of entries answered, or -1.
 long Run(const wchar_t* list, const Query& query) {
-    wchar_t root[] = L"\\";
-    const Request request = RequestOf(root, query.entries);
+    const std::vector<std::wstring> roots(query.entries, L"\\");
+    const bench::Request request = bench::RequestOf(roots, roots.size());
     CVelunBidiSpl engine;
     _bstr_t names;
     std::string document;
@@ -339,7 +323,7 @@ std::wstring ListOf(const std::vector<std::string>& texts, const test::TempDir& 
 int RunCase(const char* output, const Case& one) {
     const ComApartment apartment(COINIT_APARTMENTTHREADED);
     SetTraceStream([](const wchar_t* line) { std::fprintf(stderr, "  %ls", line); });
-    // As in the spooler, where other code holds the library and nobody counts the router's blocks.
+    // As in the spooler, where other code keeps the library loaded and router blocks are not counted.
     const Module crypt32(LoadLibraryW(L"crypt32.dll"));
     standin::Router().GuardBlocks(false);
     const test::TempDir folder;

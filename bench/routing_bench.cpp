@@ -1,4 +1,4 @@
-// What a whole live query through the loaded monitor costs beyond the work that nobody can avoid: the same
+// What a whole live query through the loaded monitor costs beyond the work that cannot be avoided: the same
 // bytes over bare WinINet, bare loads of the same documents, and each leaf's filter.
 #include <filesystem>
 #include <fstream>
@@ -230,18 +230,18 @@ class Bench {
     }
 
     void Refused(const std::string& request) {
-        unsigned short nobodysPort = 0;
+        unsigned short closedPort = 0;
         {
             const test::ScriptedServer gone(test::Script{});
-            nobodysPort = gone.Port();
+            closedPort = gone.Port();
         }
-        lower_.address = L"127.0.0.1:" + std::to_wstring(nobodysPort);
+        lower_.address = L"127.0.0.1:" + std::to_wstring(closedPort);
         bench::Measuring("a printer that refuses the connection");
         const bench::Pair refused = bench::BestOfBoth(
             kRounds, 1, [&](long) { Query(ERROR_NOT_SUPPORTED); },
             [&](long) {
                 LoadFiles();
-                bench::BareExchange(nobodysPort, request);
+                bench::BareExchange(closedPort, request);
             });
         rows_.Add("answer when the printer refuses the connection", "us", refused.ours / 1000,
                   refused.reference / 1000, "a bare refused connection and bare loads of the files", "<= 2");
@@ -276,7 +276,7 @@ int main(int count, char** arguments) {
     if (count != 2) return 2;
     SetTraceStream([](const wchar_t*) {});
     const ComApartment apartment(COINIT_APARTMENTTHREADED);
-    // In the spooler other code holds the library that the engine loads and frees; here nobody else does.
+    // In the spooler other code keeps the library loaded that the engine loads and frees.
     const Module crypt32(LoadLibraryW(L"crypt32.dll"));
     bench::Rows rows;
     Bench(&rows).Run();

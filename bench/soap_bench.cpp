@@ -67,12 +67,12 @@ void Run(bench::Rows* rows) {
     const std::string answer = MakeAnswer();
     const std::string request(1500, 'x');
 
-    unsigned short nobodysPort = 0;
+    unsigned short closedPort = 0;
     bench::Measuring("fetches of elements");
     {
         // In this process, hence part of the time on both sides.
         const test::ScriptedServer server(test::Answer(test::Http("200 OK", answer)));
-        nobodysPort = server.Port();
+        closedPort = server.Port();
         const std::wstring url = server.Url();
         const auto fetch = [&] {
             std::string fetched;
@@ -94,13 +94,13 @@ void Run(bench::Rows* rows) {
     rows->Add("clean-up of the answer", "us", cleaning.ours, cleaning.reference, "a bare DOM load of it",
               "<= 3");
 
-    const std::wstring nobody = L"127.0.0.1:" + std::to_wstring(nobodysPort);
+    const std::wstring closed = L"127.0.0.1:" + std::to_wstring(closedPort);
     const auto refused = [&] {
         std::string none;
-        FetchPrinterElements(nobody.c_str(), kQuery, &none);
+        FetchPrinterElements(closed.c_str(), kQuery, &none);
     };
     bench::Measuring("refused connections");
-    const bench::Pair refusal = Compare(refused, [&] { bench::BareExchange(nobodysPort, request); });
+    const bench::Pair refusal = Compare(refused, [&] { bench::BareExchange(closedPort, request); });
     rows->State("refused connection, with the query read and the request written", "us", refusal.ours);
     rows->State("refused connection, bare", "us", refusal.reference);
 }

@@ -43,7 +43,7 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 constexpr int kRounds = 100;
-constexpr int kListRounds = 2'000;  // seconds, to meet a moment in which nobody else has the core
+constexpr int kListRounds = 2'000;  // seconds, to meet a moment in which the core is free
 constexpr uint32_t kBlockSize = 64 * 1024;
 
 [[noreturn]] void Die(const char* what) {

@@ -1,6 +1,6 @@
 # cmake -DSTUB=FILE -P PatchRpcStub.cmake: corrects a server stub that widl made.
 #
-# It lets the runtime allocate an [in, out] number with a range, `size`, for each call, and nobody frees it then. 0x2000
+# It lets the runtime allocate an [in, out] number with a range, `size`, for each call, which is never freed. 0x2000
 # in the parameter's descriptor asks for 8 bytes that the runtime keeps for the call. Another widl may write something
 # else: then somebody has to look, so each such parameter has to be found as it is known.
 file(READ "${STUB}" text)

@@ -263,7 +263,7 @@ local function show_frame(frame, pinfo, root)
     local known = has_body(frame) and bodies[operation]
     if known then
         local show = answer and known.answer or known.request
-        -- An empty range is no range: a view of its own, so that offsets begin at the body.
+        -- A view of its own, so that offsets begin at the body; Wireshark has no empty ranges.
         local body = frame:len() > HEADER and frame(HEADER) or ByteArray.new():tvb("no body")
         summary = summary .. show(tree, body, pinfo)
     elseif frame:len() > HEADER then

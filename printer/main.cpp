@@ -3,7 +3,7 @@
 // control/ the control API. They stand on soap/ (the ports of the two SOAP services, and what goes wrong
 // there on request), net/ (sockets, TLS, HTTP) and shared/ (the machine that prints).
 //
-// Exit status: 0 after an orderly stop, 1 when it cannot start, 2 for a command line that is not understood.
+// Exit status: 0 after an orderly stop, 1 when it cannot start, 2 for a wrong command line.
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -37,8 +37,8 @@ using namespace vlm::printer;
 constexpr std::size_t kControlBodyLimit = std::size_t{64} * 1024;
 constexpr std::size_t kControlThreads = 8;
 
-// Written beside its place and moved there, so that who sees it sees all of it. Removed with its owner: as
-// long as the file is there, the printer runs.
+// Written under another name and renamed, so that readers see all of it. It exists as long as the printer
+// runs.
 class ReadyFile {
  public:
     ReadyFile(const std::string& path, const nlohmann::json& content) : path_(path) {
@@ -70,8 +70,7 @@ void StopWhenParentEnds() {
 }
 
 void Run(const Options& options) {
-    // Blocked in every thread from the start and taken by sigwait below: one way to stop, for signals and for
-    // the control API.
+    // Blocked in every thread and received by sigwait below: one way to stop for signals and the control API.
     sigset_t stopSignals;
     sigemptyset(&stopSignals);
     sigaddset(&stopSignals, SIGTERM);
@@ -87,7 +86,7 @@ void Run(const Options& options) {
     rawPort.SetAnswer(options.answer);
     WsdService wsd(machine);
     DeptIdService deptId(options.accounts.empty() ? Accounts() : Accounts(options.accounts));
-    // The rest of the fleet has nothing but its WSD print service.
+    // The rest of the fleet has only the WSD print service.
     std::vector<std::unique_ptr<Machine>> machines;
     std::vector<std::unique_ptr<WsdService>> services;
     for (unsigned number = 2; number <= options.printers; ++number) {

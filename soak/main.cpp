@@ -144,7 +144,7 @@ class Heartbeat {
     std::abort();
 }
 
-// "urlmon.dll+0x972a", or nothing for what is no code of a module.
+// "urlmon.dll+0x972a", or nothing if the address is not in a module.
 std::string PlaceOf(const void* address) {
     HMODULE module = nullptr;
     char path[MAX_PATH] = "";

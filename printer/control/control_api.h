@@ -1,7 +1,7 @@
 // The control API, for scripts and tests: JSON over HTTP. docs/virtual-printer.md lists it.
 //   GET /state   GET /documents   PUT and DELETE /fault   PUT and DELETE /answer   POST /shutdown
 //   GET /vpca/requests   PUT and DELETE /vpca/fault   GET and DELETE /deptid/requests
-// and what wsd_control.h adds for the WSD print service and the machine.
+// wsd_control.h adds those for the WSD print service and the machine.
 // A request that is not understood is answered with 400 and {"error": "one line"}, and changes nothing.
 #pragma once
 
@@ -16,7 +16,7 @@
 
 namespace vlm::printer {
 
-// Registers the routes. What it is given has to outlive the listener's run; `shutdown` is called on one of
+// Registers the routes. The arguments have to outlive the listener; `shutdown` is called on one of
 // the listener's threads and must not wait for the listener to stop.
 void AddControlApi(HttpListener& http, RawPort& rawPort, SoapPorts& soap, WsdService& wsd,
                    DeptIdService& deptId, Machine& machine, const DocumentStore& store,

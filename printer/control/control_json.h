@@ -51,7 +51,7 @@ inline std::optional<std::uint64_t> CountMember(const nlohmann::json& object, co
 
 inline void Reply(HttpResponse& response, const nlohmann::json& body, int status = 200) {
     response.status = status;
-    // The texts come from outside (a folder's name, an answer): what is not UTF-8 is replaced, not thrown at.
+    // Folder names and answers may hold anything; bytes that are not UTF-8 are replaced.
     response.Set(body.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n",
                  "application/json");
 }
@@ -62,7 +62,7 @@ void AddGet(HttpServer& server, const char* path, Shown shown) {
                  [shown](const HttpRequest&, HttpResponse& response) { Reply(response, shown()); });
 }
 
-// A service's last requests, which can be forgotten; the answer to that is what `shown` gives.
+// GET shows the last requests, DELETE forgets them and answers with what `shown` returns.
 template <typename Shown>
 void AddRequests(HttpServer& server, const char* path, Recent<nlohmann::json>& requests, Shown shown) {
     AddGet(server, path, [&requests] { return requests.All(); });
@@ -72,7 +72,7 @@ void AddRequests(HttpServer& server, const char* path, Recent<nlohmann::json>& r
     });
 }
 
-// What PUT sets with its body and DELETE clears; both answer with what `shown` gives then.
+// PUT sets from its body, DELETE clears; both answer with what `shown` returns afterwards.
 template <typename Set, typename Clear, typename Shown>
 void AddSetting(HttpServer& server, const char* path, Set set, Clear clear, Shown shown) {
     server.Route("PUT", path, [set, shown](const HttpRequest& request, HttpResponse& response) {

@@ -11,7 +11,7 @@ bool EndsAtStage(HttpFaultMode mode) {
     return mode == HttpFaultMode::kMute || mode == HttpFaultMode::kClose || mode == HttpFaultMode::kReset;
 }
 
-// Only members that the mode has a use for are taken: a typing error must not pass for a fault.
+// Only members that the mode uses are accepted, so that a typing error does not pass silently.
 HttpFault ParseHttpFault(const std::string& body) {
     const json object = ParseObject(body, {"mode", "at", "piece", "pause", "bytes", "status", "connections"});
     const auto mode = ValueIn(kHttpFaultModes, TextMember(object, "mode"));

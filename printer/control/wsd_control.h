@@ -1,4 +1,4 @@
-// The control API's part for the WSD print service and the machine behind it.
+// The part of the control API for the WSD print service and the machine behind it.
 //   GET /wsd              its fault and style
 //   GET, DELETE /wsd/requests   PUT, DELETE /wsd/fault   PUT, DELETE /wsd/style   GET, PUT /machine
 #pragma once
@@ -9,7 +9,7 @@
 
 namespace vlm::printer {
 
-// Registers the server. What it is given has to outlive the server's run.
+// Registers the routes. The arguments have to outlive the server.
 void AddWsdControl(HttpServer& server, HttpFaults& faults, WsdService& wsd, Machine& machine);
 
 }  // namespace vlm::printer

@@ -35,7 +35,7 @@ Accounts::Accounts(const std::string& path) {
             const auto password = Text(entry, "password");
             account = {username.value_or(""), password.value_or(""), Text(entry, "domain"),
                        Text(entry, "type")};
-            // An account without a name or a password would let in who gives none.
+            // Without a name or a password it would accept an empty one.
             if (username && password) texts = 2 + (account.domain ? 1u : 0u) + (account.type ? 1u : 0u);
         }
         if (texts == 0 || texts != entry.size())

@@ -1,8 +1,8 @@
-// The accounts that the department-ID service knows: a JSON file, read once.
+// The accounts of the department-ID service, from a JSON file that is read once.
 //
 //   [{"username": "4711", "password": "12345", "domain": "sales", "type": "department"}, …]
 //
-// "domain" and "type" may be left out: any will do then. No message here quotes the file.
+// Without "domain" or "type" an account accepts any. No message quotes the file.
 #pragma once
 
 #include <optional>

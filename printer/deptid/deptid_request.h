@@ -1,4 +1,4 @@
-// Reads a CheckUserPassword request, and says everything that is wrong with it.
+// Reads a CheckUserPassword request and finds everything that is wrong with it.
 #pragma once
 
 #include <string>
@@ -10,10 +10,10 @@
 namespace vlm::printer {
 
 struct DeptIdRequest : SoapRequest {
-    Credentials credentials;  // a null counts as empty
+    Credentials credentials;  // a nil element counts as empty
 };
 
-// Fills in what it can read, findings or not. The findings quote nothing from where a password may stand.
+// Fills in what it can read, findings or not. The findings never quote text that may hold a password.
 DeptIdRequest ReadDeptIdRequest(std::string_view contentType, const std::string& body);
 
 }  // namespace vlm::printer

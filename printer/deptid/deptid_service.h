@@ -1,5 +1,5 @@
 // The department-ID service: SOAP 1.2 RPC/encoded at /active/deptid. docs/department-id.md describes the
-// exchange. It keeps and shows nothing from which a password could be told.
+// exchange. It neither keeps nor shows anything that reveals a password.
 #pragma once
 
 #include <utility>

@@ -1,4 +1,4 @@
-// The certificate of a printer that nobody ever gave one: self-signed, for another host, long expired.
+// A certificate as neglected printers have it: self-signed, for another host, long expired.
 #pragma once
 
 #include "printer/net/channel.h"

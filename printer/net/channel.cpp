@@ -15,7 +15,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kWriteLimit = 10s;  // for a client that does not take more
+constexpr auto kWriteLimit = 10s;  // for a client that stops reading
 constexpr auto kHoldCheck = 20ms;
 constexpr auto kLinger = 300ms;
 constexpr int kMostPerCall = 64 * 1024;
@@ -28,7 +28,8 @@ Channel::Channel(int socket, SSL_CTX* tls, int stopFd) : socket_(socket), stopFd
         throw std::runtime_error("cannot make a socket non-blocking");
     if (tls == nullptr) return;
     ssl_.reset(SSL_new(tls));
-    if (!ssl_ || SSL_set_fd(ssl_.get(), socket_) != 1) throw std::runtime_error("no TLS session");
+    if (!ssl_ || SSL_set_fd(ssl_.get(), socket_) != 1)
+        throw std::runtime_error("cannot create a TLS session");
 }
 
 bool Channel::Handshake() {
@@ -74,8 +75,7 @@ bool Channel::Write(std::string_view bytes) {
 
 void Channel::HoldWhile(const std::function<bool()>& goesOn) {
     while (goesOn()) {
-        const Wait wait = WaitFor(POLLRDHUP, kHoldCheck);
-        if (wait != Wait::kTimeout) return;
+        if (WaitFor(POLLRDHUP, kHoldCheck) != Wait::kTimeout) return;
     }
 }
 
@@ -88,27 +88,17 @@ void Channel::End(bool goodbye) {
     ::shutdown(socket_, SHUT_WR);
     const auto giveUp = std::chrono::steady_clock::now() + kLinger;
     std::array<char, 4096> scrap{};
-    while (std::chrono::steady_clock::now() < giveUp && WaitFor(POLLIN, kHoldCheck) != Wait::kBroken)
+    while (std::chrono::steady_clock::now() < giveUp) {
+        const Wait wait = WaitFor(POLLIN, kHoldCheck);
+        if (wait == Wait::kBroken || wait == Wait::kStop) return;
         if (::recv(socket_, scrap.data(), scrap.size(), 0) == 0) return;
+    }
 }
 
-void Channel::EndWithReset() {
-    const linger hard{1, 0};
-    ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-}
-
-Channel::Wait Channel::WaitForClient() const {
+Wait Channel::WaitForClient() const {
     const auto left =
         std::chrono::ceil<std::chrono::milliseconds>(requestEnd_ - std::chrono::steady_clock::now());
     return WaitFor(POLLIN, std::max(left, 0ms));
-}
-
-Channel::Wait Channel::WaitFor(short events, std::chrono::milliseconds limit) const {
-    std::array<pollfd, 2> waits{{{socket_, events, 0}, {stopFd_, POLLIN, 0}}};
-    const int ready = ::poll(waits.data(), waits.size(), static_cast<int>(limit.count()));
-    if (waits[1].revents != 0) return Wait::kBroken;
-    if (ready <= 0) return Wait::kTimeout;
-    return (waits[0].revents & events) != 0 ? Wait::kReady : Wait::kBroken;
 }
 
 int Channel::TlsStep(const std::function<int()>& step) {

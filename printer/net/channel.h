@@ -1,5 +1,5 @@
 // One accepted connection, with TLS or without. Every wait ends with its limit, with the connection, or when
-// the printer stops; the client has kRequestLimit for all that it sends. For one thread.
+// the printer stops; the client has kRequestLimit to send its request. For one thread.
 #pragma once
 
 #include <openssl/ssl.h>
@@ -9,6 +9,8 @@
 #include <functional>
 #include <memory>
 #include <string_view>
+
+#include "printer/net/tcp_socket.h"
 
 namespace vlm::printer {
 
@@ -22,29 +24,29 @@ class Channel {
  public:
     static constexpr std::chrono::seconds kRequestLimit{10};
 
-    // `socket` stays the caller's. `tls` is null for a plain connection. `stopFd` turns readable for good
-    // when the printer stops.
+    // `socket` stays the caller's. `tls` is null for a plain connection. `stopFd` becomes readable, and
+    // stays so, when the printer stops.
     Channel(int socket, SSL_CTX* tls, int stopFd);
 
-    int Socket() const { return socket_; }
     bool Handshake();  // true at once without TLS
 
-    // Bytes that were read, 0 at the end, negative for a failure or after the limit.
+    // The number of bytes read, 0 at the end, negative on failure or after the limit.
     std::ptrdiff_t Read(char* to, std::size_t size);
     bool Write(std::string_view bytes);  // all of it
     // Waits, and reads nothing more, until the client closes; `goesOn` is asked every few milliseconds.
     void HoldWhile(const std::function<bool()>& goesOn);
-    bool Pause(std::chrono::milliseconds time);  // false when there is no use in going on
+    bool Pause(std::chrono::milliseconds time);  // false when the connection or the printer ended
 
-    // The client sees the end of the stream, with TLS's own goodbye or without. What it still sends is
-    // discarded for a moment: unread, it would turn the close into a reset.
+    // The client sees the end of the stream, with TLS's close_notify or without. What it still sends is read
+    // and discarded for a moment, because unread data would turn the close into a reset.
     void End(bool goodbye);
-    void EndWithReset();  // once the caller closes the socket
+    void EndWithReset() { SetResetOnClose(socket_, true); }  // once the caller closes the socket
 
  private:
-    enum class Wait { kReady, kTimeout, kBroken };
     Wait WaitForClient() const;
-    Wait WaitFor(short events, std::chrono::milliseconds limit) const;
+    Wait WaitFor(short events, std::chrono::milliseconds limit) const {
+        return vlm::printer::WaitFor(socket_, events, limit, stopFd_);
+    }
     // One non-blocking operation at a time until it is done: 1 done, 0 end, -1 failed.
     int TlsStep(const std::function<int()>& step);
 

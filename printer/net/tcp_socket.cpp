@@ -59,6 +59,19 @@ UniqueFd ListenTcp(sockaddr_in& place) {
     return socket;
 }
 
+Wait WaitFor(int socket, short events, std::chrono::milliseconds limit, int stopFd) {
+    std::array<pollfd, 2> waits{{{socket, events, 0}, {stopFd, POLLIN, 0}}};
+    const int ready = ::poll(waits.data(), waits.size(), static_cast<int>(limit.count()));
+    if (waits[1].revents != 0) return Wait::kStop;
+    if (ready <= 0) return Wait::kTimeout;
+    return (waits[0].revents & events) != 0 ? Wait::kReady : Wait::kBroken;
+}
+
+void SetResetOnClose(int socket, bool reset) {
+    const linger option{reset ? 1 : 0, 0};
+    ::setsockopt(socket, SOL_SOCKET, SO_LINGER, &option, sizeof option);
+}
+
 UniqueFd NewEvent() {
     UniqueFd event(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     if (!event) Fail("cannot create an event");

@@ -1,4 +1,4 @@
-// Owner of one file descriptor; closes it when it goes. Not shared between threads.
+// Owns one file descriptor. Not shared between threads.
 #pragma once
 
 #include <unistd.h>

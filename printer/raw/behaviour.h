@@ -1,4 +1,4 @@
-// What the raw port does with its next connections: answer on the back-channel, misbehave, or simply print.
+// What the raw port does with its next connections: print, answer on the back-channel, misbehave.
 #pragma once
 
 #include <cstdint>
@@ -12,7 +12,7 @@
 namespace vlm::printer {
 
 enum class FaultMode {
-    kRefuse,  // the port is closed: a connect is refused. Cannot be counted, so it lasts until it is cleared
+    kRefuse,  // connects are refused until it is cleared; cannot be counted
     kStall,   // stops reading
     kSlow,    // reads `rate` bytes per second
     kReset,   // resets the connection
@@ -26,12 +26,12 @@ inline constexpr NameTable<FaultMode, 4> kFaultModes{{
 
 struct Fault {
     FaultMode mode = FaultMode::kRefuse;
-    std::uint64_t after = 0;                   // bytes that are read normally first
+    std::uint64_t after = 0;                   // bytes to read normally first
     std::uint64_t rate = 0;                    // bytes per second, kSlow only
-    std::optional<std::uint64_t> connections;  // how many connections; without it, all until it is cleared
+    std::optional<std::uint64_t> connections;  // how many; without a value, all until it is cleared
 };
 
-// One line that says what is wrong with a fault that a user asked for; nothing when it is sound.
+// One line on what is wrong with a fault that a user asked for; nothing when it is valid.
 std::optional<std::string> FindFlaw(const Fault& fault);
 
 enum class AnswerTime { kAtOpen, kAfterDocument };
@@ -57,7 +57,7 @@ class Behaviour : public FaultSlot<Fault> {
     Answer answer_;
 };
 
-// What one connection was told when it was accepted. A stalled one reads on when its fault is cleared.
+// What applies to one connection, from its accept on. A stalled one reads on when its fault is cleared.
 struct ConnectionOrders {
     Behaviour::Taken taken;
     Answer answer;

@@ -42,7 +42,7 @@ bool Document::Write(const char* data, std::size_t size) {
             return false;
         }
         const auto count = static_cast<std::size_t>(written);
-        // Digested piece by piece as stored, so that record and file agree even when the disk is full.
+        // Digested as stored, so that record and file agree even when the disk is full.
         if (EVP_DigestUpdate(digest_.get(), data, count) != 1) return false;
         bytes_ += count;
         data += count;

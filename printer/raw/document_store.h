@@ -1,7 +1,7 @@
 // The printer's output tray: each document becomes one file of the store's folder, with its size and SHA-256.
 //
-// A document is opened, written by one thread, and finished; finishing makes it visible in Records() and says
-// one line on stdout. By then its file holds every byte. Several documents may be under way at once; the
+// A document is opened, written by one thread, and finished. Finish makes it visible in Records() and prints
+// one line; by then its file holds every byte. Several documents may be under way at once; the
 // store may be used from any thread, a Document by one thread at a time.
 #pragma once
 
@@ -64,7 +64,7 @@ class Document {
         void operator()(EVP_MD_CTX* digest) const { EVP_MD_CTX_free(digest); }
     };
 
-    Document(unsigned number, std::filesystem::path path, UniqueFd file);  // throws when there is no SHA-256
+    Document(unsigned number, std::filesystem::path path, UniqueFd file);  // throws if OpenSSL has no SHA-256
 
     unsigned number_;
     std::filesystem::path path_;

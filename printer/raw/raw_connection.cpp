@@ -25,8 +25,8 @@ constexpr std::size_t kReadSize = std::size_t{64} * 1024;
 // seconds.
 constexpr int kFaultBuffer = 32 * 1024;
 constexpr auto kForever = -1ms;            // until the stop event
-constexpr auto kStallCheck = 20ms;         // how soon a stalled connection sees that its fault was cleared
-constexpr auto kAnswerLimit = 5s;          // for a host that does not take the back-channel's bytes
+constexpr auto kStallCheck = 20ms;         // how soon it notices that the fault was cleared
+constexpr auto kAnswerLimit = 5s;          // for a host that does not read the back-channel
 constexpr std::uint64_t kSlowSlices = 20;  // reads per second of a slow connection, where the rate allows
 
 }  // namespace
@@ -42,8 +42,8 @@ RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Beh
       machine_(machine),
       documentLimit_(documentLimit),
       stopFd_(stopFd) {
-    // What the system takes in on the printer's behalf counts as delivered for the host; with a small fixed
-    // buffer a host soon feels a printer that does not read.
+    // To the host, bytes in the system's receive buffer are delivered. With a small fixed buffer it soon
+    // notices a printer that does not read.
     if (orders_.taken.fault) {
         const int size = kFaultBuffer;
         ::setsockopt(socket_.Get(), SOL_SOCKET, SO_RCVBUF, &size, sizeof size);
@@ -51,7 +51,8 @@ RawConnection::RawConnection(UniqueFd socket, ConnectionOrders orders, const Beh
 }
 
 void RawConnection::Serve() {
-    PrepareReset();  // whatever goes wrong from here on, the host must not take it for success
+    SetResetOnClose(socket_.Get(),
+                    true);  // unless all goes well: the host must not take a failure for success
     if (orders_.answer.when == AnswerTime::kAtOpen) Send(orders_.answer.text);
     if (!orders_.taken.fault && BeginsDialogue()) return ServeDevice();
     const DocumentEnd end = TakeDocument();
@@ -74,8 +75,8 @@ DocumentEnd RawConnection::TakeDocument() {
     return end;
 }
 
-// Looks at the first bytes and takes none, so that whoever serves the connection reads all of it. False also
-// for what ends before that: it is an empty or broken document.
+// Peeks at the first bytes. False also if the connection ends before them: that is an empty or broken
+// document.
 bool RawConnection::BeginsDialogue() {
     std::array<std::uint8_t, 2> start{};
     for (int least = 1; least <= 2; ++least) {
@@ -92,12 +93,12 @@ bool RawConnection::BeginsDialogue() {
 }
 
 void RawConnection::ServeDevice() {
-    Bytes pending;  // less than one whole frame, and what one read adds to it
+    Bytes pending;  // less than one frame, plus one read
     std::vector<std::uint8_t> buffer(kReadSize);
     for (;;) {
         while (pending.size() >= VpcaDevice::kHeaderSize) {
             const auto size = VpcaDevice::FrameSize(pending);
-            if (!size) return Complain("device: what came is no request");
+            if (!size) return Complain("device: not a VPCA request");
             if (pending.size() < *size) break;
             const VpcaReply reply = device_.Answer(std::span(pending).first(*size));
             pending.erase(pending.begin(), pending.begin() + static_cast<std::ptrdiff_t>(*size));
@@ -136,7 +137,7 @@ DocumentEnd RawConnection::Receive(Document& document) {
                     wanted = std::clamp<std::uint64_t>(orders_.taken.fault->rate / kSlowSlices, 1, wanted);
                     break;
                 case FaultMode::kRefuse:
-                    break;  // was accepted just before the port closed
+                    break;  // accepted just before the port closed
             }
         }
 
@@ -163,7 +164,7 @@ DocumentEnd RawConnection::Receive(Document& document) {
     }
 }
 
-// Reads nothing until the fault is cleared. What broke meanwhile ends the document.
+// Reads nothing until the fault is cleared. A broken connection ends the document.
 std::optional<DocumentEnd> RawConnection::Stall() {
     while (behaviour_.FaultHolds(orders_.taken)) {
         const Wait wait = WaitFor(0, kStallCheck);
@@ -173,7 +174,7 @@ std::optional<DocumentEnd> RawConnection::Stall() {
     return std::nullopt;
 }
 
-// False when the host does not take it, which does not spoil its document.
+// False when the host does not read it; its document is still good.
 bool RawConnection::Send(std::string_view left) {
     const auto giveUp = Clock::now() + kAnswerLimit;
     while (!left.empty()) {
@@ -185,7 +186,7 @@ bool RawConnection::Send(std::string_view left) {
         if (errno == EINTR) continue;
         const auto time = std::chrono::ceil<std::chrono::milliseconds>(giveUp - Clock::now());
         if (errno != EAGAIN || time.count() <= 0 || WaitFor(POLLOUT, time) != Wait::kReady) {
-            Complain("the host did not take {} bytes of the answer", left.size());
+            Complain("the host did not read {} bytes of the answer", left.size());
             return false;
         }
     }
@@ -196,23 +197,9 @@ bool RawConnection::FaultDue(const Document& document) const {
     return document.Bytes() >= orders_.taken.fault->after;
 }
 
-void RawConnection::PrepareReset() {
-    const linger hard{1, 0};
-    ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &hard, sizeof hard);
-}
-
 void RawConnection::CloseOrderly() {
-    const linger orderly{0, 0};
-    ::setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, &orderly, sizeof orderly);
+    SetResetOnClose(socket_.Get(), false);
     socket_.Reset();
-}
-
-RawConnection::Wait RawConnection::WaitFor(short events, std::chrono::milliseconds limit) {
-    std::array<pollfd, 2> waits{{{socket_.Get(), events, 0}, {stopFd_, POLLIN, 0}}};
-    const int ready = ::poll(waits.data(), waits.size(), static_cast<int>(limit.count()));
-    if (waits[1].revents != 0) return Wait::kStop;
-    if (ready <= 0) return Wait::kTimeout;
-    return (waits[0].revents & events) != 0 ? Wait::kReady : Wait::kBroken;
 }
 
 }  // namespace vlm::printer

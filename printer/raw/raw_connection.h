@@ -1,11 +1,9 @@
-// One connection to the raw port, from accept to close: one document, with what the printer was told to do to
-// it; or, when its first bytes are VPCA's magic and no fault is on it, a dialogue with the device until the
-// host shuts down its sending side.
+// One connection to the raw port, from accept to close. It carries one document, or, when it begins with
+// VPCA's magic and has no fault, a dialogue with the device.
 //
-// The document is complete when the host shuts down its sending side. Its record is made, and the machine has
-// printed it, before the host can see the end of the connection, so whoever waited for that end finds both. A
-// complete document ends in an orderly close, every other one in a reset. A dialogue is none and leaves no
-// record; it ends in a reset when the host sends what is no request.
+// A document is complete when the host shuts down its sending side. It is recorded and printed before the
+// host can see the end of the connection. A complete document ends in an orderly close, any other in a reset.
+// A dialogue leaves no record; it ends in a reset when the host sends something other than a request.
 #pragma once
 
 #include <chrono>
@@ -13,6 +11,7 @@
 #include <optional>
 #include <string_view>
 
+#include "printer/net/tcp_socket.h"
 #include "printer/net/unique_fd.h"
 #include "printer/raw/behaviour.h"
 #include "printer/raw/document_store.h"
@@ -23,16 +22,14 @@ namespace vlm::printer {
 
 class RawConnection {
  public:
-    // The socket is non-blocking. stopFd turns readable for good when the printer ends; every wait here ends
-    // with it.
+    // The socket is non-blocking. stopFd becomes readable, and stays so, when the printer stops; it ends
+    // every wait.
     RawConnection(UniqueFd socket, ConnectionOrders orders, const Behaviour& behaviour, VpcaDevice& device,
                   DocumentStore& store, Machine& machine, std::uint64_t documentLimit, int stopFd);
 
     void Serve();  // throws std::exception when the document cannot be opened or recorded
 
  private:
-    enum class Wait { kReady, kTimeout, kBroken, kStop };
-
     DocumentEnd TakeDocument();
     bool BeginsDialogue();
     void ServeDevice();
@@ -40,9 +37,10 @@ class RawConnection {
     std::optional<DocumentEnd> Stall();
     bool Send(std::string_view bytes);
     bool FaultDue(const Document& document) const;
-    void PrepareReset();
     void CloseOrderly();
-    Wait WaitFor(short events, std::chrono::milliseconds limit);
+    Wait WaitFor(short events, std::chrono::milliseconds limit) const {
+        return vlm::printer::WaitFor(socket_.Get(), events, limit, stopFd_);
+    }
 
     UniqueFd socket_;
     const ConnectionOrders orders_;

@@ -65,15 +65,15 @@ void RawPort::ClearFault() {
     FollowBehaviour();
 }
 
-// Hands opening and closing to the accept loop and waits until it is done.
+// The accept loop opens and closes the port; waits for it.
 void RawPort::FollowBehaviour() {
-    if (!acceptLoop_.joinable()) return;  // not started: Start follows
+    if (!acceptLoop_.joinable()) return;  // Start does it
     Wake();
     std::unique_lock lock(mutex_);
     const bool done = followed_.wait_for(
         lock, kFollowLimit, [this] { return listening_ != behaviour_.Refusing() || !listenError_.empty(); });
     if (!listenError_.empty()) throw std::runtime_error(std::exchange(listenError_, {}));
-    if (!done) throw std::runtime_error("the raw port does not follow");
+    if (!done) throw std::runtime_error("the raw port did not change in time");
 }
 
 void RawPort::Listen() {
@@ -86,10 +86,9 @@ void RawPort::AcceptLoop() {
     for (;;) {
         JoinEnded();
         const bool room = connections_.size() < kMaxConnections;
-        std::array<pollfd, 3> waits{
-            {{room ? listener_.Get() : -1, POLLIN, 0},  // poll passes over negative ones
-             {wake_.Get(), POLLIN, 0},
-             {stop_.Get(), POLLIN, 0}}};
+        std::array<pollfd, 3> waits{{{room ? listener_.Get() : -1, POLLIN, 0},  // poll ignores negative ones
+                                     {wake_.Get(), POLLIN, 0},
+                                     {stop_.Get(), POLLIN, 0}}};
         ::poll(waits.data(), waits.size(), -1);
         if (waits[2].revents != 0) break;
         if (waits[1].revents != 0) {
@@ -110,7 +109,7 @@ void RawPort::AcceptLoop() {
                 listening_ = static_cast<bool>(listener_);
             }
             followed_.notify_all();
-            continue;  // the listener may be another one now
+            continue;  // the listener may have changed
         }
         if (waits[0].revents != 0) AcceptOne();
     }
@@ -130,7 +129,7 @@ void RawPort::AcceptOne() {
         connection.thread = std::thread(&RawPort::ServeConnection, this, std::ref(connection),
                                         std::move(socket), std::move(orders));
     } catch (const std::system_error& e) {
-        Complain("no thread for a connection: {}", e.what());
+        Complain("cannot start a thread for a connection: {}", e.what());
         --openConnections_;
         connections_.pop_back();
     }

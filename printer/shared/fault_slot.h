@@ -1,6 +1,5 @@
-// The fault that a user asked for, and who has it: connections, or requests, take it as they come, at most as
-// many as it says, and keep it until they end or it is cleared. A new fault replaces what was left of the one
-// before for those to come and leaves the others alone. Every operation may be called from any thread.
+// The fault that a user has set. Connections (or requests) take it as they come, at most as many as it says,
+// and keep it until they end or the fault is cleared. A new fault applies to later ones only. Thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -10,12 +9,12 @@
 
 namespace vlm::printer {
 
-// `left` is the member of a fault that counts for how many it is; without a value, for all until it is
+// `left` is the member that counts how many may still take the fault; without a value, all until it is
 // cleared.
 template <typename Fault, auto left = &Fault::connections>
 class FaultSlot {
  public:
-    void SetFault(Fault fault) {  // a sound one
+    void SetFault(Fault fault) {  // checked by the caller
         const std::scoped_lock lock(mutex_);
         fault_ = std::move(fault);
     }
@@ -24,7 +23,7 @@ class FaultSlot {
         fault_.reset();
         ++era_;
     }
-    std::optional<Fault> CurrentFault() const {  // `left` is what is left of it
+    std::optional<Fault> CurrentFault() const {
         const std::scoped_lock lock(mutex_);
         return fault_;
     }
@@ -47,7 +46,7 @@ class FaultSlot {
  private:
     mutable std::mutex mutex_;
     std::optional<Fault> fault_;
-    std::uint64_t era_ = 0;  // counts the times that faults were cleared
+    std::uint64_t era_ = 0;  // how often faults were cleared
 };
 
 }  // namespace vlm::printer

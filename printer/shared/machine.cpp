@@ -20,7 +20,7 @@ template <typename Things, typename Key>
 auto& FindThing(Things& things, Key key, const std::string& wanted, const char* kind) {
     for (auto& thing : things)
         if (thing.*key == wanted) return thing;
-    throw std::invalid_argument(fmt::format("there is no {} '{}'", kind, wanted));
+    throw std::invalid_argument(fmt::format("unknown {} '{}'", kind, wanted));
 }
 
 unsigned CheckedPercent(std::uint64_t percent) {
@@ -64,7 +64,7 @@ void Machine::Change(const MachineChange& change) {
     const std::scoped_lock lock(mutex_);
     MachineState changed = state_;
     for (const auto& [name, text] : change.texts) {
-        const auto control = [](unsigned char c) { return c < ' '; };  // XML has no way to say them
+        const auto control = [](unsigned char c) { return c < ' '; };  // XML cannot hold them
         if (std::any_of(text.begin(), text.end(), control))
             throw std::invalid_argument(fmt::format("'{}' holds a control character", name));
         if (name == "name")
@@ -85,7 +85,7 @@ void Machine::Change(const MachineChange& change) {
     UpdateConditions();
 }
 
-// Paper comes from the first tray and ends in the first output bin, which someone empties when it is full.
+// Paper comes from the first tray and ends in the first output bin, which empties itself when it is full.
 void Machine::Print(std::uint64_t bytes) {
     const std::uint64_t pages = (bytes + kBytesPerPage - 1) / kBytesPerPage;
     state_.pages += pages;

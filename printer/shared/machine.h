@@ -1,7 +1,7 @@
-// The machine behind the services: what it is called, what it holds, and how that changes as it prints.
+// The machine behind the services: its name, its supplies, and how they change as it prints.
 //
-// It never stops: empty trays and cartridges stay at nothing and are reported as conditions, and printing
-// goes on. Every operation may be called from any thread.
+// It never stops: empty trays and cartridges stay empty and are reported as conditions, and printing goes on.
+// Thread-safe.
 #pragma once
 
 #include <chrono>
@@ -18,8 +18,8 @@ using SystemTime = std::chrono::system_clock::time_point;
 
 struct Cartridge {
     std::string name, color, model;
-    unsigned tenths = 1000;                                 // what is left, in tenths of a percent
-    unsigned tenthsPerPage = 0;                             // what one page takes
+    unsigned tenths = 1000;                                 // left, in tenths of a percent
+    unsigned tenthsPerPage = 0;                             // used by one page
     unsigned Percent() const { return (tenths + 9) / 10; }  // 0 only when it is empty
 };
 
@@ -36,7 +36,7 @@ struct Condition {
     SystemTime since;
 };
 
-// All of it at one moment.
+// A snapshot.
 struct MachineState {
     std::string name = "Velun VP-4200C";
     std::string info = "A3 colour, 4 trays, inner finisher";
@@ -50,7 +50,7 @@ struct MachineState {
     unsigned jobs = 0;  // documents that are arriving
 };
 
-// What a user may set; what is not given stays.
+// What a user may set. Members that are not given stay as they are.
 struct MachineChange {
     std::map<std::string, std::string> texts;    // name, info, location
     std::map<std::string, std::uint64_t> toner;  // percent by colour
@@ -59,15 +59,14 @@ struct MachineChange {
 
 class Machine {
  public:
-    // Machines of other numbers than 1 have the number in their name, and levels of their own: the same for
-    // the same number.
+    // A machine with a number above 1 has it in its name, and levels that follow from it.
     explicit Machine(unsigned number = 1);
 
     MachineState State() const;
-    // Throws std::invalid_argument with one line, and has then changed nothing.
+    // Throws std::invalid_argument with one line; then nothing has changed.
     void Change(const MachineChange& change);
 
-    // A document while it arrives. When it ends, complete or not, its bytes are on paper.
+    // A document while it arrives. When it ends, complete or not, its bytes count as printed.
     class Job {
      public:
         explicit Job(Machine& machine);
@@ -81,7 +80,7 @@ class Machine {
         std::uint64_t bytes_ = 0;
     };
 
-    // A document has a page for each 64 KiB of it that it has begun.
+    // Each begun 64 KiB of a document is a page.
     static constexpr std::uint64_t kBytesPerPage = std::uint64_t{64} * 1024;
 
  private:

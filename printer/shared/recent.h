@@ -1,4 +1,4 @@
-// The last entries of a log. May be used from any thread.
+// The last entries of a log. Thread-safe.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// The program's own voice: whole lines, each written with one call, so that lines of several threads never
-// mix. Failures to write (a closed pipe, a full disk) are ignored: the printer goes on printing.
+// Output of the program: whole lines, each written with one call, so that lines of several threads never mix.
+// Write errors (a closed pipe, a full disk) are ignored, and the printer goes on printing.
 #pragma once
 
 #include <fmt/format.h>

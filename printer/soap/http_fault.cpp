@@ -53,7 +53,7 @@ std::string Gzip(const std::string& text) {
     z_stream stream{};
     if (deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, kGzipFormat, kMemoryLevel,
                      Z_DEFAULT_STRATEGY) != Z_OK)
-        throw std::runtime_error("no gzip");
+        throw std::runtime_error("zlib cannot compress");
     std::string out(deflateBound(&stream, text.size()), '\0');
     std::string in = text;  // zlib's input pointer is not const everywhere
     stream.next_in = reinterpret_cast<Bytef*>(in.data());

@@ -30,7 +30,8 @@ void CheckContentType(std::string_view contentType, SoapRequest& request) {
 
 std::string FreshMessageId() {
     std::array<unsigned char, 16> b{};
-    if (RAND_bytes(b.data(), static_cast<int>(b.size())) != 1) throw std::runtime_error("no random numbers");
+    if (RAND_bytes(b.data(), static_cast<int>(b.size())) != 1)
+        throw std::runtime_error("the random number generator failed");
     b[6] = static_cast<unsigned char>((b[6] & 0x0f) | 0x40);
     b[8] = static_cast<unsigned char>((b[8] & 0x3f) | 0x80);
     std::string text = "urn:uuid:";
@@ -48,7 +49,7 @@ void SoapRequest::Note(const std::string& finding) {
         return;
     }
     std::size_t size = std::min(finding.size(), kLongestFinding);
-    // Not within a character of UTF-8.
+    // Do not cut within a UTF-8 character.
     while (size < finding.size() && size > 0 && (static_cast<unsigned char>(finding[size]) & 0xC0) == 0x80)
         --size;
     findings.push_back(finding.substr(0, size));

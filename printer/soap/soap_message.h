@@ -1,4 +1,4 @@
-// What the SOAP services' messages have in common, reading and writing.
+// Reading and writing SOAP messages, for both services.
 #pragma once
 
 #include <fmt/format.h>
@@ -17,11 +17,11 @@ inline constexpr const char* kSoapType = "application/soap+xml; charset=utf-8";
 
 // Reading.
 
-// A request, and what is wrong with it: a line each, none for a sound request. A small message can be wrong
-// in a hundred thousand ways and quote itself in each of them, so the lines and their length are limited.
+// A request and what is wrong with it, one line for each fault. Their number and length are limited, because
+// a small message can have a hundred thousand faults.
 struct SoapRequest {
     std::vector<std::string> findings;
-    bool otherVersion = false;  // the message is no SOAP 1.2
+    bool otherVersion = false;  // not SOAP 1.2
 
     template <typename... Args>
     void Find(fmt::format_string<Args...> format, Args&&... args) {
@@ -30,10 +30,10 @@ struct SoapRequest {
     void Note(const std::string& finding);
 };
 
-// The message, whose root is a SOAP 1.2 Envelope; nothing when it is none, and `request` then says why, as it
-// does about the content type. There is no document type declaration, and nothing is loaded, expanded or
-// printed while the body is parsed. Where it is private the finding names the place and the parser's error by
-// its number: the parser's own words may quote it.
+// The message, whose root is a SOAP 1.2 Envelope. Otherwise nothing, and `request` says why; it also says
+// what is wrong with the content type. Document type declarations are refused, and the parser loads and
+// expands nothing. For a private body the finding gives the parser's error number, because its text may quote
+// the body.
 enum class Privacy { kOpen, kPrivate };
 XmlDocument ReadEnvelope(std::string_view contentType, const std::string& body, Privacy privacy,
                          SoapRequest& request);

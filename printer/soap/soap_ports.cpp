@@ -15,7 +15,7 @@ namespace vlm::printer {
 namespace {
 
 constexpr std::size_t kBodyLimit = std::size_t{256} << 10;
-constexpr std::size_t kThreads = 32;  // exchanges at once; a mute one keeps its thread
+constexpr std::size_t kThreads = 32;  // exchanges at once; a mute one holds its thread
 
 bool Send(Channel& channel, const Delivery& delivery) {
     for (const Delivery::Part& part : delivery.parts) {
@@ -81,11 +81,8 @@ void SoapService::Log(const HttpRequest& request, const char* scheme, nlohmann::
     nlohmann::json headers = nlohmann::json::object();
     for (const auto& [name, value] : request.headers)
         headers[name] = value;
-    read.update({{"scheme", scheme},
-                 {"method", request.method},
-                 {"path", request.path},
-                 {"version", request.version},
-                 {"headers", headers}});
+    read.update(
+        {{"scheme", scheme}, {"path", request.path}, {"version", request.version}, {"headers", headers}});
     requests_.Add(std::move(read));
 }
 
@@ -111,7 +108,7 @@ SoapPorts::~SoapPorts() {
 }
 
 void SoapPorts::Serve(const std::string& path, SoapService& service) {
-    // What stands below the first path goes without saying.
+    // Paths below the first one are not listed.
     if (paths_.empty())
         first_ = paths_ = path;
     else if (!path.starts_with(first_))

@@ -22,13 +22,13 @@ class SoapService {
     // What was posted to its path. Called on worker threads; `scheme` is "http" or "https".
     virtual void Answer(const HttpRequest& request, HttpResponse& response, const char* scheme) = 0;
 
-    // As the control API shows them.
+    // For the control API.
     Recent<nlohmann::json>& Requests() { return requests_; }
 
  protected:
-    // The entry of a request: how it came, and what a service read in it.
+    // Adds a request: the HTTP side of it, and what the service has `read` in it.
     void Log(const HttpRequest& request, const char* scheme, nlohmann::json read);
-    // Answers a request that has findings, `what` in the trace's words.
+    // Answers a request that has findings; `what` names it in the log line.
     static void Refuse(const char* what, const SoapRequest& request, HttpResponse& response,
                        const std::optional<std::string>& relatesTo = std::nullopt);
 
@@ -44,7 +44,7 @@ class SoapPorts {
     SoapPorts& operator=(const SoapPorts&) = delete;
     ~SoapPorts();
 
-    // What is posted to `path`, and to the place where the fault "redirect" leads from there. Before Start.
+    // Serves POST to `path`, and to where the fault "redirect" leads from it. Call before Start.
     // The service outlives the ports.
     void Serve(const std::string& path, SoapService& service);
     void Start();
@@ -60,7 +60,7 @@ class SoapPorts {
 
     HttpFaults faults_;
     std::string first_;  // path
-    std::string paths_;  // for who asks for another one
+    std::string paths_;  // all of them, for the 404 page
     TlsContext tls_;
     std::unique_ptr<HttpListener> http_;
     std::unique_ptr<HttpListener> https_;

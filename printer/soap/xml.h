@@ -1,4 +1,4 @@
-// libxml2 with owners: what is made here frees itself. Names and texts are UTF-8.
+// Owners and helpers for libxml2. Names and texts are UTF-8.
 #pragma once
 
 #include <libxml/parser.h>

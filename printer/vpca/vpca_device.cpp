@@ -190,7 +190,7 @@ Bytes MakeReply(Octets request, const Outcome& outcome) {
     Bytes reply{VpcaDevice::kMagic0, VpcaDevice::kMagic1, kVersion, kReplyFlags};
     AppendU16(reply, U16(request, kOperationAt));
     AppendU16(reply, U16(request, kSequenceAt));
-    AppendU16(reply, outcome.body.size());  // of a long data block the low 16 bits, which nobody goes by
+    AppendU16(reply, outcome.body.size());  // of a long data block the low 16 bits, which hosts ignore
     AppendU32(reply, 0);
     AppendU32(reply, 0);
     AppendU16(reply, outcome.status);

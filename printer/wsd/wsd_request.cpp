@@ -53,12 +53,12 @@ class WsdReader {
         if (blocks.size() > kOrder.size())
             request_.Find("{} headers instead of {}", blocks.size(), kOrder.size());
 
-        // Values are checked wherever their header stands, so that one fault does not hide another.
+        // Values are checked in any order, so that one fault does not hide another.
         for (const xmlNode* block : blocks) {
             if (IsElement(block, ns::kAddressing, "To")) {
                 request_.to = TextOf(block);
                 if (request_.to.empty() || request_.to.find_first_of(" \t\r\n") != std::string::npos)
-                    request_.Find("wsa:To is no address: '{}'", request_.to);
+                    request_.Find("wsa:To is not an address: '{}'", request_.to);
             } else if (IsElement(block, ns::kAddressing, "Action")) {
                 request_.action = TextOf(block);
                 if (request_.action != std::string(ns::kPrint) + "/GetPrinterElements")
@@ -66,14 +66,14 @@ class WsdReader {
             } else if (IsElement(block, ns::kAddressing, "MessageID")) {
                 request_.messageId = TextOf(block);
                 if (!IsUuid(request_.messageId))
-                    request_.Find("wsa:MessageID is no urn:uuid: '{}'", request_.messageId);
+                    request_.Find("wsa:MessageID is not a urn:uuid: '{}'", request_.messageId);
             } else if (IsElement(block, ns::kAddressing, "ReplyTo")) {
                 const std::string replyTo = AddressIn(block);
                 if (replyTo != ns::kAnonymous)
                     request_.Find("wsa:ReplyTo is not the anonymous address: '{}'", replyTo);
             } else if (IsElement(block, ns::kAddressing, "From")) {
                 request_.from = AddressIn(block);
-                if (!IsUuid(request_.from)) request_.Find("wsa:From is no urn:uuid: '{}'", request_.from);
+                if (!IsUuid(request_.from)) request_.Find("wsa:From is not a urn:uuid: '{}'", request_.from);
             }
         }
     }
@@ -110,7 +110,7 @@ class WsdReader {
     void ReadName(xmlNode* wanted) {
         const std::string text = Trimmed(TextOf(wanted));
         if (xmlValidateQName(ToXml(text.c_str()), 0) != 0) {
-            request_.Find("the requested name '{}' is no qualified name", text);
+            request_.Find("the requested name '{}' is not a qualified name", text);
             return;
         }
         const auto colon = text.find(':');

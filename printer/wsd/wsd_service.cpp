@@ -29,7 +29,8 @@ void WsdService::Answer(const HttpRequest& http, HttpResponse& response, const c
     for (const ElementName& name : request.names)
         names.push_back(fmt::format("{{{}}}{}", name.uri, name.name));
     Log(http, scheme,
-        {{"body", http.body.substr(0, kShownBody)},
+        {{"method", http.method},
+         {"body", http.body.substr(0, kShownBody)},
          {"to", request.to},
          {"action", request.action},
          {"messageId", request.messageId},

@@ -47,7 +47,7 @@ class DepartmentId(unittest.TestCase):
             with error:
                 return error.code, ElementTree.fromstring(error.read())
 
-    def test_allows_its_accounts_and_nobody_else(self):
+    def test_allows_only_its_accounts(self):
         rows = (("4711", "sales", "department", SECRET, "true"), ("4711", "sales", "department", SECRET[:-1], "false"),
                 ("4711", "Sales", "department", SECRET, "false"), ("4711", "sales", "", SECRET, "false"),
                 ("J&#xFC;rgen", "any", "any", "", "true"), ("", "sales", "department", "", "false"))

@@ -167,16 +167,13 @@ class Answers(WsdCase):
                 self.assertEqual(content_of(answer), right)
         self.assertNotIn("vln:", exchange(self.printer.wsd_url, message(NAMES[:1]))[0].decode())
 
-    def test_HttpsWithACertificateThatNobodyTrusts(self):
+    def test_HttpsWithACertificateThatIsNotTrusted(self):
         self.assertEqual(len(ask(self.printer.wsds_url)), len(NAMES))
         self.assertEqual(self.printer.wsd_requests()[-1]["scheme"], "https")
         place = urllib.parse.urlsplit(self.printer.wsds_url)
-        file = self.printer.store / "certificate.pem"
-        file.write_text(ssl.get_server_certificate((place.hostname, place.port)))
-        decoded = ssl._ssl._test_decode_cert(str(file))  # the only decoder that the standard library has
-        self.assertLess(ssl.cert_time_to_seconds(decoded["notAfter"]), time.time())
-        self.assertEqual(decoded["subjectAltName"], (("DNS", "printer.velun.invalid"),))
-        self.assertEqual(decoded["issuer"], decoded["subject"])
+        with socket.create_connection((place.hostname, place.port), timeout=LIMIT) as connection:
+            with self.assertRaises(ssl.SSLCertVerificationError):
+                ssl.create_default_context().wrap_socket(connection, server_hostname="printer.velun.invalid")
 
     def test_OtherPathsAndMethodsAreNoService(self):
         base = self.printer.wsd_url.removesuffix("wsd/print/")
@@ -231,12 +228,6 @@ class LiveValues(WsdCase):
             receive(connection)
         self.assertEqual(self.values(*status), ["Idle", "0"])
 
-    def test_TextsOfAnyKindArriveUnchanged(self):
-        text = "Büro <\"A\" & 'B'> 東京 \U0001f5a8"
-        self.printer.set_machine(name=text, location=text)
-        self.assertEqual(self.values("PrinterDescription/PrinterName", "PrinterDescription/PrinterLocation"),
-                         [text, text])
-
 
 class RequestChecks(WsdCase):
     def refused(self, body, words, status=400, code="soap:Sender", **details):
@@ -262,16 +253,16 @@ class RequestChecks(WsdCase):
                 (message(order=("To", "Action", "MessageID", "ReplyTo")), "header 5 is missing: wsa:From"),
                 (message(order=("To", "Action", "MessageID", "ReplyTo", "From", "From")), "6 headers"),
                 (right.replace(WSA + '"', 'http://www.w3.org/2005/08/addressing"'), "instead of wsa:To"),
-                (message(To=""), "wsa:To is no address"),
+                (message(To=""), "wsa:To is not an address"),
                 (message(Action=PRINT + "/CreatePrintJob"), "wsa:Action is not"),
-                (message(MessageID="uuid:1"), "wsa:MessageID is no urn:uuid"),
-                (message(MessageID=uuid.uuid4().urn.upper()), "wsa:MessageID is no urn:uuid"),
+                (message(MessageID="uuid:1"), "wsa:MessageID is not a urn:uuid"),
+                (message(MessageID=uuid.uuid4().urn.upper()), "wsa:MessageID is not a urn:uuid"),
                 (message(ReplyTo=address), "not the anonymous address"),
                 (message(ReplyTo=f"{WSA}/role/anonymous"), "must hold one wsa:Address"),
-                (message(From=address), "wsa:From is no urn:uuid"),
+                (message(From=address), "wsa:From is not a urn:uuid"),
                 (message(("vln:A",), declarations=""), "not declared in its scope"),
                 (message(("PrinterStatus",)), "no namespace"),
-                (message(("pri:",)), "no qualified name"),
+                (message(("pri:",)), "not a qualified name"),
                 (message(("pri:A",) * 257), "more than 256"),
                 (message(("x:A",) * 256, declarations=f'xmlns:x="{"u" * 1000}"'), "longer than 1000 bytes"),
                 (right.replace("pri:Name>", "pri:Title>"), "instead of a print service Name"),
@@ -419,11 +410,6 @@ class Faults(WsdCase):
                     self.assertEqual(len(ask(headers["location"])), len(NAMES))
                 else:
                     self.assertEqual(headers["location"], self.printer.wsd_url)
-
-    def test_FaultsEndAfterTheirConnections(self):
-        self.printer.set_wsd_fault("close", connections=2)
-        self.assertEqual([exchange(self.printer.wsd_url) for _ in range(2)], [(b"", "end")] * 2)
-        self.assertEqual(len(ask(self.printer.wsd_url)), len(NAMES))
 
 
 if __name__ == "__main__":

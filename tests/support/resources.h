@@ -1,4 +1,4 @@
-// What this process holds of the system, counted to see that nothing is left behind.
+// What this process holds of the system, counted to find leaks.
 //
 // Handles, threads and, under Wine 8.0, heap blocks are exact. Newer versions of Wine serve small blocks from
 // pools, and a walk over the heap sees the pools: 200 blocks of 40 bytes are 23, and 6 of those stay when all

@@ -66,7 +66,7 @@ struct Directory {
 
 class PortableExecutable {
  public:
-    explicit PortableExecutable(ImageBytes file) : file_(file) {
+    explicit PortableExecutable(const ImageBytes& file) : file_(file) {
         const ImageBytes dos = file_.Piece(0, 64, "it is too short");
         if (dos.U16(0) != 0x5A4D) throw Damaged{"it has no MZ header"};
         const std::uint64_t start = dos.U32(0x3C);

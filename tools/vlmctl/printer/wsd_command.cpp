@@ -52,7 +52,7 @@ void PrintRaw(const std::string& answer) {
     const std::wstring text = FromUtf8(answer);
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find(L'\n', begin), text.size());
-        std::wstring_view line(text.data() + begin, end - begin);
+        std::wstring_view line = std::wstring_view(text).substr(begin, end - begin);
         if (line.ends_with(L'\r')) line.remove_suffix(1);
         Print(ToUtf8(Printable(line, text.size())));
         begin = end + 1;
