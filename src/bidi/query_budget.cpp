@@ -14,13 +14,14 @@ struct Limit {
 
 // In the order of Expense. The largest real extension files have some thousand leaves, the largest real
 // answers make some thousand instances of them and search a tenth of what is allowed here.
-constexpr std::array<Limit, kExpenses> kLimits{{{16u << 20, L"bytes of extension files"},
-                                                {100'000, L"elements of extension files"},
-                                                {100'000, L"elements that parameters make"},
-                                                {8u << 20, L"characters that parameters bring"},
-                                                {100'000'000, L"units of searching the printer's answer"},
-                                                {250'000, L"entries of the response"},
-                                                {8u << 20, L"characters of the response"}}};
+constexpr Limit kLimits[] = {{16u << 20, L"bytes of extension files"},
+                             {100'000, L"elements of extension files"},
+                             {100'000, L"elements that parameters make"},
+                             {8u << 20, L"characters that parameters bring"},
+                             {100'000'000, L"units of searching the printer's answer"},
+                             {250'000, L"entries of the response"},
+                             {8u << 20, L"characters of the response"}};
+static_assert(std::size(kLimits) == kExpenses);
 constexpr size_t kLongestCause = 1024;
 constexpr double kLongestSearch = 20'000'000;
 

@@ -23,8 +23,9 @@ enum class Expense {
     kSearch,          // in the printer's answer, in units of filter_cost.h
     kEntries,         // of the response
     kAnswerText,      // characters of the response's paths and values
+    kCount,
 };
-inline constexpr size_t kExpenses = 7;
+inline constexpr size_t kExpenses = static_cast<size_t>(Expense::kCount);
 
 class QueryBudget {
  public:
