@@ -170,6 +170,27 @@ TEST_F(ExplainTest, NamesSimilarPathsAndThePlacesOfNodes) {
     EXPECT_EQ(explanation.answer.value, "2");
 }
 
+TEST_F(ExplainTest, TellsWithoutAnAnswerWhatTheFilesDeclare) {
+    const std::string leaves =
+        "<Property name='$I$'><Parameter parameter='I' query='pri:PrinterStatus' filter='pri:Bin/@Id'/>\n"
+        "<Value name='V' filter=\"pri:Bin[@Id='$I$']\"/></Property>";
+    const BidiSources sources{{Write("e.xml", kHead + leaves + kTail)}, "", "", false};
+    const Explanation explanation = Explain(sources, "\\P.c:V");
+    EXPECT_EQ(explanation.verdict, Verdict::kDeclared);
+    EXPECT_FALSE(explanation.asked);
+    ASSERT_EQ(explanation.steps.size(), 3U);
+    ASSERT_EQ(explanation.steps[1].bindings.size(), 1U);
+    EXPECT_EQ(explanation.steps[1].bindings[0].search.query, "pri:PrinterStatus");
+    EXPECT_EQ(explanation.steps[1].bindings[0].search.sent, std::nullopt);
+    EXPECT_EQ(explanation.steps[2].search->filter, "pri:Bin[@Id='$I$']");
+    EXPECT_FALSE(explanation.steps[2].search->tried);
+    EXPECT_EQ(explanation.steps[2].declared.line, 4);
+
+    const Explanation missing = Explain(sources, "\\P.c:W");
+    EXPECT_EQ(missing.verdict, Verdict::kNotInFiles);
+    EXPECT_THAT(missing.nearest, ElementsAre("\\P.$I$:V"));
+}
+
 TEST_F(ExplainTest, SaysOfAFileThatCannotBeUsedWhere) {
     try {
         Of("<", "\\P:V");

@@ -332,6 +332,31 @@ class Query(Files):
         self.assertEqual(done.returncode, 0, done.stderr)
         self.assertEqual(json.loads(done.stdout)[0]["value"], "x")
 
+    def test_one_file_may_come_on_standard_input(self):
+        good = printer('<Const name="A" type="BIDI_STRING">x</Const>')
+        self.write("good.xml", good)
+        self.write("answer.xml", ANSWER)
+        page = (EXAMPLES / "printer-answer.xml").read_text("utf-8")
+        path = "\\Printer:A"
+        for arguments, stdin, status, text in (
+                (["check", "-"], good, 0, ""),
+                (["check", "good.xml", "-"], printer("<Nope/>"), 2, "-:3:1: error: unknown element 'Nope'"),
+                (["check", "-"], "<a", 2, "-:1:2: error: not well-formed"),
+                (["get", "--ext", "-", "--wsd", "answer.xml", path], good, 0, "BIDI_STRING  x"),
+                (["get", "--ext", "-", "--wsd", "answer.xml", path], "<a", 1, "cannot be used: -:1:2: "),
+                (["get", "--ext", "-", "--ext", "good.xml", "--wsd", "answer.xml", path],
+                 good.replace("wdp/print", "wdp/scan").replace("<Const", "<Cons"), 1, "in the extension files"),
+                (["explain", "--ext", "-", path], good, 0, "A: Const in -:3:1"),
+                # The answer is needed more than once.
+                (["explain", *self.FILES, "--wsd", "-", "\\Printer:Nope"], page, 3, "not-in-files"),
+                (["check", "-", "-"], good, 2, "only one file can be '-'"),
+                (["get", "--ext", "-", "--wsd", "-", path], good, 2, "only one file can be '-'")):
+            with self.subTest(arguments):
+                done = vlmctl("bidi", *arguments, folder=self.folder, stdin=stdin)
+                self.assertEqual(done.returncode, status, done.stdout + done.stderr)
+                self.assertIn(text, done.stdout + done.stderr)
+                self.assertNotIn(".tmp", done.stdout + done.stderr)
+
     def test_table_shows_no_control_characters(self):
         self.write("e.xml", printer('<Const name="A" type="BIDI_STRING">a&#10;b&#x9b;2J</Const>'))
         self.write("answer.xml", ANSWER)

@@ -59,6 +59,7 @@ class Output(Companion):
             for path, status in (("\\Printer.Status:State", 0), ("\\Printer.Consumables.Black:Level", 0),
                                  ("\\Printer.Consumables.Pink:Level", 3), ("\\Printer:Nothing", 3)):
                 self.output("bidi-explain", "bidi", "explain", path, *EXTENSIONS, "--printer", url, status=status)
+            self.output("bidi-explain", "bidi", "explain", "\\Printer.Consumables.Black:Level", *EXTENSIONS)
 
     def test_what_is_wrong_with_a_file(self):
         with tempfile.TemporaryDirectory() as folder:

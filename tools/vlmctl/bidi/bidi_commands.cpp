@@ -54,6 +54,13 @@ void CheckPaths(const std::vector<std::string>& paths) {
     }
 }
 
+// Standard input can be read once.
+void CheckInputs(const BidiSources& sources) {
+    const auto count = std::count(sources.extensions.begin(), sources.extensions.end(), "-") +
+                       (sources.printerAnswer == "-" ? 1 : 0);
+    if (count > 1) throw CommandError("only one file can be '-', standard input", kWrongUsage);
+}
+
 // Where the monitor had to do without the printer, only the port below has answered, with 50 for what it does
 // not know. Asked once more without the monitor, the printer says why, in a CommandError.
 void AskWhy(const BidiOptions& options) {
@@ -66,6 +73,7 @@ void AskWhy(const BidiOptions& options) {
 
 void Ask(const BidiOptions& options, const wchar_t* action) {
     CheckPaths(options.paths);
+    CheckInputs(options.sources);
     const std::vector<BidiAnswer> answers = Answers(options, action);
     PrintAnswers(answers, options.json);
     const auto any = [&](unsigned long result) {
@@ -83,6 +91,7 @@ struct CheckOptions {
 };
 
 void Check(const CheckOptions& options) {
+    CheckInputs(options.sources);
     const ComApartment apartment(COINIT_MULTITHREADED);
     std::vector<std::wstring> paths;
     paths.reserve(options.sources.extensions.size());
@@ -108,7 +117,7 @@ CLI::App* AddQuery(CLI::App& bidi, const char* name, const char* what,
     CLI::App* command = bidi.add_subcommand(name, what);
     command
         ->add_option("--ext", options->sources.extensions,
-                     "Extension file; several are merged in the given order")
+                     "Extension file, or - for standard input; several are merged in the given order")
         ->required()
         ->allow_extra_args(false);  // each stands behind an --ext of its own, so that paths may follow
     command->add_flag("--json", options->json, "Print JSON instead of text");
@@ -116,7 +125,7 @@ CLI::App* AddQuery(CLI::App& bidi, const char* name, const char* what,
 }
 
 // Where the printer's answer comes from: one of two. The option for the second.
-CLI::Option* AddSource(CLI::App* command, BidiSources& sources) {
+CLI::Option* AddSource(CLI::App* command, BidiSources& sources, bool needed = true) {
     CLI::Option_group* source = command->add_option_group("Source");
     CLI::Option* saved = source->add_option("--wsd", sources.printerAnswer,
                                             "A saved GetPrinterElements answer; only the elements that the "
@@ -125,7 +134,7 @@ CLI::Option* AddSource(CLI::App* command, BidiSources& sources) {
         ->needs(saved);
     CLI::Option* printer =
         source->add_option("--printer", sources.printerUrl, "Print service address of a printer to ask live");
-    source->require_option(1);
+    source->require_option(needed ? 1 : 0, 1);
     return printer;
 }
 
@@ -151,15 +160,16 @@ void AddExplain(CLI::App& bidi) {
     auto options = std::make_shared<BidiOptions>();
     CLI::App* command =
         AddQuery(bidi, "explain", "Explain step by step why a path has its value, or none", options);
-    AddSource(command, options->sources);
+    AddSource(command, options->sources, false);
     auto path = std::make_shared<std::string>();
     command->add_option("PATH", *path, "Schema path, such as \\Printer.Consumables.Black:Level")->required();
     command->callback([options, path] {
         CheckPaths({*path});
+        CheckInputs(options->sources);
         const Explanation explanation = Explain(options->sources, *path);
         PrintExplanation(explanation, options->json);
         if (explanation.verdict == Verdict::kFailed) throw CommandError(explanation.why);
-        if (explanation.verdict != Verdict::kFound)
+        if (explanation.verdict != Verdict::kFound && explanation.verdict != Verdict::kDeclared)
             throw CommandError(Shown(*path) + ": " + explanation.why, kNothingFound);
     });
 }
@@ -168,7 +178,10 @@ void AddCheck(CLI::App& bidi) {
     auto options = std::make_shared<CheckOptions>();
     CLI::App* check = bidi.add_subcommand(
         "check", "Check extension files; exit status 0: clean, 1: warnings, 2: errors, 3: unreadable");
-    check->add_option("FILE", options->sources.extensions, "Extension files, in loading order")->required();
+    check
+        ->add_option("FILE", options->sources.extensions,
+                     "Extension files, in loading order; one may be - for standard input")
+        ->required();
     CLI::Option* saved =
         check->add_option("--wsd", options->sources.printerAnswer,
                           "Also try them on this saved answer and report what finds nothing in it");
@@ -198,6 +211,7 @@ void AddBidiCommands(CLI::App& app) {
     enumerate->add_option("PATH", enumOptions->paths, "Schema path")->required();
     enumerate->callback([enumOptions] {
         CheckPaths(enumOptions->paths);
+        CheckInputs(enumOptions->sources);
         PrintElements(NeededElements(enumOptions->sources, enumOptions->paths), enumOptions->json);
     });
 

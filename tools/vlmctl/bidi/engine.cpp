@@ -7,7 +7,6 @@
 #include "soap/printer_elements.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "tools/vlmctl/console/input.h"
 #include "tools/vlmctl/exchange/element_document.h"
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
@@ -23,6 +22,11 @@ namespace vlm::ctl {
 
 namespace {
 
+// The engine knows standard input by the path of its copy.
+std::wstring ReasonOf(const CVelunBidiSpl& engine) {
+    return WithNamesOfInput(engine.Reason());
+}
+
 void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extensions) {
     std::wstring list = L"<BidiExtensionFiles>";
     for (const std::string& extension : extensions) {
@@ -31,7 +35,7 @@ void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extension
     list += L"</BidiExtensionFiles>";
     const HRESULT result = engine.Init(L"vlmctl", list.c_str());
     if (result == S_OK) return;
-    Outcome outcome{result, engine.Reason()};
+    Outcome outcome{result, ReasonOf(engine)};
     // Not every parser of the engine's kind tells the line; the one for authors does.
     for (const std::string& extension : extensions) {
         std::wstring problem;
@@ -50,7 +54,7 @@ void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extension
 // of the paths, and false.
 bool QueryFor(CVelunBidiSpl& engine, BidiRequest& request, _bstr_t& queryXml) {
     const HRESULT result = engine.EnumQueryElement(request.Container(), queryXml.GetAddress());
-    if (result != S_OK && result != S_FALSE) ThrowFailure("the query failed", {result, engine.Reason()});
+    if (result != S_OK && result != S_FALSE) ThrowFailure("the query failed", {result, ReasonOf(engine)});
     return result == S_OK;
 }
 
@@ -67,7 +71,6 @@ std::vector<std::string> NamesIn(const wchar_t* queryXml) {
 }
 
 std::string ReadSavedAnswer(const std::string& file) {
-    if (file == "-") return ReadInput(file, kPrinterAnswerLimits.bytes);
     std::wstring problem;
     const std::optional<std::string> bytes =
         ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
@@ -118,7 +121,7 @@ std::string CleanAnswer(const CVelunBidiSpl& engine, const BidiSources& sources,
         saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml, &status);
     std::vector<NamespaceDeclaration> prefixes;
     const HRESULT result = engine.GetPrefixes(&prefixes);
-    if (result != S_OK) ThrowFailure("the query failed", {result, engine.Reason()});
+    if (result != S_OK) ThrowFailure("the query failed", {result, ReasonOf(engine)});
     std::string clean;
     const Outcome cleaned = CleanPrinterElements(answer, prefixes, &clean, status);
     if (FAILED(cleaned))
@@ -131,7 +134,7 @@ std::string CleanAnswer(const CVelunBidiSpl& engine, const BidiSources& sources,
 }  // namespace
 
 std::wstring FullPath(const std::string& path) {
-    const std::wstring given = FromUtf8(path);
+    const std::wstring given = PathOfInput(FromUtf8(path));
     std::wstring full(32768, L'\0');
     const DWORD length =
         GetFullPathNameW(given.c_str(), static_cast<DWORD>(full.size()), full.data(), nullptr);
@@ -164,13 +167,13 @@ void EngineQuery::Fetch() {
 void EngineQuery::Bind() {
     if (!answer_) Fetch();
     const HRESULT result = engine_.SetGetPrinterElementResponse(*answer_);
-    if (result != S_OK) ThrowFailure("the query failed", {result, engine_.Reason()});
+    if (result != S_OK) ThrowFailure("the query failed", {result, ReasonOf(engine_)});
 }
 
 std::vector<BidiAnswer> EngineQuery::Ask(const wchar_t* action) {
     BIDI_RESPONSE_CONTAINER* response = nullptr;
     const HRESULT result = engine_.SendRecvBidiDataFromPort(action, request_.Container(), &response);
-    if (result != S_OK || response == nullptr) ThrowFailure("the query failed", {result, engine_.Reason()});
+    if (result != S_OK || response == nullptr) ThrowFailure("the query failed", {result, ReasonOf(engine_)});
     return TakeAnswers(response);
 }
 

@@ -16,13 +16,12 @@ std::string PlaceOf(const Declared& declared) {
 }
 
 void PrintSearch(const Search& search, const std::optional<size_t>& own) {
-    if (!search.sent) {
-        PrintLine("    asks for  nothing");
-    } else {
-        PrintLine("    asks for  {}, which the printer {}", Shown(search.query),
-                  *search.sent ? "sent" : "did not send");
-    }
+    PrintLine("    asks for  {}{}", search.query.empty() ? "nothing" : Shown(search.query),
+              !search.sent   ? ""
+              : *search.sent ? ", which the printer sent"
+                             : ", which the printer did not send");
     PrintLine("    filter    {}", Shown(search.filter));
+    if (!search.tried) return;
     if (search.count == 0) PrintLine("    finds     nothing");
     for (size_t i = 0; i < search.found.size(); ++i) {
         PrintLine("    {}  {} at {}{}", i == 0 ? "finds   " : "        ", "'" + Shown(search.found[i]) + "'",
@@ -86,7 +85,7 @@ Json JsonOf(const Search& search) {
     return {{"query", search.query.empty() ? Json(nullptr) : Json(search.query)},
             {"sent", search.sent ? Json(*search.sent) : Json(nullptr)},
             {"filter", search.filter},
-            {"count", search.count},
+            {"count", search.tried ? Json(search.count) : Json(nullptr)},
             {"nodes", std::move(nodes)}};
 }
 
@@ -110,7 +109,7 @@ Json JsonOf(const Explanation& explanation) {
                          {"search", step.search ? JsonOf(*step.search) : Json(nullptr)}});
     }
     const BidiAnswer& answer = explanation.answer;
-    const bool failed = explanation.verdict == Verdict::kFailed;
+    const bool asked = explanation.asked && explanation.verdict != Verdict::kFailed;
     return {{"path", explanation.path},
             {"steps", std::move(steps)},
             {"makes", JsonOf(explanation.makesHere)},
@@ -118,9 +117,9 @@ Json JsonOf(const Explanation& explanation) {
             {"why", explanation.why},
             {"similar", explanation.nearest},
             {"text", explanation.text ? Json(*explanation.text) : Json(nullptr)},
-            {"type", failed ? Json(nullptr) : Json(answer.type)},
+            {"type", asked ? Json(answer.type) : Json(nullptr)},
             {"value", answer.hasValue ? Json(answer.value) : Json(nullptr)},
-            {"result", failed ? Json(nullptr) : Json(answer.result)}};
+            {"result", asked ? Json(answer.result) : Json(nullptr)}};
 }
 
 }  // namespace

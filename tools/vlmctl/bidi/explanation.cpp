@@ -115,10 +115,15 @@ class Explainer {
         const std::vector<std::string> path{explanation_.path};
         const std::vector<std::string> wholeTree{"\\"};
         query_.emplace(sources_, path);
+        if (sources_.printerAnswer.empty() && sources_.printerUrl.empty()) {
+            ExplainDeclared();
+            return std::move(explanation_);
+        }
         try {
             inFiles_ = query_->FindNeeded();
             query_->Bind();
             explanation_.answer = query_->Ask(L"Get").front();
+            explanation_.asked = true;
             if (!inFiles_) {
                 // Nothing was asked for. All that there is shows what is there instead.
                 query_.emplace(sources_, wholeTree);
@@ -154,17 +159,55 @@ class Explainer {
         explanation_.why = std::move(why);
     }
 
-    // Without an answer, the path as the files declare it.
-    void DescribeDeclared() {
-        if (path_.find(L'\'') != std::wstring::npos) return;
+    void ExplainDeclared() {
+        query_->FindNeeded();
+        if (DescribeDeclared()) {
+            return Judge(Verdict::kDeclared,
+                         "the extension files declare it; no printer's answer was given to look it up in "
+                         "(--wsd FILE or --printer URL)");
+        }
+        Judge(Verdict::kNotInFiles, "the extension files have no such path");
+        std::vector<NamedAnswer> leaves;
+        for (const SchemaElement* schema : query_->Engine().Declared()->Schemas())
+            CollectLeaves(*schema, L"\\", leaves);
+        explanation_.nearest = Nearest(path_, leaves);
+    }
+
+    static void CollectLeaves(const SchemaElement& level, const std::wstring& path,
+                              std::vector<NamedAnswer>& leaves) {
+        for (const SchemaElement& child : level.children) {
+            const std::wstring separator = path == L"\\" ? L"" : child.IsLeaf() ? L":" : L".";
+            const std::wstring below = path + separator + child.name.value_or(L"");
+            if (child.IsLeaf()) leaves.push_back({below, nullptr, &child});
+            CollectLeaves(child, below, leaves);
+        }
+    }
+
+    // The path as the files declare it. False when they do not have it.
+    bool DescribeDeclared() {
+        if (path_.find(L'\'') != std::wstring::npos) return false;
         const SchemaTree& tree = *query_->Engine().Declared();
         const auto reached = tree.FindForQuery(ParseSchemaPath(path_));
-        if (!reached) return;
+        if (!reached) return false;
         for (const SchemaElement* element : Trail(tree.Root(), reached->elements.front())) {
-            if (element->kind > ElementKind::kSchema)
-                explanation_.steps.push_back(
-                    {ToUtf8(element->name.value_or(L"")), places_.Of(*element), {}, {}});
+            if (element->kind <= ElementKind::kSchema) continue;
+            Step step{ToUtf8(element->name.value_or(L"")), places_.Of(*element), {}, {}};
+            std::vector<const SchemaElement*> parameters = element->Bindings();
+            if (element->IsTemplate()) parameters.insert(parameters.begin(), element);
+            for (const SchemaElement* parameter : parameters)
+                step.bindings.push_back({ToUtf8(parameter->parameter.value_or(L"")), places_.Of(*parameter),
+                                         AsDeclared(*parameter), std::nullopt});
+            if (element->IsLeaf() && element->kind != ElementKind::kConst) step.search = AsDeclared(*element);
+            explanation_.steps.push_back(std::move(step));
         }
+        return true;
+    }
+
+    static Search AsDeclared(const SchemaElement& element) {
+        Search search;
+        search.query = ToUtf8(element.query.value_or(L""));
+        search.filter = ToUtf8(element.filter.value_or(L""));
+        return search;
     }
 
     void DescribeTrail(const std::vector<const SchemaElement*>& trail) {
@@ -186,6 +229,7 @@ class Explainer {
     Search Run(const SchemaElement& declared, const std::wstring& filter) const {
         Search search;
         search.filter = ToUtf8(filter);
+        search.tried = true;
         if (declared.query) {
             search.query = ToUtf8(*declared.query);
             search.sent = IsSent(declared);
@@ -360,7 +404,7 @@ class Explainer {
 const char* VerdictName(Verdict verdict) {
     static constexpr std::array kNames{"found",         "level",         "not-in-files", "not-made",
                                        "other-schema",  "not-asked-for", "not-sent",     "nothing-found",
-                                       "no-conversion", "failed"};
+                                       "no-conversion", "declared",      "failed"};
     return kNames[static_cast<size_t>(verdict)];
 }
 

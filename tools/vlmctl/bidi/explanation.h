@@ -22,11 +22,12 @@ struct Declared {
 // A filter run in the printer's answer.
 struct Search {
     std::string query;               // the element to ask for; empty without one
-    std::optional<bool> sent;        // whether the printer sent that
-    std::string filter;              // with the values of its parameters
+    std::optional<bool> sent;        // whether the printer sent that; empty without an answer
+    std::string filter;              // with the values of its parameters; without an answer as declared
     std::vector<std::string> found;  // the texts of the first nodes that it found,
     std::vector<std::string> nodes;  // and where those stand
     size_t count = 0;                // of all
+    bool tried = false;              // false: there was no answer to run it in
 };
 
 struct BindingStep {
@@ -54,6 +55,7 @@ enum class Verdict {
     kNotSent,      // the printer did not send the element
     kNothingFound,
     kNoConversion,  // the text does not become a value of the type
+    kDeclared,      // the path is in the extension files; no answer was given to look it up in
     kFailed,        // the whole query
 };
 // "not-sent".
@@ -66,11 +68,13 @@ struct Explanation {
     Verdict verdict = Verdict::kFailed;
     std::string why;                   // a sentence
     std::vector<std::string> nearest;  // leaves with similar paths
-    BidiAnswer answer;                 // what "Get" gives; nothing after a failure of the whole query
+    BidiAnswer answer;                 // what "Get" gives, where it was asked;
+    bool asked = false;                // not without a printer's answer, nor after a failure of the query
     std::optional<std::string> text;   // that the value was made of
 };
 
-// Throws CommandError when the extension files cannot be used.
+// Without an answer in `sources`: what the extension files alone say of the path. Throws CommandError when
+// the extension files cannot be used.
 Explanation Explain(const BidiSources& sources, const std::string& path);
 
 }  // namespace vlm::ctl

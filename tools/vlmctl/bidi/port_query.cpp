@@ -60,7 +60,7 @@ class DriverFolder {
         std::ofstream ini(folder_ / L"driver.ini", std::ios::binary);
         for (size_t i = 0; i < extensions.size(); ++i) {
             const std::string name = fmt::format("extension{}.xml", i + 1);
-            std::filesystem::copy_file(FromUtf8(extensions[i]), folder_ / name);
+            std::filesystem::copy_file(FullPath(extensions[i]), folder_ / name);
             // The first is the platform's, all others are numbered from 1.
             if (i == 0) ini << "[BidiFiles]\r\nBidiWSDFile=" << name << "\r\n[VelunDriverFiles]\r\n";
             if (i > 0) ini << "UIBidiWSDFile" << i << '=' << name << "\r\n";

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/input.h"
 #include "util/handles.h"
 #include "util/sax.h"
 #include "util/streams.h"
@@ -290,6 +292,36 @@ Place PlaceOfFault(std::string_view bytes, const SourceText& text, const TagScan
     return text.At(bisect(start, text.StartOf(lines), [](size_t position) { return position; }) - 1);
 }
 
+// A file with what came on standard input, for readers that take paths. The system removes it when the handle
+// is closed, however the process ends.
+class StandardInputCopy {
+ public:
+    StandardInputCopy() : path_(MAX_PATH, L'\0') {
+        const std::string bytes = ReadInput("-", kExtensionFileLimits.bytes);
+        wchar_t folder[MAX_PATH + 1];
+        if (GetTempPathW(MAX_PATH + 1, folder) == 0 || GetTempFileNameW(folder, L"vlm", 0, path_.data()) == 0)
+            Fail();
+        path_.resize(path_.find(L'\0'));
+        file_.Reset(CreateFileW(path_.c_str(), GENERIC_WRITE | DELETE, FILE_SHARE_READ | FILE_SHARE_DELETE,
+                                nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE,
+                                nullptr));
+        DWORD written = 0;
+        if (!file_ ||
+            !WriteFile(file_.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr))
+            Fail();
+    }
+    const std::wstring& Path() const { return path_; }
+
+ private:
+    [[noreturn]] static void Fail() {
+        throw CommandError("standard input cannot be kept in a temporary file: " + ErrorText(GetLastError()));
+    }
+
+    std::wstring path_;
+    File file_;
+};
+std::unique_ptr<StandardInputCopy> standardInput;
+
 bool IsBlank(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n';
 }
@@ -408,9 +440,24 @@ const std::wstring* SourceElement::Attribute(std::wstring_view attribute) const 
     return found == attributes.end() ? nullptr : &found->value;
 }
 
+std::wstring PathOfInput(const std::wstring& file) {
+    if (file != L"-") return file;
+    if (!standardInput) standardInput = std::make_unique<StandardInputCopy>();
+    return standardInput->Path();
+}
+
+std::wstring WithNamesOfInput(std::wstring text) {
+    if (!standardInput) return text;
+    const std::wstring& path = standardInput->Path();
+    for (size_t at = text.find(path); at != std::wstring::npos; at = text.find(path, at + 1))
+        text.replace(at, path.size(), L"-");
+    return text;
+}
+
 std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem) {
-    const File file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_DELETE, nullptr,
-                                OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    const File file(CreateFileW(PathOfInput(path).c_str(), GENERIC_READ, kShare, nullptr, OPEN_EXISTING,
+                                FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     LARGE_INTEGER size{};
     // A pipe or a device has no size and might never end.
     if (!file || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {

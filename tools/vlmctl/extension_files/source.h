@@ -91,7 +91,14 @@ struct SourceFile {
     Place PlaceOf(const Spot& spot) const;
 };
 
-// The bytes of a file; nothing when it cannot be read or has more than `limit`, with the reason in `problem`.
+// Where the bytes of a file are: its own path, or for "-" that of a temporary copy of standard input, which
+// is read at the first call and removed with the process. Throws CommandError.
+std::wstring PathOfInput(const std::wstring& file);
+// `text` with "-" wherever it names that copy.
+std::wstring WithNamesOfInput(std::wstring text);
+
+// The bytes of a file, or for "-" of standard input; nothing when it cannot be read or has more than `limit`,
+// with the reason in `problem`.
 std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem);
 
 // Parses `bytes`, whose encoding is told by a byte order mark or the XML declaration. On anything that keeps
