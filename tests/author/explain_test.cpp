@@ -186,7 +186,7 @@ TEST_F(ExplainTest, TellsWithoutAnAnswerWhatTheFilesDeclare) {
     EXPECT_FALSE(explanation.steps[2].search->tried);
     EXPECT_EQ(explanation.steps[2].declared.line, 4);
 
-    const Explanation missing = Explain(sources, "\\P.c:W");
+    const Explanation missing = Explain(sources, "\\P.I:W");
     EXPECT_EQ(missing.verdict, Verdict::kNotInFiles);
     EXPECT_THAT(missing.nearest, ElementsAre("\\P.$I$:V"));
 }
