@@ -67,7 +67,7 @@ Script InPieces(const std::string& whole, size_t piece, DWORD pause) {
     return script;
 }
 
-// How the printer behaves, and whether its answer can be used. Nothing stands for a printer that is off.
+// How the printer behaves (no script: it is off), and whether its answer can be used.
 struct Behaviour {
     std::optional<Script> script;
     bool good = false;
@@ -145,10 +145,9 @@ bool IsCurrent(const ctl::BidiAnswer& answer, const Facts& facts, const Extensio
            answer.value == std::to_string(facts.level + (first ? 0 : 1));
 }
 
-// For a soak that has to find something.
+// For the test of the checks.
 void PlantLeaks(const Stage& stage) {
-    // Many at a time: a slow machine makes few steps, and where small blocks are kept in groups these are
-    // counted.
+    // Many at a time: a slow machine makes few steps, and newer versions of Wine count groups of blocks.
     for (int i = 0; i < 500 && stage.Planted("leak-block"); ++i)
         static_cast<void>(HeapAlloc(GetProcessHeap(), 0, 100));
     for (int i = 0; i < 10 && stage.Planted("leak-handle"); ++i)
@@ -218,7 +217,7 @@ void BidiWorker::Ask(const OpenPort& port, Random& random) {
         good = good && IsCurrent(answer, facts, before);
     }
     good = good && got.Has(kBelow) == (belowKnows && lowerCode == 0);
-    // Any action but the two goes down only. While a file changes, it may be that it cannot be read.
+    // The engine answers only "Get" and "GetAll". A file that is being changed may be unreadable.
     const bool forEngine = std::wstring(action) != L"Set";
     if (!forEngine || (before.changes == after.changes && before.changes % 2 == 0)) {
         const bool answers = forEngine && behaviour.good && before.Readable() && question.leaves != 0;

@@ -28,7 +28,7 @@ class ExtensionSet {
     // For the spooler: the driver's dependent files.
     std::wstring DependentFiles() const;
 
-    // One change of one file, in one piece. False when a reader kept it from being made.
+    // Changes one file at once. False when a reader kept it open.
     bool Change(size_t file, Kind kind, int number);
     State Now() const;
 

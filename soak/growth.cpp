@@ -18,7 +18,7 @@ struct Resource {
     const char* name;
     int64_t allowed;
 };
-// The pools of the runtimes keep a few threads more or less, each with its handles.
+// Thread pools of the runtimes vary by a few threads, each with its handles.
 constexpr Resource kTable[Growth::kResources] = {
     {"handles", 24}, {"threads", 4}, {"heap blocks", 50}, {"router blocks", 0}, {"resident KiB", 8 * 1024},
 };
@@ -47,8 +47,7 @@ bool Growth::Judge(Report& report) const {
         std::printf("too short a run to see growth: %zu quiet points\n", samples_.size());
         return true;
     }
-    // In the first third of them the runtimes' pools fill: what counts is whether the last is above the
-    // second.
+    // The runtimes' pools fill in the first third, so the last third is compared with the second.
     const auto third = static_cast<ptrdiff_t>(samples_.size() / 3);
     const auto warm = samples_.begin() + third;
     bool flat = true;

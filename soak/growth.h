@@ -20,7 +20,7 @@ class Growth {
     // At a quiet point after the warm-up.
     void Take(const Stage& stage);
     // A line for each resource on standard output. Growth is the least of the last third of the samples
-    // against the most of the second, so what goes up and down is none. False, and a violation, when one
+    // against the most of the second, so fluctuation does not count. False, and a violation, when one
     // grew by more than it may.
     bool Judge(Report& report) const;
 

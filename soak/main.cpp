@@ -1,9 +1,8 @@
-// soak.exe [--seconds N] [--seed N] [--only WORKER]… [--plant FAULT]…: all that the monitor does, at once,
-// for a while.
+// soak.exe [--seconds N] [--seed N] [--only WORKER]… [--plant FAULT]…: everything that the monitor does,
+// at once.
 //
-// Exit status 0: all that came out was what had to, and nothing grew; 1: not so, the report says what was
-// first; 2: wrong usage. Lines that begin with "~" tell what each worker does; the last ones are for whoever
-// has to end a run that hangs.
+// Exit status 0: all results were right and nothing grew; 1: the report gives the first violation; 2: wrong
+// usage. Lines that begin with "~" say what each worker is doing; the last ones tell where a run hangs.
 #include <windows.h>
 
 #include <algorithm>
@@ -24,7 +23,7 @@ namespace vlm::soak {
 namespace {
 
 constexpr DWORD kHeartbeat = 1'000;  // milliseconds
-// For threads of the platform that are still on their way back to their pools.
+// For threads that are still returning to their pools.
 constexpr DWORD kSettle = 200;  // milliseconds
 
 // All workers and what they work on.

@@ -1,5 +1,5 @@
-// One print job of random shape through an open port, as the spooler prints it, with the check of all that
-// comes of it: each byte, each result and last error, the calls below, what the spooler is told.
+// One print job of random shape through an open port, as the spooler prints it, and the checks: each byte,
+// each result and last error, the calls below, what the spooler is told.
 #pragma once
 
 #include <windows.h>

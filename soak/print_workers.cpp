@@ -6,7 +6,7 @@
 namespace vlm::soak {
 
 void PrintWorker::Step(Random& random) {
-    // A job that lasts longer than the other one waits is rare: it costs both a second.
+    // Jobs that last longer than the other worker waits are rare, because they cost both a second.
     const DWORD hold = rivals_ != Rivals::kJobs ? 0 : random.OneIn(12) ? 1'300 : random.Below(150);
     PrintJob(*this, port_, random, rivals_, hold);
     if (stage.Planted("lost-event") && StepNumber() == 5)

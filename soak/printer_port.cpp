@@ -71,8 +71,8 @@ Job* PrinterPort::CurrentJob(const char* operation) {
     return current_;
 }
 
-// One call from above: `work` is done under the port's lock and gives the error to fail with. What the lock
-// and the work do to the last error does not show.
+// One call from above: `work` runs under the port's lock and returns the error to fail with. The last error
+// is otherwise kept.
 template <typename Work>
 BOOL PrinterPort::Serve(HANDLE port, Work&& work) {
     DWORD error = ERROR_SUCCESS;
@@ -102,7 +102,7 @@ BOOL WINAPI PrinterPort::Start(HANDLE port, LPWSTR, DWORD id, DWORD level, LPBYT
     return Serve(port, [&](PrinterPort& self) -> DWORD {
         if (!self.isOpen_) self.Violate("StartDocPort below while it is closed");
         if (self.current_ != nullptr || self.exchange_) self.Violate("a document begins inside another one");
-        // The remote procedures open theirs so, the monitor passes the spooler's on.
+        // The remote procedures use level 2, the spooler's jobs level 1.
         if (level == 2) {
             self.exchange_ = true;
             self.request_.clear();
@@ -142,7 +142,7 @@ BOOL WINAPI PrinterPort::Write(HANDLE port, LPBYTE bytes, DWORD size, LPDWORD co
         *count = size;
         return ERROR_SUCCESS;
     });
-    // Without the lock, and without a change of the last error.
+    // Without the lock. Keeps the last error.
     if (pause != 0) Sleep(pause);
     return result;
 }

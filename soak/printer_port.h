@@ -1,6 +1,6 @@
-// The port below the monitor with a printer behind it. It takes print jobs as their plans say, answers VPCA
-// requests as the requests themselves say, and reports whatever must never happen: two documents at once, a
-// call for a port that is not open. As its base it also answers Bidi requests and tells where its printer is.
+// The port below the monitor with a printer behind it. It takes print jobs as their plans say and
+// answers VPCA requests as their keys say. It reports what must never happen: two documents at once, a call
+// for a port that is not open. Its base answers Bidi requests and gives the printer's address.
 #pragma once
 
 #include <cstdint>
@@ -15,7 +15,7 @@
 
 namespace vlm::soak {
 
-// What the port does with one job, and what came of it.
+// What the port does with one job, and what arrived.
 struct Job {
     DWORD id = 0;
     enum class Fails { kNothing, kStart, kWrite, kEnd } fails = Fails::kNothing;
@@ -43,7 +43,7 @@ struct ReplyKey {
         return {static_cast<Reply>(key >> 24), key >> 14 & 0x3FF, key & 0x3FFF};
     }
 };
-// The bytes that go with a key, on either way.
+// The bytes that belong to a key, in either direction.
 std::string BytesOf(uint64_t key, size_t size);
 
 class PrinterPort : public test::BidiLowerMonitor {
@@ -53,7 +53,7 @@ class PrinterPort : public test::BidiLowerMonitor {
     // `job` stays until Forget.
     void Expect(Job& job);
     void Forget(const Job& job);
-    // Whoever had it open is gone without a word, as a manager that is shut down is.
+    // The manager that had it open was shut down without closing it.
     void Abandon();
 
     const std::wstring name;

@@ -8,7 +8,7 @@ namespace {
 
 constexpr uint16_t kAttributes[] = {180, 2405};
 constexpr size_t kAttributeSizes[] = {8, 28};
-constexpr DWORD kBusy = ERROR_ACCESS_DENIED;  // somebody else had the port for the whole second
+constexpr DWORD kBusy = ERROR_ACCESS_DENIED;  // another caller held the port for the whole second
 constexpr DWORD kClosed = ERROR_BAD_PATHNAME;
 constexpr DWORD kOpening = ERROR_INVALID_HANDLE;  // nothing is below the port yet
 constexpr DWORD kClosing = ERROR_OPERATION_ABORTED;

@@ -16,7 +16,7 @@ class Report {
  public:
     // `code` is 0, or what the operation was refused with.
     void Note(const std::string& operation, DWORD code, double milliseconds);
-    // Only the first one is kept: what follows from it says nothing. A step of 0 belongs to no step.
+    // Only the first one is kept; later ones may follow from it. A step of 0 belongs to no step.
     void Violate(const std::string& worker, uint64_t step, const std::string& what);
     bool Violated() const { return violated_; }
     // Both on standard output.

@@ -41,8 +41,7 @@ bool Stage::Continue() {
 bool Stage::Quiet(size_t workers) {
     std::unique_lock lock(mutex_);
     quiet_ = true;
-    // No limit: whoever started the soak ends one that hangs, and knows from the last line what each worker
-    // did.
+    // No limit: tools/soak.py ends a run that hangs, and the last heartbeat says what each worker did.
     while (resting_ != workers && !report.Violated())
         changed_.wait_for(lock, std::chrono::milliseconds(50));
     return !report.Violated();
@@ -86,7 +85,7 @@ void Stage::CheckAtRest(uint64_t quietPoint) {
     }
     check(logged.size() == expectedEvents_.size(), "the spooler was told of a job that did not print");
     expectedEvents_.clear();
-    // Its log would grow for ever.
+    // Its log would grow without limit.
     spooler.Reset();
     for (const Printer& printer : printers_)
         Add(spooler, printer);

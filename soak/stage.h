@@ -1,5 +1,5 @@
 // What the workers of a soak share: the loaded monitor, the stand-in spooler, the report, and the quiet
-// points at which all of them stand still.
+// points at which all of them pause.
 #pragma once
 
 #include <atomic>
@@ -21,7 +21,7 @@ namespace vlm::soak {
 struct Options {
     uint64_t seed = 1;
     unsigned seconds = 120;
-    std::set<std::string> plants;  // faults to plant, so that somebody sees that they are found
+    std::set<std::string> plants;  // faults to plant, for the test of the checks
     std::set<std::string> only;    // the workers to run; empty for all
 };
 
@@ -41,20 +41,20 @@ class Stage {
     // What the monitor has to tell the spooler about a job that has ended, by SetJobW.
     void ExpectJobEvents(DWORD job, const std::string& events);
 
-    // For a worker between two steps: waits out a quiet point. False when the soak ends.
+    // For a worker between two steps: waits until a quiet point is over. False when the soak ends.
     bool Continue();
     // Waits until all workers have come to rest, or until something was violated; then false.
     bool Quiet(size_t workers);
     void Resume(bool end);
 
-    // At a quiet point: what must hold whenever nothing is under way.
+    // At a quiet point: checks what must hold when nothing is under way.
     void CheckAtRest(uint64_t quietPoint);
 
     const Options options;
     Report report;
-    // Held shared around each StartDocPort; alone, by whoever wants that none lowers the suspend flag.
+    // Held shared around each StartDocPort, which lowers the suspend flag; exclusively to keep the flag up.
     std::shared_mutex starting;
-    std::atomic<unsigned> noticesBegun{0};  // of the system's suspending
+    std::atomic<unsigned> noticesBegun{0};  // suspend notices
     std::atomic<unsigned> noticesEnded{0};
     std::atomic<unsigned> suspensions{0};  // odd while the suspend flag must be up
     host::MonitorHost host{host::BesideProgram(L"vllm3mon.dll")};

@@ -13,7 +13,7 @@
 
 namespace vlm::soak {
 
-// Set before each operation: whatever else is in the last error afterwards was put there on purpose.
+// The last error before each operation: any other value afterwards was set by it.
 inline constexpr DWORD kPoison = 0xDEADBEEF;
 
 struct Outcome {
@@ -59,14 +59,14 @@ class Worker {
         stage.report.Note(operation, code, Milliseconds() - begin);
         return code;
     }
-    // The text is made only when it is needed.
+    // `text` is called only for a violation.
     template <typename Text>
     void Check(bool good, Text&& text) {
         if (!good) stage.report.Violate(name, step_, text());
     }
 
     uint64_t StepNumber() const { return step_; }
-    // "print-1 step 12 WritePort 3 ms", for whoever waits for it.
+    // "print-1 step 12 WritePort 3 ms".
     std::string Progress() const {
         return name + " step " + std::to_string(step_) + " " + doing_.load() + " " +
                std::to_string(GetTickCount64() - since_) + " ms";

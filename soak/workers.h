@@ -25,7 +25,8 @@ class PrintWorker : public Worker {
     const Rivals rivals_;
 };
 
-// Asks Bidi queries over a TCP/IP port, a WSD port and a USB port, of a printer that does what the step says.
+// Asks Bidi queries over a TCP/IP port, a WSD port and a USB port, of a printer that behaves as the step
+// says.
 class BidiWorker : public Worker {
  public:
     BidiWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, ExtensionSet& files,
@@ -43,7 +44,7 @@ class BidiWorker : public Worker {
     test::ScriptedServer printer_;
 };
 
-// Replaces the extension files by others, by broken ones, and by none.
+// Replaces the extension files with others or broken ones, or deletes them.
 class FileWorker : public Worker {
  public:
     FileWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, ExtensionSet& files)
@@ -69,8 +70,8 @@ class RemoteWorker : public Worker {
     const std::string own_;
 };
 
-// Tells the monitor's window that the system suspends. Now and then it sees to it that no job starts, and
-// that a write is refused then.
+// Sends suspend notices to the monitor's window. Now and then it keeps jobs from starting meanwhile and
+// checks that a write is refused.
 class SuspendWorker : public Worker {
  public:
     SuspendWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, OpenPort port)
@@ -83,7 +84,7 @@ class SuspendWorker : public Worker {
     const OpenPort port_;
 };
 
-// Opens and closes ports, wrong ones too, and makes further managers.
+// Opens and closes ports, also with wrong arguments, and makes further managers.
 class TurnoverWorker : public Worker {
  public:
     TurnoverWorker(Stage& ownStage, const std::string& ownName, unsigned ownNumber, std::wstring openPort,

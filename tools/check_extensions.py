@@ -10,13 +10,13 @@ import pathlib
 import re
 import sys
 
-# Whoever asks for one of these knows whom it is talking to.
+# A condition on one of these is a guard.
 GUARD = re.compile(r"\b(__GNUC__|__clang__|__GLIBCXX__|__MINGW32__|_MSC_VER)\b")
 
 EXTENSIONS = re.compile("|".join((
     r"\b__(?:attribute|typeof|alignof|inline|volatile|const|signed|asm|real|imag|label)(?:__)?\b",
     r"\b(?:__restrict__|__extension__|__thread|__auto_type|__null|__u?int128(?:_t)?|__PRETTY_FUNCTION__|typeof|asm)\b",
-    # Those that gcc, clang and Visual C++ have in common are none.
+    # Those that gcc, clang and Visual C++ share are allowed.
     r"\b__builtin_(?!(?:LINE|FILE|FUNCTION|COLUMN)\b)\w+",
     r"\b__(?:sync|atomic)_\w+",
     r"\b__(?:declspec|forceinline|int64|try|except|finally|leave|super|if_exists|assume|debugbreak|event|raise)\b",
@@ -31,7 +31,7 @@ EXTENSIONS = re.compile("|".join((
     r"__mingw_\w+|_GLIBCXX\w+|__cxa_\w+)\b",
 )))
 
-# Comments, and literals but for their quotes, say nothing to a compiler.
+# Comments, and what is inside literals.
 SILENT = re.compile(r"""//[^\n]*|/\*.*?\*/|R"(?P<mark>[^\s()\\]*)\(.*?\)(?P=mark)"|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])'""",
                     re.DOTALL)
 

@@ -28,7 +28,7 @@ def show(text):
 
 
 def check(fact, condition):
-    """Every claim of the demo is tested as it is made; a false one ends it."""
+    """Checks each claim of the demo; a false one ends it."""
     if not condition:
         sys.exit(f"demo: NOT SO: {fact}")
     if fact not in SHOWN:

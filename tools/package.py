@@ -17,7 +17,7 @@ import zipfile
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 TOOLS = "x86_64-w64-mingw32-"
 PROGRAMS = ("vllm3mon.dll", "vlmctl.exe")
-# As they lie in the tree; templates (".in") stay behind.
+# As in the tree, without templates (".in").
 FILES = ("*.md", "LICENSE", "docs/*.md", "docs/*.svg", "examples/bidi/*", "packaging/**/*")
 LONG_AGO = (1980, 1, 1, 0, 0, 0)  # the format's first day
 

@@ -16,7 +16,7 @@ import xml.etree.ElementTree as ElementTree
 
 ROOT = pathlib.Path(__file__).resolve().parents[1]
 QUARANTINE = ROOT / "tests/quarantine.toml"
-MOST_FINDINGS = 5  # more tests that fail at once are no accident
+MOST_FINDINGS = 5  # if more tests fail, it is not chance
 
 
 def quarantine():

@@ -97,8 +97,9 @@ class Checker {
 
     void CheckBidiNamespace(const SourceElement& root) {
         if (uris_.contains(ns::kBidi)) return;
-        std::wstring text = std::wstring(L"the namespace ") + ns::kBidi +
-                            L" is not declared; the engine refuses the file";
+        std::wstring text = L"the namespace ";
+        text += ns::kBidi;
+        text += L" is not declared; the engine refuses the file";
         const auto meant = std::find_if(uris_.begin(), uris_.end(), [](const std::wstring& uri) {
             return MeantNamespace(uri) == ns::kBidi;
         });
