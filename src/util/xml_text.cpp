@@ -56,11 +56,12 @@ void AppendEscaped(std::wstring* out, std::wstring_view text, std::wstring_view 
         const size_t plain = text.find_first_of(special);
         *out += text.substr(0, plain);
         if (plain == std::wstring_view::npos) return;
-        const auto c = static_cast<std::uint32_t>(text[plain]);
+        size_t next = plain;
+        const std::uint32_t c = NextCharacter(text, &next);
         const std::string_view entity = EntityOf(c);
         out->append(entity.begin(), entity.end());
         if (entity.empty()) *out += L"&#" + std::to_wstring(c) + L";";
-        text.remove_prefix(plain + 1);
+        text.remove_prefix(next);
     }
 }
 
