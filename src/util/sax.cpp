@@ -34,7 +34,8 @@ HRESULT ReadAttributes(ISAXAttributes* source, XmlAttributes* attributes) {
         if (FAILED(hr)) return hr;
         const std::wstring_view qualified = View(name, nameLength);
         if (qualified == L"xmlns" || qualified.starts_with(L"xmlns:")) continue;
-        attributes->push_back({{View(uri, uriLength), View(local, localLength)}, View(value, valueLength)});
+        attributes->push_back(
+            {{View(uri, uriLength), View(local, localLength), qualified}, View(value, valueLength)});
     }
     return S_OK;
 }
@@ -62,10 +63,12 @@ STDMETHODIMP SaxHandler::endPrefixMapping(const wchar_t*, int) {
 }
 
 STDMETHODIMP SaxHandler::startElement(const wchar_t* uri, int uriLength, const wchar_t* local,
-                                      int localLength, const wchar_t*, int, ISAXAttributes* attributes) {
+                                      int localLength, const wchar_t* name, int nameLength,
+                                      ISAXAttributes* attributes) {
     return GuardHresult([&] {
         const HRESULT hr = ReadAttributes(attributes, &attributes_);
-        return FAILED(hr) ? hr : OnStart({View(uri, uriLength), View(local, localLength)}, attributes_);
+        if (FAILED(hr)) return hr;
+        return OnStart({View(uri, uriLength), View(local, localLength), View(name, nameLength)}, attributes_);
     });
 }
 

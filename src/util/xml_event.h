@@ -9,6 +9,7 @@ namespace vlm {
 struct XmlName {
     std::wstring_view uri;  // empty: no namespace
     std::wstring_view local;
+    std::wstring_view qualified = {};  // as written, with its prefix; only where the parser tells it
 };
 
 struct XmlAttribute {

@@ -5,20 +5,24 @@
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/input.h"
 #include "util/handles.h"
+#include "util/hresult.h"
 #include "util/sax.h"
-#include "util/streams.h"
+#include "util/scope_exit.h"
 #include "util/text.h"
 #include "util/trace.h"
 #include "util/xml_bounds.h"
+#include "util/xml_markup.h"
+#include "util/xml_names.h"
 
 namespace vlm::ctl {
 
 namespace {
 
-// Where start tags begin, found by one pass over the text.
+// Where markup stands, found by one pass over the text.
 struct TagScan {
-    std::vector<size_t> starts;     // one for each start tag, in order
-    std::optional<size_t> doctype;  // where one stands
+    std::vector<size_t> starts;     // of start tags, in order
+    std::optional<size_t> doctype;  // of the first declaration
+    size_t tooDeep = 0;             // of the first start tag beyond the depth allowed
 };
 
 bool IsUtf16(std::string_view bytes) {
@@ -56,179 +60,61 @@ bool DeclaresBytes(std::string_view text) {
 
 TagScan ScanTags(const std::string& text) {
     TagScan scan;
-    const auto startsWith = [&](size_t position, std::string_view what) {
-        return std::string_view(text).substr(position, what.size()) == what;
-    };
-    const auto skipPast = [&](size_t position, std::string_view end) {
-        const size_t found = text.find(end, position);
-        return found == std::string::npos ? text.size() : found + end.size();
-    };
-
-    size_t position = text.find('<');
-    while (position != std::string::npos && position < text.size()) {
-        if (startsWith(position, "<!--")) {
-            position = skipPast(position + 4, "-->");
-        } else if (startsWith(position, "<![CDATA[")) {
-            position = skipPast(position, "]]>");
-        } else if (startsWith(position, "<?")) {
-            position = skipPast(position, "?>");
-        } else if (startsWith(position, "<!")) {
-            if (!scan.doctype) scan.doctype = position;
-            ++position;
-        } else {
-            // A '<' cannot stand in an attribute value, so the next one begins the next piece of markup.
-            if (!startsWith(position, "</")) scan.starts.push_back(position);
-            ++position;
-        }
-        position = text.find('<', position);
+    size_t depth = 0;
+    MarkupReader reader(text, text.size());
+    while (const std::optional<Markup> markup = reader.Next()) {
+        const auto position = static_cast<size_t>(markup->text.data() - text.data());
+        if (markup->kind == MarkupKind::kDeclaration && !scan.doctype) scan.doctype = position;
+        if (markup->kind == MarkupKind::kEndTag && depth > 0) --depth;
+        if (markup->kind != MarkupKind::kStartTag && markup->kind != MarkupKind::kEmptyTag) continue;
+        scan.starts.push_back(position);
+        if (depth >= kExtensionFileLimits.depth && scan.tooDeep == 0) scan.tooDeep = position;
+        if (markup->kind == MarkupKind::kStartTag) ++depth;
     }
     return scan;
 }
 
-std::wstring TakeText(const wchar_t* text, int length) {
-    return text == nullptr || length <= 0 ? std::wstring() : std::wstring(text, static_cast<size_t>(length));
-}
-
-std::wstring Trimmed(const std::wstring& text) {
-    constexpr wchar_t kBlanks[] = L" \t\r\n";
-    const size_t begin = text.find_first_not_of(kBlanks);
-    return begin == std::wstring::npos ? L"" : text.substr(begin, text.find_last_not_of(kBlanks) - begin + 1);
-}
-
-#if defined(__GNUC__)
-// COM interfaces have no virtual destructors by design; nobody deletes through them.
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
-#endif
-// Both handlers in one, on the stack of Parse. The parser's references to it are not counted: it is told to
-// forget the handlers before they go.
-class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
+class TreeBuilder final : public SaxHandler {
  public:
     TreeBuilder(const SourceText& text, const TagScan& scan) : text_(text), scan_(scan) {}
 
     std::optional<SourceElement> TakeRoot() { return std::move(root_); }
-    // Where the parser saw the fault, and what it says; for a stop of our own, why.
-    int FaultLine() const { return faultLine_ != 0 ? faultLine_ : lastLine_; }
-    const std::wstring& Fault() const { return fault_; }
-    bool TooDeep() const { return stopped_; }
-
-    // IUnknown
-    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
-        if (object == nullptr) return E_POINTER;
-        if (id == msxml::kISAXErrorHandler) {
-            *object = static_cast<ISAXErrorHandler*>(this);
-        } else if (id == IID_IUnknown || id == msxml::kISAXContentHandler) {
-            *object = static_cast<ISAXContentHandler*>(this);
-        } else {
-            *object = nullptr;
-            return E_NOINTERFACE;
-        }
-        return S_OK;
-    }
-    ULONG STDMETHODCALLTYPE AddRef() override { return 2; }
-    ULONG STDMETHODCALLTYPE Release() override { return 1; }
-
-    // ISAXContentHandler
-    HRESULT STDMETHODCALLTYPE putDocumentLocator(ISAXLocator*) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE startDocument() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE endDocument() override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE startPrefixMapping(const wchar_t* prefix, int prefixLength, const wchar_t* uri,
-                                                 int uriLength) override {
-        return Guard([&] { pending_[TakeText(prefix, prefixLength)] = TakeText(uri, uriLength); });
-    }
-    HRESULT STDMETHODCALLTYPE endPrefixMapping(const wchar_t*, int) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE startElement(const wchar_t* uri, int uriLength, const wchar_t*, int,
-                                           const wchar_t* name, int nameLength,
-                                           ISAXAttributes* attributes) override {
-        return Guard([&] {
-            SourceElement element;
-            element.name = TakeText(name, nameLength);
-            element.namespaceUri = TakeText(uri, uriLength);
-            element.declarations.swap(pending_);
-            if (count_ < scan_.starts.size()) element.tag = scan_.starts[count_];
-            ++count_;
-            lastLine_ = text_.LineOf(element.tag);
-            element.line = lastLine_;
-            if (open_.size() >= kExtensionFileLimits.depth) {
-                stopped_ = true;
-                return;
-            }
-            ReadAttributes(attributes, element);
-            open_.push_back(std::move(element));
-        });
-    }
-    HRESULT STDMETHODCALLTYPE endElement(const wchar_t*, int, const wchar_t*, int, const wchar_t*,
-                                         int) override {
-        return Guard([&] {
-            SourceElement element = std::move(open_.back());
-            open_.pop_back();
-            element.text = Trimmed(element.text);
-            if (open_.empty()) {
-                root_ = std::move(element);
-            } else {
-                open_.back().children.push_back(std::move(element));
-            }
-        });
-    }
-    HRESULT STDMETHODCALLTYPE characters(const wchar_t* text, int length) override {
-        return Guard([&] {
-            if (!open_.empty()) open_.back().text += TakeText(text, length);
-        });
-    }
-    HRESULT STDMETHODCALLTYPE ignorableWhitespace(const wchar_t*, int) override { return S_OK; }
-    HRESULT STDMETHODCALLTYPE processingInstruction(const wchar_t*, int, const wchar_t*, int) override {
-        return S_OK;
-    }
-    HRESULT STDMETHODCALLTYPE skippedEntity(const wchar_t*, int) override { return S_OK; }
-
-    // ISAXErrorHandler
-    HRESULT STDMETHODCALLTYPE error(ISAXLocator* locator, const wchar_t* message, HRESULT) override {
-        return Guard([&] { KeepFault(locator, message); });
-    }
-    HRESULT STDMETHODCALLTYPE fatalError(ISAXLocator* locator, const wchar_t* message, HRESULT) override {
-        return Guard([&] { KeepFault(locator, message); });
-    }
-    HRESULT STDMETHODCALLTYPE ignorableWarning(ISAXLocator*, const wchar_t*, HRESULT) override {
-        return S_OK;
-    }
+    // Of the element that started last.
+    int LastLine() const { return lastLine_; }
 
  private:
-    // No exception may pass through the parser; what is thrown here is memory running out.
-    template <typename Work>
-    HRESULT Guard(Work work) {
-        try {
-            if (!stopped_) work();
-        } catch (...) {
-            return E_OUTOFMEMORY;
-        }
-        return stopped_ ? E_ABORT : S_OK;
+    HRESULT OnPrefix(std::wstring_view prefix, std::wstring_view uri) override {
+        pending_[std::wstring(prefix)] = uri;
+        return S_OK;
     }
-
-    static void ReadAttributes(ISAXAttributes* attributes, SourceElement& element) {
-        int count = 0;
-        if (attributes == nullptr || attributes->getLength(&count) != S_OK) return;
-        for (int i = 0; i < count; ++i) {
-            const wchar_t* name = nullptr;
-            const wchar_t* value = nullptr;
-            int nameLength = 0;
-            int valueLength = 0;
-            if (attributes->getQName(i, &name, &nameLength) != S_OK) continue;
-            if (attributes->getValue(i, &value, &valueLength) != S_OK) continue;
-            SourceAttribute attribute{TakeText(name, nameLength), TakeText(value, valueLength)};
-            const bool declaration = attribute.name == L"xmlns" || attribute.name.starts_with(L"xmlns:");
-            if (!declaration) element.attributes.push_back(std::move(attribute));
-        }
+    HRESULT OnStart(const XmlName& name, const XmlAttributes& attributes) override {
+        SourceElement element;
+        element.name = name.qualified;
+        element.namespaceUri = name.uri;
+        element.declarations.swap(pending_);
+        if (count_ < scan_.starts.size()) element.tag = scan_.starts[count_];
+        ++count_;
+        element.line = lastLine_ = text_.LineOf(element.tag);
+        for (const XmlAttribute& attribute : attributes)
+            element.attributes.push_back(
+                {std::wstring(attribute.name.qualified), std::wstring(attribute.value)});
+        open_.push_back(std::move(element));
+        return S_OK;
     }
-
-    // The first fault is the one to mend; what a parser says after it follows from it.
-    void KeepFault(ISAXLocator* locator, const wchar_t* message) {
-        if (faultLine_ != 0) return;
-        if (locator == nullptr || locator->getLineNumber(&faultLine_) != S_OK || faultLine_ < 1) {
-            faultLine_ = lastLine_;
+    HRESULT OnEnd(const XmlName&) override {
+        SourceElement element = std::move(open_.back());
+        open_.pop_back();
+        element.text = TrimXmlSpace(element.text);
+        if (open_.empty()) {
+            root_ = std::move(element);
+        } else {
+            open_.back().children.push_back(std::move(element));
         }
-        fault_ = message != nullptr ? message : L"";
-        while (!fault_.empty() && (fault_.back() == L'\n' || fault_.back() == L'\r'))
-            fault_.pop_back();
+        return S_OK;
+    }
+    HRESULT OnText(std::wstring_view text) override {
+        if (!open_.empty()) open_.back().text += text;
+        return S_OK;
     }
 
     const SourceText& text_;
@@ -237,42 +123,70 @@ class TreeBuilder final : public ISAXContentHandler, public ISAXErrorHandler {
     std::vector<SourceElement> open_;               // the path from the root to where the parser stands
     std::optional<SourceElement> root_;
     size_t count_ = 0;
-    int lastLine_ = 1;  // of the element that started last
-    int faultLine_ = 0;
-    std::wstring fault_;
-    bool stopped_ = false;
+    int lastLine_ = 1;
+};
+
+#if defined(__GNUC__)
+// COM interfaces have no virtual destructors by design; nobody deletes through them.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
+#endif
+// The first fault that the parser reports; those after it follow from it. An object of the caller's scope.
+class FirstFault final : public ISAXErrorHandler {
+ public:
+    const std::wstring& Message() const { return message_; }
+    int Line() const { return line_; }  // 0: unknown
+
+ private:
+    HRESULT STDMETHODCALLTYPE QueryInterface(REFIID id, void** object) override {
+        if (object == nullptr) return E_POINTER;
+        const bool known = id == IID_IUnknown || id == msxml::kISAXErrorHandler;
+        *object = known ? static_cast<ISAXErrorHandler*>(this) : nullptr;
+        return known ? S_OK : E_NOINTERFACE;
+    }
+    ULONG STDMETHODCALLTYPE AddRef() override { return 1; }
+    ULONG STDMETHODCALLTYPE Release() override { return 1; }
+    HRESULT STDMETHODCALLTYPE error(ISAXLocator* locator, const wchar_t* message, HRESULT) override {
+        return GuardHresult([&]() -> HRESULT {
+            if (known_) return S_OK;
+            known_ = true;
+            if (locator != nullptr) locator->getLineNumber(&line_);
+            message_ = message != nullptr ? message : L"";
+            message_.erase(message_.find_last_not_of(L"\r\n") + 1);
+            return S_OK;
+        });
+    }
+    HRESULT STDMETHODCALLTYPE fatalError(ISAXLocator* locator, const wchar_t* message, HRESULT hr) override {
+        return error(locator, message, hr);
+    }
+    HRESULT STDMETHODCALLTYPE ignorableWarning(ISAXLocator*, const wchar_t*, HRESULT) override {
+        return S_OK;
+    }
+
+    bool known_ = false;
+    int line_ = 0;
+    std::wstring message_;
 };
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
 
-bool Parse(std::string_view bytes, TreeBuilder& builder) {
-    ComPtr<IStream> stream;
+bool Parse(std::string_view bytes, SaxHandler& handler, FirstFault& fault) {
     ComPtr<ISAXXMLReader> reader;
-    if (MakeStream(bytes, stream.Receive()) != S_OK || CreateSaxReader(reader.Receive()) != S_OK)
-        return false;
-    HRESULT result = reader->putContentHandler(&builder);
-    if (result == S_OK) result = reader->putErrorHandler(&builder);
-    if (result == S_OK) {
-        VARIANT input;
-        VariantInit(&input);
-        input.vt = VT_UNKNOWN;
-        input.punkVal = stream.Get();
-        result = reader->parse(input);
-    }
-    reader->putContentHandler(nullptr);
-    reader->putErrorHandler(nullptr);
-    return result == S_OK;
+    if (CreateSaxReader(reader.Receive()) != S_OK || reader->putErrorHandler(&fault) != S_OK) return false;
+    const ScopeExit detach([&] { reader->putErrorHandler(nullptr); });
+    return ParseReadyXml(reader.Get(), bytes, &handler) == S_OK;
 }
 
 // The place of a fault that the parser met at or behind `line`. A parser's position may stand at the last
 // piece that was in order, lines before the fault; so the fault's place is the first one up to which the text
 // shows that same fault.
 Place PlaceOfFault(std::string_view bytes, const SourceText& text, const TagScan& scan, int line,
-                   const std::wstring& fault) {
+                   const std::wstring& message) {
     const auto showsFault = [&](size_t end) {
         TreeBuilder builder(text, scan);
-        return !Parse(bytes.substr(0, text.BytesBefore(end)), builder) && builder.Fault() == fault;
+        FirstFault fault;
+        return !Parse(bytes.substr(0, text.BytesBefore(end)), builder, fault) && fault.Message() == message;
     };
     // The least number above `low` whose text shows the fault, when that of `high` does.
     const auto bisect = [&](size_t low, size_t high, auto endOf) {
@@ -282,14 +196,13 @@ Place PlaceOfFault(std::string_view bytes, const SourceText& text, const TagScan
         }
         return high;
     };
-    const size_t end = text.Characters().size();
-    const size_t before = text.StartOf(std::min(static_cast<size_t>(line), text.Lines()) - 1);
+    const size_t before = std::min(static_cast<size_t>(line), text.Lines()) - 1;
     // A text that shows its fault wherever it is cut ends too early: the fault is at its end.
-    if (showsFault(before == 0 ? 1 : before)) return text.At(end);
-    const size_t lines = bisect(static_cast<size_t>(text.LineOf(before)) - 1, text.Lines(),
-                                [&](size_t count) { return text.StartOf(count); });
-    const size_t start = text.StartOf(lines - 1);
-    return text.At(bisect(start, text.StartOf(lines), [](size_t position) { return position; }) - 1);
+    if (showsFault(std::max<size_t>(text.StartOf(before), 1))) return text.At(text.Characters().size());
+    // First to a line: a cut inside an attribute's value shows the fault of a value without an end.
+    const size_t lines = bisect(before, text.Lines(), [&](size_t count) { return text.StartOf(count); });
+    return text.At(
+        bisect(text.StartOf(lines - 1), text.StartOf(lines), [](size_t position) { return position; }) - 1);
 }
 
 // A file with what came on standard input, for readers that take paths. The system removes it when the handle
@@ -487,7 +400,12 @@ std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view
     };
     const XmlRefusal refusal = CheckXmlBounds(bytes, kExtensionFileLimits);
     const TagScan scan = ScanTags(text->Characters());
-    if (refusal != XmlRefusal::kNone && refusal != XmlRefusal::kTooDeep) {
+    if (refusal == XmlRefusal::kTooDeep) {
+        return refuse(
+            {text->LineOf(scan.tooDeep), 1}, Rule::kBeyondLimits,
+            L"elements are nested deeper than " + std::to_wstring(kExtensionFileLimits.depth) + L" levels");
+    }
+    if (refusal != XmlRefusal::kNone) {
         const bool atDoctype = refusal == XmlRefusal::kDocumentType && scan.doctype;
         return refuse(atDoctype ? text->At(*scan.doctype) : Place(), Rule::kBeyondLimits,
                       std::wstring(L"the file ") + Describe(refusal));
@@ -495,18 +413,15 @@ std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view
     if (bytes.empty()) return refuse({}, Rule::kNotWellFormed, L"the file is empty");
 
     TreeBuilder builder(*text, scan);
-    if (Parse(bytes, builder)) {
+    FirstFault fault;
+    if (Parse(bytes, builder, fault)) {
         if (std::optional<SourceElement> root = builder.TakeRoot())
             return SourceFile{path, text, std::move(*root)};
     }
-    if (builder.TooDeep()) {
-        return refuse(
-            {builder.FaultLine(), 1}, Rule::kBeyondLimits,
-            L"elements are nested deeper than " + std::to_wstring(kExtensionFileLimits.depth) + L" levels");
-    }
-    const std::wstring& fault = builder.Fault();
-    return refuse(PlaceOfFault(bytes, *text, scan, builder.FaultLine(), fault), Rule::kNotWellFormed,
-                  L"not well-formed" + (fault.empty() ? std::wstring() : L": " + Printable(fault)));
+    const int line = fault.Line() > 0 ? fault.Line() : builder.LastLine();
+    const std::wstring& message = fault.Message();
+    return refuse(PlaceOfFault(bytes, *text, scan, line, message), Rule::kNotWellFormed,
+                  L"not well-formed" + (message.empty() ? std::wstring() : L": " + Printable(message)));
 }
 
 }  // namespace vlm::ctl
