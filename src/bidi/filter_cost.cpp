@@ -5,6 +5,8 @@
 #include <limits>
 #include <string>
 
+#include "bidi/xpath_names.h"
+
 namespace vlm {
 
 namespace {
@@ -68,13 +70,6 @@ const Axis& AxisNamed(wstring_view name) {
 
 bool IsDigit(wchar_t c) {
     return c >= L'0' && c <= L'9';
-}
-// Roughly: the parser that runs the expression is stricter.
-bool StartsName(wchar_t c) {
-    return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || c == L'_' || c >= 0x80;
-}
-bool ContinuesName(wchar_t c) {
-    return StartsName(c) || IsDigit(c) || c == L'-' || c == L'.';
 }
 
 // A recursive-descent parser of XPath 1.0 that adds up the work while it reads. Each function reads one
@@ -341,8 +336,8 @@ class Estimator {
     }
     bool StartsStep() {
         SkipBlanks();
-        return !rest_.empty() &&
-               (StartsName(rest_.front()) || wstring_view(L"*@./").find(rest_.front()) != wstring_view::npos);
+        return !rest_.empty() && (StartsXPathName(rest_.front()) ||
+                                  wstring_view(L"*@./").find(rest_.front()) != wstring_view::npos);
     }
     bool StartsPrimary() {
         if (StartsLiteral() || rest_.starts_with(L'(')) return true;
@@ -350,7 +345,7 @@ class Estimator {
         // A function's name, as opposed to a node test's.
         const wstring_view before = rest_;
         const wstring_view name = TakeName();
-        if (!name.empty() && rest_.size() > 1 && rest_[0] == L':' && StartsName(rest_[1])) {
+        if (!name.empty() && rest_.size() > 1 && rest_[0] == L':' && StartsXPathName(rest_[1])) {
             SkipOne(L":");
             TakeName();
         }
@@ -361,10 +356,7 @@ class Estimator {
     }
 
     wstring_view TakeName() {
-        const auto* const end = !rest_.empty() && StartsName(rest_.front())
-                                    ? std::find_if_not(rest_.begin(), rest_.end(), ContinuesName)
-                                    : rest_.begin();
-        const wstring_view name = rest_.substr(0, static_cast<size_t>(end - rest_.begin()));
+        const wstring_view name = rest_.substr(0, XPathNameLength(rest_));
         rest_.remove_prefix(name.size());
         return name;
     }

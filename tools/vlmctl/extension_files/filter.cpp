@@ -4,6 +4,7 @@
 #include <array>
 
 #include "bidi/filter_cost.h"
+#include "bidi/xpath_names.h"
 
 namespace vlm::ctl {
 
@@ -14,20 +15,6 @@ constexpr wchar_t kSampleValue = L'1';
 
 bool IsBlank(wchar_t c) {
     return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n';
-}
-
-bool StartsName(wchar_t c) {
-    return (c >= L'a' && c <= L'z') || (c >= L'A' && c <= L'Z') || c == L'_' || c >= 0x80;
-}
-
-bool ContinuesName(wchar_t c) {
-    return StartsName(c) || (c >= L'0' && c <= L'9') || c == L'-' || c == L'.';
-}
-
-size_t NameLength(std::wstring_view text) {
-    if (text.empty() || !StartsName(text.front())) return 0;
-    const auto end = std::find_if_not(text.begin(), text.end(), ContinuesName);
-    return static_cast<size_t>(end - text.begin());
 }
 
 enum class TokenKind { kName, kAxis, kFunction, kOther };
@@ -51,10 +38,10 @@ class Tokenizer {
             rest_.remove_prefix(end == std::wstring_view::npos ? rest_.size() : end + 1);
             return Token{};
         }
-        if (!StartsName(first)) {
+        if (!StartsXPathName(first)) {
             // A digit takes its whole number along, so that nothing in it passes for a name.
             const auto end = std::find_if_not(rest_.begin() + 1, rest_.end(), [&](wchar_t c) {
-                return first >= L'0' && first <= L'9' && ContinuesName(c);
+                return first >= L'0' && first <= L'9' && ContinuesXPathName(c);
             });
             rest_.remove_prefix(static_cast<size_t>(end - rest_.begin()));
             return Token{};
@@ -65,11 +52,11 @@ class Tokenizer {
  private:
     Token ReadName() {
         Token token{TokenKind::kName, {}, size_ - rest_.size()};
-        token.name.localName = Take(NameLength(rest_));
-        if (rest_.size() > 1 && rest_[0] == L':' && (rest_[1] == L'*' || StartsName(rest_[1]))) {
+        token.name.localName = Take(XPathNameLength(rest_));
+        if (rest_.size() > 1 && rest_[0] == L':' && (rest_[1] == L'*' || StartsXPathName(rest_[1]))) {
             rest_.remove_prefix(1);
             token.name.prefix = std::move(token.name.localName);
-            token.name.localName = Take(rest_.front() == L'*' ? 1 : NameLength(rest_));
+            token.name.localName = Take(rest_.front() == L'*' ? 1 : XPathNameLength(rest_));
         }
         SkipBlanks();
         if (rest_.starts_with(L"::")) {
@@ -127,10 +114,10 @@ Sample WithSampleValues(std::wstring_view filter) {
 }  // namespace
 
 std::optional<QualifiedName> ParsePrefixedName(std::wstring_view text) {
-    const size_t prefix = NameLength(text);
+    const size_t prefix = XPathNameLength(text);
     if (prefix == 0 || prefix >= text.size() || text[prefix] != L':') return std::nullopt;
     const std::wstring_view local = text.substr(prefix + 1);
-    if (local.empty() || NameLength(local) != local.size()) return std::nullopt;
+    if (local.empty() || XPathNameLength(local) != local.size()) return std::nullopt;
     return QualifiedName{std::wstring(text.substr(0, prefix)), std::wstring(local)};
 }
 
