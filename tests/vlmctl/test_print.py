@@ -3,6 +3,7 @@
 import hashlib
 import os
 import pathlib
+import socket
 import subprocess
 import tempfile
 import unittest
@@ -92,6 +93,28 @@ class PrintTest(Companion):
         self.printer.set_fault("stall", after=1000, connections=1)
         self.fails("print", big, "--to", self.address, "--timeout", "1",
                    says=r"stopped reading after \d+ of 20000000 bytes")
+
+    def test_file_that_shrinks_while_it_is_printed_is_not_a_whole_document(self):
+        shrinking = self.document.with_name("shrinking")
+        shrinking.write_bytes(bytes(20 * MEGABYTE))
+        with socket.socket() as server:
+            server.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65_536)
+            server.bind(("127.0.0.1", 0))
+            server.listen()
+            program = subprocess.Popen([windows.RUNNER, windows.BIN / "vlmctl.exe", "print", shrinking, "--to",
+                                        f"127.0.0.1:{server.getsockname()[1]}"], stdin=subprocess.DEVNULL,
+                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
+            self.addCleanup(lambda: program.poll() is None and program.kill())
+            server.settimeout(60)
+            with server.accept()[0] as connection, self.assertRaises(ConnectionResetError):
+                connection.recv(1)
+                os.truncate(shrinking, 10 * MEGABYTE)
+                while connection.recv(MEGABYTE):
+                    pass
+            errors = program.communicate(timeout=60)[1]
+        self.assertEqual(program.returncode, 1, errors)
+        self.assertRegex(errors, r"\Avlmctl: the file changed while it was being read, after \d+ of 20000000 bytes; "
+                                 r"the connection was reset\n\Z")
 
     def test_reset_at_the_very_end_is_no_success(self):
         self.printer.set_fault("reset", after=len(self.content) - 1, connections=1)

@@ -21,6 +21,7 @@
 #include "tools/vlmctl/remote/remote_commands.h"
 #include "tools/vlmctl/trace/trace_command.h"
 #include "util/com.h"
+#include "util/handles.h"
 #include "util/text.h"
 #include "util/trace.h"
 
@@ -30,12 +31,16 @@ using namespace vlm::ctl;
 
 // The arguments in UTF-8, last first, as the parser takes them.
 std::vector<std::string> Arguments() {
+    struct ListTraits {
+        using Type = LPWSTR*;
+        static Type Invalid() { return nullptr; }
+        static void Close(Type list) { LocalFree(list); }
+    };
     int count = 0;
-    LPWSTR* wide = CommandLineToArgvW(GetCommandLineW(), &count);
+    const vlm::Unique<ListTraits> wide(CommandLineToArgvW(GetCommandLineW(), &count));
     std::vector<std::string> arguments;
     for (int i = count - 1; i > 0; --i)
-        arguments.push_back(vlm::ToUtf8(wide[i]));
-    LocalFree(wide);
+        arguments.push_back(vlm::ToUtf8(wide.Get()[i]));
     return arguments;
 }
 

@@ -12,7 +12,7 @@
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/reach.h"
-#include "util/scope_exit.h"
+#include "util/handles.h"
 #include "util/text.h"
 
 namespace vlm::ctl {
@@ -20,6 +20,17 @@ namespace vlm::ctl {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+struct SocketTraits {
+    using Type = SOCKET;
+    static Type Invalid() { return INVALID_SOCKET; }
+    static void Close(Type connection) { closesocket(connection); }
+};
+struct AddressesTraits {
+    using Type = ADDRINFOW*;
+    static Type Invalid() { return nullptr; }
+    static void Close(Type addresses) { FreeAddrInfoW(addresses); }
+};
 
 // A Win32 code. Once for all threads and until the program ends: the last clean-up would close the sockets of
 // those who believe that they are started, too.
@@ -33,9 +44,9 @@ DWORD StartSockets() {
 
 // A Win32 code.
 DWORD Connect(const ADDRINFOW& address, Clock::time_point giveUp) {
-    const SOCKET connection = socket(address.ai_family, address.ai_socktype, address.ai_protocol);
-    if (connection == INVALID_SOCKET) return static_cast<DWORD>(WSAGetLastError());
-    const ScopeExit close([&] { closesocket(connection); });
+    const Unique<SocketTraits> owner(socket(address.ai_family, address.ai_socktype, address.ai_protocol));
+    const SOCKET connection = owner.Get();
+    if (!owner) return static_cast<DWORD>(WSAGetLastError());
     u_long nonBlocking = 1;
     ioctlsocket(connection, static_cast<long>(FIONBIO), &nonBlocking);
     if (connect(connection, address.ai_addr, static_cast<int>(address.ai_addrlen)) == 0) return ERROR_SUCCESS;
@@ -66,14 +77,11 @@ void CheckReachable(const ServiceUrl& url, std::chrono::milliseconds timeout) {
     if (error == ERROR_SUCCESS) {
         ADDRINFOW hints{};
         hints.ai_socktype = SOCK_STREAM;
-        ADDRINFOW* addresses = nullptr;
+        Unique<AddressesTraits> addresses;
         error = static_cast<DWORD>(
-            GetAddrInfoW(host.c_str(), std::to_wstring(url.port).c_str(), &hints, &addresses));
-        const ScopeExit release([&] {
-            if (addresses != nullptr) FreeAddrInfoW(addresses);
-        });
+            GetAddrInfoW(host.c_str(), std::to_wstring(url.port).c_str(), &hints, addresses.Receive()));
         const Clock::time_point giveUp = Clock::now() + timeout;
-        for (const ADDRINFOW* address = addresses; address != nullptr; address = address->ai_next) {
+        for (const ADDRINFOW* address = addresses.Get(); address != nullptr; address = address->ai_next) {
             error = Connect(*address, giveUp);
             if (error == ERROR_SUCCESS) return;
         }

@@ -141,14 +141,16 @@ const char* StatusMeaning(std::uint32_t status) {
 RpcClient::RpcClient(RpcRoute route, const std::string& host) {
     const Endpoint endpoint = EndpointOf(route);
     const std::wstring address = FromUtf8(host);
-    RPC_WSTR whole = nullptr;
+    struct StringTraits {
+        using Type = RPC_WSTR;
+        static Type Invalid() { return nullptr; }
+        static void Close(Type text) { RpcStringFreeW(&text); }
+    };
+    Unique<StringTraits> whole;
     RPC_STATUS status = RpcStringBindingComposeW(nullptr, Text(endpoint.protocol),
                                                  address.empty() ? nullptr : Text(address.c_str()),
-                                                 Text(endpoint.name), nullptr, &whole);
-    if (status == RPC_S_OK) {
-        status = RpcBindingFromStringBindingW(whole, &binding_);
-        RpcStringFreeW(&whole);
-    }
+                                                 Text(endpoint.name), nullptr, whole.Receive());
+    if (status == RPC_S_OK) status = RpcBindingFromStringBindingW(whole.Get(), binding_.Receive());
     if (status != RPC_S_OK)
         throw CommandError("cannot bind to '" + host + "': RPC status " +
                            StatusNumber(static_cast<std::uint32_t>(status)));
@@ -158,8 +160,8 @@ RpcClient::RpcClient(RpcRoute route, const std::string& host) {
 #endif
 }
 
-RpcClient::~RpcClient() {
-    RpcBindingFree(&binding_);
+void RpcClient::BindingTraits::Close(Type binding) {
+    RpcBindingFree(&binding);
 }
 
 RpcReply RpcClient::Query(const std::string& printer, std::uint32_t dataId, std::uint32_t capacity) const {
@@ -173,7 +175,7 @@ RpcReply RpcClient::Command(const std::string& printer, const RpcCommand& comman
 
 RpcReply RpcClient::Call(unsigned long procedure, const std::vector<std::uint8_t>& request,
                          std::uint32_t capacity) const {
-    Exchange exchange{binding_, procedure, request};
+    Exchange exchange{binding_.Get(), procedure, request};
     RpcReply reply;
     const DWORD status = StatusOf(
         [](void* context) {

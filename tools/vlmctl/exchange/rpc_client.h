@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "tools/vlmctl/exchange/rpc_stub_data.h"
+#include "util/handles.h"
 
 namespace vlm::ctl {
 
@@ -23,9 +24,6 @@ class RpcClient {
  public:
     // An empty `host` is this machine. Nothing is sent yet. Throws CommandError.
     RpcClient(RpcRoute route, const std::string& host);
-    ~RpcClient();
-    RpcClient(const RpcClient&) = delete;
-    RpcClient& operator=(const RpcClient&) = delete;
 
     // `printer` is text in the system's code page. A reply is bounded by `capacity`, whoever answers.
     RpcReply Query(const std::string& printer, std::uint32_t dataId, std::uint32_t capacity) const;
@@ -35,7 +33,12 @@ class RpcClient {
     RpcReply Call(unsigned long procedure, const std::vector<std::uint8_t>& request,
                   std::uint32_t capacity) const;
 
-    void* binding_ = nullptr;  // an RPC_BINDING_HANDLE
+    struct BindingTraits {
+        using Type = void*;  // an RPC_BINDING_HANDLE
+        static Type Invalid() { return nullptr; }
+        static void Close(Type binding);
+    };
+    Unique<BindingTraits> binding_;
 };
 
 }  // namespace vlm::ctl

@@ -12,7 +12,7 @@
 #include "tools/vlmctl/extension_files/check.h"
 #include "tools/vlmctl/installation/doctor_checks.h"
 #include "util/com.h"
-#include "util/scope_exit.h"
+#include "util/handles.h"
 #include "util/spooler_api.h"
 #include "util/text.h"
 #include "util/trace.h"
@@ -22,6 +22,12 @@ namespace vlm::ctl {
 namespace {
 
 constexpr char kWhat[] = "extensions";
+
+struct PrinterTraits {
+    using Type = HANDLE;
+    static Type Invalid() { return nullptr; }
+    static void Close(Type printer) { ClosePrinter(printer); }
+};
 
 CheckResult Wrong(std::string text) {
     return {kWhat, Health::kWrong, std::move(text)};
@@ -124,15 +130,14 @@ CheckResult CheckIniFile(const std::string& iniFile) {
 
 CheckResult CheckDriverOf(const std::string& printer) {
     std::wstring name = FromUtf8(printer);
-    HANDLE handle = nullptr;
-    if (!OpenPrinterW(name.data(), &handle, nullptr))
+    Unique<PrinterTraits> handle;
+    if (!OpenPrinterW(name.data(), handle.Receive(), nullptr))
         return Wrong(Shown(name) + " is not a printer on this machine: " + ErrorText(GetLastError()));
-    const ScopeExit close([&] { ClosePrinter(handle); });
     DWORD needed = 0;
-    GetPrinterDriverW(handle, nullptr, 3, nullptr, 0, &needed);
+    GetPrinterDriverW(handle.Get(), nullptr, 3, nullptr, 0, &needed);
     // Whole records, so that the first is aligned; at least one.
     std::vector<DRIVER_INFO_3W> driver(needed / sizeof(DRIVER_INFO_3W) + 1);
-    if (!GetPrinterDriverW(handle, nullptr, 3, reinterpret_cast<BYTE*>(driver.data()), needed, &needed))
+    if (!GetPrinterDriverW(handle.Get(), nullptr, 3, reinterpret_cast<BYTE*>(driver.data()), needed, &needed))
         return Wrong("the driver of " + Shown(name) + " cannot be read: " + ErrorText(GetLastError()));
     const wchar_t* monitor = driver.front().pMonitorName;
     if (monitor == nullptr || *monitor == L'\0')
