@@ -64,10 +64,15 @@ int Run() {
     app.allow_windows_style_options(false);  // a path that begins with a slash is a path
     app.add_flag_callback("--trace", ShowTrace, "Show the monitor's trace on standard error");
     AddBidiCommands(app);
-    AddPrinterCommands(app);
-    AddRemoteCommands(app);
+    AddDeptIdCommand(app);
+    AddPrintCommand(app);
+    AddStatusCommand(app);
+    AddWsdCommand(app);
+    AddRpcCommands(app);
+    AddVpcaCommands(app);
     AddTraceCommand(app);
-    AddInstallationCommands(app);
+    AddDoctorCommand(app);
+    AddInstallCommands(app);
     try {
         app.parse(Arguments());
         return kDone;

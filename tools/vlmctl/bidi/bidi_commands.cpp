@@ -9,7 +9,6 @@
 #include "tools/vlmctl/bidi/bidi_commands.h"
 #include "tools/vlmctl/bidi/check_output.h"
 #include "tools/vlmctl/bidi/engine.h"
-#include "tools/vlmctl/bidi/new_command.h"
 #include "tools/vlmctl/bidi/output.h"
 #include "tools/vlmctl/bidi/port_query.h"
 #include "tools/vlmctl/console/command.h"

@@ -8,5 +8,7 @@ class App;
 namespace vlm::ctl {
 
 void AddBidiCommands(CLI::App& app);
+// "bidi new", called by the one above.
+void AddNewCommand(CLI::App& bidi);
 
 }  // namespace vlm::ctl

@@ -25,7 +25,7 @@ std::string Base64(const BINARY_CONTAINER& blob) {
     return text;
 }
 
-BidiAnswer Describe(const BIDI_RESPONSE_DATA& entry) {
+BidiAnswer ReadEntry(const BIDI_RESPONSE_DATA& entry) {
     static constexpr std::array<const char*, 8> kNames{"BIDI_NULL",   "BIDI_INT",  "BIDI_FLOAT", "BIDI_BOOL",
                                                        "BIDI_STRING", "BIDI_TEXT", "BIDI_ENUM",  "BIDI_BLOB"};
     const BIDI_DATA& data = entry.data;
@@ -77,7 +77,7 @@ std::vector<BidiAnswer> TakeAnswers(BIDI_RESPONSE_CONTAINER* response) {
     const CBidiMem memory;
     const ScopeExit free([&] { memory.FreeContainer(response); });
     for (DWORD i = 0; i < response->Count; ++i)
-        answers.push_back(Describe(response->aData[i]));
+        answers.push_back(ReadEntry(response->aData[i]));
     return answers;
 }
 

@@ -70,14 +70,6 @@ std::vector<std::string> NamesIn(const wchar_t* queryXml) {
     return names;
 }
 
-std::string ReadSavedAnswer(const std::string& file) {
-    std::wstring problem;
-    const std::optional<std::string> bytes =
-        ReadFileBytes(FullPath(file), kPrinterAnswerLimits.bytes, problem);
-    if (!bytes) throw CommandError(file + " " + ToUtf8(problem));
-    return *bytes;
-}
-
 // The name with the prefix that a cleaned answer has for its namespace: the first of those that stand for it.
 std::string InAnswer(const std::string& name, const std::vector<NamespaceDeclaration>& prefixes) {
     const size_t colon = name.find(':');
@@ -117,8 +109,7 @@ std::string OnlyAskedFor(const std::string& clean, const _bstr_t& queryXml,
 std::string CleanAnswer(const CVelunBidiSpl& engine, const BidiSources& sources, const _bstr_t& queryXml) {
     const bool saved = sources.printerUrl.empty();
     int status = 200;
-    const std::string answer =
-        saved ? ReadSavedAnswer(sources.printerAnswer) : FetchAnswer(sources.printerUrl, queryXml, &status);
+    const std::string answer = AnswerOf(sources, queryXml, &status);
     std::vector<NamespaceDeclaration> prefixes;
     const HRESULT result = engine.GetPrefixes(&prefixes);
     if (result != S_OK) ThrowFailure("the query failed", {result, ReasonOf(engine)});
@@ -141,6 +132,14 @@ std::wstring FullPath(const std::string& path) {
     if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is not a path");
     full.resize(length);
     return full;
+}
+
+std::string AnswerOf(const BidiSources& sources, const wchar_t* queryXml, int* status) {
+    if (!sources.printerUrl.empty()) return FetchAnswer(sources.printerUrl, queryXml, status);
+    std::wstring problem;
+    const auto bytes = ReadFileBytes(FullPath(sources.printerAnswer), kPrinterAnswerLimits.bytes, problem);
+    if (!bytes) throw CommandError(sources.printerAnswer + " " + ToUtf8(problem));
+    return *bytes;
 }
 
 void CheckUsable(const std::vector<std::string>& extensions) {

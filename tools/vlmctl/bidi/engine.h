@@ -68,6 +68,9 @@ std::vector<BidiAnswer> AskEngine(const BidiSources& sources, const wchar_t* act
 // The WSD elements that the paths need.
 std::vector<NeededElement> NeededElements(const BidiSources& sources, const std::vector<std::string>& paths);
 
+// The printer's answer as it came: the saved one, or what it sends to this query, with its HTTP status.
+std::string AnswerOf(const BidiSources& sources, const wchar_t* queryXml, int* status);
+
 // Throws when the engine cannot load the extension files.
 void CheckUsable(const std::vector<std::string>& extensions);
 

@@ -1,21 +1,19 @@
 // vlmctl bidi new: where an author begins.
 #include <CLI/CLI.hpp>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 
 #include "soap/printer_elements.h"
+#include "tools/vlmctl/bidi/bidi_commands.h"
 #include "tools/vlmctl/bidi/engine.h"
-#include "tools/vlmctl/bidi/new_command.h"
 #include "tools/vlmctl/bidi/new_extension.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/files.h"
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
-#include "tools/vlmctl/extension_files/source.h"
 #include "util/namespaces.h"
 #include "util/text.h"
-#include "util/xml_bounds.h"
 
 namespace vlm::ctl {
 
@@ -26,20 +24,6 @@ struct NewOptions {
     BidiSources source;
     bool force = false;
 };
-
-std::string TakeAnswer(const BidiSources& source, int* status) {
-    if (!source.printerUrl.empty()) {
-        const std::wstring query =
-            QueryForElements({"PrinterDescription", "PrinterConfiguration", "PrinterStatus",
-                              "DefaultPrintTicket", "PrinterCapabilities"},
-                             {});
-        return FetchAnswer(source.printerUrl, query.c_str(), status);
-    }
-    std::wstring problem;
-    const auto bytes = ReadFileBytes(FullPath(source.printerAnswer), kPrinterAnswerLimits.bytes, problem);
-    if (!bytes) throw CommandError(Shown(source.printerAnswer) + " " + ToUtf8(problem));
-    return *bytes;
-}
 
 // An entry of an INI file has no quotes, and a comma behind a name begins a number.
 void CheckName(const std::filesystem::path& file) {
@@ -52,13 +36,6 @@ void CheckName(const std::filesystem::path& file) {
         throw CommandError(
             "'" + Shown(name) + "' is not a name that an INI file can hold for an extension file",
             kWrongUsage);
-}
-
-void Write(const std::filesystem::path& file, const std::string& content) {
-    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
-    stream << content;
-    stream.close();
-    if (!stream) throw CommandError("cannot write " + Shown(file.wstring()));
 }
 
 void MakeNew(const NewOptions& options) {
@@ -75,17 +52,22 @@ void MakeNew(const NewOptions& options) {
     const std::string source =
         options.source.printerUrl.empty() ? options.source.printerAnswer : options.source.printerUrl;
     int status = 200;
-    const std::string answer = TakeAnswer(options.source, &status);
+    const std::wstring query =
+        QueryForElements({"PrinterDescription", "PrinterConfiguration", "PrinterStatus", "DefaultPrintTicket",
+                          "PrinterCapabilities"},
+                         {});
+    const std::string answer = AnswerOf(options.source, query.c_str(), &status);
     std::string clean;
     const Outcome cleaned = CleanPrinterElements(answer, {{L"pri", ns::kWsdPrint}}, &clean, status);
     if (FAILED(cleaned)) ThrowFailure(Shown(source) + " cannot be used", cleaned);
     const NewExtension extension = MakeExtension(clean, source);
 
-    Write(file, extension.xml);
-    Write(ini,
-          "; The driver's settings file, one of its dependent files. The extension file lies beside it.\r\n"
-          "[BidiFiles]\r\nBidiWSDFile=" +
-              ToUtf8(file.filename().wstring()) + "\r\n");
+    WriteOutput(options.file, extension.xml);
+    WriteOutput(
+        ToUtf8(ini.wstring()),
+        "; The driver's settings file, one of its dependent files. The extension file lies beside it.\r\n"
+        "[BidiFiles]\r\nBidiWSDFile=" +
+            ToUtf8(file.filename().wstring()) + "\r\n");
     PrintLine("{}: {} leaves, {} parameters", Shown(file.wstring()), extension.leaves, extension.parameters);
     for (const std::string& element : extension.elements)
         PrintLine("  asks for  {}", Shown(element));

@@ -85,6 +85,15 @@ std::string Shown(const std::string& text) {
     return Shown(FromUtf8(text));
 }
 
+std::string Joined(const std::vector<std::string>& texts, std::string_view separator) {
+    std::string joined;
+    for (const std::string& text : texts) {
+        if (!joined.empty() && !text.empty()) joined += separator;
+        joined += text;
+    }
+    return joined;
+}
+
 Progress::~Progress() {
     if (drawn_) std::fputs("\n", stdout);
 }

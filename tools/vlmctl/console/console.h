@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vlm::ctl {
 
@@ -27,6 +28,9 @@ template <typename Number>
 std::string Counted(Number count, const char* what) {
     return fmt::format("{} {}{}", count, what, count == 1 ? "" : "s");
 }
+
+// The texts that are not empty, with the separator between them.
+std::string Joined(const std::vector<std::string>& texts, std::string_view separator);
 
 template <typename... Arguments>
 void PrintLine(fmt::format_string<Arguments...> format, Arguments&&... arguments) {

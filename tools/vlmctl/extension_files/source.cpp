@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "tools/vlmctl/console/command.h"
-#include "tools/vlmctl/console/input.h"
+#include "tools/vlmctl/console/files.h"
 #include "util/handles.h"
 #include "util/hresult.h"
 #include "util/sax.h"

@@ -7,10 +7,6 @@ class App;
 
 namespace vlm::ctl {
 
-// What the program calls.
-void AddInstallationCommands(CLI::App& app);
-
-// One for each file of the family, called by the one above.
 void AddDoctorCommand(CLI::App& app);
 void AddInstallCommands(CLI::App& app);
 

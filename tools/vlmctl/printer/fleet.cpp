@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <condition_variable>
 #include <list>
 #include <map>
@@ -80,24 +79,18 @@ bool IsLow(const PrinterReport::Consumable& consumable) {
     return consumable.level.percent && *consumable.level.percent < kLowPercent;
 }
 
-void Append(std::string& list, const std::string& text) {
-    if (!text.empty()) list += (list.empty() ? "" : ", ") + text;
-}
-
 // What somebody has to know before going there.
 std::string Matter(const FleetPrinter& printer) {
     if (!printer.report) return printer.problem;
     const PrinterReport& report = *printer.report;
-    std::string matter;
+    std::vector<std::string> matters;
     for (const auto& condition : report.conditions)
-        if (!Is(condition.severity, "Informational")) Append(matter, ConditionText(condition));
-    if (matter.empty() && Is(report.state, "Stopped"))
-        for (const std::string& reason : report.reasons)
-            Append(matter, reason);
+        if (!Is(condition.severity, "Informational")) matters.push_back(ConditionText(condition));
+    if (matters.empty() && Is(report.state, "Stopped")) matters = report.reasons;
     for (const auto& consumable : report.consumables)
         if (IsLow(consumable))
-            Append(matter, fmt::format("{} {}%", consumable.Title(), *consumable.level.percent));
-    return matter;
+            matters.push_back(fmt::format("{} {}%", consumable.Title(), *consumable.level.percent));
+    return Joined(matters, ", ");
 }
 
 const PrinterReport::Consumable* Lowest(const PrinterReport& report) {
@@ -264,11 +257,8 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
          });
     each("vllm3mon_printer_queued_jobs", "Number of jobs queued in the printer.",
          [&](const FleetPrinter& printer, const PrinterReport& report) {
-             unsigned count = 0;
-             const char* end = report.queuedJobs.data() + report.queuedJobs.size();
-             const auto parsed = std::from_chars(report.queuedJobs.data(), end, count);
-             if (!report.queuedJobs.empty() && parsed.ec == std::errc() && parsed.ptr == end)
-                 metrics.Add({{"printer", printer.url}}, count);
+             if (const auto count = NumberIn(report.queuedJobs))
+                 metrics.Add({{"printer", printer.url}}, *count);
          });
     each("vllm3mon_printer_consumable_level_ratio", "Remaining level of a consumable, 0 to 1.",
          [&](const FleetPrinter& printer, const PrinterReport& report) {

@@ -17,7 +17,7 @@
 #include "spooler/standin.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "tools/vlmctl/console/input.h"
+#include "tools/vlmctl/console/files.h"
 #include "tools/vlmctl/console/interrupt.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/console/table.h"
@@ -96,10 +96,7 @@ std::optional<std::vector<std::string>> JobEvents(const standin::Printers& spool
 
 std::string EventsText(const std::optional<std::vector<std::string>>& events) {
     if (!events) return "kept by this system's spooler";
-    std::string text;
-    for (const std::string& event : *events)
-        text += (text.empty() ? "" : ", ") + event;
-    return text.empty() ? "none" : text;
+    return events->empty() ? "none" : fmt::format("{}", fmt::join(*events, ", "));
 }
 
 // The job as the spooler keeps it when its user deletes it.

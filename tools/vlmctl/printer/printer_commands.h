@@ -7,10 +7,6 @@ class App;
 
 namespace vlm::ctl {
 
-// What the program calls.
-void AddPrinterCommands(CLI::App& app);
-
-// One for each file of the family, called by the one above.
 void AddDeptIdCommand(CLI::App& app);
 void AddPrintCommand(CLI::App& app);
 void AddStatusCommand(CLI::App& app);

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/element_document.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 
@@ -24,10 +25,8 @@ std::string EntryName(IXMLDOMNode* entry) {
 PrinterReport::Level LevelOf(IXMLDOMNode* entry) {
     PrinterReport::Level level{TextAt(entry, L"pri:Level"), {}};
     if (level.text == "-1") level.text.clear();
-    unsigned value = 0;
-    const char* end = level.text.data() + level.text.size();
-    const auto parsed = std::from_chars(level.text.data(), end, value);
-    if (parsed.ec == std::errc() && parsed.ptr == end && value <= 100) level.percent = value;
+    const auto value = NumberIn(level.text);
+    if (value && *value <= 100) level.percent = value;
     return level;
 }
 
@@ -48,9 +47,9 @@ std::vector<PrinterReport::Condition> ConditionsOf(IXMLDOMNode* status) {
     std::vector<PrinterReport::Condition> conditions;
     for (const wchar_t* list : {L"pri:ActiveCondition", L"pri:ActiveConditions"}) {
         for (const auto& node : NodesAt(status, (std::wstring(list) + L"/pri:DeviceCondition").c_str())) {
-            std::string component = TextAt(node.Get(), L"pri:Component/pri:Group");
-            const std::string part = TextAt(node.Get(), L"pri:Component/pri:Name");
-            if (!part.empty()) component += (component.empty() ? "" : " ") + part;
+            std::string component = Joined({TextAt(node.Get(), L"pri:Component/pri:Group"),
+                                            TextAt(node.Get(), L"pri:Component/pri:Name")},
+                                           " ");
             if (component.empty()) component = TextAt(node.Get(), L"pri:Component");
             conditions.push_back(
                 {component, TextAt(node.Get(), L"pri:Name"), TextAt(node.Get(), L"pri:Severity")});
@@ -83,6 +82,13 @@ const std::string& PrinterReport::Consumable::Title() const {
     // What has no colour, such as waste toner, is of the colour Other.
     const bool coloured = !colour.empty() && (colour != "Other" || name.empty());
     return coloured ? colour : name;
+}
+
+std::optional<unsigned> NumberIn(const std::string& text) {
+    unsigned value = 0;
+    const char* end = text.data() + text.size();
+    const auto parsed = std::from_chars(text.data(), end, value);
+    return parsed.ec == std::errc() && parsed.ptr == end ? std::optional(value) : std::nullopt;
 }
 
 PrinterReport AskPrinter(const std::string& url) {
@@ -119,8 +125,7 @@ PrinterReport AskPrinter(const std::string& url) {
 }
 
 std::string ConditionText(const PrinterReport::Condition& condition) {
-    std::string text = condition.component;
-    if (!condition.name.empty()) text += (text.empty() ? "" : ": ") + condition.name;
+    const std::string text = Joined({condition.component, condition.name}, ": ");
     return condition.severity.empty() ? text : text + " (" + condition.severity + ")";
 }
 

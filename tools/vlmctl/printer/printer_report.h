@@ -57,6 +57,9 @@ inline constexpr unsigned kLowPercent = 10;
 // when it tells nothing. For threads with COM initialised.
 PrinterReport AskPrinter(const std::string& url);
 
+// Empty unless the whole text is a number.
+std::optional<unsigned> NumberIn(const std::string& text);
+
 // "InputTray Tray1: MediaEmpty (Warning)"
 std::string ConditionText(const PrinterReport::Condition& condition);
 

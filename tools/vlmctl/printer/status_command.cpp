@@ -8,7 +8,7 @@
 
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "tools/vlmctl/console/input.h"
+#include "tools/vlmctl/console/files.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/printer/fleet.h"
 #include "tools/vlmctl/printer/printer_commands.h"
@@ -63,13 +63,6 @@ void PrintLevels(const char* title, const std::vector<Row>& rows) {
         line.erase(line.find_last_not_of(' ') + 1);
         PrintLine("{}", line);
     }
-}
-
-std::string Joined(const std::vector<std::string>& texts, const char* separator) {
-    std::string joined;
-    for (const std::string& text : texts)
-        if (!text.empty()) joined += (joined.empty() ? "" : separator) + text;
-    return joined;
 }
 
 void PrintRow(const char* name, const std::string& text) {

@@ -1,7 +1,5 @@
 // vlmctl wsd: a printer's WSD elements, as the monitor sees them.
 #include <CLI/CLI.hpp>
-#include <filesystem>
-#include <fstream>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -10,6 +8,7 @@
 #include "soap/streams.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
+#include "tools/vlmctl/console/files.h"
 #include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/exchange/element_document.h"
 #include "tools/vlmctl/exchange/failure.h"
@@ -65,13 +64,6 @@ void PrintElement(IXMLDOMNode* element, const NamespaceDeclarations& declaration
     Print(text);
 }
 
-std::string Listed(const std::vector<std::string>& names) {
-    std::string list;
-    for (const std::string& name : names)
-        list += (list.empty() ? "" : ", ") + name;
-    return list;
-}
-
 // Which of the names no part of the answer is about.
 std::vector<std::string> Unanswered(const std::vector<std::string>& names, const ElementDocument& document) {
     std::set<std::string> answered;
@@ -95,13 +87,6 @@ std::string FetchBoth(const std::string& url, const std::wstring& query, std::st
     return clean;
 }
 
-void Save(const std::string& name, const std::string& answer) {
-    std::ofstream file(std::filesystem::path(FromUtf8(name)), std::ios::binary | std::ios::trunc);
-    file << answer;
-    file.close();
-    if (!file) throw CommandError("cannot write " + Shown(name));
-}
-
 void PrintElements(const WsdOptions& options) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     const std::wstring query = QueryForElements(options.names, ParseDeclarations(options.namespaces));
@@ -114,7 +99,7 @@ void PrintElements(const WsdOptions& options) {
     const std::vector<std::string> invalid = InvalidNames(document);
     const std::vector<std::string> unanswered = Unanswered(options.names, document);
     if (!options.save.empty()) {
-        Save(options.save, answer);
+        WriteOutput(options.save, answer);
     } else if (options.json) {
         Json elements = Json::array();
         for (const ComPtr<IXMLDOMNode>& part : document.Parts())
@@ -128,9 +113,10 @@ void PrintElements(const WsdOptions& options) {
             PrintElement(part.Get());
     }
     std::string problem;
-    if (!invalid.empty()) problem = "the printer has no valid " + Listed(invalid);
+    if (!invalid.empty()) problem = fmt::format("the printer has no valid {}", fmt::join(invalid, ", "));
     if (!unanswered.empty())
-        problem += (problem.empty() ? "" : "; ") + ("the printer did not send " + Listed(unanswered));
+        problem += fmt::format("{}the printer did not send {}", problem.empty() ? "" : "; ",
+                               fmt::join(unanswered, ", "));
     if (!problem.empty()) throw CommandError(problem, ValidNames(document).empty() ? kNothingFound : kFailed);
 }
 

@@ -8,10 +8,6 @@ class App;
 
 namespace vlm::ctl {
 
-// What the program calls.
-void AddRemoteCommands(CLI::App& app);
-
-// One for each file of the family, called by the one above.
 void AddRpcCommands(CLI::App& app);
 void AddVpcaCommands(CLI::App& app);
 

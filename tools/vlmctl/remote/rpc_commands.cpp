@@ -174,16 +174,9 @@ void Run(const RpcOptions& options, const std::function<RpcReply()>& makeCall) {
         PrintLine("{} {}", outcome, count);
 }
 
-template <typename Number>
-std::vector<Number> Numbers(const std::vector<std::string>& texts, const std::string& what,
-                            std::uint32_t most) {
-    if (texts.size() > kMostArguments)
+void CheckCount(size_t count, const char* what) {
+    if (count > kMostArguments)
         throw CommandError(fmt::format("more than {} {}s", kMostArguments, what), kWrongUsage);
-    std::vector<Number> numbers;
-    numbers.reserve(texts.size());
-    for (const std::string& text : texts)
-        numbers.push_back(static_cast<Number>(ParseNumber(text, what, most)));
-    return numbers;
 }
 
 void Query(const RpcOptions& options) {
@@ -199,8 +192,10 @@ void Command(const RpcOptions& options) {
     command.value2 = ParseNumber(options.values.at(1), "value");
     command.word = static_cast<std::uint16_t>(ParseNumber(options.word, "word", 0xFFFF));
     command.kind = static_cast<std::uint8_t>(ParseNumber(options.kind, "address kind", 0xFF));
-    command.longs = Numbers<std::uint32_t>(options.longs, "32-bit id", 0xFFFFFFFF);
-    command.shorts = Numbers<std::uint16_t>(options.shorts, "16-bit id", 0xFFFF);
+    CheckCount(options.longs.size(), "32-bit id");
+    CheckCount(options.shorts.size(), "16-bit id");
+    command.longs = ParseNumbers<std::uint32_t>(options.longs, "32-bit id");
+    command.shorts = ParseNumbers<std::uint16_t>(options.shorts, "16-bit id");
     const std::uint32_t capacity = ParseNumber(options.capacity, "capacity", kMostReply);
     const std::string printer = InCodePage(options.printer);
     Run(options, [=, client = ClientFor(options)] { return client->Command(printer, command, capacity); });

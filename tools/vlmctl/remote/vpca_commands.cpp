@@ -7,7 +7,7 @@
 
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "tools/vlmctl/console/input.h"
+#include "tools/vlmctl/console/files.h"
 #include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/remote/hex_text.h"
 #include "tools/vlmctl/remote/remote_commands.h"
@@ -80,12 +80,8 @@ void Encode(const VpcaOptions& options, bool query) {
         header.operation = vpca::kReadDataBlock;
         body = vpca::DataBlockRequest{ParseNumber(options.dataId, "data id")};
     } else {
-        longs.reserve(options.longs.size());
-        shorts.reserve(options.shorts.size());
-        for (const std::string& id : options.longs)
-            longs.push_back(ParseNumber(id, "32-bit id"));
-        for (const std::string& id : options.shorts)
-            shorts.push_back(static_cast<std::uint16_t>(ParseNumber(id, "16-bit id", 0xFFFF)));
+        longs = ParseNumbers<std::uint32_t>(options.longs, "32-bit id");
+        shorts = ParseNumbers<std::uint16_t>(options.shorts, "16-bit id");
         header.operation = vpca::kReadAttribute;
         request.firstWord = static_cast<std::uint16_t>(ParseNumber(options.word, "word", 0xFFFF));
         request.longIdCount = static_cast<std::uint16_t>(longs.size());

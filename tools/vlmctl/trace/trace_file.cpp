@@ -1,6 +1,7 @@
 #include "tools/vlmctl/trace/trace_file.h"
 
 #include "tools/vlmctl/console/command.h"
+#include "tools/vlmctl/console/files.h"
 #include "util/text.h"
 
 namespace vlm::ctl {
@@ -120,16 +121,8 @@ bool TraceFile::TakeLine(std::string* line) {
 
 // The next bytes of the buffer, without the carriage return of a line's end.
 std::string TraceFile::Text(size_t size) const {
-    std::string text;
-    if (wide_) {
-        std::wstring characters;
-        for (size_t i = taken_; i + 1 < taken_ + size; i += 2)
-            characters += static_cast<wchar_t>(static_cast<unsigned char>(buffer_[i]) |
-                                               static_cast<unsigned char>(buffer_[i + 1]) << 8);
-        text = ToUtf8(characters);
-    } else {
-        text = buffer_.substr(taken_, size);
-    }
+    const std::string_view bytes = std::string_view(buffer_).substr(taken_, size);
+    std::string text = wide_ ? DecodeUtf16(bytes) : std::string(bytes);
     if (text.ends_with('\r')) text.pop_back();
     return text;
 }

@@ -16,26 +16,23 @@ using namespace std::chrono;
 // A date and time of day, without saying where.
 using WallTime = local_time<milliseconds>;
 
+// From 1601, in units of 100 ns, as Windows counts.
+using FileTicks = duration<long long, std::ratio<1, 10'000'000>>;
+constexpr seconds kFileEpoch(-11'644'473'600);
+
 SYSTEMTIME FieldsOf(milliseconds sinceEpoch) {
-    const sys_time<milliseconds> time(sinceEpoch);
-    const auto day = floor<days>(time);
-    const year_month_day date(day);
-    const hh_mm_ss clock(time - day);
+    const long long ticks = FileTicks(sinceEpoch - kFileEpoch).count();
+    const FILETIME time{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)};
     SYSTEMTIME fields{};
-    fields.wYear = static_cast<WORD>(static_cast<int>(date.year()));
-    fields.wMonth = static_cast<WORD>(static_cast<unsigned>(date.month()));
-    fields.wDay = static_cast<WORD>(static_cast<unsigned>(date.day()));
-    fields.wHour = static_cast<WORD>(clock.hours().count());
-    fields.wMinute = static_cast<WORD>(clock.minutes().count());
-    fields.wSecond = static_cast<WORD>(clock.seconds().count());
-    fields.wMilliseconds = static_cast<WORD>(clock.subseconds().count());
+    FileTimeToSystemTime(&time, &fields);
     return fields;
 }
 
 milliseconds SinceEpoch(const SYSTEMTIME& fields) {
-    const sys_days day = year(fields.wYear) / month(fields.wMonth) / std::chrono::day(fields.wDay);
-    return day.time_since_epoch() + hours(fields.wHour) + minutes(fields.wMinute) + seconds(fields.wSecond) +
-           milliseconds(fields.wMilliseconds);
+    FILETIME time{};
+    SystemTimeToFileTime(&fields, &time);
+    const auto ticks = static_cast<long long>(time.dwHighDateTime) << 32 | time.dwLowDateTime;
+    return duration_cast<milliseconds>(FileTicks(ticks)) + kFileEpoch;
 }
 
 WallTime ToLocal(TraceTime time) {

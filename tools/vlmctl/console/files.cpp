@@ -1,8 +1,11 @@
-#include "tools/vlmctl/console/input.h"
+#include "tools/vlmctl/console/files.h"
 
 #include <windows.h>
 
 #include <fmt/format.h>
+
+#include <filesystem>
+#include <fstream>
 
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
@@ -10,20 +13,6 @@
 #include "util/text.h"
 
 namespace vlm::ctl {
-
-namespace {
-
-std::string FromUtf16(const std::string& bytes, bool networkOrder) {
-    std::wstring text;
-    for (size_t i = 2; i + 1 < bytes.size(); i += 2) {
-        const auto low = static_cast<unsigned char>(bytes[i + (networkOrder ? 1 : 0)]);
-        const auto high = static_cast<unsigned char>(bytes[i + (networkOrder ? 0 : 1)]);
-        text += static_cast<wchar_t>(low | high << 8);
-    }
-    return ToUtf8(text);
-}
-
-}  // namespace
 
 std::string ReadInput(const std::string& file, size_t most) {
     File opened;
@@ -54,9 +43,27 @@ std::string ReadInput(const std::string& file, size_t most) {
     }
 }
 
+void WriteOutput(const std::string& file, const std::string& bytes) {
+    std::ofstream stream(std::filesystem::path(FromUtf8(file)), std::ios::binary | std::ios::trunc);
+    stream << bytes;
+    stream.close();
+    if (!stream) throw CommandError("cannot write " + Shown(file));
+}
+
+std::string DecodeUtf16(std::string_view bytes, bool networkOrder) {
+    std::wstring text;
+    for (size_t i = 0; i + 1 < bytes.size(); i += 2) {
+        const auto low = static_cast<unsigned char>(bytes[i + (networkOrder ? 1 : 0)]);
+        const auto high = static_cast<unsigned char>(bytes[i + (networkOrder ? 0 : 1)]);
+        text += static_cast<wchar_t>(low | high << 8);
+    }
+    return ToUtf8(text);
+}
+
 std::string DecodeText(const std::string& bytes) {
-    if (bytes.starts_with("\xFF\xFE")) return FromUtf16(bytes, false);
-    if (bytes.starts_with("\xFE\xFF")) return FromUtf16(bytes, true);
+    const std::string_view text(bytes);
+    if (text.starts_with("\xFF\xFE")) return DecodeUtf16(text.substr(2));
+    if (text.starts_with("\xFE\xFF")) return DecodeUtf16(text.substr(2), true);
     return bytes.starts_with("\xEF\xBB\xBF") ? bytes.substr(3) : bytes;
 }
 
