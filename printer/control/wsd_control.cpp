@@ -106,7 +106,7 @@ json ToJson(const MachineState& state) {
 
 void AddWsdControl(HttpServer& server, HttpFaults& faults, WsdService& wsd, Machine& machine) {
     const auto state = [&faults, &wsd] {
-        return json{{"fault", ToJson(faults.CurrentFault())}, {"style", ToJson(wsd.Style())}};
+        return json{{"fault", ToJson(faults.CurrentFault())}, {"style", ToJson(wsd.style.Get())}};
     };
     AddGet(server, "/wsd", state);
     AddRequests(server, "/wsd/requests", wsd.Requests(), state);
@@ -114,8 +114,8 @@ void AddWsdControl(HttpServer& server, HttpFaults& faults, WsdService& wsd, Mach
         server, "/wsd/fault", [&faults](const std::string& body) { faults.SetFault(ParseHttpFault(body)); },
         [&faults] { faults.ClearFault(); }, state);
     AddSetting(
-        server, "/wsd/style", [&wsd](const std::string& body) { wsd.SetStyle(ParseStyle(body)); },
-        [&wsd] { wsd.SetStyle({}); }, state);
+        server, "/wsd/style", [&wsd](const std::string& body) { wsd.style.Set(ParseStyle(body)); },
+        [&wsd] { wsd.style.Set({}); }, state);
     AddGet(server, "/machine", [&machine] { return ToJson(machine.State()); });
     server.Route("PUT", "/machine", [&machine](const HttpRequest& request, HttpResponse& response) {
         try {

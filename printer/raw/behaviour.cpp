@@ -1,7 +1,5 @@
 #include "printer/raw/behaviour.h"
 
-#include <utility>
-
 namespace vlm::printer {
 std::optional<std::string> FindFlaw(const Fault& fault) {
     if (fault.mode == FaultMode::kRefuse && (fault.after != 0 || fault.connections))
@@ -16,16 +14,6 @@ std::optional<std::string> FindFlaw(const Fault& fault) {
 bool Behaviour::Refusing() const {
     const auto fault = CurrentFault();
     return fault && fault->mode == FaultMode::kRefuse;
-}
-
-void Behaviour::SetAnswer(Answer answer) {
-    const std::scoped_lock lock(mutex_);
-    answer_ = std::move(answer);
-}
-
-Answer Behaviour::CurrentAnswer() const {
-    const std::scoped_lock lock(mutex_);
-    return answer_;
 }
 
 }  // namespace vlm::printer

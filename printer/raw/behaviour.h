@@ -2,11 +2,11 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "printer/shared/fault_slot.h"
+#include "printer/shared/guarded.h"
 #include "printer/shared/name_table.h"
 
 namespace vlm::printer {
@@ -49,12 +49,7 @@ class Behaviour : public FaultSlot<Fault> {
  public:
     bool Refusing() const;
 
-    void SetAnswer(Answer answer);
-    Answer CurrentAnswer() const;
-
- private:
-    mutable std::mutex mutex_;
-    Answer answer_;
+    Guarded<Answer> answer;
 };
 
 // What applies to one connection, from its accept on. A stalled one reads on when its fault is cleared.

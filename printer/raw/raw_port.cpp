@@ -122,7 +122,7 @@ void RawPort::AcceptLoop() {
 void RawPort::AcceptOne() {
     UniqueFd socket = Accept(listener_, stop_);
     if (!socket) return;
-    ConnectionOrders orders{behaviour_.TakeFault(), behaviour_.CurrentAnswer()};
+    ConnectionOrders orders{behaviour_.TakeFault(), behaviour_.answer.Get()};
     Connection& connection = connections_.emplace_back();
     ++openConnections_;
     try {

@@ -44,8 +44,8 @@ class RawPort {
     void ClearFault();
     std::optional<Fault> CurrentFault() const { return behaviour_.CurrentFault(); }
 
-    void SetAnswer(Answer answer) { behaviour_.SetAnswer(std::move(answer)); }
-    Answer CurrentAnswer() const { return behaviour_.CurrentAnswer(); }
+    void SetAnswer(Answer answer) { behaviour_.answer.Set(std::move(answer)); }
+    Answer CurrentAnswer() const { return behaviour_.answer.Get(); }
 
     VpcaDevice& Device() { return device_; }  // what answers on the connections that are no documents
 

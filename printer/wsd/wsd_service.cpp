@@ -12,16 +12,6 @@ constexpr std::size_t kShownBody = std::size_t{64} << 10;  // of a request, in t
 
 }  // namespace
 
-void WsdService::SetStyle(WsdStyle style) {
-    const std::scoped_lock lock(mutex_);
-    style_ = std::move(style);
-}
-
-WsdStyle WsdService::Style() const {
-    const std::scoped_lock lock(mutex_);
-    return style_;
-}
-
 void WsdService::Answer(const HttpRequest& http, HttpResponse& response, const char* scheme) {
     const WsdRequest request = ReadWsdRequest(http.Header("Content-Type"), http.body);
 
@@ -38,7 +28,7 @@ void WsdService::Answer(const HttpRequest& http, HttpResponse& response, const c
          {"names", std::move(names)},
          {"findings", request.findings}});
     if (request.findings.empty())
-        response.Set(WsdAnswer(request, machine_.State(), Style()), kSoapType);
+        response.Set(WsdAnswer(request, machine_.State(), style.Get()), kSoapType);
     else
         Refuse("WSD request", request, response, request.messageId);
 }

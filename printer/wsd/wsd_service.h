@@ -1,8 +1,7 @@
 // The WSD print service: SOAP 1.2 at /wsd/print/. docs/wsd.md describes the exchange.
 #pragma once
 
-#include <mutex>
-
+#include "printer/shared/guarded.h"
 #include "printer/shared/machine.h"
 #include "printer/soap/soap_ports.h"
 #include "printer/wsd/wsd_answer.h"
@@ -17,13 +16,10 @@ class WsdService : public SoapService {
 
     void Answer(const HttpRequest& http, HttpResponse& response, const char* scheme) override;
 
-    void SetStyle(WsdStyle style);
-    WsdStyle Style() const;
+    Guarded<WsdStyle> style;
 
  private:
     const Machine& machine_;
-    mutable std::mutex mutex_;
-    WsdStyle style_;
 };
 
 }  // namespace vlm::printer
