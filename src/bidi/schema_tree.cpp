@@ -90,7 +90,8 @@ void SchemaTree::AppendNameable(const SchemaElement& parent, std::wstring_view n
     const auto candidates = withParameters_.find(&parent);
     if (candidates == withParameters_.end()) return;
     for (const SchemaElement* child : candidates->second) {
-        if (accept(*child) && CanBecome(*child->name, name, parameters_)) found.push_back(child);
+        if (child->name && accept(*child) && CanBecome(*child->name, name, parameters_))
+            found.push_back(child);
     }
 }
 
