@@ -2,8 +2,7 @@
 //
 // Every block that these functions hand out comes from the router (CSplssMgr) and may be given to the
 // spooler, which frees it. No function throws: what could not be allocated is null, or a result code, and
-// leaves a line in the trace. Its functions are const and any number of threads may call them on one object;
-// it is made and destroyed while nobody else uses it.
+// leaves a line in the trace. Any number of threads may call its const functions on one object at once.
 #pragma once
 
 #include "util/splssmgr.h"

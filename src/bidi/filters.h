@@ -15,9 +15,9 @@ class AnswerSearch {
     AnswerSearch(const CXMLDoc& answer, AnswerShape shape, QueryBudget& budget)
         : answer_(answer), shape_(std::move(shape)), budget_(budget) {}
 
-    // The first match in document order, or null; all matches. `cause` is the element whose filter this is. A
-    // filter that is no XPath, or uses a prefix that is not declared, throws CComErrorEx; so does one that
-    // would search longer than the budget allows, before it is run.
+    // The first match in document order, or null; all matches. `cause` is the element with the filter. Throws
+    // CComErrorEx if the filter is not XPath or uses an undeclared prefix, and, before it is run, if it would
+    // search longer than the budget allows.
     ComPtr<IXMLDOMNode> First(const std::wstring& filter, const SchemaElement& cause) const;
     ComPtr<IXMLDOMNodeList> All(const std::wstring& filter, const SchemaElement& cause) const;
 

@@ -15,7 +15,7 @@ struct SchemaPath {
     std::optional<std::wstring_view> leaf;  // what follows the first ":", also when that is empty
 };
 
-// Backslashes and dots separate properties; empty ones vanish. Nothing is ever refused.
+// Backslashes and dots separate properties; empty ones are dropped. Every text is a path.
 SchemaPath ParseSchemaPath(std::wstring_view path);
 
 }  // namespace vlm

@@ -33,8 +33,8 @@ HRESULT GiveText(const std::wstring& text, BSTR* out) {
     return *out != nullptr ? S_OK : E_OUTOFMEMORY;
 }
 
-// The first declaration of each prefix among the Schema elements, in document order. Each is registered with
-// XPath for every filter, so there may not be many.
+// The first declaration of each prefix among the Schema elements, in document order. Their number is limited:
+// each is registered with XPath for every filter.
 std::vector<NamespaceDeclaration> PrefixesOf(const SchemaTree& tree) {
     constexpr size_t kMostPrefixes = 256;
     std::vector<NamespaceDeclaration> prefixes;

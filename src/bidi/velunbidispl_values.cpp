@@ -32,8 +32,7 @@ constexpr struct {
     {L"BIDI_BOOL", BIDI_BOOL}, {L"BIDI_BLOB", BIDI_BLOB},
 };
 
-// A number does not depend on the locale that somebody has set for the process. 0 for a text that begins with
-// none.
+// Independent of the process's locale. 0 for a text that does not begin with a number.
 float FloatIn(std::wstring_view text) {
     const size_t begin = text.find_first_not_of(L" \t\r\n");
     if (begin == std::wstring_view::npos) return 0;

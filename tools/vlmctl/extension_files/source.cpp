@@ -127,7 +127,7 @@ class TreeBuilder final : public SaxHandler {
 };
 
 #if defined(__GNUC__)
-// COM interfaces have no virtual destructors by design; nobody deletes through them.
+// COM interfaces have no virtual destructors by design; objects are not deleted through them.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 #endif
