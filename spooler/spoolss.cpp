@@ -51,7 +51,7 @@ void NoteAllocated(Heap& heap, void* address, Block block) VLM_REQUIRES(heap.loc
 
 void* Allocate(size_t size) {
     Heap& heap = TheHeap();
-    const vlm::ExclusiveScope exclusive(heap.lock);
+    const vlm::LockGuard exclusive(heap.lock);
     ++heap.counters.allocations;
     if (heap.failFrom != 0 && heap.counters.allocations >= heap.failFrom) {
         SetLastError(ERROR_NOT_ENOUGH_MEMORY);
@@ -79,7 +79,7 @@ void* Allocate(size_t size) {
 void Free(void* block) {
     if (block == nullptr) return;
     Heap& heap = TheHeap();
-    const vlm::ExclusiveScope exclusive(heap.lock);
+    const vlm::LockGuard exclusive(heap.lock);
     const auto found = heap.live.find(block);
     if (found == heap.live.end()) {
         ++heap.counters.badFrees;
@@ -148,19 +148,19 @@ DWORD WINAPI RouterFreeBidiResponseContainer(PBIDI_RESPONSE_CONTAINER container)
 
 void StandInRouterCounters(RouterCounters* counters) {
     Heap& heap = TheHeap();
-    const vlm::ExclusiveScope exclusive(heap.lock);
+    const vlm::LockGuard exclusive(heap.lock);
     *counters = heap.counters;
 }
 
 void StandInGuardBlocks(BOOL guarded) {
     Heap& heap = TheHeap();
-    const vlm::ExclusiveScope exclusive(heap.lock);
+    const vlm::LockGuard exclusive(heap.lock);
     heap.guarded = guarded != FALSE;
 }
 
 void StandInResetAllocations(LONG64 failFrom) {
     Heap& heap = TheHeap();
-    const vlm::ExclusiveScope exclusive(heap.lock);
+    const vlm::LockGuard exclusive(heap.lock);
     heap.counters.allocations = 0;
     heap.failFrom = failFrom;
 }

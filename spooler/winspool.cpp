@@ -62,7 +62,7 @@ bool Enter(const char* function, const std::wstring& arguments) {
     DWORD delay = 0;
     DWORD error = ERROR_SUCCESS;
     {
-        const vlm::ExclusiveScope exclusive(spoolerLock);
+        const vlm::LockGuard exclusive(spoolerLock);
         spooler.log += std::wstring(function, function + std::char_traits<char>::length(function));
         spooler.log += L"(" + arguments + L")\n";
         for (PendingRule& pending : spooler.rules) {
@@ -90,7 +90,7 @@ std::shared_ptr<Printer> FindByName(const std::wstring& name) VLM_REQUIRES(spool
 }
 
 std::shared_ptr<Printer> FindByHandle(HANDLE handle) {
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     const auto found = TheSpooler().handles.find(handle);
     if (found != TheSpooler().handles.end()) return found->second;
     SetLastError(ERROR_INVALID_HANDLE);
@@ -183,7 +183,7 @@ extern "C" {
 BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
     if (!Enter("OpenPrinterW", TextOrEmpty(name))) return FALSE;
     Spooler& spooler = TheSpooler();
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     const std::shared_ptr<Printer> printer = FindByName(TextOrEmpty(name));
     if (printer == nullptr) {
         SetLastError(ERROR_INVALID_PRINTER_NAME);
@@ -196,7 +196,7 @@ BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {
 
 BOOL WINAPI ClosePrinter(HANDLE handle) {
     if (!Enter("ClosePrinter", NameOf(handle))) return FALSE;
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     if (TheSpooler().handles.erase(handle) == 1) return TRUE;
     SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
@@ -226,7 +226,7 @@ BOOL WINAPI EnumPrintersW(DWORD flags, LPWSTR, DWORD level, LPBYTE buffer, DWORD
         SetLastError(ERROR_INVALID_LEVEL);
         return FALSE;
     }
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     const auto& printers = TheSpooler().printers;
     Packer packer(buffer, capacity, printers.size() * sizeof(PRINTER_INFO_2W));
     std::vector<PRINTER_INFO_2W> infos(printers.size());
@@ -261,7 +261,7 @@ BOOL WINAPI GetJobW(HANDLE handle, DWORD id, DWORD level, LPBYTE buffer, DWORD c
     if (!Enter("GetJobW", JobText(handle, id, L"level " + std::to_wstring(level)))) return FALSE;
     const std::shared_ptr<Printer> printer = FindByHandle(handle);
     if (printer == nullptr) return FALSE;
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     const auto found = printer->jobs.find(id);
     if (found == printer->jobs.end() || level != 1) {
         SetLastError(level != 1 ? ERROR_INVALID_LEVEL : ERROR_INVALID_PARAMETER);
@@ -298,7 +298,7 @@ BOOL WINAPI GetPrintProcessorDirectoryW(LPWSTR, LPWSTR, DWORD, LPBYTE buffer, DW
 
 void StandInReset() {
     Spooler& spooler = TheSpooler();
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     spooler.printers.clear();
     spooler.rules.clear();
     spooler.log.clear();
@@ -315,14 +315,14 @@ BOOL StandInAddPrinter(const PrinterDescription* description) {
         for (; *file != L'\0'; file += std::wcslen(file) + 1)
             printer->dependentFiles.append(file).push_back(L'\0');
     }
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     if (FindByName(printer->name) != nullptr) return FALSE;
     TheSpooler().printers.push_back(std::move(printer));
     return TRUE;
 }
 
 BOOL StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD status) {
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     const std::shared_ptr<Printer> printer = FindByName(TextOrEmpty(name));
     if (printer == nullptr) return FALSE;
     printer->jobs[id] = Job{TextOrEmpty(document), status};
@@ -330,20 +330,20 @@ BOOL StandInSetJob(const wchar_t* name, DWORD id, const wchar_t* document, DWORD
 }
 
 BOOL StandInAddRule(const Rule* rule) {
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     TheSpooler().rules.push_back({rule->function, *rule});
     return TRUE;
 }
 
 LONG StandInOpenHandles() {
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     return static_cast<LONG>(TheSpooler().handles.size());
 }
 
 // Copies the log, without a terminator, when it fits into `capacity` characters; returns its length either
 // way.
 DWORD StandInReadLog(wchar_t* buffer, DWORD capacity) {
-    const vlm::ExclusiveScope exclusive(spoolerLock);
+    const vlm::LockGuard exclusive(spoolerLock);
     const std::wstring& log = TheSpooler().log;
     if (log.size() <= capacity) std::copy(log.begin(), log.end(), buffer);
     return static_cast<DWORD>(log.size());

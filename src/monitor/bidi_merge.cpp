@@ -1,8 +1,8 @@
 #include "monitor/bidi_merge.h"
 
 #include <cstddef>
+#include <map>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -12,36 +12,25 @@ namespace vlm {
 
 namespace {
 
-// What two entries must have in common to answer the same question.
-struct Question {
-    std::wstring_view schema;
-    DWORD number;
-    bool operator==(const Question&) const = default;
-};
+// What two entries must have in common to answer the same question: schema and request number.
+using Question = std::pair<std::wstring_view, DWORD>;
 
 Question QuestionOf(const BIDI_RESPONSE_DATA& entry) {
     return {entry.pSchema != nullptr ? entry.pSchema : std::wstring_view(), entry.dwReqNumber};
 }
 
-struct QuestionHash {
-    size_t operator()(const Question& question) const {
-        return std::hash<std::wstring_view>()(question.schema) * 31 + question.number;
-    }
-};
-
 // The first entry for each question.
-using EntryIndex = std::unordered_map<Question, const BIDI_RESPONSE_DATA*, QuestionHash>;
+using EntryIndex = std::map<Question, const BIDI_RESPONSE_DATA*>;
 
 EntryIndex IndexOf(const BIDI_RESPONSE_CONTAINER& answer) {
     EntryIndex index;
-    index.reserve(answer.Count);
     for (DWORD i = 0; i < answer.Count; ++i)
         index.try_emplace(QuestionOf(answer.aData[i]), &answer.aData[i]);
     return index;
 }
 
-void Tally(const LmPort& port, const BIDI_RESPONSE_DATA& entry, AnsweredBy by, QueryTally& tally) {
-    TallyEntry(port.portName, entry.pSchema, entry.dwResult, by, &tally);
+void CountOne(const LmPort& port, const BIDI_RESPONSE_DATA& entry, AnsweredBy by, QueryMetrics& metrics) {
+    CountEntry(port.portName, entry.pSchema, entry.dwResult, by, &metrics);
 }
 
 struct PickedEntry {
@@ -77,7 +66,7 @@ bool IsEmpty(const BIDI_RESPONSE_CONTAINER* answer) {
 
 DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BIDI_RESPONSE_CONTAINER** lower,
                    DWORD version, DWORD flags, BIDI_RESPONSE_CONTAINER** merged, const LmPort& port,
-                   QueryTally& tally) {
+                   QueryMetrics& metrics) {
     *merged = nullptr;
     if (IsEmpty(*engine) && IsEmpty(*lower)) return ERROR_SUCCESS;
     if (IsEmpty(*engine) || IsEmpty(*lower)) {
@@ -85,7 +74,7 @@ DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BID
         *merged = std::exchange(by == AnsweredBy::kEngine ? *engine : *lower, nullptr);
         (*merged)->Version = version;
         (*merged)->Flags = flags;
-        TallyAll(port, *merged, by, tally);
+        CountAll(port, *merged, by, metrics);
         return ERROR_SUCCESS;
     }
     const auto picked = PickEntries(**engine, **lower);
@@ -99,14 +88,15 @@ DWORD MergeAnswers(const CBidiMem& memory, BIDI_RESPONSE_CONTAINER** engine, BID
     *merged = memory.Merge(container, nullptr, version, flags);
     if (*merged == nullptr) return ERROR_OUTOFMEMORY;
     for (const PickedEntry& each : picked)
-        Tally(port, *each.entry, each.by, tally);
+        CountOne(port, *each.entry, each.by, metrics);
     return ERROR_SUCCESS;
 }
 
-void TallyAll(const LmPort& port, const BIDI_RESPONSE_CONTAINER* answer, AnsweredBy by, QueryTally& tally) {
+void CountAll(const LmPort& port, const BIDI_RESPONSE_CONTAINER* answer, AnsweredBy by,
+              QueryMetrics& metrics) {
     if (answer == nullptr) return;
     for (DWORD i = 0; i < answer->Count; ++i)
-        Tally(port, answer->aData[i], by, tally);
+        CountOne(port, answer->aData[i], by, metrics);
 }
 
 }  // namespace vlm

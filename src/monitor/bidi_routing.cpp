@@ -50,28 +50,12 @@ DWORD GuardCode(const LmPort& port, Step&& step) noexcept {
     }
 }
 
-// An answer that is given back to the router at the end of the scope.
-class Answer {
- public:
-    explicit Answer(const CBidiMem& memory) : memory_(memory) {}
-    ~Answer() { memory_.FreeContainer(container_); }
-    Answer(const Answer&) = delete;
-    Answer& operator=(const Answer&) = delete;
-
-    // To be filled, or to be taken over by setting it to null.
-    BIDI_RESPONSE_CONTAINER** Place() { return &container_; }
-
- private:
-    const CBidiMem& memory_;
-    BIDI_RESPONSE_CONTAINER* container_ = nullptr;
-};
-
-// The road, in the order in which it happens.
+// The steps, in the order in which they happen.
 DWORD AnswerLocally(const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
                     BIDI_RESPONSE_CONTAINER** response);
 DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
-                        BIDI_RESPONSE_CONTAINER** response, QueryTally& tally);
-DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryTally& tally);
+                        BIDI_RESPONSE_CONTAINER** response, QueryMetrics& metrics);
+DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryMetrics& metrics);
 DWORD QueryEngine(const LmPort* port, const wchar_t* action, const BIDI_REQUEST_CONTAINER* request,
                   BIDI_RESPONSE_CONTAINER** response);
 Outcome AnswerFromPrinter(const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
@@ -83,22 +67,22 @@ DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUE
                 BIDI_RESPONSE_CONTAINER** response) noexcept {
     const OperationScope scope(port);
     const TraceClock::time_point begin = TraceClock::now();
-    QueryTally tally;
+    QueryMetrics metrics;
     const DWORD code = GuardCode(port, [&]() -> DWORD {
         if (port.lower.base.pfnSendRecvBidiDataFromPort != nullptr && !IsUsbPort(port))
-            return AnswerNetworkPort(port, accessBit, action, request, response, tally);
+            return AnswerNetworkPort(port, accessBit, action, request, response, metrics);
         const DWORD local = AnswerLocally(port, request, response);
         if (local != ERROR_SUCCESS) return Refuse(port, local, L"no local answer");
-        TallyAll(port, *response, AnsweredBy::kEngine, tally);
+        CountAll(port, *response, AnsweredBy::kEngine, metrics);
         return local;
     });
-    TraceQueryEnd(port.portName, action, code, tally, begin);
+    TraceQueryEnd(port.portName, action, code, metrics, begin);
     return code;
 }
 
 namespace {
 
-// One entry without value (232) for the request's first entry, for a port that has nobody to ask.
+// One entry without value (232) for the request's first entry, for a port without a Bidi source.
 DWORD AnswerLocally(const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
                     BIDI_RESPONSE_CONTAINER** response) {
     if (request == nullptr || response == nullptr) return ERROR_INVALID_PARAMETER;
@@ -109,7 +93,7 @@ DWORD AnswerLocally(const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
 }
 
 DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
-                        BIDI_RESPONSE_CONTAINER** response, QueryTally& tally) {
+                        BIDI_RESPONSE_CONTAINER** response, QueryMetrics& metrics) {
     if (action == nullptr || request == nullptr || response == nullptr)
         return Refuse(port, ERROR_INVALID_PARAMETER, L"a query without action, request or response");
     if (port.owner->IsPooledPrinter(port))
@@ -126,7 +110,7 @@ DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BI
     // and the lower monitor answers alone.
     const ComApartment apartment(COINIT_APARTMENTTHREADED);
     CBidiReq query(accessBit, action, request);
-    const DWORD code = QueryBidi(port, query, tally);
+    const DWORD code = QueryBidi(port, query, metrics);
     if (code != ERROR_SUCCESS) return code;
     *response = query.DetachResponse();
     return *response != nullptr ? ERROR_SUCCESS : Refuse(port, ERROR_NO_DATA, L"nothing to answer");
@@ -135,7 +119,7 @@ DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BI
 // Answers the request's open entries: "Get" and "GetAll" from the engine and the lower monitor together, any
 // other action from the lower monitor alone. The answer is put behind the response that the request holds,
 // and its entries are counted. A Win32 code; when both sources fail, the lower monitor's.
-DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryTally& tally) {
+DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryMetrics& metrics) {
     const CBidiMem& memory = port.owner->BidiMemory();
     if (!request.IsValid()) return Refuse(port, ERROR_INVALID_PARAMETER, L"no valid request");
     GlobalMemory unanswered;
@@ -145,27 +129,26 @@ DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryTally& tally) {
     const auto* reduced = static_cast<const BIDI_REQUEST_CONTAINER*>(unanswered.Get());
 
     const wchar_t* action = request.Action();
-    Answer answer(memory);
+    BidiAnswer answer(memory);
     const wchar_t* reason = nullptr;
-    const auto askLower = [&](Answer& lower) {
-        const DWORD code =
-            AskLower(port, request.AccessBit(), action, reduced, memory, lower.Place(), &reason);
+    const auto askLower = [&](BidiAnswer& lower) {
+        const DWORD code = AskLower(port, request.AccessBit(), action, reduced, &lower, &reason);
         return code == ERROR_SUCCESS ? code : Refuse(port, code, reason);
     };
     DWORD code = ERROR_SUCCESS;
     if (Equal(action, kGet) || Equal(action, kGetAll)) {
-        Answer engine(memory);
-        Answer lower(memory);
+        BidiAnswer engine(memory);
+        BidiAnswer lower(memory);
         const DWORD engineCode = QueryEngine(&port, action, reduced, engine.Place());
         code = askLower(lower);
         if (engineCode == ERROR_SUCCESS || code == ERROR_SUCCESS) {
             code = MergeAnswers(memory, engine.Place(), lower.Place(), reduced->Version, reduced->Flags,
-                                answer.Place(), port, tally);
+                                answer.Place(), port, metrics);
             if (code != ERROR_SUCCESS) Refuse(port, code, L"no memory for the merged answer");
         }
     } else {
         code = askLower(answer);
-        TallyAll(port, *answer.Place(), AnsweredBy::kLowerMonitor, tally);
+        CountAll(port, *answer.Place(), AnsweredBy::kLowerMonitor, metrics);
     }
     if (code != ERROR_SUCCESS) return code;
     if (!request.TakeResponse(answer.Place()))
@@ -227,7 +210,7 @@ DWORD GetBidiString(const LmPort& port, const wchar_t* schema, wchar_t* buffer, 
     const CBidiMem& memory = port.owner->BidiMemory();
     if (viaLower) return LowerText(port, schema, buffer, capacity, memory);
     const SchemaRequest request(schema);
-    Answer answer(memory);
+    BidiAnswer answer(memory);
     const DWORD code = QueryEngine(&port, kGet, request.Get(), answer.Place());
     return code == ERROR_SUCCESS ? FirstText(*answer.Place(), buffer, capacity) : code;
 }

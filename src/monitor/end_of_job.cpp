@@ -26,13 +26,10 @@ constexpr int kCompletionTries = 5;
 
 // The job's JOB_STATUS_… bits; 0 when the job cannot be read.
 DWORD JobStatus(const LmPort& port) {
-    DWORD size = 0;
-    GetJobW(port.printer, port.jobId, 1, nullptr, 0, &size);
-    if (size < sizeof(JOB_INFO_1W)) return 0;
-    const GlobalMemory buffer(GlobalAlloc(GPTR, size));
-    if (!buffer) return 0;
-    if (!GetJobW(port.printer, port.jobId, 1, static_cast<BYTE*>(buffer.Get()), size, &size)) return 0;
-    return static_cast<const JOB_INFO_1W*>(buffer.Get())->Status;
+    const GlobalMemory job = AskForRecord<JOB_INFO_1W>([&port](BYTE* buffer, DWORD size, DWORD* needed) {
+        return GetJobW(port.printer, port.jobId, 1, buffer, size, needed);
+    });
+    return job ? static_cast<const JOB_INFO_1W*>(job.Get())->Status : 0;
 }
 
 void NoteJobStatus(LmPort& port) {
@@ -72,15 +69,15 @@ void PollForCompletion(const LmPort& port) {
 void FinishJob(LmPort& port) {
     // The job's own things are taken out first: once the flag is down, a job whose wait for the lock has just
     // run out may have the port.
-    const HANDLE printer = std::exchange(port.printer, nullptr);
+    const PrinterHandle printer(std::exchange(port.printer, nullptr));
     const DWORD job = port.jobId;
     const DWORD flags =
         port.flags.fetch_and(~DWORD{LMPORT_JOB_ACTIVE | LMPORT_JOB_DELETING | LMPORT_JOB_RESTARTED});
-    if (printer == nullptr) return;
+    if (!printer) return;
     // A job that starts again has not been sent.
-    if ((flags & LMPORT_JOB_RESTARTED) == 0) SetJobW(printer, job, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
-    SetJobW(printer, job, 0, nullptr, JOB_CONTROL_LAST_PAGE_EJECTED);
-    ClosePrinter(printer);
+    if ((flags & LMPORT_JOB_RESTARTED) == 0)
+        SetJobW(printer.Get(), job, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER);
+    SetJobW(printer.Get(), job, 0, nullptr, JOB_CONTROL_LAST_PAGE_EJECTED);
 }
 
 }  // namespace
@@ -94,7 +91,7 @@ BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
         LastErrorKeeper keeper;
         // Whatever fails or throws below, the job ends and the port is free again.
         const ScopeExit finish([port] {
-            EndTally(*port);
+            TraceEndedJob(*port);
             FinishJob(*port);
             SetEvent(port->portEvent);
         });
@@ -107,7 +104,7 @@ BOOL WINAPI EndDocPort(HANDLE hPort) noexcept {
             // Some lower monitors answer FALSE to every end, as this one does, and leave no error.
             // A job whose writes failed says so itself.
             if (!ended && GetLastError() != before && GetLastError() != ERROR_SUCCESS &&
-                port->tally.failedWrites == 0)
+                port->metrics.failedWrites == 0)
                 TraceRefusal(port->portName, L"the lower monitor does not end the job's document",
                              GetLastError());
         }

@@ -119,7 +119,7 @@ KernelHandle EnsureThread(bool* started) {
     *started = false;
     if (thread != nullptr) {
         if (WaitForSingleObject(thread, 0) != WAIT_OBJECT_0) return ThreadToAwait();
-        CloseHandle(std::exchange(thread, nullptr));
+        KernelHandle(std::exchange(thread, nullptr)).Reset();
     }
     if (windowCreated.load() == nullptr) windowCreated.store(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     if (windowCreated.load() == nullptr) return {};
@@ -147,7 +147,7 @@ bool StartEventWindow() {
 }
 
 VLM_UNCHECKED void StopEventWindow() {
-    // Without the lock: nobody else is in the module any more, and an operation that an exception of the
+    // Without the lock: no other thread is in the module, and an operation that an exception of the
     // system's ended may have left it taken.
     if (thread == nullptr) return;
     // Without a window, or with one that takes no message any more, the thread is on its way out all the
@@ -156,8 +156,8 @@ VLM_UNCHECKED void StopEventWindow() {
     if (target != nullptr) PostMessageW(target, WM_DESTROY, 0, 0);
     AwaitThread(thread);
     window.store(nullptr, std::memory_order_release);
-    CloseHandle(std::exchange(thread, nullptr));
-    CloseHandle(windowCreated.exchange(nullptr));
+    KernelHandle(std::exchange(thread, nullptr)).Reset();
+    KernelHandle(windowCreated.exchange(nullptr)).Reset();
 }
 
 }  // namespace vlm

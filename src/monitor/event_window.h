@@ -1,8 +1,7 @@
-// The hidden window on a thread of its own, through which the process hears of a system suspend.
+// The hidden window, on its own thread, that receives the system's suspend notice.
 //
-// When the system announces a suspend the window raises the suspend flag (process_state.h): the connection to
-// a printer will not survive the sleep, so writes are refused until the next job starts. Systems before
-// Windows 6.0 do not get that guard.
+// On a suspend notice it raises the suspend flag (process_state.h): the connection to a printer will not
+// survive the sleep, so writes are refused until the next job starts. Not on systems before Windows 6.0.
 #pragma once
 
 namespace vlm {
@@ -10,8 +9,8 @@ namespace vlm {
 inline constexpr wchar_t kEventWindowClass[] = L"VLLM3MON_LM_CLASS";
 inline constexpr wchar_t kEventWindowTitle[] = L"VLLM3MON_LM_WINDOW";
 
-// True when the window is there: made now, or found because another initialisation or another process runs
-// it. Waits at most 100 s for the new thread's window, and not at all once that thread has given up.
+// True when the window exists: created now, or found because another initialisation or process has it. Waits
+// at most 100 s for the new thread's window, and stops waiting when that thread ends.
 bool StartEventWindow();
 
 // Ends the window thread of this module, waiting at most 3 s for it.

@@ -16,13 +16,7 @@ namespace vlm {
 
 namespace {
 
-struct PrinterTraits {
-    using Type = HANDLE;
-    static Type Invalid() { return nullptr; }
-    static void Close(Type printer) { ClosePrinter(printer); }
-};
-
-// Takes the first of a list that is no manager's any more out of it.
+// Removes and returns the first port of a list that no manager owns any more.
 LmPort* TakeFirst(LmPort*& list) VLM_EXCLUDES(processState.monitorLock) {
     const LockGuard guard(processState.monitorLock);
     LmPort* const first = list;
@@ -96,7 +90,7 @@ bool CLmMgr::CloseAllPorts() {
         const Inside inside = CutOff(*port);
         free = free && inside == Inside::kNobody;
         if (inside == Inside::kSomebody) continue;
-        Unique<PrinterTraits>(std::exchange(port->printer, nullptr)).Reset();
+        PrinterHandle(std::exchange(port->printer, nullptr)).Reset();
         KernelHandle(std::exchange(port->portEvent, nullptr)).Reset();
         if (inside == Inside::kNobody) FreePortRecord(port);
     }
@@ -110,14 +104,13 @@ std::wstring CLmMgr::PrinterNameOf(const LmPort& port) const {
 
 bool CLmMgr::IsPooledPrinter(const LmPort& port) const {
     std::wstring name = PrinterNameOf(port);
-    Unique<PrinterTraits> printer;
+    PrinterHandle printer;
     if (!OpenPrinterW(name.data(), printer.Receive(), nullptr)) return false;
-    DWORD size = 0;
-    GetPrinterW(printer.Get(), 2, nullptr, 0, &size);
-    const GlobalMemory buffer(GlobalAlloc(GPTR, size));
-    if (size < sizeof(PRINTER_INFO_2W) || !buffer) return false;
-    if (!GetPrinterW(printer.Get(), 2, static_cast<BYTE*>(buffer.Get()), size, &size)) return false;
-    const wchar_t* ports = static_cast<const PRINTER_INFO_2W*>(buffer.Get())->pPortName;
+    const GlobalMemory info = AskForRecord<PRINTER_INFO_2W>([&](BYTE* buffer, DWORD size, DWORD* needed) {
+        return GetPrinterW(printer.Get(), 2, buffer, size, needed);
+    });
+    if (!info) return false;
+    const wchar_t* ports = static_cast<const PRINTER_INFO_2W*>(info.Get())->pPortName;
     return ports != nullptr && std::wcschr(ports, L',') != nullptr;
 }
 

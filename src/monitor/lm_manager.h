@@ -30,13 +30,13 @@ class CLmMgr {
     // caller's to fill.
     LmPort* CreatePort(HANDLE lowerMonitor, const wchar_t* portName, const wchar_t* printerName)
         VLM_REQUIRES(processState.monitorLock);
-    // Unlinks the record and frees it with its names. A record that is not in the list is left alone: false.
+    // Unlinks the record and frees it with its names. False, and nothing done, if it is not in the list.
     bool RemovePort(LmPort* port) VLM_REQUIRES(processState.monitorLock);
-    // Bars every port at the same moment, then frees each with its event and, if open, its printer. Nothing
-    // below is called. Waits a bounded time for those who are inside (remote_ports.h); false when somebody
-    // still may be, in which case that port's record stays, and the manager has to as well.
+    // Bars all ports at once, then frees each with its event and, if open, its printer. Calls nothing below.
+    // Waits a bounded time for ports in use (remote_ports.h). False if one may still be in use: its record
+    // stays, and the manager has to stay as well.
     bool CloseAllPorts() VLM_EXCLUDES(processState.monitorLock);
-    // Whether the port's printer prints to several ports. A printer that cannot be asked is not pooled.
+    // Whether the port's printer prints to several ports. One that cannot be read counts as not pooled.
     bool IsPooledPrinter(const LmPort& port) const;
     // A copy of the port's printer name as it is now.
     std::wstring PrinterNameOf(const LmPort& port) const;
@@ -45,11 +45,10 @@ class CLmMgr {
     const CBidiMem& BidiMemory() const { return bidiMem_; }
 
  private:
-    const CBidiMem bidiMem_;                           // every container of a query goes through it
+    const CBidiMem bidiMem_;
     [[maybe_unused]] MONITORINIT* const monitorInit_;  // the spooler's, valid as long as the manager
     LmPort* ports_ VLM_GUARDED_BY(processState.monitorLock) = nullptr;
-    // The same records by their names, which they own. Of several with one name the first in the list is last
-    // here.
+    // The same records by name. Of several with the same name, the first in the list comes last here.
     std::multimap<const wchar_t*, LmPort*, NameLess> byName_ VLM_GUARDED_BY(processState.monitorLock);
 };
 

@@ -15,10 +15,10 @@ void FreePortRecord(LmPort* port) {
     GlobalFree(port);
 }
 
-bool EndTally(LmPort& port) {
-    const JobTally tally = std::exchange(port.tally, {});
-    if (tally.begin == TraceClock::time_point()) return false;
-    TraceJobEnd(port.portName, port.jobId, tally);
+bool TraceEndedJob(LmPort& port) {
+    const JobMetrics metrics = std::exchange(port.metrics, {});
+    if (metrics.begin == TraceClock::time_point()) return false;
+    TraceJobEnd(port.portName, port.jobId, metrics);
     return true;
 }
 

@@ -1,15 +1,14 @@
-// The port record: what the monitor knows of one open port. Its address is the port handle that the spooler
-// holds.
+// The port record: the state of one open port. Its address is the port handle that the spooler holds.
 //
 // OpenPortEx creates it, ClosePort or Shutdown frees it (CLmMgr does the work). The record and its two names
 // are zero-filled blocks of the global heap.
 //
-// Threads: the spooler uses one port from one thread at a time, but different ports at once. What is marked
-// so is touched under the monitor lock only. `portEvent`, `lowerPort` and `lower` are set under it, each
-// once, because a remote caller may find the port while it is being opened, and looks at them under the lock;
-// who has the port's handle or has found the port reads them without, since they do not change any more.
-// `flags` is atomic, because a remote caller marks a port too; `signature` is, because a Shutdown takes it
-// away; everything else belongs to the thread that runs the port's current operation.
+// Threads: the spooler uses one port from one thread at a time, but different ports at once. Marked members
+// are guarded by the monitor lock. `portEvent`, `lowerPort` and `lower` are set once each, under the lock,
+// because a remote caller may find the port while it is being opened; it copies them under the lock. Whoever
+// holds the port's handle, or has found the port, reads them without the lock: they no longer change. `flags`
+// is atomic because remote callers set it too, `signature` because Shutdown clears it. Everything else
+// belongs to the thread that runs the port's current operation.
 #pragma once
 
 #include <atomic>
@@ -25,8 +24,7 @@ namespace vlm {
 
 class CLmMgr;
 
-// The published table ends with pfnPowerEvent; some SDKs leave that slot out. This is its full shape with
-// either.
+// The published table ends with pfnPowerEvent, which some SDKs leave out. This has it with either SDK.
 template <typename Published, typename = void>
 struct WithPowerEvent {
     Published base;
@@ -51,13 +49,13 @@ enum LmPortFlag : DWORD {
     LMPORT_JOB_RESTARTED = 0x8,  // the job was being restarted then
 };
 
-// Who holds the record, and how far it is on its way out (remote_ports.h).
+// Who uses the record, and how far its closing has got (remote_ports.h).
 struct PortUse {
     // Remote callers.
     uint32_t callers VLM_GUARDED_BY(processState.monitorLock);
     // Operations of the spooler, but for WritePort and ReadPort, which must not count.
     uint32_t operations VLM_GUARDED_BY(processState.monitorLock);
-    // The close gave up waiting for them.
+    // The close has stopped waiting for the callers.
     bool lastCallerCloses VLM_GUARDED_BY(processState.monitorLock);
     std::atomic<bool> closing;    // nothing new is started below
     std::atomic<bool> belowGone;  // nothing below may be called at all
@@ -79,20 +77,20 @@ struct LmPort {
     HANDLE portEvent;     // the job lock: auto-reset, taken for a job or an exchange; may be null
     Monitor2Table lower;  // the lower monitor's operations; all null when it could not open the port
     PortUse use;
-    JobTally tally;  // of the job that runs; the only part of the record that WritePort adds to
+    JobMetrics metrics;  // of the running job; the only member that WritePort adds to
 };
 static_assert(std::is_standard_layout_v<LmPort>);
 static_assert(std::atomic<uint32_t>::is_always_lock_free && sizeof(std::atomic<uint32_t>) == sizeof(DWORD));
 
-// Says in the trace that the job has ended, if one had begun; whether one had.
-bool EndTally(LmPort& port);
+// Traces the end of the job. False if there is none.
+bool TraceEndedJob(LmPort& port);
 // Whether the port's name is that of a USB port.
 bool IsUsbPort(const LmPort& port);
-// Whether job status and completion are looked at: a USB port, and a name too short to be anything else, is
-// not.
+// Whether the status and completion of jobs are checked: not on a USB port, nor on one whose name is too
+// short for any other kind.
 bool IsNetworkPort(const LmPort& port);
 
-// Frees a record that is in no list, with its names. Nobody else knows it any more.
+// Frees a record that is in no list, with its names.
 VLM_UNCHECKED void FreePortRecord(LmPort* port);
 
 // A zero-terminated copy in a block of the global heap, or null when memory runs out.

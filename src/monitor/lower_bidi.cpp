@@ -2,16 +2,13 @@
 
 #include <cwchar>
 #include <string>
-#include <utility>
 
 #include "util/outcome.h"
 
 namespace vlm {
 
 DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
-               const BIDI_REQUEST_CONTAINER* request, const CBidiMem& memory,
-               BIDI_RESPONSE_CONTAINER** answer, const wchar_t** reason) noexcept {
-    *answer = nullptr;
+               const BIDI_REQUEST_CONTAINER* request, BidiAnswer* answer, const wchar_t** reason) noexcept {
     *reason = L"the lower monitor gave no answer";
     DWORD code = ERROR_SUCCESS;
     try {
@@ -19,12 +16,13 @@ DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
         if (ask == nullptr) return ERROR_NOT_SUPPORTED;
         if (port.use.closing.load()) return ERROR_OPERATION_ABORTED;
         // The slot's type lacks the const that its contract has: a request is only read.
-        code = ask(port.lowerPort, accessBit, action, const_cast<BIDI_REQUEST_CONTAINER*>(request), answer);
+        code = ask(port.lowerPort, accessBit, action, const_cast<BIDI_REQUEST_CONTAINER*>(request),
+                   answer->Place());
     } catch (...) {
         *reason = L"an exception came up from the lower monitor";
         code = Win32FromHresult(CaughtOutcome());
     }
-    if (code != ERROR_SUCCESS) memory.FreeContainer(std::exchange(*answer, nullptr));
+    if (code != ERROR_SUCCESS) answer->Free();
     return code;
 }
 
@@ -61,13 +59,10 @@ DWORD FirstText(const BIDI_RESPONSE_CONTAINER* answer, wchar_t* buffer, size_t c
 DWORD LowerText(const LmPort& port, const wchar_t* schema, wchar_t* buffer, size_t capacity,
                 const CBidiMem& memory) {
     const SchemaRequest request(schema);
-    BIDI_RESPONSE_CONTAINER* answer = nullptr;
+    BidiAnswer answer(memory);
     const wchar_t* reason = nullptr;
-    const DWORD code = AskLower(port, PRINTER_ACCESS_USE, L"Get", request.Get(), memory, &answer, &reason);
-    if (code != ERROR_SUCCESS) return code;
-    const DWORD taken = FirstText(answer, buffer, capacity);
-    memory.FreeContainer(answer);
-    return taken;
+    const DWORD code = AskLower(port, PRINTER_ACCESS_USE, L"Get", request.Get(), &answer, &reason);
+    return code == ERROR_SUCCESS ? FirstText(*answer.Place(), buffer, capacity) : code;
 }
 
 }  // namespace vlm

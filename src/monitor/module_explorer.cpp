@@ -9,7 +9,6 @@
 
 #include "util/handles.h"
 #include "util/hresult.h"
-#include "util/scope_exit.h"
 #include "util/trace.h"
 
 namespace vlm {
@@ -24,61 +23,61 @@ constexpr DWORD kPathCapacity = 260;
 // Longer than the capacity that the calls are told of, and zeroed, so that a text always ends.
 using PathBuffer = std::array<wchar_t, kPathCapacity + 1>;
 
-std::wstring WindowsDirectory() {
+// The path that `fill` writes into a buffer; empty when it writes none.
+template <typename Fill>
+std::wstring PathFrom(const Fill& fill) {
     PathBuffer buffer{};
-    GetWindowsDirectoryW(buffer.data(), kPathCapacity);
+    fill(buffer.data());
     return buffer.data();
+}
+
+std::wstring WindowsDirectory() {
+    return PathFrom([](wchar_t* path) { GetWindowsDirectoryW(path, kPathCapacity); });
 }
 
 std::wstring SystemDirectory() {
-    PathBuffer buffer{};
-    GetSystemDirectoryW(buffer.data(), kPathCapacity);
-    return buffer.data();
+    return PathFrom([](wchar_t* path) { GetSystemDirectoryW(path, kPathCapacity); });
 }
 
 std::wstring Environment(const wchar_t* name) {
-    PathBuffer buffer{};
-    GetEnvironmentVariableW(name, buffer.data(), kPathCapacity);
-    return buffer.data();
+    return PathFrom([name](wchar_t* path) { GetEnvironmentVariableW(name, path, kPathCapacity); });
 }
 
 // The next three are given the capacity in characters where they expect one in bytes: kept as it is. A longer
 // path is refused by the call, and none is longer.
 std::wstring PrinterDriverDirectory() {
-    PathBuffer buffer{};
-    DWORD needed = 0;
-    GetPrinterDriverDirectoryW(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(buffer.data()), kPathCapacity,
-                               &needed);
-    return buffer.data();
+    return PathFrom([](wchar_t* path) {
+        DWORD needed = 0;
+        GetPrinterDriverDirectoryW(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(path), kPathCapacity,
+                                   &needed);
+    });
 }
 
 std::wstring PrintProcessorDirectory() {
-    PathBuffer buffer{};
-    DWORD needed = 0;
-    GetPrintProcessorDirectoryW(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(buffer.data()), kPathCapacity,
-                                &needed);
-    return buffer.data();
+    return PathFrom([](wchar_t* path) {
+        DWORD needed = 0;
+        GetPrintProcessorDirectoryW(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(path), kPathCapacity,
+                                    &needed);
+    });
 }
 
 std::wstring ColorDirectory() {
-    PathBuffer buffer{};
-    const Module library(LoadLibraryW(L"mscms.dll"));
-    if (!library) return {};
-    using Function = BOOL WINAPI(const wchar_t*, wchar_t*, DWORD*);
-    auto* getColorDirectory = FindFunction<Function>(library.Get(), "GetColorDirectoryW");
-    DWORD size = kPathCapacity;
-    if (getColorDirectory != nullptr) getColorDirectory(nullptr, buffer.data(), &size);
-    return buffer.data();
+    return PathFrom([](wchar_t* path) {
+        const Module library(LoadLibraryW(L"mscms.dll"));
+        using Function = BOOL WINAPI(const wchar_t*, wchar_t*, DWORD*);
+        auto* getColorDirectory = FindFunction<Function>(library.Get(), "GetColorDirectoryW");
+        DWORD size = kPathCapacity;
+        if (getColorDirectory != nullptr) getColorDirectory(nullptr, path, &size);
+    });
 }
 
 std::wstring ShellFolder(int folder) {
-    PathBuffer buffer{};
-    const Module library(LoadLibraryW(L"shell32.dll"));
-    if (!library) return {};
-    using Function = HRESULT WINAPI(HWND, int, HANDLE, DWORD, wchar_t*);
-    auto* getFolderPath = FindFunction<Function>(library.Get(), "SHGetFolderPathW");
-    if (getFolderPath != nullptr) getFolderPath(nullptr, folder, nullptr, 0, buffer.data());
-    return buffer.data();
+    return PathFrom([folder](wchar_t* path) {
+        const Module library(LoadLibraryW(L"shell32.dll"));
+        using Function = HRESULT WINAPI(HWND, int, HANDLE, DWORD, wchar_t*);
+        auto* getFolderPath = FindFunction<Function>(library.Get(), "SHGetFolderPathW");
+        if (getFolderPath != nullptr) getFolderPath(nullptr, folder, nullptr, 0, path);
+    });
 }
 
 bool HoldsIniExtension(std::wstring name) {
@@ -94,10 +93,6 @@ std::wstring CopyOf(const wchar_t* text) {
 }  // namespace
 
 CModuleExplorer::CModuleExplorer(const wchar_t* section) : section_(CopyOf(section)) {}
-
-CModuleExplorer::~CModuleExplorer() {
-    if (ownsPrinter_) ClosePrinter(printer_);
-}
 
 ComPtr<CModuleExplorer> CModuleExplorer::Create() {
     return ComPtr<CModuleExplorer>::Attach(new CModuleExplorer(kDriverFilesSection));
@@ -147,28 +142,15 @@ void CModuleExplorer::FindIniFile() {
         TakeIniFile(driverInfo_->pDependentFiles);
         return;
     }
-    if (printer_ == nullptr && !printerName_.empty()) {
-        if (!OpenPrinterW(printerName_.data(), &printer_, nullptr)) {
-            printer_ = nullptr;
-            return;
-        }
-        ownsPrinter_ = true;
-    }
-    if (printer_ == nullptr) return;
-    const ScopeExit close([this] {
-        if (!ownsPrinter_) return;
-        ClosePrinter(printer_);
-        printer_ = nullptr;
-        ownsPrinter_ = false;
-    });
-    DWORD needed = 0;
-    GetPrinterDriverW(printer_, nullptr, 3, nullptr, 0, &needed);
-    if (needed < sizeof(DRIVER_INFO_3W)) return;
-    // Whole records, so that the first is aligned.
-    std::vector<DRIVER_INFO_3W> driver(needed / sizeof(DRIVER_INFO_3W) + 1);
-    if (!GetPrinterDriverW(printer_, nullptr, 3, reinterpret_cast<BYTE*>(driver.data()), needed, &needed))
+    PrinterHandle opened;
+    if (printer_ == nullptr &&
+        (printerName_.empty() || !OpenPrinterW(printerName_.data(), opened.Receive(), nullptr)))
         return;
-    TakeIniFile(driver.front().pDependentFiles);
+    const HANDLE printer = printer_ != nullptr ? printer_ : opened.Get();
+    const GlobalMemory driver = AskForRecord<DRIVER_INFO_3W>([&](BYTE* buffer, DWORD size, DWORD* needed) {
+        return GetPrinterDriverW(printer, nullptr, 3, buffer, size, needed);
+    });
+    if (driver) TakeIniFile(static_cast<const DRIVER_INFO_3W*>(driver.Get())->pDependentFiles);
 }
 
 void CModuleExplorer::TakeIniFile(const wchar_t* dependentFiles) {

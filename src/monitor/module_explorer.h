@@ -25,16 +25,16 @@ inline constexpr wchar_t kDriverFilesSection[] = L"VelunDriverFiles";
 // Of the files with a number, which are looked for from 1 to the first that is missing.
 inline constexpr int kMostNumberedFiles = 999;
 
-// IUnknown has no virtual destructor, which the compiler holds against everything derived from it; objects
-// are deleted by their own Release alone.
+// IUnknown has no virtual destructor, of which gcc warns in everything derived from it. Only Release deletes
+// the objects.
 #if defined(__GNUC__)
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 #endif
 
 struct IModuleExplorer : public IUnknown {
-    // The full path of the file that `key` names. The path stays the explorer's and is valid as long as it
-    // lives. E_FAIL when there is no INI file or no such key.
+    // The full path of the file that `key` names; the explorer owns it. E_FAIL without an INI file or such a
+    // key.
     virtual HRESULT STDMETHODCALLTYPE GetFilePath(const wchar_t* key, BSTR* path) = 0;
 
  protected:
@@ -54,24 +54,23 @@ class CModuleExplorer final : public IModuleExplorer {
     ULONG STDMETHODCALLTYPE Release() override;
     HRESULT STDMETHODCALLTYPE GetFilePath(const wchar_t* key, BSTR* path) override;
 
-    // The INI file, once a path was asked for; empty when there is none.
+    // The INI file, after the first GetFilePath; empty if there is none.
     const std::wstring& IniPath() const { return iniPath_; }
 
-    // The directory that the id stands for, a backslash if it is not empty, and the file name; as a new BSTR,
-    // or null when memory runs out.
+    // The directory of the id, a backslash unless that is empty, and the file name: a new BSTR, or null when
+    // memory runs out.
     BSTR Resolve(const wchar_t* fileName, DWORD directoryId) const;
 
  private:
     explicit CModuleExplorer(const wchar_t* section);
-    ~CModuleExplorer() override;
+    ~CModuleExplorer() override = default;
 
     void FindIniFile();
     void TakeIniFile(const wchar_t* dependentFiles);
     std::wstring Directory(DWORD directoryId) const;
 
     volatile LONG refCount_ = 1;
-    HANDLE printer_ = nullptr;
-    bool ownsPrinter_ = false;
+    HANDLE printer_ = nullptr;  // the creator's
     const DRIVER_INFO_3W* driverInfo_ = nullptr;
     std::wstring printerName_;
     std::wstring iniPath_;

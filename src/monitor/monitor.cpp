@@ -39,7 +39,7 @@ void WINAPI Shutdown(HANDLE hMonitor) noexcept {
             return FALSE;
         }
         if (manager->CloseAllPorts()) delete manager;
-        rpc::StopRpcServer(HasPortsLeftBehind());
+        rpc::StopRpcServer(HasAbandonedPorts());
         return TRUE;
     });
 }
@@ -79,9 +79,10 @@ MONITOR2* InitializeMonitor(MONITORINIT* pMonitorInit, HANDLE* phMonitor) noexce
             SetLastError(ERROR_INVALID_PARAMETER);
             return FALSE;
         }
-        // Not when the variable is read: nothing waits for a reader of the trace under the loader's lock.
+        // Not when the variable is read: that is under the loader lock, where nothing may wait for a reader
+        // of the trace.
         if (const std::wstring level = UnknownTraceLevel(); !level.empty())
-            Trace(L"Error: VLLM3MON_TRACE=%ls is no level; errors are traced\r\n",
+            Trace(L"Error: VLLM3MON_TRACE=%ls is not a trace level; errors are traced\r\n",
                   TraceName(level.c_str()).c_str());
         auto manager = std::make_unique<CLmMgr>(pMonitorInit);
         // The monitor serves its ports with remote procedures or without them.

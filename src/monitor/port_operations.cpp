@@ -29,11 +29,16 @@ BOOL Refuse(DWORD error) {
     return FALSE;
 }
 
+BOOL Refuse(const wchar_t* port, DWORD error, const wchar_t* reason) {
+    TraceRefusal(port, reason, error);
+    return Refuse(error);
+}
+
 bool IsPort(const LmPort& port) {
     return port.signature.load(std::memory_order_relaxed) == kLmPortSignature && port.owner != nullptr;
 }
 
-// As PortOf, for the two operations that do not tell a null handle from a wrong one.
+// As PortOf, for the two operations that answer a null handle like a wrong one.
 LmPort* OwnedPortOf(HANDLE hPort) {
     auto* port = static_cast<LmPort*>(hPort);
     if (port != nullptr && IsPort(*port)) return port;
@@ -47,8 +52,7 @@ bool CanServeAsLower(const MONITOR2* lower) {
            lower->pfnWritePort != nullptr && lower->pfnReadPort != nullptr && lower->pfnClosePort != nullptr;
 }
 
-// Copies the slots that the table says it has. An older lower monitor's table is shorter than ours, and what
-// lies behind it is not a slot.
+// Copies the slots that the table says it has. An older lower monitor's table is shorter than ours.
 void CopyLowerTable(const MONITOR2& lower, Monitor2Table& copy) {
     constexpr size_t kSlotsOfWindows2000 = 18;  // up to pfnShutdown; every monitor has at least these
     constexpr size_t kAllSlots = (sizeof(Monitor2Table) - sizeof(void*)) / sizeof(void*);
@@ -66,11 +70,10 @@ bool IsHandedOut(const CLmMgr* manager) {
     return std::find(monitors.begin(), monitors.end(), manager) != monitors.end();
 }
 
-// Makes `printer` the port's open printer. The old handle is closed first: a job that ended without
-// EndDocPort may have left one. A printer that cannot be opened leaves the port without; the job then prints
-// untracked.
+// Opens `printer` as the port's printer. Closes the old one first, which a job without an EndDocPort may have
+// left open. If the printer cannot be opened, the job prints untracked.
 void OpenJobPrinter(LmPort& port, wchar_t* printer) {
-    if (port.printer != nullptr) ClosePrinter(std::exchange(port.printer, nullptr));
+    PrinterHandle(std::exchange(port.printer, nullptr)).Reset();
     if (!OpenPrinterW(printer, &port.printer, nullptr)) port.printer = nullptr;
 }
 
@@ -81,8 +84,8 @@ bool IsPrinterName(const LmPort& port, const wchar_t* printer) {
 
 // False when memory for the new name runs out; the old name then stays.
 bool RenamePrinterAndOpen(LmPort& port, wchar_t* printer) {
-    // The one place that calls the spooler under the monitor lock: whoever reads the name under the lock
-    // finds it and the open printer in step.
+    // The one place that calls the spooler under the monitor lock, so that the name and the open printer
+    // change together.
     const LockGuard guard(processState.monitorLock);
     wchar_t* copy = DuplicateToGlobalHeap(printer);
     if (copy == nullptr) return false;
@@ -95,11 +98,11 @@ bool RenamePrinterAndOpen(LmPort& port, wchar_t* printer) {
 VLM_NOINLINE BOOL NoteWriteResult(LmPort& port, BOOL written, const DWORD* count) {
     if (written) {
         port.flags.fetch_and(~DWORD{LMPORT_WRITE_FAILED}, std::memory_order_relaxed);
-        if (count != nullptr) port.tally.bytes += *count;
+        if (count != nullptr) port.metrics.bytes += *count;
     } else {
         port.flags.fetch_or(LMPORT_WRITE_FAILED, std::memory_order_relaxed);
-        ++port.tally.failedWrites;
-        port.tally.error = GetLastError();
+        ++port.metrics.failedWrites;
+        port.metrics.error = GetLastError();
     }
     return written;
 }
@@ -107,8 +110,8 @@ VLM_NOINLINE BOOL NoteWriteResult(LmPort& port, BOOL written, const DWORD* count
 VLM_NOINLINE BOOL RefuseWrite(HANDLE hPort) {
     LmPort* port = PortOf(hPort);
     if (port == nullptr) return FALSE;
-    ++port->tally.failedWrites;
-    port->tally.error = kSuspended;
+    ++port->metrics.failedWrites;
+    port->metrics.error = kSuspended;
     return Refuse(kSuspended);
 }
 
@@ -131,15 +134,14 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
                        PHANDLE pHandle, LPMONITOR2 pMonitor2) noexcept {
     return GuardOperation(L"OpenPortEx", pszPortName, [&]() -> BOOL {
         const auto refuse = [pszPortName](DWORD error, const wchar_t* reason) {
-            TraceRefusal(pszPortName, reason, error);
-            return Refuse(error);
+            return Refuse(pszPortName, error, reason);
         };
         if (!CanServeAsLower(pMonitor2))
             return refuse(ERROR_INVALID_PRINT_MONITOR,
                           L"the lower monitor lacks an operation that ports need");
         auto* manager = static_cast<CLmMgr*>(hMonitor);
         if (manager == nullptr || !IsHandedOut(manager))
-            return refuse(ERROR_INVALID_MONITOR_HANDLE, L"opened with a handle that is no monitor's");
+            return refuse(ERROR_INVALID_MONITOR_HANDLE, L"opened with a handle of no monitor");
         if (pszPortName == nullptr || *pszPortName == L'\0' || pHandle == nullptr)
             return refuse(ERROR_INVALID_PARAMETER, L"opened without a name or a place for the handle");
 
@@ -190,39 +192,32 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
     if (port == nullptr) return FALSE;
     return GuardOperation(L"StartDocPort", port->portName, [&]() -> BOOL {
         const OperationScope scope(*port);
-        const auto refuse = [port](DWORD error, const wchar_t* reason) {
-            TraceRefusal(port->portName, reason, error);
-            return Refuse(error);
+        LastErrorKeeper keeper;
+        const auto refuse = [port, &keeper](DWORD error, const wchar_t* reason) {
+            Refuse(port->portName, error, reason);
+            keeper.Update();
+            return FALSE;
         };
         if (pDocInfo == nullptr || pPrinterName == nullptr || *pPrinterName == L'\0')
             return refuse(ERROR_INVALID_PARAMETER, L"a job without document or printer");
         if (Level != 1) return refuse(ERROR_INVALID_LEVEL, L"a job with a document of another level than 1");
 
-        LastErrorKeeper keeper;
         // Whether the wait ends by the event or by its time does not matter: the flag below decides.
         WaitForSingleObject(port->portEvent, kJobLockTimeout);
         ScopeExit giveLockBack([port] { SetEvent(port->portEvent); });
-        if ((port->flags.fetch_or(LMPORT_JOB_ACTIVE) & LMPORT_JOB_ACTIVE) != 0) {
-            refuse(ERROR_BUSY, L"a job while another one, or a remote caller, has the port");
-            keeper.Update();
-            return FALSE;
-        }
+        if ((port->flags.fetch_or(LMPORT_JOB_ACTIVE) & LMPORT_JOB_ACTIVE) != 0)
+            return refuse(ERROR_BUSY, L"a job while another one, or a remote caller, has the port");
         ScopeExit endJob([port] {
-            if (port->printer != nullptr) ClosePrinter(std::exchange(port->printer, nullptr));
+            PrinterHandle(std::exchange(port->printer, nullptr)).Reset();
             port->flags.fetch_and(~LMPORT_JOB_ACTIVE);
         });
-        if (port->use.closing.load()) {
-            refuse(ERROR_OPERATION_ABORTED, L"a job while the port is being shut down");
-            keeper.Update();
-            return FALSE;
-        }
+        if (port->use.closing.load())
+            return refuse(ERROR_OPERATION_ABORTED, L"a job while the port is being shut down");
         port->jobId = JobId;
         if (IsPrinterName(*port, pPrinterName)) {
             OpenJobPrinter(*port, pPrinterName);
         } else if (!RenamePrinterAndOpen(*port, pPrinterName)) {
-            refuse(ERROR_NOT_ENOUGH_MEMORY, L"no memory for the printer's name");
-            keeper.Update();
-            return FALSE;
+            return refuse(ERROR_NOT_ENOUGH_MEMORY, L"no memory for the printer's name");
         }
 
         keeper.Restore();
@@ -233,7 +228,7 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
             TraceRefusal(port->portName, L"the lower monitor does not start the job", GetLastError());
             return FALSE;
         }
-        port->tally = {TraceClock::now(), 0, 0, 0};
+        port->metrics = {TraceClock::now(), 0, 0, 0};
         TraceJobStart(port->portName, JobId, pPrinterName);
         // The event stays taken until EndDocPort: it keeps remote callers off the port while the job prints.
         giveLockBack.Dismiss();
@@ -242,8 +237,8 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
     });
 }
 
-// The hot path: no allocation, no lock, no trace, and nothing that touches the last error after the lower
-// call. What hardly ever happens is kept out of line, so that the rest needs few registers.
+// The hot path: no allocation, no lock, no trace, and nothing after the lower call that touches the last
+// error. Rare cases are out of line, so that the rest needs few registers.
 BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept {
     auto* port = static_cast<LmPort*>(hPort);
     if (port == nullptr || !IsPort(*port) || processState.suspended.load(std::memory_order_relaxed))
@@ -253,7 +248,7 @@ BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWrit
         const BOOL written = port->lower.base.pfnWritePort(port->lowerPort, pBuffer, cbBuf, pcbWritten);
         if (!written || (port->flags.load(std::memory_order_relaxed) & LMPORT_WRITE_FAILED) != 0) [[unlikely]]
             return NoteWriteResult(*port, written, pcbWritten);
-        if (pcbWritten != nullptr) port->tally.bytes += *pcbWritten;
+        if (pcbWritten != nullptr) port->metrics.bytes += *pcbWritten;
         return written;
     });
 }
@@ -271,7 +266,7 @@ BOOL WINAPI ClosePort(HANDLE hPort) noexcept {
     if (port == nullptr) return FALSE;
     const TraceName name(port->portName);  // outlives the record
     return GuardOperation(L"ClosePort", name.c_str(), [&]() -> BOOL {
-        if (EndTally(*port)) TraceRefusal(name.c_str(), L"closed before its job ended", ERROR_BUSY);
+        if (TraceEndedJob(*port)) TraceRefusal(name.c_str(), L"closed before its job ended", ERROR_BUSY);
         if (PrepareToClose(*port)) FinishClose(*port);
         return TRUE;
     });
@@ -287,8 +282,7 @@ BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueN
         const auto lower = port->lower.base.pfnGetPrinterDataFromPort;
         // Control code 0 asks for a value by name; this monitor has no named values, whatever lies below.
         if (ControlID == 0 || lower == nullptr) {
-            TraceRefusal(port->portName, L"a value that nobody has", ERROR_INVALID_PARAMETER,
-                         TraceLevel::kVerbose);
+            TraceRefusal(port->portName, L"no such value", ERROR_INVALID_PARAMETER, TraceLevel::kVerbose);
             return Refuse(ERROR_INVALID_PARAMETER);
         }
         return lower(port->lowerPort, ControlID, pValueName, lpInBuffer, cbInBuffer, lpOutBuffer, cbOutBuffer,

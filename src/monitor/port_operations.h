@@ -1,9 +1,9 @@
-// The spooler's operations on one port, in the shape of their MONITOR2 slots. Each does a little bookkeeping
-// and forwards to the lower monitor; the data of a job passes through untouched.
+// The spooler's operations on one port, with the signatures of their MONITOR2 slots. Each does a little
+// bookkeeping and forwards to the lower monitor; job data passes through unchanged.
 //
-// A null handle is refused with 87, a handle that is no open port with 1461. GetPrinterDataFromPort and
-// SendRecvBidiDataFromPort, which returns its codes, answer 1461 to both. The last error after a forwarded
-// call is what the lower monitor left; the bookkeeping around it does not show.
+// A null handle is refused with 87, a handle of anything but an open port with 1461. GetPrinterDataFromPort
+// and SendRecvBidiDataFromPort, which returns its codes, refuse both with 1461. After a forwarded call the
+// last error is the lower monitor's, whatever the bookkeeping around it did.
 #pragma once
 
 #include "monitor/lm_port.h"
@@ -17,7 +17,7 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
                          LPBYTE pDocInfo) noexcept;
 BOOL WINAPI WritePort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuf, LPDWORD pcbWritten) noexcept;
 BOOL WINAPI ReadPort(HANDLE hPort, LPBYTE pBuffer, DWORD cbBuffer, LPDWORD pcbRead) noexcept;
-// Always FALSE, also after success: what this monitor's users have come to rely on.
+// Always FALSE, even after success: users of this monitor rely on it.
 BOOL WINAPI EndDocPort(HANDLE hPort) noexcept;
 BOOL WINAPI ClosePort(HANDLE hPort) noexcept;
 BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueName, LPWSTR lpInBuffer,
@@ -27,10 +27,9 @@ DWORD WINAPI SendRecvBidiDataFromPort(HANDLE hPort, DWORD dwAccessBit, LPCWSTR p
                                       PBIDI_REQUEST_CONTAINER pReqData,
                                       PBIDI_RESPONSE_CONTAINER* ppResData) noexcept;
 
-// The port behind a handle, or null with the last error set: 87 for a null handle, 1461 for one that is no
-// open port.
+// The port of a handle, or null with the last error set as above.
 LmPort* PortOf(HANDLE hPort);
-// The same, and also a port that is barred because a Shutdown waits: a document may still be ended.
+// The same, but also accepts a port that a waiting Shutdown has barred: its document may still be ended.
 LmPort* EndingPortOf(HANDLE hPort);
 
 }  // namespace vlm

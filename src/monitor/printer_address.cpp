@@ -66,22 +66,19 @@ Outcome GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* t
     const Transceiver channel(port);
     if (!channel) return {E_FAIL, L"the lower monitor opens no channel to ask for the printer's address"};
 
-    const GlobalMemory input(GlobalAlloc(GPTR, kConfigInfoSize));
-    const GlobalMemory output(GlobalAlloc(GPTR, kPortDataSize));
-    if (!input || !output) return {E_OUTOFMEMORY, {}};
-    auto* question = static_cast<BYTE*>(input.Get());
-    auto* answer = static_cast<BYTE*>(output.Get());
+    std::array<BYTE, kConfigInfoSize> question{};
+    alignas(wchar_t) std::array<BYTE, kPortDataSize> answer{};
     const DWORD version = 1;
-    std::memcpy(question + kConfigInfoSize - sizeof version, &version, sizeof version);
+    std::memcpy(question.data() + kConfigInfoSize - sizeof version, &version, sizeof version);
 
     // Only a WSD port has such an identity.
-    if (channel.Ask(L"PnPXID", nullptr, 0, answer) == ERROR_SUCCESS) {
+    if (channel.Ask(L"PnPXID", nullptr, 0, answer.data()) == ERROR_SUCCESS) {
         *mode = PortConnectMode::kWsd;
         return {};
     }
-    if (channel.Ask(L"GetConfigInfo", question, kConfigInfoSize, answer) != ERROR_SUCCESS)
+    if (channel.Ask(L"GetConfigInfo", question.data(), kConfigInfoSize, answer.data()) != ERROR_SUCCESS)
         return {E_FAIL, L"the lower monitor does not tell the printer's address"};
-    const auto* address = reinterpret_cast<const wchar_t*>(answer + kHostAddressOffset);
+    const auto* address = reinterpret_cast<const wchar_t*>(answer.data() + kHostAddressOffset);
     constexpr size_t kRoom = (kPortDataSize - kHostAddressOffset) / sizeof(wchar_t);
     const size_t length = wcsnlen(address, kRoom);
     if (length == kRoom) return {E_FAIL, L"the lower monitor's host address has no end"};

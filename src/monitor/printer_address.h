@@ -1,5 +1,5 @@
-// Where a port's printer is. A standard TCP/IP port monitor tells its host address, a WSD port monitor the
-// URL of its print service; both are asked anew for each query, because either may be changed at any time.
+// The address of a port's printer. A standard TCP/IP port monitor has the host address, a WSD port monitor
+// the URL of the print service. Each query asks again, because either may change at any time.
 #pragma once
 
 #include <string>
@@ -17,11 +17,11 @@ enum class PortConnectMode {
     kUnknown = 2,
 };
 
-// Asks the lower monitor what kind of port this is. `text` becomes the host address of a TCP/IP port, and
-// empty for a WSD port. E_FAIL, with `mode` unknown, when it cannot tell.
+// Asks the lower monitor for the kind of port. `text` becomes the host address of a TCP/IP port, and empty
+// for a WSD port. E_FAIL, with `mode` unknown, if the lower monitor does not say.
 Outcome GetConfigInfo(const LmPort& port, PortConnectMode* mode, std::wstring* text);
 
-// Where the printer's print service is: a host address or a URL.
+// The address of the printer's print service: a host address or a URL.
 Outcome GetPrinterAddress(const LmPort& port, std::wstring* address, const CBidiMem& memory);
 
 }  // namespace vlm

@@ -1,4 +1,4 @@
-// What one process shares among all its managers, ports and threads. Created when the module is attached to
+// The state that all managers, ports and threads of a process share. Created when the module is attached to
 // the process, deleted when it is detached.
 #pragma once
 
@@ -14,15 +14,14 @@ namespace vlm {
 class CLmMgr;
 
 struct ProcessState {
-    // The monitor lock: guards what is marked with it, here, in lm_manager.h, in lm_port.h and in the sources
-    // beside them. Never held across a call to the lower monitor, nor to the spooler except where a comment
-    // says so.
+    // The monitor lock. Never held across a call to the lower monitor, nor to the spooler except where a
+    // comment says so.
     CriticalSection monitorLock;
     // Every manager that was handed to the spooler, oldest first. By pointer, because this structure must not
     // have a destructor: at process exit other threads are gone with the heap lock in whatever state it was.
     std::vector<CLmMgr*>* monitors VLM_PT_GUARDED_BY(monitorLock);
     HINSTANCE instance;  // set at the attach
-    // Raised by a suspend notice, lowered by the next StartDocPort; in between no port is written to.
+    // Set by a suspend notice, cleared by the next StartDocPort. While it is set, writes are refused.
     std::atomic<bool> suspended;
 };
 

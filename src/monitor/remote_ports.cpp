@@ -17,7 +17,7 @@ namespace {
 static_assert(vpca::kPortJobActive == LMPORT_JOB_ACTIVE);
 
 CONDITION_VARIABLE somebodyLeft = CONDITION_VARIABLE_INIT;  // with the monitor lock
-bool portsLeftBehind VLM_GUARDED_BY(processState.monitorLock) = false;
+bool portsAbandoned VLM_GUARDED_BY(processState.monitorLock) = false;
 
 // Lets go of the lock until somebody leaves a port. At the deadline it waits no more and is false.
 bool AwaitLeaver(ULONGLONG deadline) VLM_REQUIRES(processState.monitorLock) {
@@ -89,8 +89,7 @@ void CloseBelow(LmPort& port, Count counted) {
     // ended; EndDocPort would have closed it, and closing is its work alone.
     const ScopeExit freeRecord([&port, counted] {
         const LastErrorKeeper keeper;
-        const HANDLE event = std::exchange(port.portEvent, nullptr);
-        if (event != nullptr && event != INVALID_HANDLE_VALUE) CloseHandle(event);
+        KernelHandle(std::exchange(port.portEvent, nullptr)).Reset();
         const LockGuard guard(processState.monitorLock);
         if (port.owner->RemovePort(&port)) return;
         // In no list means that a Shutdown waits for this one, and frees the record itself.
@@ -185,7 +184,7 @@ Inside CutOff(LmPort& port) {
         if (inside == Inside::kNobody) return inside;
         port.use.belowGone.store(true);
         port.signature = 0;
-        portsLeftBehind = true;
+        portsAbandoned = true;
     }
     TraceRefusal(port.portName,
                  inside == Inside::kSomebody ? L"somebody is inside the lower monitor at shutdown"
@@ -194,9 +193,9 @@ Inside CutOff(LmPort& port) {
     return inside;
 }
 
-bool HasPortsLeftBehind() {
+bool HasAbandonedPorts() {
     const LockGuard guard(processState.monitorLock);
-    return portsLeftBehind;
+    return portsAbandoned;
 }
 
 OperationScope::OperationScope(LmPort& port) : port_(port) {

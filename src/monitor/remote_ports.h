@@ -1,22 +1,21 @@
 // Ports as the RPC service uses them, and their end while it or the spooler does.
 //
-// A remote caller counts itself in before it uses a port and out afterwards. Whoever closes a port first bars
-// it, so that nobody new comes in and an exchange that runs fails at its next step with 995 (its document is
-// still ended), then waits at most kCloseTimeout for the callers to leave. Almost always they do, and the
-// port is closed as if they had never been there. A caller that does not come back from the lower monitor in
-// time is not waited for: ClosePort leaves the port to it. The port's name stays taken, and the caller, when
-// it comes back, ends its document, closes the lower port and frees the record. So the lower port is never
-// closed under a caller that is inside it.
+// Each remote caller is counted while it uses a port. Closing a port first bars it: no new caller is let in,
+// and a running exchange fails at its next step with 995 (its document is still ended). The close then waits
+// at most kCloseTimeout for the callers to leave, which they nearly always do. If a caller does not return
+// from the lower monitor in time, ClosePort leaves the port to it: the port's name stays taken, and when the
+// caller returns, it ends its document, closes the lower port and frees the record. So the lower port is
+// never closed while a caller is inside it.
 //
-// Shutdown bars all ports of the manager at the same moment and has one deadline for all of them. It waits
-// for remote callers and for the spooler's own operations; only a job is not waited for, since nobody but the
-// spooler ends it. After that nothing below is called any more, because the spooler may shut the lower
-// monitor down. What somebody may still be inside of (a caller or an operation that hangs, a write of a job
-// that has not ended) is left behind for good: the port's record, which then refuses whatever comes with its
-// handle, the manager, and this module. That is a few hundred bytes of a process that is about to end.
+// Shutdown bars all ports of the manager at once, with one deadline for all of them. It waits for remote
+// callers and for the spooler's own operations, but not for a job, which only the spooler can end. After the
+// deadline nothing below is called, because the spooler may shut the lower monitor down. Whatever may still
+// be in use then (by a caller or an operation that hangs, by a write of a job that has not ended) is
+// abandoned: the port's record, which refuses every further call, the manager, and this module. That costs a
+// few hundred bytes of a process that is about to end.
 //
-// The spooler does not close a port that it uses, so ClosePort does not look at its operations: one that an
-// exception of another kind than C++'s has carried out of this code would be waited for in vain.
+// The spooler never closes a port that it is using, so ClosePort does not wait for its operations. If it did,
+// an operation that a non-C++ exception has carried out of this code would be waited for in vain.
 #pragma once
 
 #include "monitor/lm_port.h"
@@ -26,11 +25,11 @@ namespace vlm {
 
 inline constexpr DWORD kCloseTimeout = 3'000;  // milliseconds
 
-// What the RPC service finds ports with.
+// How the RPC service finds ports.
 extern const rpc::PortDirectory kRemotePorts;
 
-// Bars the port and waits for its callers. True: nobody uses it and it is the caller's to close; false: the
-// last of them closes it. Takes the monitor lock, and lets go of it while it waits.
+// Bars the port and waits for its remote callers. True: the port is unused, and FinishClose is next. False:
+// the last of its callers closes it. Takes the monitor lock, and releases it while it waits.
 bool PrepareToClose(LmPort& port) VLM_EXCLUDES(processState.monitorLock);
 
 // Closes the port below, and frees the record with its event and names.
@@ -40,18 +39,18 @@ void FinishClose(LmPort& port);
 inline constexpr DWORD kBarredPortSignature = 0x44455242;
 void Bar(LmPort& port) VLM_REQUIRES(processState.monitorLock);
 
-// Waits until nobody is inside any port of a list, all of them barred, until `deadline` (GetTickCount64).
+// Waits until no port of the list is in use, but not beyond `deadline` (GetTickCount64). All are barred.
 void AwaitLeavers(const LmPort* ports, ULONGLONG deadline) VLM_EXCLUDES(processState.monitorLock);
 
-// From here on nothing below a barred port is called, which is in no list any more. Unless nobody can be
-// inside it, its record must stay.
+// Ends all calls to what is below a port that is barred and in no list. Only after kNobody may its record be
+// freed.
 enum class Inside { kNobody, kPerhapsAWrite, kSomebody };
 Inside CutOff(LmPort& port) VLM_EXCLUDES(processState.monitorLock);
 
-// Whether Shutdown left a port behind that somebody may be inside of.
-bool HasPortsLeftBehind();
+// Whether a Shutdown has abandoned a port.
+bool HasAbandonedPorts();
 
-// One operation of the spooler, for whose time a Shutdown leaves the port's record and manager alone.
+// Counts one operation of the spooler, for which a Shutdown waits.
 class OperationScope {
  public:
     explicit OperationScope(LmPort& port);

@@ -1,6 +1,5 @@
 #include "rpc/printer_lookup.h"
 
-#include <array>
 #include <cwchar>
 #include <span>
 
@@ -8,6 +7,7 @@
 #include "util/handles.h"
 #include "util/names.h"
 #include "util/spooler_api.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace vlm::rpc {
@@ -59,9 +59,9 @@ bool IsReachable(const PRINTER_INFO_2W& printer) {
 }  // namespace
 
 DWORD FindPortName(const char* client, std::wstring* port, std::wstring* reason) {
-    std::array<wchar_t, kLongestName> name{};
-    if (MultiByteToWideChar(CP_ACP, 0, client, -1, name.data(), kLongestName) == 0) {
-        *reason = L"the printer name is too long or not of the system's code page";
+    const std::wstring name = FromCodePage(client);
+    if (name.size() >= kLongestName) {
+        *reason = L"the printer name is too long";
         return kBadArguments;
     }
     GlobalMemory buffer;
@@ -71,8 +71,8 @@ DWORD FindPortName(const char* client, std::wstring* port, std::wstring* reason)
         *reason = L"the printers cannot be enumerated";
         return enumerated;
     }
-    const bool isPort = IsUsbPortName(name.data());
-    const wchar_t* const wanted = isPort ? name.data() : ShareOf(name.data());
+    const bool isPort = IsUsbPortName(name.c_str());
+    const wchar_t* const wanted = isPort ? name.c_str() : ShareOf(name.c_str());
     for (const PRINTER_INFO_2W& printer : printers) {
         const wchar_t* const candidate = isPort ? printer.pPortName : printer.pShareName;
         if (*wanted == L'\0' || candidate == nullptr || !SameName(candidate, wanted)) continue;
@@ -80,7 +80,7 @@ DWORD FindPortName(const char* client, std::wstring* port, std::wstring* reason)
         *port = printer.pPortName;
         return ERROR_SUCCESS;
     }
-    *reason = L"no USB printer with Bidi goes by the name " + Printable(name.data());
+    *reason = L"no USB printer with Bidi goes by the name " + Printable(name);
     return kNoSuchPrinter;
 }
 

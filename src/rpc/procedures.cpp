@@ -1,9 +1,8 @@
 // The two remote procedures. Both find the port that the caller means, take its job lock, and run one
 // exchange with the printer over it.
 //
-// The interface is open to anybody, so nothing of a caller is believed: the stub bounds the size of the
-// reply, the name and the counts are bounded here, and the reply holds what the printer sent and nothing
-// else.
+// Anyone may call the interface, so no argument is trusted: the stub bounds the size of the reply, the name
+// and the counts are bounded here, and the reply holds only what the printer sent.
 #include "rpc/procedures.h"
 
 #include <rpc.h>
@@ -28,7 +27,7 @@ namespace {
 
 constexpr DWORD kJobLockTimeout = 1'000;  // milliseconds
 
-// A call as the trace tells of it.
+// A call, as it appears in the trace.
 struct RemoteCall {
     const wchar_t* procedure;
     std::wstring port;  // empty until the printer is found
@@ -40,7 +39,7 @@ DWORD Refuse(const RemoteCall& call, DWORD code, const wchar_t* reason) {
     return code;
 }
 
-// Waits for the job lock and runs `exchange` under it; it returns a Win32 code, as everything here.
+// Waits for the job lock and runs `exchange` under it. Returns a Win32 code, as all functions here do.
 template <typename Exchange>
 DWORD RunExchange(const ServedPort& port, const RemoteCall& call, const Exchange& exchange) {
     if (port.jobLock == nullptr || port.jobLock == INVALID_HANDLE_VALUE ||
@@ -49,8 +48,8 @@ DWORD RunExchange(const ServedPort& port, const RemoteCall& call, const Exchange
     const ScopeExit giveLockBack([&port] { SetEvent(port.jobLock); });
     if (port.exchange.lower == nullptr || port.exchange.startDocPort == nullptr)
         return Refuse(call, kNothingBelow, L"a remote call with nothing below the port");
-    // A job that waited for the lock in vain goes on without it, and gives it back whoever has it. So the
-    // lock says who may try; the flag says who has the port. The exchange clears it with its document.
+    // A job whose wait for the lock times out goes on without it, and releases it even so. So the lock only
+    // says who may try; the flag says who has the port. The exchange clears it with its document.
     if ((port.exchange.flags->fetch_or(vpca::kPortJobActive) & vpca::kPortJobActive) != 0)
         return Refuse(call, kPortBusy, L"a remote call while a job has the port");
     vpca::ExchangeReason reason;
@@ -77,7 +76,7 @@ DWORD CallPort(const unsigned char* printer, RemoteCall* call, const Exchange& e
     }
 }
 
-// The road that both procedures take; `read` is called with the port, the reply's buffer and its size. The
+// The path of both procedures; `read` is called with the port, the reply's buffer and its size. The
 // size comes back as the bytes that were written, none after a failure: the stub sends back as many as it
 // says, so it never grows.
 template <typename Read>
@@ -125,13 +124,12 @@ ULONG __cdecl LmRpcCommand(const unsigned char* printer, const LmRpcCommandId* i
         *size = 0;
         return Refuse(call, kOutOfMemory, L"no memory for a remote command");
     }
-    const DWORD result = ReadFromPrinter(
+    const ScopeExit freeRequest([&] { analyzer.FreeAttributeRequest(&request); });
+    return ReadFromPrinter(
         call, printer, reply, size,
         [&](const vpca::VpcaPort& port, uint8_t* buffer, uint32_t* count, vpca::ExchangeReason* reason) {
             return vpca::ReadAttribute(&port, values, &request, buffer, count, reason);
         });
-    analyzer.FreeAttributeRequest(&request);
-    return result;
 }
 
 // The stub's memory. Zeroed, so that no stale byte of the process can reach a caller through a reply.

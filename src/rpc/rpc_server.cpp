@@ -3,6 +3,7 @@
 #include <rpc.h>
 #include <vllm_rpc.h>
 
+#include <algorithm>
 #include <array>
 #include <cwchar>
 
@@ -35,8 +36,9 @@ int starts VLM_GUARDED_BY(lock) = 0;
 bool registered VLM_GUARDED_BY(lock) = false;
 
 // Every failure of the runtime goes through here, with the call that failed.
-void Report(const wchar_t* call, RPC_STATUS status) {
+RPC_STATUS Report(const wchar_t* call, RPC_STATUS status) {
     Trace(L"RPC server: %ls failed with %ld\r\n", call, status);
+    return status;
 }
 
 // The runtime wants pointers to non-const text that it does not write to.
@@ -44,79 +46,73 @@ RPC_WSTR Text(const wchar_t* text) {
     return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
 }
 
+struct RpcStringTraits {
+    using Type = RPC_WSTR;
+    static Type Invalid() { return nullptr; }
+    static void Close(Type text) { RpcStringFreeW(&text); }
+};
+using RpcString = Unique<RpcStringTraits>;
+
+struct BindingVectorTraits {
+    using Type = RPC_BINDING_VECTOR*;
+    static Type Invalid() { return nullptr; }
+    static void Close(Type bindings) { RpcBindingVectorFree(&bindings); }
+};
+using BindingVector = Unique<BindingVectorTraits>;
+
+bool IsText(const RpcString& one, const wchar_t* other) {
+    return one && _wcsicmp(reinterpret_cast<const wchar_t*>(one.Get()), other) == 0;
+}
+
 bool IsBindingOf(RPC_BINDING_HANDLE binding, const Endpoint& endpoint) {
-    RPC_WSTR whole = nullptr;
-    RPC_WSTR protocol = nullptr;
-    RPC_WSTR name = nullptr;
-    if (RpcBindingToStringBindingW(binding, &whole) != RPC_S_OK) return false;
-    const RPC_STATUS parsed = RpcStringBindingParseW(whole, nullptr, &protocol, nullptr, &name, nullptr);
-    RpcStringFreeW(&whole);
-    if (parsed != RPC_S_OK) return false;
-    const bool same = protocol != nullptr && name != nullptr &&
-                      _wcsicmp(reinterpret_cast<const wchar_t*>(protocol), endpoint.protocol) == 0 &&
-                      _wcsicmp(reinterpret_cast<const wchar_t*>(name), endpoint.name) == 0;
-    RpcStringFreeW(&protocol);
-    RpcStringFreeW(&name);
-    return same;
+    RpcString whole;
+    RpcString protocol;
+    RpcString name;
+    return RpcBindingToStringBindingW(binding, whole.Receive()) == RPC_S_OK &&
+           RpcStringBindingParseW(whole.Get(), nullptr, protocol.Receive(), nullptr, name.Receive(),
+                                  nullptr) == RPC_S_OK &&
+           IsText(protocol, endpoint.protocol) && IsText(name, endpoint.name);
 }
 
 // Whether this process has the endpoint, from an earlier start or an earlier load of this module.
 bool HasEndpoint(const Endpoint& endpoint) {
-    RPC_BINDING_VECTOR* bindings = nullptr;
-    if (RpcServerInqBindings(&bindings) != RPC_S_OK) return false;
-    bool found = false;
-    for (unsigned long i = 0; i < bindings->Count && !found; ++i)
-        found = bindings->BindingH[i] != nullptr && IsBindingOf(bindings->BindingH[i], endpoint);
-    RpcBindingVectorFree(&bindings);
-    return found;
-}
-
-RPC_STATUS CheckProtocol(const Endpoint& endpoint) {
-    const RPC_STATUS status = RpcNetworkIsProtseqValidW(Text(endpoint.protocol));
-    if (status != RPC_S_OK) Report(L"RpcNetworkIsProtseqValid()", status);
-    return status;
+    BindingVector bindings;
+    if (RpcServerInqBindings(bindings.Receive()) != RPC_S_OK) return false;
+    return std::any_of(
+        bindings.Get()->BindingH, bindings.Get()->BindingH + bindings.Get()->Count,
+        [&](RPC_BINDING_HANDLE binding) { return binding != nullptr && IsBindingOf(binding, endpoint); });
 }
 
 RPC_STATUS UseEndpoint(const Endpoint& endpoint) {
+    RPC_STATUS status = RpcNetworkIsProtseqValidW(Text(endpoint.protocol));
+    if (status != RPC_S_OK) return Report(L"RpcNetworkIsProtseqValid()", status);
     // Not asked for twice: some runtimes would open it a second time.
     if (HasEndpoint(endpoint)) return RPC_S_OK;
-    const RPC_STATUS status =
-        RpcServerUseProtseqEpW(Text(endpoint.protocol), kQueuedCalls, Text(endpoint.name), nullptr);
-    if (status != RPC_S_OK) Report(L"RpcServerUseProtseqEp()", status);
-    return status;
+    status = RpcServerUseProtseqEpW(Text(endpoint.protocol), kQueuedCalls, Text(endpoint.name), nullptr);
+    return status == RPC_S_OK ? status : Report(L"RpcServerUseProtseqEp()", status);
 }
 
 RPC_STATUS OpenEndpoints() {
-    RPC_STATUS status = CheckProtocol(kLocal);
-    if (status == RPC_S_OK) status = UseEndpoint(kLocal);
+    RPC_STATUS status = UseEndpoint(kLocal);
     if (status != RPC_S_OK) return status;
     bool remote = false;
     for (const Endpoint& endpoint : kRemote) {
-        status = CheckProtocol(endpoint);
-        if (status == RPC_S_OK) status = UseEndpoint(endpoint);
+        status = UseEndpoint(endpoint);
         remote = remote || status == RPC_S_OK;
     }
     // A machine that offers neither pipes nor TCP gets no service at all, although the local endpoint stands.
     return remote ? RPC_S_OK : status;
 }
 
-RPC_STATUS Listen() {
-    const RPC_STATUS status = RpcServerListen(kFewestThreads, kMostCalls, TRUE);
-    if (status == RPC_S_OK || status == RPC_S_ALREADY_LISTENING) return RPC_S_OK;
-    Report(L"RpcServerListen()", status);
-    return status;
-}
-
 RPC_STATUS Register() VLM_REQUIRES(lock) {
     // One registration serves all managers; a second one would be an error.
     if (registered) return RPC_S_OK;
+    ScopeExit unregister([] { RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE); });
     RPC_STATUS status = RpcServerRegisterIf(vllm_v1_0_s_ifspec, nullptr, nullptr);
-    if (status != RPC_S_OK) Report(L"RpcServerRegisterIf()", status);
-    if (status == RPC_S_OK) status = Listen();
-    if (status != RPC_S_OK) {
-        RpcServerUnregisterIf(vllm_v1_0_s_ifspec, nullptr, FALSE);
-        return status;
-    }
+    if (status != RPC_S_OK) return Report(L"RpcServerRegisterIf()", status);
+    status = RpcServerListen(kFewestThreads, kMostCalls, TRUE);
+    if (status != RPC_S_OK && status != RPC_S_ALREADY_LISTENING) return Report(L"RpcServerListen()", status);
+    unregister.Dismiss();
     registered = true;
     return RPC_S_OK;
 }
@@ -151,7 +147,7 @@ void TakeInterfaceBackAfterLastCalls() {
 }  // namespace
 
 DWORD StartRpcServer(const PortDirectory& ports) {
-    const ExclusiveScope exclusive(lock);
+    const LockGuard exclusive(lock);
     ++starts;
     KeepRuntimeLoaded();
     if (!registered) portDirectory = ports;
@@ -161,7 +157,7 @@ DWORD StartRpcServer(const PortDirectory& ports) {
 }
 
 void StopRpcServer(bool exchangesHang) {
-    const ExclusiveScope exclusive(lock);
+    const LockGuard exclusive(lock);
     if (exchangesHang) KeepThisModuleLoaded();
     if (--starts != 0 || !registered) return;
     registered = false;

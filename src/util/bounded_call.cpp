@@ -20,26 +20,26 @@ struct Call {
     KernelHandle ended;
     bool cancelled VLM_GUARDED_BY(lock) = false;
     bool isOver VLM_GUARDED_BY(lock) = false;
-    Call* next VLM_GUARDED_BY(lock) = nullptr;  // among those left behind
+    Call* next VLM_GUARDED_BY(lock) = nullptr;  // among the abandoned ones
 };
 
-// The calls left behind: a list through themselves.
-Call* leftBehind VLM_GUARDED_BY(lock) = nullptr;
+// The abandoned calls: a list through themselves.
+Call* abandoned VLM_GUARDED_BY(lock) = nullptr;
 
 bool IsCancelled(const Call& call) {
-    const ExclusiveScope exclusive(lock);
+    const LockGuard exclusive(lock);
     return call.cancelled;
 }
 
 void Cancel(Call& call) {
-    const ExclusiveScope exclusive(lock);
+    const LockGuard exclusive(lock);
     call.cancelled = true;
 }
 
 void End(Call& call) {
-    const ExclusiveScope exclusive(lock);
+    const LockGuard exclusive(lock);
     call.isOver = true;
-    for (Call** link = &leftBehind; *link != nullptr; link = &(*link)->next) {
+    for (Call** link = &abandoned; *link != nullptr; link = &(*link)->next) {
         if (*link != &call) continue;
         *link = call.next;
         return;
@@ -47,11 +47,11 @@ void End(Call& call) {
 }
 
 // False when it is over.
-bool LeaveBehind(Call& call) {
-    const ExclusiveScope exclusive(lock);
+bool Abandon(Call& call) {
+    const LockGuard exclusive(lock);
     if (call.isOver) return false;
-    call.next = leftBehind;
-    leftBehind = &call;
+    call.next = abandoned;
+    abandoned = &call;
     return true;
 }
 
@@ -92,13 +92,13 @@ bool MayCall(const std::wstring& peer) {
     int toPeer = 0;
     int toAll = 0;
     {
-        const ExclusiveScope exclusive(lock);
-        for (const Call* call = leftBehind; call != nullptr; call = call->next) {
+        const LockGuard exclusive(lock);
+        for (const Call* call = abandoned; call != nullptr; call = call->next) {
             ++toAll;
             if (call->peer == peer) ++toPeer;
         }
     }
-    return toPeer < kMostLeftBehind && toAll < kMostLeftBehindInAll;
+    return toPeer < kMostAbandoned && toAll < kMostAbandonedInAll;
 }
 
 bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds,
@@ -118,7 +118,7 @@ bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD mill
         cancel();
         WaitForSingleObject(call->ended.Get(), grace);
     }
-    const bool isOver = !LeaveBehind(*call);
+    const bool isOver = !Abandon(*call);
     return isOver && !cancel;
 }
 

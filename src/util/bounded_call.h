@@ -1,11 +1,11 @@
-// A call with an end, for a platform whose time-outs have holes.
+// A call with a time limit of its own, because the platform's time-outs have gaps.
 //
-// WinINet bounds each receive, not what a peer can string together out of them: a response head that arrives
-// byte by byte, a TLS handshake with a mute peer, and (in some versions) the connect itself last as long as
-// the other side likes. The spooler's thread must not.
+// WinINet bounds each receive, but not their sum: a response head that arrives byte by byte, a TLS handshake
+// with a silent peer and (in some versions) the connect last as long as the peer likes. The spooler's thread
+// must not wait that long.
 //
-// Who gives up cancels. Where the platform honours that, the call ends and nothing is left; where it does
-// not, the call is left behind, and few such calls are borne.
+// When the time is up, the call is cancelled. If the platform honours that, the call ends; if it does
+// not, the call is abandoned, and only a few such calls are tolerated.
 #pragma once
 
 #include <windows.h>
@@ -29,11 +29,11 @@ namespace vlm {
 bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD milliseconds,
                 const std::function<void()>& cancel = nullptr, DWORD grace = 0);
 
-// Whether another exchange with that peer may be begun: not while so many calls that were left behind still
-// run to it, nor while so many do in the process. So a peer that holds threads for ever holds few, under
-// however many names.
-inline constexpr int kMostLeftBehind = 4;
-inline constexpr int kMostLeftBehindInAll = 16;
+// Whether another exchange with that peer may be begun: not while so many abandoned calls to it still run,
+// nor while so many do in the process. So a peer that never lets go of a thread holds only a few of them,
+// under however many names.
+inline constexpr int kMostAbandoned = 4;
+inline constexpr int kMostAbandonedInAll = 16;
 bool MayCall(const std::wstring& peer);
 
 }  // namespace vlm

@@ -40,7 +40,7 @@ class CComErrorEx : public _com_error {
     unsigned Line() const { return line_; }
     // "Access denied. (file=velunbidispl, line=71)\r\n", ready for the trace.
     const wchar_t* Message() const { return message_.Text(); }
-    // What went wrong, in words; the report where nobody gave a reason.
+    // What went wrong, in words; the report if no reason was given.
     std::wstring Reason() const;
 
  private:

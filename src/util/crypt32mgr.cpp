@@ -3,7 +3,7 @@
 namespace vlm {
 
 CCrypt32Mgr::CCrypt32Mgr() : module_(LoadLibraryW(L"crypt32.dll")) {
-    if (module_) cryptStringToBinary_ = FindFunction<Function>(module_.Get(), "CryptStringToBinaryW");
+    cryptStringToBinary_ = FindFunction<Function>(module_.Get(), "CryptStringToBinaryW");
 }
 
 BOOL CCrypt32Mgr::CryptStringToBinary(const wchar_t* string, DWORD length, DWORD flags, BYTE* buffer,

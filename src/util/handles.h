@@ -93,12 +93,15 @@ struct GlobalMemoryTraits {
 // A fixed block of the global heap.
 using GlobalMemory = Unique<GlobalMemoryTraits>;
 
-// The function `name` of `module` as a Function pointer, or null when the module does not export it.
+// The function `name` of `module` as a Function pointer; null when the module, which may be null, does not
+// export it.
 template <typename Function>
 Function* FindFunction(HMODULE module, const char* name) {
     // Through void*: a direct cast between function pointer types is what -Wcast-function-type warns about,
     // and GetProcAddress leaves no other way.
-    return reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+    return module == nullptr
+               ? nullptr
+               : reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
 }
 
 }  // namespace vlm

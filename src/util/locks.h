@@ -28,39 +28,32 @@ namespace vlm {
 
 // The platform's critical section. Made and unmade by hand, for one that lives as long as the module.
 struct VLM_CAPABILITY CriticalSection {
+    void Acquire() { EnterCriticalSection(&section); }
+    void Release() { LeaveCriticalSection(&section); }
+
     CRITICAL_SECTION section;
 };
 
 // The platform's slim lock. Needs neither construction nor destruction, so that it may guard what outlives
 // the module's own statics.
 struct VLM_CAPABILITY SlimLock {
+    void Acquire() { AcquireSRWLockExclusive(&lock); }
+    void Release() { ReleaseSRWLockExclusive(&lock); }
+
     SRWLOCK lock = SRWLOCK_INIT;
 };
 
+// Either of them, held for the length of a scope.
+template <typename Lock>
 class VLM_SCOPED LockGuard {
  public:
-    explicit LockGuard(CriticalSection& section) VLM_ACQUIRE(section) : section_(section) {
-        EnterCriticalSection(&section_.section);
-    }
-    ~LockGuard() VLM_RELEASE { LeaveCriticalSection(&section_.section); }
+    explicit LockGuard(Lock& lock) VLM_ACQUIRE(lock) : lock_(lock) { lock_.Acquire(); }
+    ~LockGuard() VLM_RELEASE { lock_.Release(); }
     LockGuard(const LockGuard&) = delete;
     LockGuard& operator=(const LockGuard&) = delete;
 
  private:
-    CriticalSection& section_;
-};
-
-class VLM_SCOPED ExclusiveScope {
- public:
-    explicit ExclusiveScope(SlimLock& lock) VLM_ACQUIRE(lock) : lock_(lock) {
-        AcquireSRWLockExclusive(&lock_.lock);
-    }
-    ~ExclusiveScope() VLM_RELEASE { ReleaseSRWLockExclusive(&lock_.lock); }
-    ExclusiveScope(const ExclusiveScope&) = delete;
-    ExclusiveScope& operator=(const ExclusiveScope&) = delete;
-
- private:
-    SlimLock& lock_;
+    Lock& lock_;
 };
 
 }  // namespace vlm

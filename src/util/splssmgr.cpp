@@ -1,24 +1,21 @@
 #include "util/splssmgr.h"
 
-#include "util/handles.h"
-
 namespace vlm {
 
 BOOL CSplssMgr::Load() {
     Unload();
-    library_ = LoadLibraryW(L"spoolss.dll");
-    if (library_ == nullptr) return FALSE;
-    allocMem_ = FindFunction<AllocMemFunction>(library_, "RouterAllocBidiMem");
-    freeMem_ = FindFunction<FreeMemFunction>(library_, "RouterFreeBidiMem");
-    allocContainer_ = FindFunction<AllocContainerFunction>(library_, "RouterAllocBidiResponseContainer");
+    library_.Reset(LoadLibraryW(L"spoolss.dll"));
+    if (!library_) return FALSE;
+    allocMem_ = FindFunction<AllocMemFunction>(library_.Get(), "RouterAllocBidiMem");
+    freeMem_ = FindFunction<FreeMemFunction>(library_.Get(), "RouterFreeBidiMem");
+    allocContainer_ =
+        FindFunction<AllocContainerFunction>(library_.Get(), "RouterAllocBidiResponseContainer");
     return TRUE;
 }
 
 BOOL CSplssMgr::Unload() {
-    if (library_ == nullptr) return FALSE;
-    const LastErrorKeeper keeper;
-    FreeLibrary(library_);
-    library_ = nullptr;
+    if (!library_) return FALSE;
+    library_.Reset();
     allocMem_ = nullptr;
     freeMem_ = nullptr;
     allocContainer_ = nullptr;

@@ -12,7 +12,6 @@ namespace vlm {
 class CSplssMgr {
  public:
     CSplssMgr() = default;
-    // Does not unload: whoever calls Load decides when, with Unload.
     virtual ~CSplssMgr() = default;
     CSplssMgr(const CSplssMgr&) = delete;
     CSplssMgr& operator=(const CSplssMgr&) = delete;
@@ -34,7 +33,7 @@ class CSplssMgr {
     using FreeMemFunction = void WINAPI(void*);
     using AllocContainerFunction = BIDI_RESPONSE_CONTAINER* WINAPI(DWORD);
 
-    HMODULE library_ = nullptr;
+    Module library_;
     AllocMemFunction* allocMem_ = nullptr;
     FreeMemFunction* freeMem_ = nullptr;
     AllocContainerFunction* allocContainer_ = nullptr;

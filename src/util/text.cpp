@@ -6,6 +6,18 @@
 
 namespace vlm {
 
+namespace {
+
+std::wstring Widen(UINT codePage, std::string_view text) {
+    const int length = static_cast<int>(text.size());
+    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(codePage, 0, text.data(), length, nullptr, 0)),
+                      L'\0');
+    MultiByteToWideChar(codePage, 0, text.data(), length, wide.data(), static_cast<int>(wide.size()));
+    return wide;
+}
+
+}  // namespace
+
 std::string ToUtf8(std::wstring_view text) {
     const int length = static_cast<int>(text.size());
     const int needed = WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
@@ -15,11 +27,11 @@ std::string ToUtf8(std::wstring_view text) {
 }
 
 std::wstring FromUtf8(std::string_view text) {
-    const int length = static_cast<int>(text.size());
-    std::wstring wide(static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0)),
-                      L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), length, wide.data(), static_cast<int>(wide.size()));
-    return wide;
+    return Widen(CP_UTF8, text);
+}
+
+std::wstring FromCodePage(std::string_view text) {
+    return Widen(CP_ACP, text);
 }
 
 std::string ErrorText(DWORD code) {

@@ -1,17 +1,16 @@
-// The trace: one line of text about what the monitor did or refused, for whoever diagnoses a print server.
+// The trace: lines of text about what the monitor did or refused, for diagnosing a print server.
 //
-// A line has a level. It goes to two places: to the debugger output (OutputDebugStringW; a program may choose
-// another stream with SetTraceStream) when its level is among those that the process asks for, and to the
-// event provider (event_provider.h) when a session of event tracing asks for it. A line that nobody asks for
-// is not even formatted.
+// Each line has a level and up to two destinations: the debugger output (OutputDebugStringW, or the stream of
+// SetTraceStream) if the process's trace level includes it, and the event provider (event_provider.h) if an
+// event tracing session records that level. A line without a destination is not formatted.
 //
-// Texts are formatted as by wprintf and written in one piece. Every text carries its own "\r\n". Any thread
-// may trace; tracing allocates nothing, never throws, never blocks on anything but the stream, and keeps
-// GetLastError() as it was. Since the debugger output waits for its reader, no lock should be held across
-// it. A text that cannot be formatted, or is longer than 4,095 characters, writes nothing.
+// Texts are formatted as by wprintf and written in one piece, each with its own "\r\n". Any thread may trace.
+// Tracing allocates nothing, never throws, blocks on nothing but the stream, and keeps GetLastError(). The
+// debugger output waits for its reader, so no lock should be held across it. A text that cannot be formatted,
+// or is longer than 4,095 characters, is dropped.
 //
-// Text that came from outside (a file, a printer, an RPC caller) is made printable first, so that it can
-// neither break the line nor steer a terminal.
+// Text from outside (a file, a printer, an RPC caller) is made printable first, so that it can neither break
+// the line nor send control codes to a terminal.
 #pragma once
 
 #include <windows.h>
@@ -33,28 +32,27 @@ enum class TraceLevel : UCHAR {
 // At the level of errors.
 void Trace(const wchar_t* format, ...);
 void TraceAt(TraceLevel level, const wchar_t* format, ...);
-// Whether anybody asks for lines of that level.
+// Whether lines of that level have a destination.
 bool IsTraced(TraceLevel level);
 
-// How much goes to the debugger output; kError at first.
+// The level up to which lines go to the debugger output; kError at first.
 void SetTraceLevel(TraceLevel level);
-// Sets the level that the process's environment names: VLLM3MON_TRACE=off|error|info|verbose. Any other value
-// changes nothing.
+// Sets the level from the environment: VLLM3MON_TRACE=off|error|info|verbose. Any other value is ignored.
 void ReadTraceLevel();
-// What the environment names as the level when that is none of these; empty otherwise.
+// The value of that variable if it is not a level; empty otherwise.
 std::wstring UnknownTraceLevel();
 
-// Where the trace goes in place of the debugger output: a function that receives one whole text at a time,
-// from any thread, and must not throw. Null restores the debugger output.
+// Replaces the debugger output: a function that receives one whole text at a time, on any thread, and must
+// not throw. Null restores the debugger output.
 using TraceStream = void (*)(const wchar_t* text);
 void SetTraceStream(TraceStream stream);
 
-// `text` with every control character and lone surrogate replaced by '?', cut to `limit` characters with
-// "..." behind them.
+// `text` with every control character and lone surrogate replaced by '?', truncated to `limit` characters and
+// "...".
 std::wstring Printable(std::wstring_view text, size_t limit = 256);
 
-// The same for a name that stands between double quotes, with apostrophes for such quotes in it. Has all its
-// memory in itself, for lines that are written when memory has run out. Null counts as empty.
+// The same for a name within double quotes; double quotes inside it become apostrophes. Allocates nothing, so
+// it works when memory has run out. Null counts as empty.
 class TraceName {
  public:
     explicit TraceName(const wchar_t* name);

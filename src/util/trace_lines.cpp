@@ -17,44 +17,41 @@ void TraceRefusal(const wchar_t* port, const wchar_t* reason, DWORD code, TraceL
 }
 
 void TraceJobStart(const wchar_t* port, DWORD job, const wchar_t* printer) {
-    if (!IsTraced(TraceLevel::kVerbose)) return;
     TraceAt(TraceLevel::kVerbose, L"Verbose: port \"%ls\": job %lu started, printer \"%ls\"\r\n",
             TraceName(port).c_str(), job, TraceName(printer).c_str());
 }
 
-void TraceJobEnd(const wchar_t* port, DWORD job, const JobTally& tally) {
-    if (tally.failedWrites != 0)
+void TraceJobEnd(const wchar_t* port, DWORD job, const JobMetrics& metrics) {
+    if (metrics.failedWrites != 0)
         Trace(L"Error: port \"%ls\": job %lu broke: %u failed writes, the last one with error %lu\r\n",
-              TraceName(port).c_str(), job, tally.failedWrites, tally.error);
-    if (!IsTraced(TraceLevel::kInformation)) return;
+              TraceName(port).c_str(), job, metrics.failedWrites, metrics.error);
     TraceAt(TraceLevel::kInformation,
             L"Info: port \"%ls\": job %lu ended, %llu bytes, %u failed writes, %lld ms\r\n",
-            TraceName(port).c_str(), job, static_cast<unsigned long long>(tally.bytes), tally.failedWrites,
-            MillisecondsSince(tally.begin));
+            TraceName(port).c_str(), job, static_cast<unsigned long long>(metrics.bytes),
+            metrics.failedWrites, MillisecondsSince(metrics.begin));
 }
 
-void TallyEntry(const wchar_t* port, const wchar_t* schema, DWORD result, AnsweredBy by, QueryTally* tally) {
+void CountEntry(const wchar_t* port, const wchar_t* schema, DWORD result, AnsweredBy by,
+                QueryMetrics* metrics) {
     const bool engine = by == AnsweredBy::kEngine;
-    ++(result != ERROR_SUCCESS ? tally->nobody : engine ? tally->engine : tally->lower);
+    ++(result != ERROR_SUCCESS ? metrics->unanswered : engine ? metrics->engine : metrics->lower);
     if (!IsTraced(TraceLevel::kVerbose)) return;
     TraceAt(TraceLevel::kVerbose, L"Verbose: port \"%ls\": entry \"%ls\" of the %ls, result %lu\r\n",
             TraceName(port).c_str(), TraceName(schema).c_str(), engine ? L"engine" : L"lower monitor",
             result);
 }
 
-void TraceQueryEnd(const wchar_t* port, const wchar_t* action, DWORD code, const QueryTally& tally,
+void TraceQueryEnd(const wchar_t* port, const wchar_t* action, DWORD code, const QueryMetrics& metrics,
                    TraceClock::time_point begin) {
-    if (!IsTraced(TraceLevel::kInformation)) return;
     TraceAt(TraceLevel::kInformation,
             L"Info: port \"%ls\": query \"%ls\" ended, code %lu, %u entries by the engine, %u by the lower "
-            L"monitor, %u by nobody, %lld ms\r\n",
-            TraceName(port).c_str(), TraceName(action).c_str(), code, tally.engine, tally.lower, tally.nobody,
-            MillisecondsSince(begin));
+            L"monitor, %u unanswered, %lld ms\r\n",
+            TraceName(port).c_str(), TraceName(action).c_str(), code, metrics.engine, metrics.lower,
+            metrics.unanswered, MillisecondsSince(begin));
 }
 
 void TraceExchangeEnd(const wchar_t* host, unsigned port, int status, uint64_t bytes,
                       TraceClock::time_point begin) {
-    if (!IsTraced(TraceLevel::kInformation)) return;
     TraceAt(TraceLevel::kInformation,
             L"Info: host \"%ls:%u\": exchange ended, status %d, %llu bytes, %lld ms\r\n",
             TraceName(host).c_str(), port, status, static_cast<unsigned long long>(bytes),
@@ -63,7 +60,6 @@ void TraceExchangeEnd(const wchar_t* host, unsigned port, int status, uint64_t b
 
 void TraceRemoteCallEnd(const wchar_t* port, const wchar_t* procedure, DWORD code, uint64_t bytes,
                         TraceClock::time_point begin) {
-    if (!IsTraced(TraceLevel::kInformation)) return;
     TraceAt(TraceLevel::kInformation,
             L"Info: port \"%ls\": remote %ls ended, code %lu, %llu bytes, %lld ms\r\n",
             TraceName(port).c_str(), procedure, code, static_cast<unsigned long long>(bytes),

@@ -1,8 +1,8 @@
 // The byte cursor through which every VPCA read and write goes.
 //
-// A cursor is a position and the count of bytes behind it. It is passed by value to look ahead and by pointer
-// to consume. Multi-byte integers are big-endian on the wire. The primitives do not check the remaining
-// count: whoever reads or writes proves with `remaining` first that the bytes are there.
+// A cursor is a position and the count of bytes from there on. It is passed by value to look ahead and by
+// pointer to consume. Multi-byte integers are big-endian on the wire. The primitives do not check the
+// remaining count: whoever reads or writes proves with `remaining` first that the bytes are there.
 #pragma once
 
 #include <cassert>

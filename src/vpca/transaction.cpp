@@ -7,7 +7,6 @@
 #include "util/handles.h"
 #include "util/scope_exit.h"
 #include "vpca/attribute_values.h"
-#include "vpca/memory.h"
 #include "vpca/tables.h"
 
 namespace vlm::vpca {
@@ -18,26 +17,14 @@ constexpr uint8_t kRequestFlags = 4;
 constexpr uint16_t kStatusData = 1;
 constexpr uint16_t kStatusMore = 29;
 
-constexpr uint32_t kDataBlockReceiveSize = 8216;
-constexpr uint32_t kAttributeReceiveSize = 512;
+constexpr uint32_t kAttributeReadSize = 64;  // no more of such an answer is read
 constexpr wchar_t kNoPort[] = L"no port";
-
-// No more of an attribute answer is read.
-constexpr uint32_t kAttributeReadSize = 64;
 
 // The attributes of which a value is handed out, and how much of it.
 constexpr struct {
     uint16_t id;
     uint32_t size;
 } kReturnedAttributes[] = {{180, 8}, {2405, 28}};
-
-DWORD RequestError(VpcaError error) {
-    return error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : ERROR_INVALID_PARAMETER;
-}
-
-DWORD AnswerError(VpcaError error) {
-    return error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : ERROR_INVALID_DATA;
-}
 
 DWORD CodeOf(bool succeeded, const CVPCATransaction& transaction, ExchangeReason* reason) {
     if (succeeded) return ERROR_SUCCESS;
@@ -52,6 +39,11 @@ bool CVPCATransaction::Refuse(DWORD error, const wchar_t* reason, std::optional<
     reason_ = {reason, value};
     SetLastError(error);
     return false;
+}
+
+bool CVPCATransaction::RefuseCodec(VpcaError error, DWORD otherwise, const wchar_t* reason) {
+    return Refuse(error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : otherwise, reason,
+                  static_cast<uint32_t>(error));
 }
 
 bool CVPCATransaction::RefuseStatus(uint16_t status) {
@@ -73,12 +65,11 @@ bool CVPCATransaction::CallBelow(const wchar_t* failure, bool pendingIsSuccess, 
     return Refuse(error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE, failure);
 }
 
-CVPCATransaction::CVPCATransaction(uint32_t dataId) : dataId_(dataId), receiveSize_(kDataBlockReceiveSize) {
+CVPCATransaction::CVPCATransaction(uint32_t dataId) : dataId_(dataId) {
     request_.flags = kRequestFlags;
 }
 
-CVPCATransaction::CVPCATransaction(const uint32_t (&callerValues)[2], AttributeRequest* request)
-    : body_(request), receiveSize_(kAttributeReceiveSize) {
+CVPCATransaction::CVPCATransaction(const uint32_t* callerValues, AttributeRequest* request) : body_(request) {
     request_.flags = kRequestFlags;
     request_.value1 = callerValues[0];
     request_.value2 = callerValues[1];
@@ -131,7 +122,7 @@ bool CVPCATransaction::Send(const VpcaPort* port) {
     frame_.Release();
     const VpcaError error = EncodeFrame(&request_, &body_, &frame_);
     if (error != VpcaError::kSuccess) {
-        Refuse(RequestError(error), L"the request cannot be encoded", static_cast<uint32_t>(error));
+        RefuseCodec(error, ERROR_INVALID_PARAMETER, L"the request cannot be encoded");
         EndDocument();
         return false;
     }
@@ -143,28 +134,27 @@ bool CVPCATransaction::Send(const VpcaPort* port) {
     return sent;
 }
 
+bool CVPCATransaction::CanReceive(const VpcaPort* port, const uint8_t* buffer, const uint32_t* size) {
+    if (port == nullptr) return Refuse(ERROR_INVALID_PARAMETER, kNoPort);
+    if (buffer == nullptr || size == nullptr || *size == 0)
+        return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the caller has no room for the answer");
+    return true;
+}
+
 // Reads at most `size` bytes and decodes them. `result` may point into the transaction's receive buffer.
 bool CVPCATransaction::ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResult* result) {
-    if (answer_.bytes == nullptr) {
-        answer_.bytes = static_cast<uint8_t*>(Allocate(receiveSize_));
-        if (answer_.bytes == nullptr) return Refuse(ERROR_NOT_ENOUGH_MEMORY, L"no memory for the answer");
-        answer_.size = receiveSize_;
-        answer_.owned = true;
-    }
-    std::memset(answer_.bytes, 0, receiveSize_);
-
+    answer_.fill(0);
     DWORD received = 0;
     if (!CallBelow(L"the port below brings no answer", true,
-                   [&] { return port.readPort(port.lower, answer_.bytes, size, &received); }))
+                   [&] { return port.readPort(port.lower, answer_.data(), size, &received); }))
         return false;
     if (received > size)
         return Refuse(ERROR_INVALID_DATA, L"the port below returned too many bytes", received);
 
     VpcaHeader header;
-    const VpcaError error = DecodeResponse(&header, result, {answer_.bytes, received});
-    if (error != VpcaError::kSuccess) {
-        return Refuse(AnswerError(error), L"the answer cannot be decoded", static_cast<uint32_t>(error));
-    }
+    const VpcaError error = DecodeResponse(&header, result, {answer_.data(), received});
+    if (error != VpcaError::kSuccess)
+        return RefuseCodec(error, ERROR_INVALID_DATA, L"the answer cannot be decoded");
     if (header.operation != request_.operation) {
         return Refuse(ERROR_INVALID_DATA, L"the answer is for another operation", header.operation);
     }
@@ -173,15 +163,13 @@ bool CVPCATransaction::ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResul
 
 bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, uint32_t* size) {
     const ScopeExit endDocument([this] { EndDocument(); });
-    if (port == nullptr) return Refuse(ERROR_INVALID_PARAMETER, kNoPort);
-    if (buffer == nullptr || size == nullptr || *size == 0)
-        return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the caller has no room for the answer");
+    if (!CanReceive(port, buffer, size)) return false;
 
     uint32_t received = 0;
     bool more = false;
     do {
         VpcaResult result;
-        if (!ReadAnswer(*port, receiveSize_, &result)) return false;
+        if (!ReadAnswer(*port, sizeof answer_, &result)) return false;
         const auto* block = std::get_if<DataBlock>(&result.body);
         if (block == nullptr) return RefuseStatus(result.status);
         if (block->dataId != dataId_) {
@@ -205,9 +193,7 @@ bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, u
 
 bool CVPCATransaction::ReceiveAttribute(const VpcaPort* port, uint8_t* buffer, uint32_t* size) {
     const ScopeExit endDocument([this] { EndDocument(); });
-    if (port == nullptr) return Refuse(ERROR_INVALID_PARAMETER, kNoPort);
-    if (buffer == nullptr || size == nullptr || *size == 0)
-        return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the caller has no room for the answer");
+    if (!CanReceive(port, buffer, size)) return false;
 
     VpcaResult result;
     if (!ReadAnswer(*port, kAttributeReadSize, &result)) return false;
@@ -239,7 +225,7 @@ void CVPCATransaction::EndDocument() {
     document_ = nullptr;
     // The exchange is over either way; a failure here cannot change its outcome.
     const ExchangeReason reason = reason_;
-    static_cast<void>(CallBelow(L"", false, [&] { return port->endDocPort(port->lower); }));
+    CallBelow(L"", false, [&] { return port->endDocPort(port->lower); });
     reason_ = reason;
     port->flags->fetch_and(~kPortJobActive);
 }
@@ -261,8 +247,7 @@ DWORD ReadAttribute(const VpcaPort* port, const uint32_t* callerValues, Attribut
         size == nullptr) {
         return ERROR_INVALID_PARAMETER;
     }
-    const uint32_t values[2] = {callerValues[0], callerValues[1]};
-    CVPCATransaction transaction(values, request);
+    CVPCATransaction transaction(callerValues, request);
     transaction.Initialise();
     transaction.PrepareAttribute();
     const bool done = transaction.Send(port) && transaction.ReceiveAttribute(port, buffer, size);

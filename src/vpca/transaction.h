@@ -1,11 +1,11 @@
 // One exchange with the printer over its own port: a private document on the port below the monitor, the
 // request written into it, the answer read back through it.
 //
-// The caller holds the port's job lock for the whole exchange and keeps the port alive; a transaction belongs
-// to one thread. Nothing throws: what the port below throws is a failure like any other. Every failure comes
-// with a reason and leaves a non-zero GetLastError(): what the port below set, or
+// The caller holds the port's job lock and keeps the port alive during the whole exchange; a transaction
+// belongs to one thread. Nothing throws; an exception of the port below is a failure like any other. Every
+// failure has a reason and leaves a non-zero GetLastError(): the port's own, or
 //   13  ERROR_INVALID_DATA         the answer cannot be decoded or answers another question
-//   31  ERROR_GEN_FAILURE          the printer refused, or the port below failed without saying why
+//   31  ERROR_GEN_FAILURE          the printer refused, or the port below failed without an error code
 //   122 ERROR_INSUFFICIENT_BUFFER  the answer is larger than the caller's buffer, or there is no buffer
 //   87  ERROR_INVALID_PARAMETER    the request cannot be encoded
 //   6   ERROR_INVALID_HANDLE       there is nothing below the port
@@ -14,6 +14,7 @@
 
 #include <windows.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <optional>
@@ -36,7 +37,7 @@ struct VpcaPort {
 
 inline constexpr uint32_t kPortJobActive = 0x1;
 
-// Why an exchange failed: words, and the number that they are about.
+// Why an exchange failed: a text, and the number that it is about.
 struct ExchangeReason {
     const wchar_t* text = L"";
     std::optional<uint32_t> value;
@@ -48,9 +49,9 @@ struct ExchangeReason {
 DWORD ReadDataBlock(const VpcaPort* port, const uint32_t* dataId, uint8_t* buffer, uint32_t* size,
                     ExchangeReason* reason = nullptr);
 
-// Asks for attributes and returns the first one's value, as far as it is known how long that is: 8 bytes of
-// attribute 180, 28 of 2405, none of any other. `callerValues` are two words for the frame's header.
-// Otherwise as above.
+// Asks for attributes and returns the value of the first one if its length is known: 8 bytes of attribute
+// 180, 28 of 2405, none of any other. `callerValues` are two words for the frame's header. Otherwise as
+// above.
 DWORD ReadAttribute(const VpcaPort* port, const uint32_t* callerValues, AttributeRequest* request,
                     uint8_t* buffer, uint32_t* size, ExchangeReason* reason = nullptr);
 
@@ -59,8 +60,8 @@ class CVPCATransaction {
  public:
     // For a data block.
     explicit CVPCATransaction(uint32_t dataId);
-    // For attributes; `request` outlives the transaction.
-    CVPCATransaction(const uint32_t (&callerValues)[2], AttributeRequest* request);
+    // For attributes, with the two words for the header; `request` outlives the transaction.
+    CVPCATransaction(const uint32_t* callerValues, AttributeRequest* request);
     // Ends a document that is still open, so the port outlives the transaction too.
     ~CVPCATransaction() { EndDocument(); }
     CVPCATransaction(const CVPCATransaction&) = delete;
@@ -90,8 +91,10 @@ class CVPCATransaction {
 
  private:
     void Prepare(uint16_t operation);
+    bool CanReceive(const VpcaPort* port, const uint8_t* buffer, const uint32_t* size);
     bool ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResult* result);
     bool Refuse(DWORD error, const wchar_t* reason, std::optional<uint32_t> value = {});
+    bool RefuseCodec(VpcaError error, DWORD otherwise, const wchar_t* reason);
     bool RefuseStatus(uint16_t status);
     template <typename Call>
     bool CallBelow(const wchar_t* failure, bool pendingIsSuccess, Call&& call);
@@ -101,8 +104,7 @@ class CVPCATransaction {
     FrameBuffer frame_;
     uint32_t dataId_ = 0;
     uint32_t sequence_ = 0;
-    uint32_t receiveSize_;
-    FrameBuffer answer_;
+    std::array<uint8_t, 8216> answer_;
     // Where the document is open; null when there is none.
     const VpcaPort* document_ = nullptr;
     ExchangeReason reason_;

@@ -146,13 +146,26 @@ TEST_P(MonitorTraceTest, QueryEndsWithWhoAnsweredIt) {
              L"Verbose: port \"IP_office\": entry \"\\Printer.None:Leaf\" of the engine, result 232\r\n",
              L"Info: port \"IP_office\": query \"Get\" ended, code 0, 1 entries by the engine, 1 by the "
              L"lower "
-             L"monitor, 1 by nobody, N ms\r\n",
+             L"monitor, 1 unanswered, N ms\r\n",
              L"Verbose: port \"IP_office\": entry \"\\Printer.Below:Leaf\" of the lower monitor, result "
              L"0\r\n",
              L"Info: port \"IP_office\": query \"Set\" ended, code 0, 0 entries by the engine, 1 by the "
              L"lower "
-             L"monitor, 0 by nobody, N ms\r\n"}));
+             L"monitor, 0 unanswered, N ms\r\n"}));
     EXPECT_TRUE(table.pfnClosePort(port));
+}
+
+TEST(TraceLevelTest, UnknownOneIsNamedByEachInitialization) {
+    SetEnvironmentVariableW(L"VLLM3MON_TRACE", L"loud\r\n");
+    const DebuggerOutput output;
+    {
+        host::MonitorHost host(host::BesideProgram(L"vllm3mon.dll"));
+        host.Table().pfnShutdown(host.InitializeAgain());
+    }
+    SetEnvironmentVariableW(L"VLLM3MON_TRACE", nullptr);
+    Lines lines = DebuggerOutput::Texts();
+    std::erase_if(lines, [](const std::wstring& line) { return line.find(L"VLLM3MON_TRACE") == line.npos; });
+    EXPECT_EQ(lines, Lines(2, L"Error: VLLM3MON_TRACE=loud?? is not a trace level; errors are traced\r\n"));
 }
 
 // Whatever is at fault, the printer is not blamed for it, and the port's line says all.
@@ -254,7 +267,7 @@ TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
     const std::wstring noLower = L"Error: port \"IP_office\": the lower monitor gave no answer, error 21\r\n";
     const std::wstring ended =
         L"Info: port \"IP_office\": query \"Get\" ended, code 21, 0 entries by the engine, "
-        L"0 by the lower monitor, 0 by nobody, N ms\r\n";
+        L"0 by the lower monitor, 0 unanswered, N ms\r\n";
     EXPECT_EQ(
         output.Texts(),
         AtThisLevel(
@@ -265,7 +278,7 @@ TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
              L"Error: port \"IP_office\": no answer from 127.0.0.1:N: no connection (12029), error 1627\r\n",
              noLower, ended, L"Error: port \"IP_office\": no Bidi for a pooled printer, error 50\r\n",
              L"Info: port \"IP_office\": query \"Get??\" ended, code 50, 0 entries by the engine, 0 by the "
-             L"lower monitor, 0 by nobody, N ms\r\n"}));
+             L"lower monitor, 0 unanswered, N ms\r\n"}));
     EXPECT_TRUE(table.pfnClosePort(port));
 }
 

@@ -32,25 +32,25 @@ class BoundedCall : public testing::Test {
 };
 
 TEST_F(BoundedCall, LeavesFewCallsBehindForOnePeerAndNotManyInAll) {
-    constexpr int kPeers = kMostLeftBehindInAll / kMostLeftBehind;
+    constexpr int kPeers = kMostAbandonedInAll / kMostAbandoned;
     for (int peer = 0; peer < kPeers; ++peer) {
         const std::wstring name = L"hangs" + std::to_wstring(peer);
-        for (int i = 0; i < kMostLeftBehind; ++i) {
+        for (int i = 0; i < kMostAbandoned; ++i) {
             EXPECT_TRUE(MayCall(name));
             EXPECT_FALSE(RunBounded(name, hang_, 20));
         }
         EXPECT_FALSE(MayCall(name));
         EXPECT_EQ(MayCall(L"healthy"), peer + 1 < kPeers);
     }
-    EXPECT_EQ(*running_, kMostLeftBehindInAll);
+    EXPECT_EQ(*running_, kMostAbandonedInAll);
     Release();
     EXPECT_TRUE(MayCall(L"hangs0"));
     const auto throws = [] { throw 1; };
     EXPECT_TRUE(RunBounded(L"hangs0", throws, 1000));
 }
 
-TEST_F(BoundedCall, CancelledCallThatEndsIsNotLeftBehind) {
-    for (int i = 0; i <= kMostLeftBehind; ++i) {
+TEST_F(BoundedCall, CancelledCallThatEndsIsNotAbandoned) {
+    for (int i = 0; i <= kMostAbandoned; ++i) {
         ResetEvent(release_.Get());
         // A call that ends at that moment may have used what was closed: its result does not count.
         const auto cancel = [this] { SetEvent(release_.Get()); };

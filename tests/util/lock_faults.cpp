@@ -15,7 +15,7 @@ int ReadWithoutLock() {
     return counter;
 }
 void Touch() {
-    const ExclusiveScope exclusive(lock);
+    const LockGuard exclusive(lock);
 }
 void WriteBehindLock() {
     Touch();
@@ -28,12 +28,12 @@ void CallWithoutLock() {
     Add(1);
 }
 void WaitWithLock() {
-    const ExclusiveScope exclusive(lock);
+    const LockGuard exclusive(lock);
     Await();
 }
 void TakeTwice() {
-    const ExclusiveScope exclusive(lock);
-    const ExclusiveScope again(lock);
+    const LockGuard exclusive(lock);
+    const LockGuard again(lock);
 }
 
 }  // namespace vlm

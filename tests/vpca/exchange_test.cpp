@@ -1,7 +1,6 @@
 // Exchanges over a scripted port: what goes down to it, what comes back to the caller, and which error is
 // left.
 #include "scripted_port.h"
-#include "vpca/memory.h"
 
 namespace vlm::vpca {
 namespace {
@@ -144,21 +143,6 @@ TEST(ExchangeTest, AttributeAnswersSucceedOrFailWithTheRightCode) {
             {"another operation", DataAnswer(1, 7, Bytes(8)), 8, ERROR_INVALID_DATA},
             {"no capacity", AttributeFrame(1, kEightBytes), 0, ERROR_INSUFFICIENT_BUFFER},
         });
-}
-
-TEST(LocalHeapTest, BlocksStartZeroedKeepTheirBytesWhenGrownAndLeaveTheLastErrorAlone) {
-    auto* block = static_cast<uint8_t*>(Allocate(16));
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(Bytes(block, block + 16), Bytes(16));
-    std::fill_n(block, 16, uint8_t{0x42});
-    block = static_cast<uint8_t*>(Reallocate(block, 100000));
-    ASSERT_NE(block, nullptr);
-    EXPECT_EQ(Bytes(block, block + 16), Bytes(16, 0x42));
-    EXPECT_GE(LocalSize(block), 100000u);
-    SetLastError(kPoison);
-    Free(block);
-    Free(nullptr);
-    EXPECT_EQ(GetLastError(), kPoison);
 }
 
 TEST(ExchangeTest, FaultyPortEndsTheDocumentAtMostOnceAndLeavesAnError) {

@@ -75,7 +75,7 @@ void DebugOutput::Take(const Channel& channel) {
     std::memcpy(&buffer, channel.buffer.Get(), sizeof buffer);
     SetEvent(channel.ready.Get());
     const std::wstring text = FromCodePage(buffer.text, strnlen(buffer.text, sizeof buffer.text));
-    const ExclusiveScope exclusive(lock_);
+    const LockGuard exclusive(lock_);
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find_first_of(L"\r\n", begin), text.size());
         if (end > begin) {
@@ -92,7 +92,7 @@ void DebugOutput::Take(const Channel& channel) {
 
 bool DebugOutput::Next(std::chrono::milliseconds wait, DebugLine* line) {
     const ULONGLONG deadline = GetTickCount64() + static_cast<ULONGLONG>(wait.count());
-    const ExclusiveScope exclusive(lock_);
+    const LockGuard exclusive(lock_);
     while (lines_.empty()) {
         const ULONGLONG now = GetTickCount64();
         if (now >= deadline) return false;
@@ -104,7 +104,7 @@ bool DebugOutput::Next(std::chrono::milliseconds wait, DebugLine* line) {
 }
 
 size_t DebugOutput::LinesLost() {
-    const ExclusiveScope exclusive(lock_);
+    const LockGuard exclusive(lock_);
     return lost_;
 }
 
