@@ -30,10 +30,6 @@ void* Allocate(size_t size) {
     ++allocations;
     return std::calloc(1, size);
 }
-void* Reallocate(void* block, size_t size) {
-    ++allocations;
-    return std::realloc(block, size);
-}
 void Free(void* block) {
     std::free(block);
 }

@@ -7,6 +7,7 @@
 
 #include "monitor/process_state.h"
 #include "util/handles.h"
+#include "util/system_version.h"
 #include "util/trace.h"
 
 namespace vlm {
@@ -23,15 +24,6 @@ HANDLE thread VLM_GUARDED_BY(processState.monitorLock) = nullptr;
 std::atomic<HANDLE> windowCreated{nullptr};  // manual-reset; made once, before the first thread
 std::atomic<bool> leaving{false};            // the thread calls nothing any more, it only returns
 
-DWORD SystemMajorVersion() {
-    OSVERSIONINFOW version{};
-    version.dwOSVersionInfoSize = sizeof version;
-#if defined(_MSC_VER)
-#pragma warning(suppress : 4996)  // deprecated, but it answers as the process's compatibility mode wants it
-#endif
-    return GetVersionExW(&version) ? version.dwMajorVersion : 0;
-}
-
 LRESULT CALLBACK WindowProcedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM lParam) {
     switch (message) {
         case WM_DESTROY:
@@ -42,7 +34,7 @@ LRESULT CALLBACK WindowProcedure(HWND hwnd, UINT message, WPARAM wParam, LPARAM 
             PostQuitMessage(0);
             break;
         case WM_POWERBROADCAST:
-            if (wParam == PBT_APMSUSPEND && SystemMajorVersion() >= 6) {
+            if (wParam == PBT_APMSUSPEND && SystemVersion().dwMajorVersion >= 6) {
                 processState.suspended.store(true, std::memory_order_relaxed);
                 Trace(L"The system suspends: writes are refused until the next job starts\r\n");
             }

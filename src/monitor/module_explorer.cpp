@@ -80,6 +80,35 @@ std::wstring ShellFolder(int folder) {
     });
 }
 
+// What the other ids stand for.
+struct KnownDirectory {
+    DWORD id;
+    std::wstring (*parent)();
+    const wchar_t* below;
+};
+constexpr KnownDirectory kDirectories[] = {
+    {10, WindowsDirectory, L""},
+    {25, WindowsDirectory, L""},
+    {17, WindowsDirectory, L"\\inf"},
+    {18, WindowsDirectory, L"\\Help"},
+    {20, WindowsDirectory, L"\\Fonts"},
+    {50, WindowsDirectory, L"\\system"},
+    {11, SystemDirectory, L""},
+    {66002, SystemDirectory, L""},
+    {12, SystemDirectory, L"\\drivers"},
+    {21, SystemDirectory, L"\\Viewers"},
+    {51, SystemDirectory, L"\\spool"},
+    {23, ColorDirectory, L""},
+    {66003, ColorDirectory, L""},
+    {52, PrinterDriverDirectory, L""},
+    {55, PrintProcessorDirectory, L""},
+    {66001, PrintProcessorDirectory, L""},
+    {24, [] { return Environment(L"HOMEDRIVE"); }, L""},
+    {30, [] { return Environment(L"SystemDrive"); }, L""},
+    {54, [] { return Environment(L"SystemDrive"); }, L""},
+    {53, [] { return Environment(L"USERPROFILE"); }, L""},
+};
+
 bool HoldsIniExtension(std::wstring name) {
     name.resize(std::min<size_t>(name.size(), kPathCapacity));
     std::transform(name.begin(), name.end(), name.begin(), [](wchar_t c) { return std::towlower(c); });
@@ -205,48 +234,10 @@ std::wstring CModuleExplorer::Directory(DWORD directoryId) const {
     if (directoryId >= kFirstShellFolder && directoryId <= kLastShellFolder) {
         return ShellFolder(static_cast<int>(directoryId - kFirstShellFolder));
     }
-    switch (directoryId) {
-        case kIdIniDirectoryInOtherSections:
-        case kIdIniDirectory:
-            return iniDirectory_;
-        case 10:
-        case 25:
-            return WindowsDirectory();
-        case 11:
-        case 66002:
-            return SystemDirectory();
-        case 12:
-            return SystemDirectory() + L"\\drivers";
-        case 17:
-            return WindowsDirectory() + L"\\inf";
-        case 18:
-            return WindowsDirectory() + L"\\Help";
-        case 20:
-            return WindowsDirectory() + L"\\Fonts";
-        case 21:
-            return SystemDirectory() + L"\\Viewers";
-        case 23:
-        case 66003:
-            return ColorDirectory();
-        case 24:
-            return Environment(L"HOMEDRIVE");
-        case 30:
-        case 54:
-            return Environment(L"SystemDrive");
-        case 50:
-            return WindowsDirectory() + L"\\system";
-        case 51:
-            return SystemDirectory() + L"\\spool";
-        case 52:
-            return PrinterDriverDirectory();
-        case 53:
-            return Environment(L"USERPROFILE");
-        case 55:
-        case 66001:
-            return PrintProcessorDirectory();
-        default:
-            return {};
-    }
+    if (directoryId == kIdIniDirectory || directoryId == kIdIniDirectoryInOtherSections) return iniDirectory_;
+    for (const KnownDirectory& known : kDirectories)
+        if (known.id == directoryId) return known.parent() + known.below;
+    return {};
 }
 
 namespace {

@@ -7,6 +7,7 @@
 #include "util/handles.h"
 #include "util/names.h"
 #include "util/spooler_api.h"
+#include "util/system_version.h"
 #include "util/text.h"
 #include "util/trace.h"
 
@@ -14,17 +15,9 @@ namespace vlm::rpc {
 
 namespace {
 
-bool IsNtSystem() {
-    OSVERSIONINFOW version{};
-    version.dwOSVersionInfoSize = sizeof version;
-#if defined(_MSC_VER)
-#pragma warning(suppress : 4996)  // deprecated, but it answers as the process's compatibility mode wants it
-#endif
-    return GetVersionExW(&version) && version.dwPlatformId == VER_PLATFORM_WIN32_NT;
-}
-
 bool IsUsbPortName(const wchar_t* name) {
-    const wchar_t* const prefix = IsNtSystem() ? L"USB" : L"MPUSBPRN";
+    const wchar_t* const prefix =
+        SystemVersion().dwPlatformId == VER_PLATFORM_WIN32_NT ? L"USB" : L"MPUSBPRN";
     return _wcsnicmp(name, prefix, std::wcslen(prefix)) == 0;
 }
 

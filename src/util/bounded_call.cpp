@@ -1,5 +1,6 @@
 #include "util/bounded_call.h"
 
+#include <atomic>
 #include <memory>
 
 #include "util/handles.h"
@@ -18,23 +19,13 @@ struct Call {
     std::wstring peer;
     std::function<void()> work;
     KernelHandle ended;
-    bool cancelled VLM_GUARDED_BY(lock) = false;
+    std::atomic<bool> cancelled{false};
     bool isOver VLM_GUARDED_BY(lock) = false;
     Call* next VLM_GUARDED_BY(lock) = nullptr;  // among the abandoned ones
 };
 
 // The abandoned calls: a list through themselves.
 Call* abandoned VLM_GUARDED_BY(lock) = nullptr;
-
-bool IsCancelled(const Call& call) {
-    const LockGuard exclusive(lock);
-    return call.cancelled;
-}
-
-void Cancel(Call& call) {
-    const LockGuard exclusive(lock);
-    call.cancelled = true;
-}
 
 void End(Call& call) {
     const LockGuard exclusive(lock);
@@ -59,7 +50,7 @@ void CALLBACK RunCall(PTP_CALLBACK_INSTANCE, void* argument) {
     const std::unique_ptr<std::shared_ptr<Call>> owner(static_cast<std::shared_ptr<Call>*>(argument));
     Call& call = **owner;
     GuardHresult([&] {
-        if (!IsCancelled(call)) call.work();
+        if (!call.cancelled.load()) call.work();
         return S_OK;
     });
     // What the work holds goes before its end is announced.
@@ -114,7 +105,7 @@ bool RunBounded(const std::wstring& peer, std::function<void()> work, DWORD mill
 
     if (WaitForSingleObject(call->ended.Get(), milliseconds) == WAIT_OBJECT_0) return true;
     if (cancel) {
-        Cancel(*call);
+        call->cancelled.store(true);
         cancel();
         WaitForSingleObject(call->ended.Get(), grace);
     }

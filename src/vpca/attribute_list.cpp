@@ -1,6 +1,7 @@
 #include "vpca/attribute_list.h"
 
 #include <cstring>
+#include <utility>
 
 #include "vpca/attribute_table.h"
 #include "vpca/memory.h"
@@ -157,11 +158,12 @@ VpcaError AttributeDestination::Provide(uint32_t size) {
     }
     if (capacity < size) {
         if ((flags & kMayGrow) == 0) return VpcaError::kBufferTooSmall;
-        void* const grown = Reallocate(buffer, size);
+        auto* const grown = static_cast<uint8_t*>(Allocate(size));
         if (grown == nullptr) return VpcaError::kOutOfMemory;
-        buffer = static_cast<uint8_t*>(grown);
+        Free(std::exchange(buffer, grown));
         capacity = size;
         flags |= kGrown;
+        return VpcaError::kSuccess;
     }
     std::memset(buffer, 0, size);
     return VpcaError::kSuccess;

@@ -16,11 +16,6 @@ void* Allocate(size_t size) {
     return LocalAlloc(LPTR, size);
 }
 
-void* Reallocate(void* block, size_t size) {
-    // On a fixed block LMEM_MOVEABLE only permits another address; the result is fixed again.
-    return LocalReAlloc(block, size, LMEM_MOVEABLE);
-}
-
 void Free(void* block) {
     const LastErrorKeeper keeper;
     LocalFree(block);
@@ -30,10 +25,6 @@ void Free(void* block) {
 
 void* Allocate(size_t size) {
     return std::calloc(1, size);
-}
-
-void* Reallocate(void* block, size_t size) {
-    return std::realloc(block, size);
 }
 
 void Free(void* block) {

@@ -1,6 +1,6 @@
 // The one place where the codec gets memory: the process's local heap on Windows, malloc elsewhere.
 //
-// A program that wants to count or refuse allocations defines these three functions itself; the linker then
+// A program that wants to count or refuse allocations defines these two functions itself; the linker then
 // leaves ours out.
 #pragma once
 
@@ -10,8 +10,6 @@ namespace vlm::vpca {
 
 // A zeroed block, or null.
 void* Allocate(size_t size);
-// `block` made larger, perhaps at another address, with whatever in its new part; null leaves it as it was.
-void* Reallocate(void* block, size_t size);
 // Null is allowed. Keeps the thread's last error.
 void Free(void* block);
 

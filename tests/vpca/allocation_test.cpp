@@ -16,8 +16,8 @@ namespace {
 
 constexpr int kNoLimit = std::numeric_limits<int>::max();
 
-int allocations = 0;  // and reallocations
-int live = 0;         // blocks that are not freed yet
+int allocations = 0;
+int live = 0;  // blocks that are not freed yet
 int allowed = kNoLimit;
 
 bool Permit() {
@@ -34,9 +34,6 @@ void* Allocate(size_t size) {
     if (!Permit()) return nullptr;
     ++live;
     return std::calloc(1, size);
-}
-void* Reallocate(void* block, size_t size) {
-    return Permit() ? std::realloc(block, size) : nullptr;
 }
 void Free(void* block) {
     if (block == nullptr) return;
