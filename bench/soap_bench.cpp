@@ -6,9 +6,9 @@
 #include "bench/bare_exchange.h"
 #include "bench/bench.h"
 #include "soap/printer_elements.h"
-#include "soap/streams.h"
 #include "tests/support/scripted_server.h"
 #include "util/com.h"
+#include "util/streams.h"
 #include "util/trace.h"
 
 namespace {

@@ -40,7 +40,7 @@ std::string ReadWithinBounds(const std::wstring& path) {
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(file.Get(), &size)) RefuseUnreadable(path);
     if (static_cast<ULONGLONG>(size.QuadPart) > kExtensionFileLimits.bytes) {
-        Refuse(path, Describe(XmlRefusal::kTooLarge));
+        Refuse(path, RefusalText(XmlRefusal::kTooLarge));
     }
     std::string text(static_cast<size_t>(size.QuadPart), '\0');
     DWORD read = 0;
@@ -48,7 +48,7 @@ std::string ReadWithinBounds(const std::wstring& path) {
         RefuseUnreadable(path);
     text.resize(read);
     const XmlRefusal refusal = CheckXmlBounds(text, kExtensionFileLimits);
-    if (refusal != XmlRefusal::kNone) Refuse(path, Describe(refusal));
+    if (refusal != XmlRefusal::kNone) Refuse(path, RefusalText(refusal));
     return text;
 }
 

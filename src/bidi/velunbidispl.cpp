@@ -186,7 +186,7 @@ HRESULT CVelunBidiSpl::SetGetPrinterElementResponseData(const wchar_t* responseX
         const XmlRefusal refusal = CheckXmlBounds(document, kPrinterAnswerLimits);
         if (refusal != XmlRefusal::kNone)
             ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA),
-                             std::wstring(L"the printer's answer ") + Describe(refusal));
+                             std::wstring(L"the printer's answer ") + RefusalText(refusal));
         Bind(document);
         return S_OK;
     });

@@ -14,7 +14,7 @@ std::wstring DescribeNetworkError(DWORD error) {
                    {ERROR_INTERNET_CONNECTION_ABORTED, L"connection aborted"},
                    {ERROR_INTERNET_CONNECTION_RESET, L"connection reset"},
                    {ERROR_INTERNET_SECURITY_CHANNEL_ERROR, L"no secure connection"},
-                   {ERROR_HTTP_INVALID_SERVER_RESPONSE, L"the answer is no HTTP"}};
+                   {ERROR_HTTP_INVALID_SERVER_RESPONSE, L"the answer is not HTTP"}};
     const std::wstring number = std::to_wstring(error);
     for (const auto& known : kErrors)
         if (known.number == error) return std::wstring(known.words) + L" (" + number + L")";

@@ -105,8 +105,8 @@ void PrefixNormalizer::EndElement() {
 }
 
 void PrefixNormalizer::Text(std::wstring_view text) {
-    // What follows a start tag loses the white space in front, and what an end tag follows the white space
-    // behind.
+    // Text after a start tag loses its leading white space, text before an end tag its trailing white
+    // space.
     if (tagOpen_) {
         const size_t begin = text.find_first_not_of(kXmlSpace);
         text.remove_prefix(std::min(begin, text.size()));
@@ -136,7 +136,7 @@ std::wstring PrefixNormalizer::Finish() const {
     return document;
 }
 
-// With all of the root's declarations known, each of its namespaces gets its prefix.
+// Once all of the root's declarations are known, each of its namespaces gets its prefix.
 void PrefixNormalizer::SettleRoot() {
     rootSeen_ = true;
     root_ = scope_;
@@ -180,7 +180,7 @@ const std::wstring& PrefixNormalizer::AttributePrefix(size_t index) {
     return entry.attributePrefix;
 }
 
-// Sees to it that the root binds a prefix to `uri`, `prefix` if that can be, and returns it.
+// Makes the root bind a prefix to `uri`, `prefix` if that is free, and returns it.
 std::wstring PrefixNormalizer::Claim(std::wstring_view prefix, std::wstring_view uri) {
     std::wstring claimed(prefix);
     for (unsigned number = 1; claimed.empty() || IsTaken(claimed, uri); ++number) {
@@ -199,7 +199,7 @@ std::wstring_view PrefixNormalizer::Wanted(std::wstring_view uri) const {
 }
 
 bool PrefixNormalizer::IsTaken(std::wstring_view prefix, std::wstring_view uri) const {
-    // What the root binds is settled; the query's bindings are what the engine would trip over.
+    // The root's bindings are settled, and the engine relies on the query's.
     for (const std::vector<NamespaceDeclaration>* bindings : {&std::as_const(root_), &wanted_}) {
         for (const NamespaceDeclaration& entry : *bindings) {
             if (entry.prefix == prefix) return entry.uri != uri;

@@ -12,9 +12,8 @@
 //     "ns1", "ns2", … Namespaces are told apart by their URI alone. Names without a namespace stay without,
 //     "xml:" stays, and the qualified name in the Name attribute of a print service ElementData follows its
 //     namespace like a tag does;
-//   - attributes' values and elements' texts have no white space at their ends: printers write it for looks,
-//   and
-//     a filter that compares would find it.
+//   - the values of attributes and the texts of elements have no white space at their ends: printers add it
+//     for layout, and a filter's comparison would fail on it.
 //
 // The caller passes the events of a namespace-aware parser in their order. One object serves one document.
 #pragma once
@@ -33,7 +32,7 @@ class PrefixNormalizer {
     // A real answer has five to ten.
     static constexpr size_t kMostNamespaces = 64;
 
-    // In characters. Prefixes in place of default declarations make a document longer than it was.
+    // In characters. Prefixes in place of default declarations make a document longer.
     static constexpr size_t kLongestDocument = 4u << 20;
 
     // `wanted` are the query's declarations. It must outlive this object.

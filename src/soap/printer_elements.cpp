@@ -4,13 +4,15 @@
 #include <string>
 
 #include "soap/prefix_normalizer.h"
+#include "soap/printer_elements_request.h"
 #include "soap/printer_service.h"
-#include "soap/query_document.h"
-#include "soap/streams.h"
+#include "util/hresult.h"
 #include "util/namespaces.h"
 #include "util/sax.h"
+#include "util/streams.h"
 #include "util/text.h"
 #include "util/trace.h"
+#include "util/xml_bounds.h"
 
 namespace vlm {
 
@@ -34,6 +36,41 @@ HRESULT NewUuidName(std::wstring* name) {
     return S_OK;
 }
 
+class QueryHandler : public SaxHandler {
+ public:
+    explicit QueryHandler(PrinterElementsQuery* query) : query_(*query) {}
+
+ private:
+    HRESULT OnPrefix(std::wstring_view prefix, std::wstring_view uri) override {
+        if (depth_ == 0 && !prefix.empty())
+            query_.namespaces.push_back({std::wstring(prefix), std::wstring(uri)});
+        return S_OK;
+    }
+    HRESULT OnStart(const XmlName& name, const XmlAttributes&) override {
+        if (depth_ == 0 && name.local != L"EnumQueryElement") return E_FAIL;
+        if (depth_ == 1) {
+            inName_ = name.local == L"Name";
+            text_.clear();
+        }
+        ++depth_;
+        return S_OK;
+    }
+    HRESULT OnText(std::wstring_view text) override {
+        text_ += text;
+        return S_OK;
+    }
+    HRESULT OnEnd(const XmlName&) override {
+        --depth_;
+        if (depth_ == 1 && inName_) query_.names.emplace_back(TrimXmlSpace(text_));
+        return S_OK;
+    }
+
+    PrinterElementsQuery& query_;
+    size_t depth_ = 0;
+    bool inName_ = false;
+    std::wstring text_;
+};
+
 // Passes an answer's events to the normalizer, provided it is a SOAP 1.2 envelope.
 class AnswerHandler : public SaxHandler {
  public:
@@ -50,7 +87,7 @@ class AnswerHandler : public SaxHandler {
     }
     HRESULT OnStart(const XmlName& name, const XmlAttributes& attributes) override {
         if (!envelopeSeen_ && (name.uri != ns::kSoap12 || name.local != L"Envelope"))
-            return Refuse(L"is no SOAP 1.2 envelope but \"" + Printable(name.local, 64) + L"\"");
+            return Refuse(L"is not a SOAP 1.2 envelope but \"" + Printable(name.local, 64) + L"\"");
         envelopeSeen_ = true;
         return normalizer_.StartElement(name, attributes) ? WithinBounds() : TooManyNamespaces();
     }
@@ -71,14 +108,14 @@ class AnswerHandler : public SaxHandler {
     bool envelopeSeen_ = false;
 };
 
-// Runs a step that returns an Outcome; what it throws becomes one.
-template <typename Step>
-Outcome Guarded(Step&& step) noexcept {
-    try {
-        return step();
-    } catch (...) {
-        return CaughtOutcome();
-    }
+Outcome ReadQuery(std::string_view document, PrinterElementsQuery* query) {
+    ComPtr<ISAXXMLReader> reader;
+    HRESULT hr = CreateSaxReader(reader.Receive());
+    if (FAILED(hr)) return {hr, L"no SAX reader"};
+    QueryHandler handler(query);
+    hr = ParseXml(reader.Get(), document, &handler);
+    if (FAILED(hr)) return {hr, L"the query for printer elements is not an EnumQueryElement document"};
+    return {};
 }
 
 Outcome Fetch(const wchar_t* url, const PrinterElementsQuery& query, std::string* answer, int* status) {
@@ -109,37 +146,29 @@ Outcome Clean(std::string_view answer, const std::vector<NamespaceDeclaration>& 
         return {};
     }
     std::wstring reason = L"the printer's answer ";
-    reason += handler.Reason().empty() ? L"is no well-formed XML" : handler.Reason();
+    reason += handler.Reason().empty() ? L"is not well-formed XML" : handler.Reason();
     const bool isSuccess = status >= 200 && status < 300;
     if (!isSuccess) reason = L"HTTP status " + std::to_wstring(status) + L"; " + reason;
     return {hr, std::move(reason)};
 }
 
-// Runs `body` with the query that `queryText` or `queryStream` holds.
-template <typename Query, typename Body>
-Outcome WithQuery(Query queryDocument, bool argumentsGood, Body&& body) {
-    if (queryDocument == nullptr || !argumentsGood) return {E_INVALIDARG, {}};
-    return Guarded([&]() -> Outcome {
-        PrinterElementsQuery query;
-        const HRESULT hr = ReadQuery(queryDocument, &query);
-        if (FAILED(hr)) return {hr, L"the query for printer elements is no EnumQueryElement document"};
-        return body(query);
-    });
+Outcome ArgumentMissing() {
+    return {E_INVALIDARG, L"an argument is missing"};
 }
 
-template <typename Query>
-HRESULT GetAsStream(const wchar_t* url, Query queryDocument, IStream** response) {
-    if (response != nullptr) *response = nullptr;
-    const Outcome outcome =
-        WithQuery(queryDocument, url != nullptr && response != nullptr,
-                  [&](const PrinterElementsQuery& query) -> Outcome {
-                      std::string answer;
-                      std::string document;
-                      int status = 0;
-                      Outcome step = Fetch(url, query, &answer, &status);
-                      if (SUCCEEDED(step)) step = Clean(answer, query.namespaces, &document, status);
-                      return FAILED(step) ? step : Outcome{MakeStream(document, response), {}};
-                  });
+Outcome GetAsStream(const wchar_t* url, std::string_view queryDocument, IStream** response) {
+    PrinterElementsQuery query;
+    std::string answer;
+    std::string document;
+    int status = 0;
+    Outcome outcome = ReadQuery(queryDocument, &query);
+    if (SUCCEEDED(outcome)) outcome = Fetch(url, query, &answer, &status);
+    if (SUCCEEDED(outcome)) outcome = Clean(answer, query.namespaces, &document, status);
+    if (SUCCEEDED(outcome)) outcome.code = MakeStream(document, response);
+    return outcome;
+}
+
+HRESULT Traced(const Outcome& outcome) {
     if (FAILED(outcome)) Trace(L"Error: %ls\r\n", outcome.Reason());
     return outcome;
 }
@@ -147,31 +176,52 @@ HRESULT GetAsStream(const wchar_t* url, Query queryDocument, IStream** response)
 }  // namespace
 
 Outcome FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer, int* status) {
-    int ignored = 0;
-    return WithQuery(queryText, url != nullptr && answer != nullptr, [&](const PrinterElementsQuery& query) {
-        return Fetch(url, query, answer, status != nullptr ? status : &ignored);
+    return GuardHresult([&]() -> Outcome {
+        if (url == nullptr || queryText == nullptr || answer == nullptr) return ArgumentMissing();
+        PrinterElementsQuery query;
+        int ignored = 0;
+        Outcome outcome = ReadQuery(DocumentToUtf8(queryText), &query);
+        if (SUCCEEDED(outcome)) outcome = Fetch(url, query, answer, status != nullptr ? status : &ignored);
+        return outcome;
     });
 }
 
 Outcome CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document,
                              int status) {
-    return WithQuery(queryText, document != nullptr, [&](const PrinterElementsQuery& query) {
-        return Clean(answer, query.namespaces, document, status);
+    return GuardHresult([&]() -> Outcome {
+        if (queryText == nullptr || document == nullptr) return ArgumentMissing();
+        PrinterElementsQuery query;
+        Outcome outcome = ReadQuery(DocumentToUtf8(queryText), &query);
+        if (SUCCEEDED(outcome)) outcome = Clean(answer, query.namespaces, document, status);
+        return outcome;
     });
 }
 
 Outcome CleanPrinterElements(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
                              std::string* document, int status) {
-    if (document == nullptr) return {E_INVALIDARG, {}};
-    return Guarded([&] { return Clean(answer, prefixes, document, status); });
+    return GuardHresult([&]() -> Outcome {
+        return document != nullptr ? Clean(answer, prefixes, document, status) : ArgumentMissing();
+    });
 }
 
 HRESULT GetPrinterElements(const wchar_t* url, const wchar_t* queryText, IStream** response) {
-    return GetAsStream(url, queryText, response);
+    return Traced(GuardHresult([&]() -> Outcome {
+        if (response != nullptr) *response = nullptr;
+        if (url == nullptr || queryText == nullptr || response == nullptr) return ArgumentMissing();
+        return GetAsStream(url, DocumentToUtf8(queryText), response);
+    }));
 }
 
 HRESULT GetPrinterElementsFromStream(const wchar_t* url, IStream* queryStream, IStream** response) {
-    return GetAsStream(url, queryStream, response);
+    return Traced(GuardHresult([&]() -> Outcome {
+        if (response != nullptr) *response = nullptr;
+        if (url == nullptr || queryStream == nullptr || response == nullptr) return ArgumentMissing();
+        std::string query;
+        HRESULT hr = queryStream->Seek(LARGE_INTEGER{}, STREAM_SEEK_SET, nullptr);
+        if (SUCCEEDED(hr)) hr = ReadStream(queryStream, kPrinterAnswerLimits.bytes, &query);
+        if (FAILED(hr)) return {hr, L"the query for printer elements cannot be read"};
+        return GetAsStream(url, query, response);
+    }));
 }
 
 }  // namespace vlm

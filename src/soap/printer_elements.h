@@ -3,7 +3,7 @@
 //
 // The query is XML text as the engine writes it: a root EnumQueryElement that declares the prefixes of the
 // vendor's extension files, and a child Name per element, with a qualified name as its text. Other children
-// are passed over.
+// are skipped.
 //
 // The answer becomes a UTF-8 document, the printer's whole envelope with one prefix per namespace, chosen as
 // prefix_normalizer.h says.
@@ -32,9 +32,9 @@ namespace vlm {
 Outcome FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::string* answer,
                              int* status = nullptr);
 
-// The document that the engine takes, made of an answer as it came: with these prefixes, or with those of the
-// query, for their namespaces. A status of HTTP's other than success is no failure, but the first thing to
-// say of an answer that is refused.
+// The document that the engine takes, made from the answer as it came, with these prefixes or the query's for
+// their namespaces. An HTTP status other than success is not a failure by itself, but the reason for a
+// refused answer begins with it.
 Outcome CleanPrinterElements(std::string_view answer, const std::vector<NamespaceDeclaration>& prefixes,
                              std::string* document, int status = 200);
 Outcome CleanPrinterElements(std::string_view answer, const wchar_t* queryText, std::string* document,

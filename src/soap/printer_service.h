@@ -16,8 +16,8 @@ class CPrinterServiceT : public Client {
  public:
     CPrinterServiceT() : Client(ServiceUrl{false, L"localhost", 80, L"/wsd/print/"}) {}
 
-    // Sends `request`, a whole envelope, and returns the answer's body as the printer sent it. Nothing is
-    // said about what the body holds. On failure GetClientError() tells more.
+    // Sends `request`, a whole envelope, and returns the answer's body as the printer sent it. The
+    // body is not checked. On failure GetClientError() tells more.
     HRESULT GetPrinterElements(const char* request, std::string* body) {
         HRESULT hr = this->InitializeReader();
         if (FAILED(hr)) return hr;

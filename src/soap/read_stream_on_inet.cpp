@@ -14,7 +14,8 @@ namespace vlm {
 
 namespace {
 
-// The announced length, unless the body says by itself where it ends (chunked) or the header is no number.
+// The announced length; none for a chunked body, which marks its own end, and for a header that is not a
+// number.
 std::optional<std::uint64_t> AnnouncedLength(HINTERNET request) {
     wchar_t text[32];
     DWORD size = sizeof text;
@@ -25,7 +26,7 @@ std::optional<std::uint64_t> AnnouncedLength(HINTERNET request) {
     size = sizeof text;
     if (!HttpQueryInfoW(request, HTTP_QUERY_CONTENT_LENGTH, text, &size, nullptr)) return std::nullopt;
     const std::wstring_view digits(text);
-    constexpr size_t kMostDigits = 18;  // what a 64-bit number holds in any case
+    constexpr size_t kMostDigits = 18;  // always fit into 64 bits
     if (digits.empty() || digits.size() > kMostDigits) return std::nullopt;
     std::uint64_t length = 0;
     for (const wchar_t c : digits) {
@@ -63,7 +64,7 @@ class CReadStreamOnInet final : public IStream {
 
  private:
     ~CReadStreamOnInet() = default;
-    // Looked at before each use of the request, which may be closed soon after the deadline.
+    // Checked before each use of the request, which may be closed soon after the deadline.
     bool IsLate() const { return GetTickCount64() >= deadline_; }
     HRESULT Fail(const std::wstring& reason);
     HRESULT ReadSome(void* buffer, ULONG count, ULONG* read);

@@ -11,12 +11,12 @@
 
 namespace vlm {
 
-// Reads the body of `request`, whose answer's head has arrived, once from its start to its end; all that is
-// not reading is not implemented. Does not own the request, which must stay open meanwhile. One reference for
-// the caller.
+// Reads the body of `request`, whose answer's head has arrived, once from its start to its end; everything
+// but reading is E_NOTIMPL. Does not own the request, which must stay open meanwhile. One reference for the
+// caller.
 //
-// Each Read() is one InternetReadFile() of what is at hand, so that a body which comes in drips comes in as
-// many Reads instead of keeping one busy without end. E_FAIL for
+// Each Read() is one InternetReadFile() of the bytes at hand: a body that trickles in takes many Reads
+// instead of blocking one without end. E_FAIL for
 //  - a failed read, such as one that WinINet gave up after the receive time-out,
 //  - a Read() after `deadline` (GetTickCount64), which bounds the sum of all of them,
 //  - an end before the length that the answer announced: WinINet reports a closed connection as a plain end.

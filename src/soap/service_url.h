@@ -1,4 +1,4 @@
-// The endpoint of a service, taken apart: what WinINet wants to hear about a URL. Plain standard C++.
+// The endpoint of a service, in the parts that WinINet takes. Plain standard C++.
 #pragma once
 
 #include <cstdint>
@@ -18,7 +18,7 @@ struct ServiceUrl {
 // the host may be missing: no scheme means http, no port means 80 or 443 by scheme, no path means
 // `defaultPath`; an IPv6 address may stand without its brackets when no port follows it.
 //
-// False, with `url` untouched, for what cannot be asked for: an empty or overlong host, a port that is no
+// False, with `url` untouched, for a URL that cannot be used: an empty or overlong host, a port that is not a
 // number from 1 to 65535, user information (no request of ours carries credentials), a blank or control
 // character anywhere (it would break the request line), text outside ASCII in the path, more than 2,083
 // characters.

@@ -15,16 +15,16 @@ struct SoapFault {
     std::wstring detail;  // the text in it, without its markup
 };
 
-// What one of SOAP's own fault codes stands for, such as "SOAP Invalid Request" for Client; null for another
-// code.
+// The meaning of a fault code that SOAP itself defines, such as "SOAP Invalid Request" for Client; null for
+// any other code.
 const wchar_t* SoapFaultMeaning(std::wstring_view code);
 
-// Reads a SOAP 1.1 fault. A SOAP 1.2 fault is refused, and so is a fault behind a Header: the services spoken
-// to here do not send them, and their failure is told by the HTTP status alone.
+// Reads a SOAP 1.1 fault. A SOAP 1.2 fault is refused, and so is a fault after a Header: the services
+// that this client talks to send neither, and the HTTP status alone reports their failure.
 //
 // Envelope, Body and Fault must follow each other in SOAP 1.1's namespace, each once and with nothing else
 // before the fault; Header takes Body's place in that order. In the fault, faultcode, faultstring, faultactor
-// and detail are gathered; elements that are not known are skipped with all they hold. A document that ends
+// and detail are gathered; unknown elements are skipped whole. A document that ends
 // without a fault is refused too. A faultcode whose prefix is bound to SOAP's namespace is stored without it.
 class CSoapFaultParser : public SaxHandler {
  public:

@@ -7,9 +7,9 @@
 
 #include "soap/network_error.h"
 #include "soap/read_stream_on_inet.h"
-#include "soap/streams.h"
 #include "util/bounded_call.h"
 #include "util/hresult.h"
+#include "util/streams.h"
 #include "util/trace.h"
 
 namespace vlm {
@@ -19,10 +19,10 @@ namespace {
 constexpr wchar_t kAgent[] = L"VCSoapClient";
 constexpr wchar_t kContentType[] = L"Content-Type: application/soap+xml\r\n";
 
-// Redirects are not followed. WinINet would repeat a POST as a GET without its body, for ever if the printer
-// sends it in a circle, and to whatever host the printer names. Nor does a printer get to keep anything in
-// the spooler's account: cookies, which WinINet would write to disk and send with every later request, or
-// pages.
+// Redirects are not followed: WinINet would repeat a POST as a GET without its body, endlessly if the printer
+// redirects in a circle, and to any host the printer names. Nor may a printer store anything in the spooler's
+// account: no cached pages, and no cookies, which WinINet would write to disk and send with every later
+// request.
 constexpr DWORD kRequestFlags = INTERNET_FLAG_KEEP_CONNECTION | INTERNET_FLAG_NO_UI |
                                 INTERNET_FLAG_NO_AUTO_REDIRECT | INTERNET_FLAG_NO_COOKIES |
                                 INTERNET_FLAG_NO_CACHE_WRITE;
@@ -37,7 +37,8 @@ constexpr DWORD kSendTimeouts = 2;
 constexpr DWORD kBodyTimeouts = 6;
 constexpr DWORD kLongestTimeout = 600'000;
 
-// What a step that gives up keeps of its time for closing the request, and as much again for its call to end.
+// The part of its time that a step reserves for closing the request when it gives up. As much again is
+// reserved for its call to end.
 DWORD ClosingTime(DWORD wholeTime) {
     return std::min<DWORD>(wholeTime / 16, 500);
 }
@@ -52,7 +53,7 @@ HRESULT CVlSoapWininetClient::SetUrl(std::wstring_view url) {
         // What stands before an "@" may be a password.
         const size_t user = url.rfind(L'@');
         const std::wstring_view shown = user == std::wstring_view::npos ? url : url.substr(user + 1);
-        reason_ = L"\"" + Printable(shown) + L"\" is no address of a service";
+        reason_ = L"\"" + Printable(shown) + L"\" is not the address of a service";
         return E_INVALIDARG;
     }
     CloseAll();
@@ -68,7 +69,7 @@ void CVlSoapWininetClient::CleanupClient() {
     clientError_ = SoapClientError::kSuccess;
 }
 
-// Not every WinINet closes a request at once: one first reads what is left of the answer, for as long as the
+// Not every WinINet closes a request at once: Wine's first reads the rest of the answer, for as long as the
 // printer sends.
 void CVlSoapWininetClient::CloseRequest() noexcept {
     if (!request_) return;
@@ -86,7 +87,7 @@ void CVlSoapWininetClient::CloseRequest() noexcept {
         if (RunBounded(url_.host, close, time)) return S_OK;
         Trace(L"Error: host \"%ls:%u\": a request does not close\r\n", TraceName(url_.host.c_str()).c_str(),
               url_.port);
-        // Closing what it belongs to closes a request as well, which must not happen twice.
+        // Closing the connection would close the request a second time, so both stay open with it.
         closing->connection = std::move(connection_);
         closing->internet = std::move(internet_);
         return S_OK;
@@ -120,7 +121,7 @@ HRESULT CVlSoapWininetClient::SendRequest(std::wstring_view actionHeader) {
 
 HRESULT CVlSoapWininetClient::Exchange(std::wstring_view actionHeader) {
     if (!MayCall(url_.host))
-        return Fail(L"earlier calls still hang; no new one to " + Endpoint() + L" is begun");
+        return Fail(L"earlier calls still hang, so no new call to " + Endpoint() + L" is made");
     HRESULT hr = connection_ ? S_OK : Connect();
     if (SUCCEEDED(hr)) hr = OpenRequest();
     if (SUCCEEDED(hr)) hr = Send(std::wstring(actionHeader) + kContentType);
@@ -130,14 +131,14 @@ HRESULT CVlSoapWininetClient::Exchange(std::wstring_view actionHeader) {
     if (hr != S_OK || status_ != kStatusServerError) return FAILED(hr) ? hr : S_OK;
     const bool readable = SUCCEEDED(ReadFault());
     clientError_ = readable ? SoapClientError::kSoapFault : SoapClientError::kParseFault;
-    const wchar_t* meaning = readable ? SoapFaultMeaning(fault_.code) : L"no SOAP 1.1 fault comes with it";
+    const wchar_t* meaning = readable ? SoapFaultMeaning(fault_.code) : L"no SOAP 1.1 fault in the answer";
     return Fail(Endpoint() + L" answered with status 500: " +
-                (meaning != nullptr ? meaning : L"no code of SOAP's own"));
+                (meaning != nullptr ? meaning : L"a fault with an unknown code"));
 }
 
 ComPtr<IStream> CVlSoapWininetClient::MakeReader(std::shared_ptr<std::wstring> reason) const {
-    // No read is begun just before the request is closed under it: the platform may give the same handle to
-    // somebody else's request next.
+    // No read begins just before the request is closed: the platform may reuse the handle for another
+    // request.
     const DWORD time = EffectiveTimeout() * kBodyTimeouts;
     const ULONGLONG deadline = GetTickCount64() + time - 3 * ClosingTime(time);
     return ComPtr<IStream>::Attach(NewReadStreamOnInet(request_.Get(), deadline, std::move(reason)));
@@ -172,22 +173,21 @@ HRESULT CVlSoapWininetClient::ReadWholeBody(std::string* body) {
     const auto why = std::make_shared<std::wstring>();
     const auto reading = std::make_shared<Reading>();
     reading->reader = MakeReader(why);
-    // The reader ends by itself at its deadline, unless one single read outlasts it.
+    // The reader ends by itself at its deadline, unless a single read outlasts it.
     const bool ended = RunWithinTime(EffectiveTimeout() * kBodyTimeouts, [reading] {
-        reading->result = ReadToEnd(reading->reader.Get(), &reading->bytes);
+        reading->result = ReadStream(reading->reader.Get(), kLongestBody, &reading->bytes);
     });
     const HRESULT hr = ended ? reading->result : E_FAIL;
-    if (SUCCEEDED(hr)) {
+    if (SUCCEEDED(hr) && reading->bytes.size() <= kLongestBody) {
         *body = std::move(reading->bytes);
         return hr;
     }
     std::wstring problem = ended ? *why : L"does not end";
-    if (problem.empty())
-        problem = reading->bytes.size() > kLongestBody ? L"is too long" : DescribeHresult(hr);
+    if (problem.empty()) problem = SUCCEEDED(hr) ? L"is too long" : DescribeHresult(hr);
     Fail(L"the answer of " + Endpoint() + L" " + problem);
-    // What is left of such an answer is not waited for.
+    // The rest of such an answer is not waited for.
     CloseAll();
-    return hr;
+    return FAILED(hr) ? hr : E_FAIL;
 }
 
 bool CVlSoapWininetClient::RunWithinTime(DWORD time, std::function<void()> work) {
@@ -228,7 +228,7 @@ HRESULT CVlSoapWininetClient::ReadResponse(SaxHandler* handler) {
     if (SUCCEEDED(hr)) hr = ReadBody(&body);
     if (SUCCEEDED(hr)) {
         hr = ParseXml(reader_.Get(), body, handler);
-        if (FAILED(hr)) reason_ = L"the answer of " + Endpoint() + L" is none of the service's";
+        if (FAILED(hr)) reason_ = L"the answer of " + Endpoint() + L" is not a response of the service";
     }
     if (FAILED(hr)) clientError_ = SoapClientError::kParse;
     return hr;
@@ -257,7 +257,7 @@ HRESULT CVlSoapWininetClient::OpenRequest() {
         clientError_ = SoapClientError::kSend;
         return Fail(L"no request to " + Endpoint() + L": " + DescribeNetworkError(GetLastError()));
     }
-    // Not every WinINet hands the session's time-outs down to its requests.
+    // Not every WinINet passes the session's time-outs on to its requests.
     SetTimeouts(request_.Get());
     if (url_.secure) {
         DWORD security = 0;
@@ -292,17 +292,17 @@ HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
     return Fail(L"no answer from " + Endpoint() + L": " + DescribeNetworkError(error));
 }
 
-// S_FALSE when the answer's status cannot be told.
+// S_FALSE when the status cannot be read.
 HRESULT CVlSoapWininetClient::QueryStatus() {
     wchar_t text[256];
     DWORD size = sizeof text;
     if (!HttpQueryInfoW(request_.Get(), HTTP_QUERY_STATUS_CODE, text, &size, nullptr)) {
         if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) return S_FALSE;
-        Fail(Endpoint() + L" answered with an endless status");
+        Fail(Endpoint() + L" answered with an overlong status");
         return E_INVALIDARG;
     }
     status_ = std::max(0, static_cast<int>(std::wcstol(text, nullptr, 10)));
-    // A connection that was closed before any byte, for one, passes for an answer with status 0.
+    // A connection that was closed before any byte looks like an answer with status 0, for example.
     return status_ > 0 ? S_OK : Fail(Endpoint() + L" did not answer in HTTP");
 }
 

@@ -1,18 +1,18 @@
 // One SOAP exchange at a time with an HTTP endpoint on a printer, over WinINet.
 //
 // The request goes out as HTTP/1.0 POST without a proxy, without user interface, without credentials;
-// certificates of printers are self-made, so certificate problems never stop a request. Nothing is retried.
+// printers sign their own certificates, so certificate problems never stop a request. Nothing is retried.
 //
 // Results are HRESULTs; what went wrong beyond that is in GetClientError() and Reason(). An HTTP status
-// other than 500 is a successful exchange here, whatever the body: its reader finds out. No call lasts longer
-// than
+// other than 500 is a successful exchange here, whatever the body; the caller parses it and finds out. No
+// call lasts longer than
 //   SendRequest: twice the time-out for the request and the head of the answer, 6 × the time-out for a
 //   fault's body;
 //   ReadBody:    6 × the time-out, and kLongestBody;
 //   CleanupClient, SetUrl, CloseAll, destruction: an eighth of the time-out.
-// With time-out 0 nothing is asked of WinINet and 30 seconds count in its place. A call whose time is up has
-// its handles closed, which is how WinINet cancels; one that still does not end is left behind
-// (bounded_call.h), and after too many of these SendRequest fails at once.
+// With time-out 0 WinINet keeps its defaults, and 30 seconds take the time-out's place in these bounds. When
+// a call's time is up its handles are closed, which is how WinINet cancels. A call that still does not end is
+// abandoned (bounded_call.h); after too many of those SendRequest fails at once.
 //
 // For one thread, which has COM initialised; not shared. Other threads use WinINet's handles only during a
 // call, and only this one closes them.
@@ -33,6 +33,7 @@
 #include "util/com.h"
 #include "util/handles.h"
 #include "util/trace_lines.h"
+#include "util/xml_bounds.h"
 
 namespace vlm {
 
@@ -55,6 +56,10 @@ struct InternetHandleTraits {
 };
 using InternetHandle = Unique<InternetHandleTraits>;
 
+// In bytes, of an answer. A longer one would not be let through to a parser; the longest real ones have some
+// hundred kilobytes.
+inline constexpr size_t kLongestBody = kPrinterAnswerLimits.bytes;
+
 class CVlSoapWininetClient {
  public:
     explicit CVlSoapWininetClient(ServiceUrl endpoint) : url_(std::move(endpoint)) {}
@@ -62,29 +67,29 @@ class CVlSoapWininetClient {
     CVlSoapWininetClient(const CVlSoapWininetClient&) = delete;
     CVlSoapWininetClient& operator=(const CVlSoapWininetClient&) = delete;
 
-    // Replaces the endpoint and closes the connection to the old one. What `url` leaves out is taken as
-    // ParseServiceUrl() says, with the path that the client has. E_INVALIDARG for a URL that cannot be used;
+    // Replaces the endpoint and closes the connection to the old one. ParseServiceUrl() fills in what `url`
+    // leaves out, with the current path as the default. E_INVALIDARG for a URL that cannot be used;
     // the endpoint then stays.
     HRESULT SetUrl(std::wstring_view url);
     // In milliseconds.
     void SetTimeout(DWORD timeout) { timeout_ = timeout; }
 
-    // Makes ready for the next exchange; the connection stays open.
+    // Prepares for the next exchange; the connection stays open.
     void CleanupClient();
     void CloseAll() noexcept;
-    // `actionHeader` is a whole header line with its CR LF. S_OK when an answer's head has come with a status
-    // other than 500.
+    // `actionHeader` is a whole header line with its CR LF. S_OK once the head of an answer has come, with a
+    // status other than 500.
     HRESULT SendRequest(std::wstring_view actionHeader);
     // The body of the answer, readable once, until CleanupClient() or CloseAll().
     HRESULT GetClientReader(IStream** reader);
-    // The whole of it.
+    // The whole body.
     HRESULT ReadBody(std::string* body);
 
     SoapClientError GetClientError() const { return clientError_; }
     const SoapFault& GetFault() const { return fault_; }
     // Why the last call failed, in words; names the endpoint by host and port.
     const std::wstring& Reason() const { return reason_; }
-    // HTTP's, of the last answer; 0 when none came.
+    // The HTTP status of the last answer; 0 without one.
     int Status() const { return status_; }
 
  protected:
@@ -92,8 +97,8 @@ class CVlSoapWininetClient {
 
     // The reader for answers, created on first use.
     HRESULT InitializeReader();
-    // The next request's body: a text, or what `generate`, which appends it to the string, says it is. Sets
-    // the client error on failure.
+    // The next request's body: `text`, or what `generate` appends unless it returns false. Both set the
+    // client error on failure.
     HRESULT SetBody(const char* text);
     HRESULT GenerateBody(const std::function<bool(std::string*)>& generate);
     // Parses the body of the answer. Sets the client error on failure.
@@ -106,7 +111,7 @@ class CVlSoapWininetClient {
     ComPtr<IStream> MakeReader(std::shared_ptr<std::wstring> reason) const;
     HRESULT Exchange(std::wstring_view actionHeader);
     HRESULT ReadWholeBody(std::string* body);
-    // Says in the trace how the exchange went, once.
+    // Traces how the exchange went, once.
     void EndExchange(size_t bytes);
     HRESULT Connect();
     HRESULT OpenRequest();

@@ -1,4 +1,4 @@
-// How code of ours meets callers that know nothing of C++ exceptions.
+// How our code meets callers that cannot take C++ exceptions.
 #pragma once
 
 #include <windows.h>
@@ -7,10 +7,10 @@
 
 namespace vlm {
 
-// Runs `body`, which returns an HRESULT, and turns an exception out of it into one. Stands at every COM
-// callback, thread entry and public function here: no C++ exception of this compiler's crosses them.
+// Runs `body`, which returns an HRESULT or an Outcome, and turns an exception out of it into one. Every COM
+// callback, thread entry and public function is guarded: no C++ exception of this compiler crosses them.
 template <typename Body>
-HRESULT GuardHresult(Body&& body) noexcept {
+auto GuardHresult(Body&& body) noexcept -> decltype(body()) {
     try {
         return body();
     } catch (...) {

@@ -93,7 +93,7 @@ HRESULT CreateSaxReader(ISAXXMLReader** reader) {
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler) {
     std::string ready;
     const XmlRefusal refusal = CheckXmlBounds(document, kPrinterAnswerLimits, &ready);
-    if (refusal != XmlRefusal::kNone) return handler->Refuse(Describe(refusal));
+    if (refusal != XmlRefusal::kNone) return handler->Refuse(RefusalText(refusal));
     return ParseReadyXml(reader, ready, handler);
 }
 

@@ -19,7 +19,7 @@ namespace vlm {
 // An object of the caller's scope: the reader's references do not keep it alive, and ParseXml() leaves none
 // behind.
 #if defined(__GNUC__)
-// COM interfaces have no virtual destructor, and nobody destroys an object through one.
+// COM interfaces have no virtual destructor, and no object is destroyed through one.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wnon-virtual-dtor"
 #endif
@@ -30,10 +30,10 @@ class SaxHandler : public ISAXContentHandler {
     SaxHandler(const SaxHandler&) = delete;
     SaxHandler& operator=(const SaxHandler&) = delete;
 
-    // Why the document was refused, by the handler or by what stands before it: "has too many namespaces".
+    // Why the document was refused, by the handler or before the parse: "has too many namespaces".
     // Empty where the parser itself stopped.
     const std::wstring& Reason() const { return reason_; }
-    // To be returned by an event; E_FAIL.
+    // For an event to return; E_FAIL.
     HRESULT Refuse(std::wstring reason) {
         reason_ = std::move(reason);
         return E_FAIL;
@@ -78,11 +78,11 @@ class SaxHandler : public ISAXContentHandler {
 HRESULT CreateSaxReader(ISAXXMLReader** reader);
 
 // Parses a whole document. S_OK when it is well-formed and the handler took every event; else a failure: the
-// handler's, or the parser's, or E_FAIL for a document that is not let through to the parser (see
+// handler's, or the parser's, or E_FAIL for a document that is refused before the parse (see
 // util/xml_bounds.h). The reader can be used again after either.
 HRESULT ParseXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler);
 
-// The same for a document that was looked at and made quick to parse (CheckXmlBounds).
+// The same for a document that CheckXmlBounds has passed and made quick to parse.
 HRESULT ParseReadyXml(ISAXXMLReader* reader, std::string_view document, SaxHandler* handler);
 
 }  // namespace vlm

@@ -15,11 +15,11 @@ void Check(HRESULT hr, unsigned line = __builtin_LINE()) {
     if (FAILED(hr)) throw CComErrorEx(hr, "vlxml", line);
 }
 
-[[noreturn]] void Refuse(const std::wstring& reason, unsigned line = __builtin_LINE()) {
+[[noreturn]] void ThrowReason(const std::wstring& reason, unsigned line = __builtin_LINE()) {
     throw CComErrorEx(E_FAIL, "vlxml", line, reason.c_str());
 }
 
-std::wstring TakeText(_bstr_t& text) {
+std::wstring StringOf(_bstr_t& text) {
     const auto* characters = static_cast<const wchar_t*>(text);
     return characters != nullptr ? std::wstring(characters, text.length()) : std::wstring();
 }
@@ -57,13 +57,13 @@ std::wstring TextOf(IXMLDOMNode* node) {
     _bstr_t text;
     Check(node->get_text(text.GetAddress()));
     // MSXML takes that of elements away itself, but for CDATA and under xml:space, and none of attributes'.
-    return std::wstring(TrimXmlSpace(TakeText(text)));
+    return std::wstring(TrimXmlSpace(StringOf(text)));
 }
 
 std::wstring NameOf(IXMLDOMNode* node) {
     _bstr_t name;
     Check(node->get_nodeName(name.GetAddress()));
-    return TakeText(name);
+    return StringOf(name);
 }
 
 ComPtr<IXMLDOMNode> NextNode(IXMLDOMNodeList* list) {
@@ -136,8 +136,8 @@ void CXMLDoc::LoadBytes(std::string_view bytes, const wchar_t* namespaceUri) {
     if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri, kPrinterAnswer);
 }
 
-// A stream that is no XML comes back as a failure from some parsers and as a plain "not loaded" from others:
-// both are the same here.
+// For a stream that is not XML some parsers return a failure and others a plain "not loaded". Both mean the
+// same here.
 bool CXMLDoc::LoadFrom(IStream* stream) {
     const _variant_t source(static_cast<IUnknown*>(stream));
     VARIANT_BOOL success = VARIANT_FALSE;
@@ -154,7 +154,7 @@ void CXMLDoc::AfterLoad(bool success, const std::wstring& subject) {
     if (error.line > 0)
         reason += L"line " + std::to_wstring(error.line) + L", character " + std::to_wstring(error.position) +
                   L": ";
-    Refuse(reason + (error.reason.empty() ? L"no well-formed XML" : error.reason));
+    ThrowReason(reason + (error.reason.empty() ? L"not well-formed XML" : error.reason));
 }
 
 void CXMLDoc::PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject) {
@@ -163,7 +163,7 @@ void CXMLDoc::PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri, 
     const NamespaceDeclarations* const declarations = namespaces_.OfFirstWith(namespaceUri);
     if (declarations == nullptr) {
         Trace(L"** XML Error: unable to find namespace \"%ls\" **\r\n", namespaceUri);
-        Refuse(subject + L": declares the namespace \"" + namespaceUri + L"\" nowhere");
+        ThrowReason(subject + L": declares the namespace \"" + namespaceUri + L"\" nowhere");
     }
     SetSelectionNamespaces(*declarations);
     targetNamespace_ = namespaceUri;
@@ -210,7 +210,7 @@ CXMLDoc::ParseError CXMLDoc::LastParseError() const {
     Check(error->get_line(&last.line));
     Check(error->get_linepos(&last.position));
     Check(error->get_reason(reason.GetAddress()));
-    std::wstring text = TakeText(reason);
+    std::wstring text = StringOf(reason);
     text.erase(text.find_last_not_of(L"\r\n ") + 1);
     last.reason = Printable(text);
     return last;

@@ -33,7 +33,7 @@ class CXMLDoc {
     // reason that names the file or what else it was. After a failed load the document stays, empty or
     // partial.
     void LoadFile(const wchar_t* path, const wchar_t* namespaceUri);
-    // The same with what the caller has read from that file, so that nobody changes it in between.
+    // The same with what the caller has read from that file, so that it cannot change in between.
     void LoadFileBytes(const wchar_t* path, std::string_view bytes, const wchar_t* namespaceUri);
     void LoadXml(const wchar_t* text, const wchar_t* namespaceUri);
     // Reads from the stream's current position.

@@ -125,8 +125,8 @@ XmlRefusal CheckXmlBounds(string_view text, const XmlLimits& limits, std::string
     if (text.starts_with(string_view("\0<", 2))) return scanWide(text, 1);
     constexpr string_view kUtf8Mark = "\xEF\xBB\xBF";
     if (text.starts_with(kUtf8Mark)) text.remove_prefix(kUtf8Mark.size());
-    // By these, EBCDIC's '<' among them, a parser would take what is left for another encoding, and see
-    // markup where this one sees none.
+    // After any of these, EBCDIC's '<' among them, a parser would assume another encoding and see markup
+    // where this scan sees none.
     for (const string_view beginning :
          {string_view("\x4C"), kUtf8Mark, string_view("\xFF\xFE"), string_view("\xFE\xFF")})
         if (text.starts_with(beginning)) return XmlRefusal::kEncoding;
@@ -134,7 +134,7 @@ XmlRefusal CheckXmlBounds(string_view text, const XmlLimits& limits, std::string
     return Scan(text, limits, ready);
 }
 
-const wchar_t* Describe(XmlRefusal refusal) {
+const wchar_t* RefusalText(XmlRefusal refusal) {
     switch (refusal) {
         case XmlRefusal::kNone:
             break;

@@ -1,10 +1,9 @@
 // Whether an XML text from outside is modest enough to be given to a parser. Plain standard C++.
 //
 // A DOM costs a multiple of its text, recursion costs stack, attributes of one tag are compared pairwise, and
-// a document type brings entities that expand without bound. MSXML has no limits of its own worth the name.
-// One scan, linear in the text, finds all of these before a parser sees it. Whether the text is well-formed
-// is left to the parser: the scan follows the grammar exactly as long as the text does, and a parser stops
-// where it ceases to.
+// a document type brings entities that expand without bound. MSXML has no useful limits of its own. One
+// linear scan finds all of these before a parser sees the text. Whether the text is well-formed is left to
+// the parser: the scan is exact as far as it is, and a parser stops at that point.
 #pragma once
 
 #include <cstddef>
@@ -24,9 +23,9 @@ struct XmlLimits {
 
 // A Bidi extension file: a few thousand leaves are a large one.
 inline constexpr XmlLimits kExtensionFileLimits{8u << 20, 100, 400'000, 64u << 10, 256};
-// What a printer's service sends. Every filter of the extension files searches it, so its size is time, too:
-// a large device with sixty consumables and trays and two hundred conditions in three languages takes a third
-// of it.
+// What a printer's service sends. Every filter of the extension files searches it, so its size costs time,
+// too. A large device with sixty consumables and trays and two hundred conditions in three languages needs a
+// third of this.
 inline constexpr XmlLimits kPrinterAnswerLimits{2u << 20, 100, 20'000, 16u << 10, 128};
 
 enum class XmlRefusal {
@@ -41,12 +40,12 @@ enum class XmlRefusal {
     kEncoding,
 };
 
-// `ready`, if not null, receives the same document, made quick to parse: unless it is UTF-16, without its
-// byte order mark and with a line end inside each tag, where it says nothing. Some SAX readers look for the
-// beginning of the line at every event, and a printer's answer is one line.
+// `ready`, if not null, receives the same document, made quick to parse: without its byte order mark
+// and with a line end inside each tag, where it has no meaning. Some SAX readers search for the beginning of
+// the line at every event, and a printer's answer is one line. UTF-16 stays as it is.
 XmlRefusal CheckXmlBounds(std::string_view text, const XmlLimits& limits, std::string* ready = nullptr);
 
-// "is too large", to stand behind the name of what was refused.
-const wchar_t* Describe(XmlRefusal refusal);
+// "is too large", to follow the name of the document.
+const wchar_t* RefusalText(XmlRefusal refusal);
 
 }  // namespace vlm

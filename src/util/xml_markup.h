@@ -1,7 +1,7 @@
 // Cuts XML text into its pieces of markup, without a parser. Plain standard C++.
 //
-// What it finds is right as long as the text is well-formed; where it ceases to be, a parser stops and the
-// reader goes on to the text's end. Bytes of UTF-8 or of any other superset of ASCII.
+// Exact as far as the text is well-formed. Beyond that point a parser stops, while this reader goes on to the
+// end. Bytes of UTF-8 or of any other superset of ASCII.
 #pragma once
 
 #include <cstddef>

@@ -13,8 +13,8 @@ namespace {
 
 constexpr std::wstring_view kRawAmpersand = L"&#38;";
 
-// Wine's reader gives out an ampersand of a namespace as a reference. In a document that does not spell such
-// a text out, it can be nothing else.
+// Wine's reader reports an ampersand in a namespace as a reference. In a document that does not spell that
+// text out, it can be nothing else.
 bool SpellsRawAmpersands(std::string_view document) {
     return document.find(";#38;") != std::string_view::npos;
 }
@@ -49,7 +49,7 @@ class Collector : public SaxHandler {
 HRESULT DeclaredNamespaces::Read(std::string_view document) {
     byElement_.clear();
     std::string ready;
-    // The limits were the caller's to keep; what matters here is the line ends.
+    // The caller has checked the limits; only the line ends matter here.
     const XmlLimits none{SIZE_MAX, SIZE_MAX, SIZE_MAX, SIZE_MAX, SIZE_MAX};
     const bool madeReady = CheckXmlBounds(document, none, &ready) == XmlRefusal::kNone;
     Collector collector(&byElement_, SpellsRawAmpersands(document));

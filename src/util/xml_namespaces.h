@@ -1,7 +1,7 @@
 // Where a document declares its namespaces, as a SAX reader reports it.
 //
-// A DOM is not asked: whether its attribute maps hold the declarations, and which of them under which index,
-// differs from one parser to the next.
+// A DOM does not do: whether its attribute maps hold the declarations, and in which order, differs between
+// parsers.
 #pragma once
 
 #include <windows.h>
@@ -20,7 +20,7 @@ using NamespaceDeclarations = std::vector<NamespaceDeclaration>;
 
 class DeclaredNamespaces {
  public:
-    // Reads all of a document that a parser has taken already. COM is initialised. Returns S_OK or the
+    // Reads all of a document that a parser has already accepted. COM is initialised. Returns S_OK or the
     // reader's failure.
     HRESULT Read(std::string_view document);
 

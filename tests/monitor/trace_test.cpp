@@ -272,7 +272,8 @@ TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
         output.Texts(),
         AtThisLevel(
             {L"Info: host \"127.0.0.1:N\": exchange ended, status 404, 7 bytes, N ms\r\n",
-             L"Error: port \"IP_office\": HTTP status 404; the printer's answer is no SOAP 1.2 envelope but "
+             L"Error: port \"IP_office\": HTTP status 404; the printer's answer is not a SOAP 1.2 envelope "
+             L"but "
              L"\"html\", error 1627\r\n",
              noLower, ended, L"Info: host \"127.0.0.1:N\": exchange ended, status 0, 0 bytes, N ms\r\n",
              L"Error: port \"IP_office\": no answer from 127.0.0.1:N: no connection (12029), error 1627\r\n",

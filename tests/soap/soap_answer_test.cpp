@@ -5,7 +5,6 @@
 
 #include "soap/printer_elements.h"
 #include "soap/soap_fault.h"
-#include "soap/streams.h"
 #include "util/sax.h"
 
 namespace vlm {

@@ -8,9 +8,9 @@
 
 #include "soap/printer_elements.h"
 #include "soap/printer_service.h"
-#include "soap/streams.h"
 #include "tests/support/resources.h"
 #include "tests/support/scripted_server.h"
+#include "util/streams.h"
 
 namespace vlm {
 namespace {

@@ -408,7 +408,7 @@ std::optional<SourceFile> ParseSource(const std::wstring& path, std::string_view
     if (refusal != XmlRefusal::kNone) {
         const bool atDoctype = refusal == XmlRefusal::kDocumentType && scan.doctype;
         return refuse(atDoctype ? text->At(*scan.doctype) : Place(), Rule::kBeyondLimits,
-                      std::wstring(L"the file ") + Describe(refusal));
+                      std::wstring(L"the file ") + RefusalText(refusal));
     }
     if (bytes.empty()) return refuse({}, Rule::kNotWellFormed, L"the file is empty");
 

@@ -5,7 +5,6 @@
 #include <set>
 
 #include "soap/printer_elements.h"
-#include "soap/streams.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/files.h"
