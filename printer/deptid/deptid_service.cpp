@@ -29,7 +29,7 @@ void DeptIdService::Answer(const HttpRequest& http, HttpResponse& response, cons
          {"type", request.credentials.type},
          {"result", sound ? nlohmann::json(allowed) : nlohmann::json()},
          {"findings", request.findings}});
-    if (!sound) return Refuse("department-ID request", request, response);
+    if (!sound) return AnswerFault("department-ID request", request, response);
     Say("department-ID check: {}", allowed ? "allowed" : "refused");
     response.Set(VerdictAnswer(allowed), kSoapType);
 }

@@ -194,7 +194,8 @@ bool RawConnection::Send(std::string_view left) {
 }
 
 bool RawConnection::FaultDue(const Document& document) const {
-    return document.Bytes() >= orders_.taken.fault->after;
+    const std::optional<Fault>& fault = orders_.taken.fault;
+    return fault && document.Bytes() >= fault->after;
 }
 
 void RawConnection::CloseOrderly() {

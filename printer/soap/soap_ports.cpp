@@ -86,8 +86,8 @@ void SoapService::Log(const HttpRequest& request, const char* scheme, nlohmann::
     requests_.Add(std::move(read));
 }
 
-void SoapService::Refuse(const char* what, const SoapRequest& request, HttpResponse& response,
-                         const std::optional<std::string>& relatesTo) {
+void SoapService::AnswerFault(const char* what, const SoapRequest& request, HttpResponse& response,
+                              const std::optional<std::string>& relatesTo) {
     const std::string reason = fmt::format("{}", fmt::join(request.findings, "; "));
     Say("{} refused: {}", what, reason);
     // As the HTTP binding maps the fault's codes.

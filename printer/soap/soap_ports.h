@@ -29,8 +29,8 @@ class SoapService {
     // Adds a request: the HTTP side of it, and what the service has `read` in it.
     void Log(const HttpRequest& request, const char* scheme, nlohmann::json read);
     // Answers a request that has findings; `what` names it in the log line.
-    static void Refuse(const char* what, const SoapRequest& request, HttpResponse& response,
-                       const std::optional<std::string>& relatesTo = std::nullopt);
+    static void AnswerFault(const char* what, const SoapRequest& request, HttpResponse& response,
+                            const std::optional<std::string>& relatesTo = std::nullopt);
 
  private:
     Recent<nlohmann::json> requests_;

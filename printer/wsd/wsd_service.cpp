@@ -30,7 +30,7 @@ void WsdService::Answer(const HttpRequest& http, HttpResponse& response, const c
     if (request.findings.empty())
         response.Set(WsdAnswer(request, machine_.State(), style.Get()), kSoapType);
     else
-        Refuse("WSD request", request, response, request.messageId);
+        AnswerFault("WSD request", request, response, request.messageId);
 }
 
 }  // namespace vlm::printer

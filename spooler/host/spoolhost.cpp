@@ -42,7 +42,7 @@ constexpr DWORD kProcessTimeout = 30'000;  // milliseconds
 int SendSuspendNotice() {
     const HWND window = FindWindowW(L"VLLM3MON_LM_CLASS", L"VLLM3MON_LM_WINDOW");
     if (window == nullptr) {
-        std::cout << "suspend: no monitor's window is there" << std::endl;
+        std::cout << "suspend: no monitor's window is there" << '\n' << std::flush;
         return 1;
     }
     DWORD_PTR answer = 0;
@@ -50,7 +50,8 @@ int SendSuspendNotice() {
                                                   SMTO_ABORTIFHUNG, kStepTimeout, &answer);
     std::cout << "suspend: process " << GetCurrentProcessId()
               << (delivered != 0 ? " told the monitor's hidden window" : " got no answer from the window")
-              << std::endl;
+              << '\n'
+              << std::flush;
     return delivered != 0 ? 0 : 1;
 }
 
@@ -166,11 +167,11 @@ class Scene {
     void Log() {
         const std::vector<std::wstring> lines = printers_.Log();
         for (; logged_ < lines.size(); ++logged_)
-            std::cout << "  spooler: " << ToUtf8(lines[logged_]) << std::endl;
+            std::cout << "  spooler: " << ToUtf8(lines[logged_]) << '\n' << std::flush;
     }
 
     static void Run(const std::string& command) {
-        std::cout << "run " << command << std::endl;
+        std::cout << "run " << command << '\n' << std::flush;
         std::wstring line = FromUtf8(command);
         // Its complaints where its results are, so that they stand in order.
         STARTUPINFOW startup{};
@@ -190,7 +191,7 @@ class Scene {
 
     static void Say(const std::string& what, BOOL result) {
         const DWORD error = GetLastError();
-        std::cout << what << (result ? ": ok" : ": refused, " + ErrorText(error)) << std::endl;
+        std::cout << what << (result ? ": ok" : ": refused, " + ErrorText(error)) << '\n' << std::flush;
     }
 
     // Outlives the monitor, whose Shutdown closes a port that is still open.
@@ -212,7 +213,7 @@ int main(int argc, char** argv) {
             scene.Play(line);
         return 0;
     } catch (const std::exception& error) {
-        std::cout << "spoolhost: " << error.what() << std::endl;
+        std::cout << "spoolhost: " << error.what() << '\n' << std::flush;
         return 1;
     }
 }

@@ -15,7 +15,7 @@ namespace vlm {
 
 namespace {
 
-[[noreturn]] void Refuse(const std::wstring& path, const wchar_t* why) {
+[[noreturn]] void ThrowRefusal(const std::wstring& path, const wchar_t* why) {
     ThrowEngineError(HRESULT_FROM_WIN32(ERROR_INVALID_DATA),
                      L"extension file " + Printable(path, MAX_PATH) + L" " + why);
 }
@@ -30,17 +30,17 @@ namespace {
 // Reads the file and checks its bounds before a parser sees it.
 std::string ReadWithinBounds(const std::wstring& path) {
     // The parser would fetch an address from the network.
-    if (path.find(L"://") != std::wstring::npos) Refuse(path, L"is not a file");
+    if (path.find(L"://") != std::wstring::npos) ThrowRefusal(path, L"is not a file");
     const File file(CreateFileW(path.c_str(), GENERIC_READ,
                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
                                 OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
     if (!file) RefuseUnreadable(path);
     // A pipe or a device may never end.
-    if (GetFileType(file.Get()) != FILE_TYPE_DISK) Refuse(path, L"is not a file");
+    if (GetFileType(file.Get()) != FILE_TYPE_DISK) ThrowRefusal(path, L"is not a file");
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(file.Get(), &size)) RefuseUnreadable(path);
     if (static_cast<ULONGLONG>(size.QuadPart) > kExtensionFileLimits.bytes) {
-        Refuse(path, RefusalText(XmlRefusal::kTooLarge));
+        ThrowRefusal(path, RefusalText(XmlRefusal::kTooLarge));
     }
     std::string text(static_cast<size_t>(size.QuadPart), '\0');
     DWORD read = 0;
@@ -48,7 +48,7 @@ std::string ReadWithinBounds(const std::wstring& path) {
         RefuseUnreadable(path);
     text.resize(read);
     const XmlRefusal refusal = CheckXmlBounds(text, kExtensionFileLimits);
-    if (refusal != XmlRefusal::kNone) Refuse(path, RefusalText(refusal));
+    if (refusal != XmlRefusal::kNone) ThrowRefusal(path, RefusalText(refusal));
     return text;
 }
 

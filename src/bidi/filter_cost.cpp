@@ -394,7 +394,7 @@ std::optional<double> EstimateWork(wstring_view xpath, const AnswerShape& answer
     try {
         work = estimator.Estimate();
     } catch (const NotXPath&) {
-        // Unread() tells where.
+        work = std::nullopt;  // Unread() tells where
     }
     if (end != nullptr) *end = xpath.size() - estimator.Unread().size();
     return work;

@@ -78,7 +78,7 @@ void QueryBudget::RunOutOfTime(const std::wstring& cause) const {
     Fail(L"a query may work for at most " + std::to_wstring(longestWork_.count()) + L" ms", cause);
 }
 
-std::wstring QueryBudget::Describe(const SchemaElement& element) {
+std::wstring QueryBudget::CauseText(const SchemaElement& element) {
     return DescribeElement(element);
 }
 

@@ -38,19 +38,19 @@ class QueryBudget {
     template <typename Cause>
     void Spend(Expense expense, size_t amount, const Cause& cause) {
         size_t& left = left_[static_cast<size_t>(expense)];
-        if (amount > left) RunOut(expense, Describe(cause));
+        if (amount > left) RunOut(expense, CauseText(cause));
         left -= amount;
     }
     // A single search cannot be stopped, so it has a bound of its own. Checks the time, too.
     void SpendSearch(double work, const SchemaElement& cause);
     template <typename Cause>
     void CheckTime(const Cause& cause) {
-        if (IsLate()) RunOutOfTime(Describe(cause));
+        if (IsLate()) RunOutOfTime(CauseText(cause));
     }
 
  private:
-    static std::wstring Describe(const std::wstring& path) { return path; }
-    static std::wstring Describe(const SchemaElement& element);
+    static std::wstring CauseText(const std::wstring& path) { return path; }
+    static std::wstring CauseText(const SchemaElement& element);
     bool IsLate();
     [[noreturn]] static void RunOut(Expense expense, const std::wstring& cause);
     [[noreturn]] void RunOutOfTime(const std::wstring& cause) const;

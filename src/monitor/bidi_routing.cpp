@@ -30,14 +30,8 @@ bool Equal(const wchar_t* one, const wchar_t* other) {
     return std::wcscmp(one, other) == 0;
 }
 
-// Says in the trace why, and returns the code.
-DWORD Refuse(const LmPort& port, DWORD code, const wchar_t* reason) noexcept {
-    TraceRefusal(port.portName, reason, code);
-    return code;
-}
-
-DWORD Refuse(const LmPort& port, const Outcome& outcome) noexcept {
-    return Refuse(port, Win32FromHresult(outcome), outcome.Reason());
+DWORD TraceFailure(const LmPort& port, const Outcome& outcome) noexcept {
+    return TraceRefusal(port.portName, outcome.Reason(), Win32FromHresult(outcome));
 }
 
 // Runs a step that returns a Win32 code; what it throws becomes one.
@@ -46,7 +40,7 @@ DWORD GuardCode(const LmPort& port, Step&& step) noexcept {
     try {
         return step();
     } catch (...) {
-        return Refuse(port, CaughtOutcome());
+        return TraceFailure(port, CaughtOutcome());
     }
 }
 
@@ -72,7 +66,7 @@ DWORD RouteBidi(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUE
         if (port.lower.base.pfnSendRecvBidiDataFromPort != nullptr && !IsUsbPort(port))
             return AnswerNetworkPort(port, accessBit, action, request, response, metrics);
         const DWORD local = AnswerLocally(port, request, response);
-        if (local != ERROR_SUCCESS) return Refuse(port, local, L"no local answer");
+        if (local != ERROR_SUCCESS) return TraceRefusal(port.portName, L"no local answer", local);
         CountAll(port, *response, AnsweredBy::kEngine, metrics);
         return local;
     });
@@ -95,15 +89,17 @@ DWORD AnswerLocally(const LmPort& port, const BIDI_REQUEST_CONTAINER* request,
 DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BIDI_REQUEST_CONTAINER* request,
                         BIDI_RESPONSE_CONTAINER** response, QueryMetrics& metrics) {
     if (action == nullptr || request == nullptr || response == nullptr)
-        return Refuse(port, ERROR_INVALID_PARAMETER, L"a query without action, request or response");
+        return TraceRefusal(port.portName, L"a query without action, request or response",
+                            ERROR_INVALID_PARAMETER);
     if (port.owner->IsPooledPrinter(port))
-        return Refuse(port, ERROR_NOT_SUPPORTED, L"no Bidi for a pooled printer");
+        return TraceRefusal(port.portName, L"no Bidi for a pooled printer", ERROR_NOT_SUPPORTED);
     if (Equal(action, kEnumSchema)) {
         const DWORD code =
             port.lower.base.pfnSendRecvBidiDataFromPort(port.lowerPort, accessBit, action, request, response);
         // The answer is not looked at: nothing says that there is one.
-        return code == ERROR_SUCCESS ? code
-                                     : Refuse(port, code, L"the lower monitor does not list its schemas");
+        return code == ERROR_SUCCESS
+                   ? code
+                   : TraceRefusal(port.portName, L"the lower monitor does not list its schemas", code);
     }
     *response = nullptr;
     // Outlives the request. COM of another mode on this thread is as good; without any COM the engine fails,
@@ -113,7 +109,8 @@ DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BI
     const DWORD code = QueryBidi(port, query, metrics);
     if (code != ERROR_SUCCESS) return code;
     *response = query.DetachResponse();
-    return *response != nullptr ? ERROR_SUCCESS : Refuse(port, ERROR_NO_DATA, L"nothing to answer");
+    return *response != nullptr ? ERROR_SUCCESS
+                                : TraceRefusal(port.portName, L"nothing to answer", ERROR_NO_DATA);
 }
 
 // Answers the request's open entries: "Get" and "GetAll" from the engine and the lower monitor together, any
@@ -121,10 +118,10 @@ DWORD AnswerNetworkPort(LmPort& port, DWORD accessBit, const wchar_t* action, BI
 // and its entries are counted. A Win32 code; when both sources fail, the lower monitor's.
 DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryMetrics& metrics) {
     const CBidiMem& memory = port.owner->BidiMemory();
-    if (!request.IsValid()) return Refuse(port, ERROR_INVALID_PARAMETER, L"no valid request");
+    if (!request.IsValid()) return TraceRefusal(port.portName, L"no valid request", ERROR_INVALID_PARAMETER);
     GlobalMemory unanswered;
     if (!request.MakeUnanswered(&unanswered))
-        return Refuse(port, ERROR_OUTOFMEMORY, L"no memory for the request");
+        return TraceRefusal(port.portName, L"no memory for the request", ERROR_OUTOFMEMORY);
     if (!unanswered) return ERROR_SUCCESS;
     const auto* reduced = static_cast<const BIDI_REQUEST_CONTAINER*>(unanswered.Get());
 
@@ -133,7 +130,7 @@ DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryMetrics& metrics) {
     const wchar_t* reason = nullptr;
     const auto askLower = [&](BidiAnswer& lower) {
         const DWORD code = AskLower(port, request.AccessBit(), action, reduced, &lower, &reason);
-        return code == ERROR_SUCCESS ? code : Refuse(port, code, reason);
+        return code == ERROR_SUCCESS ? code : TraceRefusal(port.portName, reason, code);
     };
     DWORD code = ERROR_SUCCESS;
     if (Equal(action, kGet) || Equal(action, kGetAll)) {
@@ -144,7 +141,7 @@ DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryMetrics& metrics) {
         if (engineCode == ERROR_SUCCESS || code == ERROR_SUCCESS) {
             code = MergeAnswers(memory, engine.Place(), lower.Place(), reduced->Version, reduced->Flags,
                                 answer.Place(), port, metrics);
-            if (code != ERROR_SUCCESS) Refuse(port, code, L"no memory for the merged answer");
+            if (code != ERROR_SUCCESS) TraceRefusal(port.portName, L"no memory for the merged answer", code);
         }
     } else {
         code = askLower(answer);
@@ -152,7 +149,7 @@ DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryMetrics& metrics) {
     }
     if (code != ERROR_SUCCESS) return code;
     if (!request.TakeResponse(answer.Place()))
-        return Refuse(port, ERROR_OUTOFMEMORY, L"no memory for the response");
+        return TraceRefusal(port.portName, L"no memory for the response", ERROR_OUTOFMEMORY);
     return ERROR_SUCCESS;
 }
 
@@ -165,7 +162,7 @@ DWORD QueryEngine(const LmPort* port, const wchar_t* action, const BIDI_REQUEST_
     *response = nullptr;
     return GuardCode(*port, [&]() -> DWORD {
         const Outcome outcome = AnswerFromPrinter(*port, request, response);
-        return SUCCEEDED(outcome) ? ERROR_SUCCESS : Refuse(*port, outcome);
+        return SUCCEEDED(outcome) ? ERROR_SUCCESS : TraceFailure(*port, outcome);
     });
 }
 

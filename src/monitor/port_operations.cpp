@@ -24,14 +24,9 @@ namespace {
 constexpr DWORD kJobLockTimeout = 1'000;  // milliseconds
 constexpr DWORD kSuspended = 63;          // what the spooler is told of a write after a suspend notice
 
-BOOL Refuse(DWORD error) {
+BOOL FailWith(DWORD error) {
     SetLastError(error);
     return FALSE;
-}
-
-BOOL Refuse(const wchar_t* port, DWORD error, const wchar_t* reason) {
-    TraceRefusal(port, reason, error);
-    return Refuse(error);
 }
 
 bool IsPort(const LmPort& port) {
@@ -112,7 +107,7 @@ VLM_NOINLINE BOOL RefuseWrite(HANDLE hPort) {
     if (port == nullptr) return FALSE;
     ++port->metrics.failedWrites;
     port->metrics.error = kSuspended;
-    return Refuse(kSuspended);
+    return FailWith(kSuspended);
 }
 
 }  // namespace
@@ -134,7 +129,7 @@ BOOL WINAPI OpenPortEx(HANDLE hMonitor, HANDLE hMonitorPort, LPWSTR pszPortName,
                        PHANDLE pHandle, LPMONITOR2 pMonitor2) noexcept {
     return GuardOperation(L"OpenPortEx", pszPortName, [&]() -> BOOL {
         const auto refuse = [pszPortName](DWORD error, const wchar_t* reason) {
-            return Refuse(pszPortName, error, reason);
+            return FailWith(TraceRefusal(pszPortName, reason, error));
         };
         if (!CanServeAsLower(pMonitor2))
             return refuse(ERROR_INVALID_PRINT_MONITOR,
@@ -194,7 +189,7 @@ BOOL WINAPI StartDocPort(HANDLE hPort, LPWSTR pPrinterName, DWORD JobId, DWORD L
         const OperationScope scope(*port);
         LastErrorKeeper keeper;
         const auto refuse = [port, &keeper](DWORD error, const wchar_t* reason) {
-            Refuse(port->portName, error, reason);
+            FailWith(TraceRefusal(port->portName, reason, error));
             keeper.Update();
             return FALSE;
         };
@@ -283,7 +278,7 @@ BOOL WINAPI GetPrinterDataFromPort(HANDLE hPort, DWORD ControlID, LPWSTR pValueN
         // Control code 0 asks for a value by name; this monitor has no named values, whatever lies below.
         if (ControlID == 0 || lower == nullptr) {
             TraceRefusal(port->portName, L"no such value", ERROR_INVALID_PARAMETER, TraceLevel::kVerbose);
-            return Refuse(ERROR_INVALID_PARAMETER);
+            return FailWith(ERROR_INVALID_PARAMETER);
         }
         return lower(port->lowerPort, ControlID, pValueName, lpInBuffer, cbInBuffer, lpOutBuffer, cbOutBuffer,
                      lpcbReturned);

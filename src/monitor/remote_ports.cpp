@@ -72,7 +72,7 @@ BOOL WINAPI EndBelow(HANDLE handle) {
     return port.lower.base.pfnEndDocPort == nullptr || port.lower.base.pfnEndDocPort(port.lowerPort);
 }
 
-rpc::ServedPort Describe(LmPort& port) {
+rpc::ServedPort ServedPortOf(LmPort& port) {
     rpc::ServedPort served;
     if (port.lowerPort != nullptr && port.lower.base.pfnStartDocPort != nullptr)
         served.exchange = {&port, &port.flags, StartBelow, WriteBelow, ReadBelow, EndBelow};
@@ -110,7 +110,7 @@ bool Acquire(const wchar_t* portName, rpc::ServedPort* served) {
         if (port == nullptr) continue;
         if (port->use.closing.load()) return false;
         ++port->use.callers;
-        *served = Describe(*port);
+        *served = ServedPortOf(*port);
         return true;
     }
     return false;

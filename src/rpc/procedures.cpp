@@ -34,29 +34,24 @@ struct RemoteCall {
     TraceClock::time_point begin = TraceClock::now();
 };
 
-DWORD Refuse(const RemoteCall& call, DWORD code, const wchar_t* reason) {
-    TraceRefusal(call.port.c_str(), reason, code);
-    return code;
-}
-
 // Waits for the job lock and runs `exchange` under it. Returns a Win32 code, as all functions here do.
 template <typename Exchange>
 DWORD RunExchange(const ServedPort& port, const RemoteCall& call, const Exchange& exchange) {
     if (port.jobLock == nullptr || port.jobLock == INVALID_HANDLE_VALUE ||
         WaitForSingleObject(port.jobLock, kJobLockTimeout) != WAIT_OBJECT_0)
-        return Refuse(call, kPortBusy, L"a remote call while the port is busy");
+        return TraceRefusal(call.port.c_str(), L"a remote call while the port is busy", kPortBusy);
     const ScopeExit giveLockBack([&port] { SetEvent(port.jobLock); });
     if (port.exchange.lower == nullptr || port.exchange.startDocPort == nullptr)
-        return Refuse(call, kNothingBelow, L"a remote call with nothing below the port");
+        return TraceRefusal(call.port.c_str(), L"a remote call with nothing below the port", kNothingBelow);
     // A job whose wait for the lock times out goes on without it, and releases it even so. So the lock only
     // says who may try; the flag says who has the port. The exchange clears it with its document.
     if ((port.exchange.flags->fetch_or(vpca::kPortJobActive) & vpca::kPortJobActive) != 0)
-        return Refuse(call, kPortBusy, L"a remote call while a job has the port");
+        return TraceRefusal(call.port.c_str(), L"a remote call while a job has the port", kPortBusy);
     vpca::ExchangeReason reason;
     const DWORD code = exchange(port.exchange, &reason);
     if (code == kDone) return code;
     const std::wstring value = reason.value ? L" (" + std::to_wstring(*reason.value) + L")" : L"";
-    return Refuse(call, code, (reason.text + value).c_str());
+    return TraceRefusal(call.port.c_str(), (reason.text + value).c_str(), code);
 }
 
 template <typename Exchange>
@@ -64,15 +59,17 @@ DWORD CallPort(const unsigned char* printer, RemoteCall* call, const Exchange& e
     try {
         std::wstring reason;
         const DWORD found = FindPortName(reinterpret_cast<const char*>(printer), &call->port, &reason);
-        if (found != kDone) return Refuse(*call, found, reason.c_str());
+        if (found != kDone) return TraceRefusal(call->port.c_str(), reason.c_str(), found);
         ServedPort port;
         if (!portDirectory.acquire(call->port.c_str(), &port))
-            return Refuse(*call, kPortNotOpen, L"a remote call while the port is not open");
+            return TraceRefusal(call->port.c_str(), L"a remote call while the port is not open",
+                                kPortNotOpen);
         const ScopeExit release([&port] { portDirectory.release(port); });
         return RunExchange(port, *call, exchange);
     } catch (...) {
         const Outcome caught = CaughtOutcome();
-        return Refuse(*call, caught == E_OUTOFMEMORY ? kOutOfMemory : kUnexpected, caught.Reason());
+        return TraceRefusal(call->port.c_str(), caught.Reason(),
+                            caught == E_OUTOFMEMORY ? kOutOfMemory : kUnexpected);
     }
 }
 
@@ -116,13 +113,13 @@ ULONG __cdecl LmRpcCommand(const unsigned char* printer, const LmRpcCommandId* i
     const RemoteCall call{L"command", {}};
     if (client.longIdCount > client.kSlots || client.shortIdCount > client.kSlots) {
         *size = 0;
-        return Refuse(call, kBadArguments, L"a remote command with too many arguments");
+        return TraceRefusal(call.port.c_str(), L"a remote command with too many arguments", kBadArguments);
     }
     vpca::CVPCAAnalyzer analyzer;
     vpca::AttributeRequest request;
     if (!analyzer.BuildAttributeRequest(&client, &request)) {
         *size = 0;
-        return Refuse(call, kOutOfMemory, L"no memory for a remote command");
+        return TraceRefusal(call.port.c_str(), L"no memory for a remote command", kOutOfMemory);
     }
     const ScopeExit freeRequest([&] { analyzer.FreeAttributeRequest(&request); });
     return ReadFromPrinter(

@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include <bit>
 #include <utility>
 
 namespace vlm {
@@ -97,11 +98,7 @@ using GlobalMemory = Unique<GlobalMemoryTraits>;
 // export it.
 template <typename Function>
 Function* FindFunction(HMODULE module, const char* name) {
-    // Through void*: a direct cast between function pointer types is what -Wcast-function-type warns about,
-    // and GetProcAddress leaves no other way.
-    return module == nullptr
-               ? nullptr
-               : reinterpret_cast<Function*>(reinterpret_cast<void*>(GetProcAddress(module, name)));
+    return module == nullptr ? nullptr : std::bit_cast<Function*>(GetProcAddress(module, name));
 }
 
 }  // namespace vlm

@@ -10,10 +10,11 @@ long long MillisecondsSince(TraceClock::time_point begin) {
 
 }  // namespace
 
-void TraceRefusal(const wchar_t* port, const wchar_t* reason, DWORD code, TraceLevel level) {
+DWORD TraceRefusal(const wchar_t* port, const wchar_t* reason, DWORD code, TraceLevel level) {
     // The reason may hold what came from outside, and has room for less than all of it.
     TraceAt(level, L"%ls: port \"%ls\": %.3000ls, error %lu\r\n",
             level == TraceLevel::kError ? L"Error" : L"Verbose", TraceName(port).c_str(), reason, code);
+    return code;
 }
 
 void TraceJobStart(const wchar_t* port, DWORD job, const wchar_t* printer) {

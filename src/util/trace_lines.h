@@ -36,9 +36,9 @@ struct QueryMetrics {
 enum class AnsweredBy { kEngine, kLowerMonitor };
 
 // What was refused or failed on a port, with its Win32 code. Refusals that are part of normal operation are
-// verbose.
-void TraceRefusal(const wchar_t* port, const wchar_t* reason, DWORD code,
-                  TraceLevel level = TraceLevel::kError);
+// verbose. Returns the code.
+DWORD TraceRefusal(const wchar_t* port, const wchar_t* reason, DWORD code,
+                   TraceLevel level = TraceLevel::kError);
 
 void TraceJobStart(const wchar_t* port, DWORD job, const wchar_t* printer);
 // With an error line as well if writes failed.

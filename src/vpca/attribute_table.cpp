@@ -171,7 +171,7 @@ struct Opaque {
 };
 
 template <typename Layout>
-constexpr AttributeDescriptor Describe(bool known = true, bool opaque = false) {
+constexpr AttributeDescriptor DescriptorOf(bool known = true, bool opaque = false) {
     return {known, opaque, Layout::EncodedSize, Layout::Encode, Layout::Measure, Layout::Build};
 }
 
@@ -216,8 +216,13 @@ constexpr uint16_t kStructures[] = {3, 22, 7, 5, 9, 8, 2, 6, 4, 20, 23, 21, 24, 
 }  // namespace
 
 constexpr AttributeDescriptor kLayouts[] = {
-    Describe<Opaque>(false, true), Describe<Opaque>(true, true),   Describe<Raw<8>>(), Describe<Raw<28>>(),
-    Describe<List<Address>>(),     Describe<List<AddressValue>>(), Describe<Text>(),
+    DescriptorOf<Opaque>(false, true),
+    DescriptorOf<Opaque>(true, true),
+    DescriptorOf<Raw<8>>(),
+    DescriptorOf<Raw<28>>(),
+    DescriptorOf<List<Address>>(),
+    DescriptorOf<List<AddressValue>>(),
+    DescriptorOf<Text>(),
 };
 
 constexpr std::array<uint8_t, kIdLimit> kLayoutOfId = [] {

@@ -18,7 +18,7 @@ constexpr uint16_t kOneWay = 10;
 constexpr uint32_t kDataIdSize = 4;
 constexpr uint32_t kAddressSize = 4;
 
-VpcaError Refuse(VpcaError error, const wchar_t* label, int line) {
+VpcaError Logged(VpcaError error, const wchar_t* label, int line) {
     Log(LogLevel::kError, label, line);
     return error;
 }
@@ -27,7 +27,7 @@ template <const auto& Label>
 VpcaError EncodeOpaque(VpcaHeader* header, const RequestBody& body, FrameBuffer* destination) {
     const auto* opaque = std::get_if<OpaqueBody>(&body);
     if (opaque == nullptr || (opaque->size != 0 && opaque->bytes == nullptr)) {
-        return Refuse(VpcaError::kBadArgument, Label, __LINE__);
+        return Logged(VpcaError::kBadArgument, Label, __LINE__);
     }
     VpcaWriteCursor wire;
     const VpcaError error = StartFrame(header, opaque->size, destination, &wire);
@@ -43,7 +43,7 @@ VpcaError DecodeOpaque(const VpcaHeader&, VpcaResult* result, VpcaCursor body, c
 
 VpcaError EncodeDataBlockRequest(VpcaHeader* header, const RequestBody& body, FrameBuffer* destination) {
     const auto* request = std::get_if<DataBlockRequest>(&body);
-    if (request == nullptr) return Refuse(VpcaError::kBadArgument, kLogEncodeFu, __LINE__);
+    if (request == nullptr) return Logged(VpcaError::kBadArgument, kLogEncodeFu, __LINE__);
     VpcaWriteCursor wire;
     const VpcaError error = StartFrame(header, kDataIdSize, destination, &wire);
     if (error != VpcaError::kSuccess) return error;
@@ -53,7 +53,7 @@ VpcaError EncodeDataBlockRequest(VpcaHeader* header, const RequestBody& body, Fr
 
 VpcaError DecodeDataBlock(const VpcaHeader&, VpcaResult* result, VpcaCursor body, const AttributeSchema*) {
     const VpcaError error = StartResult(result, body, kDataIdSize);
-    if (error != VpcaError::kSuccess) return Refuse(error, kLogDecodeFu, __LINE__);
+    if (error != VpcaError::kSuccess) return Logged(error, kLogDecodeFu, __LINE__);
     const uint32_t dataId = body.ReadU32();
     result->body = DataBlock{dataId, body.next, body.remaining};
     return VpcaError::kSuccess;
@@ -61,12 +61,12 @@ VpcaError DecodeDataBlock(const VpcaHeader&, VpcaResult* result, VpcaCursor body
 
 VpcaError EncodeAttributeRequest(VpcaHeader* header, const RequestBody& body, FrameBuffer* destination) {
     auto* const* const held = std::get_if<AttributeRequest*>(&body);
-    if (held == nullptr || *held == nullptr) return Refuse(VpcaError::kBadArgument, kLogEncodeFu, __LINE__);
+    if (held == nullptr || *held == nullptr) return Logged(VpcaError::kBadArgument, kLogEncodeFu, __LINE__);
     AttributeRequest& request = **held;
     if (request.addressKind > 2 || (request.addressKind != 0 && request.address == nullptr) ||
         (request.longIdCount != 0 && request.longIds == nullptr) ||
         (request.shortIdCount != 0 && request.shortIds == nullptr)) {
-        return Refuse(VpcaError::kBadArgument, kLogEncodeFu, __LINE__);
+        return Logged(VpcaError::kBadArgument, kLogEncodeFu, __LINE__);
     }
     request.addressLength = request.addressKind == 0 ? uint8_t{0} : uint8_t{kAddressSize};
 
@@ -91,13 +91,13 @@ VpcaError EncodeAttributeRequest(VpcaHeader* header, const RequestBody& body, Fr
 VpcaError DecodeAttributeAnswer(const VpcaHeader& header, VpcaResult* result, VpcaCursor body,
                                 const AttributeSchema* schema) {
     const VpcaError started = StartResult(result, body, 1);
-    if (started != VpcaError::kSuccess) return Refuse(started, kLogDecodeFu, __LINE__);
+    if (started != VpcaError::kSuccess) return Logged(started, kLogDecodeFu, __LINE__);
     auto& answer = result->body.emplace<AttributeAnswer>();
     // A body is as long as its 16 bits say, so the list is one of those whose length has 16 bits.
     const ByteString text{static_cast<uint16_t>(body.remaining), body.next};
     const VpcaError error = DecodeAttributeList(&answer.list, &text, kLongListContext, schema, header.version,
                                                 &answer.destination);
-    if (error != VpcaError::kSuccess) return Refuse(error, kLogDecodeFu, __LINE__);
+    if (error != VpcaError::kSuccess) return Logged(error, kLogDecodeFu, __LINE__);
     return VpcaError::kSuccess;
 }
 

@@ -35,19 +35,19 @@ DWORD CodeOf(bool succeeded, const CVPCATransaction& transaction, ExchangeReason
 
 }  // namespace
 
-bool CVPCATransaction::Refuse(DWORD error, const wchar_t* reason, std::optional<uint32_t> value) {
+bool CVPCATransaction::Fail(DWORD error, const wchar_t* reason, std::optional<uint32_t> value) {
     reason_ = {reason, value};
     SetLastError(error);
     return false;
 }
 
-bool CVPCATransaction::RefuseCodec(VpcaError error, DWORD otherwise, const wchar_t* reason) {
-    return Refuse(error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : otherwise, reason,
-                  static_cast<uint32_t>(error));
+bool CVPCATransaction::FailCodec(VpcaError error, DWORD otherwise, const wchar_t* reason) {
+    return Fail(error == VpcaError::kOutOfMemory ? ERROR_NOT_ENOUGH_MEMORY : otherwise, reason,
+                static_cast<uint32_t>(error));
 }
 
-bool CVPCATransaction::RefuseStatus(uint16_t status) {
-    return Refuse(ERROR_GEN_FAILURE, L"the printer refused with a status", status);
+bool CVPCATransaction::FailStatus(uint16_t status) {
+    return Fail(ERROR_GEN_FAILURE, L"the printer refused with a status", status);
 }
 
 // Calls the port below, which may throw and may fail without an error code. A stale 997 of an earlier call
@@ -58,11 +58,11 @@ bool CVPCATransaction::CallBelow(const wchar_t* failure, bool pendingIsSuccess, 
     try {
         if (call()) return true;
     } catch (...) {
-        return Refuse(ERROR_GEN_FAILURE, L"the port below threw an exception");
+        return Fail(ERROR_GEN_FAILURE, L"the port below threw an exception");
     }
     const DWORD error = GetLastError();
     if (pendingIsSuccess && error == ERROR_IO_PENDING) return true;
-    return Refuse(error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE, failure);
+    return Fail(error != ERROR_SUCCESS ? error : ERROR_GEN_FAILURE, failure);
 }
 
 CVPCATransaction::CVPCATransaction(uint32_t dataId) : dataId_(dataId) {
@@ -102,10 +102,10 @@ void CVPCATransaction::PrepareAttribute() {
 }
 
 bool CVPCATransaction::Send(const VpcaPort* port) {
-    if (port == nullptr) return Refuse(ERROR_INVALID_PARAMETER, kNoPort);
+    if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER, kNoPort);
     if (port->lower == nullptr || port->flags == nullptr || port->startDocPort == nullptr ||
         port->writePort == nullptr || port->readPort == nullptr || port->endDocPort == nullptr) {
-        return Refuse(ERROR_INVALID_HANDLE, L"nothing is below the port");
+        return Fail(ERROR_INVALID_HANDLE, L"nothing is below the port");
     }
 
     DOC_INFO_2W document{};
@@ -122,7 +122,7 @@ bool CVPCATransaction::Send(const VpcaPort* port) {
     frame_.Release();
     const VpcaError error = EncodeFrame(&request_, &body_, &frame_);
     if (error != VpcaError::kSuccess) {
-        RefuseCodec(error, ERROR_INVALID_PARAMETER, L"the request cannot be encoded");
+        FailCodec(error, ERROR_INVALID_PARAMETER, L"the request cannot be encoded");
         EndDocument();
         return false;
     }
@@ -135,9 +135,9 @@ bool CVPCATransaction::Send(const VpcaPort* port) {
 }
 
 bool CVPCATransaction::CanReceive(const VpcaPort* port, const uint8_t* buffer, const uint32_t* size) {
-    if (port == nullptr) return Refuse(ERROR_INVALID_PARAMETER, kNoPort);
+    if (port == nullptr) return Fail(ERROR_INVALID_PARAMETER, kNoPort);
     if (buffer == nullptr || size == nullptr || *size == 0)
-        return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the caller has no room for the answer");
+        return Fail(ERROR_INSUFFICIENT_BUFFER, L"the caller has no room for the answer");
     return true;
 }
 
@@ -148,15 +148,14 @@ bool CVPCATransaction::ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResul
     if (!CallBelow(L"the port below brings no answer", true,
                    [&] { return port.readPort(port.lower, answer_.data(), size, &received); }))
         return false;
-    if (received > size)
-        return Refuse(ERROR_INVALID_DATA, L"the port below returned too many bytes", received);
+    if (received > size) return Fail(ERROR_INVALID_DATA, L"the port below returned too many bytes", received);
 
     VpcaHeader header;
     const VpcaError error = DecodeResponse(&header, result, {answer_.data(), received});
     if (error != VpcaError::kSuccess)
-        return RefuseCodec(error, ERROR_INVALID_DATA, L"the answer cannot be decoded");
+        return FailCodec(error, ERROR_INVALID_DATA, L"the answer cannot be decoded");
     if (header.operation != request_.operation) {
-        return Refuse(ERROR_INVALID_DATA, L"the answer is for another operation", header.operation);
+        return Fail(ERROR_INVALID_DATA, L"the answer is for another operation", header.operation);
     }
     return true;
 }
@@ -171,21 +170,20 @@ bool CVPCATransaction::ReceiveDataBlock(const VpcaPort* port, uint8_t* buffer, u
         VpcaResult result;
         if (!ReadAnswer(*port, sizeof answer_, &result)) return false;
         const auto* block = std::get_if<DataBlock>(&result.body);
-        if (block == nullptr) return RefuseStatus(result.status);
+        if (block == nullptr) return FailStatus(result.status);
         if (block->dataId != dataId_) {
-            return Refuse(ERROR_INVALID_DATA, L"the answer is for another data block", block->dataId);
+            return Fail(ERROR_INVALID_DATA, L"the answer is for another data block", block->dataId);
         }
-        if (result.status != kStatusData) return RefuseStatus(result.status);
+        if (result.status != kStatusData) return FailStatus(result.status);
         if (block->size > *size - received) {
-            return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the data block is larger than the buffer",
-                          block->size);
+            return Fail(ERROR_INSUFFICIENT_BUFFER, L"the data block is larger than the buffer", block->size);
         }
         std::memcpy(buffer + received, block->data, block->size);
         received += block->size;
         more = request_.resultCode == kStatusMore;
         // Without this a printer that sends empty blocks would keep the port for ever.
         if (more && block->size == 0)
-            return Refuse(ERROR_INVALID_DATA, L"an empty block cannot go on", dataId_);
+            return Fail(ERROR_INVALID_DATA, L"an empty block cannot go on", dataId_);
     } while (more);
     *size = received;
     return true;
@@ -197,14 +195,14 @@ bool CVPCATransaction::ReceiveAttribute(const VpcaPort* port, uint8_t* buffer, u
 
     VpcaResult result;
     if (!ReadAnswer(*port, kAttributeReadSize, &result)) return false;
-    if (result.status != kStatusData) return RefuseStatus(result.status);
+    if (result.status != kStatusData) return FailStatus(result.status);
     const auto* answer = std::get_if<AttributeAnswer>(&result.body);
     if (answer == nullptr || answer->list.count == 0) {
-        return Refuse(ERROR_INVALID_DATA, L"the answer holds no attribute");
+        return Fail(ERROR_INVALID_DATA, L"the answer holds no attribute");
     }
     if (answer->list.valueBytes > *size) {
-        return Refuse(ERROR_INSUFFICIENT_BUFFER, L"the attributes are larger than the buffer",
-                      answer->list.valueBytes);
+        return Fail(ERROR_INSUFFICIENT_BUFFER, L"the attributes are larger than the buffer",
+                    answer->list.valueBytes);
     }
     const AttributeEntry& first = answer->list.entries[0];
     uint32_t copied = 0;

@@ -93,9 +93,9 @@ class CVPCATransaction {
     void Prepare(uint16_t operation);
     bool CanReceive(const VpcaPort* port, const uint8_t* buffer, const uint32_t* size);
     bool ReadAnswer(const VpcaPort& port, uint32_t size, VpcaResult* result);
-    bool Refuse(DWORD error, const wchar_t* reason, std::optional<uint32_t> value = {});
-    bool RefuseCodec(VpcaError error, DWORD otherwise, const wchar_t* reason);
-    bool RefuseStatus(uint16_t status);
+    bool Fail(DWORD error, const wchar_t* reason, std::optional<uint32_t> value = {});
+    bool FailCodec(VpcaError error, DWORD otherwise, const wchar_t* reason);
+    bool FailStatus(uint16_t status);
     template <typename Call>
     bool CallBelow(const wchar_t* failure, bool pendingIsSuccess, Call&& call);
 
@@ -104,7 +104,7 @@ class CVPCATransaction {
     FrameBuffer frame_;
     uint32_t dataId_ = 0;
     uint32_t sequence_ = 0;
-    std::array<uint8_t, 8216> answer_;
+    std::array<uint8_t, 8216> answer_{};
     // Where the document is open; null when there is none.
     const VpcaPort* document_ = nullptr;
     ExchangeReason reason_;

@@ -400,13 +400,14 @@ class Writer {
         };
         std::vector<std::pair<std::wstring, std::vector<std::wstring>>> attributes;
         for (const Node* node : nodes) {
-            for (const auto& [step, text] : node->attributes) {
-                const auto known = std::find_if(attributes.begin(), attributes.end(),
-                                                [&](const auto& one) { return one.first == step; });
+            for (const auto& attribute : node->attributes) {
+                const auto known = std::find_if(attributes.begin(), attributes.end(), [&](const auto& one) {
+                    return one.first == attribute.first;
+                });
                 if (known == attributes.end()) {
-                    attributes.push_back({step, {text}});
+                    attributes.push_back({attribute.first, {attribute.second}});
                 } else {
-                    known->second.push_back(text);
+                    known->second.push_back(attribute.second);
                 }
             }
         }
