@@ -35,10 +35,7 @@ class FaultSlot {
     Taken TakeFault() {
         const std::scoped_lock lock(mutex_);
         Taken taken{fault_, era_};
-        if (fault_) {
-            auto& rest = (*fault_).*left;
-            if (rest && --*rest == 0) fault_.reset();
-        }
+        if (fault_ && (*fault_).*left && --*((*fault_).*left) == 0) fault_.reset();
         return taken;
     }
     bool FaultHolds(const Taken& taken) const {  // false once it was cleared
