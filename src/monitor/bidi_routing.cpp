@@ -126,16 +126,16 @@ DWORD QueryBidi(const LmPort& port, CBidiReq& request, QueryMetrics& metrics) {
     const auto* reduced = static_cast<const BIDI_REQUEST_CONTAINER*>(unanswered.Get());
 
     const wchar_t* action = request.Action();
-    BidiAnswer answer(memory);
+    RouterAnswer answer(memory);
     const wchar_t* reason = nullptr;
-    const auto askLower = [&](BidiAnswer& lower) {
+    const auto askLower = [&](RouterAnswer& lower) {
         const DWORD code = AskLower(port, request.AccessBit(), action, reduced, &lower, &reason);
         return code == ERROR_SUCCESS ? code : TraceRefusal(port.portName, reason, code);
     };
     DWORD code = ERROR_SUCCESS;
     if (Equal(action, kGet) || Equal(action, kGetAll)) {
-        BidiAnswer engine(memory);
-        BidiAnswer lower(memory);
+        RouterAnswer engine(memory);
+        RouterAnswer lower(memory);
         const DWORD engineCode = QueryEngine(&port, action, reduced, engine.Place());
         code = askLower(lower);
         if (engineCode == ERROR_SUCCESS || code == ERROR_SUCCESS) {
@@ -207,7 +207,7 @@ DWORD GetBidiString(const LmPort& port, const wchar_t* schema, wchar_t* buffer, 
     const CBidiMem& memory = port.owner->BidiMemory();
     if (viaLower) return LowerText(port, schema, buffer, capacity, memory);
     const SchemaRequest request(schema);
-    BidiAnswer answer(memory);
+    RouterAnswer answer(memory);
     const DWORD code = QueryEngine(&port, kGet, request.Get(), answer.Place());
     return code == ERROR_SUCCESS ? FirstText(*answer.Place(), buffer, capacity) : code;
 }

@@ -8,7 +8,7 @@
 namespace vlm {
 
 DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
-               const BIDI_REQUEST_CONTAINER* request, BidiAnswer* answer, const wchar_t** reason) noexcept {
+               const BIDI_REQUEST_CONTAINER* request, RouterAnswer* answer, const wchar_t** reason) noexcept {
     *reason = L"the lower monitor gave no answer";
     DWORD code = ERROR_SUCCESS;
     try {
@@ -59,7 +59,7 @@ DWORD FirstText(const BIDI_RESPONSE_CONTAINER* answer, wchar_t* buffer, size_t c
 DWORD LowerText(const LmPort& port, const wchar_t* schema, wchar_t* buffer, size_t capacity,
                 const CBidiMem& memory) {
     const SchemaRequest request(schema);
-    BidiAnswer answer(memory);
+    RouterAnswer answer(memory);
     const wchar_t* reason = nullptr;
     const DWORD code = AskLower(port, PRINTER_ACCESS_USE, L"Get", request.Get(), &answer, &reason);
     return code == ERROR_SUCCESS ? FirstText(*answer.Place(), buffer, capacity) : code;

@@ -12,12 +12,12 @@
 namespace vlm {
 
 // An answer that is given back to the router at the end of the scope.
-class BidiAnswer {
+class RouterAnswer {
  public:
-    explicit BidiAnswer(const CBidiMem& memory) : memory_(memory) {}
-    ~BidiAnswer() { Free(); }
-    BidiAnswer(const BidiAnswer&) = delete;
-    BidiAnswer& operator=(const BidiAnswer&) = delete;
+    explicit RouterAnswer(const CBidiMem& memory) : memory_(memory) {}
+    ~RouterAnswer() { Free(); }
+    RouterAnswer(const RouterAnswer&) = delete;
+    RouterAnswer& operator=(const RouterAnswer&) = delete;
 
     // To be filled, or to be taken over by setting it to null.
     BIDI_RESPONSE_CONTAINER** Place() { return &container_; }
@@ -31,7 +31,7 @@ class BidiAnswer {
 // The lower monitor's answer; null after a failure. What it throws becomes 1627, and a success without a
 // container stays one. `reason`, a literal, says why it failed.
 DWORD AskLower(const LmPort& port, DWORD accessBit, const wchar_t* action,
-               const BIDI_REQUEST_CONTAINER* request, BidiAnswer* answer, const wchar_t** reason) noexcept;
+               const BIDI_REQUEST_CONTAINER* request, RouterAnswer* answer, const wchar_t** reason) noexcept;
 
 // A "Get" of one schema.
 class SchemaRequest {

@@ -8,6 +8,7 @@
 #include <cwchar>
 
 #include "rpc/procedures.h"
+#include "rpc/rpc_text.h"
 #include "util/handles.h"
 #include "util/locks.h"
 #include "util/scope_exit.h"
@@ -41,18 +42,6 @@ RPC_STATUS Report(const wchar_t* call, RPC_STATUS status) {
     return status;
 }
 
-// The runtime wants pointers to non-const text that it does not write to.
-RPC_WSTR Text(const wchar_t* text) {
-    return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
-}
-
-struct RpcStringTraits {
-    using Type = RPC_WSTR;
-    static Type Invalid() { return nullptr; }
-    static void Close(Type text) { RpcStringFreeW(&text); }
-};
-using RpcString = Unique<RpcStringTraits>;
-
 struct BindingVectorTraits {
     using Type = RPC_BINDING_VECTOR*;
     static Type Invalid() { return nullptr; }
@@ -84,11 +73,12 @@ bool HasEndpoint(const Endpoint& endpoint) {
 }
 
 RPC_STATUS UseEndpoint(const Endpoint& endpoint) {
-    RPC_STATUS status = RpcNetworkIsProtseqValidW(Text(endpoint.protocol));
+    RPC_STATUS status = RpcNetworkIsProtseqValidW(RpcText(endpoint.protocol));
     if (status != RPC_S_OK) return Report(L"RpcNetworkIsProtseqValid()", status);
     // Not asked for twice: some runtimes would open it a second time.
     if (HasEndpoint(endpoint)) return RPC_S_OK;
-    status = RpcServerUseProtseqEpW(Text(endpoint.protocol), kQueuedCalls, Text(endpoint.name), nullptr);
+    status =
+        RpcServerUseProtseqEpW(RpcText(endpoint.protocol), kQueuedCalls, RpcText(endpoint.name), nullptr);
     return status == RPC_S_OK ? status : Report(L"RpcServerUseProtseqEp()", status);
 }
 

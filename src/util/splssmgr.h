@@ -12,7 +12,8 @@ namespace vlm {
 class CSplssMgr {
  public:
     CSplssMgr() = default;
-    virtual ~CSplssMgr() = default;
+    // Does not unload: whoever calls Load decides when, with Unload.
+    virtual ~CSplssMgr() { static_cast<void>(library_.Release()); }
     CSplssMgr(const CSplssMgr&) = delete;
     CSplssMgr& operator=(const CSplssMgr&) = delete;
 

@@ -15,6 +15,7 @@
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/element_document.h"
+#include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/extension_files/filter.h"
 #include "util/namespaces.h"
 #include "util/text.h"
@@ -301,12 +302,10 @@ class Explainer {
             const auto name = ParsePrefixedName(FromUtf8(needed));
             if (name && meaning(*name) == first) return {};
         }
-        static constexpr std::array kPublished{L"PrinterDescription", L"PrinterConfiguration",
-                                               L"PrinterStatus", L"DefaultPrintTicket",
-                                               L"PrinterCapabilities"};
-        const bool known = std::any_of(kPublished.begin(), kPublished.end(), [&](const wchar_t* published) {
-            return first == std::wstring(ns::kWsdPrint) + L' ' + published;
-        });
+        const bool known =
+            std::any_of(kPrintServiceElements.begin(), kPrintServiceElements.end(), [&](const char* element) {
+                return first == std::wstring(ns::kWsdPrint) + L' ' + FromUtf8(element);
+            });
         if (!known && !IsQueriedAnywhere(query_->Engine().Declared()->Root(), first, meaning)) return {};
         return names.first->prefix + L':' + names.first->localName;
     }

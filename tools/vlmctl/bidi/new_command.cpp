@@ -53,9 +53,7 @@ void MakeNew(const NewOptions& options) {
         options.source.printerUrl.empty() ? options.source.printerAnswer : options.source.printerUrl;
     int status = 200;
     const std::wstring query =
-        QueryForElements({"PrinterDescription", "PrinterConfiguration", "PrinterStatus", "DefaultPrintTicket",
-                          "PrinterCapabilities"},
-                         {});
+        QueryForElements({kPrintServiceElements.begin(), kPrintServiceElements.end()}, {});
     const std::string answer = AnswerOf(options.source, query.c_str(), &status);
     std::string clean;
     const Outcome cleaned = CleanPrinterElements(answer, {{L"pri", ns::kWsdPrint}}, &clean, status);

@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <string>
 
-#include "tools/vlmctl/console/code_page.h"
 #include "util/text.h"
 
 namespace vlm::ctl {
@@ -28,7 +27,7 @@ LONG CALLBACK TakeDebugText(EXCEPTION_POINTERS* exception) {
     const size_t length = counted > 0 ? counted - 1 : 0;
     const auto address = record.ExceptionInformation[1];
     const std::wstring text = wide ? std::wstring(reinterpret_cast<const wchar_t*>(address), length)
-                                   : FromCodePage(reinterpret_cast<const char*>(address), length);
+                                   : FromCodePage({reinterpret_cast<const char*>(address), length});
     const std::string line = "trace: " + ToUtf8(text);
     std::fwrite(line.data(), 1, line.size(), stderr);
     return EXCEPTION_CONTINUE_EXECUTION;

@@ -11,6 +11,7 @@
 #include <cstring>
 #include <span>
 
+#include "rpc/rpc_text.h"
 #include "tools/vlmctl/console/command.h"
 #include "util/text.h"
 
@@ -33,10 +34,6 @@ Endpoint EndpointOf(RpcRoute route) {
             break;
     }
     return {L"ncalrpc", L"vllm3mon"};
-}
-
-RPC_WSTR Text(const wchar_t* text) {
-    return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
 }
 
 // The runtime raises a failed call as a structured exception whose code is the status. Either of these two
@@ -141,15 +138,10 @@ const char* StatusMeaning(std::uint32_t status) {
 RpcClient::RpcClient(RpcRoute route, const std::string& host) {
     const Endpoint endpoint = EndpointOf(route);
     const std::wstring address = FromUtf8(host);
-    struct StringTraits {
-        using Type = RPC_WSTR;
-        static Type Invalid() { return nullptr; }
-        static void Close(Type text) { RpcStringFreeW(&text); }
-    };
-    Unique<StringTraits> whole;
-    RPC_STATUS status = RpcStringBindingComposeW(nullptr, Text(endpoint.protocol),
-                                                 address.empty() ? nullptr : Text(address.c_str()),
-                                                 Text(endpoint.name), nullptr, whole.Receive());
+    rpc::RpcString whole;
+    RPC_STATUS status = RpcStringBindingComposeW(nullptr, rpc::RpcText(endpoint.protocol),
+                                                 address.empty() ? nullptr : rpc::RpcText(address.c_str()),
+                                                 rpc::RpcText(endpoint.name), nullptr, whole.Receive());
     if (status == RPC_S_OK) status = RpcBindingFromStringBindingW(whole.Get(), binding_.Receive());
     if (status != RPC_S_OK)
         throw CommandError("cannot bind to '" + host + "': RPC status " +

@@ -4,6 +4,7 @@
 // cause.
 #pragma once
 
+#include <array>
 #include <string>
 #include <vector>
 
@@ -11,6 +12,11 @@
 #include "util/xml_names.h"
 
 namespace vlm::ctl {
+
+// The elements of a print service, in the order in which vlmctl asks for them.
+inline constexpr std::array<const char*, 5> kPrintServiceElements = {
+    "PrinterDescription", "PrinterConfiguration", "PrinterStatus", "DefaultPrintTicket",
+    "PrinterCapabilities"};
 
 // The query document for elements by their qualified names; a plain name is one of the print service ("pri",
 // which is always declared). Throws with kWrongUsage for a name whose prefix nothing declares.

@@ -12,7 +12,6 @@
 #include "tools/vlmctl/extension_files/check.h"
 #include "tools/vlmctl/installation/doctor_checks.h"
 #include "util/com.h"
-#include "util/handles.h"
 #include "util/spooler_api.h"
 #include "util/text.h"
 #include "util/trace.h"
@@ -22,12 +21,6 @@ namespace vlm::ctl {
 namespace {
 
 constexpr char kWhat[] = "extensions";
-
-struct PrinterTraits {
-    using Type = HANDLE;
-    static Type Invalid() { return nullptr; }
-    static void Close(Type printer) { ClosePrinter(printer); }
-};
 
 CheckResult Wrong(std::string text) {
     return {kWhat, Health::kWrong, std::move(text)};
@@ -130,7 +123,7 @@ CheckResult CheckIniFile(const std::string& iniFile) {
 
 CheckResult CheckDriverOf(const std::string& printer) {
     std::wstring name = FromUtf8(printer);
-    Unique<PrinterTraits> handle;
+    PrinterHandle handle;
     if (!OpenPrinterW(name.data(), handle.Receive(), nullptr))
         return Wrong(Shown(name) + " is not a printer on this machine: " + ErrorText(GetLastError()));
     DWORD needed = 0;

@@ -9,7 +9,6 @@
 #include <vector>
 
 #include "rpc/codes.h"
-#include "tools/vlmctl/console/code_page.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/table.h"
@@ -66,7 +65,7 @@ std::string InCodePage(const std::string& utf8) {
     const int length = WideCharToMultiByte(CP_ACP, 0, name.data(), static_cast<int>(name.size()), text.data(),
                                            static_cast<int>(text.size()), nullptr, nullptr);
     text.resize(static_cast<size_t>(length));
-    if (FromCodePage(text.data(), text.size()) != name)
+    if (FromCodePage(text) != name)
         throw CommandError("the name '" + utf8 + "' cannot be represented in this system's code page");
     return text;
 }

@@ -2,7 +2,6 @@
 
 #include <cstring>
 
-#include "tools/vlmctl/console/code_page.h"
 #include "tools/vlmctl/console/command.h"
 #include "util/text.h"
 #include "util/trace.h"
@@ -74,7 +73,7 @@ void DebugOutput::Take(const Channel& channel) {
     Buffer buffer;
     std::memcpy(&buffer, channel.buffer.Get(), sizeof buffer);
     SetEvent(channel.ready.Get());
-    const std::wstring text = FromCodePage(buffer.text, strnlen(buffer.text, sizeof buffer.text));
+    const std::wstring text = FromCodePage({buffer.text, strnlen(buffer.text, sizeof buffer.text)});
     const LockGuard exclusive(lock_);
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find_first_of(L"\r\n", begin), text.size());
