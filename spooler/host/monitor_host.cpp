@@ -38,10 +38,14 @@ MonitorHost::MonitorHost(const std::wstring& dllPath) {
                         ERROR_PROC_NOT_FOUND);
     monitorInit_.cbSize = sizeof monitorInit_;
     monitorInit_.bLocal = TRUE;
+    SetLastError(ERROR_SUCCESS);
     table_ = initialize_(&monitorInit_, &manager_);
     if (table_ == nullptr) {
         const DWORD code = GetLastError();
-        throw HostError(path + " refused to start: " + ErrorText(code), code);
+        // A start that fails for want of the event window sets no code; its reason is in the trace alone.
+        throw HostError(
+            path + " refused to start: " + (code != ERROR_SUCCESS ? ErrorText(code) : "its trace says why"),
+            code);
     }
 }
 
