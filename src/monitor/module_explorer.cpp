@@ -43,21 +43,12 @@ std::wstring Environment(const wchar_t* name) {
     return PathFrom([name](wchar_t* path) { GetEnvironmentVariableW(name, path, kPathCapacity); });
 }
 
-// The next three are given the capacity in characters where they expect one in bytes: kept as it is. A longer
-// path is refused by the call, and none is longer.
-std::wstring PrinterDriverDirectory() {
-    return PathFrom([](wchar_t* path) {
+// This and the next are given the capacity in characters where they expect one in bytes: kept as it is. A
+// longer path is refused by the call, and none is longer.
+std::wstring SpoolerDirectory(decltype(GetPrinterDriverDirectoryW)& get) {
+    return PathFrom([&get](wchar_t* path) {
         DWORD needed = 0;
-        GetPrinterDriverDirectoryW(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(path), kPathCapacity,
-                                   &needed);
-    });
-}
-
-std::wstring PrintProcessorDirectory() {
-    return PathFrom([](wchar_t* path) {
-        DWORD needed = 0;
-        GetPrintProcessorDirectoryW(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(path), kPathCapacity,
-                                    &needed);
+        get(nullptr, nullptr, 1, reinterpret_cast<BYTE*>(path), kPathCapacity, &needed);
     });
 }
 
@@ -100,9 +91,9 @@ constexpr KnownDirectory kDirectories[] = {
     {51, SystemDirectory, L"\\spool"},
     {23, ColorDirectory, L""},
     {66003, ColorDirectory, L""},
-    {52, PrinterDriverDirectory, L""},
-    {55, PrintProcessorDirectory, L""},
-    {66001, PrintProcessorDirectory, L""},
+    {52, [] { return SpoolerDirectory(GetPrinterDriverDirectoryW); }, L""},
+    {55, [] { return SpoolerDirectory(GetPrintProcessorDirectoryW); }, L""},
+    {66001, [] { return SpoolerDirectory(GetPrintProcessorDirectoryW); }, L""},
     {24, [] { return Environment(L"HOMEDRIVE"); }, L""},
     {30, [] { return Environment(L"SystemDrive"); }, L""},
     {54, [] { return Environment(L"SystemDrive"); }, L""},
