@@ -104,11 +104,8 @@ class Reader {
         element.kind = KindOf(node, element.tag);
         ComPtr<IXMLDOMNamedNodeMap> attributes;
         CheckEngine(node->get_attributes(attributes.Receive()));
-        element.name = AttributeIn(attributes.Get(), name_);
-        element.type = AttributeIn(attributes.Get(), type_);
-        element.filter = AttributeIn(attributes.Get(), filter_);
-        element.query = AttributeIn(attributes.Get(), query_);
-        element.parameter = AttributeIn(attributes.Get(), parameter_);
+        for (const auto& [name, member] : attributes_)
+            element.*member = AttributeIn(attributes.Get(), name);
         if (element.kind == ElementKind::kConst) element.text = TextOf(node);
         element.number = elements_++;
         if (element.kind == ElementKind::kSchema) {
@@ -135,11 +132,12 @@ class Reader {
     const DeclaredNamespaces& namespaces_;
     size_t elements_ = 0;  // so far, in document order
     QueryBudget& budget_;
-    const _bstr_t name_{L"name"};
-    const _bstr_t type_{L"type"};
-    const _bstr_t filter_{L"filter"};
-    const _bstr_t query_{L"query"};
-    const _bstr_t parameter_{L"parameter"};
+    const std::pair<_bstr_t, std::optional<std::wstring> SchemaElement::*> attributes_[5] = {
+        {L"name", &SchemaElement::name},
+        {L"type", &SchemaElement::type},
+        {L"filter", &SchemaElement::filter},
+        {L"query", &SchemaElement::query},
+        {L"parameter", &SchemaElement::parameter}};
 };
 
 SchemaElement ReadExtensionFile(const std::wstring& path, QueryBudget& budget) {
@@ -188,10 +186,8 @@ void Merge(SchemaElement& existing, SchemaElement&& added) {
 void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,
                          const std::vector<NamespaceDeclaration>& added, const std::wstring& source) {
     for (const NamespaceDeclaration& declaration : added) {
-        const auto known = std::find_if(
-            declarations.begin(), declarations.end(),
-            [&](const NamespaceDeclaration& other) { return other.prefix == declaration.prefix; });
-        if (known == declarations.end()) {
+        const NamespaceDeclaration* const known = FindPrefix(declarations, declaration.prefix);
+        if (known == nullptr) {
             declarations.push_back(declaration);
         } else if (known->uri != declaration.uri) {
             const std::wstring prefix = L"prefix \"" + Printable(declaration.prefix) + L"\"";

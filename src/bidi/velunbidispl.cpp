@@ -52,54 +52,42 @@ std::vector<NamespaceDeclaration> PrefixesOf(const SchemaTree& tree) {
 }
 
 void AppendNew(std::vector<NamespaceDeclaration>& declarations, const NamespaceDeclaration& declaration) {
-    const bool known =
-        std::any_of(declarations.begin(), declarations.end(),
-                    [&](const NamespaceDeclaration& other) { return other.prefix == declaration.prefix; });
-    if (!known) declarations.push_back(declaration);
+    if (FindPrefix(declarations, declaration.prefix) == nullptr) declarations.push_back(declaration);
 }
 
 // Gathers the distinct "query" names in the order in which they are first met, and the prefixes that they
 // use.
-class QueryNames {
- public:
-    explicit QueryNames(const SchemaTree& tree) : declared_(PrefixesOf(tree)) {}
+struct QueryNames {
+    explicit QueryNames(const SchemaTree& tree) : declared(PrefixesOf(tree)) {}
 
     void Add(const SchemaElement& element) {
-        if (!element.query || !seen_.insert(*element.query).second) return;
+        if (!element.query || !seen.insert(*element.query).second) return;
         const size_t colon = element.query->find(L':');
-        if (colon != std::wstring::npos) UsePrefix(element.query->substr(0, colon), element);
-        names_.push_back(*element.query);
+        if (colon != std::wstring::npos) {
+            const std::wstring prefix = element.query->substr(0, colon);
+            const NamespaceDeclaration* const declaration = FindPrefix(declared, prefix);
+            if (declaration == nullptr || prefix.empty()) {
+                const std::wstring traced =
+                    L"Bidi extension file contains no namespace declaration for " + Printable(prefix);
+                ThrowTracedError(E_FAIL, traced, traced + L": " + DescribeElement(element));
+            }
+            AppendNew(prefixes, *declaration);
+        }
+        names.push_back(*element.query);
     }
     // A request may name the whole tree many times over; it is walked once.
     void AddWithDescendants(const SchemaElement& element) {
-        if (walked_.insert(&element).second) Walk(element);
-    }
-
-    const std::vector<std::wstring>& Names() const { return names_; }
-    const std::vector<NamespaceDeclaration>& Prefixes() const { return prefixes_; }
-
- private:
-    void Walk(const SchemaElement& element) {
+        if (!walked.insert(&element).second) return;
         Add(element);
         for (const SchemaElement& child : element.children)
-            Walk(child);
-    }
-    void UsePrefix(const std::wstring& prefix, const SchemaElement& user) {
-        for (const NamespaceDeclaration& declaration : declared_) {
-            if (declaration.prefix != prefix || prefix.empty()) continue;
-            AppendNew(prefixes_, declaration);
-            return;
-        }
-        const std::wstring traced =
-            L"Bidi extension file contains no namespace declaration for " + Printable(prefix);
-        ThrowTracedError(E_FAIL, traced, traced + L": " + DescribeElement(user));
+            AddWithDescendants(child);
     }
 
-    const std::vector<NamespaceDeclaration> declared_;
-    std::unordered_set<const SchemaElement*> walked_;
-    std::unordered_set<std::wstring> seen_;
-    std::vector<std::wstring> names_;
-    std::vector<NamespaceDeclaration> prefixes_;
+    std::vector<std::wstring> names;
+    std::vector<NamespaceDeclaration> prefixes;
+    const std::vector<NamespaceDeclaration> declared;
+    std::unordered_set<std::wstring_view> seen;
+    std::unordered_set<const SchemaElement*> walked;
 };
 
 }  // namespace
@@ -143,28 +131,25 @@ HRESULT CVelunBidiSpl::EnumQueryElement(const BIDI_REQUEST_CONTAINER* request, B
         }
         if (request == nullptr || queryXml == nullptr || !EverySchemaIsThere(*request)) return E_INVALIDARG;
         bool resolved = false;
-        const std::wstring text = QueryElements(*request, &resolved);
-        const HRESULT hr = GiveText(text, queryXml);
+        QueryNames names(*extension_);
+        for (DWORD i = 0; i < request->Count; ++i) {
+            const std::wstring path = request->aData[i].pSchema;
+            budget_.CheckTime(path);
+            RefuseApostrophe(path);
+            const auto reached = extension_->FindForQuery(ParseSchemaPath(path));
+            if (!reached) continue;
+            resolved = true;
+            // Without the data of the parameters on the way there would be nothing at the end of it.
+            for (const SchemaElement* parameter : reached->parameters)
+                names.Add(*parameter);
+            for (const SchemaElement* element : reached->elements)
+                names.AddWithDescendants(*element);
+        }
+        const HRESULT hr =
+            GiveText(WriteQueryElements(names.prefixes, resolved ? std::optional(names.names) : std::nullopt),
+                     queryXml);
         return SUCCEEDED(hr) && !resolved ? S_FALSE : hr;
     });
-}
-
-std::wstring CVelunBidiSpl::QueryElements(const BIDI_REQUEST_CONTAINER& request, bool* resolved) const {
-    QueryNames names(*extension_);
-    for (DWORD i = 0; i < request.Count; ++i) {
-        const std::wstring path = request.aData[i].pSchema;
-        budget_.CheckTime(path);
-        RefuseApostrophe(path);
-        const std::optional<SchemaTree::Reached> reached = extension_->FindForQuery(ParseSchemaPath(path));
-        if (!reached) continue;
-        *resolved = true;
-        // Without the data of the parameters on the way there would be nothing at the end of it.
-        for (const SchemaElement* parameter : reached->parameters)
-            names.Add(*parameter);
-        for (const SchemaElement* element : reached->elements)
-            names.AddWithDescendants(*element);
-    }
-    return WriteQueryElements(names.Prefixes(), *resolved ? std::optional(names.Names()) : std::nullopt);
 }
 
 HRESULT CVelunBidiSpl::GetPrefixes(std::vector<NamespaceDeclaration>* prefixes) const {
@@ -280,12 +265,14 @@ HRESULT CVelunBidiSpl::SendRecvBidiDataFromPort(const wchar_t* action, const BID
         if (response != nullptr) *response = nullptr;
         if (request == nullptr || response == nullptr || !(get || getAll)) return E_INVALIDARG;
         if (!EverySchemaIsThere(*request)) return E_INVALIDARG;
-        *response = get ? Get(*request) : GetAll(*request);
+        *response = (get ? Get(*request) : GetAll(*request)).Release();
         return S_OK;
     });
 }
 
-BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::Get(const BIDI_REQUEST_CONTAINER& request) const {
+CVelunBidiSpl::Response CVelunBidiSpl::Get(const BIDI_REQUEST_CONTAINER& request) const {
+    // The container comes first: without memory for it nothing is searched for.
+    Response response = GetInitBidiResponseContainer(request.Count);
     if (!ReadyToAnswer()) ThrowEngineError(E_FAIL);
     budget_.Spend(Expense::kEntries, request.Count, kWholeTree);
 
@@ -300,21 +287,20 @@ BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::Get(const BIDI_REQUEST_CONTAINER& reques
         for (const NamedAnswer& named : *answers)
             byPath.emplace(named.path, named.answer);
     }
-    std::vector<Entry> entries;
     for (DWORD i = 0; i < request.Count; ++i) {
         const BIDI_REQUEST_DATA& wanted = request.aData[i];
         RefuseApostrophe(wanted.pSchema);
         const auto found = byPath.find(wanted.pSchema);
-        entries.push_back(
-            {wanted.dwReqNumber, wanted.pSchema, found != byPath.end() ? found->second : nullptr});
+        FillEntry(response.Get()->aData[i], wanted.dwReqNumber, wanted.pSchema,
+                  found != byPath.end() ? found->second : nullptr);
     }
-    return MakeResponse(entries);
+    return response;
 }
 
-BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::GetAll(const BIDI_REQUEST_CONTAINER& request) const {
+CVelunBidiSpl::Response CVelunBidiSpl::GetAll(const BIDI_REQUEST_CONTAINER& request) const {
     if (!ReadyToAnswer()) ThrowEngineError(E_FAIL);
     AnswerPass pass(*bound_->expanded, bound_->search);
-    std::vector<Entry> entries;
+    std::vector<std::pair<DWORD, NamedAnswer>> entries;
     for (DWORD i = 0; i < request.Count; ++i) {
         const DWORD number = request.aData[i].dwReqNumber;
         const std::wstring path = request.aData[i].pSchema;
@@ -322,13 +308,17 @@ BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::GetAll(const BIDI_REQUEST_CONTAINER& req
         const size_t before = entries.size();
         if (auto answers = pass.Collect(path)) {
             for (NamedAnswer& named : *answers)
-                entries.push_back({number, std::move(named.path), named.answer});
+                entries.emplace_back(number, std::move(named));
         }
         if (entries.size() > before) continue;
         budget_.Spend(Expense::kEntries, 1, path);
-        entries.push_back({number, path, nullptr});
+        entries.emplace_back(number, NamedAnswer{path, nullptr, nullptr});
     }
-    return MakeResponse(entries);
+    Response response = GetInitBidiResponseContainer(entries.size());
+    BIDI_RESPONSE_DATA* next = response.Get()->aData;
+    for (const auto& [number, named] : entries)
+        FillEntry(*next++, number, named.path, named.answer);
+    return response;
 }
 
 }  // namespace vlm

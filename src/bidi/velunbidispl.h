@@ -102,23 +102,20 @@ class CVelunBidiSpl {
     void Bind(std::string_view response);
     bool ReadyToAnswer() const;
     std::wstring AnswerText(const wchar_t* path) const;
-    std::wstring QueryElements(const BIDI_REQUEST_CONTAINER& request, bool* resolved) const;
-    BIDI_RESPONSE_CONTAINER* Get(const BIDI_REQUEST_CONTAINER& request) const;
-    BIDI_RESPONSE_CONTAINER* GetAll(const BIDI_REQUEST_CONTAINER& request) const;
-
     // The response's memory and values.
-    struct Entry {
-        DWORD number;  // of the request's entry
-        std::wstring path;
-        const LeafAnswer* answer;  // null for none
+    struct ResponseTraits {
+        using Type = BIDI_RESPONSE_CONTAINER*;
+        static Type Invalid() { return nullptr; }
+        static void Close(Type response) { RouterFreeBidiResponseContainer(response); }
     };
-    BIDI_RESPONSE_CONTAINER* MakeResponse(const std::vector<Entry>& entries) const;
-    BIDI_RESPONSE_CONTAINER* GetInitBidiResponseContainer(DWORD count) const;
+    using Response = Unique<ResponseTraits>;
+    Response Get(const BIDI_REQUEST_CONTAINER& request) const;
+    Response GetAll(const BIDI_REQUEST_CONTAINER& request) const;
+    Response GetInitBidiResponseContainer(size_t count) const;
     static wchar_t* DuplicateForRouter(const wchar_t* text);
     BYTE* DecodeBlob(const wchar_t* text, DWORD* size) const;
-    void SetTypedValue(BIDI_RESPONSE_DATA& entry, const wchar_t* schema, const wchar_t* type,
-                       const wchar_t* text) const;
-    void FillEntry(BIDI_RESPONSE_DATA& entry, const wchar_t* schema, const LeafAnswer* answer) const;
+    void FillEntry(BIDI_RESPONSE_DATA& entry, DWORD number, const std::wstring& schema,
+                   const LeafAnswer* answer) const;
 
     CSplssMgr router_;
     CCrypt32Mgr crypt32_;

@@ -12,7 +12,6 @@
 #include "bidi/answer_pass.h"
 #include "bidi/bidi_mem.h"
 #include "bidi/engine_error.h"
-#include "util/scope_exit.h"
 #include "util/trace.h"
 
 namespace vlm {
@@ -56,15 +55,16 @@ int LastStatus() {
 
 }  // namespace
 
-BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::GetInitBidiResponseContainer(DWORD count) const {
-    BIDI_RESPONSE_CONTAINER* container = router_.AllocBidiResponseContainer(count);
-    if (container == nullptr) {
+CVelunBidiSpl::Response CVelunBidiSpl::GetInitBidiResponseContainer(size_t count) const {
+    const auto entries = static_cast<DWORD>(count);
+    Response response(router_.AllocBidiResponseContainer(entries));
+    if (!response) {
         Trace(L"CVelunBidiSpl::GetInitBidiResponseContainer(%d) failed with status %d\r\n",
-              static_cast<int>(count), LastStatus());
-        return nullptr;
+              static_cast<int>(entries), LastStatus());
+        ThrowEngineError(E_FAIL);
     }
-    InitialiseContainer(*container, count, kContainerVersion, 0);
-    return container;
+    InitialiseContainer(*response.Get(), entries, kContainerVersion, 0);
+    return response;
 }
 
 wchar_t* CVelunBidiSpl::DuplicateForRouter(const wchar_t* text) {
@@ -115,22 +115,23 @@ BYTE* CVelunBidiSpl::DecodeBlob(const wchar_t* text, DWORD* size) const {
     return block;
 }
 
-void CVelunBidiSpl::SetTypedValue(BIDI_RESPONSE_DATA& entry, const wchar_t* schema, const wchar_t* type,
-                                  const wchar_t* text) const {
-    entry.pSchema = DuplicateForRouter(schema);
+void CVelunBidiSpl::FillEntry(BIDI_RESPONSE_DATA& entry, DWORD number, const std::wstring& schema,
+                              const LeafAnswer* answer) const {
+    entry.dwReqNumber = number;
+    entry.pSchema = DuplicateForRouter(schema.c_str());
     if (entry.pSchema == nullptr) ThrowEngineError(E_FAIL);
-    if (text == nullptr) {
-        entry.data.dwBidiType = BIDI_NULL;
-        return;
-    }
-    const auto* known = std::find_if(std::begin(kTypes), std::end(kTypes), [type](const auto& candidate) {
-        return _wcsicmp(candidate.name, type) == 0;
-    });
-    if (known == std::end(kTypes)) {
-        entry.dwResult = ERROR_NO_DATA;
-        return;
-    }
+    entry.dwResult = ERROR_NO_DATA;
+    entry.data.dwBidiType = BIDI_NULL;
+    if (answer == nullptr || !answer->text) return;
+    // With regard to case: an answer of any other type has no value.
+    const auto* known = std::find_if(std::begin(kTypes), std::end(kTypes),
+                                     [&](const auto& candidate) { return answer->type == candidate.name; });
+    if (known == std::end(kTypes)) return;
+
+    const wchar_t* const text = answer->text->c_str();
     entry.data.dwBidiType = known->type;
+    // An entry without its value must not count as found.
+    bool found = true;
     switch (known->type) {
         case BIDI_INT:
             entry.data.u.iData = std::wcstol(text, nullptr, 10);
@@ -140,43 +141,17 @@ void CVelunBidiSpl::SetTypedValue(BIDI_RESPONSE_DATA& entry, const wchar_t* sche
             break;
         case BIDI_STRING:
             entry.data.u.sData = DuplicateForRouter(text);
-            // An entry without its value must not count as found.
-            if (entry.data.u.sData == nullptr) entry.dwResult = ERROR_NO_DATA;
+            found = entry.data.u.sData != nullptr;
             break;
         case BIDI_BOOL:
             entry.data.u.bData = std::wcscmp(text, L"true") == 0 ? TRUE : FALSE;
             break;
-        default: {
-            BINARY_CONTAINER& bytes = entry.data.u.biData;
-            bytes.pData = DecodeBlob(text, &bytes.cbBuf);
-            if (bytes.pData == nullptr) entry.dwResult = ERROR_NO_DATA;
+        default:
+            entry.data.u.biData.pData = DecodeBlob(text, &entry.data.u.biData.cbBuf);
+            found = entry.data.u.biData.pData != nullptr;
             break;
-        }
     }
-}
-
-BIDI_RESPONSE_CONTAINER* CVelunBidiSpl::MakeResponse(const std::vector<Entry>& entries) const {
-    BIDI_RESPONSE_CONTAINER* response = GetInitBidiResponseContainer(static_cast<DWORD>(entries.size()));
-    if (response == nullptr) ThrowEngineError(E_FAIL);
-    ScopeExit release([response] { RouterFreeBidiResponseContainer(response); });
-    for (size_t i = 0; i < entries.size(); ++i) {
-        response->aData[i].dwReqNumber = entries[i].number;
-        FillEntry(response->aData[i], entries[i].path.c_str(), entries[i].answer);
-    }
-    release.Dismiss();
-    return response;
-}
-
-void CVelunBidiSpl::FillEntry(BIDI_RESPONSE_DATA& entry, const wchar_t* schema,
-                              const LeafAnswer* answer) const {
-    // Here the five names are matched with regard to case: an answer of any other type has no value.
-    const bool found = answer != nullptr && answer->text &&
-                       std::any_of(std::begin(kTypes), std::end(kTypes), [answer](const auto& candidate) {
-                           return answer->type == candidate.name;
-                       });
-    entry.dwResult = found ? ERROR_SUCCESS : ERROR_NO_DATA;
-    SetTypedValue(entry, schema, found ? answer->type.c_str() : nullptr,
-                  found ? answer->text->c_str() : nullptr);
+    if (found) entry.dwResult = ERROR_SUCCESS;
 }
 
 }  // namespace vlm

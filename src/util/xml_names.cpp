@@ -32,6 +32,14 @@ bool IsIn(const Range (&ranges)[N], std::uint32_t c) {
 
 }  // namespace
 
+const NamespaceDeclaration* FindPrefix(const std::vector<NamespaceDeclaration>& declarations,
+                                       std::wstring_view prefix) {
+    const auto found =
+        std::find_if(declarations.begin(), declarations.end(),
+                     [&](const NamespaceDeclaration& declaration) { return declaration.prefix == prefix; });
+    return found != declarations.end() ? &*found : nullptr;
+}
+
 std::wstring_view TrimXmlSpace(std::wstring_view text) {
     const size_t first = text.find_first_not_of(kXmlSpace);
     if (first == std::wstring_view::npos) return {};

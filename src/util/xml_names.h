@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace vlm {
 
@@ -13,6 +14,10 @@ struct NamespaceDeclaration {
     std::wstring prefix;  // empty for the default namespace
     std::wstring uri;
 };
+
+// The first of that prefix, or null.
+const NamespaceDeclaration* FindPrefix(const std::vector<NamespaceDeclaration>& declarations,
+                                       std::wstring_view prefix);
 
 inline constexpr std::wstring_view kXmlSpace = L" \t\r\n";
 

@@ -197,7 +197,10 @@ TEST_F(Resolution, ArgumentsAndOrderOfCallsAreChecked) {
     EXPECT_TRUE(trace_.Has(
         L"CVelunBidiSpl::SendRecvXMLString - Error: must call SetGetPrinterElementResponseData first\r\n"));
     EXPECT_EQ(answer.Document(), nullptr);
+    // "Get" asks for its container before anything else, and gives it back.
+    router_.ResetAllocations(0);
     EXPECT_EQ(engine.SendRecvBidiDataFromPort(L"Get", request.Get(), &response), E_FAIL);
+    EXPECT_EQ(router_.Counters().allocations, 1);
     // A second Init does nothing, not even look at its list.
     EXPECT_EQ(engine.Init(L"Office", L"<no list"), S_OK);
 
