@@ -8,6 +8,8 @@
 
 #include "vpca/cursor.h"
 
+// A test that runs a fuzzer's checks defines its own.
+#ifndef FUZZ_CHECK
 #define FUZZ_CHECK(condition)                                                    \
     do {                                                                         \
         if (!(condition)) {                                                      \
@@ -15,6 +17,7 @@
             std::abort();                                                        \
         }                                                                        \
     } while (false)
+#endif
 
 namespace vlm::vpca {
 

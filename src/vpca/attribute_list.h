@@ -1,4 +1,4 @@
-// Decoding a list of attributes into one block of memory, and encoding one.
+// Decoding a list of attributes into one block of memory.
 //
 // A list on the wire is self-describing (a count byte, then for each attribute u16 id, u8 length, value), or
 // a schema tells its attributes, and it is then their values alone, one behind the other.
@@ -73,11 +73,5 @@ struct AttributeDestination {
 VpcaError DecodeAttributeList(AttributeList* list, const ByteString* text, uint16_t context,
                               const AttributeSchema* schema, uint8_t variant,
                               AttributeDestination* destination);
-
-// Encoding. `schema` null: a self-describing list (at most 255 attributes); otherwise the values of its
-// pairs, which have to be the list's entries.
-VpcaError EncodedListSize(const AttributeList& list, const SchemaEntry* schema, uint32_t* size);
-// kBufferTooSmall when the cursor holds less than EncodedListSize.
-VpcaError EncodeAttributeList(const AttributeList& list, const SchemaEntry* schema, VpcaWriteCursor* wire);
 
 }  // namespace vlm::vpca

@@ -21,8 +21,7 @@ MeasuredValue Measured(uint32_t wireSize, uint32_t size, uint32_t limit) {
 // Bytes that the value announces but does not have cannot be encoded.
 VpcaError CheckStorage(uint32_t count, const void* storage) {
     if (count == 0 || storage != nullptr) return VpcaError::kSuccess;
-    Log(LogLevel::kError, kLogEncodedSize, __LINE__);
-    return VpcaError::kBadArgument;
+    return Logged(VpcaError::kBadArgument, kLogEncodedSize, __LINE__);
 }
 
 template <typename Value>

@@ -57,10 +57,9 @@ VpcaError DecodeBody(VpcaTable table, const VersionDescriptor& version, const Vp
     if (row == nullptr || row->decode == nullptr) return VpcaError::kUnknownOperation;
     if (!openEnded) {
         const uint32_t length = FieldOf(header, version, VpcaField::kBodyLength);
-        if (length > body.remaining) {
-            Log(LogLevel::kError, table == VpcaTable::kFu ? kLogDecodeFu : kLogDecodeFp, __LINE__);
-            return VpcaError::kTooShort;
-        }
+        if (length > body.remaining)
+            return Logged(VpcaError::kTooShort, table == VpcaTable::kFu ? kLogDecodeFu : kLogDecodeFp,
+                          __LINE__);
         body.remaining = length;
     }
     return row->decode(header, result, body, schema);

@@ -20,11 +20,6 @@ struct WireField {
 constexpr WireField kWireFields10[] = {{0, 0}, {0, 0},  {3, 1},  {4, 2},  {6, 2},
                                        {8, 2}, {10, 4}, {14, 4}, {18, 2}, {18, 1}};
 
-VpcaError RefuseField(int line) {
-    Log(LogLevel::kError, kLogVersion, line);
-    return VpcaError::kUnknownField;
-}
-
 // What `use` makes of the member that holds the field. The option byte is half of a member.
 template <typename Header, typename Use>
 VpcaError UseField10(VpcaField field, Header& header, const Use& use) {
@@ -45,7 +40,7 @@ VpcaError UseField10(VpcaField field, Header& header, const Use& use) {
         case VpcaField::kOption:
             return use(header.resultCode);
     }
-    return RefuseField(__LINE__);
+    return Logged(VpcaError::kUnknownField, kLogVersion, __LINE__);
 }
 
 VpcaError GetField10(VpcaField field, const VpcaHeader& header, uint32_t* value) {
@@ -71,7 +66,7 @@ WireField Locate10(VpcaField field) {
 
 VpcaError PeekField10(VpcaField field, VpcaCursor wire, uint32_t* value) {
     const WireField place = Locate10(field);
-    if (place.width == 0) return RefuseField(__LINE__);
+    if (place.width == 0) return Logged(VpcaError::kUnknownField, kLogVersion, __LINE__);
     if (wire.remaining < kHeaderLength10) return VpcaError::kNotVpca;
     *value = 0;
     for (uint32_t i = 0; i < place.width; ++i)
@@ -81,7 +76,7 @@ VpcaError PeekField10(VpcaField field, VpcaCursor wire, uint32_t* value) {
 
 VpcaError PokeField10(VpcaField field, VpcaWriteCursor wire, uint32_t value) {
     const WireField place = Locate10(field);
-    if (place.width == 0) return RefuseField(__LINE__);
+    if (place.width == 0) return Logged(VpcaError::kUnknownField, kLogVersion, __LINE__);
     if (wire.remaining < kHeaderLength10) return VpcaError::kNotVpca;
     for (uint32_t i = place.width; i-- > 0; value >>= 8)
         wire.next[place.offset + i] = static_cast<uint8_t>(value);

@@ -2,10 +2,9 @@
 
 namespace vlm::vpca {
 
-const std::array<const wchar_t*, 13> kLogLabels{
-    kLogGeneral,      kLogVersion,     kLogMeasure,       kLogEncodedSize,   kLogEncodeMethod,
-    kLogDecodeMethod, kLogDecodeEvent, kLogEncodeEventEx, kLogDecodeEventEx, kLogEncodeFu,
-    kLogDecodeFu,     kLogEncodeFp,    kLogDecodeFp};
+const wchar_t* const kUnusedLogLabels[] = {
+    L"VPCA Coder:",           L"VPCA Encoder (Method):",  L"VPCA Decoder (Method):",
+    L"VPCA Decoder (Event):", L"VPCA Encoder (EventEx):", L"VPCA Decoder (EventEx):"};
 
 void Log(LogLevel, const wchar_t*, int) {}
 

@@ -4,7 +4,7 @@
 // of them, so that a debugger's breakpoint on it tells which step refused a frame.
 #pragma once
 
-#include <array>
+#include "vpca/errors.h"
 
 namespace vlm::vpca {
 
@@ -12,21 +12,21 @@ enum class LogLevel { kError = 1 };
 
 void Log(LogLevel level, const wchar_t* label, int line);
 
-inline constexpr wchar_t kLogGeneral[] = L"VPCA Coder:";
+// For an error on its way out.
+inline VpcaError Logged(VpcaError error, const wchar_t* label, int line) {
+    Log(LogLevel::kError, label, line);
+    return error;
+}
+
 inline constexpr wchar_t kLogVersion[] = L"VPCA Coder (Version):";
 inline constexpr wchar_t kLogMeasure[] = L"VPCA Decoder (Attribute Size):";
 inline constexpr wchar_t kLogEncodedSize[] = L"VPCA Encoder (Attribute Size):";
-inline constexpr wchar_t kLogEncodeMethod[] = L"VPCA Encoder (Method):";
-inline constexpr wchar_t kLogDecodeMethod[] = L"VPCA Decoder (Method):";
-inline constexpr wchar_t kLogDecodeEvent[] = L"VPCA Decoder (Event):";
-inline constexpr wchar_t kLogEncodeEventEx[] = L"VPCA Encoder (EventEx):";
-inline constexpr wchar_t kLogDecodeEventEx[] = L"VPCA Decoder (EventEx):";
 inline constexpr wchar_t kLogEncodeFu[] = L"VPCA Coder (EncFU):";
 inline constexpr wchar_t kLogDecodeFu[] = L"VPCA Coder (DecFU):";
 inline constexpr wchar_t kLogEncodeFp[] = L"VPCA Coder (EncFP):";
 inline constexpr wchar_t kLogDecodeFp[] = L"VPCA Coder (DecFP):";
 
-// Every label, also those of steps that carry their bytes as they are and refuse none.
-extern const std::array<const wchar_t*, 13> kLogLabels;
+// The labels of steps that carry their bytes as they are and refuse none.
+extern const wchar_t* const kUnusedLogLabels[6];
 
 }  // namespace vlm::vpca

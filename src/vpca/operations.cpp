@@ -18,11 +18,6 @@ constexpr uint16_t kOneWay = 10;
 constexpr uint32_t kDataIdSize = 4;
 constexpr uint32_t kAddressSize = 4;
 
-VpcaError Logged(VpcaError error, const wchar_t* label, int line) {
-    Log(LogLevel::kError, label, line);
-    return error;
-}
-
 template <const auto& Label>
 VpcaError EncodeOpaque(VpcaHeader* header, const RequestBody& body, FrameBuffer* destination) {
     const auto* opaque = std::get_if<OpaqueBody>(&body);
@@ -97,8 +92,7 @@ VpcaError DecodeAttributeAnswer(const VpcaHeader& header, VpcaResult* result, Vp
     const ByteString text{static_cast<uint16_t>(body.remaining), body.next};
     const VpcaError error = DecodeAttributeList(&answer.list, &text, kLongListContext, schema, header.version,
                                                 &answer.destination);
-    if (error != VpcaError::kSuccess) return Logged(error, kLogDecodeFu, __LINE__);
-    return VpcaError::kSuccess;
+    return error == VpcaError::kSuccess ? error : Logged(error, kLogDecodeFu, __LINE__);
 }
 
 constexpr OperationRow kFuOpaque = {EncodeOpaque<kLogEncodeFu>, DecodeOpaque};
