@@ -4,10 +4,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "spooler/host/monitor_host.h"
+#include "tests/util/temp_dir.h"
 #include "tools/vlmctl/console/command.h"
 #include "util/text.h"
 
@@ -32,27 +30,17 @@ constexpr char kAnswer[] = R"(<s:Envelope xmlns:s="http://www.w3.org/2003/05/soa
 
 class ExplainTest : public testing::Test {
  protected:
-    ExplainTest()
-        : folder_(std::filesystem::temp_directory_path() /
-                  ("vlm_explain_" + std::to_string(GetCurrentProcessId()))) {
-        std::filesystem::create_directory(folder_);
-    }
-    ~ExplainTest() override { std::filesystem::remove_all(folder_); }
-
-    std::string Write(const char* name, const std::string& content) {
-        const std::filesystem::path path = folder_ / name;
-        std::ofstream(path, std::ios::binary) << content;
-        return path.string();
-    }
-    // Of an extension file with these leaves, on kAnswer.
-    Explanation Of(const std::string& leaves, const std::string& path) {
-        const BidiSources sources{
-            {Write("e.xml", kHead + leaves + kTail)}, Write("a.xml", kAnswer), "", false};
+    // Of an extension file with these leaves, on the answer; without one when that is empty.
+    Explanation Of(const std::string& leaves, const std::string& path, const std::string& answer = kAnswer) {
+        const BidiSources sources{{ToUtf8(folder_.Write(L"e.xml", kHead + leaves + kTail))},
+                                  answer.empty() ? "" : ToUtf8(folder_.Write(L"a.xml", answer)),
+                                  "",
+                                  false};
         return Explain(sources, path);
     }
 
  private:
-    std::filesystem::path folder_;
+    const test::TempDir folder_;
 };
 
 TEST_F(ExplainTest, EndsWithWhatGetAnswersForEveryLeafOfTheExamples) {
@@ -91,55 +79,52 @@ TEST_F(ExplainTest, EndsWithWhatGetAnswersForEveryLeafOfTheExamples) {
 }
 
 TEST_F(ExplainTest, TellsTheReasonsForNoValueApart) {
-    const auto value = [](const char* query, const char* filter, const char* more = "") {
-        return std::string("<Value name='V' ") + (*query != 0 ? std::string("query='") + query + "' " : "") +
-               more + " filter=\"" + filter + "\"/>";
+    const auto value = [](const std::string& filter, const std::string& query = "query='pri:PrinterStatus'") {
+        return "<Value name='V' " + query + " filter=\"" + filter + "\"/>";
     };
-    const std::string bins =
-        "<Parameter name='$B$' parameter='B' query='pri:PrinterStatus' filter='pri:Bin/@Id'><Const name='V'/>"
-        "</Parameter>";
+    const auto parameter = [](const std::string& filter, const std::string& query = "pri:PrinterStatus",
+                              const std::string& leaf = "<Const name='V'/>") {
+        return "<Parameter name='$B$' parameter='B' query='" + query + "' filter='" + filter + "'>" + leaf +
+               "</Parameter>";
+    };
+    const std::string state = value("pri:State");
+    const std::string bins = parameter("pri:Bin/@Id");
     const struct {
         std::string leaves;
         const char* path;
         Verdict verdict;
         const char* why;
     } cases[] = {
-        {value("pri:PrinterStatus", "pri:PrinterStatus/pri:State"), "\\P:V", Verdict::kFound, "found"},
-        {value("pri:PrinterStatus", "pri:State"), "\\P:W", Verdict::kNotInFiles, "no 'W' there"},
-        {value("pri:PrinterStatus", "pri:State"), "\\Q:V", Verdict::kNotInFiles, "no 'Q' there"},
-        {value("pri:PrinterStatus", "pri:State"), "\\P", Verdict::kLevel, "a level"},
-        {value("pri:PrinterStatus", "pri:State"), "P:V", Verdict::kOtherSchema, "spelled differently"},
-        {value("", "pri:PrinterStatus/pri:State"), "\\P:V", Verdict::kNotAsked, "not asked for anything"},
-        {value("pri:PrinterStatus", "pri:PrinterConfiguration/pri:Size"), "\\P:V", Verdict::kNotAsked,
+        {value("pri:PrinterStatus/pri:State"), "\\P:V", Verdict::kFound, "found"},
+        {state, "\\P:W", Verdict::kNotInFiles, "no 'W' there"},
+        {state, "\\Q:V", Verdict::kNotInFiles, "no 'Q' there"},
+        {state, "\\P", Verdict::kLevel, "a level"},
+        {state, "P:V", Verdict::kOtherSchema, "spelled differently"},
+        {value("pri:PrinterStatus/pri:State", ""), "\\P:V", Verdict::kNotAsked, "not asked for anything"},
+        {value("pri:PrinterConfiguration/pri:Size"), "\\P:V", Verdict::kNotAsked,
          "reads pri:PrinterConfiguration, which no query"},
-        {value("pri:PrinterStatus", "pri:Size"), "\\P:V", Verdict::kNotAsked, "the saved answer holds"},
-        {value("x:Extra", "x:Extra/x:A"), "\\P:V", Verdict::kNotSent, "did not send x:Extra"},
-        {value("pri:PrinterStatus", "pri:PrinterStatus/pri:Mood"), "\\P:V", Verdict::kNothingFound,
-         "finds nothing"},
-        {value("pri:PrinterStatus", "pri:N", "type='BIDI_WORD'"), "\\P:V", Verdict::kNoConversion,
+        {value("pri:Size"), "\\P:V", Verdict::kNotAsked, "the saved answer holds"},
+        {value("x:Extra/x:A", "query='x:Extra'"), "\\P:V", Verdict::kNotSent, "did not send x:Extra"},
+        {value("pri:PrinterStatus/pri:Mood"), "\\P:V", Verdict::kNothingFound, "finds nothing"},
+        {value("pri:N", "query='pri:PrinterStatus' type='BIDI_WORD'"), "\\P:V", Verdict::kNoConversion,
          "type BIDI_WORD is unknown"},
-        {value("pri:PrinterStatus", "pri:State", "type='BIDI_BLOB'"), "\\P:V", Verdict::kNoConversion,
+        {value("pri:State", "query='pri:PrinterStatus' type='BIDI_BLOB'"), "\\P:V", Verdict::kNoConversion,
          "no binary values"},
         {bins, "\\P.c:V", Verdict::kFound, "found"},
         {bins, "\\P.d:V", Verdict::kNotMade, "makes no level 'd'"},
         {bins, "\\P.e.f:V", Verdict::kNotAsked, "only a query for the whole tree"},
         {bins, "\\P.c:W", Verdict::kNotInFiles, "no 'W' there"},
-        {"<Parameter name='$B$' parameter='B' query='pri:PrinterStatus' filter='pri:Tray'><Const "
-         "name='V'/></Parameter>",
-         "\\P.c:V", Verdict::kNothingFound, "finds nothing"},
-        {"<Parameter name='$B$' parameter='B' query='x:Extra' filter='x:Tray'><Const name='V'/></Parameter>",
-         "\\P.c:V", Verdict::kNotSent, "did not send x:Extra"},
+        {parameter("pri:Tray"), "\\P.c:V", Verdict::kNothingFound, "finds nothing"},
+        {parameter("x:Tray", "x:Extra"), "\\P.c:V", Verdict::kNotSent, "did not send x:Extra"},
         // What fails the whole query.
-        {value("pri:PrinterStatus", "pri:State[.='$C$']"), "\\P:V", Verdict::kFailed, "Parameter C"},
-        {value("pri:PrinterStatus", "pri:State["), "\\P:V", Verdict::kFailed, "pri:State["},
-        {value("y:PrinterStatus", "pri:State"), "\\P:V", Verdict::kFailed, "declaration for y"},
-        {"<Parameter name='$B$' parameter='B' query='pri:PrinterStatus' filter='pri:Bin/@Id'>"
-         "<Value name='V' filter='pri:Bin[$B$]'/></Parameter>",
-         "\\P.c:V", Verdict::kFailed, "neither a number nor a name"},
-        {value("pri:PrinterStatus",
-               "//*[count(//*[count(//*[count(//*[count(//*[count(//*)>0])>0])>0])>0])>0]"),
-         "\\P:V", Verdict::kFailed, "units"},
-        {value("pri:PrinterStatus", "pri:State"), "\\it's", Verdict::kFailed, "apostrophe"},
+        {value("pri:State[.='$C$']"), "\\P:V", Verdict::kFailed, "Parameter C"},
+        {value("pri:State["), "\\P:V", Verdict::kFailed, "pri:State["},
+        {value("pri:State", "query='y:PrinterStatus'"), "\\P:V", Verdict::kFailed, "declaration for y"},
+        {parameter("pri:Bin/@Id", "pri:PrinterStatus", "<Value name='V' filter='pri:Bin[$B$]'/>"), "\\P.c:V",
+         Verdict::kFailed, "neither a number nor a name"},
+        {value("//*[count(//*[count(//*[count(//*[count(//*[count(//*)>0])>0])>0])>0])>0]"), "\\P:V",
+         Verdict::kFailed, "units"},
+        {state, "\\it's", Verdict::kFailed, "apostrophe"},
     };
     for (const auto& expected : cases) {
         SCOPED_TRACE(expected.leaves + " " + expected.path);
@@ -174,8 +159,7 @@ TEST_F(ExplainTest, TellsWithoutAnAnswerWhatTheFilesDeclare) {
     const std::string leaves =
         "<Property name='$I$'><Parameter parameter='I' query='pri:PrinterStatus' filter='pri:Bin/@Id'/>\n"
         "<Value name='V' filter=\"pri:Bin[@Id='$I$']\"/></Property>";
-    const BidiSources sources{{Write("e.xml", kHead + leaves + kTail)}, "", "", false};
-    const Explanation explanation = Explain(sources, "\\P.c:V");
+    const Explanation explanation = Of(leaves, "\\P.c:V", "");
     EXPECT_EQ(explanation.verdict, Verdict::kDeclared);
     EXPECT_FALSE(explanation.asked);
     ASSERT_EQ(explanation.steps.size(), 3U);
@@ -186,7 +170,7 @@ TEST_F(ExplainTest, TellsWithoutAnAnswerWhatTheFilesDeclare) {
     EXPECT_FALSE(explanation.steps[2].search->tried);
     EXPECT_EQ(explanation.steps[2].declared.line, 4);
 
-    const Explanation missing = Explain(sources, "\\P.I:W");
+    const Explanation missing = Of(leaves, "\\P.I:W", "");
     EXPECT_EQ(missing.verdict, Verdict::kNotInFiles);
     EXPECT_THAT(missing.nearest, ElementsAre("\\P.$I$:V"));
 }

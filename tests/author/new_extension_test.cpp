@@ -4,12 +4,11 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
 #include <random>
 #include <set>
 
 #include "soap/printer_elements.h"
+#include "tests/util/temp_dir.h"
 #include "tools/vlmctl/bidi/answer_check.h"
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/extension_files/check.h"
@@ -36,13 +35,6 @@ std::string Answer(const std::vector<std::string>& elements) {
 
 class NewExtensionTest : public testing::Test {
  protected:
-    NewExtensionTest()
-        : folder_(std::filesystem::temp_directory_path() /
-                  ("vlm_new_" + std::to_string(GetCurrentProcessId()))) {
-        std::filesystem::create_directory(folder_);
-    }
-    ~NewExtensionTest() override { std::filesystem::remove_all(folder_); }
-
     // What the new file for this answer gives for the whole tree, after a look at what the checker says.
     std::vector<BidiAnswer> All(const std::string& answer) {
         const ComApartment apartment(COINIT_MULTITHREADED);
@@ -51,7 +43,7 @@ class NewExtensionTest : public testing::Test {
             answer, {{L"pri", L"http://schemas.microsoft.com/windows/2006/08/wdp/print"}}, &clean);
         EXPECT_EQ(cleaned.code, S_OK) << ToUtf8(cleaned.reason);
         file_ = MakeExtension(clean, "a.xml");
-        const BidiSources sources{{Write("e.xml", file_.xml)}, Write("a.xml", answer), "", false};
+        const BidiSources sources{{Write(L"e.xml", file_.xml)}, Write(L"a.xml", answer), "", false};
         CheckReport report = CheckExtensionFiles({FromUtf8(sources.extensions.front())});
         FindingList more;
         CheckWithAnswer(sources, more);
@@ -80,12 +72,10 @@ class NewExtensionTest : public testing::Test {
     NewExtension file_;
 
  private:
-    std::string Write(const char* name, const std::string& content) {
-        const std::filesystem::path path = folder_ / name;
-        std::ofstream(path, std::ios::binary) << content;
-        return path.string();
+    std::string Write(const wchar_t* name, const std::string& content) {
+        return ToUtf8(folder_.Write(name, content));
     }
-    std::filesystem::path folder_;
+    const test::TempDir folder_;
 };
 
 // An answer of chance, and the texts in it.
@@ -106,26 +96,7 @@ class Generator {
     const char* Pick(const std::vector<const char*>& from) { return from[Below(from.size())]; }
 
     std::string Text() {
-        std::string text = Pick({"7",
-                                 "-3",
-                                 "007",
-                                 "+5",
-                                 "99999999999",
-                                 "true",
-                                 "false",
-                                 "True",
-                                 "14.5",
-                                 "1.50",
-                                 "1e3",
-                                 "x y",
-                                 "a.b:c\\d",
-                                 "it's",
-                                 "\"q\"",
-                                 "$P$",
-                                 "M\xC3\xBCller",
-                                 "<&>",
-                                 "-- >",
-                                 "\xF0\x9F\x96\xA8"});
+        std::string text = Pick(Below(3) == 0 ? kNumbers : Below(2) == 0 ? kWords : kUnusual);
         // Else all texts of a value might be in some other one.
         if (Below(2) == 0) text += " " + std::to_string(++number_);
         texts_.push_back(text);
@@ -168,6 +139,10 @@ class Generator {
     const std::vector<const char*> kNames{"Level", "Tray",  "A.B",          "div",
                                           "text",  "Name",  "Id",           "\xC3\x9Cnit",
                                           "_x-1",  "Color", "ElementData2", "PrinterStatus"};
+    const std::vector<const char*> kNumbers{"7", "-3", "007", "+5", "14.5", "1.50", "1e3", "99999999999"};
+    const std::vector<const char*> kWords{"true",  "false", "True", "x y", "it's",
+                                          "\"q\"", "$P$",   "<&>",  "-- >"};
+    const std::vector<const char*> kUnusual{"a.b:c\\d", "M\xC3\xBCller", "\xF0\x9F\x96\xA8"};
     std::mt19937 random_;
     int number_ = 0;
     std::vector<std::string> texts_;
