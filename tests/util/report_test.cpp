@@ -1,11 +1,10 @@
-// Error reports, the trace and the base64 loader.
+// Error reports and the trace.
 #include <gtest/gtest.h>
 
 #include <string>
 
 #include "tests/util/trace_capture.h"
 #include "util/comerror.h"
-#include "util/crypt32mgr.h"
 #include "util/splssmgr.h"
 #include "util/trace.h"
 
@@ -81,19 +80,6 @@ TEST(TraceOutput, TextFromOutsideIsMadePrintable) {
     };
     for (const auto& test : kCases)
         EXPECT_EQ(Printable(test.text), test.expected);
-}
-
-TEST(Base64, IsTheSystemsDecoder) {
-    const CCrypt32Mgr crypt32;
-    BYTE bytes[8] = {};
-    DWORD size = sizeof bytes;
-    EXPECT_TRUE(
-        crypt32.CryptStringToBinary(L"aGVsbG8=", 0, CCrypt32Mgr::kBase64Any, bytes, &size, nullptr, nullptr));
-    EXPECT_EQ(size, 5u);
-    EXPECT_EQ(std::string(reinterpret_cast<char*>(bytes), 5), "hello");
-    size = sizeof bytes;
-    EXPECT_FALSE(
-        crypt32.CryptStringToBinary(L"a*b?", 0, CCrypt32Mgr::kBase64Any, bytes, &size, nullptr, nullptr));
 }
 
 TEST(RouterLoader, DoesNothingBeforeItIsLoaded) {

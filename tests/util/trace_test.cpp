@@ -62,6 +62,12 @@ namespace {
 
 using Texts = std::vector<std::wstring>;
 
+void TraceAtEachLevel() {
+    Trace(L"an error\r\n");
+    TraceAt(TraceLevel::kInformation, L"news\r\n");
+    TraceAt(TraceLevel::kVerbose, L"a detail\r\n");
+}
+
 TEST(TraceLevels, EnvironmentChoosesWhatIsWrittenAndAnUnknownWordChangesNothing) {
     const struct {
         const wchar_t* value;
@@ -72,9 +78,7 @@ TEST(TraceLevels, EnvironmentChoosesWhatIsWrittenAndAnUnknownWordChangesNothing)
         SetEnvironmentVariableW(L"VLLM3MON_TRACE", test.value);
         ReadTraceLevel();
         EXPECT_EQ(UnknownTraceLevel(), std::wcscmp(test.value, L"loud") == 0 ? L"loud" : L"");
-        Trace(L"an error\r\n");
-        TraceAt(TraceLevel::kInformation, L"news\r\n");
-        TraceAt(TraceLevel::kVerbose, L"a detail\r\n");
+        TraceAtEachLevel();
         EXPECT_EQ(trace.Texts().size(), test.lines) << trace.All();
     }
     SetTraceLevel(TraceLevel::kError);
@@ -84,21 +88,16 @@ TEST(TraceLevels, EventSessionsHaveTheirOwnLevelAndNothingIsRecordedOutsideTheRe
     const test::TraceCapture trace;
     tracing = {};
     tracing.recorded = 4;
-    const auto trace3 = [] {
-        Trace(L"an error\r\n");
-        TraceAt(TraceLevel::kInformation, L"news\r\n");
-        TraceAt(TraceLevel::kVerbose, L"a detail\r\n");
-    };
-    trace3();
+    TraceAtEachLevel();
     EXPECT_EQ(tracing.events, Texts{});
     RegisterEventProvider();
     SetTraceLevel(TraceLevel::kOff);
     trace.Forget();
-    trace3();
+    TraceAtEachLevel();
     EXPECT_EQ(tracing.events, (Texts{L"2 an error\r\n", L"4 news\r\n"}));
     EXPECT_EQ(trace.Texts(), Texts{});
     UnregisterEventProvider();
-    trace3();
+    TraceAtEachLevel();
     EXPECT_EQ(tracing.events.size(), 2U);
     EXPECT_EQ(tracing.registered, 0U);
     SetTraceLevel(TraceLevel::kError);
