@@ -1,32 +1,27 @@
 // What a query may use: each kind of expense, and who is named when it runs out.
 #include "bidi/query_budget.h"
 #include "tests/bidi/engine_fixture.h"
+#include "tests/support/text.h"
+#include "util/text.h"
 
 namespace vlm {
 namespace {
 
+using test::Extension;
+using test::Repeat;
+
 constexpr HRESULT kRunOut = HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA);
-
-std::string Times(size_t count, const std::string& text) {
-    std::string all;
-    for (size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
-
-std::wstring Wide(const std::string& ascii) {
-    return {ascii.begin(), ascii.end()};
-}
 
 class Budget : public test::EngineTest {
  protected:
     // The first failure of a query for the whole tree.
-    HRESULT Query(std::initializer_list<std::string> files, const std::string& elements) {
+    HRESULT Query(const std::vector<std::string>& files, const std::string& elements) {
         CVelunBidiSpl engine;
         const test::Request request({L"\\"});
         BIDI_RESPONSE_CONTAINER* response = nullptr;
         HRESULT hr = engine.Init(L"Office", FileList(files).c_str());
-        if (hr == S_OK) hr = engine.SetGetPrinterElementResponseData(test::Answer(Wide(elements)).c_str());
+        if (hr == S_OK)
+            hr = engine.SetGetPrinterElementResponseData(test::Answer(FromUtf8(elements)).c_str());
         if (hr == S_OK) hr = engine.SendRecvBidiDataFromPort(L"GetAll", request.Get(), &response);
         EXPECT_EQ(response != nullptr, hr == S_OK);
         reason_ = engine.Reason();
@@ -38,12 +33,11 @@ class Budget : public test::EngineTest {
 };
 
 TEST_F(Budget, RunsOutByNameAndNamesTheCause) {
-    using test::Extension;
     const std::string level =
         "<Parameter name='$A$' parameter='A' filter='w:N'><Parameter name='$B$' parameter='B' "
         "filter='w:N'><Const name='C'>c</Const></Parameter></Parameter>";
     const std::string text(200'000, 'x');
-    const std::string nested = Times(80, "<wprt:N>") + text + Times(80, "</wprt:N>");
+    const std::string nested = Repeat(80, "<wprt:N>") + text + Repeat(80, "</wprt:N>");
     const struct {
         const char* what;
         std::vector<std::string> files;
@@ -52,8 +46,14 @@ TEST_F(Budget, RunsOutByNameAndNamesTheCause) {
     } kCases[] = {
         {"instances",
          {Extension(level)},
-         Times(1'000, "<wprt:N>x</wprt:N>"),
+         Repeat(1'000, "<wprt:N>x</wprt:N>"),
          L"elements that parameters make: "},
+        {"instances of the level around",
+         {Extension(
+             "<Property name='$A$'><Parameter parameter='A' filter='w:N'/><Property name='$B$'>"
+             "<Parameter parameter='B' filter='w:N'/><Const name='C'>c</Const></Property></Property>")},
+         Repeat(1'000, "<wprt:N>x</wprt:N>"),
+         L"a query may use at most 100000 elements that parameters make: "},
         {"bound text",
          {Extension(level)},
          nested,
@@ -63,18 +63,18 @@ TEST_F(Budget, RunsOutByNameAndNamesTheCause) {
          nested,
          L"characters of the response: List \"Everything\" with the filter \"*\" in "},
         {"paths of the answer",
-         {Extension(Times(60, "<Property name='" + std::string(60'000, 'p') + "'>") +
-                    Times(10, "<Const name='C'>c</Const>") + Times(60, "</Property>"))},
+         {Extension(Repeat(60, "<Property name='" + std::string(60'000, 'p') + "'>") +
+                    Repeat(10, "<Const name='C'>c</Const>") + Repeat(60, "</Property>"))},
          "",
          L"characters of the response: Const \"C\" in "},
         {"one search",
          {Extension("<Value name='V' filter='w:N[count(//*[count(//*)>1])>1]'/>")},
-         Times(5'000, "<wprt:N/>"),
+         Repeat(5'000, "<wprt:N/>"),
          L"one search of the printer's answer would take more than 20000000 units: Value \"V\" with the "
          L"filter"},
         {"many searches",
-         {Extension(Times(20, "<Value name='V' filter='w:N[count(//*)>5]'/>"))},
-         Times(1'500, "<wprt:N/>"),
+         {Extension(Repeat(20, "<Value name='V' filter='w:N[count(//*)>5]'/>"))},
+         Repeat(1'500, "<wprt:N/>"),
          L"units of searching the printer's answer: Value \"V\" with the filter"},
         {"a filter's length",
          {Extension(
@@ -83,13 +83,13 @@ TEST_F(Budget, RunsOutByNameAndNamesTheCause) {
          "<wprt:N>" + std::string(70'000, 'x') + "</wprt:N>",
          L"a filter may have at most 65536 characters with its parameters' values: Value \"V\""},
         {"Parameters within each other",
-         {Extension("<Property name='$A$'>" + Times(5'000, "<Parameter parameter='A' filter='w:N'/>") +
+         {Extension("<Property name='$A$'>" + Repeat(5'000, "<Parameter parameter='A' filter='w:N'/>") +
                     "</Property>")},
          "<wprt:N>1</wprt:N>",
          L"more than 100 Parameters within each other: Parameter"},
         {"elements of files",
-         {Extension(Times(60'000, "<Const/>")),
-          Extension("<Property name='P'>" + Times(60'000, "<Const/>") + "</Property>")},
+         {Extension(Repeat(60'000, "<Const/>")),
+          Extension("<Property name='P'>" + Repeat(60'000, "<Const/>") + "</Property>")},
          "",
          L"elements of extension files: "},
         {"bytes of files",
@@ -101,11 +101,7 @@ TEST_F(Budget, RunsOutByNameAndNamesTheCause) {
     };
     for (const auto& test : kCases) {
         SCOPED_TRACE(test.what);
-        const std::vector<std::string>& files = test.files;
-        EXPECT_EQ(files.size() == 1   ? Query({files[0]}, test.elements)
-                  : files.size() == 2 ? Query({files[0], files[1]}, test.elements)
-                                      : Query({files[0], files[1], files[2]}, test.elements),
-                  kRunOut);
+        EXPECT_EQ(Query(test.files, test.elements), kRunOut);
         EXPECT_NE(reason_.find(test.reason), std::wstring::npos);
         EXPECT_NE(reason_.find(L".xml"), std::wstring::npos);
     }
@@ -116,12 +112,9 @@ TEST_F(Budget, CountsOnlyTheTimeOfTheProcessor) {
     const std::wstring path = L"\\Printer";
     Sleep(300);  // the printer's time
     EXPECT_NO_THROW(budget.CheckTime(path));
-    const auto work = [&] {
+    try {
         for (const ULONGLONG begin = GetTickCount64(); GetTickCount64() - begin < 30'000;)
             budget.CheckTime(path);
-    };
-    try {
-        work();
         FAIL();
     } catch (const CComErrorEx& error) {
         EXPECT_EQ(error.Reason(), L"a query may work for at most 50 ms: \\Printer");
@@ -139,15 +132,15 @@ TEST_F(Budget, IsEnoughForALargeDevice) {
     }
     const std::string leaves =
         "<Value name='N' filter='w:C[w:K=\"$K$\"]/w:N'/><Value name='S' filter='w:C[w:K=\"$K$\"]/w:S'/>";
-    EXPECT_EQ(Query({test::Extension("<Parameter name='$K$' parameter='K' "
-                                     "filter='w:C[not(w:K=preceding-sibling::w:C/w:K)]/w:K'>" +
-                                     leaves + "</Parameter>")},
+    EXPECT_EQ(Query({Extension("<Parameter name='$K$' parameter='K' "
+                               "filter='w:C[not(w:K=preceding-sibling::w:C/w:K)]/w:K'>" +
+                               leaves + "</Parameter>")},
                     conditions),
               S_OK);
 }
 
 TEST_F(Budget, ParameterOutsideQuotesIsANumberOrAName) {
-    const std::string file = test::Extension(
+    const std::string file = Extension(
         "<Parameter name='$A$' parameter='A' filter='w:P'><Value name='V' filter='w:N[$A$]'/></Parameter>");
     EXPECT_EQ(Query({file}, "<wprt:P>1</wprt:P><wprt:N>x</wprt:N>"), S_OK);
     EXPECT_EQ(Query({file}, "<wprt:P>count(//*)>0</wprt:P><wprt:N>x</wprt:N>"), E_FAIL);

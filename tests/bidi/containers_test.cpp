@@ -7,6 +7,8 @@
 namespace vlm {
 namespace {
 
+using Lines_ = std::vector<std::wstring>;
+
 class Containers : public test::EngineTest {
  protected:
     // One entry for each value, with the schema "s0", "s1", …
@@ -31,112 +33,69 @@ class Containers : public test::EngineTest {
         std::vector<uint64_t> memory;
     };
 
-    static BIDI_DATA Int(LONG value) {
-        BIDI_DATA data{};
-        data.dwBidiType = BIDI_INT;
-        data.u.iData = value;
-        return data;
-    }
-    static BIDI_DATA Text(DWORD type, wchar_t* text) {
-        BIDI_DATA data{};
-        data.dwBidiType = type;
-        data.u.sData = text;
-        return data;
-    }
-    static BIDI_DATA Blob(BYTE* bytes, DWORD size) {
-        BIDI_DATA data{};
-        data.dwBidiType = BIDI_BLOB;
-        data.u.biData.pData = bytes;
-        data.u.biData.cbBuf = size;
-        return data;
-    }
-    static BIDI_DATA Unknown() {
-        BIDI_DATA data{};
-        data.dwBidiType = 8;
-        return data;
-    }
-    test::Response Own(BIDI_RESPONSE_CONTAINER* container) { return test::Response(container); }
-
     CBidiMem memory_;
     wchar_t text_[5] = L"text";
     wchar_t empty_[1] = L"";
     BYTE bytes_[3] = {1, 2, 3};
+    const BIDI_DATA one_{BIDI_INT, {.iData = 1}};
+    const BIDI_DATA string_{BIDI_STRING, {.sData = text_}};
+    const BIDI_DATA blob_{BIDI_BLOB, {.biData = {sizeof bytes_, bytes_}}};
+    const BIDI_DATA unknown_{8, {}};
 };
 
+// A copy that is not deep is freed as what it is not: memory of the router.
 TEST_F(Containers, ValuesAreCopiedDeeply) {
     const struct {
         const char* what;
         BIDI_DATA source;
-        bool copies;
+        const wchar_t* copy;
+        bool copies = true;
     } kCases[] = {
-        {"int", Int(-5), true},
-        {"string", Text(BIDI_STRING, text_), true},
-        {"text", Text(BIDI_TEXT, text_), true},
-        {"enum", Text(BIDI_ENUM, text_), true},
-        {"empty string", Text(BIDI_STRING, empty_), true},
-        {"null string", Text(BIDI_STRING, nullptr), true},
-        {"blob", Blob(bytes_, 3), true},
-        {"empty blob", Blob(bytes_, 0), true},
-        {"blob without bytes", Blob(nullptr, 3), false},
-        {"unknown type", Unknown(), false},
+        {"int", one_, L"INT 1"},
+        {"string", string_, L"STRING text"},
+        {"text", {BIDI_TEXT, {.sData = text_}}, L"TEXT text"},
+        {"enum", {BIDI_ENUM, {.sData = text_}}, L"ENUM text"},
+        {"empty string, carried as null", {BIDI_STRING, {.sData = empty_}}, L"STRING (null)"},
+        {"null string", {BIDI_STRING, {}}, L"STRING (null)"},
+        {"blob", blob_, L"BLOB 1 2 3"},
+        {"empty blob", {BIDI_BLOB, {.biData = {0, bytes_}}}, L"BLOB"},
+        {"blob without bytes", {BIDI_BLOB, {.biData = {3, nullptr}}}, L"BLOB", false},
+        {"unknown type", unknown_, L"? 8", false},
     };
     for (const auto& test : kCases) {
         BIDI_DATA copy;
         std::memset(&copy, 0xCC, sizeof copy);
         EXPECT_EQ(memory_.CopyValue(copy, test.source), test.copies) << test.what;
-        EXPECT_EQ(copy.dwBidiType, test.source.dwBidiType) << test.what;
-        switch (test.source.dwBidiType) {
-            case BIDI_INT:
-                EXPECT_EQ(copy.u.iData, -5);
-                break;
-            case BIDI_BLOB: {
-                const DWORD size = test.copies ? test.source.u.biData.cbBuf : 0;
-                EXPECT_EQ(copy.u.biData.cbBuf, size) << test.what;
-                EXPECT_EQ(copy.u.biData.pData != nullptr, size != 0) << test.what;
-                EXPECT_TRUE(size == 0 || std::memcmp(copy.u.biData.pData, bytes_, size) == 0);
-                break;
-            }
-            case 8:
-                break;
-            default:
-                // An empty string is carried as null.
-                if (test.source.u.sData == text_) {
-                    EXPECT_NE(copy.u.sData, text_);
-                    EXPECT_STREQ(copy.u.sData, text_);
-                } else {
-                    EXPECT_EQ(copy.u.sData, nullptr) << test.what;
-                }
-        }
+        EXPECT_EQ(test::DescribeValue(copy), test.copy) << test.what;
         memory_.FreeValue(copy);
         memory_.FreeValue(copy);  // nothing left to free
     }
 }
 
 TEST_F(Containers, MergeKeepsOrderAndLeavesItsInputs) {
-    Source first({Int(1), Text(BIDI_STRING, text_)});
-    Source second({Blob(bytes_, 3), Int(2), Text(BIDI_STRING, empty_)});
-    const test::Response merged = Own(memory_.Merge(first.Get(), second.Get(), 1, 9));
+    Source first({one_, string_});
+    Source second({blob_, one_, {BIDI_STRING, {.sData = empty_}}});
+    const test::Response merged(memory_.Merge(first.Get(), second.Get(), 1, 9));
     ASSERT_TRUE(merged);
     EXPECT_EQ(merged->Version, 1u);
     EXPECT_EQ(merged->Flags, 9u);
-    EXPECT_EQ(test::Describe(*merged),
-              (std::vector<std::wstring>{L"0 0 s0 INT 1", L"7 1 s1 STRING text", L"0 0 s0 BLOB 3",
-                                         L"7 1 s1 INT 2", L"14 2 s2 STRING (null)"}));
-    const test::Response appended = Own(memory_.Append(merged.get(), first.Get()->aData[0], 1, 0));
+    EXPECT_EQ(test::Describe(*merged), (Lines_{L"0 0 s0 INT 1", L"7 1 s1 STRING text", L"0 0 s0 BLOB 1 2 3",
+                                               L"7 1 s1 INT 1", L"14 2 s2 STRING (null)"}));
+    const test::Response appended(memory_.Append(merged.get(), first.Get()->aData[0], 1, 0));
     ASSERT_EQ(appended->Count, 6u);
     EXPECT_EQ(test::Describe(*appended).back(), L"0 0 s0 INT 1");
 
     Source none({});
     EXPECT_EQ(memory_.Merge(nullptr, nullptr, 1, 0), nullptr);
     EXPECT_EQ(memory_.Merge(none.Get(), nullptr, 1, 0), nullptr);
-    EXPECT_EQ(Own(memory_.Merge(nullptr, second.Get(), 1, 0))->Count, 3u);
-    EXPECT_EQ(Own(memory_.Append(nullptr, second.Get()->aData[1], 1, 0))->Count, 1u);
-    Source unknown({Int(1), Unknown()});
+    EXPECT_EQ(test::Response(memory_.Merge(nullptr, second.Get(), 1, 0))->Count, 3u);
+    EXPECT_EQ(test::Response(memory_.Append(nullptr, second.Get()->aData[1], 1, 0))->Count, 1u);
+    Source unknown({one_, unknown_});
     EXPECT_EQ(memory_.Merge(unknown.Get(), nullptr, 1, 0), nullptr);
 }
 
 TEST_F(Containers, MergeUndoesItselfWhicheverAllocationFails) {
-    Source source({Text(BIDI_STRING, text_), Blob(bytes_, 3), Int(1)});
+    Source source({string_, blob_, one_});
     // The container, three schemas, a string and a blob.
     for (LONG64 n = 1; n <= 6; ++n) {
         router_.ResetAllocations(n);
@@ -144,37 +103,20 @@ TEST_F(Containers, MergeUndoesItselfWhicheverAllocationFails) {
         EXPECT_EQ(router_.Counters().liveBlocks, before_.liveBlocks) << n;
     }
     router_.ResetAllocations(7);
-    EXPECT_TRUE(Own(memory_.Merge(source.Get(), nullptr, 1, 0)));
+    EXPECT_TRUE(test::Response(memory_.Merge(source.Get(), nullptr, 1, 0)));
     EXPECT_TRUE(trace_.Has(L"RouterAllocBidiMem(10) failed with status 8\r\n"));
 }
 
-TEST_F(Containers, SingleEntryAnswersARequestEntry) {
-    const test::Request request({L"\\Printer", L"", nullptr});
-    const struct {
-        DWORD entry;
-        LONG64 failFrom;
-        DWORD returned;
-        const wchar_t* expected;
-    } kCases[] = {
-        {0, 0, 0, L"100 232 \\Printer NULL"},
-        // An empty schema counts as one that could not be copied.
-        {1, 0, 0, L"101 14 (null) NULL"},
-        {2, 0, 0, L"102 14 (null) NULL"},
-        {0, 2, 0, L"100 14 (null) NULL"},
-        {0, 1, 14, nullptr},
-    };
-    for (const auto& test : kCases) {
-        router_.ResetAllocations(test.failFrom);
-        BIDI_RESPONSE_CONTAINER* container = nullptr;
-        EXPECT_EQ(memory_.MakeSingleEntry(232, request.Get()->aData[test.entry], &container, 1, 2),
-                  test.returned);
-        router_.ResetAllocations(0);
-        const test::Response response = Own(container);
-        ASSERT_EQ(response != nullptr, test.expected != nullptr);
-        if (response == nullptr) continue;
-        EXPECT_EQ(test::Describe(*response), std::vector<std::wstring>{test.expected});
-        EXPECT_EQ(response->Flags, 2u);
-    }
+// What becomes of schemas and of memory that runs out is tested through a port that nobody answers for.
+TEST_F(Containers, SingleEntryHasTheVersionAndTheFlagsGiven) {
+    const test::Request request({L"\\Printer"});
+    BIDI_RESPONSE_CONTAINER* container = nullptr;
+    EXPECT_EQ(memory_.MakeSingleEntry(232, request.Get()->aData[0], &container, 1, 2), 0u);
+    const test::Response response(container);
+    ASSERT_TRUE(response);
+    EXPECT_EQ(test::Describe(*response), Lines_{L"100 232 \\Printer NULL"});
+    EXPECT_EQ(response->Version, 1u);
+    EXPECT_EQ(response->Flags, 2u);
     EXPECT_EQ(memory_.MakeSingleEntry(0, request.Get()->aData[0], nullptr, 1, 0), 87u);
 }
 
@@ -202,8 +144,8 @@ TEST_F(Containers, RequestKeepsMarksAndGathersItsResponse) {
     EXPECT_TRUE(state.MakeUnanswered(&memory));
     EXPECT_FALSE(memory);
 
-    Source one({Int(1)});
-    Source two({Int(2), Int(3)});
+    Source one({one_});
+    Source two({string_, one_});
     EXPECT_TRUE(state.AppendResponse(nullptr));
     EXPECT_EQ(state.Response(), nullptr);
     EXPECT_TRUE(state.AppendResponse(one.Get()));
@@ -212,9 +154,8 @@ TEST_F(Containers, RequestKeepsMarksAndGathersItsResponse) {
     router_.ResetAllocations(0);
     EXPECT_EQ(state.Response()->Count, 1u);
     EXPECT_TRUE(state.AppendResponse(two.Get()));
-    const test::Response response = Own(state.DetachResponse());
-    EXPECT_EQ(test::Describe(*response),
-              (std::vector<std::wstring>{L"0 0 s0 INT 1", L"0 0 s0 INT 2", L"7 1 s1 INT 3"}));
+    const test::Response response(state.DetachResponse());
+    EXPECT_EQ(test::Describe(*response), (Lines_{L"0 0 s0 INT 1", L"0 0 s0 STRING text", L"7 1 s1 INT 1"}));
     EXPECT_EQ(state.Response(), nullptr);
 }
 

@@ -4,8 +4,6 @@
 
 namespace vlm::test {
 
-namespace {
-
 std::wstring DescribeValue(const BIDI_DATA& value) {
     switch (value.dwBidiType) {
         case BIDI_NULL:
@@ -17,15 +15,22 @@ std::wstring DescribeValue(const BIDI_DATA& value) {
         case BIDI_BOOL:
             return value.u.bData == TRUE ? L"BOOL TRUE" : value.u.bData == FALSE ? L"BOOL FALSE" : L"BOOL ?";
         case BIDI_STRING:
-            return std::wstring(L"STRING ") + (value.u.sData != nullptr ? value.u.sData : L"(null)");
-        case BIDI_BLOB:
-            return L"BLOB " + std::to_wstring(value.u.biData.cbBuf);
+        case BIDI_TEXT:
+        case BIDI_ENUM:
+            return std::wstring(value.dwBidiType == BIDI_STRING ? L"STRING "
+                                : value.dwBidiType == BIDI_TEXT ? L"TEXT "
+                                                                : L"ENUM ") +
+                   (value.u.sData != nullptr ? value.u.sData : L"(null)");
+        case BIDI_BLOB: {
+            std::wstring bytes = L"BLOB";
+            for (DWORD i = 0; i < value.u.biData.cbBuf; ++i)
+                bytes += L" " + std::to_wstring(value.u.biData.pData[i]);
+            return bytes;
+        }
         default:
             return L"? " + std::to_wstring(value.dwBidiType);
     }
 }
-
-}  // namespace
 
 void ResponseDeleter::operator()(BIDI_RESPONSE_CONTAINER* container) const {
     RouterFreeBidiResponseContainer(container);
@@ -62,9 +67,13 @@ std::vector<std::wstring> Describe(const BIDI_RESPONSE_CONTAINER& response) {
 }
 
 std::string Extension(std::string_view schemaChildren) {
-    return "<bidi:Definition xmlns:bidi='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
-           "<Schema xmlns:w='http://schemas.microsoft.com/windows/2006/08/wdp/print'>" +
-           std::string(schemaChildren) + "</Schema></bidi:Definition>";
+    return Definition("<Schema xmlns:w='http://schemas.microsoft.com/windows/2006/08/wdp/print'>" +
+                      std::string(schemaChildren) + "</Schema>");
+}
+
+std::string Definition(std::string_view schemas) {
+    return "<bidi:Definition xmlns:bidi='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>" +
+           std::string(schemas) + "</bidi:Definition>";
 }
 
 std::wstring Answer(std::wstring_view elements) {
@@ -86,7 +95,7 @@ EngineTest::~EngineTest() {
     if (HasFailure()) printf("trace:\n%s\n", trace_.All().c_str());
 }
 
-std::wstring EngineTest::FileList(std::initializer_list<std::string> texts) {
+std::wstring EngineTest::FileList(const std::vector<std::string>& texts) {
     std::wstring list = L"<BidiExtensionFiles>";
     for (const std::string& text : texts) {
         const std::wstring path = folder_.Write(L"file" + std::to_wstring(++files_) + L".xml", text);
@@ -95,10 +104,15 @@ std::wstring EngineTest::FileList(std::initializer_list<std::string> texts) {
     return list + L"</BidiExtensionFiles>";
 }
 
-std::unique_ptr<CVelunBidiSpl> EngineTest::Engine(std::initializer_list<std::string> texts,
-                                                  const std::wstring& answer) {
+std::unique_ptr<CVelunBidiSpl> EngineTest::Loaded(const std::vector<std::string>& texts) {
     auto engine = std::make_unique<CVelunBidiSpl>();
     EXPECT_EQ(engine->Init(L"Office", FileList(texts).c_str()), S_OK);
+    return engine;
+}
+
+std::unique_ptr<CVelunBidiSpl> EngineTest::Engine(const std::vector<std::string>& texts,
+                                                  const std::wstring& answer) {
+    auto engine = Loaded(texts);
     EXPECT_EQ(engine->SetGetPrinterElementResponseData(answer.c_str()), S_OK);
     return engine;
 }

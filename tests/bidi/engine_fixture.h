@@ -4,7 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -35,11 +34,15 @@ class Request {
     std::vector<uint64_t> memory_;
 };
 
+// "STRING Velun", "BLOB 1 2" and the like.
+std::wstring DescribeValue(const BIDI_DATA& value);
 // "100 0 \Printer:Name STRING Velun" and the like, one line an entry.
 std::vector<std::wstring> Describe(const BIDI_RESPONSE_CONTAINER& response);
 
 // An extension file around the children of one Schema. Prefix "w" is the WSD print service.
 std::string Extension(std::string_view schemaChildren);
+// The same around whole Schema elements, without a prefix for the WSD print service.
+std::string Definition(std::string_view schemas);
 // A printer's answer around some elements. Prefix "wprt" is the WSD print service.
 std::wstring Answer(std::wstring_view elements);
 
@@ -50,10 +53,11 @@ class EngineTest : public testing::Test {
     ~EngineTest() override;
 
     // The list of these texts, written to files in that order.
-    std::wstring FileList(std::initializer_list<std::string> texts);
-    // An engine over the files, bound to the answer.
-    std::unique_ptr<CVelunBidiSpl> Engine(std::initializer_list<std::string> texts,
-                                          const std::wstring& answer);
+    std::wstring FileList(const std::vector<std::string>& texts);
+    // An engine over the files.
+    std::unique_ptr<CVelunBidiSpl> Loaded(const std::vector<std::string>& texts);
+    // The same, bound to the answer.
+    std::unique_ptr<CVelunBidiSpl> Engine(const std::vector<std::string>& texts, const std::wstring& answer);
 
     static Response Ask(CVelunBidiSpl& engine, const wchar_t* action, std::vector<const wchar_t*> schemas,
                         HRESULT expected = S_OK);

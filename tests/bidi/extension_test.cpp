@@ -2,25 +2,20 @@
 #include <algorithm>
 
 #include "tests/bidi/engine_fixture.h"
+#include "tests/support/text.h"
 
 namespace vlm {
 namespace {
 
+using test::Definition;
+using test::Repeat;
+
 using Lines_ = std::vector<std::wstring>;
 constexpr HRESULT kRefused = static_cast<HRESULT>(0x8007000D);  // Win32's "the data is invalid"
-
-std::string Repeat(const std::string& text, size_t times) {
-    std::string repeated;
-    repeated.reserve(text.size() * times);
-    for (size_t i = 0; i < times; ++i)
-        repeated += text;
-    return repeated;
-}
 
 class ExtensionFiles : public test::EngineTest {};
 
 TEST_F(ExtensionFiles, BadFileFailsInitAndSaysWhy) {
-    const std::string head = "<d:D xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>";
     const struct {
         const char* what;
         std::string text;
@@ -28,18 +23,17 @@ TEST_F(ExtensionFiles, BadFileFailsInitAndSaysWhy) {
         const wchar_t* said;
     } kCases[] = {
         {"empty", "", E_FAIL, L"Error: Unable to load file "},
-        {"truncated", head + "<Schema>", E_FAIL, L"Error: Unable to load file "},
+        {"truncated", Definition("<Schema></Schema>").substr(0, 95), E_FAIL, L"Error: Unable to load file "},
         {"no Bidi namespace", "<D><Schema/></D>", E_FAIL,
          L"** XML Error: unable to find namespace "
          L"\"http://schemas.microsoft.com/windows/2005/03/printing/bidi\" **"},
-        {"50 MB", head + std::string(50u << 20, ' ') + "</d:D>", kRefused, L"is too large"},
-        {"10,000 levels", head + Repeat("<Property>", 10'000) + Repeat("</Property>", 10'000) + "</d:D>",
-         kRefused, L"nests its elements too deeply"},
-        {"a million elements", head + Repeat("<a/>", 1'000'000) + "</d:D>", kRefused,
+        {"50 MB", Definition(std::string(50u << 20, ' ')), kRefused, L"is too large"},
+        {"10,000 levels", Definition(Repeat(10'000, "<Property>") + Repeat(10'000, "</Property>")), kRefused,
+         L"nests its elements too deeply"},
+        {"a million elements", Definition(Repeat(1'000'000, "<a/>")), kRefused,
          L"has too many elements and attributes"},
         {"entities",
-         "<!DOCTYPE D [<!ENTITY a 'aaaaaaaaaa'><!ENTITY b '&a;&a;&a;&a;&a;&a;&a;&a;&a;&a;'>]>" + head +
-             "&b;</d:D>",
+         "<!DOCTYPE D [<!ENTITY a 'aaaaaaaaaa'><!ENTITY b '" + Repeat(10, "&a;") + "'>]>" + Definition("&b;"),
          kRefused, L"has a document type declaration"},
     };
     for (const auto& test : kCases) {
@@ -78,13 +72,8 @@ TEST_F(ExtensionFiles, BadListFailsInitAndSaysWhy) {
 }
 
 TEST_F(ExtensionFiles, EncodingsAndMarkupThatAreNotThePointDoNotMatter) {
-    std::string utf16 = "\xFF\xFE";
-    for (const char c : test::Extension("<Const name='C'>text</Const>")) {
-        utf16 += c;
-        utf16 += '\0';
-    }
     const std::string kinds[] = {
-        utf16,
+        test::Utf16(test::Extension("<Const name='C'>text</Const>")),
         "\xEF\xBB\xBF<?xml version='1.0' encoding='utf-8'?><!-- c -->\n" +
             test::Extension("<!-- c --><?p i?>\n<Const name='C'>te<!-- c --><![CDATA[x]]>t</Const>"),
         "<?xml version='1.0' encoding='iso-8859-1'?>" + test::Extension("<Const name='C'>text</Const>"),
@@ -116,9 +105,8 @@ TEST_F(ExtensionFiles, LaterFilesAddAndNeverReplace) {
 
 TEST_F(ExtensionFiles, SchemasOfTheSameNameAreOneAndOthersStayApart) {
     const auto file = [](const char* name, const char* leaf) {
-        return std::string("<d:D xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>") +
-               "<Schema name='" + name + "' xmlns:" + leaf + "='urn:" + leaf + "'><Value name='" + leaf +
-               "' filter='" + leaf + ":e'/></Schema></d:D>";
+        return Definition(std::string("<Schema name='") + name + "' xmlns:" + leaf + "='urn:" + leaf +
+                          "'><Value name='" + leaf + "' filter='" + leaf + ":e'/></Schema>");
     };
     const auto engine = Engine({file("S", "a"), file("S", "b"), file("other", "c")},
                                test::Answer(L"<e xmlns='urn:b'>text</e>"));
@@ -127,17 +115,11 @@ TEST_F(ExtensionFiles, SchemasOfTheSameNameAreOneAndOthersStayApart) {
 }
 
 TEST_F(ExtensionFiles, OnePrefixForTwoNamespacesIsAMismatch) {
-    const std::string one =
-        "<d:D xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
-        "<Schema xmlns:pri='urn:one'/></d:D>";
-    const std::string two =
-        "<d:D xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
-        "<Schema xmlns:pri='urn:two'/></d:D>";
+    const std::string one = Definition("<Schema xmlns:pri='urn:one'/>");
+    const std::string two = Definition("<Schema xmlns:pri='urn:two'/>");
     const wchar_t expected[] =
         L"Error: Mismatch in extension file(s) and/or WSD stream - same prefix \"pri\" refers to "
-        L"different "
-        L"namespace "
-        L"URLs\r\n";
+        L"different namespace URLs\r\n";
     CVelunBidiSpl engine;
     EXPECT_EQ(engine.Init(L"Office", FileList({one, two}).c_str()), E_FAIL);
     EXPECT_TRUE(engine.Reason().starts_with(L"prefix \"pri\" is \"urn:two\" in "));
@@ -147,9 +129,7 @@ TEST_F(ExtensionFiles, OnePrefixForTwoNamespacesIsAMismatch) {
                   L"<r xmlns:pri='http://schemas.microsoft.com/windows/2006/08/wdp/print'/>"),
               E_FAIL);
     // What "Get" does not see, a second Schema, need not agree with the answer.
-    const std::string apart =
-        "<d:D xmlns:d='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
-        "<Schema/><Schema xmlns:wprt='urn:one'/></d:D>";
+    const std::string apart = Definition("<Schema/><Schema xmlns:wprt='urn:one'/>");
     Engine({apart}, test::Answer(L""));
     const Lines_ traced = trace_.Texts();
     EXPECT_EQ(std::count(traced.begin(), traced.end(), expected), 2);
@@ -183,16 +163,15 @@ TEST_F(PrinterAnswer, BadAnswerIsRefusedAndLeavesTheEngineUnbound) {
          L"the printer's answer is too large"},
         {"document type", L"<!DOCTYPE a><a/>", kRefused, L"has a document type declaration"},
     };
-    CVelunBidiSpl engine;
-    ASSERT_EQ(engine.Init(L"Office", FileList({test::Extension("<Const name='C'>1</Const>")}).c_str()), S_OK);
+    const auto engine = Loaded({test::Extension("<Const name='C'>1</Const>")});
     for (const auto& test : kCases) {
-        EXPECT_EQ(engine.SetGetPrinterElementResponseData(test.text.c_str()), test.expected) << test.what;
-        EXPECT_TRUE(Said(engine, test.said)) << test.what;
-        EXPECT_TRUE(engine.Reason().starts_with(L"the printer's answer")) << test.what;
-        Ask(engine, L"Get", {L"\\C"}, E_FAIL);
+        EXPECT_EQ(engine->SetGetPrinterElementResponseData(test.text.c_str()), test.expected) << test.what;
+        EXPECT_TRUE(Said(*engine, test.said)) << test.what;
+        EXPECT_TRUE(engine->Reason().starts_with(L"the printer's answer")) << test.what;
+        Ask(*engine, L"Get", {L"\\C"}, E_FAIL);
     }
-    EXPECT_EQ(engine.SetGetPrinterElementResponseData(test::Answer(L"").c_str()), S_OK);
-    Ask(engine, L"Get", {L"\\C"});
+    EXPECT_EQ(engine->SetGetPrinterElementResponseData(test::Answer(L"").c_str()), S_OK);
+    Ask(*engine, L"Get", {L"\\C"});
 }
 
 TEST_F(PrinterAnswer, WhiteSpaceAtTheEndsDoesNotCount) {
@@ -226,10 +205,9 @@ TEST_F(PrinterAnswer, ComesAsTextOrAsBytesUnderAnyPrefix) {
         "<?xml version='1.0' encoding='utf-8'?><r "
         "xmlns='http://schemas.microsoft.com/windows/2006/08/wdp/print'>"
         "<Name>\xC3\xA9</Name></r>";
-    CVelunBidiSpl engine;
-    ASSERT_EQ(engine.Init(L"Office", FileList({test::Extension(leaf)}).c_str()), S_OK);
-    ASSERT_EQ(engine.SetGetPrinterElementResponse(body), S_OK);
-    EXPECT_EQ(Lines(engine, L"Get", {L"\\N"}), Lines_{L"100 0 \\N STRING \x00E9"});
+    const auto engine = Loaded({test::Extension(leaf)});
+    ASSERT_EQ(engine->SetGetPrinterElementResponse(body), S_OK);
+    EXPECT_EQ(Lines(*engine, L"Get", {L"\\N"}), Lines_{L"100 0 \\N STRING \x00E9"});
 
     // The declaration's encoding is that of the bytes the text once was.
     const auto text = Engine({test::Extension(leaf)},

@@ -6,17 +6,14 @@
 #include <cmath>
 #include <string>
 
+#include "tests/support/text.h"
+
 namespace vlm {
 namespace {
 
-constexpr double kSecond = 10'000'000;  // in the estimate's units
+using test::Repeat;
 
-std::string Times(size_t count, const std::string& text) {
-    std::string all;
-    for (size_t i = 0; i < count; ++i)
-        all += text;
-    return all;
-}
+constexpr double kSecond = 10'000'000;  // in the estimate's units
 
 // So many levels of what opens predicates, and their ends.
 std::wstring Nested(const std::wstring& opening, size_t levels) {
@@ -51,13 +48,13 @@ TEST(AnswerShape, CountsWhatADocumentIsMadeOf) {
 // What was measured to take seconds or hours must come out as more than a second, and what a real extension
 // file asks of a large device as little.
 TEST(FilterCost, TellsSearchesThatEndFromThoseThatDoNot) {
-    const std::string flat = "<r>" + Times(19'000, "<c/>") + "</r>";
+    const std::string flat = "<r>" + Repeat(19'000, "<c/>") + "</r>";
     const std::string conditions =
-        "<s><a>" + Times(600, "<d Id='1'><t>2026</t><n>One</n><n>Two</n><n>Three</n><k>P</k></d>") +
+        "<s><a>" + Repeat(600, "<d Id='1'><t>2026</t><n>One</n><n>Two</n><n>Three</n><k>P</k></d>") +
         "</a></s>";
     const std::string nested =
-        "<r>" + Times(85, "<n>") + std::string(1'000'000, 'x') + Times(85, "</n>") + "</r>";
-    const std::string columns = "<r>" + Times(200, Times(90, "<d>") + Times(90, "</d>")) + "</r>";
+        "<r>" + Repeat(85, "<n>") + std::string(1'000'000, 'x') + Repeat(85, "</n>") + "</r>";
+    const std::string columns = "<r>" + Repeat(200, Repeat(90, "<d>") + Repeat(90, "</d>")) + "</r>";
     const struct {
         const wchar_t* xpath;
         const std::string& document;
@@ -118,7 +115,7 @@ TEST(FilterCost, ReadsXPathAndNothingElse) {
 
 // What is no number compares as less than any limit.
 TEST(FilterCost, IsANumberHoweverSearchesMultiply) {
-    const std::string flat = "<r>" + Times(19'000, "<c/>") + "</r>";
+    const std::string flat = "<r>" + Repeat(19'000, "<c/>") + "</r>";
     for (const std::wstring& xpath :
          {Nested(L"//*[", 99), Nested(L"//*[//none = //*][", 99), Nested(L"//*[following::none[//*[", 33)}) {
         const double work = Estimate(xpath, flat);

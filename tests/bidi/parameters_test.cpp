@@ -1,6 +1,7 @@
 // Parameters of extension files, and the names of the elements that a printer is asked for.
 #include "tests/bidi/engine_fixture.h"
 #include "tests/support/resources.h"
+#include "tests/support/text.h"
 
 namespace vlm {
 namespace {
@@ -77,13 +78,12 @@ TEST_F(ParameterExpansion, UnboundParameterFailsAndIsNamed) {
          L"Error: Parameter X in w:A[$X$] is undefined\r\n"},
     };
     for (const auto& test : kCases) {
-        CVelunBidiSpl engine;
-        ASSERT_EQ(engine.Init(L"Office", FileList({test::Extension(test.declaration)}).c_str()), S_OK);
-        EXPECT_EQ(engine.SetGetPrinterElementResponseData(Inks().c_str()), E_FAIL) << test.declaration;
-        if (test.traced != nullptr) {
-            EXPECT_TRUE(trace_.Has(test.traced)) << test.declaration;
-            EXPECT_NE(engine.Reason().find(L".xml"), std::wstring::npos) << test.declaration;
-        }
+        SCOPED_TRACE(test.declaration);
+        const auto engine = Loaded({test::Extension(test.declaration)});
+        EXPECT_EQ(engine->SetGetPrinterElementResponseData(Inks().c_str()), E_FAIL);
+        if (test.traced == nullptr) continue;
+        EXPECT_TRUE(trace_.Has(test.traced));
+        EXPECT_NE(engine->Reason().find(L".xml"), std::wstring::npos);
     }
 }
 
@@ -111,28 +111,11 @@ TEST_F(ParameterExpansion, NamesWithParametersAreFoundAlone) {
 }
 
 TEST_F(ParameterExpansion, BeginsAtSchema) {
-    const std::string beside =
-        "<bidi:Definition xmlns:bidi='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
+    const std::string beside = test::Definition(
         "<Property name='$A$'><Parameter parameter='A' filter='no['/><Const name='C'>c</Const>"
-        "</Property><Value name='V' filter='$Unbound$'/></bidi:Definition>";
+        "</Property><Value name='V' filter='$Unbound$'/>");
     const auto engine = Engine({test::Extension("<Const name='C'>1</Const>"), beside}, test::Answer(L""));
     EXPECT_EQ(Lines(*engine, L"GetAll", {L"\\"}), Lines_{L"100 0 \\C STRING 1"});
-}
-
-TEST_F(ParameterExpansion, GrowthIsBounded) {
-    std::wstring nodes;
-    for (int i = 0; i < 1'000; ++i)
-        nodes += L"<wprt:N>x</wprt:N>";
-    const std::string nested =
-        "<Property name='$A$'><Parameter parameter='A' filter='w:N'/>"
-        "<Property name='$B$'><Parameter parameter='B' filter='w:N'/><Const "
-        "name='C'>c</Const></Property></Property>";
-    CVelunBidiSpl engine;
-    ASSERT_EQ(engine.Init(L"Office", FileList({test::Extension(nested)}).c_str()), S_OK);
-    EXPECT_EQ(engine.SetGetPrinterElementResponseData(test::Answer(nodes).c_str()),
-              HRESULT_FROM_WIN32(ERROR_NOT_ENOUGH_QUOTA));
-    EXPECT_TRUE(
-        engine.Reason().starts_with(L"a query may use at most 100000 elements that parameters make: "));
 }
 
 class Leaks : public test::EngineTest {};
@@ -174,11 +157,6 @@ TEST_F(Leaks, QueriesAndFailuresLeaveNothingBehind) {
 
 class QueryElements : public test::EngineTest {
  protected:
-    std::unique_ptr<CVelunBidiSpl> Loaded(const std::string& children) {
-        auto engine = std::make_unique<CVelunBidiSpl>();
-        EXPECT_EQ(engine->Init(L"Office", FileList({test::Extension(children)}).c_str()), S_OK);
-        return engine;
-    }
     static std::wstring List(std::initializer_list<const wchar_t*> names) {
         std::wstring list =
             L"<EnumQueryElement xmlns:w='http://schemas.microsoft.com/windows/2006/08/wdp/print'>";
@@ -189,11 +167,11 @@ class QueryElements : public test::EngineTest {
 };
 
 TEST_F(QueryElements, AreThoseOfThePathAndBelowEachOnce) {
-    const auto engine = Loaded(
+    const auto engine = Loaded({test::Extension(
         "<Property name='P' query='w:P'><Value name='A' query='w:A'/><Value name='B' query='w:B'/>"
         "<Property name='Q'><Value name='A' query='w:A'/><Value name='C' query='w:C'/><Const "
         "name='K'>k</Const>"
-        "</Property></Property><Value name='T' query='w:T'/>");
+        "</Property></Property><Value name='T' query='w:T'/>")});
     const struct {
         std::vector<const wchar_t*> paths;
         std::wstring expected;
@@ -215,26 +193,23 @@ TEST_F(QueryElements, AreThoseOfThePathAndBelowEachOnce) {
 
 // Walked for each entry, the tree would keep this test busy until it is ended.
 TEST_F(QueryElements, OfTheWholeTreeAskedForOverAndOverAreGatheredOnce) {
-    std::string leaves;
-    for (int i = 0; i < 30'000; ++i)
-        leaves += "<Value query='w:A'/>";
-    EXPECT_EQ(Enum(*Loaded(leaves), std::vector<const wchar_t*>(200'000, L"\\")), List({L"w:A"}));
+    const std::string leaves = test::Repeat(30'000, "<Value query='w:A'/>");
+    EXPECT_EQ(Enum(*Loaded({test::Extension(leaves)}), std::vector<const wchar_t*>(200'000, L"\\")),
+              List({L"w:A"}));
 }
 
 TEST_F(QueryElements, ReachThroughParameters) {
     for (const char* form : {kCarrying, kStanding}) {
-        const auto engine = Loaded(form);
+        const auto engine = Loaded({test::Extension(form)});
         const std::wstring both = List({L"w:Inks", L"w:Levels"});
-        EXPECT_EQ(Enum(*engine, {L"\\Ink.Black:Level"}), both);
-        EXPECT_EQ(Enum(*engine, {L"\\Ink.Black"}), both);
-        EXPECT_EQ(Enum(*engine, {L"\\Ink"}), both);
-        EXPECT_EQ(Enum(*engine, {L"\\"}), both);
+        for (const wchar_t* path : {L"\\Ink.Black:Level", L"\\Ink.Black", L"\\Ink", L"\\"})
+            EXPECT_EQ(Enum(*engine, {path}), both);
         Enum(*engine, {L"\\Ink.Black:NoSuch"}, S_FALSE);
     }
     const auto nested = Loaded(
-        "<Property name='$A$'><Parameter parameter='A' query='w:A'/><Property name='B'>"
-        "<Parameter name='$C$' query='w:C'><Value name='V' query='w:V'/></Parameter>"
-        "</Property></Property>");
+        {test::Extension("<Property name='$A$'><Parameter parameter='A' query='w:A'/><Property name='B'>"
+                         "<Parameter name='$C$' query='w:C'><Value name='V' query='w:V'/></Parameter>"
+                         "</Property></Property>")});
     EXPECT_EQ(Enum(*nested, {L"\\any.B.thing:V"}), List({L"w:A", L"w:C", L"w:V"}));
 }
 
@@ -244,13 +219,12 @@ TEST_F(QueryElements, DeclareThePrefixesThatTheirNamesUse) {
         "<Schema xmlns:one='urn:one' xmlns:two='urn:two&amp;2' xmlns:three='urn:three'>"
         "<Value name='A' query='two:A'/><Value name='B' query='one:B'/><Value name='C' query='plain'/>"
         "<Value name='D' query='root:D'/></Schema></d:D>";
-    CVelunBidiSpl engine;
-    ASSERT_EQ(engine.Init(L"Office", FileList({file}).c_str()), S_OK);
-    EXPECT_EQ(Enum(engine, {L"\\:A", L"\\:B", L"\\:C"}),
+    const auto engine = Loaded({file});
+    EXPECT_EQ(Enum(*engine, {L"\\:A", L"\\:B", L"\\:C"}),
               L"<EnumQueryElement xmlns:two='urn:two&amp;2' xmlns:one='urn:one'>"
               L"<Name>two:A</Name><Name>one:B</Name><Name>plain</Name></EnumQueryElement>");
     // Only what the Schema element itself declares counts.
-    Enum(engine, {L"\\:D"}, E_FAIL);
+    Enum(*engine, {L"\\:D"}, E_FAIL);
     EXPECT_TRUE(trace_.Has(L"Error: Bidi extension file contains no namespace declaration for root\r\n"));
 }
 

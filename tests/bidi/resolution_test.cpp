@@ -1,9 +1,7 @@
 // Paths, answers, actions.
 #include <string>
 
-#include "bidi/schema_path.h"
 #include "tests/bidi/engine_fixture.h"
-#include "util/namespaces.h"
 
 namespace vlm {
 namespace {
@@ -91,37 +89,26 @@ TEST_F(Resolution, PathsAreSplitAtSeparatorsAndAnsweredAsRequested) {
     EXPECT_EQ(Lines(*engine, L"GetAll", {manyLevels.c_str()}).size(), 1u);
 }
 
-// The look-up must find what the XPath of the path would, in the same document.
+// What the XPath of the path would find first, in a tree where levels repeat and names are odd.
 TEST_F(Resolution, FindsWhatXPathFinds) {
-    const std::string text = test::Extension(
-        "<Property name='A'><Const name='first'>1</Const></Property>"
-        "<Property name='A'><Property name='B'><Const name='x'>2</Const></Property></Property>"
-        "<Property name='A'><Property name='B'><Const name='x'>3</Const><Const "
-        "name='y'>4</Const></Property></Property>"
-        "<Other name='A'><Const name='z'>5</Const></Other><Property><Const name='n'>6</Const></Property>"
-        "<Property name=' '><Const name='x]'>7</Const><Const name='&quot;'>8</Const><Const "
-        "name=''>9</Const></Property>");
-    const auto engine = Engine({text}, Printer());
-    CXMLDoc document;
-    document.Init();
-    document.LoadFile(folder_.Path(L"file1.xml").c_str(), nullptr);
-    int found = 0;
-    for (const wchar_t* path : {L"\\A:first", L"\\A.B:x", L"\\A.B:y", L"\\A:z", L"\\A.B:z", L"\\:n",
-                                L"\\ :x]", L"\\ :\"", L"\\ :", L"\\A.A:first", L"\\B:x"}) {
-        const SchemaPath pieces = ParseSchemaPath(path);
-        std::wstring xpath = L"//Schema";
-        for (const auto property : pieces.properties) {
-            xpath += L"/Property[@name='" + std::wstring(property) + L"']";
-        }
-        xpath += L"/*[name()='Value' or name()='Installed' or name()='List' or name()='Const'][@name='" +
-                 std::wstring(*pieces.leaf) + L"']";
-        const ComPtr<IXMLDOMNode> node = document.SelectSingleNode(xpath.c_str());
-        const std::wstring expected = std::wstring(node ? L"100 0 " : L"100 232 ") + path +
-                                      (node ? L" STRING " + TextOf(node.Get()) : std::wstring(L" NULL"));
-        EXPECT_EQ(Lines(*engine, L"GetAll", {path}), Lines_{expected});
-        found += node ? 1 : 0;
-    }
-    EXPECT_EQ(found, 6);
+    const auto engine = Engine(
+        {test::Extension(
+            "<Property name='A'><Const name='first'>1</Const></Property>"
+            "<Property name='A'><Property name='B'><Const name='x'>2</Const></Property></Property>"
+            "<Property name='A'><Property name='B'><Const name='x'>3</Const><Const name='y'>4</Const>"
+            "</Property></Property>"
+            "<Other name='A'><Const name='z'>5</Const></Other><Property><Const name='n'>6</Const></Property>"
+            "<Property name=' '><Const name='x]'>7</Const><Const name='&quot;'>8</Const><Const "
+            "name=''>9</Const>"
+            "</Property>")},
+        Printer());
+    EXPECT_EQ(Lines(*engine, L"GetAll",
+                    {L"\\A:first", L"\\A.B:x", L"\\A.B:y", L"\\A:z", L"\\A.B:z", L"\\:n", L"\\ :x]",
+                     L"\\ :\"", L"\\ :", L"\\A.A:first", L"\\B:x"}),
+              (Lines_{L"100 0 \\A:first STRING 1", L"101 0 \\A.B:x STRING 2", L"102 0 \\A.B:y STRING 4",
+                      L"103 232 \\A:z NULL", L"104 232 \\A.B:z NULL", L"105 232 \\:n NULL",
+                      L"106 0 \\ :x] STRING 7", L"107 0 \\ :\" STRING 8", L"108 0 \\ : STRING 9",
+                      L"109 232 \\A.A:first NULL", L"110 232 \\B:x NULL"}));
 }
 
 TEST_F(Resolution, PathWithAnApostropheFailsTheCall) {
@@ -145,38 +132,28 @@ TEST_F(Resolution, GetSeesTheFirstOfTwoLeavesAndOnlyTheFirstSchema) {
 
 TEST_F(Resolution, AnswerDocumentHoldsOneSchemaPerLeaf) {
     const auto engine = Engine({test::Extension(kTree)}, Printer());
-    CXMLDoc answer;
-    ASSERT_EQ(engine->SendRecvXMLString(L"\\Printer.Layout", answer), S_OK);
-    answer.SetSelectionNamespaces({{L"b", ns::kBidi}});
-    const struct {
-        const wchar_t* xpath;
-        const wchar_t* text;
-    } kCases[] = {
-        {L"/b:Get/Query/@schema", L"\\Printer.Layout"},
-        {L"/b:Get/Query/Schema[1]/@name", L"\\Printer.Layout:Sides"},
-        {L"/b:Get/Query/Schema[1]/BIDI_INT", L"2"},
-        {L"/b:Get/Query/Schema[2]/BIDI_BOOL", L"true"},
-        {L"/b:Get/Query/Schema[3]/BIDI_BOOL", L"false"},
-        {L"/b:Get/Query/Schema[4]/BIDI_STRING", L"A,,B,1"},
-        {L"/b:Get/Query/Schema[5][count(*)=1]/Error", L""},
+    const auto ask = [&](const wchar_t* path) {
+        _bstr_t text;
+        EXPECT_EQ(engine->SendRecvXMLString(path, text.GetAddress()), S_OK);
+        return std::wstring(text);
     };
-    for (const auto& test : kCases) {
-        const ComPtr<IXMLDOMNode> node = answer.SelectSingleNode(test.xpath);
-        ASSERT_TRUE(node) << test.xpath;
-        EXPECT_EQ(TextOf(node.Get()), test.text) << test.xpath;
+    const std::wstring start =
+        L"<bidi:Get xmlns:bidi='http://schemas.microsoft.com/windows/2005/03/printing/bidi'><Query schema='";
+    const std::wstring layout = L"<Schema name='\\Printer.Layout:";
+    EXPECT_EQ(ask(L"\\Printer.Layout"),
+              start + L"\\Printer.Layout'>" + layout + L"Sides'><BIDI_INT>2</BIDI_INT></Schema>" + layout +
+                  L"Duplex'><BIDI_BOOL>true</BIDI_BOOL></Schema>" + layout +
+                  L"Stapler'><BIDI_BOOL>false</BIDI_BOOL></Schema>" + layout +
+                  L"Trays'><BIDI_STRING>A,,B,1</BIDI_STRING></Schema>" + layout +
+                  L"Nothing'><Error/></Schema>" + layout + L"Missing'><Error/></Schema></Query></bidi:Get>");
+    // An unknown path is no failure.
+    EXPECT_EQ(ask(L"\\<none>\t& \"none\""),
+              start + L"\\&lt;none&gt;&#9;&amp; &quot;none&quot;'><Error/></Query></bidi:Get>");
+    CXMLDoc document;
+    for (const wchar_t* path : {L"\\Printer:Vendor", L"\\Top"}) {  // the document is used again
+        ASSERT_EQ(engine->SendRecvXMLString(path, document), S_OK);
+        EXPECT_EQ(TextOf(document.SelectSingleNode(L"//@schema").Get()), path);
     }
-    // The document is used again; an unknown path is no failure.
-    ASSERT_EQ(engine->SendRecvXMLString(L"\\<none>\t& \"none\"", answer), S_OK);
-    answer.SetSelectionNamespaces({{L"b", ns::kBidi}});
-    EXPECT_TRUE(answer.SelectSingleNode(L"/b:Get/Query[count(*)=1]/Error"));
-    EXPECT_EQ(TextOf(answer.SelectSingleNode(L"//@schema").Get()), L"\\<none>\t& \"none\"");
-
-    _bstr_t text;
-    ASSERT_EQ(engine->SendRecvXMLString(L"\\Printer:Vendor", text.GetAddress()), S_OK);
-    EXPECT_STREQ(text,
-                 L"<bidi:Get xmlns:bidi='http://schemas.microsoft.com/windows/2005/03/printing/bidi'>"
-                 L"<Query schema='\\Printer:Vendor'><Schema name='\\Printer:Vendor'>"
-                 L"<BIDI_STRING>Velun</BIDI_STRING></Schema></Query></bidi:Get>");
 }
 
 TEST_F(Resolution, ArgumentsAndOrderOfCallsAreChecked) {
@@ -234,19 +211,15 @@ TEST_F(Resolution, RequestsOfAnySizeAreAnswered) {
 }
 
 TEST_F(Resolution, FilterThatIsNoXPathFailsTheCallAndIsNamed) {
-    for (const char* filter : {"w:Name[", "x:Name", "", "w:Name[@a='it's']"}) {
-        const std::string quoted = std::string(filter).find('\'') != std::string::npos
-                                       ? "\"" + std::string(filter) + "\""
-                                       : "'" + std::string(filter) + "'";
-        for (const char* leaf : {"Value", "Installed", "List"}) {
-            const auto engine = Engine(
-                {test::Extension("<" + std::string(leaf) + " name='L' filter=" + quoted + "/>")}, Printer());
+    for (const std::string filter : {"w:Name[", "x:Name", "", "w:Name[@a='it's']", "//", "count(//w:Name)"}) {
+        for (const std::string leaf : {"Value", "Installed", "List"}) {
+            const auto engine =
+                Engine({test::Extension("<" + leaf + " name='L' filter=\"" + filter + "\"/>")}, Printer());
             Ask(*engine, L"Get", {L"\\L"}, E_FAIL);
             Ask(*engine, L"GetAll", {L"\\L"});  // not a leaf's path: the filter is not run
             Ask(*engine, L"GetAll", {L"\\"}, E_FAIL);
-            const std::wstring named =
-                L"filter " + std::wstring(filter, filter + strlen(filter)) + L" cannot be used: ";
-            EXPECT_TRUE(engine->Reason().starts_with(named));
+            EXPECT_TRUE(engine->Reason().starts_with(L"filter " + std::wstring(filter.begin(), filter.end()) +
+                                                     L" cannot be used: "));
             EXPECT_TRUE(engine->Reason().ends_with(L".xml"));
         }
     }

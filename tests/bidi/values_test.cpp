@@ -48,8 +48,8 @@ TEST_F(TypedValues, TextBecomesTheDeclaredType) {
         {">no type<", L"STRING no type", 0},
         // The blob decoder takes the platform's success for failure: well-formed base64 has no bytes, and
         // what is not base64 at all is an empty blob.
-        {"type='BIDI_BLOB'>aGVsbG8=<", L"BLOB 0", 232},
-        {"type='BIDI_BLOB'>not*base64?<", L"BLOB 0", 0},
+        {"type='BIDI_BLOB'>aGVsbG8=<", L"BLOB", 232},
+        {"type='BIDI_BLOB'>not*base64?<", L"BLOB", 0},
         // No result of these types is ever looked for.
         {"type='BIDI_ENUM'>x<", L"NULL", 232},
         {"type='bidi_int'>5<", L"NULL", 232},

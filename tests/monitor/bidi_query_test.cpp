@@ -297,8 +297,10 @@ TEST_F(BidiQueryTest, PortWithNobodyToAskAnswersOneEmptyEntry) {
             EXPECT_EQ(Query(port, action, {kModel, kSpeed}, &lines), 0U);
             EXPECT_EQ(lines, Lines{L"100 232 \\Printer.DeviceInfo:ModelName NULL"});
         }
-        EXPECT_EQ(Query(port, L"Get", {L""}, &lines), 0U);
-        EXPECT_EQ(lines, Lines{L"100 14 (null) NULL"});
+        for (const wchar_t* schema : {L"", static_cast<const wchar_t*>(nullptr)}) {
+            EXPECT_EQ(Query(port, L"Get", {schema}, &lines), 0U);
+            EXPECT_EQ(lines, Lines{L"100 14 (null) NULL"});
+        }
         EXPECT_EQ(Query(port, L"Get", {}, &lines), 0U);
         EXPECT_EQ(lines, Lines{L"0 14 (null) NULL"});
         const Request request({kModel});
