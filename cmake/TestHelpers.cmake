@@ -8,6 +8,7 @@ function(vlm_add_test name)
   cmake_parse_arguments(ARG "SERIAL" "ENVIRONMENT" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES})
   target_link_libraries(${name} PRIVATE vlm_options ${ARG_LIBRARIES} gmock gtest gtest_main)
+  target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR})
   set(properties TIMEOUT 120)
   if(WIN32 AND VLM_SANITIZE)
     # With the heap looked at on each call some take minutes.
