@@ -14,6 +14,11 @@ bool HasText(const wchar_t* text) {
     return text != nullptr && *text != L'\0';
 }
 
+std::span<const BIDI_RESPONSE_DATA> EntriesOf(const BIDI_RESPONSE_CONTAINER* container) {
+    if (container == nullptr) return {};
+    return {container->aData, container->Count};
+}
+
 }  // namespace
 
 void InitialiseContainer(BIDI_RESPONSE_CONTAINER& container, DWORD count, DWORD version, DWORD flags) {
@@ -106,15 +111,12 @@ void CBidiMem::FreeContainer(BIDI_RESPONSE_CONTAINER* container) const {
 BIDI_RESPONSE_CONTAINER* CBidiMem::Merge(const BIDI_RESPONSE_CONTAINER* first,
                                          const BIDI_RESPONSE_CONTAINER* second, DWORD version,
                                          DWORD flags) const {
-    return Join(first != nullptr ? first->aData : nullptr, first != nullptr ? first->Count : 0,
-                second != nullptr ? second->aData : nullptr, second != nullptr ? second->Count : 0, version,
-                flags);
+    return Join(EntriesOf(first), EntriesOf(second), version, flags);
 }
 
 BIDI_RESPONSE_CONTAINER* CBidiMem::Append(const BIDI_RESPONSE_CONTAINER* container,
                                           const BIDI_RESPONSE_DATA& entry, DWORD version, DWORD flags) const {
-    return Join(container != nullptr ? container->aData : nullptr,
-                container != nullptr ? container->Count : 0, &entry, 1, version, flags);
+    return Join(EntriesOf(container), {&entry, 1}, version, flags);
 }
 
 DWORD CBidiMem::MakeSingleEntry(DWORD result, const BIDI_REQUEST_DATA& request,
@@ -132,24 +134,18 @@ DWORD CBidiMem::MakeSingleEntry(DWORD result, const BIDI_REQUEST_DATA& request,
     return ERROR_SUCCESS;
 }
 
-bool CBidiMem::CopyEntries(BIDI_RESPONSE_DATA* destination, const BIDI_RESPONSE_DATA* source,
-                           DWORD count) const {
-    for (DWORD i = 0; i < count; ++i) {
-        destination[i].dwResult = source[i].dwResult;
-        destination[i].dwReqNumber = source[i].dwReqNumber;
-        destination[i].pSchema = DuplicateString(source[i].pSchema);
-        if (destination[i].pSchema == nullptr && HasText(source[i].pSchema)) return false;
-        if (!CopyValue(destination[i].data, source[i].data)) return false;
-    }
-    return true;
+bool CBidiMem::CopyEntry(BIDI_RESPONSE_DATA& destination, const BIDI_RESPONSE_DATA& source) const {
+    destination.dwResult = source.dwResult;
+    destination.dwReqNumber = source.dwReqNumber;
+    destination.pSchema = DuplicateString(source.pSchema);
+    if (destination.pSchema == nullptr && HasText(source.pSchema)) return false;
+    return CopyValue(destination.data, source.data);
 }
 
-BIDI_RESPONSE_CONTAINER* CBidiMem::Join(const BIDI_RESPONSE_DATA* first, DWORD firstCount,
-                                        const BIDI_RESPONSE_DATA* second, DWORD secondCount, DWORD version,
-                                        DWORD flags) const {
-    if (secondCount > std::numeric_limits<DWORD>::max() - firstCount) return nullptr;
-    const DWORD count = firstCount + secondCount;
-    if (count == 0) return nullptr;
+BIDI_RESPONSE_CONTAINER* CBidiMem::Join(Entries first, Entries second, DWORD version, DWORD flags) const {
+    const size_t total = first.size() + second.size();
+    if (total == 0 || total > std::numeric_limits<DWORD>::max()) return nullptr;
+    const auto count = static_cast<DWORD>(total);
     BIDI_RESPONSE_CONTAINER* joined = router_.AllocBidiResponseContainer(count);
     if (joined == nullptr) {
         Trace(L"RouterAllocBidiResponseContainer(%d) failed with status %d\r\n", static_cast<int>(count),
@@ -157,10 +153,13 @@ BIDI_RESPONSE_CONTAINER* CBidiMem::Join(const BIDI_RESPONSE_DATA* first, DWORD f
         return nullptr;
     }
     InitialiseContainer(*joined, count, version, flags);
-    if (!CopyEntries(joined->aData, first, firstCount) ||
-        !CopyEntries(joined->aData + firstCount, second, secondCount)) {
-        FreeContainer(joined);
-        return nullptr;
+    BIDI_RESPONSE_DATA* next = joined->aData;
+    for (const Entries entries : {first, second}) {
+        for (const BIDI_RESPONSE_DATA& entry : entries) {
+            if (CopyEntry(*next++, entry)) continue;
+            FreeContainer(joined);
+            return nullptr;
+        }
     }
     return joined;
 }

@@ -5,6 +5,8 @@
 // leaves a line in the trace. Any number of threads may call its const functions on one object at once.
 #pragma once
 
+#include <span>
+
 #include "util/splssmgr.h"
 #include "util/spooler_api.h"
 
@@ -44,10 +46,9 @@ class CBidiMem {
 
  private:
     void* Duplicate(const void* data, size_t size) const;
-    bool CopyEntries(BIDI_RESPONSE_DATA* destination, const BIDI_RESPONSE_DATA* source, DWORD count) const;
-    BIDI_RESPONSE_CONTAINER* Join(const BIDI_RESPONSE_DATA* first, DWORD firstCount,
-                                  const BIDI_RESPONSE_DATA* second, DWORD secondCount, DWORD version,
-                                  DWORD flags) const;
+    bool CopyEntry(BIDI_RESPONSE_DATA& destination, const BIDI_RESPONSE_DATA& source) const;
+    using Entries = std::span<const BIDI_RESPONSE_DATA>;
+    BIDI_RESPONSE_CONTAINER* Join(Entries first, Entries second, DWORD version, DWORD flags) const;
 
     CSplssMgr router_;
 };

@@ -33,6 +33,7 @@ struct Nodes {
     double most = 0;     // nodes of one evaluation
 };
 
+// In the order of Estimator::Size.
 enum class Extent { kOne, kSiblings, kLevels, kAttributes, kSubtree, kDocument };
 
 // An axis leads from one node to at most `reach` others, and to one node from at most `origins` others.
@@ -78,10 +79,14 @@ class Estimator {
  public:
     Estimator(wstring_view text, const AnswerShape& answer) : rest_(text), answer_(answer) {}
 
-    double Estimate() {
-        ReadExpression(Root(1));
-        SkipBlanks();
-        Require(rest_.empty());
+    std::optional<double> Estimate() {
+        try {
+            ReadExpression(Root(1));
+            SkipBlanks();
+            Require(rest_.empty());
+        } catch (const NotXPath&) {
+            return std::nullopt;
+        }
         // Nested searches multiply beyond any number.
         return std::isfinite(work_) ? work_ : std::numeric_limits<double>::max();
     }
@@ -127,10 +132,9 @@ class Estimator {
             const Nodes root = Root(contexts.total);
             return StartsStep() ? ReadSteps(contexts.total, root) : root;
         }
-        if (StartsPrimary()) {
-            const Nodes value = ReadPrimary(contexts);
-            ReadPredicates(value);
-            return Take(L"/") ? ReadSteps(contexts.total, value) : value;
+        if (const std::optional<Nodes> value = ReadPrimary(contexts)) {
+            ReadPredicates(*value);
+            return Take(L"/") ? ReadSteps(contexts.total, *value) : *value;
         }
         Nodes from = contexts;
         from.most = 1;
@@ -220,34 +224,41 @@ class Estimator {
         }
     }
 
-    Nodes ReadPrimary(const Nodes& contexts) {
+    // Nothing where a step begins.
+    std::optional<Nodes> ReadPrimary(const Nodes& contexts) {
         if (Take(L"(")) {
             const Nodes value = ReadExpression(contexts);
             Require(Take(L")"));
             return value;
         }
         if (StartsLiteral()) return ReadLiteral(contexts);
-        if (!IsDigit(rest_.front()) && rest_.front() != L'.') return ReadCall(contexts);
-        SkipAll(L"0123456789.");
-        // Exponents are not XPath's own, but some evaluators know them.
-        if (SkipOne(L"eE")) {
-            SkipOne(L"+-");
-            SkipAll(L"0123456789");
+        if (!rest_.empty() && IsDigit(rest_[rest_.size() > 1 && rest_[0] == L'.' ? 1 : 0])) {
+            SkipAll(L"0123456789.");
+            // Exponents are not XPath's own, but some evaluators know them.
+            if (SkipOne(L"eE")) {
+                SkipOne(L"+-");
+                SkipAll(L"0123456789");
+            }
+            return Nodes();
         }
-        return {};
+        const wstring_view before = rest_;
+        const wstring_view name = TakeFunction();
+        if (!name.empty()) return ReadArguments(contexts, name);
+        rest_ = before;
+        return std::nullopt;
     }
 
     Nodes ReadLiteral(const Nodes& contexts) {
         const size_t end = rest_.find(rest_.front(), 1);
         Require(end != wstring_view::npos);
         rest_.remove_prefix(end + 1);
-        return TextOnly(contexts.total * static_cast<double>(end - 1));
+        Nodes value;
+        value.text = contexts.total * static_cast<double>(end - 1);
+        return value;
     }
 
-    Nodes ReadCall(const Nodes& contexts) {
-        wstring_view name = TakeName();
-        if (SkipOne(L":")) name = TakeName();
-        Require(Take(L"("));
+    // Of the function of that local name, behind the parenthesis.
+    Nodes ReadArguments(const Nodes& contexts, wstring_view name) {
         work_ += contexts.total * kStep;
         double text = 0;
         double first = contexts.text;  // without arguments, that of the context node
@@ -275,12 +286,6 @@ class Estimator {
     }
 
     void ChargeText(const Nodes& value) { work_ += value.total * kString + value.text * kCharacter; }
-
-    static Nodes TextOnly(double text) {
-        Nodes value;
-        value.text = text;
-        return value;
-    }
 
     // The document's node, for so many evaluations.
     Nodes Root(double times) const { return {times, times, times * Text(), times * All(), 1}; }
@@ -312,19 +317,9 @@ class Estimator {
 
     // In nodes.
     double Size(Extent extent) const {
-        switch (extent) {
-            case Extent::kSiblings:
-                return static_cast<double>(answer_.widest);
-            case Extent::kLevels:
-                return static_cast<double>(answer_.depth) + 1;
-            case Extent::kAttributes:
-                return static_cast<double>(answer_.attributes) + 1;
-            case Extent::kSubtree:
-            case Extent::kDocument:
-                return All();
-            default:
-                return 1;
-        }
+        const size_t all = answer_.nodes + 1;
+        const size_t sizes[] = {1, answer_.widest, answer_.depth + 1, answer_.attributes + 1, all, all};
+        return static_cast<double>(sizes[static_cast<size_t>(extent)]);
     }
     // Nodes of the document, its own among them; characters.
     double All() const { return static_cast<double>(answer_.nodes) + 1; }
@@ -339,22 +334,14 @@ class Estimator {
         return !rest_.empty() && (StartsXPathName(rest_.front()) ||
                                   wstring_view(L"*@./").find(rest_.front()) != wstring_view::npos);
     }
-    bool StartsPrimary() {
-        if (StartsLiteral() || rest_.starts_with(L'(')) return true;
-        if (!rest_.empty() && IsDigit(rest_[rest_.size() > 1 && rest_[0] == L'.' ? 1 : 0])) return true;
-        // A function's name, as opposed to a node test's.
-        const wstring_view before = rest_;
-        const wstring_view name = TakeName();
-        if (!name.empty() && rest_.size() > 1 && rest_[0] == L':' && StartsXPathName(rest_[1])) {
-            SkipOne(L":");
-            TakeName();
-        }
-        const bool calls = !name.empty() && Take(L"(");
-        rest_ = before;
-        return calls && name != L"node" && name != L"text" && name != L"comment" &&
-               name != L"processing-instruction";
+    // A function's local name and the parenthesis behind it, as opposed to a node test; empty without them.
+    wstring_view TakeFunction() {
+        wstring_view name = TakeName();
+        for (const wstring_view test : {L"node", L"text", L"comment", L"processing-instruction"})
+            if (name == test) return {};
+        if (!name.empty() && SkipOne(L":")) name = TakeName();
+        return !name.empty() && Take(L"(") ? name : wstring_view();
     }
-
     wstring_view TakeName() {
         const wstring_view name = rest_.substr(0, XPathNameLength(rest_));
         rest_.remove_prefix(name.size());
@@ -390,12 +377,7 @@ class Estimator {
 
 std::optional<double> EstimateWork(wstring_view xpath, const AnswerShape& answer, size_t* end) {
     Estimator estimator(xpath, answer);
-    std::optional<double> work;
-    try {
-        work = estimator.Estimate();
-    } catch (const NotXPath&) {
-        work = std::nullopt;  // Unread() tells where
-    }
+    const std::optional<double> work = estimator.Estimate();
     if (end != nullptr) *end = xpath.size() - estimator.Unread().size();
     return work;
 }

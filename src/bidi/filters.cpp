@@ -23,16 +23,13 @@ auto AnswerSearch::Run(const std::wstring& filter, const SchemaElement& cause, S
     const std::wstring xpath = L"//" + filter;
     const std::optional<double> work = EstimateWork(xpath, shape_);
     if (work) budget_.SpendSearch(*work, cause);
-    const auto refuse = [&](HRESULT hr) {
-        ThrowEngineError(hr, L"filter " + Printable(filter) + L" cannot be used: " + DescribeElement(cause));
-    };
-    if (!work) refuse(E_FAIL);
+    HRESULT hr = E_FAIL;
     try {
-        return select(xpath.c_str());
+        if (work) return select(xpath.c_str());
     } catch (const _com_error& error) {
-        refuse(error.Error());
-        throw;
+        hr = error.Error();
     }
+    ThrowEngineError(hr, L"filter " + Printable(filter) + L" cannot be used: " + DescribeElement(cause));
 }
 
 ComPtr<IXMLDOMNode> AnswerSearch::First(const std::wstring& filter, const SchemaElement& cause) const {

@@ -11,20 +11,6 @@ namespace vlm {
 
 namespace {
 
-// The replaced text, or the failure that the problem is.
-std::wstring Take(Replacement replacement, const std::wstring& text, const Parameters& parameters,
-                  const SchemaElement& source) {
-    if (replacement.problem == ReplaceProblem::kNone) return std::move(replacement.text);
-    const std::wstring parameter =
-        L"Parameter " + Printable(replacement.parameter) + L" in " + Printable(text);
-    const std::wstring where = L": " + DescribeElement(source);
-    if (replacement.problem == ReplaceProblem::kUndefined)
-        ThrowTracedError(E_FAIL, parameter + L" is undefined", parameter + L" is undefined" + where);
-    const std::wstring value = Printable(parameters.find(replacement.parameter)->second, 64);
-    ThrowEngineError(E_FAIL, parameter + L" stands outside quotes, and its value \"" + value +
-                                 L"\" is neither a number nor a name" + where);
-}
-
 class Expander {
     static constexpr int kMostNested = 100;
 
@@ -73,7 +59,7 @@ class Expander {
             instance.kind = ElementKind::kProperty;
             instance.tag = L"Property";
             instance.bound = bound;
-            instance.name = NameOf(source);
+            instance.name = Replace(ReplaceInName, source.name, source);
             ExpandChildren(source, instance);
             target.children.push_back(std::move(instance));
             return;
@@ -121,11 +107,19 @@ class Expander {
     std::wstring FilterOf(const SchemaElement& source) {
         return Replace(ReplaceInFilter, source.filter, source);
     }
-    std::wstring NameOf(const SchemaElement& source) { return Replace(ReplaceInName, source.name, source); }
     std::wstring Replace(Replacement (*replace)(std::wstring_view, const Parameters&),
                          const std::optional<std::wstring>& attribute, const SchemaElement& source) {
         const std::wstring text = attribute.value_or(L"");
-        return Pay(Take(replace(text, parameters_), text, parameters_, source), source);
+        Replacement replaced = replace(text, parameters_);
+        if (replaced.problem == ReplaceProblem::kNone) return Pay(std::move(replaced.text), source);
+        const std::wstring parameter =
+            L"Parameter " + Printable(replaced.parameter) + L" in " + Printable(text);
+        const std::wstring where = L": " + DescribeElement(source);
+        if (replaced.problem == ReplaceProblem::kUndefined)
+            ThrowTracedError(E_FAIL, parameter + L" is undefined", parameter + L" is undefined" + where);
+        const std::wstring value = Printable(parameters_.find(replaced.parameter)->second, 64);
+        ThrowEngineError(E_FAIL, parameter + L" stands outside quotes, and its value \"" + value +
+                                     L"\" is neither a number nor a name" + where);
     }
     // A text outside of all Parameters is as large as in the file, which is paid for.
     std::wstring Pay(std::wstring text, const SchemaElement& source) {

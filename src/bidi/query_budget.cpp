@@ -78,10 +78,6 @@ void QueryBudget::RunOutOfTime(const std::wstring& cause) const {
     Fail(L"a query may work for at most " + std::to_wstring(longestWork_.count()) + L" ms", cause);
 }
 
-std::wstring QueryBudget::CauseText(const SchemaElement& element) {
-    return DescribeElement(element);
-}
-
 std::wstring DescribeElement(const SchemaElement& element) {
     std::wstring text = Printable(element.tag);
     if (element.name) text += L" \"" + Printable(*element.name) + L'"';

@@ -27,6 +27,9 @@ enum class Expense {
 };
 inline constexpr size_t kExpenses = static_cast<size_t>(Expense::kCount);
 
+// "Value "Level" with the filter "pri:X/pri:Y" in C:\a.xml", printable.
+std::wstring DescribeElement(const SchemaElement& element);
+
 class QueryBudget {
  public:
     // Of the processor: what a query costs does not depend on how busy the machine is, nor on the printer.
@@ -50,7 +53,7 @@ class QueryBudget {
 
  private:
     static std::wstring CauseText(const std::wstring& path) { return path; }
-    static std::wstring CauseText(const SchemaElement& element);
+    static std::wstring CauseText(const SchemaElement& element) { return DescribeElement(element); }
     bool IsLate();
     [[noreturn]] static void RunOut(Expense expense, const std::wstring& cause);
     [[noreturn]] void RunOutOfTime(const std::wstring& cause) const;
@@ -60,8 +63,5 @@ class QueryBudget {
     const std::chrono::nanoseconds begin_;  // the thread's processor time at the beginning
     std::chrono::steady_clock::time_point nextLook_;
 };
-
-// "Value "Level" (filter "pri:X/pri:Y") in C:\a.xml", printable.
-std::wstring DescribeElement(const SchemaElement& element);
 
 }  // namespace vlm

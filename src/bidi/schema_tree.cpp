@@ -29,7 +29,7 @@ void AppendParameterised(const SchemaElement& level, SchemaTree::Reached& next) 
         if (child.IsTemplate()) {
             next.elements.push_back(&child);
             next.parameters.push_back(&child);
-        } else if (child.kind == ElementKind::kProperty && child.HasBinding()) {
+        } else if (IsProperty(child) && child.HasBinding()) {
             next.elements.push_back(&child);
         }
     }
@@ -67,7 +67,6 @@ void SchemaTree::Index(const SchemaElement& element) {
     }
 }
 
-template <typename Accept>
 SchemaTree::Elements SchemaTree::ChildrenNamed(const Elements& parents, std::wstring_view name,
                                                Accept accept) const {
     Elements found;
@@ -84,7 +83,6 @@ SchemaTree::Elements SchemaTree::ChildrenNamed(const Elements& parents, std::wst
 
 // The children whose names parameters could make this one, wherever those parameters are bound: an element
 // asked for needlessly costs the printer a little, one that is not asked for has no value.
-template <typename Accept>
 void SchemaTree::AppendNameable(const SchemaElement& parent, std::wstring_view name, Accept accept,
                                 Elements& found) const {
     const auto candidates = withParameters_.find(&parent);

@@ -98,11 +98,10 @@ class SchemaTree {
 
  private:
     using Elements = std::vector<const SchemaElement*>;
+    using Accept = bool (*)(const SchemaElement&);
 
     void Index(const SchemaElement& element);
-    template <typename Accept>
     Elements ChildrenNamed(const Elements& parents, std::wstring_view name, Accept accept) const;
-    template <typename Accept>
     void AppendNameable(const SchemaElement& parent, std::wstring_view name, Accept accept,
                         Elements& found) const;
 

@@ -103,9 +103,7 @@ class CVelunBidiSpl {
     bool ReadyToAnswer() const;
     std::wstring AnswerText(const wchar_t* path) const;
     // The response's memory and values.
-    struct ResponseTraits {
-        using Type = BIDI_RESPONSE_CONTAINER*;
-        static Type Invalid() { return nullptr; }
+    struct ResponseTraits : NullTraits<BIDI_RESPONSE_CONTAINER*> {
         static void Close(Type response) { RouterFreeBidiResponseContainer(response); }
     };
     using Response = Unique<ResponseTraits>;

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "util/handles.h"
-#include "util/hresult.h"
+#include "util/outcome.h"
 #include "util/trace.h"
 
 namespace vlm {

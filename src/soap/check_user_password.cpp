@@ -1,7 +1,7 @@
 #include "soap/check_user_password.h"
 
 #include "soap/check_user_password_service.h"
-#include "util/hresult.h"
+#include "util/outcome.h"
 #include "util/trace.h"
 
 namespace vlm {

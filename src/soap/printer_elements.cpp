@@ -6,7 +6,7 @@
 #include "soap/prefix_normalizer.h"
 #include "soap/printer_elements_request.h"
 #include "soap/printer_service.h"
-#include "util/hresult.h"
+#include "util/outcome.h"
 #include "util/namespaces.h"
 #include "util/sax.h"
 #include "util/streams.h"

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "soap/network_error.h"
-#include "util/hresult.h"
+#include "util/outcome.h"
 
 namespace vlm {
 

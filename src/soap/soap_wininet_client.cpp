@@ -8,7 +8,7 @@
 #include "soap/network_error.h"
 #include "soap/read_stream_on_inet.h"
 #include "util/bounded_call.h"
-#include "util/hresult.h"
+#include "util/outcome.h"
 #include "util/streams.h"
 #include "util/trace.h"
 

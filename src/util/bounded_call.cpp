@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "util/handles.h"
-#include "util/hresult.h"
 #include "util/locks.h"
+#include "util/outcome.h"
 
 namespace vlm {
 

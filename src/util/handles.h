@@ -63,32 +63,31 @@ class Unique {
     Type value_ = Traits::Invalid();
 };
 
-struct KernelHandleTraits {
-    using Type = HANDLE;
+// For a Type whose null holds nothing.
+template <typename Handle>
+struct NullTraits {
+    using Type = Handle;
     static Type Invalid() { return nullptr; }
+};
+
+struct KernelHandleTraits : NullTraits<HANDLE> {
     static void Close(Type handle) { CloseHandle(handle); }
 };
 // A kernel object whose creator reports failure with null (events, threads, processes; not files).
 using KernelHandle = Unique<KernelHandleTraits>;
 
-struct FileTraits {
-    using Type = HANDLE;
+struct FileTraits : KernelHandleTraits {
     static Type Invalid() { return INVALID_HANDLE_VALUE; }
-    static void Close(Type handle) { CloseHandle(handle); }
 };
 // What CreateFileW gives.
 using File = Unique<FileTraits>;
 
-struct ModuleTraits {
-    using Type = HMODULE;
-    static Type Invalid() { return nullptr; }
+struct ModuleTraits : NullTraits<HMODULE> {
     static void Close(Type module) { FreeLibrary(module); }
 };
 using Module = Unique<ModuleTraits>;
 
-struct GlobalMemoryTraits {
-    using Type = void*;
-    static Type Invalid() { return nullptr; }
+struct GlobalMemoryTraits : NullTraits<void*> {
     static void Close(Type memory) { GlobalFree(memory); }
 };
 // A fixed block of the global heap.

@@ -25,6 +25,17 @@ struct Outcome {
 // this.
 Outcome CaughtOutcome() noexcept;
 
+// Runs `body`, which returns an HRESULT or an Outcome, and turns an exception out of it into one. Every COM
+// callback, thread entry and public function is guarded: no C++ exception of this compiler crosses them.
+template <typename Body>
+auto GuardHresult(Body&& body) noexcept -> decltype(body()) {
+    try {
+        return body();
+    } catch (...) {
+        return CaughtOutcome();
+    }
+}
+
 // What the system says of a code.
 std::wstring DescribeHresult(HRESULT hr);
 

@@ -1,6 +1,6 @@
 #include "util/sax.h"
 
-#include "util/hresult.h"
+#include "util/outcome.h"
 #include "util/scope_exit.h"
 #include "util/streams.h"
 #include "util/xml_bounds.h"
@@ -21,21 +21,17 @@ HRESULT ReadAttributes(ISAXAttributes* source, XmlAttributes* attributes) {
     HRESULT hr = source->getLength(&count);
     if (FAILED(hr)) return hr;
     for (int i = 0; i < count; ++i) {
-        const wchar_t* uri = nullptr;
-        const wchar_t* local = nullptr;
-        const wchar_t* name = nullptr;
-        const wchar_t* value = nullptr;
-        int uriLength = 0;
-        int localLength = 0;
-        int nameLength = 0;
-        int valueLength = 0;
-        hr = source->getName(i, &uri, &uriLength, &local, &localLength, &name, &nameLength);
-        if (SUCCEEDED(hr)) hr = source->getValue(i, &value, &valueLength);
+        struct {
+            const wchar_t* text = nullptr;
+            int length = 0;
+        } uri, local, name, value;
+        hr = source->getName(i, &uri.text, &uri.length, &local.text, &local.length, &name.text, &name.length);
+        if (SUCCEEDED(hr)) hr = source->getValue(i, &value.text, &value.length);
         if (FAILED(hr)) return hr;
-        const std::wstring_view qualified = View(name, nameLength);
+        const std::wstring_view qualified = View(name.text, name.length);
         if (qualified == L"xmlns" || qualified.starts_with(L"xmlns:")) continue;
-        attributes->push_back(
-            {{View(uri, uriLength), View(local, localLength), qualified}, View(value, valueLength)});
+        attributes->push_back({{View(uri.text, uri.length), View(local.text, local.length), qualified},
+                               View(value.text, value.length)});
     }
     return S_OK;
 }
@@ -49,17 +45,9 @@ STDMETHODIMP SaxHandler::QueryInterface(REFIID iid, void** object) {
     return known ? S_OK : E_NOINTERFACE;
 }
 
-STDMETHODIMP SaxHandler::endDocument() {
-    return GuardHresult([&] { return OnDocumentEnd(); });
-}
-
 STDMETHODIMP SaxHandler::startPrefixMapping(const wchar_t* prefix, int prefixLength, const wchar_t* uri,
                                             int uriLength) {
     return GuardHresult([&] { return OnPrefix(View(prefix, prefixLength), View(uri, uriLength)); });
-}
-
-STDMETHODIMP SaxHandler::endPrefixMapping(const wchar_t*, int) {
-    return GuardHresult([&] { return OnPrefixEnd(); });
 }
 
 STDMETHODIMP SaxHandler::startElement(const wchar_t* uri, int uriLength, const wchar_t* local,
@@ -78,10 +66,6 @@ STDMETHODIMP SaxHandler::endElement(const wchar_t* uri, int uriLength, const wch
 }
 
 STDMETHODIMP SaxHandler::characters(const wchar_t* text, int length) {
-    return GuardHresult([&] { return OnText(View(text, length)); });
-}
-
-STDMETHODIMP SaxHandler::ignorableWhitespace(const wchar_t* text, int length) {
     return GuardHresult([&] { return OnText(View(text, length)); });
 }
 

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "util/com.h"
+#include "util/outcome.h"
 #include "util/xml_event.h"
 
 namespace vlm {
@@ -55,16 +56,22 @@ class SaxHandler : public ISAXContentHandler {
     STDMETHODIMP_(ULONG) Release() override { return 1; }
     STDMETHODIMP putDocumentLocator(ISAXLocator*) override { return S_OK; }
     STDMETHODIMP startDocument() override { return S_OK; }
-    STDMETHODIMP endDocument() override;
+    STDMETHODIMP endDocument() override {
+        return GuardHresult([&] { return OnDocumentEnd(); });
+    }
     STDMETHODIMP startPrefixMapping(const wchar_t* prefix, int prefixLength, const wchar_t* uri,
                                     int uriLength) override;
-    STDMETHODIMP endPrefixMapping(const wchar_t* prefix, int prefixLength) override;
+    STDMETHODIMP endPrefixMapping(const wchar_t*, int) override {
+        return GuardHresult([&] { return OnPrefixEnd(); });
+    }
     STDMETHODIMP startElement(const wchar_t* uri, int uriLength, const wchar_t* local, int localLength,
                               const wchar_t* name, int nameLength, ISAXAttributes* attributes) override;
     STDMETHODIMP endElement(const wchar_t* uri, int uriLength, const wchar_t* local, int localLength,
                             const wchar_t* name, int nameLength) override;
     STDMETHODIMP characters(const wchar_t* text, int length) override;
-    STDMETHODIMP ignorableWhitespace(const wchar_t* text, int length) override;
+    STDMETHODIMP ignorableWhitespace(const wchar_t* text, int length) override {
+        return characters(text, length);
+    }
     STDMETHODIMP processingInstruction(const wchar_t*, int, const wchar_t*, int) override { return S_OK; }
     STDMETHODIMP skippedEntity(const wchar_t*, int) override { return S_OK; }
 

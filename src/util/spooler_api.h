@@ -11,9 +11,7 @@
 
 namespace vlm {
 
-struct PrinterTraits {
-    using Type = HANDLE;
-    static Type Invalid() { return nullptr; }
+struct PrinterTraits : NullTraits<HANDLE> {
     static void Close(Type printer) { ClosePrinter(printer); }
 };
 using PrinterHandle = Unique<PrinterTraits>;

@@ -2,8 +2,6 @@
 
 #include <winsock2.h>
 
-#include <array>
-
 namespace vlm {
 
 namespace {
@@ -35,37 +33,29 @@ std::wstring FromCodePage(std::string_view text) {
 }
 
 std::string ErrorText(DWORD code) {
-    struct Entry {
+    static constexpr struct {
         DWORD code;
         const char* text;
+    } kEntries[] = {
+        {ERROR_FILE_NOT_FOUND, "file not found"},
+        {ERROR_ACCESS_DENIED, "access denied"},
+        {ERROR_NOT_ENOUGH_MEMORY, "out of memory"},
+        {63, "the system has suspended since the job began"},
+        {ERROR_INVALID_PARAMETER, "invalid parameter"},
+        {ERROR_MOD_NOT_FOUND, "it or a DLL that it needs was not found"},
+        {ERROR_BUSY, "busy"},
+        {ERROR_BAD_EXE_FORMAT, "not a DLL for this processor"},
+        {WSAECONNREFUSED, "connection refused"},
+        {WSAECONNRESET, "connection reset by the printer"},
+        {WSAECONNABORTED, "connection aborted"},
+        {WSAETIMEDOUT, "timed out"},
+        {WSAENETUNREACH, "network unreachable"},
+        {WSAEHOSTUNREACH, "host unreachable"},
+        {WSAHOST_NOT_FOUND, "unknown host"},
     };
-    static constexpr std::array kEntries = {
-        Entry{ERROR_FILE_NOT_FOUND, "file not found"},
-        Entry{ERROR_ACCESS_DENIED, "access denied"},
-        Entry{ERROR_NOT_ENOUGH_MEMORY, "out of memory"},
-        Entry{63, "the system has suspended since the job began"},
-        Entry{ERROR_INVALID_PARAMETER, "invalid parameter"},
-        Entry{ERROR_MOD_NOT_FOUND, "it or a DLL that it needs was not found"},
-        Entry{ERROR_BUSY, "busy"},
-        Entry{ERROR_BAD_EXE_FORMAT, "not a DLL for this processor"},
-        Entry{WSAECONNREFUSED, "connection refused"},
-        Entry{WSAECONNRESET, "connection reset by the printer"},
-        Entry{WSAECONNABORTED, "connection aborted"},
-        Entry{WSAETIMEDOUT, "timed out"},
-        Entry{WSAENETUNREACH, "network unreachable"},
-        Entry{WSAEHOSTUNREACH, "host unreachable"},
-        Entry{WSAHOST_NOT_FOUND, "unknown host"},
-    };
-    for (const Entry& entry : kEntries)
+    for (const auto& entry : kEntries)
         if (entry.code == code) return std::string(entry.text) + " (" + std::to_string(code) + ")";
     return "error " + std::to_string(code);
-}
-
-std::string PrintableAscii(const std::string& text) {
-    std::string printable = text;
-    for (char& c : printable)
-        if (c < 0x20 || c > 0x7E) c = '?';
-    return printable;
 }
 
 }  // namespace vlm

@@ -17,7 +17,4 @@ std::wstring FromCodePage(std::string_view text);
 // "connection refused (10061)": the codes that a print run meets in words, any other by its number.
 std::string ErrorText(DWORD code);
 
-// Text from outside with everything but printable ASCII replaced by '?', for a line on a terminal.
-std::string PrintableAscii(const std::string& text);
-
 }  // namespace vlm

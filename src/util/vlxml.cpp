@@ -2,7 +2,6 @@
 
 #include <cstdint>
 
-#include "util/handles.h"
 #include "util/streams.h"
 #include "util/trace.h"
 
@@ -22,33 +21,6 @@ void Check(HRESULT hr, unsigned line = __builtin_LINE()) {
 std::wstring StringOf(_bstr_t& text) {
     const auto* characters = static_cast<const wchar_t*>(text);
     return characters != nullptr ? std::wstring(characters, text.length()) : std::wstring();
-}
-
-constexpr wchar_t kXmlText[] = L"the XML text";
-constexpr wchar_t kPrinterAnswer[] = L"the printer's answer";
-
-std::wstring Shown(const wchar_t* path) {
-    return Printable(path, MAX_PATH);
-}
-
-void TraceUnloadable(const std::wstring& shownPath) {
-    Trace(L"Error: Unable to load file %ls\r\n", shownPath.c_str());
-}
-
-std::string BytesOf(const wchar_t* path) {
-    const auto check = [](BOOL done) {
-        if (!done) Check(HRESULT_FROM_WIN32(GetLastError()));
-    };
-    const File file(CreateFileW(path, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
-    check(static_cast<bool>(file));
-    LARGE_INTEGER size{};
-    check(GetFileSizeEx(file.Get(), &size));
-    std::string bytes(static_cast<size_t>(size.QuadPart), '\0');
-    DWORD read = 0;
-    check(ReadFile(file.Get(), bytes.data(), static_cast<DWORD>(bytes.size()), &read, nullptr));
-    bytes.resize(read);
-    return bytes;
 }
 
 }  // namespace
@@ -88,35 +60,26 @@ void CXMLDoc::Init() {
 void CXMLDoc::LoadFile(const wchar_t* path, const wchar_t* namespaceUri) {
     IXMLDOMDocument2& document = Loaded();
     if (path == nullptr) Check(E_INVALIDARG);
-    const _variant_t source(path);
     VARIANT_BOOL success = VARIANT_FALSE;
-    const HRESULT hr = document.load(source, &success);
+    const HRESULT hr = document.load(_variant_t(path), &success);
     Check(hr);
-    const bool loaded = hr == S_OK && success == VARIANT_TRUE;
-    const std::wstring shown = Shown(path);
-    if (!loaded) TraceUnloadable(shown);
-    AfterLoad(loaded, shown);
-    if (namespaceUri != nullptr) PrepareXPath(BytesOf(path), namespaceUri, shown);
+    const std::wstring shown = Printable(path, MAX_PATH);
+    AfterLoad(hr == S_OK && success == VARIANT_TRUE, shown, L"file " + shown);
+    if (namespaceUri != nullptr) PrepareXPath(WrittenAgain(), namespaceUri, shown);
 }
 
 void CXMLDoc::LoadFileBytes(const wchar_t* path, std::string_view bytes, const wchar_t* namespaceUri) {
-    ComPtr<IStream> stream;
-    Check(MakeStream(bytes, stream.Receive()));
-    const bool loaded = LoadFrom(stream.Get());
-    const std::wstring shown = Shown(path);
-    if (!loaded) TraceUnloadable(shown);
-    AfterLoad(loaded, shown);
-    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri, shown);
+    const std::wstring shown = Printable(path, MAX_PATH);
+    LoadFrom(bytes, namespaceUri, shown, L"file " + shown);
 }
 
 void CXMLDoc::LoadXml(const wchar_t* text, const wchar_t* namespaceUri) {
     IXMLDOMDocument2& document = Loaded();
-    const _bstr_t source(text);
     VARIANT_BOOL success = VARIANT_FALSE;
-    const HRESULT hr = document.loadXML(source, &success);
+    const HRESULT hr = document.loadXML(_bstr_t(text), &success);
     Check(hr);
-    AfterLoad(hr == S_OK && success == VARIANT_TRUE, kXmlText);
-    if (namespaceUri != nullptr) PrepareXPath(DocumentToUtf8(text), namespaceUri, kXmlText);
+    AfterLoad(hr == S_OK && success == VARIANT_TRUE, L"the XML text", {});
+    if (namespaceUri != nullptr) PrepareXPath(WrittenAgain(), namespaceUri, L"the XML text");
 }
 
 void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
@@ -128,24 +91,25 @@ void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
 }
 
 void CXMLDoc::LoadBytes(std::string_view bytes, const wchar_t* namespaceUri) {
+    LoadFrom(bytes, namespaceUri, L"the printer's answer", L"WSD stream");
+}
+
+void CXMLDoc::LoadFrom(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject,
+                       const std::wstring& traced) {
     ComPtr<IStream> stream;
     Check(MakeStream(bytes, stream.Receive()));
-    const bool loaded = LoadFrom(stream.Get());
-    if (!loaded) Trace(L"Error: Unable to load WSD stream\r\n");
-    AfterLoad(loaded, kPrinterAnswer);
-    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri, kPrinterAnswer);
-}
-
-// For a stream that is not XML some parsers return a failure and others a plain "not loaded". Both mean the
-// same here.
-bool CXMLDoc::LoadFrom(IStream* stream) {
-    const _variant_t source(static_cast<IUnknown*>(stream));
+    const _variant_t source(static_cast<IUnknown*>(stream.Get()));
     VARIANT_BOOL success = VARIANT_FALSE;
-    return Loaded().load(source, &success) == S_OK && success == VARIANT_TRUE;
+    // For a stream that is not XML some parsers return a failure and others a plain "not loaded". Both mean
+    // the same here.
+    const bool loaded = Loaded().load(source, &success) == S_OK && success == VARIANT_TRUE;
+    AfterLoad(loaded, subject, traced);
+    if (namespaceUri != nullptr) PrepareXPath(bytes, namespaceUri, subject);
 }
 
-void CXMLDoc::AfterLoad(bool success, const std::wstring& subject) {
+void CXMLDoc::AfterLoad(bool success, const std::wstring& subject, const std::wstring& traced) {
     if (success) return;
+    if (!traced.empty()) Trace(L"Error: Unable to load %ls\r\n", traced.c_str());
     const ParseError error = LastParseError();
     _bstr_t_ex report;
     if (FormatParseError(report)) Trace(L"%ls", report.Text());
@@ -155,6 +119,12 @@ void CXMLDoc::AfterLoad(bool success, const std::wstring& subject) {
         reason += L"line " + std::to_wstring(error.line) + L", character " + std::to_wstring(error.position) +
                   L": ";
     ThrowReason(reason + (error.reason.empty() ? L"not well-formed XML" : error.reason));
+}
+
+std::string CXMLDoc::WrittenAgain() const {
+    _bstr_t text;
+    Check(Loaded().get_xml(text.GetAddress()));
+    return DocumentToUtf8(StringOf(text));
 }
 
 void CXMLDoc::PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject) {
@@ -176,13 +146,9 @@ void CXMLDoc::SetSelectionNamespaces(const NamespaceDeclarations& declarations) 
         // A default namespace that is undone: no prefix may stand for none.
         if (declaration.uri.empty()) continue;
         const wchar_t quote = declaration.uri.find(L'"') == std::wstring::npos ? L'"' : L'\'';
-        text += L"xmlns:";
-        text += declaration.prefix.empty() ? kDefaultNamespaceDeclaration : declaration.prefix;
-        text += L'=';
-        text += quote;
-        text += declaration.uri;
-        text += quote;
-        text += L' ';
+        const std::wstring prefix =
+            declaration.prefix.empty() ? kDefaultNamespaceDeclaration : declaration.prefix;
+        text += L"xmlns:" + prefix + L'=' + quote + declaration.uri + quote + L' ';
     }
     SetProperty(L"SelectionNamespaces", text.c_str());
 }
@@ -191,9 +157,8 @@ bool CXMLDoc::GetAttribute(IXMLDOMNode* node, const wchar_t* name, VARIANT* valu
     ComPtr<IXMLDOMNamedNodeMap> attributes;
     Check(node->get_attributes(attributes.Receive()));
     if (!attributes) return false;
-    const _bstr_t key(name);
     ComPtr<IXMLDOMNode> attribute;
-    Check(attributes->getNamedItem(key, attribute.Receive()));
+    Check(attributes->getNamedItem(_bstr_t(name), attribute.Receive()));
     if (!attribute) return false;
     Check(attribute->get_nodeValue(value));
     return true;
@@ -232,16 +197,14 @@ ComPtr<IXMLDOMElement> CXMLDoc::Root() const {
 }
 
 ComPtr<IXMLDOMNode> CXMLDoc::SelectSingleNode(const wchar_t* xpath) const {
-    const _bstr_t query(xpath);
     ComPtr<IXMLDOMNode> node;
-    Check(Loaded().selectSingleNode(query, node.Receive()));
+    Check(Loaded().selectSingleNode(_bstr_t(xpath), node.Receive()));
     return node;
 }
 
 ComPtr<IXMLDOMNodeList> CXMLDoc::SelectNodes(const wchar_t* xpath) const {
-    const _bstr_t query(xpath);
     ComPtr<IXMLDOMNodeList> list;
-    Check(Loaded().selectNodes(query, list.Receive()));
+    Check(Loaded().selectNodes(_bstr_t(xpath), list.Receive()));
     if (!list) Check(E_FAIL);
     return list;
 }
@@ -252,9 +215,7 @@ IXMLDOMDocument2& CXMLDoc::Loaded() const {
 }
 
 void CXMLDoc::SetProperty(const wchar_t* name, const wchar_t* value) {
-    const _bstr_t property(name);
-    const _variant_t text(value);
-    Check(Loaded().setProperty(property, text));
+    Check(Loaded().setProperty(_bstr_t(name), _variant_t(value)));
 }
 
 }  // namespace vlm

@@ -70,9 +70,12 @@ class CXMLDoc {
     };
     ParseError LastParseError() const;
     IXMLDOMDocument2& Loaded() const;
-    bool LoadFrom(IStream* stream);
-    // `subject` begins the reason of a failure.
-    void AfterLoad(bool success, const std::wstring& subject);
+    // `subject` begins the reason of a failure; `traced` is how the trace names it, if at all.
+    void LoadFrom(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject,
+                  const std::wstring& traced);
+    void AfterLoad(bool success, const std::wstring& subject, const std::wstring& traced);
+    // The document as bytes, where the parser alone has read them.
+    std::string WrittenAgain() const;
     void PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject);
     void SetProperty(const wchar_t* name, const wchar_t* value);
 

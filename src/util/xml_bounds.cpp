@@ -24,21 +24,15 @@ std::string AsciiOfUtf16(string_view bytes, size_t lowByte) {
     return ascii;
 }
 
-std::string LowerCase(string_view text) {
-    std::string lower(text);
-    for (char& c : lower) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return lower;
-}
-
 bool IsScannableEncoding(string_view declaration) {
     const size_t keyword = declaration.find("encoding");
     if (keyword == string_view::npos) return true;
     const size_t quote = declaration.find_first_of("\"'", keyword);
     if (quote == string_view::npos) return false;
     const string_view rest = declaration.substr(quote + 1);
-    const std::string name = LowerCase(rest.substr(0, rest.find(declaration[quote])));
+    std::string name(rest.substr(0, rest.find(declaration[quote])));
+    for (char& c : name)
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
     constexpr std::array<string_view, 4> kNames = {"utf-8", "utf-16", "us-ascii", "ascii"};
     constexpr std::array<string_view, 2> kFamilies = {"iso-8859-", "windows-125"};
     return std::find(kNames.begin(), kNames.end(), name) != kNames.end() ||
@@ -52,33 +46,30 @@ class Bounds {
     explicit Bounds(const XmlLimits& limits) : limits_(limits) {}
 
     XmlRefusal Take(const Markup& markup) {
-        switch (markup.kind) {
-            case MarkupKind::kDeclaration:
-                return XmlRefusal::kDocumentType;
-            case MarkupKind::kEndTag:
-                if (!open_.empty()) {
-                    declarations_ -= open_.back();
-                    open_.pop_back();
-                }
-                return XmlRefusal::kNone;
-            case MarkupKind::kStartTag:
-                open_.push_back(markup.declarations);
-                declarations_ += markup.declarations;
-                break;
-            default:
-                break;
+        if (markup.kind == MarkupKind::kDeclaration) return XmlRefusal::kDocumentType;
+        if (markup.kind == MarkupKind::kEndTag) {
+            EndElement();
+            return XmlRefusal::kNone;
         }
         nodes_ += 1 + markup.attributes;
         if (nodes_ > limits_.nodes) return XmlRefusal::kTooManyNodes;
-        // An empty element is open no longer than here.
         const bool isEmpty = markup.kind == MarkupKind::kEmptyTag;
-        if (open_.size() + (isEmpty ? 1 : 0) > limits_.depth) return XmlRefusal::kTooDeep;
-        return declarations_ + (isEmpty ? markup.declarations : 0) > limits_.declarations
-                   ? XmlRefusal::kTooManyDeclarations
-                   : XmlRefusal::kNone;
+        if (!isEmpty && markup.kind != MarkupKind::kStartTag) return XmlRefusal::kNone;
+        open_.push_back(markup.declarations);
+        declarations_ += markup.declarations;
+        if (open_.size() > limits_.depth) return XmlRefusal::kTooDeep;
+        if (declarations_ > limits_.declarations) return XmlRefusal::kTooManyDeclarations;
+        if (isEmpty) EndElement();
+        return XmlRefusal::kNone;
     }
 
  private:
+    void EndElement() {
+        if (open_.empty()) return;
+        declarations_ -= open_.back();
+        open_.pop_back();
+    }
+
     const XmlLimits& limits_;
     std::vector<size_t> open_;  // for each open element, how many namespaces it declares
     size_t declarations_ = 0;   // in scope
@@ -135,25 +126,15 @@ XmlRefusal CheckXmlBounds(string_view text, const XmlLimits& limits, std::string
 }
 
 const wchar_t* RefusalText(XmlRefusal refusal) {
-    switch (refusal) {
-        case XmlRefusal::kNone:
-            break;
-        case XmlRefusal::kTooLarge:
-            return L"is too large";
-        case XmlRefusal::kDocumentType:
-            return L"has a document type declaration";
-        case XmlRefusal::kTooDeep:
-            return L"nests its elements too deeply";
-        case XmlRefusal::kTooManyNodes:
-            return L"has too many elements and attributes";
-        case XmlRefusal::kTooManyDeclarations:
-            return L"declares too many namespaces";
-        case XmlRefusal::kTagTooLong:
-            return L"has a tag that is too long";
-        case XmlRefusal::kEncoding:
-            return L"is in an encoding that is not supported";
-    }
-    return L"is acceptable";
+    static constexpr const wchar_t* kTexts[] = {L"is acceptable",
+                                                L"is too large",
+                                                L"has a document type declaration",
+                                                L"nests its elements too deeply",
+                                                L"has too many elements and attributes",
+                                                L"has a tag that is too long",
+                                                L"declares too many namespaces",
+                                                L"is in an encoding that is not supported"};
+    return kTexts[static_cast<size_t>(refusal)];
 }
 
 }  // namespace vlm

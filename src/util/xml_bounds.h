@@ -28,6 +28,7 @@ inline constexpr XmlLimits kExtensionFileLimits{8u << 20, 100, 400'000, 64u << 1
 // third of this.
 inline constexpr XmlLimits kPrinterAnswerLimits{2u << 20, 100, 20'000, 16u << 10, 128};
 
+// In the order of their texts.
 enum class XmlRefusal {
     kNone,
     kTooLarge,

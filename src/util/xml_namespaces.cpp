@@ -13,16 +13,10 @@ namespace {
 
 constexpr std::wstring_view kRawAmpersand = L"&#38;";
 
-// Wine's reader reports an ampersand in a namespace as a reference. In a document that does not spell that
-// text out, it can be nothing else.
-bool SpellsRawAmpersands(std::string_view document) {
-    return document.find(";#38;") != std::string_view::npos;
-}
-
 class Collector : public SaxHandler {
  public:
-    Collector(std::map<size_t, NamespaceDeclarations>* byElement, bool rawAmpersands)
-        : byElement_(*byElement), rawAmpersands_(rawAmpersands) {}
+    Collector(std::map<size_t, NamespaceDeclarations>* byElement, std::string_view document)
+        : byElement_(*byElement), rawAmpersands_(document.find(";#38;") != std::string_view::npos) {}
 
  private:
     HRESULT OnPrefix(std::wstring_view prefix, std::wstring_view uri) override {
@@ -40,6 +34,8 @@ class Collector : public SaxHandler {
     HRESULT OnEnd(const XmlName&) override { return S_OK; }
 
     std::map<size_t, NamespaceDeclarations>& byElement_;
+    // Wine's reader reports an ampersand in a namespace as a reference. In a document that does not spell
+    // that text out, it can be nothing else.
     const bool rawAmpersands_;
     size_t element_ = 0;  // the one that starts next
 };
@@ -48,16 +44,14 @@ class Collector : public SaxHandler {
 
 HRESULT DeclaredNamespaces::Read(std::string_view document) {
     byElement_.clear();
+    Collector collector(&byElement_, document);
     std::string ready;
     // The caller has checked the limits; only the line ends matter here.
     const XmlLimits none{SIZE_MAX, SIZE_MAX, SIZE_MAX, SIZE_MAX, SIZE_MAX};
-    const bool madeReady = CheckXmlBounds(document, none, &ready) == XmlRefusal::kNone;
-    Collector collector(&byElement_, SpellsRawAmpersands(document));
+    if (CheckXmlBounds(document, none, &ready) == XmlRefusal::kNone) document = ready;
     ComPtr<ISAXXMLReader> reader;
     const HRESULT hr = CreateSaxReader(reader.Receive());
-    return FAILED(hr)
-               ? hr
-               : ParseReadyXml(reader.Get(), madeReady ? std::string_view(ready) : document, &collector);
+    return FAILED(hr) ? hr : ParseReadyXml(reader.Get(), document, &collector);
 }
 
 NamespaceDeclarations DeclaredNamespaces::Of(size_t element) const {

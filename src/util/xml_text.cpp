@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
 
 #include "util/xml_names.h"
 
@@ -16,20 +17,10 @@ constexpr std::wstring_view kSpecial = L"&<>\"'\t\n\r";
 
 // The entity for a markup character; empty for any other character.
 std::string_view EntityOf(std::uint32_t c) {
-    switch (c) {
-        case '&':
-            return "&amp;";
-        case '<':
-            return "&lt;";
-        case '>':
-            return "&gt;";
-        case '"':
-            return "&quot;";
-        case '\'':
-            return "&apos;";
-        default:
-            return {};
-    }
+    // In the order of kSpecial.
+    static constexpr std::string_view kEntities[] = {"&amp;", "&lt;", "&gt;", "&quot;", "&apos;"};
+    const size_t markup = kSpecial.substr(0, std::size(kEntities)).find(static_cast<wchar_t>(c));
+    return markup != std::wstring_view::npos && c < 0x80 ? kEntities[markup] : std::string_view();
 }
 
 bool IsXmlCharacter(std::uint32_t c) {

@@ -5,7 +5,7 @@
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/files.h"
 #include "util/handles.h"
-#include "util/hresult.h"
+#include "util/outcome.h"
 #include "util/sax.h"
 #include "util/scope_exit.h"
 #include "util/text.h"

@@ -134,6 +134,13 @@ bool WriteDocument(const MONITOR2& monitor, HANDLE port, Document& document, boo
     }
 }
 
+// What a printer says, with everything but printable ASCII replaced, for a line on a terminal.
+std::string PrintableAscii(std::string text) {
+    for (char& c : text)
+        if (c < 0x20 || c > 0x7E) c = '?';
+    return text;
+}
+
 // What the printer says while the document is open, read through the monitor. A Win32 code.
 DWORD ReadAnswer(const MONITOR2& monitor, HANDLE port, std::string& text) {
     std::string answer(4096, '\0');
@@ -142,7 +149,7 @@ DWORD ReadAnswer(const MONITOR2& monitor, HANDLE port, std::string& text) {
                              &count))
         return GetLastError();
     answer.resize(count);
-    text = PrintableAscii(answer);
+    text = PrintableAscii(std::move(answer));
     return ERROR_SUCCESS;
 }
 
