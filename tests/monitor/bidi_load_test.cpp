@@ -19,7 +19,7 @@ TEST_F(BidiLoadTest, OutOfMemoryAnywhereIsReportedAndLeavesNothing) {
     const ScriptedServer printer(WellBehaved());
     PointTo(printer);
     bidi.entries = kBelow;
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), 0U);
     const LONG64 before = router.Counters().liveBlocks;
     LONG64 failing = 1;
@@ -37,7 +37,6 @@ TEST_F(BidiLoadTest, OutOfMemoryAnywhereIsReportedAndLeavesNothing) {
     // The engine's three blocks, the lower monitor's, and the copies of the merge.
     EXPECT_GT(failing, 15);
     router.ResetAllocations(0);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(BidiLoadTest, ManyQueriesLeaveNothing) {
@@ -48,7 +47,7 @@ TEST_F(BidiLoadTest, ManyQueriesLeaveNothing) {
     // Wine keeps blocks of each loading.
     const Module crypt32(LoadLibraryW(L"crypt32.dll"));
     bidi.entries = kBelow;
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     int round = 0;
     const auto query = [&] {
         // Every fourth one meets a printer that is off.
@@ -71,7 +70,6 @@ TEST_F(BidiLoadTest, ManyQueriesLeaveNothing) {
     EXPECT_LE(after.handles, before.handles + 20);
     EXPECT_LE(after.threads, before.threads + 10);
     EXPECT_LE(after.heapBlocks, before.heapBlocks + 40);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 // Queries that Shutdown meets: one that waits for the printer, one that is inside the lower monitor. Each
@@ -91,11 +89,8 @@ TEST_F(BidiLoadTest, QueryThatOutlastsShutdownEndsWithAnError) {
             return TRUE;
         };
         const HANDLE manager = host.InitializeAgain();
-        wchar_t name[] = L"IP_office";
-        wchar_t printer[] = L"Office";
         HANDLE port = nullptr;
-        LowerMonitor& lowerMonitor = bidi;
-        ASSERT_TRUE(table.pfnOpenPortEx(manager, &lowerMonitor, name, printer, &port, &lowerMonitor.table));
+        ASSERT_TRUE(Open(bidi, L"IP_office", &port, manager));
         const unsigned connections = mute.Connections();
         std::thread asking([&] { EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), 995U); });
         const ULONGLONG deadline = GetTickCount64() + 10'000;
@@ -119,12 +114,12 @@ TEST_F(BidiLoadTest, MutePrinterDelaysNobodyElse) {
     constexpr size_t kPorts = 16;
     std::vector<std::unique_ptr<ScriptedServer>> printers;
     std::vector<BidiLowerMonitor> below(kPorts);
-    std::vector<HANDLE> ports(kPorts);
+    std::vector<OpenedPort> ports;
     for (size_t i = 0; i < kPorts; ++i) {
         printers.push_back(std::make_unique<ScriptedServer>(i == 0 ? Script{Hold()} : WellBehaved()));
         below[i].address = TcpAddress(*printers[i]);
         below[i].entries = kBelow;
-        ports[i] = MustOpen(below[i], L"IP_port" + std::to_wstring(i));
+        ports.push_back(MustOpen(below[i], L"IP_port" + std::to_wstring(i)));
     }
     std::vector<ULONGLONG> elapsed(kPorts);
     std::vector<std::thread> threads;
@@ -147,8 +142,6 @@ TEST_F(BidiLoadTest, MutePrinterDelaysNobodyElse) {
     EXPECT_LT(elapsed[0], 15'000U);
     for (size_t i = 1; i < kPorts; ++i)
         EXPECT_LT(elapsed[i], 4'500U) << "port " << i << " waited for the mute printer";
-    for (const HANDLE port : ports)
-        EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(BidiLoadTest, QueriesWhileTheSamePortPrints) {
@@ -156,7 +149,7 @@ TEST_F(BidiLoadTest, QueriesWhileTheSamePortPrints) {
     PointTo(printer);
     bidi.bidiCode = ERROR_NOT_SUPPORTED;
     bidi.keepBytes = true;
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_PRINTING);
     std::atomic<bool> asking{true};
     std::thread asker([&] {
@@ -177,7 +170,6 @@ TEST_F(BidiLoadTest, QueriesWhileTheSamePortPrints) {
     }
     asker.join();
     EXPECT_EQ(bidi.written.size(), jobs * sizeof "data");
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 }  // namespace

@@ -21,7 +21,7 @@ TEST_F(BidiQueryTest, PrinterAnswersOnEachKindOfNetworkPort) {
     for (const auto kind : {BidiLowerMonitor::kTcp, BidiLowerMonitor::kWsd}) {
         bidi.kind = kind;
         PointTo(printer);
-        const HANDLE port = MustOpen(bidi, kind == BidiLowerMonitor::kTcp ? L"IP_office" : L"WSD-office");
+        const OpenedPort port = MustOpen(bidi, kind == BidiLowerMonitor::kTcp ? L"IP_office" : L"WSD-office");
         Lines lines;
         EXPECT_EQ(Query(port, L"Get", {kModel, L"\\Printer.Configuration.Memory", L"\\Printer.None"}, &lines),
                   0U);
@@ -32,7 +32,6 @@ TEST_F(BidiQueryTest, PrinterAnswersOnEachKindOfNetworkPort) {
         EXPECT_NE(asked.find("PrinterDescription"), std::string::npos);
         EXPECT_NE(asked.find("PrinterConfiguration"), std::string::npos);
         EXPECT_EQ(asked.find("PrinterStatus"), std::string::npos);
-        EXPECT_TRUE(table.pfnClosePort(port));
     }
     EXPECT_EQ(bidi.urlCalls, 1);
 }
@@ -40,7 +39,7 @@ TEST_F(BidiQueryTest, PrinterAnswersOnEachKindOfNetworkPort) {
 TEST_F(BidiQueryTest, EngineWinsUnlessOnlyTheLowerMonitorSucceeded) {
     const ScriptedServer printer(WellBehaved());
     PointTo(printer);
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     const wchar_t* unknown = L"\\Printer.None:Leaf";
     struct Row {
         const char* what;
@@ -76,7 +75,6 @@ TEST_F(BidiQueryTest, EngineWinsUnlessOnlyTheLowerMonitorSucceeded) {
         EXPECT_EQ(Query(port, L"GetAll", {kModel, unknown}, &lines), 0U);
         EXPECT_EQ(lines, row.expected);
     }
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(BidiQueryTest, LowerAnswerSurvivesEveryFailureOfThePrinter) {
@@ -136,7 +134,7 @@ TEST_F(BidiQueryTest, LowerAnswerSurvivesEveryFailureOfThePrinter) {
         BidiLowerMonitor below;
         below.address = TcpAddress(row.script.empty() ? well : printer);
         row.arrange(below);
-        const HANDLE port = MustOpen(below, L"IP_office");
+        OpenedPort port = MustOpen(below, L"IP_office");
         below.entries = {{100, 0, L"\\Below", L"here"}};
         Lines lines;
         EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), 0U);
@@ -151,7 +149,7 @@ TEST_F(BidiQueryTest, LowerAnswerSurvivesEveryFailureOfThePrinter) {
         // The last of both to fail is asked last and throws.
         below.throws = true;
         EXPECT_EQ(Query(port, L"Get", {row.schema}, &lines), DWORD{ERROR_FUNCTION_FAILED});
-        EXPECT_TRUE(table.pfnClosePort(port));
+        EXPECT_TRUE(port.Close());
         EXPECT_EQ(below.openChannels, 0);
         EXPECT_EQ(spooler.OpenHandles(), 0);
     }
@@ -199,14 +197,13 @@ TEST_F(BidiQueryTest, HostileAnswerIsGivenUpAndTheNextQueryWorks) {
         BidiLowerMonitor below;
         below.address = TcpAddress(hostile);
         below.entries = {{100, 0, L"\\Below", L"here"}};
-        const HANDLE port = MustOpen(below, L"IP_office");
+        const OpenedPort port = MustOpen(below, L"IP_office");
         Lines lines;
         EXPECT_EQ(Query(port, L"GetAll", {L"\\"}, &lines), 0U);
         EXPECT_EQ(lines, Lines{L"100 0 \\Below STRING here"});
         below.address = TcpAddress(printer);
         EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), 0U);
         EXPECT_EQ(lines.front(), kModelLine);
-        EXPECT_TRUE(table.pfnClosePort(port));
     }
 }
 
@@ -216,27 +213,25 @@ TEST_F(BidiQueryTest, LongestUrlThatFitsIsUsed) {
     bidi.bidiCode = ERROR_NOT_SUPPORTED;
     PointTo(printer);
     bidi.address.resize(259, L'x');
-    const HANDLE port = MustOpen(bidi, L"WSD-office");
+    const OpenedPort port = MustOpen(bidi, L"WSD-office");
     EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), 0U);
     EXPECT_NE(printer.LastRequest().find("xxx HTTP/1.0"), std::string::npos);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(BidiQueryTest, LowerMonitorThatThrowsDoesNotCostThePrintersAnswer) {
     const ScriptedServer printer(WellBehaved());
     PointTo(printer);
     bidi.throws = true;
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     Lines lines;
     EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), 0U);
     EXPECT_EQ(lines, Lines{kModelLine});
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(BidiQueryTest, OtherActionsGoDownOnly) {
     const ScriptedServer printer(WellBehaved());
     PointTo(printer);
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     bidi.entries = {{100, 0, L"\\Below", L"here"}};
     for (const wchar_t* action : {L"Set", L"GetWithArgument", L"get", L""}) {
         Lines lines;
@@ -249,11 +244,10 @@ TEST_F(BidiQueryTest, OtherActionsGoDownOnly) {
     EXPECT_EQ(bidi.bidiCalls, 8);
     EXPECT_EQ(bidi.lastAccess, DWORD{PRINTER_ACCESS_USE});
     EXPECT_EQ(printer.Connections(), 0U);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(BidiQueryTest, EnumSchemaGoesDownUntouched) {
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     const Request request({kModel});
     auto* asked = const_cast<BIDI_REQUEST_CONTAINER*>(request.Get());
     BIDI_RESPONSE_CONTAINER* answer = nullptr;
@@ -265,11 +259,10 @@ TEST_F(BidiQueryTest, EnumSchemaGoesDownUntouched) {
     RouterFreeBidiResponseContainer(answer);
     bidi.bidiCode = 1234;
     EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 5, L"EnumSchema", asked, &answer), 1234U);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(BidiQueryTest, RefusesWhatItCannotAnswerWithoutAskingAnybody) {
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     const Request request({kModel});
     auto* asked = const_cast<BIDI_REQUEST_CONTAINER*>(request.Get());
     BIDI_RESPONSE_CONTAINER* answer = nullptr;
@@ -283,7 +276,6 @@ TEST_F(BidiQueryTest, RefusesWhatItCannotAnswerWithoutAskingAnybody) {
         EXPECT_EQ(ask(port, 0, action, asked, &answer), DWORD{ERROR_NOT_SUPPORTED});
     EXPECT_EQ(bidi.bidiCalls, 0);
     EXPECT_EQ(answer, nullptr);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(BidiQueryTest, PortWithNobodyToAskAnswersOneEmptyEntry) {
@@ -291,7 +283,7 @@ TEST_F(BidiQueryTest, PortWithNobodyToAskAnswersOneEmptyEntry) {
     const std::pair<LowerMonitor*, const wchar_t*> ports[] = {
         {&bidi, L"USB001"}, {&bidi, L"usbX"}, {&withoutBidi, L"IP_office"}};
     for (const auto& [below, name] : ports) {
-        const HANDLE port = MustOpen(*below, name);
+        const OpenedPort port = MustOpen(*below, name);
         Lines lines;
         for (const wchar_t* action : {L"Get", L"Set", L"EnumSchema"}) {
             EXPECT_EQ(Query(port, action, {kModel, kSpeed}, &lines), 0U);
@@ -314,7 +306,6 @@ TEST_F(BidiQueryTest, PortWithNobodyToAskAnswersOneEmptyEntry) {
         EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), 0U);
         EXPECT_EQ(lines, Lines{L"100 14 (null) NULL"});
         router.ResetAllocations(0);
-        EXPECT_TRUE(table.pfnClosePort(port));
     }
     EXPECT_EQ(bidi.bidiCalls, 0);
 }

@@ -24,8 +24,7 @@ TEST_F(ConcurrencyTest, EightPortsPrintWhileOthersOpenAndClose) {
     for (size_t i = 0; i < kPorts; ++i) {
         threads.emplace_back([&, i] {
             below[i].keepBytes = true;
-            HANDLE port = nullptr;
-            EXPECT_TRUE(Open(below[i], L"IP_port" + std::to_wstring(i), &port));
+            OpenedPort port = MustOpen(below[i], L"IP_port" + std::to_wstring(i));
             for (int job = 0; job < kJobs; ++job) {
                 EXPECT_TRUE(Start(port, static_cast<DWORD>(job)));
                 for (int write = 0; write < kWrites; ++write) {
@@ -36,18 +35,15 @@ TEST_F(ConcurrencyTest, EightPortsPrintWhileOthersOpenAndClose) {
                 }
                 table.pfnEndDocPort(port);
             }
-            EXPECT_TRUE(table.pfnClosePort(port));
+            EXPECT_TRUE(port.Close());
             --running;
         });
     }
     std::vector<LowerMonitor> passing(2);
     for (size_t i = 0; i < passing.size(); ++i) {
         threads.emplace_back([&, i] {
-            while (running > 0) {
-                HANDLE port = nullptr;
-                EXPECT_TRUE(Open(passing[i], L"IP_passing" + std::to_wstring(i), &port));
-                EXPECT_TRUE(table.pfnClosePort(port));
-            }
+            while (running > 0)
+                MustOpen(passing[i], L"IP_passing" + std::to_wstring(i));
         });
     }
     for (std::thread& thread : threads)
@@ -74,16 +70,12 @@ TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
         return TRUE;
     };
     HANDLE port = nullptr;
-    BYTE data[] = "data";
-    wchar_t text[] = L"text";
-    DWORD count = 0;
     const std::pair<const char*, std::function<void()>> operations[] = {
         {"OpenPort", [&] { Open(slow, L"IP_slow", &port); }},
         {"StartDocPort", [&] { Start(port); }},
-        {"WritePort", [&] { table.pfnWritePort(port, data, sizeof data, &count); }},
-        {"ReadPort", [&] { table.pfnReadPort(port, data, sizeof data, &count); }},
-        {"GetPrinterDataFromPort",
-         [&] { table.pfnGetPrinterDataFromPort(port, 1, nullptr, text, 2, text, 2, &count); }},
+        {"WritePort", [&] { Write(port); }},
+        {"ReadPort", [&] { Read(port); }},
+        {"GetPrinterDataFromPort", [&] { Control(port); }},
         {"EndDocPort", [&] { table.pfnEndDocPort(port); }},
         {"ClosePort", [&] { table.pfnClosePort(port); }},
     };
@@ -96,12 +88,11 @@ TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
         std::atomic<bool> done{false};
         std::thread other([&] {
             LowerMonitor quick;
-            HANDLE own = nullptr;
-            EXPECT_TRUE(Open(quick, L"IP_quick", &own));
+            OpenedPort own = MustOpen(quick, L"IP_quick");
             EXPECT_TRUE(Start(own, kJob, L"Somebody else's"));
             EXPECT_TRUE(Write(own));
             table.pfnEndDocPort(own);
-            EXPECT_TRUE(table.pfnClosePort(own));
+            EXPECT_TRUE(own.Close());
             table.pfnShutdown(host.InitializeAgain());
             done = true;
         });
@@ -117,7 +108,7 @@ TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
 
 TEST_F(ConcurrencyTest, JobThatStopsWaitingTakesNothingFromTheOneThatEnds) {
     constexpr DWORD kNext = kJob + 1;
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     ASSERT_TRUE(Start(port));
     // The next job's wait of a second runs out while the spooler is being told of the first one.
     std::thread next([&] { EXPECT_TRUE(Start(port, kNext)); });
@@ -134,7 +125,6 @@ TEST_F(ConcurrencyTest, JobThatStopsWaitingTakesNothingFromTheOneThatEnds) {
     };
     EXPECT_EQ(told(kJob), 2U);
     EXPECT_EQ(told(kNext), 2U);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
@@ -143,15 +133,11 @@ TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
         DWORD atLeast;        // milliseconds that Shutdown waits for it
         std::function<void(HANDLE)> operation;
     };
-    BYTE data[] = "data";
-    wchar_t text[] = L"text";
-    DWORD count = 0;
     const Case cases[] = {
         // A job is not waited for: nobody but the spooler ends it.
-        {"WritePort", 0, [&](HANDLE port) { table.pfnWritePort(port, data, sizeof data, &count); }},
+        {"WritePort", 0, [&](HANDLE port) { Write(port); }},
         {"EndDocPort", 2'500, [&](HANDLE port) { table.pfnEndDocPort(port); }},
-        {"GetPrinterDataFromPort", 2'500,
-         [&](HANDLE port) { table.pfnGetPrinterDataFromPort(port, 1, nullptr, text, 2, text, 2, &count); }},
+        {"GetPrinterDataFromPort", 2'500, [&](HANDLE port) { Control(port); }},
     };
     for (const Case& each : cases) {
         SCOPED_TRACE(each.hanging);
@@ -166,18 +152,13 @@ TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
             return TRUE;
         };
         const HANDLE manager = host.InitializeAgain();
-        const auto open = [&](LowerMonitor& below, std::wstring name) {
-            HANDLE port = nullptr;
-            std::wstring printer = L"Office";
-            EXPECT_TRUE(
-                table.pfnOpenPortEx(manager, &below, name.data(), printer.data(), &port, &below.table));
-            return port;
-        };
         LowerMonitor healthy;
-        const HANDLE prints = open(healthy, L"IP_prints");
+        HANDLE prints = nullptr;
+        HANDLE stuck = nullptr;
+        EXPECT_TRUE(Open(healthy, L"IP_prints", &prints, manager));
         EXPECT_TRUE(Start(prints));
         // The last one that was opened is the first that is closed.
-        const HANDLE stuck = open(hangs, L"IP_stuck");
+        EXPECT_TRUE(Open(hangs, L"IP_stuck", &stuck, manager));
         const bool needsJob = std::string(each.hanging) != "GetPrinterDataFromPort";
         EXPECT_EQ(needsJob, needsJob && Start(stuck));
         std::thread hanging([&] { each.operation(stuck); });

@@ -65,20 +65,16 @@ TEST_P(ForeignExceptionTest, PortStaysBusyUntilItsJobEndsOrItIsClosed) {
     // A printer that cannot be opened: the job's own stays open when ClosePort ends the job.
     for (const bool ends : {true, false}) {
         SCOPED_TRACE(ends);
-        const HANDLE port = MustOpen(lower, L"IP_office");
+        OpenedPort port = MustOpen(lower, L"IP_office");
         EXPECT_TRUE(PassesThroughFrom("StartDocPort", [&] { Start(port, kJob, L"Nobody"); }));
         EXPECT_TRUE(IsBusy(port));
         EXPECT_FALSE(LockIsFree(port));
         EXPECT_FALSE(Start(port, kJob, L"Nobody"));
         EXPECT_EQ(GetLastError(), 170U);
-        BYTE data[] = "data";
-        wchar_t text[] = L"text";
-        DWORD count = 0;
         const std::pair<const char*, std::function<BOOL()>> harmless[] = {
             {"WritePort", [&] { return Write(port); }},
-            {"ReadPort", [&] { return table.pfnReadPort(port, data, sizeof data, &count); }},
-            {"GetPrinterDataFromPort",
-             [&] { return table.pfnGetPrinterDataFromPort(port, 1, nullptr, text, 2, text, 2, &count); }},
+            {"ReadPort", [&] { return Read(port); }},
+            {"GetPrinterDataFromPort", [&] { return Control(port); }},
         };
         for (const auto& [name, call] : harmless) {
             EXPECT_TRUE(PassesThroughFrom(name, call)) << name;
@@ -91,30 +87,28 @@ TEST_P(ForeignExceptionTest, PortStaysBusyUntilItsJobEndsOrItIsClosed) {
             EXPECT_FALSE(IsBusy(port));
             EXPECT_TRUE(LockIsFree(port));
         }
-        EXPECT_TRUE(table.pfnClosePort(port));
-        const HANDLE again = MustOpen(lower, L"IP_office");
+        EXPECT_TRUE(port.Close());
+        const OpenedPort again = MustOpen(lower, L"IP_office");
         EXPECT_TRUE(Start(again));
         EXPECT_TRUE(Write(again));
         table.pfnEndDocPort(again);
-        EXPECT_TRUE(table.pfnClosePort(again));
     }
 }
 
 TEST_P(ForeignExceptionTest, CloseThatItLeftUnfinishedCanBeRepeatedAndShutdownStillEnds) {
     const HANDLE manager = host.InitializeAgain();
-    wchar_t name[] = L"IP_office";
     HANDLE port = nullptr;
-    EXPECT_TRUE(PassesThroughFrom(
-        "OpenPort", [&] { table.pfnOpenPortEx(manager, &lower, name, name, &port, &lower.table); }));
-    EXPECT_FALSE(table.pfnOpenPortEx(manager, &lower, name, name, &port, &lower.table));
+    EXPECT_TRUE(PassesThroughFrom("OpenPort", [&] { Open(lower, L"IP_office", &port, manager); }));
+    EXPECT_FALSE(Open(lower, L"IP_office", &port, manager));
     EXPECT_EQ(GetLastError(), 170U) << "as one that could not be opened below";
 
-    const HANDLE open = MustOpen(lower, L"IP_closed");
+    HANDLE open = nullptr;
+    EXPECT_TRUE(Open(lower, L"IP_closed", &open));
     EXPECT_TRUE(PassesThroughFrom("ClosePort", [&] { table.pfnClosePort(open); }));
     HANDLE other = nullptr;
     EXPECT_FALSE(Open(lower, L"IP_closed", &other));
     EXPECT_TRUE(table.pfnClosePort(open));
-    EXPECT_TRUE(table.pfnClosePort(MustOpen(lower, L"IP_closed")));
+    MustOpen(lower, L"IP_closed");
 
     // The operation that never came back to us is waited for.
     const ULONGLONG begin = GetTickCount64();

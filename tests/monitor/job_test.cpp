@@ -9,7 +9,7 @@ namespace {
 using JobTest = PortTest;
 
 TEST_F(JobTest, GoodJobIsForwardedAndMarkedSentAndEjected) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     lower.keepBytes = true;
     lower.most = 3;
     ASSERT_TRUE(Start(port));
@@ -37,11 +37,10 @@ TEST_F(JobTest, GoodJobIsForwardedAndMarkedSentAndEjected) {
     EXPECT_EQ(JobEvents(), (std::vector<std::wstring>{L"SENT_TO_PRINTER", L"LAST_PAGE_EJECTED"}));
     EXPECT_EQ(spooler.OpenHandles(), 0);
     EXPECT_TRUE(LockIsFree(port));
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(JobTest, StartRefusesWrongArguments) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     wchar_t printer[] = L"Office";
     wchar_t empty[] = L"";
     BYTE info[sizeof(DOC_INFO_1W)] = {};
@@ -56,11 +55,10 @@ TEST_F(JobTest, StartRefusesWrongArguments) {
     }
     EXPECT_TRUE(lower.Calls().empty());
     EXPECT_TRUE(LockIsFree(port));
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(JobTest, SecondJobIsRefusedAfterASecondAndGivesTheLockBack) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     ASSERT_TRUE(Start(port));
     const ULONGLONG begin = GetTickCount64();
     EXPECT_FALSE(Start(port, kJob + 1));
@@ -74,11 +72,10 @@ TEST_F(JobTest, SecondJobIsRefusedAfterASecondAndGivesTheLockBack) {
     table.pfnEndDocPort(port);
     EXPECT_TRUE(Start(port, kJob + 1)) << "the next job gets the port";
     table.pfnEndDocPort(port);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(JobTest, RefusedStartLeavesThePortFreeAndTheLowerError) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     for (const DWORD error : {DWORD{ERROR_NOT_READY}, kPoison}) {
         // A lower monitor that sets no error of its own leaves the one that stood before.
         lower.answer = [error](const char*) {
@@ -93,12 +90,11 @@ TEST_F(JobTest, RefusedStartLeavesThePortFreeAndTheLowerError) {
         EXPECT_EQ(Record(port).flags.load() & LMPORT_JOB_ACTIVE, 0U);
         EXPECT_EQ(spooler.OpenHandles(), 0) << "nothing is lost when the port is closed next";
     }
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(JobTest, JobForAnotherPrinterChangesThePortsPrinterName) {
     spooler.Add({L"Lobby", L"IP_office", nullptr, 0, nullptr, nullptr});
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     ASSERT_TRUE(Start(port, kJob, L"Lobby"));
     EXPECT_EQ(PrinterNameOf(port), L"Lobby");
     table.pfnEndDocPort(port);
@@ -107,16 +103,12 @@ TEST_F(JobTest, JobForAnotherPrinterChangesThePortsPrinterName) {
     EXPECT_TRUE(Write(port));
     table.pfnEndDocPort(port);
     EXPECT_EQ(JobEvents().size(), 2U) << "of the first job alone";
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(JobTest, FailedWriteKeepsTheLowerErrorAndIsNotedUntilOneSucceeds) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     ASSERT_TRUE(Start(port));
-    lower.answer = [](const char*) {
-        SetLastError(ERROR_DISK_FULL);
-        return FALSE;
-    };
+    lower.Fail(ERROR_DISK_FULL);
     EXPECT_FALSE(Write(port));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_DISK_FULL});
     EXPECT_EQ(Record(port).flags.load(), DWORD{LMPORT_JOB_ACTIVE | LMPORT_WRITE_FAILED});
@@ -124,11 +116,10 @@ TEST_F(JobTest, FailedWriteKeepsTheLowerErrorAndIsNotedUntilOneSucceeds) {
     EXPECT_TRUE(Write(port));
     EXPECT_EQ(Record(port).flags.load(), DWORD{LMPORT_JOB_ACTIVE});
     table.pfnEndDocPort(port);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(JobTest, ControlCodeGoesDownButANamedValueDoesNot) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     wchar_t name[] = L"Value";
     DWORD returned = 0;
     SetLastError(kPoison);
@@ -138,19 +129,17 @@ TEST_F(JobTest, ControlCodeGoesDownButANamedValueDoesNot) {
     EXPECT_TRUE(table.pfnGetPrinterDataFromPort(port, 0x42, name, name, 3, name, 2, &returned));
     ASSERT_EQ(lower.Calls().size(), 1U);
     EXPECT_EQ(lower.Calls()[0].size, 3U * 0x100 + 2);
-    EXPECT_TRUE(table.pfnClosePort(port));
 
     LowerMonitor without;
     without.table.pfnGetPrinterDataFromPort = nullptr;
-    const HANDLE second = MustOpen(without, L"IP_second");
+    const OpenedPort second = MustOpen(without, L"IP_second");
     SetLastError(kPoison);
     EXPECT_FALSE(table.pfnGetPrinterDataFromPort(second, 0x42, name, name, 3, name, 2, &returned));
     EXPECT_EQ(GetLastError(), 87U);
-    EXPECT_TRUE(table.pfnClosePort(second));
 }
 
 TEST_F(JobTest, ExceptionFromBelowBecomesAnErrorAndLeavesThePortUsable) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    OpenedPort port = MustOpen(lower, L"IP_office");
     lower.answer = [](const char*) -> BOOL { throw 42; };
     SetLastError(kPoison);
     EXPECT_FALSE(Start(port));
@@ -166,11 +155,9 @@ TEST_F(JobTest, ExceptionFromBelowBecomesAnErrorAndLeavesThePortUsable) {
     EXPECT_FALSE(table.pfnEndDocPort(port));
     EXPECT_TRUE(LockIsFree(port));
     EXPECT_EQ(Record(port).flags.load(), 0U) << "nothing of the job is left for the next one";
-    EXPECT_FALSE(table.pfnClosePort(port));
-    HANDLE again = nullptr;
+    EXPECT_FALSE(port.Close());
     lower.answer = [](const char*) { return TRUE; };
-    EXPECT_TRUE(Open(lower, L"IP_office", &again)) << "the record went although the lower close threw";
-    EXPECT_TRUE(table.pfnClosePort(again));
+    MustOpen(lower, L"IP_office");  // the record went although the lower close threw
 }
 
 // ---- the end of a job that is being deleted or restarted
@@ -206,7 +193,7 @@ INSTANTIATE_TEST_SUITE_P(
     [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST_P(EndOfJobTest, IsPolledAndReportedAsItsStatusSays) {
-    const HANDLE port = MustOpen(lower, GetParam().port);
+    const OpenedPort port = MustOpen(lower, GetParam().port);
     spooler.SetJob(L"Office", kJob, L"report", GetParam().status);
     ASSERT_TRUE(Start(port));
     lower.answer = [](const char* operation) {
@@ -220,13 +207,12 @@ TEST_P(EndOfJobTest, IsPolledAndReportedAsItsStatusSays) {
     EXPECT_EQ(lower.CountOf("GetPrinterDataFromPort"), GetParam().polls);
     EXPECT_EQ(Record(port).flags.load(), 0U) << "nothing of the job is left for the next one";
     EXPECT_TRUE(LockIsFree(port));
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 using CompletionPollTest = PortTest;
 
 TEST_F(CompletionPollTest, EndsAtTheAnswerAndSurvivesAnyOther) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_DELETING);
     const auto pollsFor = [&](std::function<DWORD(void*)> completion) {
         lower.ForgetCalls();
@@ -253,7 +239,6 @@ TEST_F(CompletionPollTest, EndsAtTheAnswerAndSurvivesAnyOther) {
     EXPECT_EQ(pollsFor([&](void* output) { return ++tries < 3 ? DWORD{0} : say("COMPLETE")(output); }), 3U);
     // The question: 3 bytes in, 8 bytes of room offered.
     EXPECT_EQ(lower.Calls().back().size, 3U * 0x100 + 8);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(CompletionPollTest, IsSkippedWhereTheLowerMonitorLacksTheOperations) {
@@ -261,18 +246,17 @@ TEST_F(CompletionPollTest, IsSkippedWhereTheLowerMonitorLacksTheOperations) {
     LowerMonitor without;
     without.table.pfnEndDocPort = nullptr;
     without.table.pfnGetPrinterDataFromPort = nullptr;
-    const HANDLE port = MustOpen(without, L"IP_office");
+    const OpenedPort port = MustOpen(without, L"IP_office");
     ASSERT_TRUE(Start(port));
     SetLastError(kPoison);
     EXPECT_FALSE(table.pfnEndDocPort(port));
     EXPECT_EQ(GetLastError(), kPoison);
     EXPECT_EQ(JobEvents(), kSent);
     EXPECT_EQ(Record(port).flags.load(), 0U);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(CompletionPollTest, JobThatCannotBeReadCountsAsGood) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_RESTART);
     for (const DWORD skip : {DWORD{0}, DWORD{1}}) {  // the size query fails; the read itself fails
         spooler.AddRule({"GetJobW", ERROR_ACCESS_DENIED, 0, skip, 1});
@@ -281,7 +265,6 @@ TEST_F(CompletionPollTest, JobThatCannotBeReadCountsAsGood) {
     }
     EXPECT_EQ(JobEvents().size(), 4U);
     EXPECT_EQ(lower.CountOf("GetPrinterDataFromPort"), 0U);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 }  // namespace

@@ -55,14 +55,10 @@ TEST_F(OpeningTest, EveryOperationRefusesWhatIsNoOpenPort) {
     const Operation operations[] = {
         {"StartDocPort", 87, [&](HANDLE port) { return errorOf(Start(port)); }},
         {"WritePort", 87, [&](HANDLE port) { return errorOf(Write(port)); }},
-        {"ReadPort", 87, [&](HANDLE port) { return errorOf(table.pfnReadPort(port, nullptr, 0, nullptr)); }},
+        {"ReadPort", 87, [&](HANDLE port) { return errorOf(Read(port)); }},
         {"EndDocPort", 87, [&](HANDLE port) { return errorOf(table.pfnEndDocPort(port)); }},
         {"ClosePort", 87, [&](HANDLE port) { return errorOf(table.pfnClosePort(port)); }},
-        {"GetPrinterDataFromPort", 1461,
-         [&](HANDLE port) {
-             return errorOf(
-                 table.pfnGetPrinterDataFromPort(port, 0, nullptr, nullptr, 0, nullptr, 0, nullptr));
-         }},
+        {"GetPrinterDataFromPort", 1461, [&](HANDLE port) { return errorOf(Control(port)); }},
         {"SendRecvBidiDataFromPort", 1461,
          [&](HANDLE port) { return table.pfnSendRecvBidiDataFromPort(port, 0, nullptr, nullptr, nullptr); }},
     };
@@ -118,30 +114,23 @@ TEST_F(OpeningTest, NameIsBusyWhateverItsCaseUntilClosed) {
     for (const auto& [name, other] : {std::pair{L"IP_Office", L"ip_OFFICE"},
                                       {L"IP_B\u00FCro", L"ip_B\u00DCRO"},           // Latin
                                       {L"IP_\u03C0\u0416", L"ip_\u03A0\u0436"}}) {  // Greek, Cyrillic
-        const HANDLE port = MustOpen(lower, name);
+        SCOPED_TRACE(name);
+        OpenedPort port = MustOpen(lower, name);
         HANDLE second = nullptr;
         SetLastError(kPoison);
-        EXPECT_FALSE(Open(lower, other, &second)) << name;
+        EXPECT_FALSE(Open(lower, other, &second));
         EXPECT_EQ(GetLastError(), 170U);
-        EXPECT_TRUE(table.pfnClosePort(port));
-        EXPECT_TRUE(Open(lower, other, &second)) << name;
-        EXPECT_TRUE(table.pfnClosePort(second));
+        EXPECT_TRUE(port.Close());
+        MustOpen(lower, other);
     }
     // Letters that are not the same, and none at all.
-    const HANDLE port = MustOpen(lower, L"IP_\u00FC");
-    HANDLE second = nullptr;
-    for (const wchar_t* other : {L"IP_u", L"IP_\u00FCx", L"IP_"}) {
-        EXPECT_TRUE(Open(lower, other, &second)) << other;
-        EXPECT_TRUE(table.pfnClosePort(second));
-    }
-    EXPECT_TRUE(table.pfnClosePort(port));
+    const OpenedPort port = MustOpen(lower, L"IP_\u00FC");
+    for (const wchar_t* other : {L"IP_u", L"IP_\u00FCx", L"IP_"})
+        MustOpen(lower, other);
 }
 
 TEST_F(OpeningTest, PortThatTheLowerMonitorCannotOpenStaysBusyUnderThatManager) {
-    lower.answer = [](const char*) {
-        SetLastError(ERROR_DEV_NOT_EXIST);
-        return FALSE;
-    };
+    lower.Fail(ERROR_DEV_NOT_EXIST);
     HANDLE port = nullptr;
     EXPECT_FALSE(Open(lower, L"IP_broken", &port));
     EXPECT_EQ(GetLastError(), DWORD{ERROR_DEV_NOT_EXIST});
@@ -153,8 +142,7 @@ TEST_F(OpeningTest, PortThatTheLowerMonitorCannotOpenStaysBusyUnderThatManager) 
     // Another manager of the same process has ports of its own.
     const HANDLE other = host.InitializeAgain();
     ASSERT_NE(other, nullptr);
-    wchar_t name[] = L"IP_broken";
-    EXPECT_TRUE(table.pfnOpenPortEx(other, &lower, name, name, &port, &lower.table));
+    EXPECT_TRUE(Open(lower, L"IP_broken", &port, other));
     table.pfnShutdown(other);
 }
 
@@ -182,41 +170,34 @@ TEST_F(OpeningTest, LowerTableIsNotReadBeyondTheSizeItAnnounces) {
 }
 
 TEST_F(OpeningTest, JobLockIsANamedEventThatStartsSignalled) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     const KernelHandle event(OpenEventW(SYNCHRONIZE | EVENT_MODIFY_STATE, FALSE, L"ToviLM3BEvent_IP_office"));
     ASSERT_TRUE(event);
     EXPECT_EQ(WaitForSingleObject(event.Get(), 0), WAIT_OBJECT_0);
     EXPECT_EQ(WaitForSingleObject(event.Get(), 0), DWORD{WAIT_TIMEOUT}) << "it resets itself";
     SetEvent(event.Get());
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(OpeningTest, PortWithANameNoEventCanBearOpensAndPrints) {
-    const HANDLE port = MustOpen(lower, L"C:\\spool\\port");
+    const OpenedPort port = MustOpen(lower, L"C:\\spool\\port");
     EXPECT_EQ(Record(port).portEvent, nullptr);
     EXPECT_TRUE(Start(port));
     EXPECT_TRUE(Write(port));
     EXPECT_FALSE(table.pfnEndDocPort(port));
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_F(OpeningTest, ClosePortSucceedsWithTheLowerMonitorsErrorLeftInPlace) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
-    lower.answer = [](const char*) {
-        SetLastError(ERROR_NOT_READY);
-        return FALSE;
-    };
-    EXPECT_TRUE(table.pfnClosePort(port));
+    OpenedPort port = MustOpen(lower, L"IP_office");
+    lower.Fail(ERROR_NOT_READY);
+    EXPECT_TRUE(port.Close());
     EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_READY});
     EXPECT_EQ(lower.CountOf("ClosePort"), 1U);
 }
 
 TEST_F(OpeningTest, ShutdownFreesOpenPortsWithoutCallingDown) {
     const HANDLE manager = host.InitializeAgain();
-    wchar_t name[] = L"IP_left";
-    wchar_t printer[] = L"Office";
     HANDLE port = nullptr;
-    ASSERT_TRUE(table.pfnOpenPortEx(manager, &lower, name, printer, &port, &lower.table));
+    ASSERT_TRUE(Open(lower, L"IP_left", &port, manager));
     ASSERT_TRUE(Start(port));
     EXPECT_EQ(spooler.OpenHandles(), 1);
     lower.ForgetCalls();

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "monitor/event_window.h"
@@ -26,6 +27,23 @@ inline HWND EventWindow() {
     return FindWindowW(kEventWindowClass, kEventWindowTitle);
 }
 
+// An open port, closed at the end of its scope.
+class OpenedPort {
+ public:
+    OpenedPort(const MONITOR2& table, HANDLE handle) : table_(table), handle_(handle) {}
+    ~OpenedPort() { EXPECT_TRUE(handle_ == nullptr || Close()); }
+    OpenedPort(OpenedPort&& other) noexcept
+        : table_(other.table_), handle_(std::exchange(other.handle_, nullptr)) {}
+    OpenedPort& operator=(OpenedPort&&) = delete;
+    BOOL Close() { return table_.pfnClosePort(std::exchange(handle_, nullptr)); }
+    operator HANDLE() const& { return handle_; }
+    operator HANDLE() && = delete;  // closed before it is used
+
+ private:
+    const MONITOR2& table_;
+    HANDLE handle_;
+};
+
 class PortTest : public ::testing::Test {
  protected:
     void SetUp() override {
@@ -35,15 +53,17 @@ class PortTest : public ::testing::Test {
     }
     void TearDown() override { EXPECT_EQ(spooler.OpenHandles(), 0); }
 
-    BOOL Open(LowerMonitor& below, std::wstring name, HANDLE* handle) {
+    // Under the host's own manager where none is given.
+    BOOL Open(LowerMonitor& below, std::wstring name, HANDLE* handle, HANDLE manager = nullptr) {
         std::wstring printer = L"Office";
-        return table.pfnOpenPortEx(host.Manager(), &below, name.data(), printer.data(), handle, &below.table);
+        return table.pfnOpenPortEx(manager != nullptr ? manager : host.Manager(), &below, name.data(),
+                                   printer.data(), handle, &below.table);
     }
-    HANDLE MustOpen(LowerMonitor& below, const std::wstring& name) {
+    OpenedPort MustOpen(LowerMonitor& below, const std::wstring& name) {
         HANDLE handle = nullptr;
         EXPECT_TRUE(Open(below, name, &handle));
         below.ForgetCalls();
-        return handle;
+        return {table, handle};
     }
     BOOL Start(HANDLE handle, DWORD job = kJob, std::wstring printer = L"Office") {
         DOC_INFO_1W document{};
@@ -53,6 +73,16 @@ class PortTest : public ::testing::Test {
         BYTE data[] = "data";
         DWORD written = 0;
         return table.pfnWritePort(handle, data, sizeof data, &written);
+    }
+    BOOL Read(HANDLE handle) {
+        BYTE data[] = "data";
+        DWORD read = 0;
+        return table.pfnReadPort(handle, data, sizeof data, &read);
+    }
+    BOOL Control(HANDLE handle) {
+        wchar_t text[] = L"text";
+        DWORD returned = 0;
+        return table.pfnGetPrinterDataFromPort(handle, 1, nullptr, text, 2, text, 2, &returned);
     }
     static const LmPort& Record(HANDLE handle) { return *static_cast<const LmPort*>(handle); }
     // The module's lock is out of reach here; nothing else runs on the port.

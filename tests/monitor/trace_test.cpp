@@ -19,13 +19,18 @@ class DebuggerOutput {
     DebuggerOutput(const DebuggerOutput&) = delete;
     DebuggerOutput& operator=(const DebuggerOutput&) = delete;
 
-    // With N for each time and each free TCP port.
-    static Lines Texts() {
+    // The lines that begin so. With N for each time and each free TCP port, P for the port that is tested,
+    // and
+    // "|" for the line's end.
+    static Lines Texts(const std::wstring& start = L"") {
         const std::lock_guard guard(Mutex());
-        Lines texts = Taken();
-        for (std::wstring& text : texts) {
+        Lines texts;
+        for (std::wstring text : Taken()) {
+            if (!text.starts_with(start)) continue;
             text = std::regex_replace(text, std::wregex(L"\\d+ ms"), L"N ms");
             text = std::regex_replace(text, std::wregex(L"127\\.0\\.0\\.1:\\d+"), L"127.0.0.1:N");
+            text = std::regex_replace(text, std::wregex(L"port \"IP_office\""), L"P");
+            texts.push_back(std::regex_replace(text, std::wregex(L"\r\n$"), L"|"));
         }
         return texts;
     }
@@ -83,17 +88,13 @@ class MonitorTraceTest : public TraceEnvironment, public BidiPortTest {
 INSTANTIATE_TEST_SUITE_P(Levels, MonitorTraceTest, ::testing::Values(L"off", L"error", L"info", L"verbose"));
 
 TEST_P(MonitorTraceTest, JobEndsWithWhatWentThroughItAndRefusalsSayWhy) {
-    lower.answer = [](const char*) { return TRUE; };
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     const DebuggerOutput output;
     EXPECT_TRUE(Start(port));
     EXPECT_TRUE(Write(port));
     lower.most = 2;
     EXPECT_TRUE(Write(port));
-    lower.answer = [](const char* call) {
-        SetLastError(kPoison);
-        return std::string(call) != "WritePort";
-    };
+    lower.Fail(kPoison, "WritePort");
     EXPECT_FALSE(Write(port));
     EXPECT_FALSE(Write(port));
     EXPECT_EQ(GetLastError(), kPoison);
@@ -107,52 +108,37 @@ TEST_P(MonitorTraceTest, JobEndsWithWhatWentThroughItAndRefusalsSayWhy) {
     EXPECT_FALSE(Open(lower, L"ip_OFFICE", &second));
     table.pfnEndDocPort(port);
     table.pfnEndDocPort(port);  // there is no job any more
-    lower.answer = [](const char* call) {
-        SetLastError(1234);
-        return std::string(call) != "StartDocPort";
-    };
+    lower.Fail(1234, "StartDocPort");
     EXPECT_FALSE(Start(port, 9));
     EXPECT_EQ(GetLastError(), 1234U);
     EXPECT_EQ(output.Texts(),
-              AtThisLevel(
-                  {L"Verbose: port \"IP_office\": job 7 started, printer \"Office\"\r\n",
-                   L"Error: port \"IP_office\": a job while another one, or a remote caller, has the port, "
-                   L"error 170\r\n",
-                   L"Error: port \"ip_OFFICE\": open already, error 170\r\n",
-                   L"Error: port \"IP_office\": job 7 broke: 2 failed writes, the last one with error "
-                   L"3735928559\r\n",
-                   L"Info: port \"IP_office\": job 7 ended, 9 bytes, 2 failed writes, N ms\r\n",
-                   L"Error: port \"IP_office\": the lower monitor does not start the job, error 1234\r\n"}));
-    EXPECT_TRUE(table.pfnClosePort(port));
+              AtThisLevel({L"Verbose: P: job 7 started, printer \"Office\"|",
+                           L"Error: P: a job while another one, or a remote caller, has the port, error 170|",
+                           L"Error: port \"ip_OFFICE\": open already, error 170|",
+                           L"Error: P: job 7 broke: 2 failed writes, the last one with error 3735928559|",
+                           L"Info: P: job 7 ended, 9 bytes, 2 failed writes, N ms|",
+                           L"Error: P: the lower monitor does not start the job, error 1234|"}));
 }
 
 TEST_P(MonitorTraceTest, QueryEndsWithWhoAnsweredIt) {
     const ScriptedServer printer(WellBehaved());
     PointTo(printer);
     bidi.entries = {{101, 0, kOnlyBelow, L"below"}};
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     const DebuggerOutput output;
     EXPECT_EQ(Query(port, L"Get", {kModel, kOnlyBelow, kNone}, nullptr), 0U);
     EXPECT_EQ(Query(port, L"Set", {kOnlyBelow}, nullptr), 0U);
-    EXPECT_EQ(
-        output.Texts(),
-        AtThisLevel(
-            {L"Info: host \"127.0.0.1:N\": exchange ended, status 200, " +
-                 std::to_wstring(ExampleAnswer().size()) + L" bytes, N ms\r\n",
-             L"Verbose: port \"IP_office\": entry \"\\Printer.DeviceInfo:ModelName\" of the engine, result "
-             L"0\r\n",
-             L"Verbose: port \"IP_office\": entry \"\\Printer.Below:Leaf\" of the lower monitor, result "
-             L"0\r\n",
-             L"Verbose: port \"IP_office\": entry \"\\Printer.None:Leaf\" of the engine, result 232\r\n",
-             L"Info: port \"IP_office\": query \"Get\" ended, code 0, 1 entries by the engine, 1 by the "
-             L"lower "
-             L"monitor, 1 unanswered, N ms\r\n",
-             L"Verbose: port \"IP_office\": entry \"\\Printer.Below:Leaf\" of the lower monitor, result "
-             L"0\r\n",
-             L"Info: port \"IP_office\": query \"Set\" ended, code 0, 0 entries by the engine, 1 by the "
-             L"lower "
-             L"monitor, 0 unanswered, N ms\r\n"}));
-    EXPECT_TRUE(table.pfnClosePort(port));
+    EXPECT_EQ(output.Texts(),
+              AtThisLevel({L"Info: host \"127.0.0.1:N\": exchange ended, status 200, " +
+                               std::to_wstring(ExampleAnswer().size()) + L" bytes, N ms|",
+                           L"Verbose: P: entry \"\\Printer.DeviceInfo:ModelName\" of the engine, result 0|",
+                           L"Verbose: P: entry \"\\Printer.Below:Leaf\" of the lower monitor, result 0|",
+                           L"Verbose: P: entry \"\\Printer.None:Leaf\" of the engine, result 232|",
+                           L"Info: P: query \"Get\" ended, code 0, 1 entries by the engine, 1 by the lower "
+                           L"monitor, 1 unanswered, N ms|",
+                           L"Verbose: P: entry \"\\Printer.Below:Leaf\" of the lower monitor, result 0|",
+                           L"Info: P: query \"Set\" ended, code 0, 0 entries by the engine, 1 by the lower "
+                           L"monitor, 0 unanswered, N ms|"}));
 }
 
 TEST(TraceLevelTest, UnknownOneIsNamedByEachInitialization) {
@@ -163,9 +149,8 @@ TEST(TraceLevelTest, UnknownOneIsNamedByEachInitialization) {
         host.Table().pfnShutdown(host.InitializeAgain());
     }
     SetEnvironmentVariableW(L"VLLM3MON_TRACE", nullptr);
-    Lines lines = DebuggerOutput::Texts();
-    std::erase_if(lines, [](const std::wstring& line) { return line.find(L"VLLM3MON_TRACE") == line.npos; });
-    EXPECT_EQ(lines, Lines(2, L"Error: VLLM3MON_TRACE=loud?? is not a trace level; errors are traced\r\n"));
+    EXPECT_EQ(DebuggerOutput::Texts(L"Error: VLLM3MON_TRACE"),
+              Lines(2, L"Error: VLLM3MON_TRACE=loud?? is not a trace level; errors are traced|"));
 }
 
 // Whatever is at fault, the printer is not blamed for it, and the port's line says all.
@@ -195,37 +180,24 @@ TEST_P(MonitorTraceTest, ExtensionFileAtFaultIsNamedOnThePortsLine) {
         {"<!DOCTYPE x><x/>", L"extension file " + file + L" has a document type declaration",
          ERROR_INVALID_DATA},
     };
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     for (const auto& test : kCases) {
         folder.Write(L"own.xml", test.text);
         const DebuggerOutput output;
         EXPECT_EQ(Query(port, L"Get", {L"\\:A"}, nullptr), DWORD{ERROR_NOT_READY});
-        Lines ofPort;
-        for (const std::wstring& line : output.Texts())
-            if (line.starts_with(L"Error: port ")) ofPort.push_back(line);
-        EXPECT_EQ(
-            ofPort,
-            AtThisLevel({L"Error: port \"IP_office\": " + test.reason + L", error " +
-                             std::to_wstring(test.code) + L"\r\n",
-                         L"Error: port \"IP_office\": the lower monitor gave no answer, error 21\r\n"}));
+        EXPECT_EQ(output.Texts(L"Error: port "),
+                  AtThisLevel({L"Error: P: " + test.reason + L", error " + std::to_wstring(test.code) + L"|",
+                               L"Error: P: the lower monitor gave no answer, error 21|"}));
     }
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 TEST_P(MonitorTraceTest, JobThatBreaksIsAnErrorLine) {
-    const HANDLE port = MustOpen(lower, L"IP_office");
-    const auto failAt = [this](std::string where, DWORD error) {
-        lower.answer = [where, error](const char* call) {
-            const bool good = call != where;
-            if (!good) SetLastError(error);
-            return good;
-        };
-    };
+    OpenedPort port = MustOpen(lower, L"IP_office");
     const DebuggerOutput output;
-    failAt("EndDocPort", 10054);
+    lower.Fail(10054, "EndDocPort");
     EXPECT_TRUE(Start(port));
     table.pfnEndDocPort(port);
-    failAt("EndDocPort", 0);  // what some lower monitors always answer
+    lower.Fail(0, "EndDocPort");  // what some lower monitors always answer
     EXPECT_TRUE(Start(port));
     table.pfnEndDocPort(port);
     lower.answer = [](const char* call) -> BOOL {
@@ -237,23 +209,18 @@ TEST_P(MonitorTraceTest, JobThatBreaksIsAnErrorLine) {
     lower.answer = [](const char*) { return TRUE; };
     spooler.Reset();  // without a printer there is none that only EndDocPort closes
     EXPECT_TRUE(Start(port));
-    EXPECT_TRUE(table.pfnClosePort(port));
-    Lines errors;
-    for (const std::wstring& line : output.Texts())
-        if (line.starts_with(L"Error: ")) errors.push_back(line);
-    EXPECT_EQ(
-        errors,
-        AtThisLevel(
-            {L"Error: port \"IP_office\": the lower monitor does not end the job's document, error 10054\r\n",
-             L"Error: port \"IP_office\": EndDocPort: an unexpected exception, error 1627\r\n",
-             L"Error: port \"IP_office\": closed before its job ended, error 170\r\n"}));
+    EXPECT_TRUE(port.Close());
+    EXPECT_EQ(output.Texts(L"Error: "),
+              AtThisLevel({L"Error: P: the lower monitor does not end the job's document, error 10054|",
+                           L"Error: P: EndDocPort: an unexpected exception, error 1627|",
+                           L"Error: P: closed before its job ended, error 170|"}));
 }
 
 TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
     const ScriptedServer printer(Answer(Http("404 Not Found", "<html/>")));
     PointTo(printer);
     bidi.bidiCode = ERROR_NOT_READY;
-    const HANDLE port = MustOpen(bidi, L"IP_office");
+    const OpenedPort port = MustOpen(bidi, L"IP_office");
     const DebuggerOutput output;
     EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), DWORD{ERROR_NOT_READY});
     bidi.address = L"127.0.0.1:1";
@@ -264,23 +231,20 @@ TEST_P(MonitorTraceTest, QueryThatIsRefusedOrFailsSaysWhyAtEachStep) {
     EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 0, L"Get\r\n",
                                                 const_cast<BIDI_REQUEST_CONTAINER*>(request.Get()), &answer),
               DWORD{ERROR_NOT_SUPPORTED});
-    const std::wstring noLower = L"Error: port \"IP_office\": the lower monitor gave no answer, error 21\r\n";
+    const std::wstring noLower = L"Error: P: the lower monitor gave no answer, error 21|";
     const std::wstring ended =
-        L"Info: port \"IP_office\": query \"Get\" ended, code 21, 0 entries by the engine, "
-        L"0 by the lower monitor, 0 unanswered, N ms\r\n";
+        L"Info: P: query \"Get\" ended, code 21, 0 entries by the engine, 0 by the lower monitor, 0 "
+        L"unanswered, N ms|";
     EXPECT_EQ(
         output.Texts(),
-        AtThisLevel(
-            {L"Info: host \"127.0.0.1:N\": exchange ended, status 404, 7 bytes, N ms\r\n",
-             L"Error: port \"IP_office\": HTTP status 404; the printer's answer is not a SOAP 1.2 envelope "
-             L"but "
-             L"\"html\", error 1627\r\n",
-             noLower, ended, L"Info: host \"127.0.0.1:N\": exchange ended, status 0, 0 bytes, N ms\r\n",
-             L"Error: port \"IP_office\": no answer from 127.0.0.1:N: no connection (12029), error 1627\r\n",
-             noLower, ended, L"Error: port \"IP_office\": no Bidi for a pooled printer, error 50\r\n",
-             L"Info: port \"IP_office\": query \"Get??\" ended, code 50, 0 entries by the engine, 0 by the "
-             L"lower monitor, 0 unanswered, N ms\r\n"}));
-    EXPECT_TRUE(table.pfnClosePort(port));
+        AtThisLevel({L"Info: host \"127.0.0.1:N\": exchange ended, status 404, 7 bytes, N ms|",
+                     L"Error: P: HTTP status 404; the printer's answer is not a SOAP 1.2 envelope but "
+                     L"\"html\", error 1627|",
+                     noLower, ended, L"Info: host \"127.0.0.1:N\": exchange ended, status 0, 0 bytes, N ms|",
+                     L"Error: P: no answer from 127.0.0.1:N: no connection (12029), error 1627|", noLower,
+                     ended, L"Error: P: no Bidi for a pooled printer, error 50|",
+                     L"Info: P: query \"Get??\" ended, code 50, 0 entries by the engine, 0 by the lower "
+                     L"monitor, 0 unanswered, N ms|"}));
 }
 
 }  // namespace

@@ -13,12 +13,11 @@ using Windows2000Test = PortTest;
 TEST_F(Windows2000Test, HasTheOldTableSizeAndNoSuspendGuard) {
     ASSERT_FALSE(IsWindowsXPOrGreater()) << "this program is to see Windows 5.0; is the prefix set up?";
     EXPECT_EQ(table.cbSize, 148U);
-    const HANDLE port = MustOpen(lower, L"IP_office");
+    const OpenedPort port = MustOpen(lower, L"IP_office");
     ASSERT_TRUE(Start(port));
     SendMessageW(FindWindowW(kEventWindowClass, kEventWindowTitle), WM_POWERBROADCAST, PBT_APMSUSPEND, 0);
     EXPECT_TRUE(Write(port));
     table.pfnEndDocPort(port);
-    EXPECT_TRUE(table.pfnClosePort(port));
 }
 
 }  // namespace

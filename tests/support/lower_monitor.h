@@ -43,6 +43,14 @@ class LowerMonitor {
     // Answers every operation; the default succeeds without touching the last error. Set before the port is
     // used.
     std::function<BOOL(const char* operation)> answer = [](const char*) { return TRUE; };
+    // Makes every operation, or one alone, fail with this last error.
+    void Fail(DWORD error, const std::string& operation = "") {
+        answer = [error, operation](const char* call) -> BOOL {
+            if (!operation.empty() && operation != call) return TRUE;
+            SetLastError(error);
+            return FALSE;
+        };
+    }
     // Fills the output of GetPrinterDataFromPort and returns the byte count it claims.
     std::function<DWORD(void* output)> completion = [](void*) { return DWORD{0}; };
     std::string written;  // all bytes, in order, when keepBytes is set
