@@ -5,14 +5,19 @@
 
 #include "soap/printer_elements.h"
 #include "soap/soap_fault.h"
-#include "util/sax.h"
+#include "tests/soap/documents.h"
+#include "tests/support/text.h"
 
 namespace vlm {
 namespace {
 
-const std::string kSoap12 = "http://www.w3.org/2003/05/soap-envelope";
-const std::string kSoap11 = "http://schemas.xmlsoap.org/soap/envelope/";
-const std::string kPrint = "http://schemas.microsoft.com/windows/2006/08/wdp/print";
+using test::Body;
+using test::Body11;
+using test::Envelope11;
+using test::kPrint;
+using test::kSoap11;
+using test::kSoap12;
+
 const std::string kDeclaration = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
 const wchar_t kQuery[] =
     L"<EnumQueryElement xmlns:wprt=\"http://schemas.microsoft.com/windows/2006/08/wdp/print\" "
@@ -36,10 +41,6 @@ class AnswerTest : public testing::Test {
 
 using CleanUp = AnswerTest;
 
-std::string Envelope(const std::string& content) {
-    return "<s:Envelope xmlns:s='" + kSoap12 + "'><s:Body>" + content + "</s:Body></s:Envelope>";
-}
-
 TEST_F(CleanUp, BringsTheQuerysPrefixesToTheRoot) {
     const std::string answer = "<?xml version='1.0'?>\r\n<!-- c --><s:Envelope xmlns:s='" + kSoap12 +
                                "' xmlns:a='urn:a'>\r\n<s:Body>"
@@ -60,13 +61,11 @@ TEST_F(CleanUp, BringsTheQuerysPrefixesToTheRoot) {
 
 TEST_F(CleanUp, ReadsEveryEncodingAndWritesUtf8) {
     const std::string expected = "<wprt:a>\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80</wprt:a>";
-    const std::string utf8 = Envelope("<a xmlns='" + kPrint + "'>\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80</a>");
-    const std::string ascii = Envelope("<a xmlns='" + kPrint + "'>&#228;&#x20AC;&#x1F600;</a>");
-    std::string utf16 = "\xFF\xFE";
-    for (const char c : "<?xml version='1.0' encoding='utf-16'?>" + ascii)
-        utf16 += std::string{c, '\0'};
+    const std::string utf8 = Body("<a xmlns='" + kPrint + "'>\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80</a>");
+    const std::string ascii = Body("<a xmlns='" + kPrint + "'>&#228;&#x20AC;&#x1F600;</a>");
     const std::string latin = "<?xml version='1.0' encoding='windows-1252'?>" +
-                              Envelope("<a xmlns='" + kPrint + "'>\xE4\x80&#x1F600;</a>");
+                              Body("<a xmlns='" + kPrint + "'>\xE4\x80&#x1F600;</a>");
+    const std::string utf16 = test::Utf16("<?xml version='1.0' encoding='utf-16'?>" + ascii);
     for (const std::string& answer : {utf8, "\xEF\xBB\xBF" + utf8, ascii, utf16, latin}) {
         EXPECT_NE(Clean(answer).find(expected), std::string::npos) << answer.substr(0, 60);
     }
@@ -87,17 +86,17 @@ TEST_F(CleanUp, RefusesWhatIsNoAnswer) {
         {"text", "hello"},
         {"HTML", "<html><body><p>x<br></body></html>"},
         {"XHTML", "<html xmlns='http://www.w3.org/1999/xhtml'/>"},
-        {"SOAP 1.1", "<s:Envelope xmlns:s='" + kSoap11 + "'><s:Body/></s:Envelope>"},
-        {"cut short", Envelope("<a>").substr(0, 90)},
-        {"two roots", Envelope("") + Envelope("")},
-        {"text behind the root", Envelope("") + "x"},
-        {"a prefix that nobody declared", Envelope("<x:a/>")},
-        {"an undefined entity", Envelope("&nbsp;")},
-        {"bytes that are no UTF-8", Envelope("\xC3\x28")},
-        {"a document type declaration", "<!DOCTYPE a SYSTEM 'file:///c:/x'>" + Envelope("")},
-        {"an encoding that hides markup", "<?xml version='1.0' encoding='utf-7'?>" + Envelope("")},
-        {"a tag with attributes without end", Envelope("<a" + attributes + "/>")},
-        {"namespaces without end", Envelope(namespaces)},
+        {"SOAP 1.1", Body11("")},
+        {"cut short", Body("<a>").substr(0, 90)},
+        {"two roots", Body("") + Body("")},
+        {"text behind the root", Body("") + "x"},
+        {"a prefix that nobody declared", Body("<x:a/>")},
+        {"an undefined entity", Body("&nbsp;")},
+        {"bytes that are no UTF-8", Body("\xC3\x28")},
+        {"a document type declaration", "<!DOCTYPE a SYSTEM 'file:///c:/x'>" + Body("")},
+        {"an encoding that hides markup", "<?xml version='1.0' encoding='utf-7'?>" + Body("")},
+        {"a tag with attributes without end", Body("<a" + attributes + "/>")},
+        {"namespaces without end", Body(namespaces)},
     };
     const ULONGLONG start = GetTickCount64();
     for (const auto& row : rows)
@@ -106,7 +105,7 @@ TEST_F(CleanUp, RefusesWhatIsNoAnswer) {
 }
 
 TEST_F(CleanUp, RefusesBadArguments) {
-    const std::string answer = Envelope("");
+    const std::string answer = Body("");
     std::string cleaned;
     EXPECT_EQ(CleanPrinterElements(answer, kQuery, nullptr), E_INVALIDARG);
     EXPECT_EQ(CleanPrinterElements(answer, nullptr, &cleaned), E_INVALIDARG);
@@ -115,37 +114,28 @@ TEST_F(CleanUp, RefusesBadArguments) {
 
 using Fault = AnswerTest;
 
-struct ParsedFault {
-    HRESULT result = E_UNEXPECTED;
-    SoapFault fault;
-};
-
-ParsedFault ParseFault(const std::string& document) {
-    ParsedFault parsed;
-    ComPtr<ISAXXMLReader> reader;
-    EXPECT_EQ(CreateSaxReader(reader.Receive()), S_OK);
-    CSoapFaultParser parser(&parsed.fault);
-    parsed.result = ParseXml(reader.Get(), document, &parser);
-    return parsed;
-}
-
-std::string Envelope11(const std::string& content) {
-    return "<e:Envelope xmlns:e='" + kSoap11 + "'>" + content + "</e:Envelope>";
+HRESULT ParseFault(const std::string& document, SoapFault* fault) {
+    CSoapFaultParser parser(fault);
+    return test::Parse(document, &parser);
 }
 
 TEST_F(Fault, IsReadWithAllItsParts) {
-    const ParsedFault parsed = ParseFault(Envelope11(
-        "<e:Body><e:Fault><faultcode> e:Server </faultcode><faultstring>a <![CDATA[<]]>&amp; b</faultstring>"
-        "<other><faultstring>not this</faultstring></other>"
-        "<faultactor>http://p/</faultactor><detail>x<y:z "
-        "xmlns:y='urn:y'><faultcode>1</faultcode></y:z></detail>"
-        "</e:Fault></e:Body>"));
-    EXPECT_EQ(parsed.result, S_OK);
-    EXPECT_EQ(parsed.fault.code, L"Server");
-    EXPECT_EQ(parsed.fault.string, L"a <& b");
-    EXPECT_EQ(parsed.fault.actor, L"http://p/");
-    EXPECT_EQ(parsed.fault.detail, L"x1");
-    EXPECT_STREQ(SoapFaultMeaning(parsed.fault.code), L"SOAP Server Application Faulted");
+    SoapFault fault;
+    EXPECT_EQ(
+        ParseFault(
+            Body11(
+                "<e:Fault><faultcode> e:Server </faultcode><faultstring>a <![CDATA[<]]>&amp; b</faultstring>"
+                "<other><faultstring>not this</faultstring></other>"
+                "<faultactor>http://p/</faultactor><detail>x<y:z "
+                "xmlns:y='urn:y'><faultcode>1</faultcode></y:z></detail>"
+                "</e:Fault>"),
+            &fault),
+        S_OK);
+    EXPECT_EQ(fault.code, L"Server");
+    EXPECT_EQ(fault.string, L"a <& b");
+    EXPECT_EQ(fault.actor, L"http://p/");
+    EXPECT_EQ(fault.detail, L"x1");
+    EXPECT_STREQ(SoapFaultMeaning(fault.code), L"SOAP Server Application Faulted");
     EXPECT_EQ(SoapFaultMeaning(L"Sender"), nullptr);
 }
 
@@ -153,9 +143,9 @@ TEST_F(Fault, KeepsACodeOfAnotherKindAsItIs) {
     const std::string rows[][2] = {
         {"Client", "Client"}, {"x:Client", "x:Client"}, {"e:Client.Auth", "Client.Auth"}};
     for (const auto& [sent, stored] : rows) {
-        const ParsedFault parsed = ParseFault(Envelope11("<e:Body><e:Fault xmlns:x='urn:x'><faultcode>" +
-                                                         sent + "</faultcode></e:Fault></e:Body>"));
-        EXPECT_EQ(parsed.fault.code, std::wstring(stored.begin(), stored.end()));
+        SoapFault fault;
+        ParseFault(Body11("<e:Fault xmlns:x='urn:x'><faultcode>" + sent + "</faultcode></e:Fault>"), &fault);
+        EXPECT_EQ(fault.code, std::wstring(stored.begin(), stored.end()));
     }
 }
 
@@ -165,22 +155,23 @@ TEST_F(Fault, IsRefusedUnlessItsStructureIsInOrder) {
         const char* what;
         std::string document;
     } rows[] = {
-        {"SOAP 1.2", "<e:Envelope xmlns:e='" + kSoap12 + "'><e:Body>" + fault + "</e:Body></e:Envelope>"},
+        {"SOAP 1.2", Body("<s:Fault><faultcode>Client</faultcode></s:Fault>")},
         {"no namespace", "<Envelope><Body><Fault/></Body></Envelope>"},
         {"HTML", "<html/>"},
         {"no Envelope", "<e:Body xmlns:e='" + kSoap11 + "'>" + fault + "</e:Body>"},
         {"no Body", Envelope11(fault)},
-        {"no Fault", Envelope11("<e:Body/>")},
-        {"a stranger before the fault", Envelope11("<e:Body><x/>" + fault + "</e:Body>")},
-        {"a part before the fault", Envelope11("<e:Body><faultcode/>" + fault + "</e:Body>")},
+        {"no Fault", Body11("")},
+        {"a stranger before the fault", Body11("<x/>" + fault)},
+        {"a part before the fault", Body11("<faultcode/>" + fault)},
         {"a header before the body", Envelope11("<e:Header/><e:Body>" + fault + "</e:Body>")},
         {"two bodies", Envelope11("<e:Body/><e:Body>" + fault + "</e:Body>")},
-        {"two faults", Envelope11("<e:Body>" + fault + fault + "</e:Body>")},
-        {"cut short", Envelope11("<e:Body>" + fault + "</e:Body>").substr(0, 130)},
-        {"a document type declaration", "<!DOCTYPE x>" + Envelope11("<e:Body>" + fault + "</e:Body>")},
+        {"two faults", Body11(fault + fault)},
+        {"cut short", Body11(fault).substr(0, 130)},
+        {"a document type declaration", "<!DOCTYPE x>" + Body11(fault)},
     };
+    SoapFault read;
     for (const auto& row : rows)
-        EXPECT_EQ(ParseFault(row.document).result, E_FAIL) << row.what;
+        EXPECT_EQ(ParseFault(row.document, &read), E_FAIL) << row.what;
 }
 
 }  // namespace

@@ -8,7 +8,9 @@
 #include "soap/check_user_password_service.h"
 #include "soap/soap_fault.h"
 #include "soap/soap_root_handler.h"
+#include "tests/soap/documents.h"
 #include "tests/support/scripted_server.h"
+#include "tests/support/text.h"
 #include "util/trace.h"
 #include "util/xml_text.h"
 
@@ -16,38 +18,28 @@ namespace vlm {
 namespace {
 
 using test::Answer;
+using test::Body;
+using test::Envelope;
 using test::Http;
+using test::kSoap12;
+using test::Repeat;
 using test::ScriptedServer;
 using Proxy = CheckUserPasswordService::CCheckUserPasswordServiceT<CVlSoapWininetClient>;
 
-const std::string kSoap12 = "http://www.w3.org/2003/05/soap-envelope";
 const std::string kService = "http://velun.example/ns/active/deptid";
 
-std::string Envelope(const std::string& content) {
-    return "<s:Envelope xmlns:s='" + kSoap12 + "'>" + content + "</s:Envelope>";
-}
-
 std::string Response(const std::string& content) {
-    return Envelope("<s:Body><m:CheckUserPasswordResponse xmlns:m='" + kService + "'>" + content +
-                    "</m:CheckUserPasswordResponse></s:Body>");
-}
-
-std::string Repeated(const std::string& text, int times) {
-    std::string all;
-    for (int i = 0; i < times; ++i)
-        all += text;
-    return all;
+    return Body("<m:CheckUserPasswordResponse xmlns:m='" + kService + "'>" + content +
+                "</m:CheckUserPasswordResponse>");
 }
 
 class SoapRpc : public testing::Test {
  protected:
     // "allowed", "refused", or "failed" for an answer that cannot be read.
     static std::string Read(const std::string& document) {
-        ComPtr<ISAXXMLReader> reader;
-        EXPECT_EQ(CreateSaxReader(reader.Receive()), S_OK);
         SoapValues record(5);
         CVlSoapRootHandler handler(CheckUserPasswordService::kOperation, &record);
-        const HRESULT hr = ParseXml(reader.Get(), document, &handler);
+        const HRESULT hr = test::Parse(document, &handler);
         if (FAILED(hr)) return hr == E_FAIL ? "failed" : "failed otherwise";
         return std::get<bool>(record[4]) ? "allowed" : "refused";
     }
@@ -91,9 +83,7 @@ TEST_F(SoapRpc, AsksWithEveryFieldInTheOrderOfTheWire) {
 }
 
 TEST_F(SoapRpc, FailsWithItsClientErrorAndLeavesTheResult) {
-    const std::string fault11 =
-        "<e:Envelope xmlns:e='http://schemas.xmlsoap.org/soap/envelope/'><e:Body><e:Fault>"
-        "<faultcode>e:Client</faultcode></e:Fault></e:Body></e:Envelope>";
+    const std::string fault11 = test::Body11("<e:Fault><faultcode>e:Client</faultcode></e:Fault>");
     const std::string whole = Response("<result>1</result>");
     const struct {
         const char* what;
@@ -101,8 +91,7 @@ TEST_F(SoapRpc, FailsWithItsClientErrorAndLeavesTheResult) {
         SoapClientError clientError;
     } rows[] = {
         {"a SOAP 1.1 fault", Http("500 Oops", fault11), SoapClientError::kSoapFault},
-        {"a SOAP 1.2 fault", Http("500 Oops", Envelope("<s:Body><s:Fault/></s:Body>")),
-         SoapClientError::kParseFault},
+        {"a SOAP 1.2 fault", Http("500 Oops", Body("<s:Fault/>")), SoapClientError::kParseFault},
         {"another body", Http("200 OK", "<html/>"), SoapClientError::kParse},
         {"another status", Http("404 Not Found", "no"), SoapClientError::kParse},
         {"a body that is cut short", "HTTP/1.1 200 OK\r\nContent-Length: 999\r\n\r\n" + whole,
@@ -135,13 +124,13 @@ TEST_F(SoapRpc, FailsWithItsClientErrorAndLeavesTheResult) {
 
 TEST_F(SoapRpc, ReadsEveryFormOfAnAnswer) {
     const std::string result = "<result>true</result>";
-    const std::string deep = Repeated("<x>", 90) + "true" + Repeated("</x>", 90);
+    const std::string deep = Repeat(90, "<x>") + "true" + Repeat(90, "</x>");
     const std::string start = "<s:Envelope xmlns:s='" + kSoap12 + "'>";
     const std::string split = "t<!-- -->r<![CDATA[u]]>&#101;";
     const struct {
         const char* what;
         std::string document;
-        const char* expected;
+        const char* expected = "failed";
     } rows[] = {
         {"false", Response("<result> 0 </result>"), "refused"},
         {"white space and 1", Response("\n<result>\t1\r\n</result> "), "allowed"},
@@ -155,33 +144,28 @@ TEST_F(SoapRpc, ReadsEveryFormOfAnAnswer) {
          Response(result).insert(start.size(), "<s:Header><x s:mustUnderstand='0'>0</x></s:Header>"),
          "allowed"},
         {"a stranger behind the response",
-         Envelope("<s:Body><m:CheckUserPasswordResponse xmlns:m='" + kService + "'>" + result +
-                  "</m:CheckUserPasswordResponse><other/></s:Body>"),
+         Body("<m:CheckUserPasswordResponse xmlns:m='" + kService + "'>" + result +
+              "</m:CheckUserPasswordResponse><other/>"),
          "allowed"},
-        {"no result", Response(""), "failed"},
-        {"result twice", Response(result + result), "failed"},
-        {"another word", Response("<result>yes</result>"), "failed"},
-        {"an empty result", Response("<result/>"), "failed"},
-        {"a null", Response("<result xmlns:i='http://www.w3.org/2001/XMLSchema-instance' i:nil='true'/>"),
-         "failed"},
-        {"a result of another namespace", Response("<x:result xmlns:x='urn:x'>true</x:result>"), "failed"},
+        {"no result", Response("")},
+        {"result twice", Response(result + result)},
+        {"another word", Response("<result>yes</result>")},
+        {"an empty result", Response("<result/>")},
+        {"a null", Response("<result xmlns:i='http://www.w3.org/2001/XMLSchema-instance' i:nil='true'/>")},
+        {"a result of another namespace", Response("<x:result xmlns:x='urn:x'>true</x:result>")},
         {"another method",
-         Envelope("<s:Body><m:OtherResponse xmlns:m='" + kService + "'>" + result +
-                  "</m:OtherResponse></s:Body>"),
-         "failed"},
-        {"another service",
-         Envelope("<s:Body><CheckUserPasswordResponse>" + result + "</CheckUserPasswordResponse></s:Body>"),
-         "failed"},
-        {"a fault", Envelope("<s:Body><s:Fault/></s:Body>"), "failed"},
-        {"no body", Envelope(""), "failed"},
-        {"an empty body", Envelope("<s:Body/>"), "failed"},
-        {"two bodies", Envelope("<s:Body/><s:Body/>"), "failed"},
+         Body("<m:OtherResponse xmlns:m='" + kService + "'>" + result + "</m:OtherResponse>")},
+        {"another service", Body("<CheckUserPasswordResponse>" + result + "</CheckUserPasswordResponse>")},
+        {"a fault", Body("<s:Fault/>")},
+        {"no body", Envelope("")},
+        {"an empty body", Envelope("<s:Body/>")},
+        {"two bodies", Envelope("<s:Body/><s:Body/>")},
         {"a header that must be understood",
-         Envelope("<s:Header><x s:mustUnderstand='true'/></s:Header><s:Body/>"), "failed"},
-        {"a header behind the body", Envelope("<s:Body/><s:Header/>"), "failed"},
-        {"SOAP 1.1", "<s:Envelope xmlns:s='http://schemas.xmlsoap.org/soap/envelope/'/>", "failed"},
-        {"a document type", "<!DOCTYPE x>" + Response(result), "failed"},
-        {"depth", Response(Repeated("<x>", 10'000) + Repeated("</x>", 10'000) + result), "failed"},
+         Envelope("<s:Header><x s:mustUnderstand='true'/></s:Header><s:Body/>")},
+        {"a header behind the body", Envelope("<s:Body/><s:Header/>")},
+        {"SOAP 1.1", test::Body11("")},
+        {"a document type", "<!DOCTYPE x>" + Response(result)},
+        {"depth", Response(Repeat(10'000, "<x>") + Repeat(10'000, "</x>") + result)},
     };
     for (const auto& row : rows)
         EXPECT_EQ(Read(row.document), row.expected) << row.what << "\n" << row.document;
@@ -214,12 +198,11 @@ TEST_F(SoapRpc, SurvivesDamagedAnswers) {
     const std::string whole =
         Envelope("<s:Header><h/></s:Header><s:Body><m:CheckUserPasswordResponse xmlns:m='" + kService +
                  "'><x>1</x><result>true</result></m:CheckUserPasswordResponse></s:Body>");
-    const std::string fault =
-        "<e:Envelope xmlns:e='http://schemas.xmlsoap.org/soap/envelope/'><e:Body><e:Fault><faultcode>e:Client"
-        "</faultcode><x><y/></x><faultstring>s</faultstring><detail><z>1</z></detail></e:Fault></e:Body></"
-        "e:Envelope>";
+    const std::string fault = test::Body11(
+        "<e:Fault><faultcode>e:Client</faultcode><x><y/></x><faultstring>s</faultstring>"
+        "<detail><z>1</z></detail></e:Fault>");
     std::mt19937 random(5);
-    ComPtr<ISAXXMLReader> reader;
+    ComPtr<ISAXXMLReader> reader;  // is used again after each failure
     ASSERT_EQ(CreateSaxReader(reader.Receive()), S_OK);
     for (int round = 0; round < 1500; ++round) {
         const std::string document = Damaged(whole, 1 + round % 5, &random);
@@ -244,8 +227,6 @@ constexpr SoapField kHeaders[] = {{L"session", XsdType::kString}};
 constexpr SoapOperation kDraw{L"Draw", L"urn:s", kFields, kHeaders};
 
 TEST_F(SoapRpc, ReadsArraysAndUserTypes) {
-    ComPtr<ISAXXMLReader> reader;
-    ASSERT_EQ(CreateSaxReader(reader.Receive()), S_OK);
     const std::string nil = " xmlns:i='http://www.w3.org/2001/XMLSchema-instance' i:nil='1'";
     const std::string start = "<s:Header><session xmlns='urn:s' s:mustUnderstand='1' xmlns:s='" + kSoap12 +
                               "'/></s:Header><s:Body><DrawResponse xmlns='urn:s'>";
@@ -255,7 +236,7 @@ TEST_F(SoapRpc, ReadsArraysAndUserTypes) {
         *record = SoapValues(4);
         (*record)[0] = SoapValue(std::wstring(L"kept"));
         CVlSoapRootHandler handler(kDraw, record);
-        return ParseXml(reader.Get(), Envelope(start + content + "</DrawResponse></s:Body>"), &handler);
+        return test::Parse(Envelope(start + content + "</DrawResponse></s:Body>"), &handler);
     };
     const auto point = [](SoapValue x, SoapValue y) {
         return SoapValue(SoapValues{std::move(x), std::move(y)});
@@ -290,8 +271,6 @@ constexpr SoapOperation kSay{L"Say", L"urn:s", kTextFields, {}};
 // Escaped as our own writer does it, which a foreign parser has vouched for; long enough for several events.
 // Without carriage returns: Wine's reader makes a line feed even of "&#xD;".
 TEST_F(SoapRpc, ReadsEveryTextAsItWasMeant) {
-    ComPtr<ISAXXMLReader> reader;
-    ASSERT_EQ(CreateSaxReader(reader.Receive()), S_OK);
     const std::wstring special = L"&<>\"' \t\n]\u0085\u2028\u20ac\ufffd";
     std::mt19937 random(7);
     for (int round = 0; round < 60; ++round) {
@@ -309,10 +288,8 @@ TEST_F(SoapRpc, ReadsEveryTextAsItWasMeant) {
         AppendEscapedAscii(&escaped, text);
         SoapValues record(1);
         CVlSoapRootHandler handler(kSay, &record);
-        ASSERT_EQ(ParseXml(reader.Get(),
-                           Envelope("<s:Body><SayResponse xmlns='urn:s'><text>" + escaped +
-                                    "</text></SayResponse></s:Body>"),
-                           &handler),
+        ASSERT_EQ(test::Parse(Body("<SayResponse xmlns='urn:s'><text>" + escaped + "</text></SayResponse>"),
+                              &handler),
                   S_OK);
         const auto& read = std::get<std::wstring>(record[0]);
         const auto [was, is] = std::mismatch(text.begin(), text.end(), read.begin(), read.end());

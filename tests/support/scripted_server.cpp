@@ -41,10 +41,6 @@ Step Reset() {
     return {Step::kReset, {}, 1, 0};
 }
 
-Script Answer(std::string bytes) {
-    return {ReadRequest(), Send(std::move(bytes))};
-}
-
 std::string Http(const std::string& statusLine, const std::string& body, const std::string& headers) {
     return "HTTP/1.1 " + statusLine + "\r\nContent-Type: application/soap+xml\r\nConnection: close\r\n" +
            headers + "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;

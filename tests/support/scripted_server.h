@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace vlm::test {
@@ -30,8 +31,14 @@ Step Hold();
 // The connection ends with a reset; without this, it is closed.
 Step Reset();
 
-// Reads the request, then sends `bytes` and closes.
-Script Answer(std::string bytes);
+// Reads the request, does the steps and closes.
+template <typename... Steps>
+Script AfterRequest(Steps... steps) {
+    return {ReadRequest(), std::move(steps)...};
+}
+inline Script Answer(std::string bytes) {
+    return AfterRequest(Send(std::move(bytes)));
+}
 // A whole answer with a body of the right length.
 std::string Http(const std::string& statusLine, const std::string& body, const std::string& headers = "");
 
