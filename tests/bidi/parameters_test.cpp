@@ -1,6 +1,5 @@
 // Parameters of extension files, and the names of the elements that a printer is asked for.
 #include "tests/bidi/engine_fixture.h"
-#include "tests/support/resources.h"
 #include "tests/support/text.h"
 
 namespace vlm {
@@ -116,43 +115,6 @@ TEST_F(ParameterExpansion, BeginsAtSchema) {
         "</Property><Value name='V' filter='$Unbound$'/>");
     const auto engine = Engine({test::Extension("<Const name='C'>1</Const>"), beside}, test::Answer(L""));
     EXPECT_EQ(Lines(*engine, L"GetAll", {L"\\"}), Lines_{L"100 0 \\C STRING 1"});
-}
-
-class Leaks : public test::EngineTest {};
-
-// Good queries and every kind of failure, over and over: handles, threads and heap stay what they were.
-TEST_F(Leaks, QueriesAndFailuresLeaveNothingBehind) {
-    const std::wstring good = FileList({test::Extension(kCarrying), test::Extension(kStanding)});
-    const std::wstring bad = FileList({test::Extension(kCarrying), "<truncated"});
-    const std::wstring broken = FileList({test::Extension("<Value name='V' filter='w:A['/>")});
-    const auto round = [&] {
-        for (const std::wstring& list : {good, bad, broken}) {
-            CVelunBidiSpl engine;
-            const test::Request request({L"\\"});
-            BIDI_RESPONSE_CONTAINER* response = nullptr;
-            _bstr_t text;
-            CXMLDoc document;
-            engine.Init(L"Office", list.c_str());
-            engine.EnumQueryElement(request.Get(), text.GetAddress());
-            engine.SetGetPrinterElementResponseData(L"<truncated");
-            engine.SetGetPrinterElementResponseData(Inks().c_str());
-            engine.SendRecvXMLString(L"\\", document);
-            engine.SendRecvBidiDataFromPort(L"GetAll", request.Get(), &response);
-            const test::Response owned(response);
-        }
-    };
-    // The first rounds fill the platform's own caches and pools.
-    for (int i = 0; i < 25; ++i)
-        round();
-    const test::Resources before = test::CountResources();
-    for (int i = 0; i < 20; ++i)
-        round();
-    trace_.Forget();
-    const test::Resources after = test::CountResources();
-    EXPECT_EQ(after.handles, before.handles);
-    EXPECT_EQ(after.threads, before.threads);
-    // A leak would be one block a round at least.
-    EXPECT_LT(after.heapBlocks, before.heapBlocks + 20);
 }
 
 class QueryElements : public test::EngineTest {

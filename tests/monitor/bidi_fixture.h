@@ -49,11 +49,11 @@ class BidiPortTest : public PortTest {
         PortTest::TearDown();
     }
 
-    void AddPrinter(const wchar_t* port, bool driver = true) {
+    // Its driver depends on this file, or on none.
+    void AddPrinter(const wchar_t* port, std::wstring ini = host::BesideProgram(L"examples\\velun.ini")) {
         spooler.Reset();
-        std::wstring files = host::BesideProgram(L"examples\\velun.ini");
-        files.append(2, L'\0');
-        EXPECT_TRUE(spooler.Add({L"Office", port, nullptr, 0, L"Velun", driver ? files.c_str() : nullptr}));
+        ini.append(2, L'\0');
+        EXPECT_TRUE(spooler.Add({L"Office", port, nullptr, 0, L"Velun", ini.c_str()}));
     }
 
     DWORD Query(HANDLE port, const wchar_t* action, const std::vector<const wchar_t*>& schemas,

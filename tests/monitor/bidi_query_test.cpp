@@ -6,6 +6,7 @@
 #include "monitor/lm_manager.h"
 #include "monitor/process_state.h"
 #include "tests/monitor/bidi_fixture.h"
+#include "tests/support/text.h"
 
 namespace vlm::test {
 namespace {
@@ -109,7 +110,7 @@ TEST_F(BidiQueryTest, LowerAnswerSurvivesEveryFailureOfThePrinter) {
         {"no XML", nothing, kModel, Answer(Http("200 OK", "busy"))},
         {"closes at once", nothing, kModel, {Reset()}},
         {"no such printer in the spooler", [&](BidiLowerMonitor&) { spooler.Reset(); }},
-        {"a driver without extension files", [&](BidiLowerMonitor&) { AddPrinter(L"IP_office", false); }},
+        {"a driver without extension files", [&](BidiLowerMonitor&) { AddPrinter(L"IP_office", L""); }},
         {"no path is known", nothing, L"\\Printer.None"},
         {"a path that cannot be looked up", nothing, L"\\Printer's"},
         {"an entry without schema", nothing, nullptr},
@@ -157,16 +158,9 @@ TEST_F(BidiQueryTest, LowerAnswerSurvivesEveryFailureOfThePrinter) {
 
 // Nor does an answer that costs more than a query may: it is given up in time, and the next one is answered.
 TEST_F(BidiQueryTest, HostileAnswerIsGivenUpAndTheNextQueryWorks) {
-    const std::string envelope =
+    const std::string start =
         "<s:Envelope xmlns:s='http://www.w3.org/2003/05/soap-envelope' "
         "xmlns:pri='http://schemas.microsoft.com/windows/2006/08/wdp/print'><s:Body>";
-    const std::string end = "</s:Body></s:Envelope>";
-    const auto times = [](size_t count, const std::string& text) {
-        std::string all;
-        for (size_t i = 0; i < count; ++i)
-            all += text;
-        return all;
-    };
     const std::string open =
         "<pri:PrinterStatus><pri:ActiveConditions><pri:DeviceCondition Id='1'><pri:Component>";
     const std::string close =
@@ -179,20 +173,20 @@ TEST_F(BidiQueryTest, HostileAnswerIsGivenUpAndTheNextQueryWorks) {
         std::string answer;
     } kRows[] = {
         {"nested elements share a long text",
-         times(22, open) + std::string(1'000'000, 'x') + times(22, close)},
+         Repeat(22, open) + std::string(1'000'000, 'x') + Repeat(22, close)},
         {"conditions that are compared with each other",
          "<pri:PrinterStatus><pri:ActiveConditions>" +
-             times(3'000,
-                   "<pri:DeviceCondition Id='1'><pri:Component>P</pri:Component></pri:DeviceCondition>") +
+             Repeat(3'000,
+                    "<pri:DeviceCondition Id='1'><pri:Component>P</pri:Component></pri:DeviceCondition>") +
              "</pri:ActiveConditions></pri:PrinterStatus>"},
-        {"more nodes than an answer may have", times(30'000, "<pri:a/>")},
-        {"declarations in scope", "<pri:N" + prefixes + ">" + times(10'000, "<pri:a/>") + "</pri:N>"},
+        {"more nodes than an answer may have", Repeat(30'000, "<pri:a/>")},
+        {"declarations in scope", "<pri:N" + prefixes + ">" + Repeat(10'000, "<pri:a/>") + "</pri:N>"},
         {"a long prefix for many elements", "<N xmlns='urn:l' xmlns:" + std::string(16'000, 'p') +
-                                                "='urn:l'>" + times(19'000, "<p:a/>") + "</N>"},
+                                                "='urn:l'>" + Repeat(19'000, "<p:a/>") + "</N>"},
     };
     for (const auto& row : kRows) {
         SCOPED_TRACE(row.what);
-        const ScriptedServer hostile(Answer(Http("200 OK", envelope + row.answer + end)));
+        const ScriptedServer hostile(Answer(Http("200 OK", start + row.answer + "</s:Body></s:Envelope>")));
         const ScriptedServer printer(WellBehaved());
         BidiLowerMonitor below;
         below.address = TcpAddress(hostile);
@@ -328,18 +322,17 @@ TEST_F(BidiQueryTest, StringOfOneSchemaComesFromTheEngineOrFromBelow) {
         const struct {
             const wchar_t* schema;
             size_t capacity;
-            bool viaLower;
             DWORD code;
-            const wchar_t* text;
+            const wchar_t* text = L"";
+            bool viaLower = false;
         } kCases[] = {
-            {kModel, sizeof "Velun VP-4200C", false, 0, L"Velun VP-4200C"},
-            {kModel, sizeof "Velun VP-4200C" - 1, false, ERROR_INSUFFICIENT_BUFFER, L""},
-            {kSpeed, 100, false, ERROR_INVALID_PARAMETER, L""},  // a number
-            {kModel, sizeof "below", true, 0, L"below"},
-            {L"", 100, true, ERROR_INVALID_PARAMETER, L""},
-            {nullptr, 100, false, ERROR_INVALID_PARAMETER, L""},
+            {kModel, sizeof "Velun VP-4200C", 0, L"Velun VP-4200C"},
+            {kModel, sizeof "Velun VP-4200C" - 1, ERROR_INSUFFICIENT_BUFFER},
+            {kSpeed, 100, ERROR_INVALID_PARAMETER},  // a number
+            {nullptr, 100, ERROR_INVALID_PARAMETER},
+            {kModel, 100, ERROR_NO_DATA, L"", true},
+            {L"", 100, ERROR_INVALID_PARAMETER, L"", true},
         };
-        bidi.entries = {{0, 0, kModel, L"below"}};
         for (const auto& test : kCases) {
             std::array<wchar_t, 100> text{};
             EXPECT_EQ(GetBidiString(*port, test.schema, text.data(), test.capacity, test.viaLower),
@@ -347,9 +340,10 @@ TEST_F(BidiQueryTest, StringOfOneSchemaComesFromTheEngineOrFromBelow) {
             EXPECT_STREQ(text.data(), test.text);
         }
         EXPECT_EQ(GetBidiString(*port, kModel, nullptr, 100, false), DWORD{ERROR_INVALID_PARAMETER});
-        bidi.entries.clear();
-        std::array<wchar_t, 100> text{};
-        EXPECT_EQ(GetBidiString(*port, kModel, text.data(), 100, true), DWORD{ERROR_NO_DATA});
+        bidi.entries = {{0, 0, kModel, L"below"}};
+        std::array<wchar_t, 6> text{};
+        EXPECT_EQ(GetBidiString(*port, kModel, text.data(), text.size(), true), 0U);
+        EXPECT_STREQ(text.data(), L"below");
     }
     DetachProcess(false);
 }

@@ -58,17 +58,7 @@ TEST_F(ConcurrencyTest, EightPortsPrintWhileOthersOpenAndClose) {
 }
 
 TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
-    const KernelHandle entered(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-    const KernelHandle release(CreateEventW(nullptr, FALSE, FALSE, nullptr));
     LowerMonitor slow;
-    const char* blocking = nullptr;
-    slow.answer = [&](const char* operation) {
-        if (blocking != nullptr && std::string(blocking) == operation) {
-            SetEvent(entered.Get());
-            EXPECT_EQ(WaitForSingleObject(release.Get(), 20'000), WAIT_OBJECT_0);
-        }
-        return TRUE;
-    };
     HANDLE port = nullptr;
     const std::pair<const char*, std::function<void()>> operations[] = {
         {"OpenPort", [&] { Open(slow, L"IP_slow", &port); }},
@@ -81,9 +71,9 @@ TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
     };
     for (const auto& [name, operation] : operations) {
         SCOPED_TRACE(name);
-        blocking = name;
+        slow.HoldAt(name);
         std::thread blocked(operation);
-        ASSERT_EQ(WaitForSingleObject(entered.Get(), 20'000), WAIT_OBJECT_0);
+        ASSERT_TRUE(slow.Holds(20'000));
         // The whole life of another port, and of another manager, while the first is stuck below.
         std::atomic<bool> done{false};
         std::thread other([&] {
@@ -100,7 +90,7 @@ TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
         while (!done && GetTickCount64() < deadline)
             Sleep(5);
         EXPECT_TRUE(done) << "somebody waited for the slow port";
-        SetEvent(release.Get());
+        slow.LetGo();
         blocked.join();
         other.join();
     }
@@ -141,16 +131,8 @@ TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
     };
     for (const Case& each : cases) {
         SCOPED_TRACE(each.hanging);
-        const KernelHandle entered(CreateEventW(nullptr, FALSE, FALSE, nullptr));
-        const KernelHandle release(CreateEventW(nullptr, FALSE, FALSE, nullptr));
         LowerMonitor hangs;
-        hangs.answer = [&](const char* operation) {
-            if (std::string(each.hanging) == operation) {
-                SetEvent(entered.Get());
-                EXPECT_EQ(WaitForSingleObject(release.Get(), 20'000), WAIT_OBJECT_0);
-            }
-            return TRUE;
-        };
+        hangs.HoldAt(each.hanging);
         const HANDLE manager = host.InitializeAgain();
         LowerMonitor healthy;
         HANDLE prints = nullptr;
@@ -162,7 +144,7 @@ TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
         const bool needsJob = std::string(each.hanging) != "GetPrinterDataFromPort";
         EXPECT_EQ(needsJob, needsJob && Start(stuck));
         std::thread hanging([&] { each.operation(stuck); });
-        ASSERT_EQ(WaitForSingleObject(entered.Get(), 20'000), WAIT_OBJECT_0);
+        ASSERT_TRUE(hangs.Holds(20'000));
         // The healthy job goes on as long as it may, then ends its document.
         std::thread printing([&] {
             while (Write(prints))
@@ -188,7 +170,7 @@ TEST_F(ConcurrencyTest, ShutdownWaitsOnceForAllPortsAndLeavesTheOneThatHangs) {
         EXPECT_EQ(healthy.CountOf("WritePort") + healthy.CountOf("StartDocPort"), 0U);
 
         hangs.ForgetCalls();
-        SetEvent(release.Get());
+        hangs.LetGo();
         hanging.join();
         EXPECT_TRUE(hangs.Calls().empty()) << "nothing below is called after Shutdown";
         SetLastError(kPoison);

@@ -79,13 +79,13 @@ class MonitorTraceTest : public TraceEnvironment, public BidiPortTest {
         Lines chosen;
         std::copy_if(lines.begin(), lines.end(), std::back_inserter(chosen), [&](const std::wstring& line) {
             if (line.starts_with(L"Verbose: ")) return level == L"verbose";
-            if (line.starts_with(L"Info: ")) return level == L"verbose" || level == L"info";
+            if (line.starts_with(L"Info: ")) return level == L"verbose" || level == L"INFO";
             return level != L"off";
         });
         return chosen;
     }
 };
-INSTANTIATE_TEST_SUITE_P(Levels, MonitorTraceTest, ::testing::Values(L"off", L"error", L"info", L"verbose"));
+INSTANTIATE_TEST_SUITE_P(Levels, MonitorTraceTest, ::testing::Values(L"off", L"error", L"INFO", L"verbose"));
 
 TEST_P(MonitorTraceTest, JobEndsWithWhatWentThroughItAndRefusalsSayWhy) {
     const OpenedPort port = MustOpen(lower, L"IP_office");
@@ -159,10 +159,7 @@ TEST_P(MonitorTraceTest, ExtensionFileAtFaultIsNamedOnThePortsLine) {
     PointTo(printer);
     bidi.bidiCode = ERROR_NOT_READY;
     const TempDir folder;
-    std::wstring ini = folder.Write(L"driver.ini", "[BidiFiles]\r\nBidiWSDFile=own.xml\r\n");
-    ini.append(2, L'\0');
-    spooler.Reset();
-    ASSERT_TRUE(spooler.Add({L"Office", L"IP_office", nullptr, 0, L"Velun", ini.c_str()}));
+    AddPrinter(L"IP_office", folder.Write(L"driver.ini", "[BidiFiles]\r\nBidiWSDFile=own.xml\r\n"));
     const std::wstring file = folder.Path(L"own.xml");
     const struct {
         std::string text;

@@ -1,7 +1,6 @@
 // The department-ID check on the wire, and what its answers may look like.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <random>
 
 #include "soap/check_user_password.h"
@@ -125,7 +124,14 @@ TEST_F(SoapRpc, FailsWithItsClientErrorAndLeavesTheResult) {
 TEST_F(SoapRpc, ReadsEveryFormOfAnAnswer) {
     const std::string result = "<result>true</result>";
     const std::string deep = Repeat(90, "<x>") + "true" + Repeat(90, "</x>");
-    const std::string start = "<s:Envelope xmlns:s='" + kSoap12 + "'>";
+    // A good answer with something more in front of its body, or behind it.
+    const auto inFront = [&](const std::string& more) {
+        return Response(result).insert(Envelope("").find('>') + 1, more);
+    };
+    const auto behind = [&](const std::string& more) {
+        const std::string good = Response(result);
+        return std::string(good).insert(good.rfind('<'), more);
+    };
     const std::string split = "t<!-- -->r<![CDATA[u]]>&#101;";
     const struct {
         const char* what;
@@ -140,9 +146,7 @@ TEST_F(SoapRpc, ReadsEveryFormOfAnAnswer) {
          Response("<a><result>false</result></a><result><b>0</b>true</result>" + deep), "allowed"},
         {"fields that are not out", Response("<username>x</username><username>x</username>" + result),
          "allowed"},
-        {"a header",
-         Response(result).insert(start.size(), "<s:Header><x s:mustUnderstand='0'>0</x></s:Header>"),
-         "allowed"},
+        {"a header", inFront("<s:Header><x s:mustUnderstand='0'>0</x></s:Header>"), "allowed"},
         {"a stranger behind the response",
          Body("<m:CheckUserPasswordResponse xmlns:m='" + kService + "'>" + result +
               "</m:CheckUserPasswordResponse><other/>"),
@@ -159,10 +163,9 @@ TEST_F(SoapRpc, ReadsEveryFormOfAnAnswer) {
         {"a fault", Body("<s:Fault/>")},
         {"no body", Envelope("")},
         {"an empty body", Envelope("<s:Body/>")},
-        {"two bodies", Envelope("<s:Body/><s:Body/>")},
-        {"a header that must be understood",
-         Envelope("<s:Header><x s:mustUnderstand='true'/></s:Header><s:Body/>")},
-        {"a header behind the body", Envelope("<s:Body/><s:Header/>")},
+        {"two bodies", behind("<s:Body/>")},
+        {"a header that must be understood", inFront("<s:Header><x s:mustUnderstand='true'/></s:Header>")},
+        {"a header behind the body", behind("<s:Header/>")},
         {"SOAP 1.1", test::Body11("")},
         {"a document type", "<!DOCTYPE x>" + Response(result)},
         {"depth", Response(Repeat(10'000, "<x>") + Repeat(10'000, "</x>") + result)},
@@ -271,31 +274,20 @@ constexpr SoapOperation kSay{L"Say", L"urn:s", kTextFields, {}};
 // Escaped as our own writer does it, which a foreign parser has vouched for; long enough for several events.
 // Without carriage returns: Wine's reader makes a line feed even of "&#xD;".
 TEST_F(SoapRpc, ReadsEveryTextAsItWasMeant) {
-    const std::wstring special = L"&<>\"' \t\n]\u0085\u2028\u20ac\ufffd";
-    std::mt19937 random(7);
-    for (int round = 0; round < 60; ++round) {
-        std::wstring text;
-        for (size_t i = random() % 6000; i > 0; --i) {
-            if (random() % 8 == 0) {
-                text += {static_cast<wchar_t>(0xD800 + random() % 0x400),
-                         static_cast<wchar_t>(0xDC00 + random() % 0x400)};
-            } else {
-                text += random() % 2 == 0 ? special[random() % special.size()]
-                                          : static_cast<wchar_t>(0x20 + random() % 0xD7E0);
-            }
-        }
-        std::string escaped;
-        AppendEscapedAscii(&escaped, text);
-        SoapValues record(1);
-        CVlSoapRootHandler handler(kSay, &record);
-        ASSERT_EQ(test::Parse(Body("<SayResponse xmlns='urn:s'><text>" + escaped + "</text></SayResponse>"),
-                              &handler),
-                  S_OK);
-        const auto& read = std::get<std::wstring>(record[0]);
-        const auto [was, is] = std::mismatch(text.begin(), text.end(), read.begin(), read.end());
-        ASSERT_EQ(read.size(), text.size());
-        ASSERT_TRUE(was == text.end()) << was - text.begin() << ": " << int{*is} << " for " << int{*was};
+    std::wstring text;
+    for (int i = 0; i < 3000; ++i) {
+        text += L"&<>\"' \t\n]\u0085\u2028\u20ac\ufffd";
+        text += {static_cast<wchar_t>(0xD800 + i % 0x400), static_cast<wchar_t>(0xDC00 + i * 7 % 0x400)};
+        text += static_cast<wchar_t>(0x20 + i * 17 % 0xD7E0);
     }
+    std::string escaped;
+    AppendEscapedAscii(&escaped, text);
+    SoapValues record(1);
+    CVlSoapRootHandler handler(kSay, &record);
+    ASSERT_EQ(
+        test::Parse(Body("<SayResponse xmlns='urn:s'><text>" + escaped + "</text></SayResponse>"), &handler),
+        S_OK);
+    EXPECT_TRUE(std::get<std::wstring>(record[0]) == text);
 }
 
 }  // namespace

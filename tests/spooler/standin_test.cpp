@@ -1,4 +1,5 @@
-// The stand-in spooler is what other tests trust: it has to see the faults that they look for.
+// The stand-in router is what other tests trust: it has to see the faults that they look for. What the
+// stand-in printers do is seen by the tests of jobs and of the driver's files.
 #include <gtest/gtest.h>
 
 #include "spooler/standin.h"
@@ -50,35 +51,6 @@ TEST(RouterTest, CountsWrongFreesAndFailsFromTheNthAllocationOn) {
     container->aData[2].pSchema = static_cast<LPWSTR>(first);
     RouterFreeBidiResponseContainer(container);
     EXPECT_EQ(router.Counters().liveBlocks, 0) << "a container goes with what it holds";
-}
-
-TEST(PrintersTest, ScriptedPrintersAnswerAndCallsAreLogged) {
-    const Printers spooler;
-    ASSERT_TRUE(spooler.Present());
-    spooler.Reset();
-    EXPECT_TRUE(spooler.Add(
-        {L"Office", L"IP_1,IP_2", L"office", PRINTER_ATTRIBUTE_ENABLE_BIDI, L"Driver", L"a.dll\0b.ini\0"}));
-    EXPECT_FALSE(spooler.Add({L"OFFICE", L"", nullptr, 0, nullptr, nullptr})) << "names are unique";
-    wchar_t name[] = L"office";
-    HANDLE printer = nullptr;
-    ASSERT_TRUE(OpenPrinterW(name, &printer, nullptr));
-    DWORD needed = 0;
-    EXPECT_FALSE(GetPrinterDriverW(printer, nullptr, 3, nullptr, 0, &needed));
-    EXPECT_EQ(GetLastError(), 122U);
-    std::vector<BYTE> buffer(needed);
-    ASSERT_TRUE(GetPrinterDriverW(printer, nullptr, 3, buffer.data(), needed, &needed));
-    const auto* driver = reinterpret_cast<const DRIVER_INFO_3W*>(buffer.data());
-    EXPECT_EQ(std::wstring(driver->pDependentFiles, 13), std::wstring(L"a.dll\0b.ini\0\0", 13));
-
-    EXPECT_TRUE(spooler.AddRule({"SetJobW", ERROR_ACCESS_DENIED, 0, 1, 1}));
-    EXPECT_TRUE(SetJobW(printer, 5, 0, nullptr, JOB_CONTROL_SENT_TO_PRINTER));
-    EXPECT_FALSE(SetJobW(printer, 5, 0, nullptr, JOB_CONTROL_LAST_PAGE_EJECTED));
-    EXPECT_TRUE(SetJobW(printer, 5, 0, nullptr, JOB_CONTROL_LAST_PAGE_EJECTED));
-    EXPECT_EQ(spooler.OpenHandles(), 1);
-    EXPECT_TRUE(ClosePrinter(printer));
-    EXPECT_FALSE(ClosePrinter(printer));
-    EXPECT_EQ(spooler.OpenHandles(), 0);
-    EXPECT_EQ(spooler.Log()[3], L"SetJobW(Office, job 5, SENT_TO_PRINTER)");
 }
 
 }  // namespace

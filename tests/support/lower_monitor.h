@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "spooler/host/lower_table.h"
+#include "util/handles.h"
 
 namespace vlm::test {
 
@@ -51,6 +52,21 @@ class LowerMonitor {
             return FALSE;
         };
     }
+    // Makes one operation wait until it is let go, for 20 s at most.
+    void HoldAt(const std::string& operation) {
+        answer = [this, operation](const char* call) {
+            if (operation == call) {
+                SetEvent(held_.Get());
+                WaitForSingleObject(letGo_.Get(), 20'000);
+            }
+            return TRUE;
+        };
+    }
+    // Whether a call has begun to wait, since the last time that this was so.
+    bool Holds(DWORD milliseconds) const {
+        return WaitForSingleObject(held_.Get(), milliseconds) == WAIT_OBJECT_0;
+    }
+    void LetGo() const { SetEvent(letGo_.Get()); }
     // Fills the output of GetPrinterDataFromPort and returns the byte count it claims.
     std::function<DWORD(void* output)> completion = [](void*) { return DWORD{0}; };
     std::string written;  // all bytes, in order, when keepBytes is set
@@ -97,6 +113,8 @@ class LowerMonitor {
         return result;
     }
 
+    const KernelHandle held_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
+    const KernelHandle letGo_{CreateEventW(nullptr, FALSE, FALSE, nullptr)};
     mutable std::mutex mutex_;
     std::vector<Call> calls_;
 };

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <windows.h>
-#include <cwchar>
 // windows.h first.
 #include <evntprov.h>
 
@@ -66,22 +65,6 @@ void TraceAtEachLevel() {
     Trace(L"an error\r\n");
     TraceAt(TraceLevel::kInformation, L"news\r\n");
     TraceAt(TraceLevel::kVerbose, L"a detail\r\n");
-}
-
-TEST(TraceLevels, EnvironmentChoosesWhatIsWrittenAndAnUnknownWordChangesNothing) {
-    const struct {
-        const wchar_t* value;
-        size_t lines;
-    } kCases[] = {{L"off", 0}, {L"error", 1}, {L"INFO", 2}, {L"loud", 2}, {L"verbose", 3}, {L"", 3}};
-    for (const auto& test : kCases) {
-        const test::TraceCapture trace;
-        SetEnvironmentVariableW(L"VLLM3MON_TRACE", test.value);
-        ReadTraceLevel();
-        EXPECT_EQ(UnknownTraceLevel(), std::wcscmp(test.value, L"loud") == 0 ? L"loud" : L"");
-        TraceAtEachLevel();
-        EXPECT_EQ(trace.Texts().size(), test.lines) << trace.All();
-    }
-    SetTraceLevel(TraceLevel::kError);
 }
 
 TEST(TraceLevels, EventSessionsHaveTheirOwnLevelAndNothingIsRecordedOutsideTheRegistration) {
