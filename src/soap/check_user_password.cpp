@@ -6,14 +6,6 @@
 
 namespace vlm {
 
-namespace {
-
-SoapValue Text(const wchar_t* text) {
-    return SoapValue(std::wstring(text));
-}
-
-}  // namespace
-
 HRESULT CheckUserPassword(const wchar_t* url, const wchar_t* username, const wchar_t* password,
                           const wchar_t* type, const wchar_t* domain, bool* result) {
     for (const wchar_t* text : {url, username, password, type, domain}) {
@@ -24,8 +16,7 @@ HRESULT CheckUserPassword(const wchar_t* url, const wchar_t* username, const wch
         HRESULT hr = proxy.SetUrl(url);
         proxy.SetTimeout(CheckUserPasswordService::kTimeout);
         // The order of the wire is not the order of the arguments.
-        if (SUCCEEDED(hr))
-            hr = proxy.CheckUserPassword(Text(username), Text(domain), Text(type), Text(password), result);
+        if (SUCCEEDED(hr)) hr = proxy.CheckUserPassword(username, domain, type, password, result);
         if (FAILED(hr)) Trace(L"Error: %ls\r\n", proxy.Reason().c_str());
         return hr;
     });

@@ -33,15 +33,11 @@ class CCheckUserPasswordServiceT : public Client {
     HRESULT CheckUserPassword(SoapValue username, SoapValue domain, SoapValue type, SoapValue password,
                               bool* result) {
         if (result == nullptr) return E_POINTER;
-        HRESULT hr = this->InitializeReader();
-        if (FAILED(hr)) return hr;
-        this->CleanupClient();
         SoapValues record = {
             std::move(username), std::move(domain), std::move(type), std::move(password), {}};
-        hr = this->GenerateBody([&record](std::string* body) {
-            return CRpcEncodedGenerator(body).Generate(kOperation, record, {});
+        HRESULT hr = this->Call([&record](std::string* body) {
+            return CRpcEncodedGenerator(body).Generate(kOperation, record, {}) ? S_OK : E_FAIL;
         });
-        if (SUCCEEDED(hr)) hr = this->SendRequest(Client::kEmptyAction);
         if (FAILED(hr)) return hr;
         CVlSoapRootHandler handler(kOperation, &record);
         hr = this->ReadResponse(&handler);

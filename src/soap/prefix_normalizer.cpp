@@ -39,6 +39,14 @@ void AppendName(std::wstring* out, std::wstring_view prefix, std::wstring_view l
     *out += local;
 }
 
+// The first prefix for `uri`; empty when there is none, or only a default declaration.
+std::wstring_view PrefixOf(std::wstring_view uri, const std::vector<NamespaceDeclaration>& declarations) {
+    for (const NamespaceDeclaration& entry : declarations) {
+        if (entry.uri == uri && !entry.prefix.empty()) return entry.prefix;
+    }
+    return {};
+}
+
 }  // namespace
 
 bool PrefixNormalizer::Declare(std::wstring_view prefix, std::wstring_view uri) {
@@ -58,9 +66,8 @@ bool PrefixNormalizer::StartElement(const XmlName& name, const XmlAttributes& at
 
     const bool noNamespace = name.uri.empty();
     const std::wstring prefix = noNamespace ? L"" : namespaces_[FindOrAdd(name.uri)].elementPrefix;
-    const size_t nameStart = openNames_.size();
-    AppendName(&openNames_, prefix, name.local);
-    const std::wstring_view qualified = std::wstring_view(openNames_).substr(nameStart);
+    std::wstring qualified;
+    AppendName(&qualified, prefix, name.local);
 
     bool noDefault = open_.empty() ? false : open_.back().noDefault;
     std::wstring* tag = &content_;
@@ -78,7 +85,7 @@ bool PrefixNormalizer::StartElement(const XmlName& name, const XmlAttributes& at
             noDefault = noNamespace;
         }
     }
-    open_.push_back({nameStart, noDefault});
+    open_.push_back({std::move(qualified), noDefault});
     const bool isElementData = name.uri == ns::kWsdPrint && name.local == L"ElementData";
     for (const XmlAttribute& attribute : attributes) {
         AppendAttribute(tag, attribute, isElementData && attribute.name.local == L"Name");
@@ -88,20 +95,12 @@ bool PrefixNormalizer::StartElement(const XmlName& name, const XmlAttributes& at
 
 void PrefixNormalizer::EndElement() {
     if (open_.empty()) return;
-    const size_t nameStart = open_.back().nameStart;
+    const std::wstring name = std::move(open_.back().name);
     open_.pop_back();
     heldSpace_.clear();
-    if (!open_.empty()) {
-        if (tagOpen_) {
-            content_ += L"/>";
-            tagOpen_ = false;
-        } else {
-            content_ += L"</";
-            content_ += std::wstring_view(openNames_).substr(nameStart);
-            content_ += L'>';
-        }
-    }
-    openNames_.erase(nameStart);
+    if (open_.empty()) return;  // Finish() writes the root's tags
+    content_ += tagOpen_ ? L"/>" : L"</" + name + L">";
+    tagOpen_ = false;
 }
 
 void PrefixNormalizer::Text(std::wstring_view text) {
@@ -115,7 +114,7 @@ void PrefixNormalizer::Text(std::wstring_view text) {
     CloseTag();
     const size_t end = text.find_last_not_of(kXmlSpace) + 1;
     if (end > 0) {
-        AppendContent(&content_, std::exchange(heldSpace_, {}));
+        ReleaseSpace();
         AppendContent(&content_, text.substr(0, end));
     }
     heldSpace_ += text.substr(end);
@@ -140,20 +139,10 @@ std::wstring PrefixNormalizer::Finish() const {
 void PrefixNormalizer::SettleRoot() {
     rootSeen_ = true;
     root_ = scope_;
-    const auto isDefault = [](const NamespaceDeclaration& entry) { return entry.prefix.empty(); };
-    const auto found = std::find_if(scope_.begin(), scope_.end(), isDefault);
-    if (found != scope_.end()) rootDefault_ = found->uri;
+    if (const auto* const found = FindPrefix(scope_, L"")) rootDefault_ = found->uri;
     for (const NamespaceDeclaration& entry : scope_) {
         if (!entry.uri.empty()) FindOrAdd(entry.uri);
     }
-}
-
-// The first prefix in scope for `uri`; empty when only a default declaration is.
-std::wstring_view PrefixNormalizer::OwnPrefix(std::wstring_view uri) const {
-    for (const NamespaceDeclaration& entry : scope_) {
-        if (entry.uri == uri && !entry.prefix.empty()) return entry.prefix;
-    }
-    return {};
 }
 
 size_t PrefixNormalizer::FindOrAdd(std::wstring_view uri) {
@@ -163,7 +152,7 @@ size_t PrefixNormalizer::FindOrAdd(std::wstring_view uri) {
 
     Namespace entry{std::wstring(uri), {}, {}};
     const std::wstring_view wanted = Wanted(uri);
-    const std::wstring_view ownPrefix = OwnPrefix(uri);
+    const std::wstring_view ownPrefix = PrefixOf(uri, scope_);
     if (uri == ns::kXml) {
         entry.elementPrefix = entry.attributePrefix = L"xml";
     } else if (!wanted.empty() || !ownPrefix.empty() || uri != rootDefault_) {
@@ -186,24 +175,20 @@ std::wstring PrefixNormalizer::Claim(std::wstring_view prefix, std::wstring_view
     for (unsigned number = 1; claimed.empty() || IsTaken(claimed, uri); ++number) {
         claimed = L"ns" + std::to_wstring(number);
     }
-    const auto same = [&](const NamespaceDeclaration& entry) { return entry.prefix == claimed; };
-    if (std::none_of(root_.begin(), root_.end(), same)) root_.push_back({claimed, std::wstring(uri)});
+    if (FindPrefix(root_, claimed) == nullptr) root_.push_back({claimed, std::wstring(uri)});
     return claimed;
 }
 
 std::wstring_view PrefixNormalizer::Wanted(std::wstring_view uri) const {
-    for (const NamespaceDeclaration& entry : wanted_) {
-        if (entry.uri == uri) return entry.prefix;
-    }
-    return uri == ns::kWsdPrint ? kPrintServicePrefix : std::wstring_view();
+    const std::wstring_view wanted = PrefixOf(uri, wanted_);
+    return wanted.empty() && uri == ns::kWsdPrint ? kPrintServicePrefix : wanted;
 }
 
 bool PrefixNormalizer::IsTaken(std::wstring_view prefix, std::wstring_view uri) const {
     // The root's bindings are settled, and the engine relies on the query's.
     for (const std::vector<NamespaceDeclaration>* bindings : {&std::as_const(root_), &wanted_}) {
-        for (const NamespaceDeclaration& entry : *bindings) {
-            if (entry.prefix == prefix) return entry.uri != uri;
-        }
+        const NamespaceDeclaration* const bound = FindPrefix(*bindings, prefix);
+        if (bound != nullptr) return bound->uri != uri;
     }
     if (prefix == kPrintServicePrefix) return uri != ns::kWsdPrint && Wanted(ns::kWsdPrint) == prefix;
     return prefix == L"xml" || prefix == L"xmlns";
@@ -223,9 +208,8 @@ void PrefixNormalizer::AppendAttribute(std::wstring* out, const XmlAttribute& at
 // namespace. A name in none, or whose prefix the document does not declare, stays as it is.
 std::wstring PrefixNormalizer::MapName(std::wstring_view value) {
     const size_t colon = value.find(L':');
-    const bool prefixed = colon != std::wstring_view::npos;
-    const std::wstring_view prefix = prefixed ? value.substr(0, colon) : std::wstring_view();
-    const std::wstring_view local = prefixed ? value.substr(colon + 1) : value;
+    const std::wstring_view prefix = colon == std::wstring_view::npos ? L"" : value.substr(0, colon);
+    const std::wstring_view local = value.substr(colon + 1);  // all of it without a colon: npos + 1 is 0
     const auto same = [&](const NamespaceDeclaration& entry) { return entry.prefix == prefix; };
     const auto found = std::find_if(scope_.rbegin(), scope_.rend(), same);
     if (found == scope_.rend() || found->uri.empty()) return std::wstring(value);

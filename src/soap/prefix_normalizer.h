@@ -59,12 +59,11 @@ class PrefixNormalizer {
         std::wstring attributePrefix;  // never empty once an attribute has used it
     };
     struct OpenElement {
-        size_t nameStart;  // its name in openNames_, which ends where the next one's begins
-        bool noDefault;    // xmlns="" is in force
+        std::wstring name;
+        bool noDefault;  // xmlns="" is in force
     };
 
     void SettleRoot();
-    std::wstring_view OwnPrefix(std::wstring_view uri) const;
     size_t FindOrAdd(std::wstring_view uri);
     const std::wstring& AttributePrefix(size_t index);
     std::wstring Claim(std::wstring_view prefix, std::wstring_view uri);
@@ -85,7 +84,6 @@ class PrefixNormalizer {
     std::wstring rootName_;
     std::wstring rootAttributes_;
     std::wstring content_;  // everything between the root's tags
-    std::wstring openNames_;
     std::vector<OpenElement> open_;
     bool tagOpen_ = false;    // content_ ends in a start tag that still lacks its '>'
     std::wstring heldSpace_;  // white space behind text, until it is known what follows

@@ -22,18 +22,15 @@ using PrinterServiceProxy = PrinterService::CPrinterServiceT<CVlSoapWininetClien
 
 constexpr DWORD kTimeout = 5000;
 
-HRESULT NewUuidName(std::wstring* name) {
+std::wstring NewUuidName() {
     GUID id;
     const HRESULT hr = CoCreateGuid(&id);
-    if (FAILED(hr)) return hr;
-    wchar_t text[256];
-    const int length =
-        std::swprintf(text, std::size(text), L"urn:uuid:%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x",
-                      static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1],
-                      id.Data4[2], id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
-    if (length < 0) return E_FAIL;
-    name->assign(text, static_cast<size_t>(length));
-    return S_OK;
+    if (FAILED(hr)) throw _com_error(hr);
+    wchar_t text[64];
+    std::swprintf(text, std::size(text), L"urn:uuid:%08x-%04x-%04x-%02x%02x-%02x%02x%02x%02x%02x%02x",
+                  static_cast<unsigned>(id.Data1), id.Data2, id.Data3, id.Data4[0], id.Data4[1], id.Data4[2],
+                  id.Data4[3], id.Data4[4], id.Data4[5], id.Data4[6], id.Data4[7]);
+    return text;
 }
 
 class QueryHandler : public SaxHandler {
@@ -121,16 +118,12 @@ Outcome ReadQuery(std::string_view document, PrinterElementsQuery* query) {
 Outcome Fetch(const wchar_t* url, const PrinterElementsQuery& query, std::string* answer, int* status) {
     PrinterServiceProxy proxy;
     HRESULT hr = proxy.SetUrl(url);
-    std::wstring messageId;
-    std::wstring from;
-    if (SUCCEEDED(hr)) hr = NewUuidName(&messageId);
-    if (SUCCEEDED(hr)) hr = NewUuidName(&from);
+    proxy.SetTimeout(kTimeout);
     if (SUCCEEDED(hr)) {
-        const std::string request = BuildPrinterElementsRequest(query, url, messageId, from);
-        proxy.SetTimeout(kTimeout);
+        const std::string request = BuildPrinterElementsRequest(query, url, NewUuidName(), NewUuidName());
         hr = proxy.GetPrinterElements(request.c_str(), answer);
     }
-    *status = proxy.Status();
+    if (status != nullptr) *status = proxy.Status();
     return {hr, proxy.Reason()};
 }
 
@@ -179,9 +172,8 @@ Outcome FetchPrinterElements(const wchar_t* url, const wchar_t* queryText, std::
     return GuardHresult([&]() -> Outcome {
         if (url == nullptr || queryText == nullptr || answer == nullptr) return ArgumentMissing();
         PrinterElementsQuery query;
-        int ignored = 0;
         Outcome outcome = ReadQuery(DocumentToUtf8(queryText), &query);
-        if (SUCCEEDED(outcome)) outcome = Fetch(url, query, answer, status != nullptr ? status : &ignored);
+        if (SUCCEEDED(outcome)) outcome = Fetch(url, query, answer, status);
         return outcome;
     });
 }

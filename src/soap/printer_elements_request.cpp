@@ -1,7 +1,5 @@
 #include "soap/printer_elements_request.h"
 
-#include <algorithm>
-
 #include "util/namespaces.h"
 #include "util/xml_text.h"
 
@@ -33,8 +31,7 @@ void AppendDeclaration(std::string* out, std::wstring_view prefix, std::wstring_
 std::wstring UnusedPrefix(const PrinterElementsQuery& query) {
     for (unsigned number = 1;; ++number) {
         std::wstring candidate = L"pri" + std::to_wstring(number);
-        const auto same = [&](const NamespaceDeclaration& entry) { return entry.prefix == candidate; };
-        if (std::none_of(query.namespaces.begin(), query.namespaces.end(), same)) return candidate;
+        if (FindPrefix(query.namespaces, candidate) == nullptr) return candidate;
     }
 }
 

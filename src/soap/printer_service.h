@@ -19,11 +19,11 @@ class CPrinterServiceT : public Client {
     // Sends `request`, a whole envelope, and returns the answer's body as the printer sent it. The
     // body is not checked. On failure GetClientError() tells more.
     HRESULT GetPrinterElements(const char* request, std::string* body) {
-        HRESULT hr = this->InitializeReader();
-        if (FAILED(hr)) return hr;
-        this->CleanupClient();
-        hr = this->SetBody(request);
-        if (SUCCEEDED(hr)) hr = this->SendRequest(Client::kEmptyAction);
+        const HRESULT hr = this->Call([request](std::string* text) {
+            if (request == nullptr) return E_POINTER;
+            *text = request;
+            return S_OK;
+        });
         return SUCCEEDED(hr) ? this->ReadBody(body) : hr;
     }
 };

@@ -4,11 +4,11 @@
 #include <atomic>
 #include <cstdint>
 #include <optional>
-#include <string_view>
 #include <utility>
 
-#include "soap/network_error.h"
+#include "soap/digits.h"
 #include "util/outcome.h"
+#include "util/text.h"
 
 namespace vlm {
 
@@ -25,15 +25,7 @@ std::optional<std::uint64_t> AnnouncedLength(HINTERNET request) {
     }
     size = sizeof text;
     if (!HttpQueryInfoW(request, HTTP_QUERY_CONTENT_LENGTH, text, &size, nullptr)) return std::nullopt;
-    const std::wstring_view digits(text);
-    constexpr size_t kMostDigits = 18;  // always fit into 64 bits
-    if (digits.empty() || digits.size() > kMostDigits) return std::nullopt;
-    std::uint64_t length = 0;
-    for (const wchar_t c : digits) {
-        if (c < L'0' || c > L'9') return std::nullopt;
-        length = length * 10 + static_cast<std::uint64_t>(c - L'0');
-    }
-    return length;
+    return ParseDigits(text, INT64_MAX);
 }
 
 #if defined(__GNUC__)
@@ -43,12 +35,18 @@ std::optional<std::uint64_t> AnnouncedLength(HINTERNET request) {
 #endif
 class CReadStreamOnInet final : public IStream {
  public:
-    CReadStreamOnInet(HINTERNET request, ULONGLONG deadline, std::shared_ptr<std::wstring> reason);
+    CReadStreamOnInet(HINTERNET request, ULONGLONG deadline, std::shared_ptr<std::wstring> reason)
+        : request_(request),
+          deadline_(deadline),
+          left_(AnnouncedLength(request)),
+          reason_(std::move(reason)) {}
 
     STDMETHODIMP QueryInterface(REFIID iid, void** object) override;
-    STDMETHODIMP_(ULONG) AddRef() override;
+    STDMETHODIMP_(ULONG) AddRef() override { return ++references_; }
     STDMETHODIMP_(ULONG) Release() override;
-    STDMETHODIMP Read(void* buffer, ULONG count, ULONG* read) override;
+    STDMETHODIMP Read(void* buffer, ULONG count, ULONG* read) override {
+        return GuardHresult([&] { return ReadSome(buffer, count, read); });
+    }
     STDMETHODIMP Write(const void*, ULONG, ULONG*) override { return E_NOTIMPL; }
     STDMETHODIMP Seek(LARGE_INTEGER, DWORD, ULARGE_INTEGER*) override { return E_NOTIMPL; }
     STDMETHODIMP SetSize(ULARGE_INTEGER) override { return E_NOTIMPL; }
@@ -72,21 +70,12 @@ class CReadStreamOnInet final : public IStream {
     std::atomic<ULONG> references_{1};
     HINTERNET request_;
     ULONGLONG deadline_;
-    bool lengthKnown_;
-    std::uint64_t left_ = 0;  // of the announced length
+    std::optional<std::uint64_t> left_;  // of the announced length
     std::shared_ptr<std::wstring> reason_;
 };
 #if defined(__GNUC__)
 #pragma GCC diagnostic pop
 #endif
-
-CReadStreamOnInet::CReadStreamOnInet(HINTERNET request, ULONGLONG deadline,
-                                     std::shared_ptr<std::wstring> reason)
-    : request_(request), deadline_(deadline), reason_(std::move(reason)) {
-    const std::optional<std::uint64_t> length = AnnouncedLength(request);
-    lengthKnown_ = length.has_value();
-    left_ = length.value_or(0);
-}
 
 HRESULT CReadStreamOnInet::Fail(const std::wstring& reason) {
     if (reason_) *reason_ = reason;
@@ -102,18 +91,10 @@ STDMETHODIMP CReadStreamOnInet::QueryInterface(REFIID iid, void** object) {
     return S_OK;
 }
 
-STDMETHODIMP_(ULONG) CReadStreamOnInet::AddRef() {
-    return ++references_;
-}
-
 STDMETHODIMP_(ULONG) CReadStreamOnInet::Release() {
     const ULONG left = --references_;
     if (left == 0) delete this;
     return left;
-}
-
-STDMETHODIMP CReadStreamOnInet::Read(void* buffer, ULONG count, ULONG* read) {
-    return GuardHresult([&] { return ReadSome(buffer, count, read); });
 }
 
 HRESULT CReadStreamOnInet::ReadSome(void* buffer, ULONG count, ULONG* read) {
@@ -121,7 +102,7 @@ HRESULT CReadStreamOnInet::ReadSome(void* buffer, ULONG count, ULONG* read) {
     if (read == nullptr) read = &ignored;
     *read = 0;
     if (buffer == nullptr) return STG_E_INVALIDPOINTER;
-    if (count == 0 || (lengthKnown_ && left_ == 0)) return S_OK;
+    if (count == 0 || left_ == 0u) return S_OK;
     constexpr wchar_t kLate[] = L"takes too long";
     if (IsLate()) return Fail(kLate);
     // InternetReadFile would wait until the whole buffer is full.
@@ -130,13 +111,12 @@ HRESULT CReadStreamOnInet::ReadSome(void* buffer, ULONG count, ULONG* read) {
     bool good = InternetQueryDataAvailable(request_, &available, 0, 0) != FALSE;
     if (good && available != 0) {
         if (IsLate()) return Fail(kLate);
-        DWORD wanted = std::min<DWORD>(count, available);
-        if (lengthKnown_) wanted = static_cast<DWORD>(std::min<std::uint64_t>(wanted, left_));
-        good = InternetReadFile(request_, buffer, wanted, &got) != FALSE;
+        const auto wanted = std::min<std::uint64_t>(std::min(count, available), left_.value_or(UINT64_MAX));
+        good = InternetReadFile(request_, buffer, static_cast<DWORD>(wanted), &got) != FALSE;
     }
-    if (!good) return Fail(L"cannot be read: " + DescribeNetworkError(GetLastError()));
-    if (lengthKnown_ && got == 0) return Fail(L"ends " + std::to_wstring(left_) + L" bytes early");
-    if (lengthKnown_) left_ -= got;
+    if (!good) return Fail(L"cannot be read: " + FromUtf8(ErrorText(GetLastError())));
+    if (left_ && got == 0) return Fail(L"ends " + std::to_wstring(*left_) + L" bytes early");
+    if (left_) *left_ -= got;
     *read = got;
     return S_OK;
 }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "soap/digits.h"
+
 namespace vlm {
 
 namespace {
@@ -18,14 +20,9 @@ bool EqualsIgnoringCase(std::wstring_view text, std::wstring_view lowerCase) {
 }
 
 bool ParsePort(std::wstring_view digits, std::uint16_t* port) {
-    if (digits.empty() || digits.size() > 5) return false;
-    unsigned value = 0;
-    for (const wchar_t c : digits) {
-        if (c < L'0' || c > L'9') return false;
-        value = value * 10 + static_cast<unsigned>(c - L'0');
-    }
-    if (value == 0 || value > 65535) return false;
-    *port = static_cast<std::uint16_t>(value);
+    const auto number = digits.size() <= 5 ? ParseDigits(digits, UINT16_MAX) : std::nullopt;
+    if (number.value_or(0) == 0) return false;
+    *port = static_cast<std::uint16_t>(*number);
     return true;
 }
 

@@ -9,12 +9,11 @@ namespace {
 
 struct Structure {
     std::wstring_view name;
-    unsigned bit;
+    int step;
 };
 
-constexpr unsigned kFaultBit = 0x04;
-constexpr Structure kStructure[] = {
-    {L"Envelope", 0x01}, {L"Body", 0x02}, {L"Header", 0x02}, {L"Fault", kFaultBit}};
+constexpr int kFaultStep = 3;
+constexpr Structure kStructure[] = {{L"Envelope", 1}, {L"Body", 2}, {L"Header", 2}, {L"Fault", kFaultStep}};
 
 using Text = std::wstring SoapFault::*;
 struct Part {
@@ -55,24 +54,20 @@ HRESULT CSoapFaultParser::OnStart(const XmlName& name, const XmlAttributes&) {
     ++depth_;
     if (name.uri == ns::kSoap11) {
         for (const Structure& structure : kStructure) {
-            if (structure.name == name.local) return OnStructure(structure.bit);
+            if (structure.name != name.local) continue;
+            if (structure.step != step_ + 1) return E_FAIL;
+            step_ = structure.step;
+            if (step_ == kFaultStep) faultDepth_ = depth_;
+            return S_OK;
         }
     }
-    if (state_ != kFaultBit) return E_FAIL;
+    if (step_ != kFaultStep) return E_FAIL;
     if (depth_ != faultDepth_ + 1) return S_OK;
     for (const Part& part : kParts) {
         if (part.name != name.local) continue;
         target_ = &(fault_->*part.text);
         target_->clear();
     }
-    return S_OK;
-}
-
-HRESULT CSoapFaultParser::OnStructure(unsigned bit) {
-    const unsigned next = state_ == 0 ? kStructure[0].bit : state_ * 2;
-    if (bit != next) return E_FAIL;
-    state_ = bit;
-    if (bit == kFaultBit) faultDepth_ = depth_;
     return S_OK;
 }
 
@@ -95,7 +90,7 @@ HRESULT CSoapFaultParser::OnText(std::wstring_view text) {
 }
 
 HRESULT CSoapFaultParser::OnDocumentEnd() {
-    return state_ == kFaultBit ? S_OK : E_FAIL;
+    return step_ == kFaultStep ? S_OK : E_FAIL;
 }
 
 }  // namespace vlm

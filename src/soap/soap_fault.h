@@ -37,11 +37,9 @@ class CSoapFaultParser : public SaxHandler {
     HRESULT OnText(std::wstring_view text) override;
     HRESULT OnDocumentEnd() override;
 
-    HRESULT OnStructure(unsigned bit);
-
     SoapFault* fault_;
     std::wstring prefix_;  // of SOAP's namespace
-    unsigned state_ = 0;   // the bit of the structural element reached last
+    int step_ = 0;         // of the structural element reached last
     size_t depth_ = 0;
     size_t faultDepth_ = 0;
     std::wstring* target_ = nullptr;  // the text being gathered

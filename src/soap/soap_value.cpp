@@ -1,5 +1,6 @@
 #include <utility>
 
+#include "soap/digits.h"
 #include "soap/soap_record.h"
 #include "util/xml_names.h"
 #include "util/xml_text.h"
@@ -10,33 +11,20 @@ namespace {
 
 bool ParseBoolean(std::wstring_view text, SoapValue* value) {
     const bool isTrue = text == L"true" || text == L"1";
-    if (!isTrue && text != L"false" && text != L"0") return false;
     *value = isTrue;
-    return true;
+    return isTrue || text == L"false" || text == L"0";
 }
 
 template <typename Integer>
 bool ParseInteger(std::wstring_view text, SoapValue* value) {
     const bool negative = text.starts_with(L'-');
     if (negative || text.starts_with(L'+')) text.remove_prefix(1);
-    if (text.empty()) return false;
-    std::int64_t number = 0;
-    for (const wchar_t c : text) {
-        if (c < L'0' || c > L'9' || number > UINT32_MAX) return false;
-        number = number * 10 + (c - L'0');
-    }
-    if (negative) number = -number;
-    if (!std::in_range<Integer>(number)) return false;
+    const auto digits = ParseDigits(text, UINT32_MAX);
+    const std::int64_t magnitude = static_cast<std::int64_t>(digits.value_or(0));
+    const std::int64_t number = negative ? -magnitude : magnitude;
+    if (!digits || !std::in_range<Integer>(number)) return false;
     *value = static_cast<Integer>(number);
     return true;
-}
-
-// What follows when the value is a Kind: `append` appends it.
-template <typename Kind, typename Append>
-bool AppendKind(const SoapValue& value, Append&& append) {
-    const Kind* const held = std::get_if<Kind>(&value);
-    if (held != nullptr) append(*held);
-    return held != nullptr;
 }
 
 }  // namespace
@@ -63,19 +51,23 @@ bool ParseValue(XsdType type, std::wstring_view text, SoapValue* value) {
 }
 
 bool AppendValue(std::string* out, XsdType type, const SoapValue& value) {
-    const auto appendNumber = [out](auto number) { *out += std::to_string(number); };
+    // Behind the null, the variant's alternatives are in the order of the types.
+    if (value.index() != static_cast<size_t>(type) + 1) return false;
     switch (type) {
         case XsdType::kString:
-            return AppendKind<std::wstring>(value,
-                                            [out](const auto& text) { AppendEscapedAscii(out, text); });
+            AppendEscapedAscii(out, std::get<std::wstring>(value));
+            break;
         case XsdType::kBoolean:
-            return AppendKind<bool>(value, [out](bool truth) { *out += truth ? "true" : "false"; });
+            *out += std::get<bool>(value) ? "true" : "false";
+            break;
         case XsdType::kInt:
-            return AppendKind<std::int32_t>(value, appendNumber);
+            *out += std::to_string(std::get<std::int32_t>(value));
+            break;
         case XsdType::kUnsignedInt:
-            return AppendKind<std::uint32_t>(value, appendNumber);
+            *out += std::to_string(std::get<std::uint32_t>(value));
+            break;
     }
-    return false;
+    return true;
 }
 
 }  // namespace vlm

@@ -5,11 +5,11 @@
 #include <memory>
 #include <utility>
 
-#include "soap/network_error.h"
 #include "soap/read_stream_on_inet.h"
 #include "util/bounded_call.h"
 #include "util/outcome.h"
 #include "util/streams.h"
+#include "util/text.h"
 #include "util/trace.h"
 
 namespace vlm {
@@ -128,27 +128,26 @@ HRESULT CVlSoapWininetClient::Exchange(std::wstring_view actionHeader) {
     if (FAILED(hr)) return hr;
 
     hr = QueryStatus();
-    if (hr != S_OK || status_ != kStatusServerError) return FAILED(hr) ? hr : S_OK;
-    const bool readable = SUCCEEDED(ReadFault());
+    if (FAILED(hr) || status_ != kStatusServerError) return hr;
+    SoapFault fault;
+    CSoapFaultParser parser(&fault);
+    const bool readable = SUCCEEDED(ReadResponse(&parser));
+    if (readable) fault_ = std::move(fault);
     clientError_ = readable ? SoapClientError::kSoapFault : SoapClientError::kParseFault;
     const wchar_t* meaning = readable ? SoapFaultMeaning(fault_.code) : L"no SOAP 1.1 fault in the answer";
     return Fail(Endpoint() + L" answered with status 500: " +
                 (meaning != nullptr ? meaning : L"a fault with an unknown code"));
 }
 
-ComPtr<IStream> CVlSoapWininetClient::MakeReader(std::shared_ptr<std::wstring> reason) const {
+HRESULT CVlSoapWininetClient::GetClientReader(IStream** reader, std::shared_ptr<std::wstring> reason) {
+    if (reader == nullptr) return E_POINTER;
+    *reader = nullptr;
+    if (!request_) return Fail(L"no request is open");
     // No read begins just before the request is closed: the platform may reuse the handle for another
     // request.
     const DWORD time = EffectiveTimeout() * kBodyTimeouts;
     const ULONGLONG deadline = GetTickCount64() + time - 3 * ClosingTime(time);
-    return ComPtr<IStream>::Attach(NewReadStreamOnInet(request_.Get(), deadline, std::move(reason)));
-}
-
-HRESULT CVlSoapWininetClient::GetClientReader(IStream** reader) {
-    if (reader == nullptr) return E_POINTER;
-    *reader = nullptr;
-    if (!request_) return Fail(L"no request is open");
-    *reader = MakeReader(nullptr).Detach();
+    *reader = NewReadStreamOnInet(request_.Get(), deadline, std::move(reason));
     return S_OK;
 }
 
@@ -169,15 +168,15 @@ HRESULT CVlSoapWininetClient::ReadWholeBody(std::string* body) {
         std::string bytes;
         HRESULT result = E_FAIL;
     };
-    if (!request_) return Fail(L"no request is open");
     const auto why = std::make_shared<std::wstring>();
     const auto reading = std::make_shared<Reading>();
-    reading->reader = MakeReader(why);
+    HRESULT hr = GetClientReader(reading->reader.Receive(), why);
+    if (FAILED(hr)) return hr;
     // The reader ends by itself at its deadline, unless a single read outlasts it.
     const bool ended = RunWithinTime(EffectiveTimeout() * kBodyTimeouts, [reading] {
         reading->result = ReadStream(reading->reader.Get(), kLongestBody, &reading->bytes);
     });
-    const HRESULT hr = ended ? reading->result : E_FAIL;
+    hr = ended ? reading->result : E_FAIL;
     if (SUCCEEDED(hr) && reading->bytes.size() <= kLongestBody) {
         *body = std::move(reading->bytes);
         return hr;
@@ -203,23 +202,16 @@ HRESULT CVlSoapWininetClient::InitializeReader() {
     return hr;
 }
 
-HRESULT CVlSoapWininetClient::SetBody(const char* text) {
-    if (text == nullptr) {
-        clientError_ = SoapClientError::kGenerate;
-        return E_POINTER;
-    }
-    return GenerateBody([text](std::string* body) {
-        *body = text;
-        return true;
-    });
-}
-
-HRESULT CVlSoapWininetClient::GenerateBody(const std::function<bool(std::string*)>& generate) {
-    const HRESULT hr = GuardHresult([&] { return generate(&body_) ? S_OK : E_FAIL; });
+HRESULT CVlSoapWininetClient::Call(const std::function<HRESULT(std::string*)>& generate) {
+    HRESULT hr = InitializeReader();
+    if (FAILED(hr)) return hr;
+    CleanupClient();
+    hr = GuardHresult([&] { return generate(&body_); });
     if (FAILED(hr)) {
         clientError_ = hr == E_OUTOFMEMORY ? SoapClientError::kOutOfMemory : SoapClientError::kGenerate;
+        return hr;
     }
-    return hr;
+    return SendRequest(L"SOAPAction: \"\"\r\n");
 }
 
 HRESULT CVlSoapWininetClient::ReadResponse(SaxHandler* handler) {
@@ -242,7 +234,7 @@ HRESULT CVlSoapWininetClient::Connect() {
                                            INTERNET_SERVICE_HTTP, kConnectFlags, 0));
     }
     if (connection_) return S_OK;
-    Fail(L"no connection to " + Endpoint() + L": " + DescribeNetworkError(GetLastError()));
+    Fail(L"no connection to " + Endpoint() + L": " + FromUtf8(ErrorText(GetLastError())));
     CloseAll();
     clientError_ = SoapClientError::kConnect;
     return E_FAIL;
@@ -255,7 +247,7 @@ HRESULT CVlSoapWininetClient::OpenRequest() {
                                     acceptTypes, flags, 0));
     if (!request_) {
         clientError_ = SoapClientError::kSend;
-        return Fail(L"no request to " + Endpoint() + L": " + DescribeNetworkError(GetLastError()));
+        return Fail(L"no request to " + Endpoint() + L": " + FromUtf8(ErrorText(GetLastError())));
     }
     // Not every WinINet passes the session's time-outs on to its requests.
     SetTimeouts(request_.Get());
@@ -289,29 +281,21 @@ HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
     });
     if (ended && sending->sent) return S_OK;
     const DWORD error = ended ? sending->error : static_cast<DWORD>(ERROR_INTERNET_TIMEOUT);
-    return Fail(L"no answer from " + Endpoint() + L": " + DescribeNetworkError(error));
+    return Fail(L"no answer from " + Endpoint() + L": " + FromUtf8(ErrorText(error)));
 }
 
-// S_FALSE when the status cannot be read.
+// An answer whose status cannot be read has status 0.
 HRESULT CVlSoapWininetClient::QueryStatus() {
     wchar_t text[256];
     DWORD size = sizeof text;
     if (!HttpQueryInfoW(request_.Get(), HTTP_QUERY_STATUS_CODE, text, &size, nullptr)) {
-        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) return S_FALSE;
+        if (GetLastError() != ERROR_INSUFFICIENT_BUFFER) return S_OK;
         Fail(Endpoint() + L" answered with an overlong status");
         return E_INVALIDARG;
     }
     status_ = std::max(0, static_cast<int>(std::wcstol(text, nullptr, 10)));
     // A connection that was closed before any byte looks like an answer with status 0, for example.
     return status_ > 0 ? S_OK : Fail(Endpoint() + L" did not answer in HTTP");
-}
-
-HRESULT CVlSoapWininetClient::ReadFault() {
-    SoapFault fault;
-    CSoapFaultParser parser(&fault);
-    const HRESULT hr = ReadResponse(&parser);
-    if (SUCCEEDED(hr)) fault_ = std::move(fault);
-    return hr;
 }
 
 void CVlSoapWininetClient::SetTimeouts(HINTERNET handle) const {

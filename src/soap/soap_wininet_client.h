@@ -80,8 +80,9 @@ class CVlSoapWininetClient {
     // `actionHeader` is a whole header line with its CR LF. S_OK once the head of an answer has come, with a
     // status other than 500.
     HRESULT SendRequest(std::wstring_view actionHeader);
-    // The body of the answer, readable once, until CleanupClient() or CloseAll().
-    HRESULT GetClientReader(IStream** reader);
+    // The body of the answer, readable once, until CleanupClient() or CloseAll(). `reason`, if not null,
+    // receives that of a failed read.
+    HRESULT GetClientReader(IStream** reader, std::shared_ptr<std::wstring> reason = nullptr);
     // The whole body.
     HRESULT ReadBody(std::string* body);
 
@@ -93,14 +94,9 @@ class CVlSoapWininetClient {
     int Status() const { return status_; }
 
  protected:
-    static constexpr std::wstring_view kEmptyAction = L"SOAPAction: \"\"\r\n";
-
-    // The reader for answers, created on first use.
-    HRESULT InitializeReader();
-    // The next request's body: `text`, or what `generate` appends unless it returns false. Both set the
-    // client error on failure.
-    HRESULT SetBody(const char* text);
-    HRESULT GenerateBody(const std::function<bool(std::string*)>& generate);
+    // Begins an exchange: sends the body that `generate` appends, with an empty action. Sets the client error
+    // when there is no reader for the answer, or no body.
+    HRESULT Call(const std::function<HRESULT(std::string*)>& generate);
     // Parses the body of the answer. Sets the client error on failure.
     HRESULT ReadResponse(SaxHandler* handler);
 
@@ -108,7 +104,8 @@ class CVlSoapWininetClient {
     HRESULT Fail(std::wstring reason);
     // "host:port", printable.
     std::wstring Endpoint() const;
-    ComPtr<IStream> MakeReader(std::shared_ptr<std::wstring> reason) const;
+    // The reader for answers, created on first use.
+    HRESULT InitializeReader();
     HRESULT Exchange(std::wstring_view actionHeader);
     HRESULT ReadWholeBody(std::string* body);
     // Traces how the exchange went, once.
@@ -117,7 +114,6 @@ class CVlSoapWininetClient {
     HRESULT OpenRequest();
     HRESULT Send(std::wstring headers);
     HRESULT QueryStatus();
-    HRESULT ReadFault();
     void SetTimeouts(HINTERNET handle) const;
     // Runs a call on the request. False when it did not end in time; all handles are then closed.
     bool RunWithinTime(DWORD time, std::function<void()> work);

@@ -1,6 +1,8 @@
 #include "util/text.h"
 
 #include <winsock2.h>
+// winsock2.h first.
+#include <wininet.h>
 
 namespace vlm {
 
@@ -52,6 +54,13 @@ std::string ErrorText(DWORD code) {
         {WSAENETUNREACH, "network unreachable"},
         {WSAEHOSTUNREACH, "host unreachable"},
         {WSAHOST_NOT_FOUND, "unknown host"},
+        {ERROR_INTERNET_TIMEOUT, "timed out"},
+        {ERROR_INTERNET_NAME_NOT_RESOLVED, "unknown host"},
+        {ERROR_INTERNET_CANNOT_CONNECT, "no connection"},
+        {ERROR_INTERNET_CONNECTION_ABORTED, "connection aborted"},
+        {ERROR_INTERNET_CONNECTION_RESET, "connection reset"},
+        {ERROR_INTERNET_SECURITY_CHANNEL_ERROR, "no secure connection"},
+        {ERROR_HTTP_INVALID_SERVER_RESPONSE, "the answer is not HTTP"},
     };
     for (const auto& entry : kEntries)
         if (entry.code == code) return std::string(entry.text) + " (" + std::to_string(code) + ")";
