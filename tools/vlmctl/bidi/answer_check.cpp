@@ -32,10 +32,9 @@ class AnswerChecker {
 
  private:
     void Say(Rule rule, const SchemaElement& declared, std::wstring_view attribute, std::wstring text) {
-        const SourceFile* file = places_.FileOf(declared);
-        if (file == nullptr) return;
-        findings_.Add(file->path, file->PlaceOf({*places_.ElementOf(declared), attribute}), rule,
-                      std::move(text));
+        if (const auto source = places_.Find(declared))
+            findings_.Add(source->file.path, source->file.PlaceOf({source->element, attribute}), rule,
+                          std::move(text));
     }
 
     bool Finds(const std::wstring& filter, const SchemaElement& cause) const {

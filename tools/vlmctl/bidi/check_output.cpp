@@ -1,8 +1,5 @@
 #include "tools/vlmctl/bidi/check_output.h"
 
-#include <algorithm>
-#include <nlohmann/json.hpp>
-
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/console/table.h"

@@ -5,6 +5,7 @@
 #include <array>
 
 #include "bidi/bidi_mem.h"
+#include "tools/vlmctl/console/code_text.h"
 #include "util/scope_exit.h"
 #include "util/text.h"
 
@@ -81,19 +82,13 @@ std::vector<BidiAnswer> TakeAnswers(BIDI_RESPONSE_CONTAINER* response) {
     return answers;
 }
 
-std::string ResultText(unsigned long result) {
-    switch (result) {
-        case ERROR_SUCCESS:
-            return "found";
-        case ERROR_NO_DATA:
-            return "no value";
-        case ERROR_OUTOFMEMORY:
-            return "out of memory";
-        case ERROR_NOT_SUPPORTED:
-            return "not supported";
-        default:
-            return "failed";
-    }
+const char* ResultText(unsigned long result) {
+    static constexpr CodeText kTexts[] = {{ERROR_SUCCESS, "found"},
+                                          {ERROR_NO_DATA, "no value"},
+                                          {ERROR_OUTOFMEMORY, "out of memory"},
+                                          {ERROR_NOT_SUPPORTED, "not supported"}};
+    const char* const text = TextOfCode(kTexts, result);
+    return text != nullptr ? text : "failed";
 }
 
 }  // namespace vlm::ctl

@@ -40,6 +40,6 @@ struct BidiAnswer {
 std::vector<BidiAnswer> TakeAnswers(BIDI_RESPONSE_CONTAINER* response);
 
 // "found", "no value".
-std::string ResultText(unsigned long result);
+const char* ResultText(unsigned long result);
 
 }  // namespace vlm::ctl

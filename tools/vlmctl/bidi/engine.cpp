@@ -10,7 +10,6 @@
 #include "tools/vlmctl/exchange/element_document.h"
 #include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
-#include "tools/vlmctl/extension_files/source.h"
 #include "util/namespaces.h"
 #include "util/streams.h"
 #include "util/text.h"
@@ -38,11 +37,11 @@ void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extension
     Outcome outcome{result, ReasonOf(engine)};
     // Not every parser of the engine's kind tells the line; the one for authors does.
     for (const std::string& extension : extensions) {
-        std::wstring problem;
         FindingList findings;
-        const auto bytes = ReadFileBytes(FullPath(extension), kExtensionFileLimits.bytes, problem);
-        if (!bytes || ParseSource(FromUtf8(extension), *bytes, findings)) continue;
-        const Finding fault = findings.Take().front();
+        if (ReadSource(extension, findings)) continue;
+        const std::vector<Finding> faults = findings.Take();
+        if (faults.empty()) continue;
+        const Finding& fault = faults.front();
         outcome.reason = Printable(fault.file, MAX_PATH) + L":" + std::to_wstring(fault.place.line) + L":" +
                          std::to_wstring(fault.place.column) + L": " + fault.text;
         break;
@@ -50,12 +49,8 @@ void InitEngine(CVelunBidiSpl& engine, const std::vector<std::string>& extension
     ThrowFailure("the extension files cannot be used", outcome);
 }
 
-// The names that the paths need, as a query to the printer; with no name when the extension files have none
-// of the paths, and false.
-bool QueryFor(CVelunBidiSpl& engine, BidiRequest& request, _bstr_t& queryXml) {
-    const HRESULT result = engine.EnumQueryElement(request.Container(), queryXml.GetAddress());
-    if (result != S_OK && result != S_FALSE) ThrowFailure("the query failed", {result, ReasonOf(engine)});
-    return result == S_OK;
+void CheckStep(const CVelunBidiSpl& engine, HRESULT result) {
+    if (FAILED(result)) ThrowFailure("the query failed", {result, ReasonOf(engine)});
 }
 
 // The texts of the Name elements of an EnumQueryElement document.
@@ -111,8 +106,7 @@ std::string CleanAnswer(const CVelunBidiSpl& engine, const BidiSources& sources,
     int status = 200;
     const std::string answer = AnswerOf(sources, queryXml, &status);
     std::vector<NamespaceDeclaration> prefixes;
-    const HRESULT result = engine.GetPrefixes(&prefixes);
-    if (result != S_OK) ThrowFailure("the query failed", {result, ReasonOf(engine)});
+    CheckStep(engine, engine.GetPrefixes(&prefixes));
     std::string clean;
     const Outcome cleaned = CleanPrinterElements(answer, prefixes, &clean, status);
     if (FAILED(cleaned))
@@ -132,6 +126,12 @@ std::wstring FullPath(const std::string& path) {
     if (length == 0 || length >= full.size()) throw CommandError("'" + path + "' is not a path");
     full.resize(length);
     return full;
+}
+
+std::optional<SourceFile> ReadSource(const std::string& extension, FindingList& findings) {
+    std::wstring problem;
+    const auto bytes = ReadFileBytes(FullPath(extension), kExtensionFileLimits.bytes, problem);
+    return bytes ? ParseSource(FromUtf8(extension), *bytes, findings) : std::nullopt;
 }
 
 std::string AnswerOf(const BidiSources& sources, const wchar_t* queryXml, int* status) {
@@ -154,9 +154,10 @@ EngineQuery::EngineQuery(const BidiSources& sources, const std::vector<std::stri
 }
 
 bool EngineQuery::FindNeeded() {
-    const bool resolved = QueryFor(engine_, request_, queryXml_);
+    const HRESULT result = engine_.EnumQueryElement(request_.Container(), queryXml_.GetAddress());
+    CheckStep(engine_, result);
     needed_ = NamesIn(queryXml_);
-    return resolved;
+    return result == S_OK;
 }
 
 void EngineQuery::Fetch() {
@@ -165,14 +166,12 @@ void EngineQuery::Fetch() {
 
 void EngineQuery::Bind() {
     if (!answer_) Fetch();
-    const HRESULT result = engine_.SetGetPrinterElementResponse(*answer_);
-    if (result != S_OK) ThrowFailure("the query failed", {result, ReasonOf(engine_)});
+    CheckStep(engine_, engine_.SetGetPrinterElementResponse(*answer_));
 }
 
 std::vector<BidiAnswer> EngineQuery::Ask(const wchar_t* action) {
     BIDI_RESPONSE_CONTAINER* response = nullptr;
-    const HRESULT result = engine_.SendRecvBidiDataFromPort(action, request_.Container(), &response);
-    if (result != S_OK || response == nullptr) ThrowFailure("the query failed", {result, ReasonOf(engine_)});
+    CheckStep(engine_, engine_.SendRecvBidiDataFromPort(action, request_.Container(), &response));
     return TakeAnswers(response);
 }
 

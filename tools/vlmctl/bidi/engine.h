@@ -8,6 +8,7 @@
 
 #include "bidi/velunbidispl.h"
 #include "tools/vlmctl/bidi/containers.h"
+#include "tools/vlmctl/extension_files/source.h"
 #include "util/com.h"
 
 namespace vlm::ctl {
@@ -60,6 +61,9 @@ class EngineQuery {
 
 // As the engine is given it.
 std::wstring FullPath(const std::string& path);
+// An extension file read as its author wrote it; empty when it cannot be read, or parsed, which `findings`
+// tells.
+std::optional<SourceFile> ReadSource(const std::string& extension, FindingList& findings);
 
 // `action` is "Get" or "GetAll". All throw CommandError with one line that says what is wrong,
 // CommandError::Status() being kFailed.

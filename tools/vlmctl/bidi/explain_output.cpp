@@ -1,6 +1,4 @@
-#include <fmt/format.h>
 
-#include <nlohmann/json.hpp>
 
 #include "tools/vlmctl/bidi/output.h"
 #include "tools/vlmctl/console/console.h"
@@ -82,8 +80,8 @@ Json JsonOf(const Search& search) {
     Json nodes = Json::array();
     for (size_t i = 0; i < search.found.size(); ++i)
         nodes.push_back({{"text", search.found[i]}, {"at", search.nodes[i]}});
-    return {{"query", search.query.empty() ? Json(nullptr) : Json(search.query)},
-            {"sent", search.sent ? Json(*search.sent) : Json(nullptr)},
+    return {{"query", OrNull(search.query)},
+            {"sent", OrNull(search.sent)},
             {"filter", search.filter},
             {"count", search.tried ? Json(search.count) : Json(nullptr)},
             {"nodes", std::move(nodes)}};
@@ -95,7 +93,7 @@ Json JsonOf(const std::vector<BindingStep>& bindings) {
         list.push_back({{"parameter", binding.parameter},
                         {"declared", JsonOf(binding.declared)},
                         {"search", JsonOf(binding.search)},
-                        {"node", binding.node ? Json(*binding.node) : Json(nullptr)}});
+                        {"node", OrNull(binding.node)}});
     }
     return list;
 }
@@ -116,7 +114,7 @@ Json JsonOf(const Explanation& explanation) {
             {"reason", VerdictName(explanation.verdict)},
             {"why", explanation.why},
             {"similar", explanation.nearest},
-            {"text", explanation.text ? Json(*explanation.text) : Json(nullptr)},
+            {"text", OrNull(explanation.text)},
             {"type", asked ? Json(answer.type) : Json(nullptr)},
             {"value", answer.hasValue ? Json(answer.value) : Json(nullptr)},
             {"result", asked ? Json(answer.result) : Json(nullptr)}};

@@ -1,11 +1,10 @@
 #include "tools/vlmctl/bidi/explanation.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
 #include <array>
 #include <cwctype>
 #include <map>
+#include <memory>
 #include <set>
 
 #include "bidi/answer_pass.h"
@@ -82,8 +81,7 @@ std::string NodePath(IXMLDOMNode* node) {
     ComPtr<IXMLDOMNode> at(node);
     node->AddRef();
     while (at) {
-        DOMNodeType type = NODE_INVALID;
-        at->get_nodeType(&type);
+        const DOMNodeType type = TypeOf(at.Get());
         const std::wstring name = NameOf(at.Get());
         if (type == NODE_DOCUMENT || name.ends_with(L":ElementData") || name == L"ElementData") break;
         std::wstring step = type == NODE_ATTRIBUTE ? L"@" + name : type == NODE_ELEMENT ? name : L"text()";
@@ -115,7 +113,7 @@ class Explainer {
     Explanation Run() {
         const std::vector<std::string> path{explanation_.path};
         const std::vector<std::string> wholeTree{"\\"};
-        query_.emplace(sources_, path);
+        query_ = std::make_unique<EngineQuery>(sources_, path);
         if (sources_.printerAnswer.empty() && sources_.printerUrl.empty()) {
             ExplainDeclared();
             return std::move(explanation_);
@@ -127,7 +125,7 @@ class Explainer {
             explanation_.asked = true;
             if (!inFiles_) {
                 // Nothing was asked for. All that there is shows what is there instead.
-                query_.emplace(sources_, wholeTree);
+                query_ = std::make_unique<EngineQuery>(sources_, wholeTree);
                 query_->FindNeeded();
                 query_->Bind();
             }
@@ -192,16 +190,27 @@ class Explainer {
         if (!reached) return false;
         for (const SchemaElement* element : Trail(tree.Root(), reached->elements.front())) {
             if (element->kind <= ElementKind::kSchema) continue;
-            Step step{ToUtf8(element->name.value_or(L"")), places_.Of(*element), {}, {}};
+            Step& step = AddStep(*element, *element);
             std::vector<const SchemaElement*> parameters = element->Bindings();
             if (element->IsTemplate()) parameters.insert(parameters.begin(), element);
             for (const SchemaElement* parameter : parameters)
-                step.bindings.push_back({ToUtf8(parameter->parameter.value_or(L"")), places_.Of(*parameter),
-                                         AsDeclared(*parameter), std::nullopt});
-            if (element->IsLeaf() && element->kind != ElementKind::kConst) step.search = AsDeclared(*element);
-            explanation_.steps.push_back(std::move(step));
+                step.bindings.push_back(StepOf(*parameter, AsDeclared(*parameter)));
+            if (HasFilter(*element)) step.search = AsDeclared(*element);
         }
         return true;
+    }
+
+    Step& AddStep(const SchemaElement& element, const SchemaElement& declared) {
+        return explanation_.steps.emplace_back(
+            Step{ToUtf8(element.name.value_or(L"")), places_.Of(declared), {}, {}});
+    }
+
+    BindingStep StepOf(const SchemaElement& parameter, Search search) const {
+        return {ToUtf8(parameter.parameter.value_or(L"")), places_.Of(parameter), std::move(search), {}};
+    }
+
+    static bool HasFilter(const SchemaElement& element) {
+        return element.IsLeaf() && element.kind != ElementKind::kConst;
     }
 
     static Search AsDeclared(const SchemaElement& element) {
@@ -214,27 +223,21 @@ class Explainer {
     void DescribeTrail(const std::vector<const SchemaElement*>& trail) {
         for (const SchemaElement* element : trail) {
             if (element->kind <= ElementKind::kSchema) continue;
-            Step step{ToUtf8(element->name.value_or(L"")), places_.Of(*element->declared), {}, {}};
+            Step& step = AddStep(*element, *element->declared);
             for (const BoundParameter& bound : element->bound) {
-                step.bindings.push_back({ToUtf8(bound.parameter->parameter.value_or(L"")),
-                                         places_.Of(*bound.parameter), Run(*bound.parameter, *bound.filter),
-                                         bound.node});
+                step.bindings.push_back(StepOf(*bound.parameter, Run(*bound.parameter, *bound.filter)));
+                step.bindings.back().node = bound.node;
                 parameters_[bound.parameter->parameter.value_or(L"")] = bound.value;
             }
-            if (element->IsLeaf() && element->kind != ElementKind::kConst)
-                step.search = Run(*element->declared, element->filter.value_or(L""));
-            explanation_.steps.push_back(std::move(step));
+            if (HasFilter(*element)) step.search = Run(*element->declared, element->filter.value_or(L""));
         }
     }
 
     Search Run(const SchemaElement& declared, const std::wstring& filter) const {
-        Search search;
+        Search search = AsDeclared(declared);
         search.filter = ToUtf8(filter);
         search.tried = true;
-        if (declared.query) {
-            search.query = ToUtf8(*declared.query);
-            search.sent = IsSent(declared);
-        }
+        if (declared.query) search.sent = IsSent(*declared.query, declared);
         const ComPtr<IXMLDOMNodeList> nodes = Answer().All(filter, declared);
         while (const ComPtr<IXMLDOMNode> node = NextNode(nodes.Get())) {
             if (search.count++ >= kMostShown) continue;
@@ -244,9 +247,9 @@ class Explainer {
         return search;
     }
 
-    bool IsSent(const SchemaElement& declared) const {
-        if (!ParsePrefixedName(*declared.query)) return false;
-        return Answer().First(L"*[local-name()='ElementData']/" + *declared.query, declared).Get() != nullptr;
+    bool IsSent(const std::wstring& query, const SchemaElement& declared) const {
+        return ParsePrefixedName(query) &&
+               Answer().First(L"*[local-name()='ElementData']/" + query, declared).Get() != nullptr;
     }
 
     void JudgeLeaf(const SchemaElement& leaf, const LeafAnswer& answer) {
@@ -262,7 +265,8 @@ class Explainer {
                              ? "the filter finds base64, and this version answers no binary values"
                              : "the type " + Shown(leaf.type.value_or(L"")) + " is unknown");
         }
-        JudgeSearch(*explanation_.steps.back().search, *leaf.declared);
+        const Step& last = explanation_.steps.back();
+        if (last.search) JudgeSearch(*last.search, *leaf.declared);
     }
 
     // Why a search gave nothing.
@@ -346,13 +350,13 @@ class Explainer {
         while ((reached = Expanded().Find(prefix)) == nullptr && !prefix.properties.empty())
             prefix.properties.pop_back();
         const bool atLeaf = prefix.properties.size() == path.properties.size();
-        const std::string missing(ToUtf8(
-            std::wstring(atLeaf ? path.leaf.value_or(L"") : path.properties[prefix.properties.size()])));
+        const std::wstring missing(atLeaf ? path.leaf.value_or(L"")
+                                          : path.properties[prefix.properties.size()]);
         if (reached != nullptr) {
             DescribeTrail(Trail(Expanded().Root(), reached));
             if (!atLeaf && reached->declared != nullptr) DescribeMakers(*reached->declared);
         }
-        JudgeMissing(Shown(missing), inFiles_);
+        JudgeMissing(Shown(missing));
     }
 
     // What makes levels in this one, with the parameters around it.
@@ -362,9 +366,8 @@ class Explainer {
             const Replacement replaced = ReplaceInFilter(filter, parameters_);
             // The empty ones of a level may use each other, which is for the levels they make to show.
             if (replaced.problem != ReplaceProblem::kNone) return;
-            explanation_.makesHere.push_back({ToUtf8(binding.parameter.value_or(L"")), places_.Of(binding),
-                                              Run(binding, replaced.text), std::nullopt});
-            makers_.push_back(&binding);
+            explanation_.makesHere.push_back(StepOf(binding, Run(binding, replaced.text)));
+            if (firstMaker_ == nullptr) firstMaker_ = &binding;
         };
         for (const SchemaElement& child : level.children) {
             if (child.IsTemplate()) describe(child);
@@ -375,26 +378,25 @@ class Explainer {
         }
     }
 
-    void JudgeMissing(const std::string& missing, bool inFiles) {
-        if (!inFiles || explanation_.makesHere.empty())
+    void JudgeMissing(const std::string& missing) {
+        if (!inFiles_ || explanation_.makesHere.empty())
             return Judge(Verdict::kNotInFiles, "the extension files have no '" + missing + "' there");
-        for (size_t i = 0; i < makers_.size(); ++i) {
-            const BindingStep& binding = explanation_.makesHere[i];
+        for (const BindingStep& binding : explanation_.makesHere) {
             if (binding.search.count > 0)
                 return Judge(Verdict::kNotMade, "the parameter " + binding.parameter + " makes no level '" +
                                                     missing + "' there");
         }
-        JudgeSearch(explanation_.makesHere.front().search, *makers_.front());
+        JudgeSearch(explanation_.makesHere.front().search, *firstMaker_);
     }
 
     const ComApartment apartment_{COINIT_MULTITHREADED};
     const BidiSources& sources_;
     const std::wstring path_;
-    std::optional<EngineQuery> query_;
+    std::unique_ptr<EngineQuery> query_;
     const SourcePlaces places_;
     bool inFiles_ = true;
-    Parameters parameters_;                     // bound on the way
-    std::vector<const SchemaElement*> makers_;  // of makesHere
+    Parameters parameters_;                      // bound on the way
+    const SchemaElement* firstMaker_ = nullptr;  // of makesHere
     Explanation explanation_;
 };
 

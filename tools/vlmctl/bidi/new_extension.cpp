@@ -27,12 +27,12 @@ constexpr size_t kMostNumbered = 8;
 constexpr size_t kDeepest = 40;
 constexpr size_t kLongestKey = 60;
 
-// An element of the answer.
+// An element of the answer, or an attribute.
 struct Node {
-    std::wstring name;  // as a filter writes it
-    std::vector<std::pair<std::wstring, std::wstring>> attributes;
+    std::wstring name;  // as a filter writes it; of an attribute the step that leads to it
     std::wstring text;  // of all below, as the engine takes it
     bool ownText = false;
+    std::vector<Node> attributes;
     std::vector<Node> children;
 
     bool IsPlain() const { return attributes.empty() && children.empty(); }
@@ -75,11 +75,6 @@ class Prefixes {
     std::map<std::wstring, std::wstring> uris_;
 };
 
-bool IsElement(IXMLDOMNode* node) {
-    DOMNodeType type = NODE_INVALID;
-    return node->get_nodeType(&type) == S_OK && type == NODE_ELEMENT;
-}
-
 // As deep as an answer, which is bounded.
 Node Read(IXMLDOMNode* element, Prefixes& prefixes) {
     Node node;
@@ -92,53 +87,41 @@ Node Read(IXMLDOMNode* element, Prefixes& prefixes) {
         const std::wstring step = written.starts_with(L"xml:")
                                       ? L"@*[local-name()='" + LocalOf(written) + L"']"
                                       : L"@" + prefixes.Name(attribute.Get());
-        node.attributes.emplace_back(step, TextOf(attribute.Get()));
+        node.attributes.push_back({step, TextOf(attribute.Get()), false, {}, {}});
     }
-    ComPtr<IXMLDOMNode> child;
-    element->get_firstChild(child.Receive());
-    while (child) {
-        if (IsElement(child.Get())) {
+    for (const ComPtr<IXMLDOMNode>& child : NodesAt(element, L"node()")) {
+        if (TypeOf(child.Get()) == NODE_ELEMENT) {
             node.children.push_back(Read(child.Get(), prefixes));
         } else {
             node.ownText |= !TextOf(child.Get()).empty();
         }
-        ComPtr<IXMLDOMNode> next;
-        child->get_nextSibling(next.Receive());
-        child = std::move(next);
     }
     return node;
 }
 
-// A value that reads the same when it comes back as a number.
-bool IsInt(const std::string& text) {
-    std::int32_t value = 0;
-    const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
-    return problem == std::errc() && end == text.data() + text.size() && std::to_string(value) == text;
-}
-
-bool IsFloat32(const std::string& text) {
-    float value = 0;
+// Whether the text, converted to a number and back, is the same.
+template <typename Number>
+bool ReadsBack(const std::string& text) {
+    Number value = 0;
     const auto [end, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
     return problem == std::errc() && end == text.data() + text.size() && fmt::format("{}", value) == text;
 }
 
-const wchar_t* TypeOf(const std::vector<std::wstring>& texts) {
+const wchar_t* TypeFor(const std::vector<std::wstring>& texts) {
     const auto all = [&](auto fits) {
         return !texts.empty() &&
                std::all_of(texts.begin(), texts.end(), [&](const auto& text) { return fits(ToUtf8(text)); });
     };
     if (all([](const std::string& text) { return text == "true" || text == "false"; })) return L"BIDI_BOOL";
-    if (all(IsInt)) return L"BIDI_INT";
-    if (all(IsFloat32)) return L"BIDI_FLOAT";
+    if (all(ReadsBack<std::int32_t>)) return L"BIDI_INT";
+    if (all(ReadsBack<float>)) return L"BIDI_FLOAT";
     return L"BIDI_STRING";
 }
 
 // For attribute values between quotation marks; apostrophes stay readable.
 std::wstring Quotable(const std::wstring& text) {
-    std::wstring escaped = EscapeXml(text);
-    constexpr std::wstring_view kApostrophe = L"&apos;";
-    for (size_t i = escaped.find(kApostrophe); i != std::wstring::npos; i = escaped.find(kApostrophe, i))
-        escaped.replace(i, kApostrophe.size(), L"'");
+    std::wstring escaped;
+    AppendEscaped(&escaped, text, L"&<>\"\t\n\r");
     return escaped;
 }
 
@@ -191,11 +174,12 @@ struct Group {
     }
 };
 
-std::vector<Group> ChildrenOf(const Nodes& parents) {
+// `members`: the children or the attributes.
+std::vector<Group> Grouped(const Nodes& parents, std::vector<Node> Node::*members) {
     std::vector<Group> groups;
     std::map<std::wstring, size_t> byName;
     for (size_t i = 0; i < parents.size(); ++i) {
-        for (const Node& child : parents[i]->children) {
+        for (const Node& child : parents[i]->*members) {
             const auto [known, added] = byName.emplace(child.name, groups.size());
             if (added) groups.push_back({child.name, std::vector<Nodes>(parents.size())});
             groups[known->second].byParent[i].push_back(&child);
@@ -204,26 +188,32 @@ std::vector<Group> ChildrenOf(const Nodes& parents) {
     return groups;
 }
 
-// The text at a step to an attribute or to the only child of that name that is a plain one.
-std::optional<std::wstring> TextAtStep(const Node& node, const std::wstring& step) {
-    for (const auto& [attribute, text] : node.attributes) {
-        if (attribute == step) return text;
-    }
+std::vector<std::wstring> TextsOf(const Nodes& nodes) {
+    std::vector<std::wstring> texts;
+    for (const Node* node : nodes)
+        texts.push_back(node->text);
+    return texts;
+}
+
+// The text at a step to an attribute, or to the only child of that name if it is a plain one; else empty.
+std::wstring TextAtStep(const Node& node, const std::wstring& step) {
     const Node* found = nullptr;
-    for (const Node& child : node.children) {
-        if (child.name != step) continue;
-        if (found != nullptr || !child.IsPlain()) return std::nullopt;
-        found = &child;
+    for (const std::vector<Node>* members : {&node.attributes, &node.children}) {
+        for (const Node& member : *members) {
+            if (member.name != step) continue;
+            if (found != nullptr || !member.IsPlain()) return {};
+            found = &member;
+        }
     }
-    return found != nullptr ? std::optional(found->text) : std::nullopt;
+    return found != nullptr ? found->text : L"";
 }
 
 // The step whose text tells the elements of each parent apart, if there is one.
 std::optional<std::wstring> KeyOf(const Group& group) {
     std::vector<std::wstring> steps;
     const Node& sample = *group.All().front();
-    for (const auto& [attribute, text] : sample.attributes)
-        steps.push_back(attribute);
+    for (const Node& attribute : sample.attributes)
+        steps.push_back(attribute.name);
     // Other children's texts say how an element is, not which one it is.
     for (const Node& child : sample.children) {
         const std::wstring local = LocalOf(child.name);
@@ -231,11 +221,7 @@ std::optional<std::wstring> KeyOf(const Group& group) {
     }
     const auto rank = [](const std::wstring& step) {
         const std::wstring local = LocalOf(step.starts_with(L'@') ? step.substr(1) : step);
-        return local == L"Name"         ? 0
-               : local == L"Id"         ? 1
-               : step.starts_with(L'@') ? 2
-               : local == L"Color"      ? 3
-                                        : 4;
+        return local == L"Name" ? 0 : local == L"Id" ? 1 : step.starts_with(L'@') ? 2 : 3;
     };
     std::stable_sort(steps.begin(), steps.end(),
                      [&](const auto& left, const auto& right) { return rank(left) < rank(right); });
@@ -243,8 +229,8 @@ std::optional<std::wstring> KeyOf(const Group& group) {
         const bool tells = std::all_of(group.byParent.begin(), group.byParent.end(), [&](const Nodes& nodes) {
             std::set<std::wstring> keys;
             return std::all_of(nodes.begin(), nodes.end(), [&](const Node* node) {
-                const std::optional<std::wstring> key = TextAtStep(*node, step);
-                return key && IsKey(*key) && keys.insert(*key).second;
+                const std::wstring key = TextAtStep(*node, step);
+                return IsKey(key) && keys.insert(key).second;
             });
         });
         if (tells) return step;
@@ -310,7 +296,7 @@ class Writer {
         if (where.many) {
             WriteLeaf(level, L"List", name, nullptr, where);
         } else {
-            WriteLeaf(level, L"Value", name, TypeOf(texts), where);
+            WriteLeaf(level, L"Value", name, TypeFor(texts), where);
         }
     }
 
@@ -332,9 +318,7 @@ class Writer {
     }
 
     void WritePlain(const Group& group, const Where& where, size_t level, Names& names) {
-        std::vector<std::wstring> texts;
-        for (const Node* node : group.All())
-            texts.push_back(node->text);
+        const std::vector<std::wstring> texts = TextsOf(group.All());
         const bool empty =
             std::all_of(texts.begin(), texts.end(), [](const auto& text) { return text.empty(); });
         const std::wstring name = Unique(names.leaves, group.name);
@@ -365,7 +349,7 @@ class Writer {
         const std::wstring parameter = Unique(parameters_, group.name);
         std::wstring values;
         for (const Node* node : group.All())
-            values += (values.empty() ? L"" : L", ") + *TextAtStep(*node, key);
+            values += (values.empty() ? L"" : L", ") + TextAtStep(*node, key);
         if (!alone) Line(level, L"<Property name=\"" + Quotable(Unique(names.levels, group.name)) + L"\">");
         const size_t inside = level + (alone ? 0 : 1);
         ++extension_.parameters;
@@ -398,23 +382,11 @@ class Writer {
         const auto below = [&](const std::wstring& step) {
             return Where{where.query, where.path + L"/" + step, where.many};
         };
-        std::vector<std::pair<std::wstring, std::vector<std::wstring>>> attributes;
-        for (const Node* node : nodes) {
-            for (const auto& attribute : node->attributes) {
-                const auto known = std::find_if(attributes.begin(), attributes.end(), [&](const auto& one) {
-                    return one.first == attribute.first;
-                });
-                if (known == attributes.end()) {
-                    attributes.push_back({attribute.first, {attribute.second}});
-                } else {
-                    known->second.push_back(attribute.second);
-                }
-            }
-        }
-        for (const auto& [step, texts] : attributes)
-            WriteTexts(level, Unique(names.leaves, NameOfStep(step)), texts, below(step));
+        for (const Group& group : Grouped(nodes, &Node::attributes))
+            WriteTexts(level, Unique(names.leaves, NameOfStep(group.name)), TextsOf(group.All()),
+                       below(group.name));
         WriteOwnText(nodes, where, level, names);
-        const std::vector<Group> groups = ChildrenOf(nodes);
+        const std::vector<Group> groups = Grouped(nodes, &Node::children);
         for (const Group& group : groups)
             WriteGroup(group, below(group.name), level, names, groups.size() == 1);
     }
@@ -428,17 +400,16 @@ class Writer {
     void WriteOwnText(const Nodes& nodes, const Where& where, size_t level, Names& names) {
         const bool mixed =
             std::any_of(nodes.begin(), nodes.end(), [](const Node* node) { return !node->children.empty(); });
-        std::vector<std::wstring> texts;
-        for (const Node* node : nodes) {
-            if (node->ownText) texts.push_back(node->text);
-        }
-        if (texts.empty()) return;
+        Nodes withText;
+        std::copy_if(nodes.begin(), nodes.end(), std::back_inserter(withText),
+                     [](const Node* node) { return node->ownText; });
+        if (withText.empty()) return;
         const std::wstring name = Unique(names.leaves, L"Text");
         if (mixed) {
             WriteLeaf(level, L"List", name, nullptr,
                       {where.query, where.path + L"/text()[normalize-space()]"});
         } else {
-            WriteTexts(level, name, texts, where);
+            WriteTexts(level, name, TextsOf(withText), where);
         }
     }
 

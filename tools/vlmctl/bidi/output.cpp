@@ -1,9 +1,5 @@
 #include "tools/vlmctl/bidi/output.h"
 
-#include <fmt/format.h>
-
-#include <nlohmann/json.hpp>
-
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/table.h"
 

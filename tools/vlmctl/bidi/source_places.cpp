@@ -3,7 +3,6 @@
 #include "tools/vlmctl/bidi/engine.h"
 #include "tools/vlmctl/bidi/explanation.h"
 #include "util/text.h"
-#include "util/xml_bounds.h"
 
 namespace vlm::ctl {
 
@@ -19,44 +18,26 @@ void Number(const SourceElement& element, std::vector<const SourceElement*>& num
 
 SourcePlaces::SourcePlaces(const std::vector<std::string>& extensions) {
     for (const std::string& extension : extensions) {
-        std::wstring problem;
         FindingList ignored;
-        const std::wstring path = FullPath(extension);
-        const auto bytes = ReadFileBytes(path, kExtensionFileLimits.bytes, problem);
-        std::optional<SourceFile> file;
-        if (bytes) file = ParseSource(FromUtf8(extension), *bytes, ignored);
+        std::optional<SourceFile> file = ReadSource(extension, ignored);
         if (!file) continue;
-        const auto [read, added] = files_.try_emplace(path, Read{*std::move(file), {}});
+        const auto [read, added] = files_.try_emplace(FullPath(extension), Read{*std::move(file), {}});
         if (added) Number(read->second.file.root, read->second.elements);
     }
 }
 
-const SourcePlaces::Read* SourcePlaces::Find(const SchemaElement& declared) const {
-    if (declared.file == nullptr) return nullptr;
+std::optional<SourcePlaces::Source> SourcePlaces::Find(const SchemaElement& declared) const {
+    if (declared.file == nullptr) return std::nullopt;
     const auto found = files_.find(*declared.file);
-    return found != files_.end() && declared.number < found->second.elements.size() ? &found->second
-                                                                                    : nullptr;
-}
-
-const SourceFile* SourcePlaces::FileOf(const SchemaElement& declared) const {
-    const Read* read = Find(declared);
-    return read != nullptr ? &read->file : nullptr;
-}
-
-const SourceElement* SourcePlaces::ElementOf(const SchemaElement& declared) const {
-    const Read* read = Find(declared);
-    return read != nullptr ? read->elements[declared.number] : nullptr;
+    if (found == files_.end() || declared.number >= found->second.elements.size()) return std::nullopt;
+    return Source{found->second.file, *found->second.elements[declared.number]};
 }
 
 Declared SourcePlaces::Of(const SchemaElement& declared) const {
-    Declared place{ToUtf8(declared.tag), "", 0, 0};
-    const Read* read = Find(declared);
-    if (read == nullptr) return place;
-    const Place at = read->file.PlaceOf({*read->elements[declared.number]});
-    place.file = ToUtf8(read->file.path);
-    place.line = at.line;
-    place.column = at.column;
-    return place;
+    const std::optional<Source> source = Find(declared);
+    if (!source) return {ToUtf8(declared.tag), "", 0, 0};
+    const Place at = source->file.PlaceOf({source->element});
+    return {ToUtf8(declared.tag), ToUtf8(source->file.path), at.line, at.column};
 }
 
 }  // namespace vlm::ctl

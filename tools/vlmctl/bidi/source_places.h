@@ -3,6 +3,7 @@
 #pragma once
 
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -22,16 +23,18 @@ class SourcePlaces {
     SourcePlaces& operator=(const SourcePlaces&) = delete;
 
     Declared Of(const SchemaElement& declared) const;
-    // Null when the file has no such element.
-    const SourceFile* FileOf(const SchemaElement& declared) const;
-    const SourceElement* ElementOf(const SchemaElement& declared) const;
+    struct Source {
+        const SourceFile& file;
+        const SourceElement& element;
+    };
+    // Empty when the file has no such element.
+    std::optional<Source> Find(const SchemaElement& declared) const;
 
  private:
     struct Read {
         SourceFile file;
         std::vector<const SourceElement*> elements;  // in document order
     };
-    const Read* Find(const SchemaElement& declared) const;
 
     std::map<std::wstring, Read> files_;  // by the path that the engine knows
 };

@@ -1,7 +1,6 @@
 #include "tools/vlmctl/console/table.h"
 
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "tools/vlmctl/console/console.h"
 
@@ -12,12 +11,16 @@ namespace {
 // Values wider than this do not widen their column.
 constexpr size_t kWidestColumn = 60;
 
+}  // namespace
+
 size_t Width(const std::string& utf8) {
     return static_cast<size_t>(std::count_if(
         utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
-}  // namespace
+std::string Padded(const std::string& utf8, size_t width) {
+    return utf8 + std::string(width - std::min(width, Width(utf8)), ' ');
+}
 
 void PrintTable(const Rows& rows) {
     std::vector<size_t> widths(rows.front().size());
@@ -29,13 +32,9 @@ void PrintTable(const Rows& rows) {
     }
     for (const auto& row : rows) {
         std::string line;
-        for (size_t i = 0; i < row.size(); ++i) {
-            line += row[i];
-            if (i + 1 == row.size()) break;
-            const size_t width = Width(row[i]);
-            line.append((width < widths[i] ? widths[i] - width : 0) + 2, ' ');
-        }
-        PrintLine("{}", line);
+        for (size_t i = 0; i + 1 < row.size(); ++i)
+            line += Padded(row[i], widths[i]) + "  ";
+        PrintLine("{}{}", line, row.back());
     }
 }
 

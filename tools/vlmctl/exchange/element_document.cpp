@@ -1,9 +1,5 @@
 #include "tools/vlmctl/exchange/element_document.h"
 
-#include <fmt/format.h>
-
-#include <nlohmann/json.hpp>
-
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/failure.h"
@@ -36,21 +32,18 @@ std::wstring ValueOf(IXMLDOMNode* node) {
     return {value.bstrVal, SysStringLen(value.bstrVal)};
 }
 
-std::wstring AttributesOf(IXMLDOMNode* element, const NamespaceDeclarations& declarations) {
-    std::wstring text;
-    for (const NamespaceDeclaration& one : declarations) {
-        text += one.prefix.empty() ? L" xmlns" : L" xmlns:" + one.prefix;
-        text += L"=\"" + Escaped(one.uri) + L"\"";
-    }
+// Names and values, without namespace declarations.
+std::vector<std::pair<std::wstring, std::wstring>> AttributesOf(IXMLDOMNode* element) {
+    std::vector<std::pair<std::wstring, std::wstring>> list;
     ComPtr<IXMLDOMNamedNodeMap> attributes;
-    if (element->get_attributes(attributes.Receive()) != S_OK || !attributes) return text;
+    if (element->get_attributes(attributes.Receive()) != S_OK || !attributes) return list;
     ComPtr<IXMLDOMNode> attribute;
     while (attributes->nextNode(attribute.Receive()) == S_OK && attribute) {
         const std::wstring name = NameOf(attribute.Get());
         if (name != L"xmlns" && !name.starts_with(L"xmlns:"))
-            text += L" " + name + L"=\"" + Escaped(ValueOf(attribute.Get())) + L"\"";
+            list.emplace_back(name, ValueOf(attribute.Get()));
     }
-    return text;
+    return list;
 }
 
 // The cleaned document declares everything on its root; below it a default namespace may be undone.
@@ -70,20 +63,18 @@ void AppendElement(std::wstring& out, IXMLDOMNode* element, size_t depth,
     const std::wstring name = NameOf(element);
     std::wstring elements;
     std::wstring text;
-    ComPtr<IXMLDOMNode> child;
-    element->get_firstChild(child.Receive());
-    while (child) {
-        DOMNodeType type = NODE_INVALID;
-        child->get_nodeType(&type);
-        if (type == NODE_ELEMENT) AppendElement(elements, child.Get(), depth + 1);
-        if (type == NODE_TEXT || type == NODE_CDATA_SECTION) text += ValueOf(child.Get());
-        ComPtr<IXMLDOMNode> next;
-        child->get_nextSibling(next.Receive());
-        child = std::move(next);
+    for (const ComPtr<IXMLDOMNode>& child : NodesAt(element, L"* | text()")) {
+        if (TypeOf(child.Get()) == NODE_ELEMENT)
+            AppendElement(elements, child.Get(), depth + 1);
+        else
+            text += ValueOf(child.Get());
     }
     const std::wstring indent(depth * kIndent, L' ');
-    out += indent + L"<" + name + (UndoesDefault(element) ? L" xmlns=\"\"" : L"") +
-           AttributesOf(element, declarations);
+    out += indent + L"<" + name + (UndoesDefault(element) ? L" xmlns=\"\"" : L"");
+    for (const NamespaceDeclaration& one : declarations)
+        out += (one.prefix.empty() ? L" xmlns" : L" xmlns:" + one.prefix) + L"=\"" + Escaped(one.uri) + L"\"";
+    for (const auto& [attribute, value] : AttributesOf(element))
+        out += L" " + attribute + L"=\"" + Escaped(value) + L"\"";
     if (elements.empty() && text.empty()) {
         out += L"/>\n";
     } else if (elements.empty()) {
@@ -159,26 +150,23 @@ Json ElementJson(IXMLDOMNode* element) {
               {"attributes", Json::object()},
               {"text", ""},
               {"children", Json::array()}};
-    ComPtr<IXMLDOMNamedNodeMap> attributes;
-    ComPtr<IXMLDOMNode> attribute;
-    if (element->get_attributes(attributes.Receive()) == S_OK && attributes) {
-        while (attributes->nextNode(attribute.Receive()) == S_OK && attribute) {
-            const std::wstring name = NameOf(attribute.Get());
-            if (name != L"xmlns" && !name.starts_with(L"xmlns:"))
-                json["attributes"][ToUtf8(name)] = ToUtf8(ValueOf(attribute.Get()));
-        }
-    }
+    for (const auto& [name, value] : AttributesOf(element))
+        json["attributes"][ToUtf8(name)] = ToUtf8(value);
     std::wstring text;
     for (const ComPtr<IXMLDOMNode>& node : NodesAt(element, L"* | text()")) {
-        DOMNodeType type = NODE_INVALID;
-        node->get_nodeType(&type);
-        if (type == NODE_ELEMENT)
+        if (TypeOf(node.Get()) == NODE_ELEMENT)
             json["children"].push_back(ElementJson(node.Get()));
         else
             text += ValueOf(node.Get());
     }
     json["text"] = ToUtf8(std::wstring(TrimXmlSpace(text)));
     return json;
+}
+
+DOMNodeType TypeOf(IXMLDOMNode* node) {
+    DOMNodeType type = NODE_INVALID;
+    node->get_nodeType(&type);
+    return type;
 }
 
 std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath) {

@@ -43,12 +43,13 @@ std::string Indented(IXMLDOMNode* element, const NamespaceDeclarations& declarat
 // it.
 Json ElementJson(IXMLDOMNode* element);
 
+DOMNodeType TypeOf(IXMLDOMNode* node);
 // The text at an XPath expression relative to `node`, where "pri" is the print service's prefix; printable
 // UTF-8 without white space at its ends, empty when nothing matches.
 std::string TextAt(IXMLDOMNode* node, const wchar_t* xpath);
 // The same for an attribute of `node`, which printers write with the print service's prefix or without.
 std::string AttributeAt(IXMLDOMNode* node, const std::wstring& name);
-// All matches.
+// All matches, in document order.
 std::vector<ComPtr<IXMLDOMNode>> NodesAt(IXMLDOMNode* node, const wchar_t* xpath);
 
 }  // namespace vlm::ctl

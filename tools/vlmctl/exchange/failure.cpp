@@ -3,7 +3,6 @@
 #include <fmt/format.h>
 
 #include "tools/vlmctl/console/command.h"
-#include "tools/vlmctl/console/console.h"
 #include "util/text.h"
 
 namespace vlm::ctl {

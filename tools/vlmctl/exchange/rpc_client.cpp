@@ -12,6 +12,7 @@
 #include <span>
 
 #include "rpc/rpc_text.h"
+#include "tools/vlmctl/console/code_text.h"
 #include "tools/vlmctl/console/command.h"
 #include "util/text.h"
 
@@ -23,18 +24,9 @@ struct Endpoint {
     const wchar_t* protocol;
     const wchar_t* name;
 };
-
-Endpoint EndpointOf(RpcRoute route) {
-    switch (route) {
-        case RpcRoute::kPipe:
-            return {L"ncacn_np", L"\\pipe\\vllm3mon"};
-        case RpcRoute::kTcp:
-            return {L"ncacn_ip_tcp", L"51656"};
-        case RpcRoute::kLocal:
-            break;
-    }
-    return {L"ncalrpc", L"vllm3mon"};
-}
+// By RpcRoute.
+constexpr Endpoint kEndpoints[] = {
+    {L"ncalrpc", L"vllm3mon"}, {L"ncacn_np", L"\\pipe\\vllm3mon"}, {L"ncacn_ip_tcp", L"51656"}};
 
 // The runtime raises a failed call as a structured exception whose code is the status. Either of these two
 // runs one call through such a frame; nothing in it needs a destructor.
@@ -113,30 +105,21 @@ std::string StatusNumber(std::uint32_t status) {
 }
 
 const char* StatusMeaning(std::uint32_t status) {
-    if (status >= kFirstException) return "the server raised this exception during the call";
-    switch (status) {
-        case RPC_S_ACCESS_DENIED:
-            return "the server denied access";
-        case RPC_S_UNKNOWN_IF:
-            return "the server at this endpoint does not offer the monitor's procedures";
-        case RPC_S_SERVER_UNAVAILABLE:
-            return "no server listens at this endpoint";
-        case RPC_S_CALL_FAILED:
-        case RPC_S_CALL_FAILED_DNE:
-            return "the server went away during the call";
-        case RPC_S_PROTOCOL_ERROR:
-            return "the server at this endpoint does not speak RPC";
-        case RPC_S_PROCNUM_OUT_OF_RANGE:
-            return "the server at this endpoint does not offer this procedure";
-        case RPC_X_BAD_STUB_DATA:
-            return "the server rejected the call as malformed";
-        default:
-            return nullptr;
-    }
+    static constexpr CodeText kTexts[] = {
+        {RPC_S_ACCESS_DENIED, "the server denied access"},
+        {RPC_S_UNKNOWN_IF, "the server at this endpoint does not offer the monitor's procedures"},
+        {RPC_S_SERVER_UNAVAILABLE, "no server listens at this endpoint"},
+        {RPC_S_CALL_FAILED, "the server went away during the call"},
+        {RPC_S_CALL_FAILED_DNE, "the server went away during the call"},
+        {RPC_S_PROTOCOL_ERROR, "the server at this endpoint does not speak RPC"},
+        {RPC_S_PROCNUM_OUT_OF_RANGE, "the server at this endpoint does not offer this procedure"},
+        {RPC_X_BAD_STUB_DATA, "the server rejected the call as malformed"}};
+    return status >= kFirstException ? "the server raised this exception during the call"
+                                     : TextOfCode(kTexts, status);
 }
 
 RpcClient::RpcClient(RpcRoute route, const std::string& host) {
-    const Endpoint endpoint = EndpointOf(route);
+    const Endpoint& endpoint = kEndpoints[static_cast<size_t>(route)];
     const std::wstring address = FromUtf8(host);
     rpc::RpcString whole;
     RPC_STATUS status = RpcStringBindingComposeW(nullptr, rpc::RpcText(endpoint.protocol),

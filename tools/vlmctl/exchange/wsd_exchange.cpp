@@ -9,7 +9,6 @@
 #include "tools/vlmctl/exchange/failure.h"
 #include "util/namespaces.h"
 #include "util/text.h"
-#include "util/trace.h"
 
 namespace vlm::ctl {
 
@@ -65,9 +64,10 @@ std::string FetchAnswer(const std::string& url, const wchar_t* query, int* statu
     return answer;
 }
 
-std::string FetchCleanAnswer(const std::string& url, const wchar_t* query) {
+std::string FetchCleanAnswer(const std::string& url, const wchar_t* query, std::string* received) {
     int status = 0;
     const std::string answer = FetchAnswer(url, query, &status);
+    if (received != nullptr) *received = answer;
     std::string clean;
     const Outcome cleaned = CleanPrinterElements(answer, query, &clean, status);
     if (FAILED(cleaned)) ThrowFailure(Shown(url) + " is not a WSD print service", cleaned);

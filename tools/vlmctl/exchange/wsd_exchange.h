@@ -29,7 +29,8 @@ ServiceUrl ParsePrinterUrl(const std::string& url);
 
 // The answer to a query document, as the printer sent it, and its HTTP status.
 std::string FetchAnswer(const std::string& url, const wchar_t* query, int* status = nullptr);
-// The same as the monitor hands it to the Bidi engine: cleaned up, UTF-8.
-std::string FetchCleanAnswer(const std::string& url, const wchar_t* query);
+// The same as the monitor hands it to the Bidi engine: cleaned up, UTF-8. `received` is as the printer sent
+// it.
+std::string FetchCleanAnswer(const std::string& url, const wchar_t* query, std::string* received = nullptr);
 
 }  // namespace vlm::ctl

@@ -1,10 +1,8 @@
 #include "tools/vlmctl/extension_files/check.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <charconv>
 #include <cstdint>
-#include <cwchar>
 #include <map>
 #include <optional>
 #include <set>

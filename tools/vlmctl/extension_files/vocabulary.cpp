@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "util/namespaces.h"
-#include "util/vlxml.h"
 
 namespace vlm::ctl {
 

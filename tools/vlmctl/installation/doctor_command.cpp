@@ -1,7 +1,7 @@
 // vlmctl doctor: whether everything that the monitor needs is in place, and what to do about what is not.
 #include <CLI/CLI.hpp>
+#include <array>
 #include <memory>
-#include <nlohmann/json.hpp>
 
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
@@ -41,15 +41,8 @@ class Report {
 
  private:
     static const char* Word(Health health) {
-        switch (health) {
-            case Health::kOk:
-                return "ok";
-            case Health::kWrong:
-                return "wrong";
-            case Health::kUnknown:
-                break;
-        }
-        return "unknown";
+        static constexpr std::array kWords{"ok", "wrong", "unknown"};
+        return kWords[static_cast<size_t>(health)];
     }
 
     bool json_;

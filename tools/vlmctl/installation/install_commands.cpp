@@ -1,15 +1,14 @@
 // vlmctl install, uninstall: the monitor into the system and out of it, for a machine without a driver
 // package that does it.
 #include <CLI/CLI.hpp>
+#include <array>
 #include <filesystem>
 #include <memory>
 
 #include "spooler/host/monitor_host.h"
-#include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/product.h"
 #include "tools/vlmctl/installation/installation_commands.h"
-#include "tools/vlmctl/installation/monitor_image.h"
 #include "tools/vlmctl/installation/monitor_installation.h"
 #include "util/text.h"
 
@@ -32,22 +31,15 @@ void Install(const InstallOptions& options) {
 
 void Uninstall(const std::string& name) {
     const CopyAfterRemoval copy = RemoveMonitor(FromUtf8(name));
-    const std::string file = ToUtf8(InSystemFolder(kMonitorFile));
     PrintLine("uninstalled   {}", name);
-    switch (copy) {
-        case CopyAfterRemoval::kDeleted:
-            PrintLine("deleted       {}", file);
-            break;
-        case CopyAfterRemoval::kNoneThere:
-            PrintLine("file          {} did not exist", file);
-            break;
-        case CopyAfterRemoval::kUsedByAnother:
-            PrintLine("kept          {}; another monitor uses it", file);
-            break;
-        case CopyAfterRemoval::kGoesAtRestart:
-            PrintLine("renamed       {}; it is still loaded and is deleted at the next restart", file);
-            break;
-    }
+    // By CopyAfterRemoval.
+    static constexpr std::array<std::pair<const char*, const char*>, 4> kFates{
+        {{"deleted", ""},
+         {"file", " did not exist"},
+         {"kept", "; another monitor uses it"},
+         {"renamed", "; it is still loaded and is deleted at the next restart"}}};
+    const auto& [word, rest] = kFates[static_cast<size_t>(copy)];
+    PrintLine("{:<13} {}{}", word, ToUtf8(InSystemFolder(kMonitorFile)), rest);
 }
 
 }  // namespace

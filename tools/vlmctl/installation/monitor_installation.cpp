@@ -99,27 +99,25 @@ std::wstring InSystemFolder(const std::wstring& file) {
 }
 
 std::string SpoolerProblem(DWORD code) {
-    const std::string number = " (" + std::to_string(code) + ")";
-    switch (code) {
-        case ERROR_ACCESS_DENIED:
-        case ERROR_PRIVILEGE_NOT_HELD:
-            return "access denied" + number + "; run it from an elevated prompt (Run as administrator)";
-        case ERROR_SHARING_VIOLATION:
-            return "another process has it open" + number + "; restart the service 'Spooler'";
-        case RPC_S_SERVER_UNAVAILABLE:
-            return "the spooler is not running" + number + "; start the service 'Spooler'";
-        case ERROR_UNKNOWN_PRINT_MONITOR:
-            return "no such monitor is installed" + number;
-        case ERROR_PRINT_MONITOR_ALREADY_INSTALLED:
-            return "it is already installed" + number;
-        case ERROR_INVALID_PRINT_MONITOR:
-            return "the spooler does not accept it as a monitor" + number;
-        case ERROR_PRINT_MONITOR_IN_USE:
-            return "a printer still uses it" + number +
-                   "; remove the printers and drivers that name it first";
-        default:
-            return ErrorText(code);
-    }
+    struct Problem {
+        DWORD code;
+        const char* text;
+        const char* advice;
+    };
+    static constexpr char kElevate[] = "; run it from an elevated prompt (Run as administrator)";
+    static constexpr Problem kProblems[] = {
+        {ERROR_ACCESS_DENIED, "access denied", kElevate},
+        {ERROR_PRIVILEGE_NOT_HELD, "access denied", kElevate},
+        {ERROR_SHARING_VIOLATION, "another process has it open", "; restart the service 'Spooler'"},
+        {RPC_S_SERVER_UNAVAILABLE, "the spooler is not running", "; start the service 'Spooler'"},
+        {ERROR_UNKNOWN_PRINT_MONITOR, "no such monitor is installed", ""},
+        {ERROR_PRINT_MONITOR_ALREADY_INSTALLED, "it is already installed", ""},
+        {ERROR_INVALID_PRINT_MONITOR, "the spooler does not accept it as a monitor", ""},
+        {ERROR_PRINT_MONITOR_IN_USE, "a printer still uses it",
+         "; remove the printers and drivers that name it first"}};
+    for (const Problem& one : kProblems)
+        if (one.code == code) return fmt::format("{} ({}){}", one.text, code, one.advice);
+    return ErrorText(code);
 }
 
 std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {

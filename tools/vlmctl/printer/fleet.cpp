@@ -1,18 +1,15 @@
 #include "tools/vlmctl/printer/fleet.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
+#include <array>
 #include <condition_variable>
 #include <list>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <thread>
 
-#include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/reach.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
@@ -56,19 +53,8 @@ FleetPrinter Ask(const std::string& url) {
 }
 
 const char* Word(Attention attention) {
-    switch (attention) {
-        case Attention::kError:
-            return "error";
-        case Attention::kUnreachable:
-            return "unreachable";
-        case Attention::kWarning:
-            return "warning";
-        case Attention::kLow:
-            return "low";
-        case Attention::kNone:
-            break;
-    }
-    return "none";
+    static constexpr std::array kWords{"error", "unreachable", "warning", "low", "none"};
+    return kWords[static_cast<size_t>(attention)];
 }
 
 bool Is(const std::string& text, const char* word) {

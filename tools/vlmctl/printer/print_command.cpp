@@ -8,7 +8,6 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <optional>
 #include <vector>
 
@@ -225,8 +224,8 @@ void PrintFile(const PrintOptions& options) {
                    {"target", target},
                    {"bytes", outcome.bytesSent},
                    {"seconds", seconds.count()},
-                   {"events", events ? Json(*events) : Json(nullptr)},
-                   {"answer", answer.empty() ? Json(nullptr) : Json(answer)}});
+                   {"events", OrNull(events)},
+                   {"answer", OrNull(answer)}});
         return;
     }
     for (const std::string& text : {answer, later})

@@ -1,10 +1,7 @@
 #include "tools/vlmctl/printer/printer_report.h"
 
-#include <fmt/format.h>
-
 #include <charconv>
 #include <initializer_list>
-#include <nlohmann/json.hpp>
 
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
@@ -67,13 +64,9 @@ ComPtr<IXMLDOMNode> Part(const ElementDocument& document, const wchar_t* name) {
     return nullptr;
 }
 
-Json OrNull(const std::string& text) {
-    return text.empty() ? Json(nullptr) : Json(text);
-}
-
 void AddLevel(const PrinterReport::Level& level, Json& json) {
     json["level"] = OrNull(level.text);
-    json["percent"] = level.percent ? Json(*level.percent) : Json(nullptr);
+    json["percent"] = OrNull(level.percent);
 }
 
 }  // namespace

@@ -2,7 +2,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
@@ -13,7 +12,6 @@
 #include "tools/vlmctl/printer/fleet.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/com.h"
-#include "util/text.h"
 
 namespace vlm::ctl {
 
@@ -54,11 +52,10 @@ void PrintLevels(const char* title, const std::vector<Row>& rows) {
     if (rows.empty()) return;
     size_t width = 0;
     for (const Row& row : rows)
-        width = std::max(width, FromUtf8(row.name).size());
+        width = std::max(width, Width(row.name));
     PrintLine("{}", title);
     for (const Row& row : rows) {
-        const size_t padding = width - FromUtf8(row.name).size();
-        std::string line = "  " + row.name + std::string(padding, ' ') + "  " + Bar(row.level);
+        std::string line = "  " + Padded(row.name, width) + "  " + Bar(row.level);
         if (!row.remark.empty()) line += "  " + row.remark;
         line.erase(line.find_last_not_of(' ') + 1);
         PrintLine("{}", line);

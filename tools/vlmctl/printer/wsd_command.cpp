@@ -1,16 +1,13 @@
 // vlmctl wsd: a printer's WSD elements, as the monitor sees them.
 #include <CLI/CLI.hpp>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <set>
 
-#include "soap/printer_elements.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/files.h"
 #include "tools/vlmctl/console/table.h"
 #include "tools/vlmctl/exchange/element_document.h"
-#include "tools/vlmctl/exchange/failure.h"
 #include "tools/vlmctl/exchange/wsd_exchange.h"
 #include "tools/vlmctl/printer/printer_commands.h"
 #include "util/text.h"
@@ -76,16 +73,6 @@ std::vector<std::string> Unanswered(const std::vector<std::string>& names, const
     return unanswered;
 }
 
-// The cleaned answer, and the one that it was made of.
-std::string FetchBoth(const std::string& url, const std::wstring& query, std::string* answer) {
-    int status = 200;
-    *answer = FetchAnswer(url, query.c_str(), &status);
-    std::string clean;
-    const Outcome cleaned = CleanPrinterElements(*answer, query.c_str(), &clean, status);
-    if (FAILED(cleaned)) ThrowFailure(Shown(url) + " is not a WSD print service", cleaned);
-    return clean;
-}
-
 void PrintElements(const WsdOptions& options) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     const std::wstring query = QueryForElements(options.names, ParseDeclarations(options.namespaces));
@@ -94,7 +81,7 @@ void PrintElements(const WsdOptions& options) {
         return;
     }
     std::string answer;
-    const ElementDocument document(options.url, FetchBoth(options.url, query, &answer));
+    const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str(), &answer));
     const std::vector<std::string> invalid = InvalidNames(document);
     const std::vector<std::string> unanswered = Unanswered(options.names, document);
     if (!options.save.empty()) {

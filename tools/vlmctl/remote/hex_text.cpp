@@ -10,10 +10,7 @@
 namespace vlm::ctl {
 
 std::string HexText(std::span<const std::uint8_t> bytes) {
-    std::string text;
-    for (const std::uint8_t byte : bytes)
-        text += fmt::format("{}{:02X}", text.empty() ? "" : " ", byte);
-    return text;
+    return fmt::format("{:02X}", fmt::join(bytes, " "));
 }
 
 std::string HexDump(std::span<const std::uint8_t> bytes) {

@@ -3,12 +3,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "rpc/codes.h"
+#include "tools/vlmctl/console/code_text.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/table.h"
@@ -71,46 +71,27 @@ std::string InCodePage(const std::string& utf8) {
 }
 
 // What the procedures return.
-const char* ResultMeaning(std::uint32_t code) {
-    switch (code) {
-        case rpc::kPortBusy:
-            return "the port is busy with a job or another caller";
-        case rpc::kNothingBelow:
-            return "the lower monitor could not open the port";
-        case rpc::kOutOfMemory:
-            return "the print server is out of memory";
-        case rpc::kBadAnswer:
-            return "the printer's answer is malformed";
-        case rpc::kPrinterRefused:
-            return "the printer refused the request";
-        case rpc::kBadArguments:
-            return "the name is too long or an argument is out of range";
-        case rpc::kNoSuchPrinter:
-            return "no USB printer of that name has Bidi enabled";
-        case rpc::kReplyTooSmall:
-            return "the answer is larger than the capacity";
-        case rpc::kPortNotOpen:
-            return "the printer's port is not open in the spooler";
-        case rpc::kPortClosing:
-            return "the port was closed during the call";
-        default:
-            return nullptr;
-    }
-}
+constexpr CodeText kResults[] = {{rpc::kPortBusy, "the port is busy with a job or another caller"},
+                                 {rpc::kNothingBelow, "the lower monitor could not open the port"},
+                                 {rpc::kOutOfMemory, "the print server is out of memory"},
+                                 {rpc::kBadAnswer, "the printer's answer is malformed"},
+                                 {rpc::kPrinterRefused, "the printer refused the request"},
+                                 {rpc::kBadArguments, "the name is too long or an argument is out of range"},
+                                 {rpc::kNoSuchPrinter, "no USB printer of that name has Bidi enabled"},
+                                 {rpc::kReplyTooSmall, "the answer is larger than the capacity"},
+                                 {rpc::kPortNotOpen, "the printer's port is not open in the spooler"},
+                                 {rpc::kPortClosing, "the port was closed during the call"}};
 
 std::string Explain(const char* who, const std::string& code, const char* meaning) {
-    return fmt::format("{} {}{}{}", who, code, meaning != nullptr ? ": " : "",
-                       meaning != nullptr ? meaning : "");
+    return fmt::format("{} {}", who, code) + (meaning != nullptr ? std::string(": ") + meaning : "");
 }
 
 Json ToJson(const RpcReply& reply) {
     const bool answered = reply.status == 0 && reply.problem.empty();
-    std::string data;
-    for (const std::uint8_t byte : reply.bytes)
-        data += fmt::format("{:02x}", byte);
     return {{"rpcStatus", reply.status},
             {"result", answered ? Json(reply.result) : Json(nullptr)},
-            {"data", answered && reply.result == 0 ? Json(data) : Json(nullptr)}};
+            {"data", answered && reply.result == 0 ? Json(fmt::format("{:02x}", fmt::join(reply.bytes, "")))
+                                                   : Json(nullptr)}};
 }
 
 void Show(const RpcReply& reply, const RpcOptions& options) {
@@ -119,8 +100,8 @@ void Show(const RpcReply& reply, const RpcOptions& options) {
         throw CommandError(Explain("RPC status", StatusNumber(reply.status), StatusMeaning(reply.status)));
     if (!reply.problem.empty()) throw CommandError("this is not the monitor's service: " + reply.problem);
     if (reply.result != 0)
-        throw CommandError(
-            Explain("the procedure returned", std::to_string(reply.result), ResultMeaning(reply.result)));
+        throw CommandError(Explain("the procedure returned", std::to_string(reply.result),
+                                   TextOfCode(kResults, reply.result)));
     if (options.json) return;
     if (options.raw) {
         Print(HexText(reply.bytes));

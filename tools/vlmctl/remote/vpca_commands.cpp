@@ -1,7 +1,6 @@
 // vlmctl vpca: frames of the printer's device-control protocol, taken apart and put together.
 #include <CLI/CLI.hpp>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
 
@@ -56,8 +55,7 @@ void Decode(const VpcaOptions& options) {
             fields.push_back({{"offset", field.offset},
                               {"name", field.name.substr(field.name.find_first_not_of(' '))},
                               {"value", field.value}});
-        PrintJson(
-            {{"fields", fields}, {"problem", text.problem.empty() ? Json(nullptr) : Json(text.problem)}});
+        PrintJson({{"fields", fields}, {"problem", OrNull(text.problem)}});
     } else {
         for (const FrameField& field : text.fields)
             PrintLine("{:6}  {:<12} {}", field.offset, field.name, field.value);

@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <map>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <set>
 
 #include "tools/vlmctl/console/command.h"

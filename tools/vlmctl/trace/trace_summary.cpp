@@ -1,24 +1,12 @@
 #include "tools/vlmctl/trace/trace_summary.h"
 
-#include <fmt/format.h>
-
 #include <algorithm>
-#include <nlohmann/json.hpp>
 
 #include "tools/vlmctl/console/console.h"
-#include "util/text.h"
 
 namespace vlm::ctl {
 
 namespace {
-
-size_t WidthOf(const std::string& utf8) {
-    return FromUtf8(utf8).size();
-}
-
-std::string Padded(const std::string& name, size_t width) {
-    return name + std::string(width - WidthOf(name), ' ');
-}
 
 // Those first that most failed on, the others by name.
 template <typename Map>
@@ -36,7 +24,7 @@ template <typename Map>
 size_t NameWidth(const Map& map) {
     size_t width = 4;  // of the heading
     for (const auto& entry : map)
-        width = std::max(width, WidthOf(entry.first));
+        width = std::max(width, Width(entry.first));
     return width;
 }
 

@@ -6,7 +6,6 @@
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "tools/vlmctl/console/metrics.h"
 #include "tools/vlmctl/console/table.h"
