@@ -1,6 +1,5 @@
 // vlmctl bidi: for the author of extension files. Checks them, and tries them on a printer or its saved
 // answer.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 #include <memory>

@@ -1,9 +1,7 @@
 // The door to the family "bidi": what an author of extension files tries and checks them with.
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include <CLI/CLI.hpp>
 
 namespace vlm::ctl {
 

@@ -1,5 +1,4 @@
 // vlmctl bidi new: where an author begins.
-#include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
 

@@ -29,53 +29,46 @@ constexpr wchar_t kPrinter[] = L"vlmctl";
 // What the monitor asks for where a port tells it nothing but a host.
 constexpr wchar_t kPathAtAHost[] = L"/wsd/print/";
 
-// A driver as far as the monitor looks at one: an INI file that names the extension files, all in a folder of
-// their own. The files are copies under plain names, because an INI entry can hold neither every file name
-// nor every length.
-class DriverFolder {
+// A folder of our own, which goes with the object or with Ctrl+C.
+class TemporaryFolder {
  public:
-    explicit DriverFolder(const std::vector<std::string>& extensions) {
-        GUID id;
-        wchar_t name[64];
-        if (FAILED(CoCreateGuid(&id)) || StringFromGUID2(id, name, static_cast<int>(std::size(name))) == 0)
-            throw CommandError("cannot name a temporary folder");
-        folder_ = std::filesystem::temp_directory_path() / (std::wstring(L"vlmctl-") + name);
-        std::filesystem::create_directory(folder_);
-        try {
-            Fill(extensions);
-        } catch (...) {
-            Remove();
-            throw;
-        }
+    TemporaryFolder() {
+        if (!std::filesystem::create_directory(path_)) throw CommandError("cannot make a temporary folder");
     }
-    ~DriverFolder() { Remove(); }
-    DriverFolder(const DriverFolder&) = delete;
-    DriverFolder& operator=(const DriverFolder&) = delete;
+    ~TemporaryFolder() { Remove(); }
+    TemporaryFolder(const TemporaryFolder&) = delete;
+    TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
-    // As the spooler lists them: names each ended by NUL, the list by one more.
-    std::wstring DependentFiles() const { return (folder_ / L"driver.ini").wstring() + L'\0' + L'\0'; }
+    const std::filesystem::path& Path() const { return path_; }
 
  private:
-    void Fill(const std::vector<std::string>& extensions) {
-        std::ofstream ini(folder_ / L"driver.ini", std::ios::binary);
-        for (size_t i = 0; i < extensions.size(); ++i) {
-            const std::string name = fmt::format("extension{}.xml", i + 1);
-            std::filesystem::copy_file(FullPath(extensions[i]), folder_ / name);
-            // The first is the platform's, all others are numbered from 1.
-            if (i == 0) ini << "[BidiFiles]\r\nBidiWSDFile=" << name << "\r\n[VelunDriverFiles]\r\n";
-            if (i > 0) ini << "UIBidiWSDFile" << i << '=' << name << "\r\n";
-        }
-        ini.close();
-        if (!ini) throw CommandError("cannot write the temporary driver");
-    }
     void Remove() const {
         std::error_code ignored;
-        std::filesystem::remove_all(folder_, ignored);
+        std::filesystem::remove_all(path_, ignored);
     }
 
-    std::filesystem::path folder_;
+    const std::filesystem::path path_ = std::filesystem::temp_directory_path() /
+                                        fmt::format("vlmctl-{}-{}", GetCurrentProcessId(), GetTickCount64());
     const OnInterrupt interrupt_{OnInterrupt::Then::kEnd, [this] { Remove(); }};
 };
+
+// Writes a driver as far as the monitor looks at one: an INI file that names the extension files. Those are
+// copies under plain names, because an INI entry can hold neither every file name nor every length. Returns
+// the driver's dependent files as the spooler lists them: names each ended by NUL, the list by one more.
+std::wstring WriteDriver(const std::filesystem::path& folder, const std::vector<std::string>& extensions) {
+    const std::filesystem::path path = folder / L"driver.ini";
+    std::ofstream ini(path, std::ios::binary);
+    for (size_t i = 0; i < extensions.size(); ++i) {
+        const std::string name = fmt::format("extension{}.xml", i + 1);
+        std::filesystem::copy_file(FullPath(extensions[i]), folder / name);
+        // The first is the platform's, all others are numbered from 1.
+        if (i == 0) ini << "[BidiFiles]\r\nBidiWSDFile=" << name << "\r\n[VelunDriverFiles]\r\n";
+        if (i > 0) ini << "UIBidiWSDFile" << i << '=' << name << "\r\n";
+    }
+    ini.close();
+    if (!ini) throw CommandError("cannot write the temporary driver");
+    return path.wstring() + L'\0' + L'\0';
+}
 
 // What the port knows of the printer.
 std::wstring PortAddress(const PortQuery& query) {
@@ -112,8 +105,8 @@ std::vector<BidiAnswer> AskThroughPort(const PortQuery& query, const wchar_t* ac
     const standin::Printers spooler;
     if (!spooler.Present())
         throw CommandError("--port needs the stand-in spooler, winspool.drv, next to this program");
-    const DriverFolder driver(query.extensions);
-    const std::wstring dependentFiles = driver.DependentFiles();
+    const TemporaryFolder folder;
+    const std::wstring dependentFiles = WriteDriver(folder.Path(), query.extensions);
     std::wstring portName = lower.PortName();
     std::wstring printer = kPrinter;
     spooler.Reset();

@@ -1,7 +1,5 @@
 #include "tools/vlmctl/console/files.h"
 
-#include <windows.h>
-
 #include <fmt/format.h>
 
 #include <filesystem>
@@ -9,38 +7,44 @@
 
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
-#include "util/handles.h"
 #include "util/text.h"
 
 namespace vlm::ctl {
 
+File OpenToRead(const std::wstring& path) {
+    return File(CreateFileW(path.c_str(), GENERIC_READ,
+                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
+                            FILE_ATTRIBUTE_NORMAL, nullptr));
+}
+
+size_t ReadPiece(HANDLE input, const std::string& name, std::string* bytes) {
+    constexpr DWORD kPiece = 64 * 1024;
+    const size_t before = bytes->size();
+    bytes->resize(before + kPiece);
+    DWORD count = 0;
+    if (!ReadFile(input, bytes->data() + before, kPiece, &count, nullptr)) {
+        const DWORD error = GetLastError();
+        if (error != ERROR_BROKEN_PIPE && error != ERROR_HANDLE_EOF)
+            throw CommandError("cannot read " + name + ": " + ErrorText(error));
+        count = 0;
+    }
+    bytes->resize(before + count);
+    return count;
+}
+
 std::string ReadInput(const std::string& file, size_t most) {
     File opened;
-    HANDLE input = GetStdHandle(STD_INPUT_HANDLE);
     if (file != "-") {
-        opened.Reset(CreateFileW(FromUtf8(file).c_str(), GENERIC_READ,
-                                 FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
-                                 OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+        opened = OpenToRead(FromUtf8(file));
         if (!opened) throw CommandError("cannot read " + Shown(file) + ": " + ErrorText(GetLastError()));
-        input = opened.Get();
     }
-    constexpr DWORD kPiece = 64 * 1024;
+    const HANDLE input = opened ? opened.Get() : GetStdHandle(STD_INPUT_HANDLE);
     std::string bytes;
-    for (;;) {
-        const size_t before = bytes.size();
-        bytes.resize(before + kPiece);
-        DWORD count = 0;
-        if (!ReadFile(input, bytes.data() + before, kPiece, &count, nullptr)) {
-            const DWORD error = GetLastError();
-            if (error != ERROR_BROKEN_PIPE && error != ERROR_HANDLE_EOF)
-                throw CommandError("cannot read " + InputName(file) + ": " + ErrorText(error));
-            count = 0;
-        }
-        bytes.resize(before + count);
-        if (count == 0) return bytes;
+    while (ReadPiece(input, InputName(file), &bytes) != 0) {
         if (bytes.size() > most)
             throw CommandError(fmt::format("{} is larger than {} bytes", InputName(file), most));
     }
+    return bytes;
 }
 
 void WriteOutput(const std::string& file, const std::string& bytes) {

@@ -5,7 +5,14 @@
 #include <string>
 #include <string_view>
 
+#include "util/handles.h"
+
 namespace vlm::ctl {
+
+// Opens a file whatever others do with it; holds nothing on failure, which is then the last error.
+File OpenToRead(const std::wstring& path);
+// Appends what comes next and returns how many bytes that is; 0 at the end. Throws CommandError with `name`.
+size_t ReadPiece(HANDLE input, const std::string& name, std::string* bytes);
 
 // All bytes of it, `most` at most. Throws CommandError with one line.
 std::string ReadInput(const std::string& file, size_t most);

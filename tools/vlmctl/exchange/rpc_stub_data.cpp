@@ -83,33 +83,27 @@ RpcReply ReadReply(std::span<const std::uint8_t> stubData, std::uint32_t capacit
     constexpr size_t kCount = 4;  // before the bytes
     constexpr size_t kTail = 8;   // behind them: the size and the procedure's result
     RpcReply reply;
-    if (stubData.size() < kCount + kTail) {
-        reply.problem = fmt::format("a reply of only {} bytes", stubData.size());
+    const auto refuse = [&](std::string problem) {
+        reply.problem = std::move(problem);
         return reply;
-    }
+    };
+    if (stubData.size() < kCount + kTail)
+        return refuse(fmt::format("a reply of only {} bytes", stubData.size()));
     const std::uint32_t count = LongAt(stubData, 0);
-    if (count > capacity) {
-        reply.problem = fmt::format("a reply that claims {} bytes, the limit is {}", count, capacity);
-        return reply;
-    }
+    if (count > capacity)
+        return refuse(fmt::format("a reply that claims {} bytes, the limit is {}", count, capacity));
     const size_t end = kCount + (size_t{count} + kAlignment - 1) / kAlignment * kAlignment;
-    if (stubData.size() < end + kTail) {
-        reply.problem = fmt::format("a reply that claims {} bytes and ends before that", count);
-        return reply;
-    }
+    if (stubData.size() < end + kTail)
+        return refuse(fmt::format("a reply that claims {} bytes and ends before that", count));
     // A transport may round the length up.
-    if (stubData.size() - end - kTail >= kTail) {
-        reply.problem = fmt::format("a reply of {} bytes with {} more after its end", count,
-                                    stubData.size() - end - kTail);
-        return reply;
-    }
+    if (stubData.size() - end - kTail >= kTail)
+        return refuse(fmt::format("a reply of {} bytes with {} more after its end", count,
+                                  stubData.size() - end - kTail));
     const std::uint32_t size = LongAt(stubData, end);
     reply.result = LongAt(stubData, end + 4);
-    if (size != count || (reply.result != 0 && count != 0)) {
-        reply.problem =
-            fmt::format("a contradictory reply: {} bytes, size {}, result {}", count, size, reply.result);
-        return reply;
-    }
+    if (size != count || (reply.result != 0 && count != 0))
+        return refuse(
+            fmt::format("a contradictory reply: {} bytes, size {}, result {}", count, size, reply.result));
     const auto bytes = stubData.subspan(kCount, count);
     reply.bytes.assign(bytes.begin(), bytes.end());
     return reply;

@@ -30,6 +30,14 @@ std::wstring_view Local(std::wstring_view name) {
     return name.substr(name.find(L':') + 1);
 }
 
+// "BIDI_INT, BIDI_STRING and BIDI_BOOL"
+std::wstring TypeList() {
+    std::wstring list(kTypeNames.front());
+    for (size_t i = 1; i < kTypeNames.size(); ++i)
+        list.append(i + 1 == kTypeNames.size() ? L" and " : L", ").append(kTypeNames[i]);
+    return list;
+}
+
 // Whether all of the text is one number of that type, with a decimal point whatever the locale.
 template <typename Number>
 bool Is(const std::wstring& text) {
@@ -145,15 +153,14 @@ class Checker {
 
     void CheckSchema(const SourceElement& schema) {
         if (!CheckShape(schema, *FindRule(L"Schema"))) return;
-        const std::wstring* name = schema.Attribute(L"name");
-        const std::wstring key = name != nullptr ? *name : L"";
+        const std::wstring key = schema.Value(L"name");
         if (!schemaNames_.insert(key).second) {
             Say(Rule::kSecondSchema, {schema},
                 L"a second Schema of the same name; within one file they are not merged");
         }
         if (!firstSchema_) {
             firstSchema_ = key;
-        } else if (name != nullptr && *firstSchema_ != key) {
+        } else if (schema.Attribute(L"name") != nullptr && *firstSchema_ != key) {
             Say(Rule::kOtherSchema, {schema, L"name"},
                 L"this Schema is named " + Quoted(key) + L" and the first one " + Quoted(*firstSchema_) +
                     L"; the path '\\' and the action Get reach the first one only");
@@ -298,8 +305,7 @@ class Checker {
     }
 
     static bool IsTemplate(const SourceElement& parameter) {
-        const std::wstring* name = parameter.Attribute(L"name");
-        return name != nullptr && name->find(L'$') != std::wstring::npos;
+        return parameter.Value(L"name").find(L'$') != std::wstring::npos;
     }
 
     // A Property, also one that is itself the template of the empty Parameters in it. Each of these may use
@@ -334,16 +340,11 @@ class Checker {
     void ErrorNeedsName(const SourceElement& parameter) {
         Say(Rule::kParameterNeedsName, {parameter},
             L"a Parameter that makes levels of its own needs a name that uses it, such as '$" +
-                Printable(ParameterOf(parameter)) + L"$'");
-    }
-
-    static std::wstring ParameterOf(const SourceElement& parameter) {
-        const std::wstring* name = parameter.Attribute(L"parameter");
-        return name != nullptr ? *name : L"";
+                Printable(parameter.Value(L"parameter")) + L"$'");
     }
 
     void Bind(const SourceElement& parameter, Scope& scope) {
-        const std::wstring name = ParameterOf(parameter);
+        const std::wstring name = parameter.Value(L"parameter");
         if (name.find(L'$') != std::wstring::npos) {
             Say(Rule::kParameterInDollars, {parameter, L"parameter"},
                 L"the parameter " + Quoted(name) + L" must be written without '$' where it is bound");
@@ -367,7 +368,7 @@ class Checker {
         }
         const std::vector<Piece> used = expressions_.CheckParameters(level, L"name", *name, scope);
         for (const SourceElement* binding : bindings) {
-            const std::wstring parameter = ParameterOf(*binding);
+            const std::wstring parameter = binding->Value(L"parameter");
             const auto isIt = [&](const Piece& piece) { return piece.text == parameter; };
             if (parameter.empty() || std::any_of(used.begin(), used.end(), isIt)) continue;
             Say(Rule::kUnusedParameter, {level, L"name"},
@@ -401,8 +402,7 @@ class Checker {
         if (type == nullptr) return;
         if (std::find(kTypeNames.begin(), kTypeNames.end(), *type) == kTypeNames.end()) {
             Say(Rule::kUnknownType, {leaf, L"type"},
-                L"the type " + Quoted(*type) +
-                    L" is not one of BIDI_INT, BIDI_STRING, BIDI_BOOL, BIDI_FLOAT and BIDI_BLOB");
+                L"the type " + Quoted(*type) + L" is not one of " + TypeList());
         } else if (!rule.fixedType.empty() && *type != rule.fixedType) {
             Say(Rule::kFixedType, {leaf, L"type"},
                 leaf.name + L" is always " + std::wstring(rule.fixedType) + L", not " + *type);

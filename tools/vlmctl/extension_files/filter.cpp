@@ -13,10 +13,6 @@ namespace {
 // A value that stands as well between quotes as alone.
 constexpr wchar_t kSampleValue = L'1';
 
-bool IsBlank(wchar_t c) {
-    return c == L' ' || c == L'\t' || c == L'\r' || c == L'\n';
-}
-
 enum class TokenKind { kName, kAxis, kFunction, kOther };
 
 struct Token {
@@ -72,10 +68,7 @@ class Tokenizer {
         rest_.remove_prefix(length);
         return taken;
     }
-    void SkipBlanks() {
-        while (!rest_.empty() && IsBlank(rest_.front()))
-            rest_.remove_prefix(1);
-    }
+    void SkipBlanks() { rest_.remove_prefix(std::min(rest_.find_first_not_of(kXmlSpace), rest_.size())); }
 
     size_t size_;
     std::wstring_view rest_;

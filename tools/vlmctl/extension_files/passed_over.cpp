@@ -10,8 +10,8 @@ namespace vlm::ctl {
 namespace {
 
 bool IsSet(const SourceElement& element, std::wstring_view attribute) {
-    const std::wstring* value = element.Attribute(attribute);
-    return value != nullptr && !value->empty() && *value != L"0" && _wcsicmp(value->c_str(), L"false") != 0;
+    const std::wstring value = element.Value(attribute);
+    return !value.empty() && value != L"0" && _wcsicmp(value.c_str(), L"false") != 0;
 }
 
 }  // namespace

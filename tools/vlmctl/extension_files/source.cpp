@@ -235,10 +235,6 @@ class StandardInputCopy {
 };
 std::unique_ptr<StandardInputCopy> standardInput;
 
-bool IsBlank(char c) {
-    return c == ' ' || c == '\t' || c == '\r' || c == '\n';
-}
-
 }  // namespace
 
 SourceText::SourceText(std::string_view bytes) {
@@ -289,24 +285,18 @@ size_t SourceText::Utf16Units(size_t position) const {
 
 std::optional<SourceText::Attribute> SourceText::Find(size_t tag, std::wstring_view attribute) const {
     const std::string wanted = ToUtf8(std::wstring(attribute));
-    const std::string& text = characters_;
-    const auto skip = [&](size_t position, auto passes) {
-        while (position < text.size() && passes(text[position]))
-            ++position;
-        return position;
-    };
-    const auto inName = [](char c) { return !IsBlank(c) && c != '=' && c != '>' && c != '/'; };
-    size_t position = skip(tag, inName);
-    for (;;) {
-        const size_t name = skip(position, [](char c) { return IsBlank(c); });
-        const size_t nameEnd = skip(name, inName);
+    const std::string_view text = characters_;
+    constexpr char kNameEnd[] = " \t\r\n=>/";
+    for (size_t end = text.find_first_of(kNameEnd, tag); end != text.npos;) {
+        const size_t name = text.find_first_not_of(" \t\r\n", end);
+        const size_t nameEnd = text.find_first_of(kNameEnd, name);
         const size_t quote = text.find_first_of("\"'", nameEnd);
-        if (nameEnd == name || quote == std::string::npos) return std::nullopt;
-        if (std::string_view(text).substr(name, nameEnd - name) == wanted) return Attribute{name, quote + 1};
-        const size_t end = text.find(text[quote], quote + 1);
-        if (end == std::string::npos) return std::nullopt;
-        position = end + 1;
+        if (nameEnd == name || quote == text.npos) break;
+        if (text.substr(name, nameEnd - name) == wanted) return Attribute{name, quote + 1};
+        end = text.find(text[quote], quote + 1);
+        if (end != text.npos) ++end;
     }
+    return std::nullopt;
 }
 
 Place SourceText::OfAttribute(size_t tag, std::wstring_view attribute) const {
@@ -353,6 +343,11 @@ const std::wstring* SourceElement::Attribute(std::wstring_view attribute) const 
     return found == attributes.end() ? nullptr : &found->value;
 }
 
+std::wstring SourceElement::Value(std::wstring_view attribute) const {
+    const std::wstring* value = Attribute(attribute);
+    return value != nullptr ? *value : std::wstring();
+}
+
 std::wstring PathOfInput(const std::wstring& file) {
     if (file != L"-") return file;
     if (!standardInput) standardInput = std::make_unique<StandardInputCopy>();
@@ -368,9 +363,7 @@ std::wstring WithNamesOfInput(std::wstring text) {
 }
 
 std::optional<std::string> ReadFileBytes(const std::wstring& path, size_t limit, std::wstring& problem) {
-    constexpr DWORD kShare = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
-    const File file(CreateFileW(PathOfInput(path).c_str(), GENERIC_READ, kShare, nullptr, OPEN_EXISTING,
-                                FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    const File file = OpenToRead(PathOfInput(path));
     LARGE_INTEGER size{};
     // A pipe or a device has no size and might never end.
     if (!file || GetFileType(file.Get()) != FILE_TYPE_DISK || !GetFileSizeEx(file.Get(), &size)) {

@@ -74,6 +74,8 @@ struct SourceElement {
 
     // Null when the element does not carry it.
     const std::wstring* Attribute(std::wstring_view attribute) const;
+    // Empty then, too.
+    std::wstring Value(std::wstring_view attribute) const;
 };
 
 // What a finding is about: an element, one of its attributes, or a character in the attribute's value.

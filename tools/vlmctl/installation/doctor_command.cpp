@@ -1,5 +1,4 @@
 // vlmctl doctor: whether everything that the monitor needs is in place, and what to do about what is not.
-#include <CLI/CLI.hpp>
 #include <array>
 #include <memory>
 

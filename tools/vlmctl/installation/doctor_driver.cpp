@@ -12,6 +12,7 @@
 #include "tools/vlmctl/extension_files/check.h"
 #include "tools/vlmctl/installation/doctor_checks.h"
 #include "util/com.h"
+#include "util/names.h"
 #include "util/spooler_api.h"
 #include "util/text.h"
 #include "util/trace.h"
@@ -61,28 +62,28 @@ std::vector<std::wstring> Keys(const std::wstring& iniFile, const wchar_t* secti
 std::vector<std::wstring> Unreached(const std::wstring& iniFile) {
     constexpr std::wstring_view kFirst = L"BidiWSDFile";
     constexpr std::wstring_view kNumbered = L"UIBidiWSDFile";
-    const std::vector<std::wstring> numbered = Keys(iniFile, kDriverFilesSection);
-    const auto has = [&](const std::wstring& name) {
-        return std::any_of(numbered.begin(), numbered.end(),
-                           [&](const std::wstring& key) { return _wcsicmp(key.c_str(), name.c_str()) == 0; });
+    const auto entry = [](std::wstring_view key, const wchar_t* section) {
+        return std::wstring(key) + L" in [" + section + L"]";
     };
-    std::vector<std::wstring> reached;
-    for (int n = 1; n <= kMostNumberedFiles && has(kNumbered.data() + std::to_wstring(n)); ++n)
-        reached.push_back(kNumbered.data() + std::to_wstring(n));
+    const auto holds = [](const std::vector<std::wstring>& names, const std::wstring& wanted) {
+        return std::any_of(names.begin(), names.end(),
+                           [&](const std::wstring& name) { return SameName(name.c_str(), wanted.c_str()); });
+    };
     const auto startsWith = [](const std::wstring& key, std::wstring_view begin) {
         return _wcsnicmp(key.c_str(), begin.data(), begin.size()) == 0;
     };
+    const std::vector<std::wstring> numbered = Keys(iniFile, kDriverFilesSection);
+    std::vector<std::wstring> reached{entry(kFirst, kBidiFilesSection)};
+    for (int n = 1; n <= kMostNumberedFiles; ++n) {
+        const std::wstring key = kNumbered.data() + std::to_wstring(n);
+        if (!holds(numbered, key)) break;
+        reached.push_back(entry(key, kDriverFilesSection));
+    }
     std::vector<std::wstring> unreached;
     for (const wchar_t* section : {kBidiFilesSection, kDriverFilesSection}) {
         for (const std::wstring& key : Keys(iniFile, section)) {
             if (!startsWith(key, kFirst) && !startsWith(key, kNumbered)) continue;
-            const bool loaded =
-                section == kBidiFilesSection
-                    ? _wcsicmp(key.c_str(), kFirst.data()) == 0
-                    : std::any_of(reached.begin(), reached.end(), [&](const std::wstring& name) {
-                          return _wcsicmp(key.c_str(), name.c_str()) == 0;
-                      });
-            if (!loaded) unreached.push_back(key + L" in [" + section + L"]");
+            if (!holds(reached, entry(key, section))) unreached.push_back(entry(key, section));
         }
     }
     return unreached;

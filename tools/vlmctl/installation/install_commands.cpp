@@ -1,6 +1,5 @@
 // vlmctl install, uninstall: the monitor into the system and out of it, for a machine without a driver
 // package that does it.
-#include <CLI/CLI.hpp>
 #include <array>
 #include <filesystem>
 #include <memory>

@@ -1,9 +1,7 @@
 // The door to the family "installation": the monitor in this machine, and whether it is in order.
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include <CLI/CLI.hpp>
 
 namespace vlm::ctl {
 

@@ -1,5 +1,4 @@
 // vlmctl deptid: asks a printer's department-ID service.
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "soap/check_user_password_service.h"

@@ -25,8 +25,7 @@ using Clock = std::chrono::steady_clock;
 struct Asked {
     std::mutex mutex;
     std::condition_variable changed;
-    std::vector<FleetPrinter> answers;  // by the number of the printer
-    std::vector<bool> ended;
+    std::vector<std::optional<FleetPrinter>> answers;  // by the number of the printer
 };
 
 // For the connection: who listens at all takes it at once.
@@ -123,7 +122,6 @@ Attention FleetPrinter::Needs() const {
 std::vector<FleetPrinter> AskFleet(const std::vector<std::string>& urls, const FleetLimits& limits) {
     const auto asked = std::make_shared<Asked>();
     asked->answers.resize(urls.size());
-    asked->ended.resize(urls.size());
     struct Waiting {
         size_t number;
         Clock::time_point giveUp;
@@ -138,7 +136,6 @@ std::vector<FleetPrinter> AskFleet(const std::vector<std::string>& urls, const F
                 FleetPrinter answer = Ask(url);
                 const std::lock_guard guard(asked->mutex);
                 asked->answers[number] = std::move(answer);
-                asked->ended[number] = true;
                 asked->changed.notify_one();
             }).detach();
             ++next;
@@ -147,8 +144,8 @@ std::vector<FleetPrinter> AskFleet(const std::vector<std::string>& urls, const F
         const Clock::time_point now = Clock::now();
         waiting.remove_if([&](const Waiting& one) {
             FleetPrinter& printer = printers[one.number];
-            if (asked->ended[one.number]) {
-                printer = std::move(asked->answers[one.number]);
+            if (std::optional<FleetPrinter>& answer = asked->answers[one.number]) {
+                printer = std::move(*answer);
                 return true;
             }
             if (now < one.giveUp) return false;
@@ -202,69 +199,67 @@ Json FleetJson(const std::vector<FleetPrinter>& printers) {
 Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
     constexpr auto kGauge = Metrics::Type::kGauge;
     Metrics metrics;
-    // Of those that answered.
-    const auto each = [&](const char* name, const char* help, auto add) {
-        metrics.Family(name, kGauge, help);
-        for (const FleetPrinter& printer : printers)
-            if (printer.report) add(printer, *printer.report);
-    };
     metrics.Family("vllm3mon_printer_up", kGauge, "1 if the printer answered, 0 if not.");
     for (const FleetPrinter& printer : printers)
         metrics.Add({{"printer", printer.url}}, printer.report ? 1 : 0);
-    each("vllm3mon_printer_answer_duration_seconds", "How long the printer took to answer.",
-         [&](const FleetPrinter& printer, const PrinterReport&) {
-             metrics.Add({{"printer", printer.url}}, static_cast<double>(printer.time.count()) / 1e3);
-         });
+    metrics.Family("vllm3mon_printer_answer_duration_seconds", kGauge,
+                   "How long the printer took to answer.");
+    for (const FleetPrinter& printer : printers)
+        if (printer.report)
+            metrics.Add({{"printer", printer.url}}, static_cast<double>(printer.time.count()) / 1e3);
+    // Of those that answered: `samples` gets the report, and adds samples with the printer's label first.
+    const auto each = [&](const char* name, const char* help, auto samples) {
+        metrics.Family(name, kGauge, help);
+        for (const FleetPrinter& printer : printers) {
+            const auto add = [&](Metrics::Labels labels, double value) {
+                labels.insert(labels.begin(), {"printer", printer.url});
+                metrics.Add(labels, value);
+            };
+            if (printer.report) samples(*printer.report, add);
+        }
+    };
     each("vllm3mon_printer_info", "The printer's name and location as labels, always 1.",
-         [&](const FleetPrinter& printer, const PrinterReport& report) {
-             metrics.Add({{"printer", printer.url}, {"name", report.name}, {"location", report.location}}, 1);
+         [](const PrinterReport& report, const auto& add) {
+             add({{"name", report.name}, {"location", report.location}}, 1);
          });
     each("vllm3mon_printer_state", "1 for the printer's current state, 0 for the others.",
-         [&](const FleetPrinter& printer, const PrinterReport& report) {
+         [](const PrinterReport& report, const auto& add) {
              if (report.state.empty()) return;
              bool known = false;
              for (const char* state : {"Idle", "Processing", "Stopped"}) {
-                 known = known || Is(report.state, state);
-                 metrics.Add({{"printer", printer.url}, {"state", state}}, Is(report.state, state) ? 1 : 0);
+                 const bool is = Is(report.state, state);
+                 known = known || is;
+                 add({{"state", state}}, is ? 1 : 0);
              }
-             metrics.Add({{"printer", printer.url}, {"state", "Other"}}, known ? 0 : 1);
+             add({{"state", "Other"}}, known ? 0 : 1);
          });
     each("vllm3mon_printer_conditions", "Number of active conditions of this kind.",
-         [&](const FleetPrinter& printer, const PrinterReport& report) {
-             std::map<std::vector<std::string>, int> counts;
-             for (const auto& condition : report.conditions)
-                 ++counts[{condition.component, condition.name, condition.severity}];
+         [](const PrinterReport& report, const auto& add) {
+             std::map<std::array<std::string, 3>, int> counts;
+             for (const auto& [component, name, severity] : report.conditions)
+                 ++counts[{component, name, severity}];
              for (const auto& [key, count] : counts)
-                 metrics.Add({{"printer", printer.url},
-                              {"component", key[0]},
-                              {"condition", key[1]},
-                              {"severity", key[2]}},
-                             count);
+                 add({{"component", key[0]}, {"condition", key[1]}, {"severity", key[2]}}, count);
          });
     each("vllm3mon_printer_queued_jobs", "Number of jobs queued in the printer.",
-         [&](const FleetPrinter& printer, const PrinterReport& report) {
-             if (const auto count = NumberIn(report.queuedJobs))
-                 metrics.Add({{"printer", printer.url}}, *count);
+         [](const PrinterReport& report, const auto& add) {
+             if (const auto count = NumberIn(report.queuedJobs)) add({}, *count);
          });
     each("vllm3mon_printer_consumable_level_ratio", "Remaining level of a consumable, 0 to 1.",
-         [&](const FleetPrinter& printer, const PrinterReport& report) {
+         [](const PrinterReport& report, const auto& add) {
              UniqueNames names;
-             for (const auto& consumable : report.consumables)
-                 if (const std::string name =
-                         names.Of(consumable.name.empty() ? consumable.Title() : consumable.name);
-                     consumable.level.percent)
-                     metrics.Add({{"printer", printer.url},
-                                  {"consumable", name},
-                                  {"color", consumable.colour},
-                                  {"type", consumable.type}},
-                                 *consumable.level.percent / 100.0);
+             for (const auto& one : report.consumables)
+                 if (const std::string name = names.Of(one.name.empty() ? one.Title() : one.name);
+                     one.level.percent)
+                     add({{"consumable", name}, {"color", one.colour}, {"type", one.type}},
+                         *one.level.percent / 100.0);
          });
     each("vllm3mon_printer_tray_level_ratio", "Fill level of an input tray, 0 to 1.",
-         [&](const FleetPrinter& printer, const PrinterReport& report) {
+         [](const PrinterReport& report, const auto& add) {
              UniqueNames names;
              for (const auto& tray : report.trays)
                  if (const std::string name = names.Of(tray.name); tray.level.percent)
-                     metrics.Add({{"printer", printer.url}, {"tray", name}}, *tray.level.percent / 100.0);
+                     add({{"tray", name}}, *tray.level.percent / 100.0);
          });
     metrics.Family("vllm3mon_printers_asked_timestamp_seconds", kGauge,
                    "When these printers were asked, as Unix time.");

@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <io.h>
 
-#include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
 #include <fstream>

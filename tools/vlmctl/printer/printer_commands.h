@@ -1,9 +1,7 @@
 // The door to the family "printer": commands that ask a printer, or print on it, over the network.
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include <CLI/CLI.hpp>
 
 namespace vlm::ctl {
 

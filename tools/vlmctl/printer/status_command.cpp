@@ -1,8 +1,8 @@
 // vlmctl status: how a printer is, on one screen, or how many are, a line each.
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <utility>
 
 #include "tools/vlmctl/console/command.h"
@@ -93,12 +93,9 @@ void PrintReport(const PrinterReport& report) {
 
 // One address a line; blank lines, and what stands behind a #, do not count.
 void AddListed(const std::string& file, std::vector<std::string>& urls) {
-    const std::string text = DecodeText(ReadInput(file, kMostList));
+    std::istringstream text(DecodeText(ReadInput(file, kMostList)));
     int number = 0;
-    for (size_t begin = 0; begin < text.size();) {
-        const size_t end = std::min(text.find('\n', begin), text.size());
-        std::string line = text.substr(begin, end - begin);
-        begin = end + 1;
+    for (std::string line; std::getline(text, line);) {
         ++number;
         for (size_t at = line.find('#'); at != std::string::npos; at = line.find('#', at + 1))
             if (at == 0 || line[at - 1] == ' ' || line[at - 1] == '\t') line.resize(at);

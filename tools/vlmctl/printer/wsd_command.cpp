@@ -1,7 +1,7 @@
 // vlmctl wsd: a printer's WSD elements, as the monitor sees them.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <set>
+#include <sstream>
 
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
@@ -44,13 +44,10 @@ std::vector<NamespaceDeclaration> ParseDeclarations(const std::vector<std::strin
 
 // As it came, line by line, but for what could steer a terminal.
 void PrintRaw(const std::string& answer) {
-    const std::wstring text = FromUtf8(answer);
-    for (size_t begin = 0; begin < text.size();) {
-        const size_t end = std::min(text.find(L'\n', begin), text.size());
-        std::wstring_view line = std::wstring_view(text).substr(begin, end - begin);
-        if (line.ends_with(L'\r')) line.remove_suffix(1);
-        Print(ToUtf8(Printable(line, text.size())));
-        begin = end + 1;
+    std::wistringstream text(FromUtf8(answer));
+    for (std::wstring line; std::getline(text, line);) {
+        if (line.ends_with(L'\r')) line.pop_back();
+        Print(ToUtf8(Printable(line, line.size())));
     }
 }
 

@@ -2,9 +2,7 @@
 // printer.
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include <CLI/CLI.hpp>
 
 namespace vlm::ctl {
 

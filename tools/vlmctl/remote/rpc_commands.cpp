@@ -1,5 +1,4 @@
 // vlmctl rpc: the remote procedures of a monitor, on this machine or another one.
-#include <CLI/CLI.hpp>
 #include <functional>
 #include <map>
 #include <memory>

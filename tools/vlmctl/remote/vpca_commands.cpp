@@ -1,5 +1,4 @@
 // vlmctl vpca: frames of the printer's device-control protocol, taken apart and put together.
-#include <CLI/CLI.hpp>
 #include <memory>
 #include <string>
 #include <vector>

@@ -3,7 +3,6 @@
 // windows.h first.
 #include <tlhelp32.h>
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <map>
 #include <memory>
@@ -56,14 +55,8 @@ class MonitorProcesses {
     }
 
  private:
-    struct SnapshotTraits {
-        using Type = HANDLE;
-        static Type Invalid() { return INVALID_HANDLE_VALUE; }
-        static void Close(Type snapshot) { CloseHandle(snapshot); }
-    };
-
     bool Look(DWORD process) {
-        const Unique<SnapshotTraits> snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process));
+        const File snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPMODULE, process));
         MODULEENTRY32W module{};
         module.dwSize = sizeof module;
         for (BOOL more = Module32FirstW(snapshot.Get(), &module); more;
@@ -151,20 +144,13 @@ class Outlet {
     std::chrono::steady_clock::time_point next_;
 };
 
-// Whether what was begun now has gone on for long enough.
-class Duration {
- public:
-    Duration(double seconds, const OnInterrupt& interrupt) : seconds_(seconds), interrupt_(interrupt) {}
-    bool IsOver() const {
-        return interrupt_.Raised() || (seconds_ > 0 && std::chrono::steady_clock::now() - begin_ >=
-                                                           std::chrono::duration<double>(seconds_));
-    }
-
- private:
-    double seconds_;
-    const OnInterrupt& interrupt_;
-    std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
-};
+// Tells, when it is asked, whether what begins now has gone on for long enough.
+auto Until(double seconds, const OnInterrupt& interrupt) {
+    return [=, &interrupt, begin = std::chrono::steady_clock::now()] {
+        return interrupt.Raised() || (seconds > 0 && std::chrono::steady_clock::now() - begin >=
+                                                         std::chrono::duration<double>(seconds));
+    };
+}
 
 // The whole line without what could steer a terminal. Some viewers put tabs between their columns.
 std::string Safe(std::string line) {
@@ -176,7 +162,7 @@ void ReadSaved(const TraceOptions& options, const OnInterrupt& interrupt, Outlet
     std::optional<TraceTime> since;
     if (!options.since.empty()) since = ParseSince(options.since, Now());
     TraceFile file(options.file, options.follow);
-    const Duration duration(options.follow ? options.seconds : 0, interrupt);
+    const auto isOver = Until(options.follow ? options.seconds : 0, interrupt);
     std::optional<TraceTime> last;
     size_t undated = 0;
     const auto take = [&](const std::string& text) {
@@ -189,7 +175,7 @@ void ReadSaved(const TraceOptions& options, const OnInterrupt& interrupt, Outlet
         outlet.Take(line, last, Safe(text));
     };
     std::string text;
-    for (TraceFile::Next next; (next = file.Read(&text)) != TraceFile::Next::kEnd && !duration.IsOver();) {
+    for (TraceFile::Next next; (next = file.Read(&text)) != TraceFile::Next::kEnd && !isOver();) {
         outlet.Refresh();
         if (next == TraceFile::Next::kLine)
             take(text);
@@ -209,8 +195,8 @@ void Listen(const TraceOptions& options, const OnInterrupt& interrupt, Outlet& o
                  output.HearsServices() ? "" : " of this session (the spooler's takes an administrator)");
     std::fflush(stderr);
     MonitorProcesses monitors;
-    const Duration duration(options.seconds, interrupt);
-    while (!duration.IsOver()) {
+    const auto isOver = Until(options.seconds, interrupt);
+    while (!isOver()) {
         outlet.Refresh();
         DebugLine heard;
         if (!output.Next(kPause, &heard)) continue;

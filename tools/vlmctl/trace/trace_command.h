@@ -1,9 +1,7 @@
 // The door to the family "trace": what the monitor says in any process.
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include <CLI/CLI.hpp>
 
 namespace vlm::ctl {
 

@@ -8,7 +8,6 @@ namespace vlm::ctl {
 
 namespace {
 
-constexpr size_t kPiece = 64 * 1024;
 constexpr size_t kLongestLine = 64 * 1024;  // bytes
 
 bool SameFile(HANDLE one, HANDLE other) {
@@ -27,14 +26,8 @@ TraceFile::TraceFile(const std::string& name, bool follow)
         if (follow) throw CommandError("--follow needs a file, not standard input", kWrongUsage);
         return;
     }
-    file_ = Open(path_);
+    file_ = OpenToRead(path_);
     if (!file_) throw CommandError("cannot read " + name);
-}
-
-File TraceFile::Open(const std::wstring& path) {
-    return File(CreateFileW(path.c_str(), GENERIC_READ,
-                            FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
-                            FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
 TraceFile::Next TraceFile::Read(std::string* line) {
@@ -70,17 +63,8 @@ std::string TraceFile::Rest() {
 bool TraceFile::Fill() {
     buffer_.erase(0, taken_);
     taken_ = 0;
-    const size_t before = buffer_.size();
-    buffer_.resize(before + kPiece);
-    DWORD count = 0;
     const HANDLE file = path_.empty() ? GetStdHandle(STD_INPUT_HANDLE) : file_.Get();
-    if (!ReadFile(file, buffer_.data() + before, kPiece, &count, nullptr)) {
-        const DWORD error = GetLastError();
-        if (error != ERROR_BROKEN_PIPE && error != ERROR_HANDLE_EOF)
-            throw CommandError("cannot read any further: " + ErrorText(error));
-        count = 0;
-    }
-    buffer_.resize(before + count);
+    const size_t count = ReadPiece(file, path_.empty() ? InputName("-") : ToUtf8(path_), &buffer_);
     position_ += count;
     return count != 0;
 }
@@ -129,7 +113,7 @@ std::string TraceFile::Text(size_t size) const {
 
 // Whether the name has another file by now, `next`, or the present one was emptied and `next` is none.
 bool TraceFile::IsReplaced(File* next) const {
-    File named = Open(path_);
+    File named = OpenToRead(path_);
     if (!named) return false;  // renamed, and the new one not yet begun
     if (!SameFile(named.Get(), file_.Get())) {
         *next = std::move(named);

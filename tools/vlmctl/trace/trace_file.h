@@ -29,7 +29,6 @@ class TraceFile {
     std::string Rest();
 
  private:
-    static File Open(const std::wstring& path);
     bool Fill();
     bool TakeLine(std::string* line);
     bool IsReplaced(File* next) const;

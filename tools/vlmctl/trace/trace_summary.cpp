@@ -1,6 +1,8 @@
 #include "tools/vlmctl/trace/trace_summary.h"
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 #include "tools/vlmctl/console/console.h"
 
@@ -20,15 +22,63 @@ std::vector<const typename Map::value_type*> FailedFirst(const Map& map) {
     return entries;
 }
 
-template <typename Map>
-size_t NameWidth(const Map& map) {
-    size_t width = 4;  // of the heading
+template <typename Map, typename Counts>
+void PrintCounts(const char* subject, const Map& map, const Counts& counts) {
+    size_t width = std::strlen(subject);
     for (const auto& entry : map)
         width = std::max(width, Width(entry.first));
-    return width;
+    std::string line = Padded(subject, width);
+    for (const auto& column : counts)
+        line += fmt::format("  {:>{}}", column.heading, column.width);
+    PrintLine("{}", line);
+    for (const auto* entry : FailedFirst(map)) {
+        line = Padded(entry->first, width);
+        for (const auto& column : counts)
+            line += fmt::format("  {:>{}}", entry->second.*column.count, column.width);
+        PrintLine("{}", line);
+    }
+}
+
+template <typename Entry, typename Counts>
+Json CountsToJson(const char* subject, const Entry& entry, const Counts& counts) {
+    Json json{{subject, entry.first}};
+    for (const auto& column : counts)
+        json[column.json] = entry.second.*column.count;
+    return json;
+}
+
+template <typename Map, typename Counts>
+void AddCounts(Metrics& metrics, const char* subject, const Map& map, const Counts& counts) {
+    for (const auto& column : counts) {
+        metrics.Family(column.metric, Metrics::Type::kCounter, column.help);
+        for (const auto& [name, subjectCounts] : map)
+            metrics.Add({{subject, name}}, static_cast<double>(subjectCounts.*column.count) / column.perUnit);
+    }
 }
 
 }  // namespace
+
+const std::array<TraceSummary::Count<TraceSummary::Port>, 7> TraceSummary::kPortCounts{
+    {{&Port::jobs, "JOBS", 6, "jobs", "vllm3mon_port_jobs_total", "Print jobs that ended."},
+     {&Port::bytes, "BYTES", 12, "bytes", "vllm3mon_port_bytes_total",
+      "Bytes of print jobs, and of answers to remote calls."},
+     {&Port::failedWrites, "FAILED WRITES", 13, "failedWrites", "vllm3mon_port_failed_writes_total",
+      "Writes of print jobs that failed or were refused."},
+     {&Port::queries, "QUERIES", 7, "queries", "vllm3mon_port_queries_total", "Bidi queries that ended."},
+     {&Port::calls, "CALLS", 6, "calls", "vllm3mon_port_remote_calls_total",
+      "Remote procedure calls that ended."},
+     {&Port::errors, "ERRORS", 6, "errors", "vllm3mon_port_refusals_total",
+      "Failures and refusals, one per error line."},
+     {&Port::milliseconds, "MS", 9, "milliseconds", "vllm3mon_port_busy_seconds_total",
+      "Total time of jobs, queries and remote calls.", 1e3}}};
+const std::array<TraceSummary::Count<TraceSummary::Host>, 4> TraceSummary::kHostCounts{
+    {{&Host::exchanges, "EXCHANGES", 9, "exchanges", "vllm3mon_host_exchanges_total",
+      "HTTP exchanges with printers that ended."},
+     {&Host::failed, "FAILED", 6, "failed", "vllm3mon_host_failed_exchanges_total",
+      "HTTP exchanges without an answer or with an error status."},
+     {&Host::bytes, "BYTES", 12, "bytes", "vllm3mon_host_answer_bytes_total", "Bytes of answer bodies."},
+     {&Host::milliseconds, "MS", 9, "milliseconds", "vllm3mon_host_exchange_seconds_total",
+      "Total time of the exchanges.", 1e3}}};
 
 void TraceSummary::Add(const TraceLine& line, std::optional<TraceTime> time) {
     if (line.level == TraceLevel::kVerbose) return;
@@ -62,103 +112,42 @@ void TraceSummary::Add(const TraceLine& line, std::optional<TraceTime> time) {
 }
 
 void TraceSummary::Print() const {
-    size_t width = NameWidth(ports_);
-    PrintLine("{}  {:>6}  {:>12}  {:>13}  {:>7}  {:>6}  {:>6}  {:>9}", Padded("PORT", width), "JOBS", "BYTES",
-              "FAILED WRITES", "QUERIES", "CALLS", "ERRORS", "MS");
-    bool anyError = false;
+    PrintCounts("PORT", ports_, kPortCounts);
+    if (otherErrors_ != 0) PrintLine("errors without a port: {}", otherErrors_);
+    const char* title = "\nLAST ERRORS";
     for (const auto* entry : FailedFirst(ports_)) {
         const Port& port = entry->second;
-        PrintLine("{}  {:>6}  {:>12}  {:>13}  {:>7}  {:>6}  {:>6}  {:>9}", Padded(entry->first, width),
-                  port.jobs, port.bytes, port.failedWrites, port.queries, port.calls, port.errors,
-                  port.milliseconds);
-        anyError = anyError || port.errors != 0;
-    }
-    if (otherErrors_ != 0) PrintLine("errors without a port: {}", otherErrors_);
-    if (anyError) {
-        PrintLine("");
-        PrintLine("LAST ERRORS");
-        for (const auto* entry : FailedFirst(ports_)) {
-            const Port& port = entry->second;
-            if (port.errors == 0) continue;
-            PrintLine("{}{}", port.lastErrorTime ? TimeText(*port.lastErrorTime) + "  " : "",
-                      Shown(port.lastError));
-        }
+        if (port.errors == 0) continue;
+        if (title != nullptr) PrintLine("{}", std::exchange(title, nullptr));
+        PrintLine("{}{}", port.lastErrorTime ? TimeText(*port.lastErrorTime) + "  " : "",
+                  Shown(port.lastError));
     }
     if (hosts_.empty()) return;
-    width = NameWidth(hosts_);
     PrintLine("");
-    PrintLine("{}  {:>9}  {:>6}  {:>12}  {:>9}", Padded("HOST", width), "EXCHANGES", "FAILED", "BYTES", "MS");
-    for (const auto* entry : FailedFirst(hosts_)) {
-        const Host& host = entry->second;
-        PrintLine("{}  {:>9}  {:>6}  {:>12}  {:>9}", Padded(entry->first, width), host.exchanges, host.failed,
-                  host.bytes, host.milliseconds);
-    }
+    PrintCounts("HOST", hosts_, kHostCounts);
 }
 
 Json TraceSummary::ToJson() const {
     Json ports = Json::array();
     for (const auto* entry : FailedFirst(ports_)) {
         const Port& port = entry->second;
-        Json lastError = nullptr;
+        Json json = CountsToJson("port", *entry, kPortCounts);
+        json["lastError"] = nullptr;
         if (port.errors != 0)
-            lastError = {{"time", port.lastErrorTime ? Json(TimeText(*port.lastErrorTime)) : Json(nullptr)},
-                         {"text", port.lastError}};
-        ports.push_back({{"port", entry->first},
-                         {"jobs", port.jobs},
-                         {"bytes", port.bytes},
-                         {"failedWrites", port.failedWrites},
-                         {"queries", port.queries},
-                         {"calls", port.calls},
-                         {"errors", port.errors},
-                         {"milliseconds", port.milliseconds},
-                         {"lastError", lastError}});
+            json["lastError"] = {{"time", port.lastErrorTime ? Json(TimeText(*port.lastErrorTime)) : Json()},
+                                 {"text", port.lastError}};
+        ports.push_back(std::move(json));
     }
     Json hosts = Json::array();
-    for (const auto* entry : FailedFirst(hosts_)) {
-        const Host& host = entry->second;
-        hosts.push_back({{"host", entry->first},
-                         {"exchanges", host.exchanges},
-                         {"failed", host.failed},
-                         {"bytes", host.bytes},
-                         {"milliseconds", host.milliseconds}});
-    }
+    for (const auto* entry : FailedFirst(hosts_))
+        hosts.push_back(CountsToJson("host", *entry, kHostCounts));
     return {{"ports", ports}, {"hosts", hosts}, {"otherErrors", otherErrors_}};
 }
 
 Metrics TraceSummary::ToMetrics() const {
     Metrics metrics;
-    const auto each = [&metrics](const auto& map, const char* label, const char* name, const char* help,
-                                 auto count) {
-        metrics.Family(name, Metrics::Type::kCounter, help);
-        for (const auto& [subject, counts] : map)
-            metrics.Add({{label, subject}}, static_cast<double>(count(counts)));
-    };
-    const auto ports = [&](const char* name, const char* help, auto count) {
-        each(ports_, "port", name, help, count);
-    };
-    const auto hosts = [&](const char* name, const char* help, auto count) {
-        each(hosts_, "host", name, help, count);
-    };
-    ports("vllm3mon_port_jobs_total", "Print jobs that ended.", [](const Port& p) { return p.jobs; });
-    ports("vllm3mon_port_bytes_total", "Bytes of print jobs, and of answers to remote calls.",
-          [](const Port& p) { return p.bytes; });
-    ports("vllm3mon_port_failed_writes_total", "Writes of print jobs that failed or were refused.",
-          [](const Port& p) { return p.failedWrites; });
-    ports("vllm3mon_port_queries_total", "Bidi queries that ended.", [](const Port& p) { return p.queries; });
-    ports("vllm3mon_port_remote_calls_total", "Remote procedure calls that ended.",
-          [](const Port& p) { return p.calls; });
-    ports("vllm3mon_port_refusals_total", "Failures and refusals, one per error line.",
-          [](const Port& p) { return p.errors; });
-    ports("vllm3mon_port_busy_seconds_total", "Total time of jobs, queries and remote calls.",
-          [](const Port& p) { return static_cast<double>(p.milliseconds) / 1e3; });
-    hosts("vllm3mon_host_exchanges_total", "HTTP exchanges with printers that ended.",
-          [](const Host& h) { return h.exchanges; });
-    hosts("vllm3mon_host_failed_exchanges_total", "HTTP exchanges without an answer or with an error status.",
-          [](const Host& h) { return h.failed; });
-    hosts("vllm3mon_host_answer_bytes_total", "Bytes of answer bodies.",
-          [](const Host& h) { return h.bytes; });
-    hosts("vllm3mon_host_exchange_seconds_total", "Total time of the exchanges.",
-          [](const Host& h) { return static_cast<double>(h.milliseconds) / 1e3; });
+    AddCounts(metrics, "port", ports_, kPortCounts);
+    AddCounts(metrics, "host", hosts_, kHostCounts);
     metrics.Family("vllm3mon_other_errors_total", Metrics::Type::kCounter, "Error lines without a port.");
     metrics.Add({}, static_cast<double>(otherErrors_));
     return metrics;

@@ -2,6 +2,8 @@
 // program, and for a monitoring system.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <optional>
@@ -44,6 +46,19 @@ class TraceSummary {
 
         std::uint64_t Failures() const { return failed; }
     };
+    // One count as it is shown to a person, in JSON and as a metric.
+    template <typename Subject>
+    struct Count {
+        std::uint64_t Subject::*count;
+        const char* heading;
+        size_t width;
+        const char* json;
+        const char* metric;
+        const char* help;
+        double perUnit = 1;  // of the metric
+    };
+    static const std::array<Count<Port>, 7> kPortCounts;
+    static const std::array<Count<Host>, 4> kHostCounts;
 
     std::map<std::string, Port> ports_;
     std::map<std::string, Host> hosts_;

@@ -4,6 +4,8 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
+
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 
@@ -135,29 +137,19 @@ bool ScanLength(std::string_view text, milliseconds* length) {
     double total = 0;
     while (!text.empty()) {
         double number = 0;
-        double place = 0;
-        size_t used = 0;
-        for (; used < text.size() &&
-               ((text[used] >= '0' && text[used] <= '9') || (text[used] == '.' && place == 0));
-             ++used) {
-            if (text[used] == '.') {
-                place = 1;
-            } else {
-                number = number * 10 + (text[used] - '0');
-                place *= 10;
-            }
-        }
-        if (used == 0 || used == text.size()) return false;
-        const char unit = text[used];
+        const char* const end = text.data() + text.size();
+        const auto [behind, problem] = std::from_chars(text.data(), end, number, std::chars_format::fixed);
+        if (problem != std::errc() || behind == end || text.starts_with('-')) return false;
+        const char unit = *behind;
         const double milliseconds = unit == 's'   ? 1e3
                                     : unit == 'm' ? 60e3
                                     : unit == 'h' ? 3600e3
                                     : unit == 'd' ? 86'400e3
                                                   : 0;
         if (milliseconds == 0) return false;
-        total += number / (place == 0 ? 1 : place) * milliseconds;
+        total += number * milliseconds;
         if (!(total <= kLongest)) return false;
-        text.remove_prefix(used + 1);
+        text.remove_prefix(static_cast<size_t>(behind - text.data()) + 1);
     }
     *length = std::chrono::milliseconds(static_cast<long long>(total));
     return true;
