@@ -75,8 +75,7 @@ void Ask(const BidiOptions& options, const wchar_t* action) {
     const std::vector<BidiAnswer> answers = Answers(options, action);
     PrintAnswers(answers, options.json);
     const auto any = [&](unsigned long result) {
-        return std::any_of(answers.begin(), answers.end(),
-                           [&](const auto& one) { return one.result == result; });
+        return std::ranges::any_of(answers, [&](const auto& one) { return one.result == result; });
     };
     if (!options.port.empty() && any(ERROR_NOT_SUPPORTED)) AskWhy(options);
     if (!any(ERROR_SUCCESS)) throw CommandError("nothing was found", kNothingFound);

@@ -58,9 +58,8 @@ std::vector<std::string> NamesIn(const wchar_t* queryXml) {
     CXMLDoc document;
     document.Init();
     document.LoadXml(queryXml, nullptr);
-    const ComPtr<IXMLDOMNodeList> list = document.SelectNodes(L"/EnumQueryElement/Name");
     std::vector<std::string> names;
-    while (const ComPtr<IXMLDOMNode> name = NextNode(list.Get()))
+    for (const ComPtr<IXMLDOMNode>& name : NodesAt(document.Document(), L"/EnumQueryElement/Name"))
         names.push_back(ToUtf8(TextOf(name.Get())));
     return names;
 }
@@ -69,7 +68,7 @@ std::vector<std::string> NamesIn(const wchar_t* queryXml) {
 std::string InAnswer(const std::string& name, const std::vector<NamespaceDeclaration>& prefixes) {
     const size_t colon = name.find(':');
     const std::wstring prefix = FromUtf8(name.substr(0, colon));
-    const auto find = [&](auto matches) { return std::find_if(prefixes.begin(), prefixes.end(), matches); };
+    const auto find = [&](auto matches) { return std::ranges::find_if(prefixes, matches); };
     const auto own = find([&](const auto& one) { return one.prefix == prefix; });
     if (colon == std::string::npos || own == prefixes.end()) return name;
     const auto first = find([&](const auto& one) { return one.uri == own->uri; });
@@ -192,7 +191,7 @@ std::vector<NeededElement> NeededElements(const BidiSources& sources, const std:
         elements.push_back({name, std::nullopt});
     if (sources.printerUrl.empty()) return elements;
     const ElementDocument answer(sources.printerUrl, FetchCleanAnswer(sources.printerUrl, query.QueryXml()));
-    const std::vector<std::string> valid = ValidNames(answer);
+    const std::vector<std::string> valid = NamesOf(answer).valid;
     for (NeededElement& element : elements)
         element.answered = std::find(valid.begin(), valid.end(), element.name) != valid.end();
     return elements;

@@ -87,16 +87,12 @@ std::string NodePath(IXMLDOMNode* node) {
         std::wstring step = type == NODE_ATTRIBUTE ? L"@" + name : type == NODE_ELEMENT ? name : L"text()";
         ComPtr<IXMLDOMNode> parent;
         at->selectSingleNode(_bstr_t(L".."), parent.Receive());
-        const auto alike = [&](const wchar_t* siblings) {
-            const std::vector<ComPtr<IXMLDOMNode>> nodes = NodesAt(at.Get(), siblings);
-            return std::count_if(nodes.begin(), nodes.end(),
-                                 [&](const auto& sibling) { return NameOf(sibling.Get()) == name; });
+        const auto alike = [&](const std::wstring& axis) {
+            return NodesAt(at.Get(), (axis + L"::*[name()='" + name + L"']").c_str()).size();
         };
-        if (type == NODE_ELEMENT) {
-            const auto before = alike(L"preceding-sibling::*");
-            if (before > 0 || alike(L"following-sibling::*") > 0)
-                step += L"[" + std::to_wstring(before + 1) + L"]";
-        }
+        const size_t before = type == NODE_ELEMENT ? alike(L"preceding-sibling") : 0;
+        if (before > 0 || (type == NODE_ELEMENT && alike(L"following-sibling") > 0))
+            step += L"[" + std::to_wstring(before + 1) + L"]";
         path = path.empty() ? step : step + L"/" + path;
         at = std::move(parent);
     }
@@ -136,8 +132,8 @@ class Explainer {
         }
         AnswerPass pass(*query_->Engine().Expanded(), Answer());
         const std::vector<NamedAnswer> leaves = pass.Collect(L"\\").value_or(std::vector<NamedAnswer>());
-        const auto named = std::find_if(leaves.begin(), leaves.end(),
-                                        [&](const NamedAnswer& leaf) { return leaf.path == path_; });
+        const auto named =
+            std::ranges::find_if(leaves, [&](const NamedAnswer& leaf) { return leaf.path == path_; });
         if (named != leaves.end()) {
             DescribeTrail(Trail(Expanded().Root(), named->leaf));
             if (named->answer->text) explanation_.text = ToUtf8(*named->answer->text);
@@ -306,10 +302,9 @@ class Explainer {
             const auto name = ParsePrefixedName(FromUtf8(needed));
             if (name && meaning(*name) == first) return {};
         }
-        const bool known =
-            std::any_of(kPrintServiceElements.begin(), kPrintServiceElements.end(), [&](const char* element) {
-                return first == std::wstring(ns::kWsdPrint) + L' ' + FromUtf8(element);
-            });
+        const bool known = std::ranges::any_of(kPrintServiceElements, [&](const char* element) {
+            return first == std::wstring(ns::kWsdPrint) + L' ' + FromUtf8(element);
+        });
         if (!known && !IsQueriedAnywhere(query_->Engine().Declared()->Root(), first, meaning)) return {};
         return names.first->prefix + L':' + names.first->localName;
     }
@@ -318,7 +313,7 @@ class Explainer {
     static bool IsQueriedAnywhere(const SchemaElement& element, const std::wstring& name, Meaning meaning) {
         const auto query = element.query ? ParsePrefixedName(*element.query) : std::nullopt;
         if (query && meaning(*query) == name) return true;
-        return std::any_of(element.children.begin(), element.children.end(), [&](const SchemaElement& child) {
+        return std::ranges::any_of(element.children, [&](const SchemaElement& child) {
             return IsQueriedAnywhere(child, name, meaning);
         });
     }

@@ -27,10 +27,9 @@ struct NewOptions {
 // An entry of an INI file has no quotes, and a comma behind a name begins a number.
 void CheckName(const std::filesystem::path& file) {
     const std::wstring name = file.filename().wstring();
-    const bool plain =
-        !name.empty() && name.front() != L' ' && name.back() != L' ' &&
-        std::all_of(name.begin(), name.end(), [](wchar_t c) { return c >= 0x20 && c < 0x7F; }) &&
-        name.find_first_of(L",;=\"%") == std::wstring::npos;
+    const bool plain = !name.empty() && name.front() != L' ' && name.back() != L' ' &&
+                       std::ranges::all_of(name, [](wchar_t c) { return c >= 0x20 && c < 0x7F; }) &&
+                       name.find_first_of(L",;=\"%") == std::wstring::npos;
     if (!plain || _wcsicmp(file.extension().c_str(), L".ini") == 0)
         throw CommandError(
             "'" + Shown(name) + "' is not a name that an INI file can hold for an extension file",

@@ -110,7 +110,7 @@ bool ReadsBack(const std::string& text) {
 const wchar_t* TypeFor(const std::vector<std::wstring>& texts) {
     const auto all = [&](auto fits) {
         return !texts.empty() &&
-               std::all_of(texts.begin(), texts.end(), [&](const auto& text) { return fits(ToUtf8(text)); });
+               std::ranges::all_of(texts, [&](const auto& text) { return fits(ToUtf8(text)); });
     };
     if (all([](const std::string& text) { return text == "true" || text == "false"; })) return L"BIDI_BOOL";
     if (all(ReadsBack<std::int32_t>)) return L"BIDI_INT";
@@ -223,12 +223,12 @@ std::optional<std::wstring> KeyOf(const Group& group) {
         const std::wstring local = LocalOf(step.starts_with(L'@') ? step.substr(1) : step);
         return local == L"Name" ? 0 : local == L"Id" ? 1 : step.starts_with(L'@') ? 2 : 3;
     };
-    std::stable_sort(steps.begin(), steps.end(),
-                     [&](const auto& left, const auto& right) { return rank(left) < rank(right); });
+    std::ranges::stable_sort(steps,
+                             [&](const auto& left, const auto& right) { return rank(left) < rank(right); });
     for (const std::wstring& step : steps) {
-        const bool tells = std::all_of(group.byParent.begin(), group.byParent.end(), [&](const Nodes& nodes) {
+        const bool tells = std::ranges::all_of(group.byParent, [&](const Nodes& nodes) {
             std::set<std::wstring> keys;
-            return std::all_of(nodes.begin(), nodes.end(), [&](const Node* node) {
+            return std::ranges::all_of(nodes, [&](const Node* node) {
                 const std::wstring key = TextAtStep(*node, step);
                 return IsKey(key) && keys.insert(key).second;
             });
@@ -304,7 +304,7 @@ class Writer {
     void WriteGroup(const Group& group, const Where& where, size_t level, Names& names, bool alone) {
         const Nodes all = group.All();
         const bool repeated = group.Most() > 1;
-        if (std::all_of(all.begin(), all.end(), [](const Node* node) { return node->IsPlain(); })) {
+        if (std::ranges::all_of(all, [](const Node* node) { return node->IsPlain(); })) {
             return WritePlain(group, {where.query, where.path, where.many || repeated}, level, names);
         }
         if (level > kDeepest) return WriteAllBelow(group, where, level, names);
@@ -319,8 +319,7 @@ class Writer {
 
     void WritePlain(const Group& group, const Where& where, size_t level, Names& names) {
         const std::vector<std::wstring> texts = TextsOf(group.All());
-        const bool empty =
-            std::all_of(texts.begin(), texts.end(), [](const auto& text) { return text.empty(); });
+        const bool empty = std::ranges::all_of(texts, [](const auto& text) { return text.empty(); });
         const std::wstring name = Unique(names.leaves, group.name);
         if (empty) {
             WriteLeaf(level, L"Installed", name, nullptr, where);
@@ -399,7 +398,7 @@ class Writer {
 
     void WriteOwnText(const Nodes& nodes, const Where& where, size_t level, Names& names) {
         const bool mixed =
-            std::any_of(nodes.begin(), nodes.end(), [](const Node* node) { return !node->children.empty(); });
+            std::ranges::any_of(nodes, [](const Node* node) { return !node->children.empty(); });
         Nodes withText;
         std::copy_if(nodes.begin(), nodes.end(), std::back_inserter(withText),
                      [](const Node* node) { return node->ownText; });

@@ -14,8 +14,8 @@ constexpr size_t kWidestColumn = 60;
 }  // namespace
 
 size_t Width(const std::string& utf8) {
-    return static_cast<size_t>(std::count_if(
-        utf8.begin(), utf8.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+    return static_cast<size_t>(
+        std::ranges::count_if(utf8, [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
 }
 
 std::string Padded(const std::string& utf8, size_t width) {

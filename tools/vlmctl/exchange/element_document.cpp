@@ -95,17 +95,6 @@ std::string NameOfPart(IXMLDOMNode* part) {
     return name.find(':') == std::string::npos ? "pri:" + name : name;
 }
 
-std::vector<std::string> NamesOf(const ElementDocument& document, bool valid) {
-    std::vector<std::string> names;
-    for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
-        // Some printers leave the mark out, and mean that all is well.
-        const std::string mark = AttributeAt(part.Get(), L"Valid");
-        const bool denied = mark == "0" || _stricmp(mark.c_str(), "false") == 0;
-        if (denied != valid) names.push_back(NameOfPart(part.Get()));
-    }
-    return names;
-}
-
 }  // namespace
 
 ElementDocument::ElementDocument(const std::string& url, const std::string& cleaned) {
@@ -131,12 +120,15 @@ ElementDocument::ElementDocument(const std::string& url, const std::string& clea
                      L"soap:Body/pri:GetPrinterElementsResponse/pri:PrinterElements/pri:ElementData");
 }
 
-std::vector<std::string> ValidNames(const ElementDocument& document) {
-    return NamesOf(document, true);
-}
-
-std::vector<std::string> InvalidNames(const ElementDocument& document) {
-    return NamesOf(document, false);
+PartNames NamesOf(const ElementDocument& document) {
+    PartNames names;
+    for (const ComPtr<IXMLDOMNode>& part : document.Parts()) {
+        // Some printers leave the mark out, and mean that all is well.
+        const std::string mark = AttributeAt(part.Get(), L"Valid");
+        const bool denied = mark == "0" || _stricmp(mark.c_str(), "false") == 0;
+        (denied ? names.invalid : names.valid).push_back(NameOfPart(part.Get()));
+    }
+    return names;
 }
 
 std::string Indented(IXMLDOMNode* element, const NamespaceDeclarations& declarations) {

@@ -30,10 +30,12 @@ class ElementDocument {
     NamespaceDeclarations declarations_;
 };
 
-// The names of the parts that the printer could fill, and of those that it says it could not, such as unknown
-// ones.
-std::vector<std::string> ValidNames(const ElementDocument& document);
-std::vector<std::string> InvalidNames(const ElementDocument& document);
+// The names of the parts.
+struct PartNames {
+    std::vector<std::string> valid;
+    std::vector<std::string> invalid;  // that the printer says it could not fill, such as unknown ones
+};
+PartNames NamesOf(const ElementDocument& document);
 
 // One element with all below it, indented, in UTF-8, a line each, ending in a line feed. What could steer a
 // terminal stands in it as a character reference. `declarations` are shown on the element itself.

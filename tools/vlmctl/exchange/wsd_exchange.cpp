@@ -22,7 +22,7 @@ std::string WithPrefix(const std::string& name, const std::vector<NamespaceDecla
     const auto declares = [wide = FromUtf8(prefix)](const NamespaceDeclaration& one) {
         return one.prefix == wide;
     };
-    const bool declared = prefix == "pri" || std::any_of(declarations.begin(), declarations.end(), declares);
+    const bool declared = prefix == "pri" || std::ranges::any_of(declarations, declares);
     if (!declared) {
         throw CommandError("the prefix of '" + Shown(name) + "' is not declared; declare it with --ns " +
                                Shown(prefix) + "=URI",

@@ -89,8 +89,8 @@ class Checker {
         expressions_.BeginFile(*file_, anywhere_);
         CheckBidiNamespace(root);
         const auto isSchema = [](const SourceElement& child) { return child.name == L"Schema"; };
-        if (root.name == L"Schema" || (Local(root.name) == L"Schema" &&
-                                       std::none_of(root.children.begin(), root.children.end(), isSchema))) {
+        if (root.name == L"Schema" ||
+            (Local(root.name) == L"Schema" && std::ranges::none_of(root.children, isSchema))) {
             CheckSchema(root);
         } else if (FindRule(root.name) != nullptr) {
             Say(Rule::kWrongRoot, {root},
@@ -106,9 +106,8 @@ class Checker {
         std::wstring text = L"the namespace ";
         text += ns::kBidi;
         text += L" is not declared; the engine refuses the file";
-        const auto meant = std::find_if(uris_.begin(), uris_.end(), [](const std::wstring& uri) {
-            return MeantNamespace(uri) == ns::kBidi;
-        });
+        const auto meant = std::ranges::find_if(
+            uris_, [](const std::wstring& uri) { return MeantNamespace(uri) == ns::kBidi; });
         if (meant != uris_.end())
             text += L". It declares " + *meant + L", which is another one: write http: instead of https:";
         Say(Rule::kNoBidiNamespace, {root}, std::move(text));
@@ -124,7 +123,7 @@ class Checker {
 
     void CheckWrapper(const SourceElement& root) {
         const auto isSchema = [](const SourceElement& child) { return Local(child.name) == L"Schema"; };
-        if (std::none_of(root.children.begin(), root.children.end(), isSchema)) {
+        if (std::ranges::none_of(root.children, isSchema)) {
             Say(Rule::kNoSchema, {root}, L"the file has no Schema element");
             return;
         }
@@ -370,7 +369,7 @@ class Checker {
         for (const SourceElement* binding : bindings) {
             const std::wstring parameter = binding->Value(L"parameter");
             const auto isIt = [&](const Piece& piece) { return piece.text == parameter; };
-            if (parameter.empty() || std::any_of(used.begin(), used.end(), isIt)) continue;
+            if (parameter.empty() || std::ranges::any_of(used, isIt)) continue;
             Say(Rule::kUnusedParameter, {level, L"name"},
                 L"the name " + Quoted(*name) + L" does not use the parameter " + Quoted(parameter) +
                     L": the levels that it makes have the same path");
@@ -460,9 +459,8 @@ class Checker {
 }  // namespace
 
 int CheckReport::Count(Severity severity) const {
-    return static_cast<int>(std::count_if(findings.begin(), findings.end(), [&](const Finding& finding) {
-        return finding.HowBad() == severity;
-    }));
+    return static_cast<int>(std::ranges::count_if(
+        findings, [&](const Finding& finding) { return finding.HowBad() == severity; }));
 }
 
 void CheckReport::Add(std::vector<Finding> more) {
@@ -471,8 +469,8 @@ void CheckReport::Add(std::vector<Finding> more) {
         return std::tuple(std::find(files.begin(), files.end(), finding.file) - files.begin(),
                           finding.place.line, finding.place.column);
     };
-    std::stable_sort(findings.begin(), findings.end(),
-                     [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
+    std::ranges::stable_sort(
+        findings, [&](const Finding& left, const Finding& right) { return order(left) < order(right); });
 }
 
 CheckReport CheckExtensionFiles(const std::vector<std::wstring>& paths) {

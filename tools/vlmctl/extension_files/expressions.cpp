@@ -105,7 +105,7 @@ void ExpressionChecker::CheckQuoted(const SourceElement& element, const std::wst
                                     const std::vector<Piece>& parameters) {
     for (const std::wstring& name : ParametersOutsideLiterals(filter)) {
         // Its first use may be inside quotes.
-        const auto use = std::find_if(parameters.begin(), parameters.end(), [&](const Piece& parameter) {
+        const auto use = std::ranges::find_if(parameters, [&](const Piece& parameter) {
             const size_t end = parameter.at + parameter.text.size() + 2;
             const std::vector<std::wstring> outside = ParametersOutsideLiterals(filter.substr(0, end));
             return !outside.empty() && outside.back() == name && parameter.text == name;

@@ -130,7 +130,7 @@ FilterNames ReadFilterNames(std::wstring_view filter) {
             atFirstStep && token->kind == TokenKind::kAxis &&
             std::find(kDownwardAxes.begin(), kDownwardAxes.end(), name.localName) != kDownwardAxes.end();
         const auto isIt = [&](const Piece& prefix) { return prefix.text == name.prefix; };
-        if (!name.prefix.empty() && std::none_of(names.prefixes.begin(), names.prefixes.end(), isIt))
+        if (!name.prefix.empty() && std::ranges::none_of(names.prefixes, isIt))
             names.prefixes.push_back({name.prefix, token->at});
         const bool unknown =
             token->kind == TokenKind::kFunction && name.prefix.empty() && !IsFunction(name.localName);

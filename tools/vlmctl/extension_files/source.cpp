@@ -337,9 +337,8 @@ Place SourceFile::PlaceOf(const Spot& spot) const {
 }
 
 const std::wstring* SourceElement::Attribute(std::wstring_view attribute) const {
-    const auto found =
-        std::find_if(attributes.begin(), attributes.end(),
-                     [&](const SourceAttribute& candidate) { return candidate.name == attribute; });
+    const auto found = std::ranges::find_if(
+        attributes, [&](const SourceAttribute& candidate) { return candidate.name == attribute; });
     return found == attributes.end() ? nullptr : &found->value;
 }
 

@@ -32,8 +32,8 @@ const ElementRule* FindRule(std::wstring_view element) {
         {L"Installed", {L"name", L"filter"}, {L"type", L"query", kDriverEvent}, {}, L"BIDI_BOOL", true},
         {L"List", {L"name", L"filter"}, {L"type", L"query", kDriverEvent}, {}, L"BIDI_STRING", true},
         {L"Const", {L"name"}, {L"type"}, {}, {}, true, true}};
-    const auto found = std::find_if(kRules.begin(), kRules.end(),
-                                    [&](const ElementRule& rule) { return rule.element == element; });
+    const auto found =
+        std::ranges::find_if(kRules, [&](const ElementRule& rule) { return rule.element == element; });
     return found == kRules.end() ? nullptr : &*found;
 }
 

@@ -118,8 +118,8 @@ CheckResult CheckRegistration() {
     const char* what = "registered";
     try {
         const std::vector<RegisteredMonitor> monitors = RegisteredMonitors();
-        const auto ours = FindOurs(monitors);
-        if (ours) return Ok(what, ToUtf8(ours->name) + ", " + ToUtf8(ours->file));
+        if (const RegisteredMonitor* ours = FindOurs(monitors))
+            return Ok(what, ToUtf8(ours->name) + ", " + ToUtf8(ours->file));
         return Wrong(what, ToUtf8(kMonitorFile) +
                                " is not registered with the spooler; run 'vlmctl install', or "
                                "install the driver");

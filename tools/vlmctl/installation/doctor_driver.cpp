@@ -66,8 +66,8 @@ std::vector<std::wstring> Unreached(const std::wstring& iniFile) {
         return std::wstring(key) + L" in [" + section + L"]";
     };
     const auto holds = [](const std::vector<std::wstring>& names, const std::wstring& wanted) {
-        return std::any_of(names.begin(), names.end(),
-                           [&](const std::wstring& name) { return SameName(name.c_str(), wanted.c_str()); });
+        return std::ranges::any_of(
+            names, [&](const std::wstring& name) { return SameName(name.c_str(), wanted.c_str()); });
     };
     const auto startsWith = [](const std::wstring& key, std::wstring_view begin) {
         return _wcsnicmp(key.c_str(), begin.data(), begin.size()) == 0;

@@ -131,7 +131,7 @@ class PortableExecutable {
         }
     }
     const Section* SectionOf(std::uint32_t address) const {
-        const auto found = std::find_if(sections_.begin(), sections_.end(), [&](const Section& one) {
+        const auto found = std::ranges::find_if(sections_, [&](const Section& one) {
             return address >= one.address && address - one.address < one.size;
         });
         return found != sections_.end() ? &*found : nullptr;

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <optional>
 #include <span>
 
 #include "tools/vlmctl/console/command.h"
@@ -27,11 +28,11 @@ bool SameName(const std::wstring& a, const std::wstring& b) {
     return vlm::SameName(a.c_str(), b.c_str());
 }
 
-const RegisteredMonitor* FindByName(const std::vector<RegisteredMonitor>& monitors,
-                                    const std::wstring& name) {
-    const auto found = std::find_if(monitors.begin(), monitors.end(),
-                                    [&](const RegisteredMonitor& one) { return SameName(one.name, name); });
-    return found != monitors.end() ? &*found : nullptr;
+const RegisteredMonitor* Find(const std::vector<RegisteredMonitor>& monitors,
+                              std::wstring RegisteredMonitor::*field, const std::wstring& value) {
+    for (const RegisteredMonitor& one : monitors)
+        if (SameName(one.*field, value)) return &one;
+    return nullptr;
 }
 
 std::wstring FileName(const wchar_t* path) {
@@ -83,12 +84,8 @@ std::vector<RegisteredMonitor> RegisteredMonitors() {
     throw CommandError("cannot list the spooler's monitors: " + SpoolerProblem(GetLastError()));
 }
 
-std::optional<RegisteredMonitor> FindOurs(const std::vector<RegisteredMonitor>& monitors) {
-    const auto found = std::find_if(monitors.begin(), monitors.end(), [](const RegisteredMonitor& one) {
-        return SameName(one.file, kMonitorFile);
-    });
-    if (found == monitors.end()) return std::nullopt;
-    return *found;
+const RegisteredMonitor* FindOurs(const std::vector<RegisteredMonitor>& monitors) {
+    return Find(monitors, &RegisteredMonitor::file, kMonitorFile);
 }
 
 std::wstring InSystemFolder(const std::wstring& file) {
@@ -123,8 +120,8 @@ std::string SpoolerProblem(DWORD code) {
 std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {
     const std::vector<RegisteredMonitor> monitors = RegisteredMonitors();
     // Two entries with one file would share a file that either of them may delete.
-    const auto ours = FindOurs(monitors);
-    const RegisteredMonitor* present = ours ? &*ours : FindByName(monitors, name);
+    const RegisteredMonitor* present = FindOurs(monitors);
+    if (present == nullptr) present = Find(monitors, &RegisteredMonitor::name, name);
     if (present != nullptr)
         throw CommandError(
             fmt::format("'{}' is already installed, with {}; 'vlmctl uninstall' removes this monitor",
@@ -161,10 +158,9 @@ std::wstring InstallMonitor(const std::wstring& dll, const std::wstring& name) {
 CopyAfterRemoval RemoveMonitor(const std::wstring& name) {
     const std::wstring copy = InSystemFolder(kMonitorFile);
     const std::vector<RegisteredMonitor> monitors = RegisteredMonitors();
-    const RegisteredMonitor* entry = FindByName(monitors, name);
+    const RegisteredMonitor* entry = Find(monitors, &RegisteredMonitor::name, name);
     if (entry == nullptr) {
-        const auto ours = FindOurs(monitors);
-        if (ours)
+        if (const RegisteredMonitor* ours = FindOurs(monitors))
             throw CommandError(
                 fmt::format("no monitor '{}' is installed; this monitor's name is '{}', pass it with --name",
                             ToUtf8(name), ToUtf8(ours->name)));
@@ -180,7 +176,7 @@ CopyAfterRemoval RemoveMonitor(const std::wstring& name) {
     if (!DeleteMonitorW(nullptr, environment.data(), entryName.data()))
         throw CommandError(fmt::format("the spooler did not remove '{}': {}", ToUtf8(entry->name),
                                        SpoolerProblem(GetLastError())));
-    return FindOurs(RegisteredMonitors()) ? CopyAfterRemoval::kUsedByAnother : DeleteCopy(copy);
+    return FindOurs(RegisteredMonitors()) != nullptr ? CopyAfterRemoval::kUsedByAnother : DeleteCopy(copy);
 }
 
 }  // namespace vlm::ctl

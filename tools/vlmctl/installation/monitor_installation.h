@@ -6,7 +6,6 @@
 
 #include <windows.h>
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -24,8 +23,8 @@ struct RegisteredMonitor {
 };
 
 std::vector<RegisteredMonitor> RegisteredMonitors();
-// The one whose DLL is the monitor's, whatever it is called.
-std::optional<RegisteredMonitor> FindOurs(const std::vector<RegisteredMonitor>& monitors);
+// The one whose DLL is the monitor's, whatever it is called; null without one.
+const RegisteredMonitor* FindOurs(const std::vector<RegisteredMonitor>& monitors);
 
 // Where the spooler loads the file from.
 std::wstring InSystemFolder(const std::wstring& file);

@@ -110,13 +110,12 @@ class UniqueNames {
 Attention FleetPrinter::Needs() const {
     if (!report) return Attention::kUnreachable;
     const auto any = [this](const char* severity) {
-        return std::any_of(report->conditions.begin(), report->conditions.end(),
-                           [&](const auto& condition) { return Is(condition.severity, severity); });
+        return std::ranges::any_of(report->conditions,
+                                   [&](const auto& condition) { return Is(condition.severity, severity); });
     };
     if (Is(report->state, "Stopped") || any("Critical") || any("Error")) return Attention::kError;
     if (any("Warning")) return Attention::kWarning;
-    return std::any_of(report->consumables.begin(), report->consumables.end(), IsLow) ? Attention::kLow
-                                                                                      : Attention::kNone;
+    return std::ranges::any_of(report->consumables, IsLow) ? Attention::kLow : Attention::kNone;
 }
 
 std::vector<FleetPrinter> AskFleet(const std::vector<std::string>& urls, const FleetLimits& limits) {
@@ -160,9 +159,9 @@ std::vector<FleetPrinter> AskFleet(const std::vector<std::string>& urls, const F
 }
 
 void SortByAttention(std::vector<FleetPrinter>& printers) {
-    std::stable_sort(
-        printers.begin(), printers.end(),
-        [](const FleetPrinter& one, const FleetPrinter& other) { return one.Needs() < other.Needs(); });
+    std::ranges::stable_sort(printers, [](const FleetPrinter& one, const FleetPrinter& other) {
+        return one.Needs() < other.Needs();
+    });
 }
 
 void PrintFleet(const std::vector<FleetPrinter>& printers) {

@@ -147,8 +147,8 @@ void ShowStatus(StatusOptions options) {
         PrintJson(FleetJson(printers));
     else
         PrintFleet(printers);
-    const auto gone = std::count_if(printers.begin(), printers.end(),
-                                    [](const FleetPrinter& printer) { return !printer.report; });
+    const auto gone =
+        std::ranges::count_if(printers, [](const FleetPrinter& printer) { return !printer.report; });
     if (gone != 0)
         throw CommandError(fmt::format("{} of {} printer{} did not answer", gone, printers.size(),
                                        printers.size() == 1 ? "" : "s"));

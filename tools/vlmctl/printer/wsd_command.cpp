@@ -58,10 +58,9 @@ void PrintElement(IXMLDOMNode* element, const NamespaceDeclarations& declaration
 }
 
 // Which of the names no part of the answer is about.
-std::vector<std::string> Unanswered(const std::vector<std::string>& names, const ElementDocument& document) {
-    std::set<std::string> answered;
-    for (const std::vector<std::string>& some : {ValidNames(document), InvalidNames(document)})
-        answered.insert(some.begin(), some.end());
+std::vector<std::string> Unanswered(const std::vector<std::string>& names, const PartNames& parts) {
+    std::set<std::string> answered(parts.valid.begin(), parts.valid.end());
+    answered.insert(parts.invalid.begin(), parts.invalid.end());
     std::vector<std::string> unanswered;
     for (const std::string& name : names) {
         const std::string qualified = name.find(':') == std::string::npos ? "pri:" + name : name;
@@ -79,16 +78,18 @@ void PrintElements(const WsdOptions& options) {
     }
     std::string answer;
     const ElementDocument document(options.url, FetchCleanAnswer(options.url, query.c_str(), &answer));
-    const std::vector<std::string> invalid = InvalidNames(document);
-    const std::vector<std::string> unanswered = Unanswered(options.names, document);
+    const PartNames parts = NamesOf(document);
+    const std::vector<std::string> unanswered = Unanswered(options.names, parts);
     if (!options.save.empty()) {
         WriteOutput(options.save, answer);
     } else if (options.json) {
         Json elements = Json::array();
         for (const ComPtr<IXMLDOMNode>& part : document.Parts())
             elements.push_back(ElementJson(part.Get()));
-        PrintJson(
-            {{"url", options.url}, {"elements", elements}, {"invalid", invalid}, {"leftOut", unanswered}});
+        PrintJson({{"url", options.url},
+                   {"elements", elements},
+                   {"invalid", parts.invalid},
+                   {"leftOut", unanswered}});
     } else if (options.envelope) {
         PrintElement(document.Envelope().Get(), document.Declarations());
     } else {
@@ -96,11 +97,12 @@ void PrintElements(const WsdOptions& options) {
             PrintElement(part.Get());
     }
     std::string problem;
-    if (!invalid.empty()) problem = fmt::format("the printer has no valid {}", fmt::join(invalid, ", "));
+    if (!parts.invalid.empty())
+        problem = fmt::format("the printer has no valid {}", fmt::join(parts.invalid, ", "));
     if (!unanswered.empty())
         problem += fmt::format("{}the printer did not send {}", problem.empty() ? "" : "; ",
                                fmt::join(unanswered, ", "));
-    if (!problem.empty()) throw CommandError(problem, ValidNames(document).empty() ? kNothingFound : kFailed);
+    if (!problem.empty()) throw CommandError(problem, parts.valid.empty() ? kNothingFound : kFailed);
 }
 
 }  // namespace

@@ -15,24 +15,24 @@ constexpr Mark kMarks[] = {{"Info: ", TraceLevel::kInformation},
                            {"Verbose: ", TraceLevel::kVerbose},
                            {"Error: ", TraceLevel::kError}};
 
-// The number right before `unit`, 0 when there is none.
+// The number that the text begins with, 0 when there is none.
+std::uint64_t Number(std::string_view text) {
+    std::uint64_t number = 0;
+    std::from_chars(text.data(), text.data() + text.size(), number);
+    return number;
+}
+
+// The number right before `unit`.
 std::uint64_t NumberBefore(std::string_view text, std::string_view unit) {
     const size_t end = text.find(unit);
     if (end == std::string_view::npos) return 0;
-    size_t begin = end;
-    while (begin > 0 && text[begin - 1] >= '0' && text[begin - 1] <= '9')
-        --begin;
-    std::uint64_t number = 0;
-    std::from_chars(text.data() + begin, text.data() + end, number);
-    return number;
+    text = text.substr(0, end);
+    return Number(text.substr(text.find_last_not_of("0123456789") + 1));
 }
 
 std::uint64_t NumberBehind(std::string_view text, std::string_view word) {
     const size_t at = text.find(word);
-    std::uint64_t number = 0;
-    if (at != std::string_view::npos)
-        std::from_chars(text.data() + at + word.size(), text.data() + text.size(), number);
-    return number;
+    return at == std::string_view::npos ? 0 : Number(text.substr(at + word.size()));
 }
 
 // What stands between the quotes behind `subject`, and the rest of the text behind them. False when the text

@@ -16,7 +16,7 @@ std::vector<const typename Map::value_type*> FailedFirst(const Map& map) {
     std::vector<const typename Map::value_type*> entries;
     for (const auto& entry : map)
         entries.push_back(&entry);
-    std::stable_sort(entries.begin(), entries.end(), [](const auto* one, const auto* other) {
+    std::ranges::stable_sort(entries, [](const auto* one, const auto* other) {
         return one->second.Failures() > other->second.Failures();
     });
     return entries;
