@@ -106,8 +106,7 @@ size_t ContainerSize(DWORD count) {
 
 }  // namespace
 
-// A failing std allocation in a stand-in is the end of a test, never something to report to the caller; so
-// nothing is caught here.
+// Nothing is caught here: a stand-in that runs out of memory ends the test.
 extern "C" {
 
 LPVOID WINAPI RouterAllocBidiMem(size_t size) {

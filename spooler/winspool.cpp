@@ -176,8 +176,7 @@ BOOL CopyDirectory(const wchar_t* directory, BYTE* buffer, DWORD capacity, DWORD
 
 }  // namespace
 
-// A failing std allocation in a stand-in is the end of a test, never something to report to the caller; so
-// nothing is caught here.
+// Nothing is caught here: a stand-in that runs out of memory ends the test.
 extern "C" {
 
 BOOL WINAPI OpenPrinterW(LPWSTR name, LPHANDLE handle, LPPRINTER_DEFAULTSW) {

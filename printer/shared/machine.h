@@ -80,7 +80,7 @@ class Machine {
         std::uint64_t bytes_ = 0;
     };
 
-    // Each begun 64 KiB of a document is a page.
+    // A document has a page for each 64 KiB or part of it.
     static constexpr std::uint64_t kBytesPerPage = std::uint64_t{64} * 1024;
 
  private:

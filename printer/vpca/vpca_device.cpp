@@ -84,7 +84,7 @@ struct DataBlock {
     std::uint32_t id;
     std::size_t size;  // of a pattern: the byte at i is i mod 251, so that a shifted piece shows
 };
-// None, the most that one read of the monitor takes and one byte more, and more than field 5 can say.
+// Nothing; the most that one read of the monitor takes; one byte more; more than field 5 can hold.
 constexpr std::array<DataBlock, 4> kPatternBlocks{{{1, 0}, {2, 8192}, {3, 8193}, {4, 70'000}}};
 constexpr std::uint32_t kPatternPeriod = 251;
 constexpr std::uint32_t kSmallBlock = 0x11223344;

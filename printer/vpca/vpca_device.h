@@ -1,9 +1,9 @@
 // The printer's device-control side: takes VPCA request frames, gives reply frames. docs/vpca.md describes
 // the frames, docs/virtual-printer.md what this device holds.
 //
-// It knows nothing of connections: whoever has one cuts the stream with FrameSize and sends what Answer
-// gives. A fault changes the replies, never how a request is understood. Every operation may be called from
-// any thread.
+// It does not handle connections: the caller splits the stream with FrameSize and sends what Answer returns.
+// A fault changes the replies, never how a request is understood. Every operation may be called from any
+// thread.
 #pragma once
 
 #include <chrono>

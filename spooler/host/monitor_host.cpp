@@ -54,8 +54,8 @@ MonitorHost::~MonitorHost() {
     const KernelHandle thread = ThreadOf(window);
     table_->pfnShutdown(manager_);
     module_ = Module();
-    // It has left the module by now, but not ended. Wine (8.0 and 10.0) sends each thread of a process that
-    // ends a signal, and what gets it while it ends by itself, its thread data gone, crashes.
+    // The thread has left the module by now, but may not have ended. When a process ends, Wine (8.0 and 10.0)
+    // signals each of its threads, and one that is ending by itself at that moment crashes.
     if (thread && !IsWindow(window)) WaitForSingleObject(thread.Get(), kThreadEnd);
 }
 

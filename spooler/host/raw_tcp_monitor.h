@@ -2,8 +2,8 @@
 // StartDocPort and closed by EndDocPort. One object is one port; its address is its monitor handle and port
 // handle.
 //
-// A document that does not come to its end breaks its connection, which also happens when the program ends in
-// the middle of one: a printer shall not take the part it has for the whole.
+// A document that is not finished resets its connection, also when the program ends in the middle of it, so
+// that the printer does not take the part it has for the whole.
 //
 // Every step has the same time-out. Failures are FALSE with the Winsock code as last error; what became of
 // the last document stays readable in Document() afterwards, because the monitor above reports nothing about

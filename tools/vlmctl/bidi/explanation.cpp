@@ -26,7 +26,7 @@ namespace {
 constexpr size_t kMostShown = 8;  // nodes of one filter
 constexpr size_t kMostNearest = 3;
 
-// The elements from the root to this one, which is among them; empty when it is not in the tree.
+// The elements from `from` down to `to`, both included; empty if that is not below.
 std::vector<const SchemaElement*> Trail(const SchemaElement& from, const SchemaElement* to) {
     if (&from == to) return {&from};
     for (const SchemaElement& child : from.children) {
@@ -38,7 +38,7 @@ std::vector<const SchemaElement*> Trail(const SchemaElement& from, const SchemaE
     return {};
 }
 
-// How many letters have to change, upper and lower case aside.
+// The edit distance, ignoring case.
 size_t Distance(const std::wstring& left, const std::wstring& right) {
     std::vector<size_t> row(right.size() + 1);
     for (size_t j = 0; j < row.size(); ++j)
@@ -58,7 +58,7 @@ size_t Distance(const std::wstring& left, const std::wstring& right) {
 std::vector<std::string> Nearest(const std::wstring& path, const std::vector<NamedAnswer>& leaves) {
     const size_t farthest = std::max<size_t>(3, path.size() / 3);
     std::set<std::pair<size_t, std::wstring>> byDistance;
-    // The last two names somewhere else in the tree are near, too.
+    // A path with the same end elsewhere in the tree counts as near, too.
     const std::wstring tail = path.substr(std::min(path.find_last_of(L".\\"), path.size()));
     for (const NamedAnswer& leaf : leaves) {
         const size_t longer = std::max(path.size(), leaf.path.size());
@@ -75,7 +75,7 @@ std::vector<std::string> Nearest(const std::wstring& path, const std::vector<Nam
     return nearest;
 }
 
-// Where the node stands in the printer's answer, below the part that it is in.
+// The node's path in the printer's answer, below its ElementData part.
 std::string NodePath(IXMLDOMNode* node) {
     std::wstring path;
     ComPtr<IXMLDOMNode> at(node);
@@ -120,7 +120,8 @@ class Explainer {
             explanation_.answer = query_->Ask(L"Get").front();
             explanation_.asked = true;
             if (!inFiles_) {
-                // Nothing was asked for. All that there is shows what is there instead.
+                // The files do not have the path, so nothing was asked for. The whole tree shows what they
+                // have instead.
                 query_ = std::make_unique<EngineQuery>(sources_, wholeTree);
                 query_->FindNeeded();
                 query_->Bind();
@@ -178,7 +179,7 @@ class Explainer {
         }
     }
 
-    // The path as the files declare it. False when they do not have it.
+    // Describes the path as the files declare it. False if they do not have it.
     bool DescribeDeclared() {
         if (path_.find(L'\'') != std::wstring::npos) return false;
         const SchemaTree& tree = *query_->Engine().Declared();
@@ -265,7 +266,7 @@ class Explainer {
         if (last.search) JudgeSearch(*last.search, *leaf.declared);
     }
 
-    // Why a search gave nothing.
+    // Finds out why a search found nothing.
     void JudgeSearch(const Search& search, const SchemaElement& declared) {
         const std::wstring read = ReadsUnasked(search);
         if (query_->Needed().empty()) {
@@ -285,7 +286,7 @@ class Explainer {
         }
     }
 
-    // The element that the filter starts at, if it is one that printers are asked for and this one is not.
+    // The element that the filter starts at, if it is one that can be asked for and was not; else empty.
     std::wstring ReadsUnasked(const Search& search) {
         const FilterNames names = ReadFilterNames(FromUtf8(search.filter));
         if (!names.first) return {};
@@ -318,7 +319,7 @@ class Explainer {
         });
     }
 
-    // Of a saved answer only what is asked for counts.
+    // Whether the filter finds something in the parts of a saved answer that no query asks for.
     bool FoundInTheRest(const Search& search, const SchemaElement& declared) const {
         if (!sources_.printerUrl.empty() || sources_.wholeAnswer) return false;
         BidiSources whole = sources_;
@@ -329,7 +330,7 @@ class Explainer {
         return query.Engine().Search()->First(FromUtf8(search.filter), declared).Get() != nullptr;
     }
 
-    // Follows the path as far as it leads.
+    // Describes the path as far as it exists.
     void DescribeMissing() {
         const SchemaPath path = ParseSchemaPath(path_);
         const SchemaElement* reached = Expanded().Find(path);
@@ -354,12 +355,13 @@ class Explainer {
         JudgeMissing(Shown(missing));
     }
 
-    // What makes levels in this one, with the parameters around it.
+    // Describes the Parameters that make levels in this one.
     void DescribeMakers(const SchemaElement& level) {
         const auto describe = [&](const SchemaElement& binding) {
             const std::wstring filter = binding.filter.value_or(L"");
             const Replacement replaced = ReplaceInFilter(filter, parameters_);
-            // The empty ones of a level may use each other, which is for the levels they make to show.
+            // Empty Parameters of one level may use each other. Without those values there is no filter to
+            // run.
             if (replaced.problem != ReplaceProblem::kNone) return;
             explanation_.makesHere.push_back(StepOf(binding, Run(binding, replaced.text)));
             if (firstMaker_ == nullptr) firstMaker_ = &binding;

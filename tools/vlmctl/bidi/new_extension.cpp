@@ -21,9 +21,9 @@ namespace vlm::ctl {
 
 namespace {
 
-// Levels that a file repeats one by one, where nothing in the elements names them; more become Lists.
+// The most elements without a name that each get a level of their own; more become Lists.
 constexpr size_t kMostNumbered = 8;
-// Of a level of the file; a deeper answer becomes Lists of all that is below.
+// The deepest level that is written; what is below it becomes Lists.
 constexpr size_t kDeepest = 40;
 constexpr size_t kLongestKey = 60;
 
@@ -75,7 +75,7 @@ class Prefixes {
     std::map<std::wstring, std::wstring> uris_;
 };
 
-// As deep as an answer, which is bounded.
+// Recursion is as deep as the answer, whose depth is bounded.
 Node Read(IXMLDOMNode* element, Prefixes& prefixes) {
     Node node;
     node.name = prefixes.Name(element);
@@ -83,7 +83,7 @@ Node Read(IXMLDOMNode* element, Prefixes& prefixes) {
     for (const ComPtr<IXMLDOMNode>& attribute : NodesAt(element, L"@*")) {
         const std::wstring written = NameOf(attribute.Get());
         if (written == L"xmlns" || written.starts_with(L"xmlns:")) continue;
-        // Not every XPath evaluator knows that prefix without a declaration.
+        // Not every XPath evaluator knows the prefix xml without a declaration.
         const std::wstring step = written.starts_with(L"xml:")
                                       ? L"@*[local-name()='" + LocalOf(written) + L"']"
                                       : L"@" + prefixes.Name(attribute.Get());
@@ -125,7 +125,7 @@ std::wstring Quotable(const std::wstring& text) {
     return escaped;
 }
 
-// What can be a level that is asked for alone, and stand in a filter.
+// Whether the text can stand in a path and in a filter.
 bool IsKey(const std::wstring& text) {
     return !text.empty() && text.size() <= kLongestKey &&
            text.find_first_of(L".:\\'\"$") == std::wstring::npos && Printable(text) == text &&
@@ -136,11 +136,11 @@ bool IsKey(const std::wstring& text) {
 struct Where {
     std::wstring query;
     std::wstring path;  // of a filter
-    // Whether the filter finds many nodes for one leaf, of which only a List tells all.
+    // The filter may find several nodes for one leaf, so that only a List shows them all.
     bool many = false;
 };
 
-// Those in use on one level of the file.
+// The names already used on one level of the file.
 struct Names {
     std::set<std::wstring> levels;
     std::set<std::wstring> leaves;
@@ -155,7 +155,7 @@ std::wstring Unique(std::set<std::wstring>& names, std::wstring_view element) {
     return name;
 }
 
-// Elements of one name, those of each parent by themselves.
+// Elements of the same name, by parent.
 struct Group {
     std::wstring name;
     std::vector<Nodes> byParent;
@@ -214,7 +214,7 @@ std::optional<std::wstring> KeyOf(const Group& group) {
     const Node& sample = *group.All().front();
     for (const Node& attribute : sample.attributes)
         steps.push_back(attribute.name);
-    // Other children's texts say how an element is, not which one it is.
+    // Other children describe an element; they do not identify it.
     for (const Node& child : sample.children) {
         const std::wstring local = LocalOf(child.name);
         if (local == L"Name" || local == L"Id" || local == L"Color") steps.push_back(child.name);
@@ -254,7 +254,7 @@ class Writer {
         Line(2, L"<Property name=\"Printer\">");
     }
 
-    // An element that the printer is asked for by itself.
+    // An element that is queried by its own name.
     void Add(const Node& element, const std::wstring& path) {
         const Where where{element.name, path};
         const std::string query = ToUtf8(element.name);
@@ -375,7 +375,7 @@ class Writer {
         }
     }
 
-    // Attributes, text and children of elements that one filter finds, by the values of its parameters.
+    // Writes the attributes, text and children of the elements that one filter finds.
     void WriteContent(const Nodes& nodes, const Where& where, size_t level) {
         Names names;
         const auto below = [&](const std::wstring& step) {
@@ -422,7 +422,7 @@ class Writer {
 NewExtension MakeExtension(const std::string& cleaned, const std::string& source) {
     const ElementDocument document(source, cleaned);
     Prefixes prefixes;
-    // The document's elements by name: "//" finds one wherever it stands.
+    // How often each name occurs in the document, because "//" finds an element anywhere in it.
     std::map<std::wstring, size_t> count;
     for (const ComPtr<IXMLDOMNode>& element : NodesAt(document.Envelope().Get(), L"//*"))
         ++count[LocalOf(NameOf(element.Get()))];

@@ -19,7 +19,8 @@ namespace vlm::ctl {
 
 namespace {
 
-// What is declared where, over all files: what one file says twice, and what a later file says again.
+// Where a leaf is declared. Kept across files, to find duplicates within one file and what a later file
+// repeats.
 struct Declared {
     const SourceFile* file;
     int line;
@@ -140,7 +141,7 @@ class Checker {
         }
     }
 
-    // Roots are merged whatever they are called: a Schema would end inside a Schema.
+    // The engine merges the roots whatever their names are, so one Schema would end up inside another.
     void CheckSameRoot(const SourceElement& root) {
         const SourceFile& base = files_.front();
         if ((root.name == L"Schema") != (base.root.name == L"Schema")) {
@@ -181,7 +182,7 @@ class Checker {
         WalkChildren(schema, scope);
     }
 
-    // A printer answers in the print service's namespace, whatever a copy of its documentation calls it.
+    // Printers answer in the print service's namespace, even where its documentation spells it differently.
     void CheckMeaning(const SourceElement& schema, const std::wstring& prefix, const std::wstring& uri) {
         const std::wstring meant = MeantNamespace(uri);
         if (meant != ns::kWsdPrint) return;
@@ -195,7 +196,7 @@ class Checker {
         }
     }
 
-    // An element of the vocabulary that a prefix or a default namespace hides; true if it is one.
+    // Whether the element would belong to the vocabulary if it were in no namespace. Reports it if so.
     bool CheckNamespace(const SourceElement& element) {
         const std::wstring local(Local(element.name));
         if (element.namespaceUri.empty() || FindRule(local) == nullptr) return false;
@@ -206,8 +207,7 @@ class Checker {
         return true;
     }
 
-    // The element's own attributes, text and name against the vocabulary. False when there is no point in
-    // going on.
+    // Checks the element's own attributes, text and name. False if its content is not worth checking.
     bool CheckShape(const SourceElement& element, const ElementRule& rule) {
         if (CheckNamespace(element)) return false;
         for (const SourceAttribute& attribute : element.attributes) {
@@ -229,7 +229,7 @@ class Checker {
 
     void CheckKnownAttribute(const SourceElement& element, const std::wstring& name,
                              const ElementRule& rule) {
-        // Editors bind a file to its schema with these.
+        // Editors use these to bind a file to its schema.
         const size_t colon = name.find(L':');
         if (colon != std::wstring::npos) {
             const auto prefix = anywhere_.find(name.substr(0, colon));
@@ -307,8 +307,8 @@ class Checker {
         return parameter.Value(L"name").find(L'$') != std::wstring::npos;
     }
 
-    // A Property, also one that is itself the template of the empty Parameters in it. Each of these may use
-    // what the ones before it bind.
+    // A Property, which may be the template of the empty Parameters in it. Each of those may use what the
+    // ones before it bind.
     void WalkProperty(const SourceElement& property, const Scope& outer) {
         Scope scope = outer;
         std::vector<const SourceElement*> bindings;
@@ -323,7 +323,7 @@ class Checker {
         WalkChildren(property, Below(scope, property));
     }
 
-    // A Parameter that carries the template. The empty ones are looked at with the level that they bind.
+    // A Parameter with a template of its own. Empty ones are checked with the level that they belong to.
     void WalkParameter(const SourceElement& parameter, const SourceElement& parent, const Scope& outer) {
         if (!IsTemplate(parameter)) {
             if (parent.name != L"Property") ErrorNeedsName(parameter);
@@ -410,7 +410,7 @@ class Checker {
         }
     }
 
-    // Other than 'no' for false, no text but a number can be meant for one.
+    // A text such as 'no' may be meant as false, so that is a warning. A number that is not one is an error.
     void CheckConst(const SourceElement& leaf, const std::wstring& type) {
         if (type == L"BIDI_BOOL" && leaf.text != L"true" && leaf.text != L"false") {
             Say(Rule::kNotTrue, {leaf},
