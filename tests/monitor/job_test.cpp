@@ -160,53 +160,45 @@ TEST_F(JobTest, ExceptionFromBelowBecomesAnErrorAndLeavesThePortUsable) {
     MustOpen(lower, L"IP_office");  // the record went although the lower close threw
 }
 
-// ---- the end of a job that is being deleted or restarted
-
-struct EndOfJob {
-    const char* name;
-    const wchar_t* port;
-    DWORD status;
-    std::vector<std::wstring> events;
-    size_t polls;
-};
-
-void PrintTo(const EndOfJob& row, std::ostream* out) {
-    *out << row.name;
-}
-
-class EndOfJobTest : public PortTest, public ::testing::WithParamInterface<EndOfJob> {};
-
 const std::vector<std::wstring> kSent = {L"SENT_TO_PRINTER", L"LAST_PAGE_EJECTED"};
 const std::vector<std::wstring> kNotSent = {L"LAST_PAGE_EJECTED"};
 
-INSTANTIATE_TEST_SUITE_P(
-    Jobs, EndOfJobTest,
-    ::testing::Values(EndOfJob{"Good", L"IP_office", JOB_STATUS_PRINTING, kSent, 0},
-                      EndOfJob{"Deleted", L"IP_office", JOB_STATUS_DELETING, kSent, 5},
-                      EndOfJob{"Restarted", L"IP_office", JOB_STATUS_RESTART, kNotSent, 5},
-                      EndOfJob{"DeletedAndRestarted", L"IP_office", JOB_STATUS_DELETING | JOB_STATUS_RESTART,
-                               kNotSent, 5},
-                      EndOfJob{"DeletedOnUsb", L"UsB001x", JOB_STATUS_DELETING, kSent, 0},
-                      EndOfJob{"RestartedOnUsb", L"USB001x", JOB_STATUS_RESTART, kSent, 0},
-                      EndOfJob{"DeletedOnAShortName", L"IP_12", JOB_STATUS_DELETING, kSent, 0},
-                      EndOfJob{"DeletedOnTheShortestName", L"IP_123", JOB_STATUS_DELETING, kSent, 5}),
-    [](const auto& instance) { return std::string(instance.param.name); });
-
-TEST_P(EndOfJobTest, IsPolledAndReportedAsItsStatusSays) {
-    const OpenedPort port = MustOpen(lower, GetParam().port);
-    spooler.SetJob(L"Office", kJob, L"report", GetParam().status);
-    ASSERT_TRUE(Start(port));
-    lower.answer = [](const char* operation) {
-        // Whatever the monitor does after the lower EndDocPort, this is the error that stays.
-        SetLastError(std::string(operation) == "EndDocPort" ? ERROR_NOT_READY : ERROR_GEN_FAILURE);
-        return FALSE;
+TEST_F(JobTest, EndIsPolledAndReportedAsTheJobsStatusSays) {
+    const struct {
+        const char* what;
+        const wchar_t* port;
+        DWORD status;
+        std::vector<std::wstring> events;
+        size_t polls;
+    } kCases[] = {
+        {"good", L"IP_office", JOB_STATUS_PRINTING, kSent, 0},
+        {"deleted", L"IP_office", JOB_STATUS_DELETING, kSent, 5},
+        {"restarted", L"IP_office", JOB_STATUS_RESTART, kNotSent, 5},
+        {"deleted and restarted", L"IP_office", JOB_STATUS_DELETING | JOB_STATUS_RESTART, kNotSent, 5},
+        {"deleted on USB", L"UsB001x", JOB_STATUS_DELETING, kSent, 0},
+        {"restarted on USB", L"USB001x", JOB_STATUS_RESTART, kSent, 0},
+        {"deleted on a short name", L"IP_12", JOB_STATUS_DELETING, kSent, 0},
+        {"deleted on the shortest name", L"IP_123", JOB_STATUS_DELETING, kSent, 5},
     };
-    EXPECT_FALSE(table.pfnEndDocPort(port));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_READY});
-    EXPECT_EQ(JobEvents(), GetParam().events);
-    EXPECT_EQ(lower.CountOf("GetPrinterDataFromPort"), GetParam().polls);
-    EXPECT_EQ(Record(port).flags.load(), 0U) << "nothing of the job is left for the next one";
-    EXPECT_TRUE(LockIsFree(port));
+    for (const auto& test : kCases) {
+        SCOPED_TRACE(test.what);
+        SetUp();  // an empty log
+        lower.answer = [](const char*) { return TRUE; };
+        const OpenedPort port = MustOpen(lower, test.port);
+        spooler.SetJob(L"Office", kJob, L"report", test.status);
+        ASSERT_TRUE(Start(port));
+        lower.answer = [](const char* operation) {
+            // Whatever the monitor does after the lower EndDocPort, this is the error that stays.
+            SetLastError(std::string(operation) == "EndDocPort" ? ERROR_NOT_READY : ERROR_GEN_FAILURE);
+            return FALSE;
+        };
+        EXPECT_FALSE(table.pfnEndDocPort(port));
+        EXPECT_EQ(GetLastError(), DWORD{ERROR_NOT_READY});
+        EXPECT_EQ(JobEvents(), test.events);
+        EXPECT_EQ(lower.CountOf("GetPrinterDataFromPort"), test.polls);
+        EXPECT_EQ(Record(port).flags.load(), 0U) << "nothing of the job is left for the next one";
+        EXPECT_TRUE(LockIsFree(port));
+    }
 }
 
 using CompletionPollTest = PortTest;

@@ -38,7 +38,6 @@ const std::string kFault11 = test::Body11(
     "<e:Fault><faultcode>e:Client</faultcode><faultstring>no &amp; never</faultstring></e:Fault>");
 const std::string kFault12 = test::Body("<s:Fault><s:Code><s:Value>s:Receiver</s:Value></s:Code></s:Fault>");
 const std::string kHtml = "<html><head></head><body><p>Not found<br></body></html>";
-const std::string kBomb = "<!DOCTYPE a [<!ENTITY b 'xxxxxxxxxx'><!ENTITY c '&b;&b;&b;'>]>";
 
 struct Ended {
     HRESULT transport = E_UNEXPECTED;
@@ -121,7 +120,6 @@ const Row kRows[] = {
                   Send(kEnvelope.substr(9))),
      100},
     {"Html", kUnusable, Answer(Http("200 OK", kHtml))},
-    {"WellFormedHtml", kUnusable, Answer(Http("200 OK", "<html xmlns='http://www.w3.org/1999/xhtml'/>"))},
     {"NotFound", kUnusable, Answer(Http("404 Not Found", kHtml))},
     {"Unauthorized", kUnusable,
      Answer(Http("401 Unauthorized", kHtml, "WWW-Authenticate: Basic realm=\"p\"\r\n"))},
@@ -160,13 +158,11 @@ const Row kRows[] = {
     {"StatusLineWithoutEnd", kFailed, AfterRequest(Send("HTTP/1.1 200 "), kFlood), kHead},
     {"HeaderLinesWithoutEnd", kFailed, AfterRequest(Send(kOk), Send("X: y\r\n", 1'000'000)), kHead},
     {"ContinueWithoutEnd", kFailed, AfterRequest(Send("HTTP/1.1 100 Continue\r\n\r\n", 1'000'000)), kHead},
-    {"EntityBomb", kUnusable, Answer(Http("200 OK", kBomb + kEnvelope))},
     {"DepthWithoutEnd", kUnusable, AfterRequest(Send(kOpenHead), Send(Repeat(1000, "<a>"), 100)), kBody},
     {"Fault11", kFault, Answer(Http("500 Internal Server Error", kFault11))},
     {"Fault12", kBadFault, Answer(Http("500 Internal Server Error", kFault12))},
     {"FaultWithoutXml", kBadFault, Answer(Http("500 Oops", kHtml))},
     {"FaultWithoutBody", kBadFault, Answer(Http("500 Oops", ""))},
-    {"FaultWithEntityBomb", kBadFault, Answer(Http("500 Oops", kBomb + kFault11))},
     {"FaultInDrips", kBadFault, AfterRequest(Send(kOops), kDrips), kBody},
 };
 
@@ -289,29 +285,28 @@ TEST_F(Transport, FailsAtOnceWhereNobodyListens) {
 
 TEST_F(Transport, GivesUpOnAConnectThatIsNeverAnswered) {
     // A listener whose queue is full: the system drops further attempts.
-    const ScriptedServer winsockUser({});
-    const SOCKET listener = socket(AF_INET, SOCK_STREAM, IPPROTO_TCP);
+    const ScriptedServer busy({Hold()});
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    int length = sizeof address;
-    auto* const plain = reinterpret_cast<sockaddr*>(&address);
-    ASSERT_EQ(bind(listener, plain, length), 0);
-    ASSERT_EQ(listen(listener, 1), 0);
-    ASSERT_EQ(getsockname(listener, plain, &length), 0);
+    address.sin_port = htons(busy.Port());
     std::vector<SOCKET> queue;
-    for (int i = 0; i < 8; ++i) {
+    for (int i = 0; i < 40; ++i) {
         queue.push_back(socket(AF_INET, SOCK_STREAM, IPPROTO_TCP));
         u_long nonBlocking = 1;
         ioctlsocket(queue.back(), static_cast<long>(FIONBIO), &nonBlocking);
-        static_cast<void>(connect(queue.back(), plain, length));
+        static_cast<void>(connect(queue.back(), reinterpret_cast<sockaddr*>(&address), sizeof address));
     }
-    const Ended outcome = Exchange(L"127.0.0.1:" + std::to_wstring(ntohs(address.sin_port)));
+    fd_set last;
+    FD_ZERO(&last);
+    FD_SET(queue.back(), &last);
+    timeval soon{0, 100'000};
+    ASSERT_EQ(select(0, nullptr, &last, nullptr, &soon), 0) << "there is room in the queue";
+    const Ended outcome = Exchange(busy.Url());
     EXPECT_EQ(outcome.transport, E_FAIL);
     EXPECT_LE(outcome.milliseconds, kHead + kSlack);
     for (const SOCKET waiting : queue)
         closesocket(waiting);
-    closesocket(listener);
 }
 
 TEST_F(Transport, CarriesSeveralExchangesOverOneConnection) {
