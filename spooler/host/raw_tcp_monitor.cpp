@@ -31,12 +31,8 @@ RawTcpMonitor::RawTcpMonitor(std::string host, std::string port, DWORD timeout)
 }
 
 RawTcpMonitor::~RawTcpMonitor() {
-    Disconnect();
+    socket_.Reset();
     WSACleanup();
-}
-
-void RawTcpMonitor::Disconnect() {
-    if (socket_ != INVALID_SOCKET) closesocket(std::exchange(socket_, INVALID_SOCKET));
 }
 
 BOOL RawTcpMonitor::Fail() {
@@ -64,39 +60,37 @@ int RawTcpMonitor::AwaitInTurns(Ready ready) const {
 
 bool RawTcpMonitor::Await(short events) const {
     return AwaitInTurns([&](int milliseconds) {
-               WSAPOLLFD descriptor{socket_, events, 0};
+               WSAPOLLFD descriptor{socket_.Get(), events, 0};
                return WSAPoll(&descriptor, 1, milliseconds);
            }) > 0;
 }
 
 void RawTcpMonitor::EndRegularly(bool regular) const {
     const linger atOnce{static_cast<u_short>(regular ? 0 : 1), 0};
-    setsockopt(socket_, SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&atOnce), sizeof atOnce);
+    setsockopt(socket_.Get(), SOL_SOCKET, SO_LINGER, reinterpret_cast<const char*>(&atOnce), sizeof atOnce);
 }
 
 int RawTcpMonitor::Receive(void* buffer, size_t size) {
-    const int count = recv(socket_, static_cast<char*>(buffer), static_cast<int>(size), 0);
+    const int count = recv(socket_.Get(), static_cast<char*>(buffer), static_cast<int>(size), 0);
     if (count != 0) return count;
     // Some systems report a reset connection as closed here, and its error only in poll.
-    WSAPOLLFD descriptor{socket_, POLLRDNORM, 0};
+    WSAPOLLFD descriptor{socket_.Get(), POLLRDNORM, 0};
     if (WSAPoll(&descriptor, 1, 0) <= 0 || (descriptor.revents & POLLERR) == 0) return 0;
     WSASetLastError(WSAECONNRESET);
     return SOCKET_ERROR;
 }
 
 bool RawTcpMonitor::ConnectTo(const sockaddr* address, int length) {
-    Disconnect();
-    socket_ = socket(address->sa_family, SOCK_STREAM, IPPROTO_TCP);
+    socket_.Reset(socket(address->sa_family, SOCK_STREAM, IPPROTO_TCP));
     u_long nonBlocking = 1;
-    if (socket_ == INVALID_SOCKET || ioctlsocket(socket_, static_cast<long>(FIONBIO), &nonBlocking) != 0)
-        return false;
-    if (connect(socket_, address, length) == 0) return true;
+    if (!socket_ || ioctlsocket(socket_.Get(), static_cast<long>(FIONBIO), &nonBlocking) != 0) return false;
+    if (connect(socket_.Get(), address, length) == 0) return true;
     if (WSAGetLastError() != WSAEWOULDBLOCK) return false;
     const int ready = AwaitInTurns([&](int milliseconds) {
         // select, because WSAPoll on older Windows does not report a refused connection.
         fd_set writable, failed;
         FD_ZERO(&writable);
-        FD_SET(socket_, &writable);
+        FD_SET(socket_.Get(), &writable);
         failed = writable;
         timeval wait{milliseconds / 1000, milliseconds % 1000 * 1000};
         return select(0, nullptr, &writable, &failed, &wait);
@@ -104,7 +98,7 @@ bool RawTcpMonitor::ConnectTo(const sockaddr* address, int length) {
     if (ready < 0) return false;
     int error = 0;
     int size = sizeof error;
-    getsockopt(socket_, SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size);
+    getsockopt(socket_.Get(), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error), &size);
     WSASetLastError(error);
     return error == 0;
 }
@@ -131,7 +125,7 @@ bool RawTcpMonitor::Send(const BYTE* data, DWORD size, DWORD& sent) {
             return false;
         }
         const int count =
-            send(socket_, reinterpret_cast<const char*>(data + sent), static_cast<int>(size - sent), 0);
+            send(socket_.Get(), reinterpret_cast<const char*>(data + sent), static_cast<int>(size - sent), 0);
         if (count >= 0) {
             sent += static_cast<DWORD>(count);
         } else if (WSAGetLastError() != WSAEWOULDBLOCK || !Await(POLLWRNORM)) {
@@ -174,7 +168,7 @@ BOOL WINAPI RawTcpMonitor::StartDocPort(HANDLE port, LPWSTR, DWORD, DWORD, LPBYT
         return TRUE;
     }
     self.Fail();
-    self.Disconnect();
+    self.socket_.Reset();
     SetLastError(self.document_.error);
     return FALSE;
 }
@@ -202,7 +196,7 @@ BOOL WINAPI RawTcpMonitor::EndDocPort(HANDLE port) {
         self.document_.error = ERROR_PRINT_CANCELLED;
     if (self.document_.error == ERROR_SUCCESS) {
         self.EndRegularly(true);
-        if (shutdown(self.socket_, SD_SEND) == 0) {
+        if (shutdown(self.socket_.Get(), SD_SEND) == 0) {
             self.DrainUntilClosed();
         } else {
             self.Fail();
@@ -210,13 +204,13 @@ BOOL WINAPI RawTcpMonitor::EndDocPort(HANDLE port) {
     }
     // All may have been sent, and little of it read.
     if (self.document_.error == ERROR_PRINT_CANCELLED) self.EndRegularly(false);
-    self.Disconnect();
+    self.socket_.Reset();
     SetLastError(self.document_.error);
     return self.document_.error == ERROR_SUCCESS;
 }
 
 BOOL WINAPI RawTcpMonitor::ClosePort(HANDLE port) {
-    Self(port).Disconnect();
+    Self(port).socket_.Reset();
     return TRUE;
 }
 

@@ -10,14 +10,11 @@
 // its end.
 #pragma once
 
-#include <winsock2.h>
-// winsock2.h before windows.h.
-#include <windows.h>
-
 #include <atomic>
 #include <cstdint>
 #include <string>
 
+#include "spooler/host/socket.h"
 #include "util/spooler_api.h"
 
 namespace vlm::host {
@@ -53,7 +50,6 @@ class RawTcpMonitor {
 
     bool Connect();
     bool ConnectTo(const sockaddr* address, int length);
-    void Disconnect();
     // Calls `ready(milliseconds)` in short turns until it returns something else than 0, for as long as the
     // time-out. Its result, or -1 with WSAETIMEDOUT or ERROR_PRINT_CANCELLED.
     template <typename Ready>
@@ -73,7 +69,7 @@ class RawTcpMonitor {
     const std::string port_;
     const DWORD timeout_;
     MONITOR2 table_;
-    SOCKET socket_ = INVALID_SOCKET;
+    Socket socket_;
     DocumentOutcome document_;
     std::atomic<bool> cancelled_{false};
 };

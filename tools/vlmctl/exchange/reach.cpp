@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <string>
 
+#include "spooler/host/socket.h"
 #include "tools/vlmctl/console/command.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/reach.h"
@@ -21,11 +22,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-struct SocketTraits {
-    using Type = SOCKET;
-    static Type Invalid() { return INVALID_SOCKET; }
-    static void Close(Type connection) { closesocket(connection); }
-};
 struct AddressesTraits {
     using Type = ADDRINFOW*;
     static Type Invalid() { return nullptr; }
@@ -44,7 +40,7 @@ DWORD StartSockets() {
 
 // A Win32 code.
 DWORD Connect(const ADDRINFOW& address, Clock::time_point giveUp) {
-    const Unique<SocketTraits> owner(socket(address.ai_family, address.ai_socktype, address.ai_protocol));
+    const host::Socket owner(socket(address.ai_family, address.ai_socktype, address.ai_protocol));
     const SOCKET connection = owner.Get();
     if (!owner) return static_cast<DWORD>(WSAGetLastError());
     u_long nonBlocking = 1;

@@ -92,18 +92,12 @@ std::string OrDash(const std::string& text) {
 }
 
 // Two of the same name are told apart by number, since no two samples may have the same labels.
-class UniqueNames {
- public:
-    std::string Of(const std::string& name) {
-        std::string unique = name;
-        for (int number = 2; !taken_.insert(unique).second; ++number)
-            unique = fmt::format("{} {}", name, number);
-        return unique;
-    }
-
- private:
-    std::set<std::string> taken_;
-};
+std::string Unique(std::set<std::string>& taken, const std::string& name) {
+    std::string unique = name;
+    for (int number = 2; !taken.insert(unique).second; ++number)
+        unique = fmt::format("{} {}", name, number);
+    return unique;
+}
 
 }  // namespace
 
@@ -246,18 +240,18 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
          });
     each("vllm3mon_printer_consumable_level_ratio", "Remaining level of a consumable, 0 to 1.",
          [](const PrinterReport& report, const auto& add) {
-             UniqueNames names;
+             std::set<std::string> names;
              for (const auto& one : report.consumables)
-                 if (const std::string name = names.Of(one.name.empty() ? one.Title() : one.name);
+                 if (const std::string name = Unique(names, one.name.empty() ? one.Title() : one.name);
                      one.level.percent)
                      add({{"consumable", name}, {"color", one.colour}, {"type", one.type}},
                          *one.level.percent / 100.0);
          });
     each("vllm3mon_printer_tray_level_ratio", "Fill level of an input tray, 0 to 1.",
          [](const PrinterReport& report, const auto& add) {
-             UniqueNames names;
+             std::set<std::string> names;
              for (const auto& tray : report.trays)
-                 if (const std::string name = names.Of(tray.name); tray.level.percent)
+                 if (const std::string name = Unique(names, tray.name); tray.level.percent)
                      add({{"tray", name}}, *tray.level.percent / 100.0);
          });
     metrics.Family("vllm3mon_printers_asked_timestamp_seconds", kGauge,

@@ -97,12 +97,6 @@ std::string EventsText(const std::optional<std::vector<std::string>>& events) {
     return events->empty() ? "none" : fmt::format("{}", fmt::join(*events, ", "));
 }
 
-// The job as the spooler keeps it when its user deletes it.
-void DeleteJob(const standin::Printers& spooler, const std::wstring& printer, const std::string& file) {
-    if (spooler.Present())
-        spooler.SetJob(printer.c_str(), kJobId, FromUtf8(file).c_str(), JOB_STATUS_DELETING);
-}
-
 // Writes the whole document, piece by piece. False when a write fails, with the error in `error`.
 bool WriteDocument(const MONITOR2& monitor, HANDLE port, Document& document, bool quiet, DWORD& error) {
     std::optional<Progress> progress;
@@ -177,7 +171,9 @@ void PrintFile(const PrintOptions& options) {
 
     host::RawTcpMonitor lower(address.host, address.port, static_cast<DWORD>(options.timeout * 1000));
     const OnInterrupt interrupt(OnInterrupt::Then::kWait, [&] {
-        DeleteJob(spooler, printer, options.file);
+        // As the spooler keeps a job that its user deletes.
+        if (spooler.Present())
+            spooler.SetJob(printer.c_str(), kJobId, FromUtf8(options.file).c_str(), JOB_STATUS_DELETING);
         lower.Cancel();
     });
     const std::string target = address.host + ":" + address.port;
