@@ -27,11 +27,10 @@ void AnswerPass::CollectBelow(const SchemaElement& element, std::wstring& path,
     const bool belowSchema = element.kind == ElementKind::kSchema;
     const size_t length = path.size();
     for (const SchemaElement& child : element.children) {
-        const bool isProperty = child.kind == ElementKind::kProperty;
-        if (!isProperty && !child.IsLeaf()) continue;
-        if (!belowSchema) path += isProperty ? L'.' : L':';
+        if (!child.IsProperty() && !child.IsLeaf()) continue;
+        if (!belowSchema) path += child.IsProperty() ? L'.' : L':';
         path += child.name.value_or(L"");
-        if (isProperty) {
+        if (child.IsProperty()) {
             CollectBelow(child, path, answers);
         } else {
             Append(child, path, answers);

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <cwchar>
 #include <limits>
+#include <utility>
 
 #include "util/trace.h"
 
@@ -28,21 +29,25 @@ void InitialiseContainer(BIDI_RESPONSE_CONTAINER& container, DWORD count, DWORD 
     std::memset(container.aData, 0, count * sizeof(BIDI_RESPONSE_DATA));
 }
 
-CBidiMem::CBidiMem() {
-    if (!router_.Load())
-        Trace(L"Error: Unable to load spoolss.dll, status %d\r\n", static_cast<int>(GetLastError()));
+LoadedRouter::LoadedRouter() {
+    if (!Load()) Trace(L"Error: Unable to load spoolss.dll, status %d\r\n", static_cast<int>(GetLastError()));
 }
 
-CBidiMem::~CBidiMem() {
-    router_.Unload();
+void* AllocTraced(const CSplssMgr& router, size_t size) {
+    void* block = router.AllocBidiMem(size);
+    if (block == nullptr)
+        Trace(L"RouterAllocBidiMem(%d) failed with status %d\r\n", static_cast<int>(size),
+              static_cast<int>(GetLastError()));
+    return block;
 }
 
 void* CBidiMem::Duplicate(const void* data, size_t size) const {
-    void* copy = router_.AllocBidiMem(size);
-    if (copy != nullptr) return std::memcpy(copy, data, size);
-    Trace(L"RouterAllocBidiMem(%d) failed with status %d\r\n", static_cast<int>(size),
-          static_cast<int>(GetLastError()));
-    return nullptr;
+    void* copy = AllocTraced(router_, size);
+    return copy != nullptr ? std::memcpy(copy, data, size) : nullptr;
+}
+
+void CBidiMem::Free(void* block) const {
+    if (block != nullptr) router_.FreeBidiMem(block);
 }
 
 wchar_t* CBidiMem::DuplicateString(const wchar_t* text) const {
@@ -69,11 +74,9 @@ bool CBidiMem::CopyValue(BIDI_DATA& destination, const BIDI_DATA& source) const 
             const BINARY_CONTAINER& bytes = source.u.biData;
             if (bytes.cbBuf == 0) return true;
             if (bytes.pData == nullptr) return false;
-            void* copy = Duplicate(bytes.pData, bytes.cbBuf);
-            if (copy == nullptr) return false;
-            destination.u.biData.cbBuf = bytes.cbBuf;
-            destination.u.biData.pData = static_cast<BYTE*>(copy);
-            return true;
+            auto* copy = static_cast<BYTE*>(Duplicate(bytes.pData, bytes.cbBuf));
+            if (copy != nullptr) destination.u.biData = {bytes.cbBuf, copy};
+            return copy != nullptr;
         }
         default:
             return false;
@@ -85,13 +88,10 @@ void CBidiMem::FreeValue(BIDI_DATA& value) const {
         case BIDI_STRING:
         case BIDI_TEXT:
         case BIDI_ENUM:
-            if (value.u.sData != nullptr) router_.FreeBidiMem(value.u.sData);
-            value.u.sData = nullptr;
+            Free(std::exchange(value.u.sData, nullptr));
             break;
         case BIDI_BLOB:
-            if (value.u.biData.pData != nullptr) router_.FreeBidiMem(value.u.biData.pData);
-            value.u.biData.pData = nullptr;
-            value.u.biData.cbBuf = 0;
+            Free(std::exchange(value.u.biData, {}).pData);
             break;
         default:
             break;
@@ -101,11 +101,10 @@ void CBidiMem::FreeValue(BIDI_DATA& value) const {
 void CBidiMem::FreeContainer(BIDI_RESPONSE_CONTAINER* container) const {
     if (container == nullptr) return;
     for (DWORD i = 0; i < container->Count; ++i) {
-        BIDI_RESPONSE_DATA& entry = container->aData[i];
-        if (entry.pSchema != nullptr) router_.FreeBidiMem(entry.pSchema);
-        FreeValue(entry.data);
+        Free(container->aData[i].pSchema);
+        FreeValue(container->aData[i].data);
     }
-    router_.FreeBidiMem(container);
+    Free(container);
 }
 
 BIDI_RESPONSE_CONTAINER* CBidiMem::Merge(const BIDI_RESPONSE_CONTAINER* first,

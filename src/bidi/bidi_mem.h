@@ -12,10 +12,21 @@
 
 namespace vlm {
 
+// The router for the life of the object. If it cannot be loaded, that is traced, and nothing can be
+// allocated.
+class LoadedRouter : public CSplssMgr {
+ public:
+    LoadedRouter();
+    ~LoadedRouter() override { Unload(); }
+};
+
+// The router's AllocBidiMem, with a line in the trace when there is no memory.
+void* AllocTraced(const CSplssMgr& router, size_t size);
+
 class CBidiMem {
  public:
-    CBidiMem();
-    virtual ~CBidiMem();
+    CBidiMem() = default;
+    virtual ~CBidiMem() = default;
     CBidiMem(const CBidiMem&) = delete;
     CBidiMem& operator=(const CBidiMem&) = delete;
 
@@ -46,11 +57,13 @@ class CBidiMem {
 
  private:
     void* Duplicate(const void* data, size_t size) const;
+    // Null is allowed.
+    void Free(void* block) const;
     bool CopyEntry(BIDI_RESPONSE_DATA& destination, const BIDI_RESPONSE_DATA& source) const;
     using Entries = std::span<const BIDI_RESPONSE_DATA>;
     BIDI_RESPONSE_CONTAINER* Join(Entries first, Entries second, DWORD version, DWORD flags) const;
 
-    CSplssMgr router_;
+    LoadedRouter router_;
 };
 
 // Zeroes the entries of a container that the router has just allocated, and sets its header.

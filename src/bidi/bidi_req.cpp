@@ -12,20 +12,8 @@ CBidiReq::CBidiReq(DWORD accessBit, const wchar_t* action, const BIDI_REQUEST_CO
     marks_.Reset(GlobalAlloc(GPTR, (static_cast<size_t>(count_) + 1) * sizeof(LONG)));
 }
 
-CBidiReq::~CBidiReq() {
-    FreeContainer(response_);
-}
-
-bool CBidiReq::IsValid() const {
-    return action_ != nullptr && request_ != nullptr && marks_;
-}
-
-bool CBidiReq::IsAnswered(DWORD entry) const {
-    return marks_ && entry < count_ && Marks()[entry] != 0;
-}
-
 void CBidiReq::MarkAnswered(DWORD entry) {
-    if (marks_ && entry < count_) static_cast<LONG*>(marks_.Get())[entry] = 1;
+    if (marks_ && entry < count_) Marks()[entry] = 1;
 }
 
 DWORD CBidiReq::CountUnanswered() const {
@@ -65,10 +53,6 @@ bool CBidiReq::TakeResponse(BIDI_RESPONSE_CONTAINER** answer) {
     if (response_ != nullptr || *answer == nullptr || (*answer)->Count == 0) return AppendResponse(*answer);
     response_ = std::exchange(*answer, nullptr);
     return true;
-}
-
-BIDI_RESPONSE_CONTAINER* CBidiReq::DetachResponse() {
-    return std::exchange(response_, nullptr);
 }
 
 }  // namespace vlm

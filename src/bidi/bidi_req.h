@@ -16,17 +16,17 @@ class CBidiReq : public CBidiMem {
  public:
     CBidiReq() = default;
     CBidiReq(DWORD accessBit, const wchar_t* action, const BIDI_REQUEST_CONTAINER* request);
-    ~CBidiReq() override;
+    ~CBidiReq() override { FreeContainer(response_); }
 
     // Whether there is an action and a request, and memory for its marks.
-    bool IsValid() const;
+    bool IsValid() const { return action_ != nullptr && request_ != nullptr && marks_; }
 
     DWORD AccessBit() const { return accessBit_; }
     const wchar_t* Action() const { return action_; }
     const BIDI_REQUEST_CONTAINER* Request() const { return request_; }
     DWORD Count() const { return count_; }
 
-    bool IsAnswered(DWORD entry) const;
+    bool IsAnswered(DWORD entry) const { return marks_ && entry < count_ && Marks()[entry] != 0; }
     void MarkAnswered(DWORD entry);
     DWORD CountUnanswered() const;
 
@@ -44,10 +44,10 @@ class CBidiReq : public CBidiMem {
     // is copied when there is no response yet, and `*answer` is null then. Otherwise it stays the caller's.
     bool TakeResponse(BIDI_RESPONSE_CONTAINER** answer);
     // Gives the response to the caller.
-    BIDI_RESPONSE_CONTAINER* DetachResponse();
+    BIDI_RESPONSE_CONTAINER* DetachResponse() { return std::exchange(response_, nullptr); }
 
  private:
-    const LONG* Marks() const { return static_cast<const LONG*>(marks_.Get()); }
+    LONG* Marks() const { return static_cast<LONG*>(marks_.Get()); }
 
     DWORD accessBit_ = 0;
     const wchar_t* action_ = nullptr;

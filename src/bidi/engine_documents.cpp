@@ -32,11 +32,9 @@ std::wstring WriteAnswer(std::wstring_view path, const std::optional<std::vector
             text += L"<Schema name='" + EscapeXml(named.path) + L"'>";
             const LeafAnswer& answer = *named.answer;
             // A type that could not be an element's name has no value either.
-            if (answer.text && IsElementName(answer.type)) {
-                text += L"<" + answer.type + L">" + EscapeXml(*answer.text) + L"</" + answer.type + L">";
-            } else {
-                text += L"<Error/>";
-            }
+            const bool found = answer.text && IsElementName(answer.type);
+            text += found ? L"<" + answer.type + L">" + EscapeXml(*answer.text) + L"</" + answer.type + L">"
+                          : L"<Error/>";
             text += L"</Schema>";
         }
     }

@@ -53,27 +53,22 @@ std::string ReadWithinBounds(const std::wstring& path) {
 }
 
 ElementKind KindOf(IXMLDOMNode* node, const std::wstring& tag) {
-    struct Entry {
-        const wchar_t* tag;
-        ElementKind kind;
-    };
-    static constexpr Entry kKinds[] = {
+    static constexpr std::pair<const wchar_t*, ElementKind> kKinds[] = {
         {L"Schema", ElementKind::kSchema},       {L"Property", ElementKind::kProperty},
         {L"Parameter", ElementKind::kParameter}, {L"Value", ElementKind::kValue},
         {L"Installed", ElementKind::kInstalled}, {L"List", ElementKind::kList},
         {L"Const", ElementKind::kConst},
     };
-    const auto* const found = std::find_if(std::begin(kKinds), std::end(kKinds),
-                                           [&](const Entry& entry) { return tag == entry.tag; });
-    if (found == std::end(kKinds)) return ElementKind::kOther;
-    // The levels of a schema have no namespace, so that XPath finds them without a prefix; a leaf is told by
-    // its written name alone.
-    if (found->kind < ElementKind::kValue) {
+    for (const auto& [name, kind] : kKinds) {
+        if (tag != name) continue;
+        // The levels of a schema have no namespace, so that XPath finds them without a prefix; a leaf is told
+        // by its written name alone.
+        if (kind >= ElementKind::kValue) return kind;
         _bstr_t uri;
         CheckEngine(node->get_namespaceURI(uri.GetAddress()));
-        if (uri.length() != 0) return ElementKind::kOther;
+        return uri.length() == 0 ? kind : ElementKind::kOther;
     }
-    return found->kind;
+    return ElementKind::kOther;
 }
 
 std::optional<std::wstring> TextIn(const _variant_t& value) {

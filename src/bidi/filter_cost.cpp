@@ -115,8 +115,7 @@ class Estimator {
     }
 
     Nodes ReadUnion(const Nodes& contexts) {
-        while (Take(L"-")) {
-        }
+        SkipAll(L"- \t\r\n");
         Nodes all = ReadPath(contexts);
         while (Take(L"|")) {
             const Nodes other = ReadPath(contexts);

@@ -38,7 +38,7 @@ class Expander {
     void ExpandChildren(const SchemaElement& source, SchemaElement& target) {
         for (const SchemaElement& child : source.children) {
             std::vector<const SchemaElement*> bindings;
-            if (child.kind == ElementKind::kProperty) bindings = child.Bindings();
+            if (child.IsProperty()) bindings = child.Bindings();
             if (child.IsTemplate()) bindings = {&child};
             if (!bindings.empty()) {
                 std::vector<BoundParameter> bound;

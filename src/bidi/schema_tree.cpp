@@ -11,25 +11,13 @@ namespace vlm {
 
 namespace {
 
-bool IsProperty(const SchemaElement& element) {
-    return element.kind == ElementKind::kProperty;
-}
-
-bool IsPropertyWithoutBinding(const SchemaElement& element) {
-    return IsProperty(element) && !element.HasBinding();
-}
-
-bool IsLeaf(const SchemaElement& element) {
-    return element.IsLeaf();
-}
-
 // Where instances come from below `level`, which has no Property of the wanted name.
 void AppendParameterised(const SchemaElement& level, SchemaTree::Reached& next) {
     for (const SchemaElement& child : level.children) {
         if (child.IsTemplate()) {
             next.elements.push_back(&child);
             next.parameters.push_back(&child);
-        } else if (IsProperty(child) && child.HasBinding()) {
+        } else if (child.IsProperty() && child.HasBinding()) {
             next.elements.push_back(&child);
         }
     }
@@ -75,7 +63,7 @@ SchemaTree::Elements SchemaTree::ChildrenNamed(const Elements& parents, std::wst
         if (children == byName_.end()) continue;
         const auto [begin, end] = children->second.equal_range(name);
         for (auto child = begin; child != end; ++child) {
-            if (accept(*child->second)) found.push_back(child->second);
+            if ((child->second->*accept)()) found.push_back(child->second);
         }
     }
     return found;
@@ -88,7 +76,7 @@ void SchemaTree::AppendNameable(const SchemaElement& parent, std::wstring_view n
     const auto candidates = withParameters_.find(&parent);
     if (candidates == withParameters_.end()) return;
     for (const SchemaElement* child : candidates->second) {
-        if (child->name && accept(*child) && CanBecome(*child->name, name, parameters_))
+        if (child->name && (child->*accept)() && CanBecome(*child->name, name, parameters_))
             found.push_back(child);
     }
 }
@@ -96,8 +84,8 @@ void SchemaTree::AppendNameable(const SchemaElement& parent, std::wstring_view n
 const SchemaElement* SchemaTree::Find(const SchemaPath& path) const {
     Elements level = schemas_;
     for (const std::wstring_view property : path.properties)
-        level = ChildrenNamed(level, property, IsProperty);
-    if (path.leaf) level = ChildrenNamed(level, *path.leaf, IsLeaf);
+        level = ChildrenNamed(level, property, &SchemaElement::IsProperty);
+    if (path.leaf) level = ChildrenNamed(level, *path.leaf, &SchemaElement::IsLeaf);
     return level.empty() ? nullptr : level.front();
 }
 
@@ -107,11 +95,11 @@ std::optional<SchemaTree::Reached> SchemaTree::FindForQuery(const SchemaPath& pa
     for (const std::wstring_view property : path.properties) {
         Reached next;
         next.parameters = std::move(reached.parameters);
-        next.elements = ChildrenNamed(reached.elements, property, IsProperty);
+        next.elements = ChildrenNamed(reached.elements, property, &SchemaElement::IsProperty);
         if (next.elements.empty()) {
             for (const SchemaElement* level : reached.elements) {
                 AppendParameterised(*level, next);
-                AppendNameable(*level, property, IsPropertyWithoutBinding, next.elements);
+                AppendNameable(*level, property, &SchemaElement::IsPropertyWithoutBinding, next.elements);
             }
         }
         for (const SchemaElement* element : next.elements) {
@@ -122,10 +110,10 @@ std::optional<SchemaTree::Reached> SchemaTree::FindForQuery(const SchemaPath& pa
     }
     if (path.leaf) {
         const Elements level = std::move(reached.elements);
-        reached.elements = ChildrenNamed(level, *path.leaf, IsLeaf);
+        reached.elements = ChildrenNamed(level, *path.leaf, &SchemaElement::IsLeaf);
         if (reached.elements.empty()) {
             for (const SchemaElement* element : level)
-                AppendNameable(*element, *path.leaf, IsLeaf, reached.elements);
+                AppendNameable(*element, *path.leaf, &SchemaElement::IsLeaf, reached.elements);
         }
     }
     if (reached.elements.empty()) return std::nullopt;

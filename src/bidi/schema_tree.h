@@ -55,6 +55,7 @@ struct SchemaElement {
     const SchemaElement* declared = nullptr;
     std::vector<BoundParameter> bound;
 
+    bool IsProperty() const { return kind == ElementKind::kProperty; }
     bool IsLeaf() const { return kind >= ElementKind::kValue; }
     // A Parameter makes instances from printer data. Two ways of writing it exist: either it carries the
     // template itself, with the instances' name, which holds $...$, and their children; or it is empty, and
@@ -66,6 +67,7 @@ struct SchemaElement {
     bool IsBinding() const { return kind == ElementKind::kParameter && !IsTemplate(); }
     std::vector<const SchemaElement*> Bindings() const;  // among its children
     bool HasBinding() const { return !Bindings().empty(); }
+    bool IsPropertyWithoutBinding() const { return IsProperty() && !HasBinding(); }
 };
 
 // Names and paths are looked up as XPath literals between apostrophes, and one that holds an apostrophe is no
@@ -98,7 +100,7 @@ class SchemaTree {
 
  private:
     using Elements = std::vector<const SchemaElement*>;
-    using Accept = bool (*)(const SchemaElement&);
+    using Accept = bool (SchemaElement::*)() const;
 
     void Index(const SchemaElement& element);
     Elements ChildrenNamed(const Elements& parents, std::wstring_view name, Accept accept) const;

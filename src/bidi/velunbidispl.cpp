@@ -101,14 +101,8 @@ struct CVelunBidiSpl::BoundAnswer {
     std::unique_ptr<SchemaTree> expanded;
 };
 
-CVelunBidiSpl::CVelunBidiSpl() {
-    if (!router_.Load())
-        Trace(L"Error: Unable to load spoolss.dll, status %d\r\n", static_cast<int>(GetLastError()));
-}
-
-CVelunBidiSpl::~CVelunBidiSpl() {
-    router_.Unload();
-}
+CVelunBidiSpl::CVelunBidiSpl() = default;
+CVelunBidiSpl::~CVelunBidiSpl() = default;
 
 HRESULT CVelunBidiSpl::Init(const wchar_t*, const wchar_t* fileListXml) {
     return GuardEntry(L"Init", &reason_, [&]() -> HRESULT {
@@ -216,17 +210,12 @@ const AnswerSearch* CVelunBidiSpl::Search() const {
 }
 
 bool CVelunBidiSpl::ReadyToAnswer() const {
-    if (!extension_) {
-        Trace(L"CVelunBidiSpl::SendRecvXMLString - Error: must call init first\r\n");
-        return false;
-    }
-    if (!bound_) {
-        Trace(
-            L"CVelunBidiSpl::SendRecvXMLString - Error: must call SetGetPrinterElementResponseData "
-            L"first\r\n");
-        return false;
-    }
-    return true;
+    const wchar_t* const missing = !extension_ ? L"init"
+                                   : !bound_   ? L"SetGetPrinterElementResponseData"
+                                               : nullptr;
+    if (missing != nullptr)
+        Trace(L"CVelunBidiSpl::SendRecvXMLString - Error: must call %ls first\r\n", missing);
+    return missing == nullptr;
 }
 
 std::wstring CVelunBidiSpl::AnswerText(const wchar_t* path) const {

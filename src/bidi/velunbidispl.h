@@ -25,10 +25,10 @@
 #include <string_view>
 #include <vector>
 
+#include "bidi/bidi_mem.h"
 #include "bidi/query_budget.h"
 #include "util/com.h"
 #include "util/crypt32mgr.h"
-#include "util/splssmgr.h"
 #include "util/spooler_api.h"
 #include "util/vlxml.h"
 
@@ -110,12 +110,11 @@ class CVelunBidiSpl {
     Response Get(const BIDI_REQUEST_CONTAINER& request) const;
     Response GetAll(const BIDI_REQUEST_CONTAINER& request) const;
     Response GetInitBidiResponseContainer(size_t count) const;
-    static wchar_t* DuplicateForRouter(const wchar_t* text);
     BYTE* DecodeBlob(const wchar_t* text, DWORD* size) const;
     void FillEntry(BIDI_RESPONSE_DATA& entry, DWORD number, const std::wstring& schema,
                    const LeafAnswer* answer) const;
 
-    CSplssMgr router_;
+    LoadedRouter router_;
     CCrypt32Mgr crypt32_;
     mutable std::wstring reason_;
     std::unique_ptr<SchemaTree> extension_;  // as the files declare it; null before Init

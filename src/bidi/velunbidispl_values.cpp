@@ -49,6 +49,24 @@ float FloatIn(std::wstring_view text) {
     return digits.starts_with('-') ? -bound : bound;
 }
 
+wchar_t* DuplicateForRouter(const wchar_t* text) {
+    const size_t count = std::wcslen(text) + 1;
+    if (count >= kStringOverflow) {
+        Trace(L"RouterAllocBidiMem failed due to overflow\r\n");
+        return nullptr;
+    }
+    // A table of its own, loaded for this one string; and after a failure it is not unloaded: both intended.
+    // What stays behind is one reference to a DLL that the spooler never unloads anyway.
+    CSplssMgr router;
+    router.Load();
+    const size_t size = count * sizeof(wchar_t);
+    auto* copy = static_cast<wchar_t*>(AllocTraced(router, size));
+    if (copy == nullptr) return nullptr;
+    std::memcpy(copy, text, size);
+    router.Unload();
+    return copy;
+}
+
 int LastStatus() {
     return static_cast<int>(GetLastError());
 }
@@ -67,27 +85,6 @@ CVelunBidiSpl::Response CVelunBidiSpl::GetInitBidiResponseContainer(size_t count
     return response;
 }
 
-wchar_t* CVelunBidiSpl::DuplicateForRouter(const wchar_t* text) {
-    const size_t count = std::wcslen(text) + 1;
-    if (count >= kStringOverflow) {
-        Trace(L"RouterAllocBidiMem failed due to overflow\r\n");
-        return nullptr;
-    }
-    // A table of its own, loaded for this one string; and after a failure it is not unloaded: both intended.
-    // What stays behind is one reference to a DLL that the spooler never unloads anyway.
-    CSplssMgr router;
-    router.Load();
-    const size_t size = count * sizeof(wchar_t);
-    auto* copy = static_cast<wchar_t*>(router.AllocBidiMem(size));
-    if (copy == nullptr) {
-        Trace(L"RouterAllocBidiMem(%d) failed with status %d\r\n", static_cast<int>(size), LastStatus());
-        return nullptr;
-    }
-    std::memcpy(copy, text, size);
-    router.Unload();
-    return copy;
-}
-
 BYTE* CVelunBidiSpl::DecodeBlob(const wchar_t* text, DWORD* size) const {
     // Both results are tested with the opposite sense of the platform's BOOL: intended, so that well-formed
     // base64 yields no bytes.
@@ -100,11 +97,8 @@ BYTE* CVelunBidiSpl::DecodeBlob(const wchar_t* text, DWORD* size) const {
     } else {
         needed = 0;  // what a failed query leaves here means nothing
     }
-    auto* block = static_cast<BYTE*>(router_.AllocBidiMem(needed));
-    if (block == nullptr) {
-        Trace(L"RouterAllocBidiMem(%d) failed with status %d\r\n", static_cast<int>(needed), LastStatus());
-        return nullptr;
-    }
+    auto* block = static_cast<BYTE*>(AllocTraced(router_, needed));
+    if (block == nullptr) return nullptr;
     DWORD written = needed;
     if (crypt32_.CryptStringToBinary(text, 0, CCrypt32Mgr::kBase64Any, block, &written, nullptr, nullptr)) {
         Trace(L"CryptStringToBinary() failed with status %d\r\n", LastStatus());

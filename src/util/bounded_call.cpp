@@ -59,18 +59,14 @@ void CALLBACK RunCall(PTP_CALLBACK_INSTANCE, void* argument) {
     SetEvent(call.ended.Get());
 }
 
-HMODULE ThisModule() {
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
-                       reinterpret_cast<const wchar_t*>(&RunCall), &module);
-    return module;
-}
-
 // A thread of the process's pool: it is at hand where a new one takes as long as a whole exchange.
 bool Submit(std::shared_ptr<Call>* owner) {
+    HMODULE thisModule = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS | GET_MODULE_HANDLE_EX_FLAG_UNCHANGED_REFCOUNT,
+                       reinterpret_cast<const wchar_t*>(&RunCall), &thisModule);
     TP_CALLBACK_ENVIRON environment;
     InitializeThreadpoolEnvironment(&environment);
-    SetThreadpoolCallbackLibrary(&environment, ThisModule());
+    SetThreadpoolCallbackLibrary(&environment, thisModule);
     SetThreadpoolCallbackRunsLong(&environment);
     const bool submitted = TrySubmitThreadpoolCallback(&RunCall, owner, &environment) != FALSE;
     DestroyThreadpoolEnvironment(&environment);

@@ -66,12 +66,8 @@ void Format(_bstr_t_ex& out, const wchar_t* format, ...) {
     va_copy(counted, arguments);
     const int length = _vscwprintf(format, counted);
     va_end(counted);
-    std::wstring text;
-    int written = -1;
-    if (length >= 0) {
-        text.resize(static_cast<size_t>(length) + 1);
-        written = std::vswprintf(text.data(), text.size(), format, arguments);
-    }
+    std::wstring text(static_cast<size_t>(length + 1), L'\0');
+    const int written = length < 0 ? -1 : std::vswprintf(text.data(), text.size(), format, arguments);
     va_end(arguments);
     if (written < 0) throw CComErrorEx(E_FAIL, kSource, kFormatLine);
     out = text.c_str();

@@ -65,7 +65,7 @@ void CXMLDoc::LoadFile(const wchar_t* path, const wchar_t* namespaceUri) {
     Check(hr);
     const std::wstring shown = Printable(path, MAX_PATH);
     AfterLoad(hr == S_OK && success == VARIANT_TRUE, shown, L"file " + shown);
-    if (namespaceUri != nullptr) PrepareXPath(WrittenAgain(), namespaceUri, shown);
+    if (namespaceUri != nullptr) PrepareXPath(Serialised(), namespaceUri, shown);
 }
 
 void CXMLDoc::LoadFileBytes(const wchar_t* path, std::string_view bytes, const wchar_t* namespaceUri) {
@@ -79,7 +79,7 @@ void CXMLDoc::LoadXml(const wchar_t* text, const wchar_t* namespaceUri) {
     const HRESULT hr = document.loadXML(_bstr_t(text), &success);
     Check(hr);
     AfterLoad(hr == S_OK && success == VARIANT_TRUE, L"the XML text", {});
-    if (namespaceUri != nullptr) PrepareXPath(WrittenAgain(), namespaceUri, L"the XML text");
+    if (namespaceUri != nullptr) PrepareXPath(Serialised(), namespaceUri, L"the XML text");
 }
 
 void CXMLDoc::LoadStream(IStream* stream, const wchar_t* namespaceUri) {
@@ -121,7 +121,7 @@ void CXMLDoc::AfterLoad(bool success, const std::wstring& subject, const std::ws
     ThrowReason(reason + (error.reason.empty() ? L"not well-formed XML" : error.reason));
 }
 
-std::string CXMLDoc::WrittenAgain() const {
+std::string CXMLDoc::Serialised() const {
     _bstr_t text;
     Check(Loaded().get_xml(text.GetAddress()));
     return DocumentToUtf8(StringOf(text));

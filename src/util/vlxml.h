@@ -74,8 +74,8 @@ class CXMLDoc {
     void LoadFrom(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject,
                   const std::wstring& traced);
     void AfterLoad(bool success, const std::wstring& subject, const std::wstring& traced);
-    // The document as bytes, where the parser alone has read them.
-    std::string WrittenAgain() const;
+    // The document as UTF-8, after a load in which only the parser saw its bytes.
+    std::string Serialised() const;
     void PrepareXPath(std::string_view bytes, const wchar_t* namespaceUri, const std::wstring& subject);
     void SetProperty(const wchar_t* name, const wchar_t* value);
 

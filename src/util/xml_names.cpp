@@ -1,6 +1,7 @@
 #include "util/xml_names.h"
 
 #include <algorithm>
+#include <span>
 
 namespace vlm {
 
@@ -25,9 +26,9 @@ constexpr Range kNameStart[] = {{'A', 'Z'},       {'_', '_'},       {'a', 'z'}, 
                                 {0xF900, 0xFDCF}, {0xFDF0, 0xFFFD}, {0x10000, 0xEFFFF}};
 constexpr Range kNameFurther[] = {{'-', '.'}, {'0', '9'}, {0xB7, 0xB7}, {0x300, 0x36F}, {0x203F, 0x2040}};
 
-template <size_t N>
-bool IsIn(const Range (&ranges)[N], std::uint32_t c) {
-    return std::any_of(ranges, ranges + N, [c](const Range& r) { return c >= r.first && c <= r.last; });
+bool IsIn(std::span<const Range> ranges, std::uint32_t c) {
+    return std::any_of(ranges.begin(), ranges.end(),
+                       [c](const Range& r) { return c >= r.first && c <= r.last; });
 }
 
 }  // namespace
