@@ -16,11 +16,11 @@ namespace vlm {
     throw CComErrorEx(hr, "velunbidispl", line, reason.c_str());
 }
 
-// For a failure whose line in the trace has a wording of its own, which readers of traces know.
-[[noreturn]] inline void ThrowTracedError(HRESULT hr, const std::wstring& traced, const std::wstring& reason,
+// E_FAIL, whose line in the trace has a wording of its own, which readers of traces know.
+[[noreturn]] inline void ThrowTracedError(const std::wstring& traced, const std::wstring& reason,
                                           unsigned line = __builtin_LINE()) {
     Trace(L"Error: %ls\r\n", traced.c_str());
-    ThrowEngineError(hr, reason, line);
+    ThrowEngineError(E_FAIL, reason, line);
 }
 
 inline void CheckEngine(HRESULT hr, unsigned line = __builtin_LINE()) {

@@ -23,7 +23,7 @@ namespace {
 [[noreturn]] void RefuseUnreadable(const std::wstring& path) {
     const std::wstring why = DescribeHresult(HRESULT_FROM_WIN32(GetLastError()));
     const std::wstring shown = Printable(path, MAX_PATH);
-    ThrowTracedError(E_FAIL, L"Unable to load file " + shown,
+    ThrowTracedError(L"Unable to load file " + shown,
                      L"extension file \"" + shown + L"\" cannot be read: " + why);
 }
 
@@ -189,8 +189,7 @@ void ReconcileNamespaces(std::vector<NamespaceDeclaration>& declarations,
             std::wstring reason = prefix;
             reason += L" is \"" + Printable(declaration.uri) + L"\" in " + source;
             reason += L", but \"" + Printable(known->uri) + L"\" in the extension files before it";
-            ThrowTracedError(E_FAIL,
-                             L"Mismatch in extension file(s) and/or WSD stream - same " + prefix +
+            ThrowTracedError(L"Mismatch in extension file(s) and/or WSD stream - same " + prefix +
                                  L" refers to different namespace URLs",
                              reason);
         }

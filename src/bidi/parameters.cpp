@@ -116,7 +116,7 @@ class Expander {
             L"Parameter " + Printable(replaced.parameter) + L" in " + Printable(text);
         const std::wstring where = L": " + DescribeElement(source);
         if (replaced.problem == ReplaceProblem::kUndefined)
-            ThrowTracedError(E_FAIL, parameter + L" is undefined", parameter + L" is undefined" + where);
+            ThrowTracedError(parameter + L" is undefined", parameter + L" is undefined" + where);
         const std::wstring value = Printable(parameters_.find(replaced.parameter)->second, 64);
         ThrowEngineError(E_FAIL, parameter + L" stands outside quotes, and its value \"" + value +
                                      L"\" is neither a number nor a name" + where);

@@ -69,7 +69,7 @@ struct QueryNames {
             if (declaration == nullptr || prefix.empty()) {
                 const std::wstring traced =
                     L"Bidi extension file contains no namespace declaration for " + Printable(prefix);
-                ThrowTracedError(E_FAIL, traced, traced + L": " + DescribeElement(element));
+                ThrowTracedError(traced, traced + L": " + DescribeElement(element));
             }
             AppendNew(prefixes, *declaration);
         }

@@ -42,9 +42,7 @@ RPC_STATUS Report(const wchar_t* call, RPC_STATUS status) {
     return status;
 }
 
-struct BindingVectorTraits {
-    using Type = RPC_BINDING_VECTOR*;
-    static Type Invalid() { return nullptr; }
+struct BindingVectorTraits : NullTraits<RPC_BINDING_VECTOR*> {
     static void Close(Type bindings) { RpcBindingVectorFree(&bindings); }
 };
 using BindingVector = Unique<BindingVectorTraits>;

@@ -14,9 +14,7 @@ inline RPC_WSTR RpcText(const wchar_t* text) {
     return reinterpret_cast<RPC_WSTR>(const_cast<wchar_t*>(text));
 }
 
-struct RpcStringTraits {
-    using Type = RPC_WSTR;
-    static Type Invalid() { return nullptr; }
+struct RpcStringTraits : NullTraits<RPC_WSTR> {
     static void Close(Type text) { RpcStringFreeW(&text); }
 };
 // A string that the runtime has allocated.

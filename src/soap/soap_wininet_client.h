@@ -49,9 +49,7 @@ enum class SoapClientError {
     kParse = 10,       // a successful answer that could not be read
 };
 
-struct InternetHandleTraits {
-    using Type = HINTERNET;
-    static Type Invalid() { return nullptr; }
+struct InternetHandleTraits : NullTraits<HINTERNET> {
     static void Close(Type handle) { InternetCloseHandle(handle); }
 };
 using InternetHandle = Unique<InternetHandleTraits>;

@@ -78,12 +78,10 @@ bool Submit(std::shared_ptr<Call>* owner) {
 bool MayCall(const std::wstring& peer) {
     int toPeer = 0;
     int toAll = 0;
-    {
-        const LockGuard exclusive(lock);
-        for (const Call* call = abandoned; call != nullptr; call = call->next) {
-            ++toAll;
-            if (call->peer == peer) ++toPeer;
-        }
+    const LockGuard exclusive(lock);
+    for (const Call* call = abandoned; call != nullptr; call = call->next) {
+        ++toAll;
+        if (call->peer == peer) ++toPeer;
     }
     return toPeer < kMostAbandoned && toAll < kMostAbandonedInAll;
 }

@@ -1,5 +1,8 @@
 #include "util/xml_markup.h"
 
+#include <algorithm>
+#include <iterator>
+
 namespace vlm {
 
 namespace {
@@ -18,11 +21,15 @@ bool DeclaresNamespace(string_view attribute) {
            (attribute.front() == ':' || attribute.front() == '=' || IsBlank(attribute.front()));
 }
 
-// The length of `text` up to and with the first `end` at or behind `from`; npos without one.
-size_t LengthTo(string_view text, string_view end, size_t from) {
-    const size_t found = text.find(end, from);
-    return found == string_view::npos ? found : found + end.size();
-}
+// Markup between two delimiters. A declaration's end is not looked for.
+constexpr struct {
+    string_view begin;
+    string_view end;
+    MarkupKind kind;
+} kDelimited[] = {{"<!--", "-->", MarkupKind::kComment},
+                  {"<![CDATA[", "]]>", MarkupKind::kCData},
+                  {"<!", "", MarkupKind::kDeclaration},
+                  {"<?", "?>", MarkupKind::kInstruction}};
 
 }  // namespace
 
@@ -42,27 +49,19 @@ std::optional<Markup> MarkupReader::Next() {
     if (at == string_view::npos) return std::nullopt;
     const string_view text = rest_.substr(at);
     Markup markup{MarkupKind::kStartTag, rest_.substr(0, at), {}};
-    size_t length = string_view::npos;
-    if (text.starts_with("<!--")) {
-        markup.kind = MarkupKind::kComment;
-        length = LengthTo(text, "-->", 4);
-    } else if (text.starts_with("<![CDATA[")) {
-        markup.kind = MarkupKind::kCData;
-        length = LengthTo(text, "]]>", 9);
-    } else if (text.starts_with("<!")) {
-        markup.kind = MarkupKind::kDeclaration;
-        length = 2;
-    } else if (text.starts_with("<?")) {
-        markup.kind = MarkupKind::kInstruction;
-        length = LengthTo(text, "?>", 2);
-    } else if (ReadTag(text.substr(0, longestTag_), markup)) {
-        length = markup.text.size();
-    } else {
+    const auto* const delimited =
+        std::find_if(std::begin(kDelimited), std::end(kDelimited),
+                     [&](const auto& candidate) { return text.starts_with(candidate.begin); });
+    if (delimited != std::end(kDelimited)) {
+        const size_t end = text.find(delimited->end, delimited->begin.size());
+        if (end == string_view::npos) return std::nullopt;
+        markup.kind = delimited->kind;
+        markup.text = text.substr(0, end + delimited->end.size());
+    } else if (!ReadTag(text.substr(0, longestTag_), markup)) {
         tagTooLong_ = text.size() > longestTag_;
+        return std::nullopt;
     }
-    if (length == string_view::npos) return std::nullopt;
-    markup.text = text.substr(0, length);
-    rest_ = text.substr(length);
+    rest_ = text.substr(markup.text.size());
     return markup;
 }
 
