@@ -18,6 +18,11 @@ def run(program, *arguments, stdin="", timeout=60, folder=None, **environment):
                           encoding="utf-8", timeout=timeout, cwd=folder, env=os.environ | environment)
 
 
+def start(program, *arguments, **more):
+    """One program, at work. The runner is replaced by Wine, so a signal reaches the program itself."""
+    return subprocess.Popen([RUNNER, BIN / program, *map(str, arguments)], encoding="utf-8", **more)
+
+
 def vlmctl(*arguments, **more):
     return run("vlmctl.exe", *arguments, **more)
 
@@ -27,9 +32,8 @@ class Dialogue:
     line in time is ended, and the line is then empty. What else is given goes into the program's environment."""
 
     def __init__(self, program, *arguments, **environment):
-        self.process = subprocess.Popen([RUNNER, BIN / program, *arguments], text=True, bufsize=1,
-                                        stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                                        env=os.environ | environment)
+        self.process = start(program, *arguments, bufsize=1, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                             stderr=subprocess.DEVNULL, env=os.environ | environment)
 
     def send(self, line):
         self.process.stdin.write(line + "\n")

@@ -1,21 +1,15 @@
 """vlmctl status and bidi on answers as printers of many makes write them."""
 
-import contextlib
-import http.server
 import json
-import pathlib
 import random
 import re
-import tempfile
-import threading
 import unittest
 import xml.etree.ElementTree
 import xml.sax.saxutils
 
-from companion import EXAMPLES, Companion
+from companion import EXAMPLES, EXTENSIONS, Companion
 
 ANSWER = (EXAMPLES / "printer-answer.xml").read_text("utf-8")
-EXTENSIONS = ("--ext", EXAMPLES / "velun-base.xml", "--ext", EXAMPLES / "velun-finisher.xml")
 PRINT = "http://schemas.microsoft.com/windows/2006/08/wdp/print"
 
 
@@ -145,51 +139,16 @@ class Speller:
         return self.blanks() + self.random.choice(("", "<!-- c -->", "<?p i?>")).join(pieces)
 
 
-@contextlib.contextmanager
-def printer(answer):
-    """The address of a print service that answers everything with this."""
-    body = answer if isinstance(answer, bytes) else answer.encode()
-
-    class Service(http.server.BaseHTTPRequestHandler):
-        def do_POST(self):
-            self.rfile.read(int(self.headers["Content-Length"]))
-            self.send_response(200)
-            self.send_header("Content-Type", "application/soap+xml")
-            self.send_header("Content-Length", str(len(body)))
-            self.end_headers()
-            self.wfile.write(body)
-
-        def log_message(self, *_):
-            pass
-
-    with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Service) as server:
-        thread = threading.Thread(target=server.serve_forever)
-        thread.start()
-        try:
-            yield f"http://127.0.0.1:{server.server_port}/wsd/print/"
-        finally:
-            server.shutdown()
-            thread.join()
-
-
 class Answers(Companion):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
     def bidi(self, *arguments):
         return {answer["path"]: (answer["type"], answer["value"], answer["result"])
                 for answer in json.loads(self.works("bidi", *arguments, "--json", "\\"))}
 
     def saved(self, answer, *extensions):
-        file = self.folder / "answer.xml"
-        file.write_bytes(answer if isinstance(answer, bytes) else answer.encode())
-        return self.bidi("getall", *extensions, "--wsd", file)
+        return self.bidi("getall", *extensions, "--wsd", self.write("answer.xml", answer))
 
     def status(self, answer):
-        with printer(answer) as url:
-            return self.works("status", url)
+        return self.works("status", self.serve(answer))
 
 
 class Spellings(Answers):
@@ -212,24 +171,19 @@ class Spellings(Answers):
 
     def test_a_prefix_inside_the_answer_means_nothing_to_the_paths_that_are_asked(self):
         answer = replaced(ANSWER, ("<wprt:Storage>", '<wprt:Storage><vln:X xmlns:vln="urn:third">1</vln:X>'))
-        file = self.folder / "answer.xml"
-        file.write_text(answer)
-        with printer(answer) as url:
-            for source in (("--wsd", file), ("--printer", url)):
-                # One of the print service's names alone, one of the vendor's.
-                for path in ("\\Printer.Configuration.Memory:Size", "\\Printer.DeviceInfo:AveragePowerWatts"):
-                    with self.subTest(source=source[0], path=path):
-                        answered = json.loads(self.works("bidi", "get", *EXTENSIONS, *source, "--json", path))
-                        self.assertEqual(answered[0]["result"], 0)
+        for source in (("--wsd", self.write("answer.xml", answer)), ("--printer", self.serve(answer))):
+            # One of the print service's names alone, one of the vendor's.
+            for path in ("\\Printer.Configuration.Memory:Size", "\\Printer.DeviceInfo:AveragePowerWatts"):
+                with self.subTest(source=source[0], path=path):
+                    answered = json.loads(self.works("bidi", "get", *EXTENSIONS, *source, "--json", path))
+                    self.assertEqual(answered[0]["result"], 0)
 
     def test_a_saved_answer_holds_what_the_paths_ask_for(self):
-        extension = self.folder / "extension.xml"
-        extension.write_text(f"""<d:Definition xmlns:d="http://schemas.microsoft.com/windows/2005/03/printing/bidi">
+        extension = self.write("extension.xml", f"""<d:Definition xmlns:d="http://schemas.microsoft.com/windows/2005/03/printing/bidi">
 <Schema xmlns:pri="{PRINT}" xmlns:again="{PRINT}"><Property name="P">
 <Value name="Asked" query="again:PrinterStatus" filter="pri:PrinterState"/>
 <Value name="Unasked" filter="pri:PrinterConfiguration//pri:Size"/></Property></Schema></d:Definition>""")
-        file = self.folder / "answer.xml"
-        file.write_text(ANSWER)
+        file = self.write("answer.xml", ANSWER)
         for source, results in ((("--wsd", file), [0, 232]), (("--wsd", file, "--whole"), [0, 0])):
             answered = json.loads(self.works("bidi", "get", "--ext", extension, *source, "--json",
                                              "\\P:Asked", "\\P:Unasked"))
@@ -320,11 +274,11 @@ class Status(Answers):
         for mark, denied in (("", False), ('wprt:Valid=" true "', False), ('Valid=""', False),
                              ('Valid="false"', True), ('wprt:Valid=" 0 "', True), ('Valid="False"', True)):
             answer = replaced(ANSWER, ('Valid="true"', mark), ('"wprt:PrinterStatus"', '" wprt:PrinterStatus "'))
-            with self.subTest(mark=mark), printer(answer) as url:
-                elements = json.loads(self.works("bidi", "enum", *EXTENSIONS, "--printer", url, "--json", "\\"))
+            with self.subTest(mark=mark):
+                elements = json.loads(self.works("bidi", "enum", *EXTENSIONS, "--printer", self.serve(answer), "--json", "\\"))
                 self.assertEqual({element["answered"] for element in elements}, {not denied})
-        with printer(ANSWER.replace('Valid="true"', 'wprt:Valid=" 0 "')) as url:
-            self.fails("wsd", url, "PrinterStatus", status=3, says="no valid pri:PrinterDescription, .*pri:PrinterStatus")
+        self.fails("wsd", self.serve(ANSWER.replace('Valid="true"', 'wprt:Valid=" 0 "')), "PrinterStatus", status=3,
+                   says="no valid pri:PrinterDescription, .*pri:PrinterStatus")
 
 
 if __name__ == "__main__":

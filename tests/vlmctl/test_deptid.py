@@ -1,20 +1,18 @@
 """vlmctl deptid check, from the terminal or a pipe to a department-ID service: the virtual printer's, and one that a
 SOAP toolkit makes, whose parser knows nothing of ours."""
 
+import contextlib
 import json
 import os
 import pathlib
-import pty
 import re
 import select
 import subprocess
 import tempfile
 import time
-import tty
 import unittest
 
-from companion import windows
-from vprinter import VirtualPrinter
+from companion import Companion, WithPrinter, windows
 
 SECRET = "Xq7-<\"hidden\"> & 'geheim' \u20ac\U0001F512"
 TERMINAL_CODE = re.compile(rb"\x1b\[[?0-9;]*[A-Za-z]")
@@ -26,7 +24,7 @@ def check(url, user, *arguments, password="x\n"):
     return windows.run("vlmctl.exe", "--trace", "deptid", "check", url, "--user", user, *arguments, stdin=password)
 
 
-class Check(unittest.TestCase):
+class Check(Companion):
     def expect(self, done, status, output, errors=""):
         """The trace stands on standard error, too; only the last line there is the command's own."""
         lines = [line for line in done.stderr.splitlines() if not line.startswith("trace: ")]
@@ -35,23 +33,17 @@ class Check(unittest.TestCase):
         self.assertRegex("".join(lines), errors or "^$")
 
 
-class AgainstThePrinter(Check):
+class AgainstThePrinter(Check, WithPrinter):
     @classmethod
     def setUpClass(cls):
         with tempfile.NamedTemporaryFile("w", suffix=".json") as accounts:
             json.dump([{"username": "4711", "password": SECRET, "type": "department"},
                        {"username": "open", "password": ""}], accounts)
             accounts.flush()
-            cls.printer = VirtualPrinter("--accounts", accounts.name)
+            cls.options = ("--accounts", accounts.name)
+            super().setUpClass()
         cls.url = cls.printer.deptid_url
         cls.host = cls.url.removesuffix("/active/deptid")
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.printer.stop()
-
-    def setUp(self):
-        self.printer.clear_wsd_fault()
 
     def test_verdict_of_the_printer(self):
         for user, arguments, password, status, verdict in (
@@ -82,26 +74,15 @@ class AgainstThePrinter(Check):
         self.expect(check(self.url, "4711", password="x\x08\n"), 1, "", "control character")
 
     def test_terminal_does_not_show_what_is_typed(self):
-        terminal, stdin = pty.openpty()
-        tty.setraw(stdin)  # any echo is the console's, which Wine makes of the terminal
-        command = [windows.RUNNER, windows.BIN / "vlmctl.exe", "deptid", "check", self.url, "--user", "4711"]
-        # The copy of the error stream that the runner can make would stand between the program and the terminal.
-        environment = {name: value for name, value in os.environ.items() if name != "VLM_ERROR_LOG"}
-        with subprocess.Popen([*command, "--type", "department"], stdin=stdin, stdout=subprocess.PIPE, stderr=stdin,
-                              start_new_session=True, env=environment) as program:
-            os.close(stdin)
-            shown, typed, give_up = b"", False, time.monotonic() + 30
-            try:
-                while select.select([terminal], [], [], max(0, give_up - time.monotonic()))[0]:
-                    shown = TERMINAL_CODE.sub(b"", shown + os.read(terminal, 4096))
-                    if not typed and shown.endswith(b"Password:"):  # the blank behind it is such a code
-                        typed = os.write(terminal, f"{SECRET}\r".encode()) > 0
-            except OSError:
-                pass  # the program has ended, and with it the other end of the terminal
-            finally:
-                program.kill()
-                os.close(terminal)
-            self.assertEqual(program.stdout.read(), b"allowed\n", shown)
+        terminal, program = self.start_on_a_terminal("deptid", "check", self.url, "--user", "4711", "--type", "department")
+        shown, typed, give_up = b"", False, time.monotonic() + 30
+        with contextlib.suppress(OSError):  # the program has ended, and with it the other end of the terminal
+            while select.select([terminal], [], [], max(0, give_up - time.monotonic()))[0]:
+                shown = TERMINAL_CODE.sub(b"", shown + os.read(terminal, 4096))
+                if not typed and shown.endswith(b"Password:"):  # the blank behind it is such a code
+                    typed = os.write(terminal, f"{SECRET}\r".encode()) > 0
+        program.kill()
+        self.assertEqual(program.stdout.read(), "allowed\n", shown)
         self.assertRegex(shown, rb"^Password:\s*$")
 
     def test_password_appears_nowhere(self):

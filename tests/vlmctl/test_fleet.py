@@ -2,13 +2,10 @@
 reads the numbers."""
 
 import contextlib
-import http.server
 import json
-import pathlib
 import re
 import socket
 import subprocess
-import tempfile
 import threading
 import time
 import unittest
@@ -16,7 +13,7 @@ import urllib.parse
 import urllib.request
 
 from companion import NOBODY, Companion, windows
-from test_answers import ANSWER, printer, replaced
+from test_answers import ANSWER, replaced
 from vprinter import VirtualPrinter
 
 RULES = windows.ROOT / "packaging/prometheus"
@@ -27,7 +24,8 @@ CONDITION = "<wprt:ActiveConditions><wprt:DeviceCondition><wprt:Name>{}</wprt:Na
 
 
 def promtool(*arguments, **more):
-    return subprocess.run(["promtool", *map(str, arguments)], capture_output=True, text=True, timeout=30, **more)
+    done = subprocess.run(["promtool", *arguments], capture_output=True, text=True, timeout=30, **more)
+    assert done.returncode == 0 and ("metrics" not in arguments or not done.stdout + done.stderr), done
 
 
 def samples(text):
@@ -42,20 +40,9 @@ def conditions(name, severity):
 
 
 class Fleet(Companion):
-    def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
-
-    def serve(self, answer):
-        stack = contextlib.ExitStack()
-        self.addCleanup(stack.close)
-        return stack.enter_context(printer(answer))
-
     def metrics(self, *arguments):
         text = self.works("status", *arguments, "--metrics")
-        check = promtool("check", "metrics", input=text)
-        self.assertEqual((check.returncode, check.stdout, check.stderr), (0, "", ""))
+        promtool("check", "metrics", input=text)
         return samples(text)
 
     def test_who_needs_a_hand_stands_first(self):
@@ -102,15 +89,13 @@ class Fleet(Companion):
         for what, content in (("plain", url), ("comments", f"# all\n\n  {url}\t# the one\r\n{url}\n"),
                               ("UTF-16", f"\ufeff# Büro\n{url}\n".encode("utf-16-le"))):
             with self.subTest(what):
-                file = self.folder / "list.txt"
-                file.write_bytes(content if isinstance(content, bytes) else content.encode())
+                file = self.write("list.txt", content)
                 self.assertEqual(len(self.works("status", "--list", file, url).splitlines()), 2)
-        done = windows.vlmctl("status", "--list", "-", stdin=f"{url}\n\n# x\nnot a host\n")
-        self.assertEqual((done.returncode, done.stdout), (1, ""))
-        self.assertRegex(done.stderr, "^vlmctl: standard input:4: 'not a host' is not a printer address")
+        done = self.fails("status", "--list", "-", stdin=f"{url}\n\n# x\nnot a host\n",
+                          says="^vlmctl: standard input:4: 'not a host' is not a printer address")
+        self.assertEqual(done.stdout, "")
         self.fails("status", "--list", self.folder / "none", says="cannot read .*none: file not found")
-        file.write_text("# nobody\n")
-        self.fails("status", "--list", file, says="lists no printers")
+        self.fails("status", "--list", self.write("list.txt", "# nobody\n"), says="lists no printers")
         self.fails("status", "--json", status=2, says="an address is required")
 
     def test_numbers_of_a_printer(self):
@@ -163,83 +148,64 @@ class Fleet(Companion):
 
 class Watched(Companion):
     def test_rules_do_what_they_say(self):
-        for arguments in (("check", "rules", RULES / "vllm3mon.rules.yml"),
-                          ("test", "rules", RULES / "vllm3mon.rules.test.yml")):
-            done = promtool(*arguments)
-            self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        promtool("check", "rules", RULES / "vllm3mon.rules.yml")
+        promtool("test", "rules", RULES / "vllm3mon.rules.test.yml")
 
     def test_prometheus_scrapes_two_hundred_printers(self):
-        with tempfile.TemporaryDirectory() as name, VirtualPrinter("--printers", "200") as fleet:
-            folder = pathlib.Path(name)
+        with VirtualPrinter("--printers", "200") as fleet:
             urls = [fleet.wsd_url, *(f"{fleet.wsd_url}{number}/" for number in range(2, 201)), f"http://{NOBODY}/"]
-            (folder / "printers.txt").write_text("\n".join(urls))
             begin = time.monotonic()
-            self.works("status", "--list", folder / "printers.txt", "--metrics", folder / "printers.prom")
+            self.works("status", "--list", self.write("printers.txt", "\n".join(urls)), "--metrics",
+                       self.folder / "printers.prom")
             self.assertLess(time.monotonic() - begin, 30)
-            (folder / "trace.log").write_text('Info: port "IP_1": job 1 ended, 90210 bytes, 2 failed writes, 1044 ms\n')
-            self.works("trace", "--file", folder / "trace.log", "--summary", "--metrics", folder / "trace.prom")
-            text = "".join((folder / file).read_text() for file in ("printers.prom", "trace.prom"))
-            check = promtool("check", "metrics", input=text)
-            self.assertEqual((check.returncode, check.stdout, check.stderr), (0, "", ""))
-            low = {series for series, value in samples(text).items() if "consumable_level" in series and value < 0.1}
-            self.assertGreater(len(low), 20)
-            with self.scraped(folder, text) as ask:
-                self.assertEqual(ask("count(vllm3mon_printer_up == 1)"), [200])
-                self.assertEqual(ask("count(vllm3mon_printer_consumable_level_ratio)"), [800])
-                self.assertEqual(ask("count(vllm3mon_printer_consumable_level_ratio < 0.1)"), [len(low)])
-                self.assertEqual(ask("vllm3mon_port_bytes_total"), [90210])
-                self.assertEqual(ask('count(ALERTS{alertname="TonerLow"})', wait=True), [len(low)])
-                self.assertEqual(ask('count(ALERTS{alertname="PrinterGone"})', wait=True), [1])
+        trace = self.write("trace.log", 'Info: port "IP_1": job 1 ended, 90210 bytes, 2 failed writes, 1044 ms\n')
+        self.works("trace", "--file", trace, "--summary", "--metrics", self.folder / "trace.prom")
+        text = "".join((self.folder / file).read_text() for file in ("printers.prom", "trace.prom"))
+        promtool("check", "metrics", input=text)
+        low = {series for series, value in samples(text).items() if "consumable_level" in series and value < 0.1}
+        self.assertGreater(len(low), 20)
+        ask = self.scrape(text)
+        self.assertEqual(ask("up", wait=True), [1])
+        ask("vllm3mon_printer_up", wait=True)
+        for query, value in (("count(vllm3mon_printer_up == 1)", 200),
+                             ("count(vllm3mon_printer_consumable_level_ratio)", 800),
+                             ("count(vllm3mon_printer_consumable_level_ratio < 0.1)", len(low)),
+                             ("vllm3mon_port_bytes_total", 90210)):
+            self.assertEqual(ask(query), [value])
+        self.assertEqual(ask('count(ALERTS{alertname="TonerLow"})', wait=True), [len(low)])
+        self.assertEqual(ask('count(ALERTS{alertname="PrinterGone"})', wait=True), [1])
 
-    @contextlib.contextmanager
-    def scraped(self, folder, text):
-        """A Prometheus that scrapes the text and has the rules; what it answers to a query."""
-        class Target(http.server.BaseHTTPRequestHandler):
-            def do_GET(self):
-                self.send_response(200)
-                self.send_header("Content-Type", "text/plain; version=0.0.4")
-                self.end_headers()
-                self.wfile.write(text.encode())
+    def scrape(self, text):
+        """What a Prometheus that scrapes the text and has the rules answers to a query."""
+        (self.folder / "prometheus.yml").write_text(json.dumps({
+            "global": {"scrape_interval": "1s", "evaluation_interval": "1s"},
+            "rule_files": [str(RULES / "vllm3mon.rules.yml")],
+            "scrape_configs": [{"job_name": "printers", "static_configs": [
+                {"targets": [urllib.parse.urlsplit(self.serve(text, "text/plain; version=0.0.4")).netloc]}]}]}))
+        with socket.create_server(("127.0.0.1", 0)) as free:
+            port = free.getsockname()[1]
+        with open(self.folder / "log", "w") as log:
+            # It ends with this test, even when that is killed.
+            process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", "prometheus",
+                                        f"--config.file={self.folder}/prometheus.yml",
+                                        f"--storage.tsdb.path={self.folder}/data",
+                                        f"--web.listen-address=127.0.0.1:{port}"], stdout=log, stderr=log)
+        self.addCleanup(process.wait, timeout=20)
+        self.addCleanup(process.terminate)
 
-            def log_message(self, *_):
-                pass
+        def ask(query, wait=False):
+            url = f"http://127.0.0.1:{port}/api/v1/query?" + urllib.parse.urlencode({"query": query})
+            give_up = time.monotonic() + 20
+            while True:
+                with contextlib.suppress(OSError), OPENER.open(url, timeout=5) as answer:
+                    found = [float(one["value"][1]) for one in json.load(answer)["data"]["result"]]
+                    if found or not wait:
+                        return found
+                if time.monotonic() > give_up:
+                    self.fail(f"{query}: no answer; " + (self.folder / "log").read_text())
+                time.sleep(0.2)
 
-        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), Target) as server:
-            threading.Thread(target=server.serve_forever).start()
-            (folder / "prometheus.yml").write_text(json.dumps({
-                "global": {"scrape_interval": "1s", "evaluation_interval": "1s"},
-                "rule_files": [str(RULES / "vllm3mon.rules.yml")],
-                "scrape_configs": [{"job_name": "printers", "static_configs": [
-                    {"targets": [f"127.0.0.1:{server.server_port}"]}]}]}))
-            with socket.create_server(("127.0.0.1", 0)) as free:
-                port = free.getsockname()[1]
-            with open(folder / "log", "w") as log:
-                # It ends with this test, even when that is killed.
-                process = subprocess.Popen(["setpriv", "--pdeathsig", "TERM", "prometheus",
-                                            f"--config.file={folder}/prometheus.yml",
-                                            f"--storage.tsdb.path={folder}/data",
-                                            f"--web.listen-address=127.0.0.1:{port}"], stdout=log, stderr=log)
-
-            def ask(query, wait=False):
-                url = f"http://127.0.0.1:{port}/api/v1/query?" + urllib.parse.urlencode({"query": query})
-                give_up = time.monotonic() + 20
-                while True:
-                    with contextlib.suppress(OSError), OPENER.open(url, timeout=5) as answer:
-                        found = [float(one["value"][1]) for one in json.load(answer)["data"]["result"]]
-                        if found or not wait:
-                            return found
-                    if time.monotonic() > give_up:
-                        self.fail(f"{query}: no answer; " + (folder / "log").read_text())
-                    time.sleep(0.2)
-
-            try:
-                self.assertEqual(ask("up", wait=True), [1])
-                ask("vllm3mon_printer_up", wait=True)
-                yield ask
-            finally:
-                process.terminate()
-                process.wait(timeout=20)
-                server.shutdown()
+        return ask
 
 
 if __name__ == "__main__":

@@ -1,47 +1,30 @@
 """Ctrl+C in every kind of command: one line, exit status 130, and nothing that looks done."""
 
 import os
-import pathlib
-import pty
 import signal
 import subprocess
 import tempfile
 import time
-import tty
 import unittest
 
-from companion import EXAMPLES, windows
-from vprinter import VirtualPrinter, wait_until
+from companion import EXAMPLES, WithPrinter
+from vprinter import wait_until
 
 BIG = 20_000_000  # more than all socket buffers on the way
 
 
-class InterruptTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = tempfile.TemporaryDirectory()
-        cls.big = pathlib.Path(cls.folder.name) / "big"
-        cls.big.write_bytes(bytes(BIG))
-        cls.printer = VirtualPrinter()
+class InterruptTest(WithPrinter):
+    def setUp(self):
+        super().setUp()
+        self.big = self.write("big", bytes(BIG))
 
-    @classmethod
-    def tearDownClass(cls):
-        cls.printer.stop()
-        cls.folder.cleanup()
-
-    def tearDown(self):
-        self.printer.clear_fault()
-        self.printer.clear_wsd_fault()
-
-    def start(self, *arguments, **more):
+    def start_waiting(self, *arguments, **more):
         # Kept open, and never written to.
-        silence, self.writer = os.pipe()
-        self.addCleanup(os.close, self.writer)
-        program = subprocess.Popen([windows.RUNNER, windows.BIN / "vlmctl.exe", *map(str, arguments)], stdin=silence,
-                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                                   env={**os.environ, **more})
+        silence, writer = os.pipe()
+        self.addCleanup(os.close, writer)
+        program = self.start(*arguments, stdin=silence, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                             env=os.environ | more)
         os.close(silence)
-        self.addCleanup(lambda: program.poll() is None and program.kill())
         return program
 
     def interrupt(self, program, how=signal.SIGINT):
@@ -52,7 +35,7 @@ class InterruptTest(unittest.TestCase):
         """In the middle of a document that the printer does not take on."""
         before = len(self.printer.documents())
         self.printer.set_fault("stall", after=100_000)
-        program = self.start("print", self.big, "--to", f"127.0.0.1:{self.printer.raw_port}", "--timeout", "60")
+        program = self.start_waiting("print", self.big, "--to", self.address, "--timeout", "60")
         wait_until(lambda: self.printer.state()["openConnections"] > 0, "a connection")
         time.sleep(0.5)
         return before, program
@@ -78,19 +61,17 @@ class InterruptTest(unittest.TestCase):
     def test_print_that_gives_up_leaves_no_whole_document_either(self):
         before = len(self.printer.documents())
         self.printer.set_fault("stall", after=100_000)
-        done = windows.vlmctl("print", self.big, "--to", f"127.0.0.1:{self.printer.raw_port}", "--timeout", "1")
-        self.assertEqual(done.returncode, 1, done.stderr)
+        self.fails("print", self.big, "--to", self.address, "--timeout", "1", says="stopped reading")
         self.assertFalse(self.record_after(before)["complete"])
 
     def test_whatever_waits_is_ended_at_once_and_leaves_nothing_behind(self):
         self.printer.set_wsd_fault("mute")
-        url = self.printer.wsd_url
         with tempfile.TemporaryDirectory() as temporary:
-            for arguments in (("deptid", "check", url, "--user", "4711"), ("status", url),
-                              ("bidi", "get", "--ext", EXAMPLES / "velun-base.xml", "--printer", url, "--port", "wsd",
+            for arguments in (("deptid", "check", self.url, "--user", "4711"), ("status", self.url),
+                              ("bidi", "get", "--ext", EXAMPLES / "velun-base.xml", "--printer", self.url, "--port", "wsd",
                                r"\Printer.Consumables.Black:Level"), ("trace",)):
                 with self.subTest(arguments[0]):
-                    program = self.start(*arguments, TMP=f"Z:{temporary}", TEMP=f"Z:{temporary}")
+                    program = self.start_waiting(*arguments, TMP=f"Z:{temporary}", TEMP=f"Z:{temporary}")
                     time.sleep(2)
                     self.assertIsNone(program.poll(), arguments)
                     begin = time.monotonic()
@@ -101,22 +82,14 @@ class InterruptTest(unittest.TestCase):
                     self.assertEqual(os.listdir(temporary), [])
 
     def test_password_prompt_on_a_terminal(self):
-        terminal, other_end = pty.openpty()
-        tty.setraw(other_end)
-        environment = {name: value for name, value in os.environ.items() if name != "VLM_ERROR_LOG"}
-        program = subprocess.Popen([windows.RUNNER, windows.BIN / "vlmctl.exe", "deptid", "check",
-                                    self.printer.deptid_url, "--user", "4711"], stdin=other_end,
-                                   stdout=subprocess.PIPE, stderr=other_end, start_new_session=True, env=environment)
-        os.close(other_end)
-        self.addCleanup(os.close, terminal)
-        self.addCleanup(program.stdout.close)
+        terminal, program = self.start_on_a_terminal("deptid", "check", self.printer.deptid_url, "--user", "4711")
         shown = b""
         while b"w\x1b" not in shown and b"Passw" not in shown:
             shown += os.read(terminal, 4096)
         time.sleep(0.5)
         os.write(terminal, b"\x03")
         self.assertEqual(program.wait(timeout=20), 130)
-        self.assertEqual(program.stdout.read(), b"")
+        self.assertEqual(program.stdout.read(), "")
 
 
 if __name__ == "__main__":

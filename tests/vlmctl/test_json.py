@@ -1,20 +1,17 @@
 """vlmctl --json: what each command prints has the shape that its page and its schema say."""
 
 import json
-import pathlib
 import re
 import subprocess
-import tempfile
 import unittest
 
 import jsonschema
-from companion import EXAMPLES, NOBODY, Companion, windows
-from test_answers import ANSWER, printer, replaced
+from companion import EXTENSIONS, NOBODY, Companion, windows
+from test_answers import ANSWER, replaced
 from vprinter import VirtualPrinter
 
 PAGE = windows.ROOT / "docs/json.md"
 SHAPES = json.loads((windows.ROOT / "packaging/vlmctl-json.schema.json").read_text())
-EXTENSIONS = ("--ext", EXAMPLES / "velun-base.xml", "--ext", EXAMPLES / "velun-finisher.xml")
 HELPERS = {"text", "count", "level", "element", "declared", "search", "parameters"}
 FRAME = "CDCA1004003100010004" + "00" * 10 + "11223344"
 
@@ -45,49 +42,43 @@ class Output(Companion):
 
     def test_what_a_printer_says(self):
         odd = replaced(ANSWER, (">Velun VP[^<]*<", ">a &quot;b&quot; \\\\ \U0001F5A8<"), (">75</wprt:Level>", ">about half</wprt:Level>"))
-        with printer(odd) as url:
-            status = self.output("status", "status", url, f"http://{NOBODY}/", status=1)
-            self.assertEqual([one["needs"] for one in status], ["unreachable", "warning"])
-            self.assertEqual((status[1]["name"], status[1]["trays"][0]["percent"]), ('a "b" \\ \U0001F5A8', None))
-            wsd = self.output("wsd", "wsd", url, "PrinterStatus", "v:Unknown", "--ns", "v=urn:v", status=1)
-            state = [one["text"] for part in wsd["elements"] for element in part["children"]
-                     for one in element["children"] if one["name"] == "pri:PrinterState"]
-            self.assertEqual((state, wsd["leftOut"]), (["Processing"], ["v:Unknown"]))
-            self.output("bidi-get", "bidi", "getall", *EXTENSIONS, "--printer", url, "\\")
-            self.output("bidi-enum", "bidi", "enum", *EXTENSIONS, "--printer", url, "\\")
-            self.output("bidi-enum", "bidi", "enum", *EXTENSIONS, "\\")
-            for path, status in (("\\Printer.Status:State", 0), ("\\Printer.Consumables.Black:Level", 0),
-                                 ("\\Printer.Consumables.Pink:Level", 3), ("\\Printer:Nothing", 3)):
-                self.output("bidi-explain", "bidi", "explain", path, *EXTENSIONS, "--printer", url, status=status)
-            self.output("bidi-explain", "bidi", "explain", "\\Printer.Consumables.Black:Level", *EXTENSIONS)
+        url = self.serve(odd)
+        status = self.output("status", "status", url, f"http://{NOBODY}/", status=1)
+        self.assertEqual([one["needs"] for one in status], ["unreachable", "warning"])
+        self.assertEqual((status[1]["name"], status[1]["trays"][0]["percent"]), ('a "b" \\ \U0001F5A8', None))
+        wsd = self.output("wsd", "wsd", url, "PrinterStatus", "v:Unknown", "--ns", "v=urn:v", status=1)
+        state = [one["text"] for part in wsd["elements"] for element in part["children"]
+                 for one in element["children"] if one["name"] == "pri:PrinterState"]
+        self.assertEqual((state, wsd["leftOut"]), (["Processing"], ["v:Unknown"]))
+        self.output("bidi-get", "bidi", "getall", *EXTENSIONS, "--printer", url, "\\")
+        self.output("bidi-enum", "bidi", "enum", *EXTENSIONS, "--printer", url, "\\")
+        self.output("bidi-enum", "bidi", "enum", *EXTENSIONS, "\\")
+        for path, status in (("\\Printer.Status:State", 0), ("\\Printer.Consumables.Black:Level", 0),
+                             ("\\Printer.Consumables.Pink:Level", 3), ("\\Printer:Nothing", 3)):
+            self.output("bidi-explain", "bidi", "explain", path, *EXTENSIONS, "--printer", url, status=status)
+        self.output("bidi-explain", "bidi", "explain", "\\Printer.Consumables.Black:Level", *EXTENSIONS)
 
     def test_what_is_wrong_with_a_file(self):
-        with tempfile.TemporaryDirectory() as folder:
-            file = pathlib.Path(folder) / "bad.xml"
-            file.write_text('<Schema xmlns:pri="urn:x"><Property name="A"><Value type="BIDI_TEXT"/></Property></Schema>')
-            self.assertTrue(self.output("bidi-check", "bidi", "check", file, status=2))
+        file = self.write("bad.xml", '<Schema xmlns:pri="urn:x"><Property name="A"><Value type="BIDI_TEXT"/></Property></Schema>')
+        self.assertTrue(self.output("bidi-check", "bidi", "check", file, status=2))
 
     def test_a_frame_from_anywhere(self):
         decoded = self.output("vpca-decode", "vpca", "decode", FRAME)
         self.assertIn({"offset": 20, "name": "data id", "value": "0x11223344"}, decoded["fields"])
         self.assertEqual(self.output("vpca-decode", "vpca", "decode", "-", stdin=FRAME + "\n"), decoded)
         # Bytes that a text stream would change: a line end and the end of a text.
-        with tempfile.TemporaryDirectory() as folder:
-            file = pathlib.Path(folder) / "frame"
-            file.write_bytes(bytes.fromhex(FRAME[:-8] + "0d0a1a0a"))
-            windows_line = self.output("vpca-decode", "vpca", "decode", "--file", file)["fields"][-1]
-            self.assertEqual(windows_line["value"], "0x0d0a1a0a")
-            piped = subprocess.run([windows.RUNNER, windows.BIN / "vlmctl.exe", "vpca", "decode", "--file", "-"],
-                                   input=file.read_bytes(), capture_output=True, timeout=60)
-            self.assertIn(b"0x0d0a1a0a", piped.stdout)
+        file = self.write("frame", bytes.fromhex(FRAME[:-8] + "0d0a1a0a"))
+        windows_line = self.output("vpca-decode", "vpca", "decode", "--file", file)["fields"][-1]
+        self.assertEqual(windows_line["value"], "0x0d0a1a0a")
+        piped = subprocess.run([windows.RUNNER, windows.BIN / "vlmctl.exe", "vpca", "decode", "--file", "-"],
+                               input=file.read_bytes(), capture_output=True, timeout=60)
+        self.assertIn(b"0x0d0a1a0a", piped.stdout)
         bad = self.output("vpca-decode", "vpca", "decode", "CDCA1005002D" + "00" * 14, status=1)
         self.assertIn("at offset 4", bad["problem"])
 
     def test_a_trace_that_is_no_text(self):
-        with tempfile.TemporaryDirectory() as folder:
-            file = pathlib.Path(folder) / "trace.log"
-            file.write_bytes(b'Error: port "\xff\xed\xa0\x80": \x1b\n')
-            summary = self.output("trace-summary", "trace", "--file", file, "--summary")
+        file = self.write("trace.log", b'Error: port "\xff\xed\xa0\x80": \x1b\n')
+        summary = self.output("trace-summary", "trace", "--file", file, "--summary")
         self.assertIn("\ufffd", summary["ports"][0]["port"])
 
     def test_calls_that_nobody_answers(self):

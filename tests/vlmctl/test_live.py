@@ -1,77 +1,35 @@
 """vlmctl wsd, status and bidi --printer, from the command line to a printer that answers live."""
 
-import http.server
 import json
 import os
 import pathlib
-import tempfile
-import threading
 import unittest
 import xml.etree.ElementTree as ElementTree
 
-from companion import EXAMPLES, Companion, windows
-from vprinter import VirtualPrinter
+from companion import EXAMPLES, EXTENSIONS, NOBODY, WithPrinter, windows
 
-EXTENSIONS = ("--ext", EXAMPLES / "velun-base.xml", "--ext", EXAMPLES / "velun-finisher.xml")
 PRINT = "http://schemas.microsoft.com/windows/2006/08/wdp/print"
 VENDOR = "http://velun.example/wsd/print/2026"
-NOBODY = "http://127.0.0.1:1/wsd/print/"
+NO_PRINTER = f"http://{NOBODY}/wsd/print/"
 
 BLACK = r"\Printer.Consumables.Black:Level"
 STATE = r"\Printer.Status.Summary:State"  # of the lower monitor alone
 URL = r"\Printer.Velun.OIP.Service.WSDPrintServices:WSDPrintServiceURL"
 
 
-class AnswerService:
-    """A print service that answers each request with these parts; its URL."""
-
-    def __init__(self, parts):
-        answer = (f'<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" xmlns:p="{PRINT}" xmlns:v="{VENDOR}">'
-                  "<s:Body><p:GetPrinterElementsResponse><p:PrinterElements>" + parts +
-                  "</p:PrinterElements></p:GetPrinterElementsResponse></s:Body></s:Envelope>").encode()
-
-        class Handler(http.server.BaseHTTPRequestHandler):
-            def do_POST(self):
-                self.rfile.read(int(self.headers["Content-Length"]))
-                self.send_response(200)
-                self.send_header("Content-Type", "application/soap+xml")
-                self.send_header("Content-Length", str(len(answer)))
-                self.end_headers()
-                self.wfile.write(answer)
-
-            def log_message(self, *_):
-                pass
-
-        self._server = http.server.HTTPServer(("127.0.0.1", 0), Handler)
-        self._thread = threading.Thread(target=self._server.serve_forever)
-
-    def __enter__(self):
-        self._thread.start()
-        return f"http://127.0.0.1:{self._server.server_port}/wsd/print/"
-
-    def __exit__(self, *_):
-        self._server.shutdown()
-        self._thread.join()
-        self._server.server_close()
+def envelope(parts):
+    return (f'<s:Envelope xmlns:s="http://www.w3.org/2003/05/soap-envelope" xmlns:p="{PRINT}" xmlns:v="{VENDOR}">'
+            f"<s:Body><p:GetPrinterElementsResponse><p:PrinterElements>{parts}</p:PrinterElements>"
+            "</p:GetPrinterElementsResponse></s:Body></s:Envelope>")
 
 
-class Live(Companion):
-    @classmethod
-    def setUpClass(cls):
-        cls.printer = VirtualPrinter()
-        cls.url = cls.printer.wsd_url
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.printer.stop()
-
+class Live(WithPrinter):
     def setUp(self):
-        self.printer.clear_wsd_fault()
-        self.printer.clear_wsd_style()
+        super().setUp()
         self.printer.set_machine(location="Zürich, 2. Stock", toner={"Black": 85}, trays={"Tray1": 75})
 
-    def bidi(self, action, *arguments, url=None):
-        answers = self.works("bidi", action, *EXTENSIONS, "--printer", url or self.url, "--json", *arguments)
+    def bidi(self, action, *arguments):
+        answers = self.works("bidi", action, *EXTENSIONS, "--printer", self.url, "--json", *arguments)
         return json.loads(answers)
 
 
@@ -119,8 +77,8 @@ class Elements(Live):
                 (part("v:PrinterStatus", status.replace("p:", "v:")), ["PrinterStatus"], "did not send pri:PrinterStatus$"),
                 (part("p:Nonsense", valid="false"), ["Nonsense", "PrinterStatus"],
                  "no valid pri:Nonsense; the printer did not send pri:PrinterStatus$")):
-            with self.subTest(parts=parts, asked=asked), AnswerService(parts) as url:
-                command = ("wsd", url, *asked, "--ns", f"v={VENDOR}")
+            with self.subTest(parts=parts, asked=asked):
+                command = ("wsd", self.serve(envelope(parts)), *asked, "--ns", f"v={VENDOR}")
                 if says:
                     self.fails(*command, status=1 if status in parts or "v:P" in parts else 3, says=says)
                 else:
@@ -155,11 +113,10 @@ class Bidi(Live):
 
     def test_enum_says_what_the_printer_answers(self):
         self.printer.set_wsd_style(prefix="")
-        with tempfile.TemporaryDirectory() as folder:
-            lacking = pathlib.Path(folder) / "lacking.xml"
-            lacking.write_text((EXAMPLES / "velun-base.xml").read_text().replace("vln:DeviceExtension", "vln:Nonsense"))
-            elements = json.loads(self.works("bidi", "enum", "--ext", lacking, "--printer", self.url, "--json",
-                                             r"\Printer.DeviceInfo"))
+        lacking = self.write("lacking.xml",
+                             (EXAMPLES / "velun-base.xml").read_text().replace("vln:DeviceExtension", "vln:Nonsense"))
+        elements = json.loads(self.works("bidi", "enum", "--ext", lacking, "--printer", self.url, "--json",
+                                         r"\Printer.DeviceInfo"))
         self.assertEqual({element["name"]: element["answered"] for element in elements},
                          {"pri:PrinterDescription": True, "vln:Nonsense": False})
 
@@ -177,7 +134,7 @@ class Bidi(Live):
     def test_lower_monitor_answers_alone_when_the_printer_is_off(self):
         for port in ("tcp", "wsd"):
             with self.subTest(port):
-                shown = self.fails("bidi", "get", *EXTENSIONS, "--printer", NOBODY, "--json", "--port", port, STATE, BLACK,
+                shown = self.fails("bidi", "get", *EXTENSIONS, "--printer", NO_PRINTER, "--json", "--port", port, STATE, BLACK,
                                    says=r"no answer from 127\.0\.0\.1(:\d+)?: no connection \(12029\)$").stdout
                 answers = json.loads(shown)
                 self.assertEqual([(a["path"], a["result"], a["source"]) for a in answers],
@@ -191,10 +148,8 @@ class Bidi(Live):
         self.assertEqual(self.printer.wsd_requests(), [])
 
     def test_extension_files_of_any_name_reach_the_driver_and_leave_nothing_behind(self):
-        with tempfile.TemporaryDirectory() as folder:
-            odd = pathlib.Path(folder) / "Ämter, 1 & ; [2].xml"
-            odd.write_bytes((EXAMPLES / "velun-base.xml").read_bytes())
-            shown = self.works("bidi", "get", "--ext", odd, "--printer", self.url, "--port", "wsd", BLACK)
+        odd = self.write("Ämter, 1 & ; [2].xml", (EXAMPLES / "velun-base.xml").read_bytes())
+        shown = self.works("bidi", "get", "--ext", odd, "--printer", self.url, "--port", "wsd", BLACK)
         self.assertRegex(shown, r"Level +BIDI_INT +85 +0 found +engine")
         prefix = pathlib.Path(os.environ.get("WINEPREFIX", windows.ROOT / "build/wine"))
         self.assertEqual(list(prefix.glob("drive_c/users/*/[Tt]emp/vlmctl-*")), [])
@@ -218,8 +173,8 @@ class Failures(Live):
         self.fails("bidi", "get", *EXTENSIONS, "--printer", self.url, BLACK, says="is not a WSD print service: ")
 
     def test_nobody_there(self):
-        for command in (("status", NOBODY), ("wsd", NOBODY, "PrinterStatus"), ("wsd", NOBODY, "X", "--raw"),
-                        ("bidi", "get", *EXTENSIONS, "--printer", NOBODY, BLACK)):
+        for command in (("status", NO_PRINTER), ("wsd", NO_PRINTER, "PrinterStatus"), ("wsd", NO_PRINTER, "X", "--raw"),
+                        ("bidi", "get", *EXTENSIONS, "--printer", NO_PRINTER, BLACK)):
             with self.subTest(command[0]):
                 self.fails(*command, says=r"127\.0\.0\.1:1: no connection \(12029\)$")
 
@@ -235,27 +190,20 @@ class Failures(Live):
     def test_fault_of_an_extension_file_is_not_the_printers(self):
         schema = (f'<b:D xmlns:b="http://schemas.microsoft.com/windows/2005/03/printing/bidi"><Schema xmlns:p="{PRINT}">'
                   '<Value name="A" query="p:PrinterStatus" filter="%s"/></Schema></b:D>')
-        with tempfile.TemporaryDirectory() as folder:
-            faulty = pathlib.Path(folder) / "faulty.xml"
-            for text, says in ((schema % "p:A[", r'^vlmctl: the query failed: filter p:A\[ .*faulty.xml$'),
-                               (schema % "p:A[.=$X$]", "^vlmctl: the query failed: Parameter X .*faulty.xml$"),
-                               ((schema % "p:A").replace("</Schema>", "\n\n<x></y></Schema>"),
-                                r"cannot be used: .*faulty.xml:3:7: not well-formed"),
-                               ("<x/>", "cannot be used: .*faulty.xml: declares the namespace")):
-                faulty.write_text(text)
-                with self.subTest(text):
-                    self.fails("bidi", "get", "--ext", faulty, "--printer", self.url, r"\:A", says=says)
+        for text, arguments, says in (
+                (schema % "p:A[", (), r"^vlmctl: the query failed: filter p:A\[ .*faulty.xml$"),
+                (schema % "p:A[.=$X$]", (), "^vlmctl: the query failed: Parameter X .*faulty.xml$"),
+                ((schema % "p:A").replace("</Schema>", "\n\n<x></y></Schema>"), (),
+                 r"cannot be used: .*faulty.xml:3:7: not well-formed"),
+                ("<x/>", (), "cannot be used: .*faulty.xml: declares the namespace"),
+                ("<Schema>", ("--port", "tcp"), "extension files cannot be used: .*faulty.xml")):
+            faulty = self.write("faulty.xml", text)
+            with self.subTest(text):
+                self.fails("bidi", "get", "--ext", faulty, "--printer", self.url, *arguments, r"\:A", says=says)
 
     def test_raw_shows_even_what_is_no_answer(self):
         self.printer.set_wsd_fault("html")
         self.assertRegex(self.works("wsd", self.url, "PrinterStatus", "--raw"), "(?i)<html")
-
-    def test_unusable_extension_file_is_named_as_it_was_given(self):
-        with tempfile.TemporaryDirectory() as folder:
-            broken = pathlib.Path(folder) / "broken.xml"
-            broken.write_text("<Schema>")
-            self.fails("bidi", "get", "--ext", broken, "--printer", self.url, "--port", "tcp", BLACK,
-                       says="extension files cannot be used: .*broken.xml")
 
 
 if __name__ == "__main__":

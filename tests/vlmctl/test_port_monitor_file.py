@@ -7,7 +7,7 @@ import subprocess
 import unittest
 
 from companion import windows
-from test_answers import AS_PUBLISHED, Answers, printer
+from test_answers import AS_PUBLISHED, Answers
 
 FILE = pathlib.Path(__file__).with_name("port_monitor_file.xml")
 
@@ -32,12 +32,11 @@ class ForThePortMonitor(Answers):
 
     def test_its_files_are_answered_on_every_road(self):
         self.assertEqual(self.saved(AS_PUBLISHED, "--ext", FILE), self.EXPECTED)
-        with printer(AS_PUBLISHED) as url:
-            ask = ("getall", "--ext", FILE, "--printer", url)
-            self.assertEqual(self.bidi(*ask), self.EXPECTED)
-            for port in ("tcp", "wsd"):
-                answers = self.bidi(*ask, "--port", port)
-                self.assertEqual({path: answers[path] for path in self.EXPECTED}, self.EXPECTED)
+        ask = ("getall", "--ext", FILE, "--printer", self.serve(AS_PUBLISHED))
+        self.assertEqual(self.bidi(*ask), self.EXPECTED)
+        for port in ("tcp", "wsd"):
+            answers = self.bidi(*ask, "--port", port)
+            self.assertEqual({path: answers[path] for path in self.EXPECTED}, self.EXPECTED)
 
     def test_its_files_are_checked_with_warnings_alone(self):
         done = self.vlmctl("bidi", "check", FILE)

@@ -2,67 +2,46 @@
 
 import hashlib
 import os
-import pathlib
 import socket
 import subprocess
-import tempfile
 import unittest
 
-from companion import Companion, windows
-from vprinter import VirtualPrinter
+from companion import WithPrinter, windows
 
 MEGABYTE = 1_000_000
 
 
-class PrintTest(Companion):
-    @classmethod
-    def setUpClass(cls):
-        cls.folder = tempfile.TemporaryDirectory()
-        cls.document = pathlib.Path(cls.folder.name) / "report – März.prn"
-        cls.content = os.urandom(3 * MEGABYTE + 17)
-        cls.document.write_bytes(cls.content)
-        cls.printer = VirtualPrinter()
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.printer.stop()
-        cls.folder.cleanup()
+class PrintTest(WithPrinter):
+    content = os.urandom(3 * MEGABYTE + 17)
 
     def setUp(self):
-        self.printer.clear_fault()
-        self.printer.clear_answer()
-        self.address = f"127.0.0.1:{self.printer.raw_port}"
+        super().setUp()
+        self.document = self.write("report – März.prn", self.content)
 
     def test_document_arrives_unchanged_and_its_job_is_tracked(self):
         before = len(self.printer.documents())
-        result = windows.vlmctl("print", self.document, "--to", self.address)
-        self.assertEqual(result.returncode, 0, result.stderr)
+        shown = self.works("print", self.document, "--to", self.address)
         record = self.printer.wait_for_documents(before + 1)[-1]
         self.assertEqual(record["sha256"], hashlib.sha256(self.content).hexdigest())
         self.assertTrue(record["complete"])
-        self.assertRegex(result.stdout, r"100%")
-        self.assertRegex(result.stdout, rf"sent +{len(self.content)} bytes in \d")
-        self.assertRegex(result.stdout, r"job events +sent to printer, last page ejected")
+        for text in ("100%", rf"sent +{len(self.content)} bytes in \d", "job events +sent to printer, last page ejected"):
+            self.assertRegex(shown, text)
 
     def test_empty_document_is_a_document(self):
-        empty = self.document.with_name("empty")
-        empty.write_bytes(b"")
         before = len(self.printer.documents())
-        self.assertEqual(windows.vlmctl("print", empty, "--to", self.address).returncode, 0)
+        self.works("print", self.write("empty", ""), "--to", self.address)
         self.assertEqual(self.printer.wait_for_documents(before + 1)[-1]["bytes"], 0)
 
     def test_answers_of_the_printer_are_shown_made_printable(self):
         self.printer.set_answer("READY\x1b[2J", when="open")
-        result = windows.vlmctl("print", self.document, "--to", self.address, "--answer")
-        self.assertRegex(result.stdout, r"printer says +READY\?\[2J")
+        self.assertRegex(self.works("print", self.document, "--to", self.address, "--answer"), r"printer says +READY\?\[2J")
         self.printer.set_answer("DONE", when="document")
-        result = windows.vlmctl("print", self.document, "--to", self.address)
-        self.assertRegex(result.stdout, r"printer says +DONE")
+        self.assertRegex(self.works("print", self.document, "--to", self.address), r"printer says +DONE")
 
     def test_what_cannot_work_says_so_in_one_line(self):
         self.printer.set_fault("refuse")
         for document, arguments, says in (
-                (self.document.with_name("none"), (), "cannot read .*none"), (self.folder.name, (), "cannot read "),
+                (self.folder / "none", (), "cannot read .*none"), (self.folder, (), "cannot read "),
                 (self.document, (), rf"no connection to {self.address}: .*refused"),
                 (self.document, ("--dll", "Z:\\none.dll"), r"Z:\\none\.dll was not found"),
                 (self.document, ("--dll", self.document), "cannot be loaded"),
@@ -74,10 +53,10 @@ class PrintTest(Companion):
         before = len(self.printer.documents())
         reader, output = os.pipe()
         os.close(reader)
-        result = subprocess.run([windows.RUNNER, windows.BIN / "vlmctl.exe", "print", self.document, "--to",
-                                 self.address], stdout=output, stderr=subprocess.PIPE, text=True, timeout=60)
+        program = self.start("print", self.document, "--to", self.address, stdout=output, stderr=subprocess.PIPE)
         os.close(output)
-        self.assertEqual((result.returncode, result.stderr), (1, "vlmctl: cannot write to standard output\n"))
+        errors = program.communicate(timeout=60)[1]
+        self.assertEqual((program.returncode, errors), (1, "vlmctl: cannot write to standard output\n"))
         self.assertTrue(self.printer.wait_for_documents(before + 1)[-1]["complete"])
 
     def test_connection_lost_in_the_middle_says_how_much_had_gone(self):
@@ -88,23 +67,19 @@ class PrintTest(Companion):
         self.assertLessEqual(sent, len(self.content))
 
     def test_printer_that_stops_reading_ends_the_print_at_the_time_out(self):
-        big = self.document.with_name("big")
-        big.write_bytes(bytes(20 * MEGABYTE))  # more than all socket buffers on the way
+        big = self.write("big", bytes(20 * MEGABYTE))  # more than all socket buffers on the way
         self.printer.set_fault("stall", after=1000, connections=1)
         self.fails("print", big, "--to", self.address, "--timeout", "1",
                    says=r"stopped reading after \d+ of 20000000 bytes")
 
     def test_file_that_shrinks_while_it_is_printed_is_not_a_whole_document(self):
-        shrinking = self.document.with_name("shrinking")
-        shrinking.write_bytes(bytes(20 * MEGABYTE))
+        shrinking = self.write("shrinking", bytes(20 * MEGABYTE))
         with socket.socket() as server:
             server.setsockopt(socket.SOL_SOCKET, socket.SO_RCVBUF, 65_536)
             server.bind(("127.0.0.1", 0))
             server.listen()
-            program = subprocess.Popen([windows.RUNNER, windows.BIN / "vlmctl.exe", "print", shrinking, "--to",
-                                        f"127.0.0.1:{server.getsockname()[1]}"], stdin=subprocess.DEVNULL,
-                                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, text=True)
-            self.addCleanup(lambda: program.poll() is None and program.kill())
+            program = self.start("print", shrinking, "--to", f"127.0.0.1:{server.getsockname()[1]}",
+                                 stdout=subprocess.DEVNULL, stderr=subprocess.PIPE)
             server.settimeout(60)
             with server.accept()[0] as connection, self.assertRaises(ConnectionResetError):
                 connection.recv(1)

@@ -2,15 +2,11 @@
 
 import datetime
 import json
-import pathlib
-import queue
 import subprocess
-import tempfile
-import threading
 import time
 import unittest
 
-from companion import Companion, windows
+from companion import Companion, Lines
 
 JOB = 'Info: port "{}": job 1 ended, 1000 bytes, 0 failed writes, 58 ms'
 ERROR = 'Error: port "{}": the lower monitor does not start the job, error 10061'
@@ -21,36 +17,12 @@ def stamped(*lines):
     return "".join(f"{when}  1820 {line}\n" for when, line in lines)
 
 
-class Follower:
-    def __init__(self, *arguments):
-        self.process = subprocess.Popen([windows.RUNNER, windows.BIN / "vlmctl.exe", "trace", "--follow", "--seconds",
-                                         "60", *map(str, arguments)], encoding="utf-8", stdout=subprocess.PIPE)
-        self.lines = queue.Queue()
-        self.reader = threading.Thread(target=self.read, daemon=True)
-        self.reader.start()
-
-    def read(self):
-        for line in self.process.stdout:
-            self.lines.put(line[:-1])
-
-    def next(self):
-        return self.lines.get(timeout=30)
-
-    def stop(self):
-        self.process.kill()
-        self.process.wait()
-        self.reader.join()
-        self.process.stdout.close()
-
-
 class SavedTrace(Companion):
     def setUp(self):
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.file = pathlib.Path(folder.name) / "trace.log"
+        self.file = self.folder / "trace.log"
 
     def read(self, content, *arguments):
-        self.file.write_bytes(content if isinstance(content, bytes) else content.encode())
+        self.write(self.file, content)
         return self.works("trace", "--file", self.file, *arguments).splitlines()
 
     def ports(self, content, *arguments):
@@ -98,7 +70,7 @@ class SavedTrace(Companion):
             with self.subTest(what):
                 self.assertEqual(self.read(content), lines)
         with self.subTest("standard input"):
-            done = windows.vlmctl("trace", "--file", "-", stdin=text)
+            done = self.vlmctl("trace", "--file", "-", stdin=text)
             self.assertEqual((done.returncode, done.stderr, done.stdout.splitlines()), (0, "", lines))
         with self.subTest("no text"):
             self.assertEqual(self.read(b'Error: port "\xFF":\t\x1b[2J\n' + b"x" * 200_000),
@@ -124,8 +96,7 @@ class SavedTrace(Companion):
             return f"2026-03-28T10:00:00.000Z  1 {JOB.format(port)}"
 
         self.file.write_text(line("first") + "\n")
-        follower = Follower("--file", self.file)
-        self.addCleanup(follower.stop)
+        follower = Lines(self.start("trace", "--follow", "--seconds", "60", "--file", self.file, stdout=subprocess.PIPE))
         self.assertEqual(follower.next(), line("first"))
         with open(self.file, "a") as file:
             file.write(line("in two")[:-3])
