@@ -6,7 +6,6 @@ import shutil
 import socket
 import struct
 import subprocess
-import tempfile
 import threading
 import time
 import unittest
@@ -65,9 +64,6 @@ class Installation(Companion):
     def setUp(self):
         self.clean()
         self.addCleanup(self.clean)
-        folder = tempfile.TemporaryDirectory()
-        self.addCleanup(folder.cleanup)
-        self.folder = pathlib.Path(folder.name)
 
     @staticmethod
     def clean():
@@ -111,9 +107,7 @@ class Install(Installation):
         self.assertEqual(list(SYSTEM.glob("vllm3mon.dll*")), [])
 
     def test_what_is_no_monitor_stays_out_and_leaves_nothing_behind(self):
-        text = self.folder / "text.dll"
-        text.write_text("no DLL")
-        for dll, says in ((text, "not a DLL"), (windows.BIN / "spoolss.dll", "not a print monitor"),
+        for dll, says in ((self.write("text.dll", "no DLL"), "not a DLL"), (windows.BIN / "spoolss.dll", "not a print monitor"),
                           (windows.BIN / "spoolhost.exe", "it is a program"), (self.folder / "absent.dll", "not found"),
                           (self.folder, "a folder"), ("NUL", "not a file"),
                           # Its code would end the companion.
@@ -126,7 +120,6 @@ class Install(Installation):
         image = Image((windows.BIN / "vllm3mon.dll").read_bytes())
         exports, names = image.directory(0), image.offset(image.u32(image.directory(0) + 32))
         far = 0x7FFFFFF0
-        dll = self.folder / "damaged.dll"
         for name, content, says in (
                 ("empty", b"", "too short"), ("a head", image.bytes[:64], "header lies outside"),
                 ("headers only", image.bytes[:0x200], "within its headers|outside the file"),
@@ -155,23 +148,20 @@ class Install(Installation):
                 ("65,535 resources", image.changed(image.directory(2) + 14, 0xFFFF, 2), "resources"),
                 ("65 MB", image.bytes + bytes(65 << 20), "too large for a monitor")):
             with self.subTest(name):
-                dll.write_bytes(content)
-                self.assert_refused(dll, says)
+                self.assert_refused(self.write("damaged.dll", content), says)
         self.assertFalse(self.registered())
 
     def test_what_was_looked_at_is_what_is_copied(self):
         good = (windows.BIN / "vllm3mon.dll").read_bytes()
         loud = (windows.BIN / "loud.dll").read_bytes()
-        dll, over = self.folder / "changing.dll", threading.Event()
+        dll, over = self.write("changing.dll", good), threading.Event()
 
         def change():
             while not over.is_set():
                 for content in (good, loud):
-                    (self.folder / "next").write_bytes(content)
-                    (self.folder / "next").replace(dll)
+                    self.write("next", content).replace(dll)
                     time.sleep(0.002)
 
-        dll.write_bytes(good)
         changing = threading.Thread(target=change)
         changing.start()
         try:
@@ -195,9 +185,8 @@ class Install(Installation):
         self.assertFalse(COPY.exists())
 
     def test_link_to_a_monitor_gives_a_file_and_a_link_in_its_place_is_not_followed(self):
-        link, other = self.folder / "link.dll", self.folder / "other"
+        link, other = self.folder / "link.dll", self.write("other", "somebody's")
         link.symlink_to(windows.BIN / "vllm3mon.dll")
-        other.write_bytes(b"somebody's")
         COPY.symlink_to(other)
         self.works("install", "--dll", link)
         self.assertFalse(COPY.is_symlink())
@@ -217,23 +206,18 @@ class Install(Installation):
     def test_a_copy_that_is_loaded_makes_way_for_the_next_installation(self):
         self.works("install")
         self.addCleanup(registry, "delete", *PENDING, "/f")
-        document = self.folder / "document"
-        document.write_bytes(bytes(4_000_000))
+        document = self.write("document", bytes(4_000_000))
         with socket.create_server(("127.0.0.1", 0)) as printer:  # takes the connection and reads nothing
-            loaded = subprocess.Popen([windows.RUNNER, windows.BIN / "vlmctl.exe", "print", document,
-                                       "--dll", r"C:\windows\system32\vllm3mon.dll", "--timeout", "60",
-                                       "--to", f"127.0.0.1:{printer.getsockname()[1]}"],
-                                      stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-            try:
-                printer.settimeout(30)
-                connection, _ = printer.accept()
-                with connection:
-                    self.assertIn("still loaded", self.works("uninstall"))
-                    self.assertFalse(COPY.exists())
-                    self.works("install")
-            finally:
-                loaded.kill()
-                loaded.wait(20)
+            loaded = self.start("print", document, "--dll", r"C:\windows\system32\vllm3mon.dll", "--timeout", "60",
+                                "--to", f"127.0.0.1:{printer.getsockname()[1]}", stdout=subprocess.DEVNULL,
+                                stderr=subprocess.DEVNULL)
+            printer.settimeout(30)
+            with printer.accept()[0]:
+                self.assertIn("still loaded", self.works("uninstall"))
+                self.assertFalse(COPY.exists())
+                self.works("install")
+            loaded.kill()
+            loaded.wait(20)
         # At a restart the old copy goes, the new one stays.
         pending = registry("query", *PENDING).stdout.lower()
         self.assertIn("vllm3mon.dll.removed-", pending)
@@ -244,16 +228,12 @@ class Install(Installation):
 class Doctor(Installation):
     def test_everything_in_place(self):
         self.works("install")
-        service = windows.Dialogue("rpc_host.exe")
-        try:
-            self.assertEqual(service.line(), "ready")
-            with VirtualPrinter() as printer:
-                for address in (printer.wsd_url, f"127.0.0.1:{printer.raw_port}"):
-                    lines = self.doctor("--printer", address, "--driver", EXAMPLES / "velun.ini")
-                    self.assertEqual({health for health, _ in lines.values()}, {"ok"}, lines)
-                    self.assertEqual(len(lines), 8, lines)
-        finally:
-            service.stop()
+        self.start_rpc_host()
+        with VirtualPrinter() as printer:
+            for address in (printer.wsd_url, f"127.0.0.1:{printer.raw_port}"):
+                lines = self.doctor("--printer", address, "--driver", EXAMPLES / "velun.ini")
+                self.assertEqual({health for health, _ in lines.values()}, {"ok"}, lines)
+                self.assertEqual(len(lines), 8, lines)
 
     def test_nothing_installed(self):
         lines = self.doctor()
@@ -282,13 +262,10 @@ class Doctor(Installation):
 
     def test_driver_of_an_ini_file_and_of_an_installed_printer(self):
         def settings(text):
-            (self.folder / "driver.ini").write_text(text)
-            return self.folder / "driver.ini"
+            return self.write("driver.ini", text)
 
-        foreign = self.folder / "foreign.xml"
-        foreign.write_bytes(pathlib.Path(__file__).with_name("port_monitor_file.xml").read_bytes())
-        broken = self.folder / "broken.xml"
-        broken.write_text('<Schema xmlns:bidi="urn:x">\n</Schem>\n')
+        self.write("foreign.xml", pathlib.Path(__file__).with_name("port_monitor_file.xml").read_bytes())
+        self.write("broken.xml", '<Schema xmlns:bidi="urn:x">\n</Schem>\n')
         for text, says in (("[BidiFiles]\nBidiWSDFile=broken.xml\n", r"broken\.xml"),
                            ("[VelunDriverFiles]\nUIBidiWSDFile1=absent.xml\n", r"absent\.xml"),
                            ("[VelunDriverFiles]\nUIBidiWSDFile2=foreign.xml\n", r"UIBidiWSDFile2 in \[VelunDriverFiles\] is never"),

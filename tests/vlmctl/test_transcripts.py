@@ -3,16 +3,14 @@ run in their folder, in their order. A command that ends in "&" runs until "wait
 
 import contextlib
 import os
-import pathlib
 import re
 import shlex
 import signal
 import subprocess
 import sys
-import tempfile
 import unittest
 
-from companion import windows
+from companion import Companion, windows
 from vprinter import VirtualPrinter
 
 DOCS = windows.ROOT / "docs"
@@ -53,25 +51,25 @@ def served(**environment):
         process.communicate(timeout=30)
 
 
-class Transcripts(unittest.TestCase):
-    def run_page(self, name, least, names=None):
+class Transcripts(Companion):
+    def run_page(self, name, least, names=None, what_counts=None):
         """`names` are those on the page that stand for something of this run."""
+        what_counts = what_counts or (plain if names else str)
         names = names or {}
         shown = {real: name for name, real in names.items()}
-        with tempfile.TemporaryDirectory() as folder:
-            sessions = []
-            for language, file, content in fences(DOCS / name):
-                if file:
-                    (pathlib.Path(folder) / file).write_text(replaced(content, names), "utf-8")
-                elif language == "console":
-                    sessions += re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", content, re.M)
-            self.assertGreaterEqual(len(sessions), least)
-            for line, output in sessions:
-                with self.subTest(line):
-                    printed = replaced(self.run_line(replaced(line, names), folder, len(output.splitlines())), shown)
-                    self.assertEqual(plain(printed) if names else printed, plain(output) if names else output)
+        sessions = []
+        for language, file, content in fences(DOCS / name):
+            if file:
+                self.write(file, replaced(content, names))
+            elif language == "console":
+                sessions += re.findall(r"^\$ (.*)\n((?:(?!\$ ).*\n)*)", content, re.M)
+        self.assertGreaterEqual(len(sessions), least)
+        for line, output in sessions:
+            with self.subTest(line):
+                printed = replaced(self.run_line(replaced(line, names), len(output.splitlines())), shown)
+                self.assertEqual(what_counts(printed), what_counts(output))
 
-    def run_line(self, line, folder, expected):
+    def run_line(self, line, expected):
         """What it prints. "wait" takes no more lines than are `expected`, so that it need not last until a time-out."""
         if line == "wait":
             printed = "".join(self.background.stdout.readline() for _ in range(expected))
@@ -79,18 +77,28 @@ class Transcripts(unittest.TestCase):
             self.background.communicate(timeout=30)
             return printed
         assignments, program, rest = re.fullmatch(r"((?:\w+=\w+ )*)(\w+) (.*)", line).groups()
+        if program == "sed":
+            return subprocess.run(shlex.split(line), cwd=self.folder, check=True, stdout=subprocess.PIPE, encoding="utf-8",
+                                  timeout=20).stdout
         self.assertEqual(program, "vlmctl")
         environment = {"TZ": ZONE} | dict(word.split("=") for word in assignments.split())
         if not rest.endswith(" &"):
-            done = windows.vlmctl(*shlex.split(rest), folder=folder, **environment)
+            done = self.vlmctl(*shlex.split(rest), folder=self.folder, **environment)
             return done.stdout + done.stderr
-        self.background = subprocess.Popen([windows.RUNNER, windows.BIN / "vlmctl.exe", *shlex.split(rest[:-2])],
-                                           text=True, stdout=subprocess.PIPE, stderr=subprocess.PIPE, cwd=folder,
-                                           env=os.environ | environment)
+        self.background = self.start(*shlex.split(rest[:-2]), stdout=subprocess.PIPE, stderr=subprocess.PIPE,
+                                     cwd=self.folder, env=os.environ | environment)
         return self.background.stderr.readline()
 
     def test_an_incident_in_a_saved_trace(self):
         self.run_page("trace.md", least=2)
+
+    def test_an_extension_file_and_what_it_answers(self):
+        self.run_page("bidi-extension-files.md", least=8)
+
+    def test_a_first_extension_file(self):
+        with VirtualPrinter() as printer:
+            self.run_page("first-extension-file.md", least=12, names={"http://printer/wsd/print/": printer.wsd_url},
+                          what_counts=str)
 
     def test_the_state_of_a_fleet(self):
         with VirtualPrinter("--printers", "4") as printer:
@@ -100,12 +108,8 @@ class Transcripts(unittest.TestCase):
                 "http://10.0.4.19/wsd/print/": printer.wsd_url + "4/"})
 
     def test_a_device_asked_by_a_program(self):
-        host = windows.Dialogue("rpc_host.exe")
-        try:
-            self.assertEqual(host.line(), "ready")
-            self.run_page("json.md", least=4)
-        finally:
-            host.stop()
+        self.start_rpc_host()
+        self.run_page("json.md", least=4)
 
     def test_a_request_followed_to_where_it_is_logged(self):
         with VirtualPrinter() as printer, served(VLLM3MON_TRACE="verbose"):
