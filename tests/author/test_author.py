@@ -2,14 +2,17 @@
 
 import json
 import pathlib
+import re
 import subprocess
 import sys
 import unittest
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "vlmctl"))
 from companion import EXAMPLES, EXTENSIONS, Companion  # noqa: E402
+from vprinter import VirtualPrinter  # noqa: E402
 from windows import ROOT  # noqa: E402
 
+PRINTER_ANSWER = EXAMPLES / "printer-answer.xml"
 SCHEMA = ROOT / "packaging" / "bidi-extension.xsd"
 PAGE = ROOT / "docs" / "bidi-extension-files.md"
 
@@ -187,7 +190,7 @@ class Check(Files):
         self.assertEqual([rule["id"] for rule in rules if f"`{rule['id']}`" not in page], [])
 
     def test_an_answer_shows_what_comes_to_nothing(self):
-        answer = ["--wsd", EXAMPLES / "printer-answer.xml"]
+        answer = ["--wsd", PRINTER_ANSWER]
         value = '<Value name="{}" query="pri:{}" filter="{}"/>'.format
         for what, text, found in (
                 ("in order", printer(value("A", "PrinterStatus", "pri:PrinterStatus/pri:PrinterState")), []),
@@ -229,7 +232,7 @@ class Check(Files):
 
 
 class Query(Files):
-    ASK = [*EXTENSIONS, "--wsd", EXAMPLES / "printer-answer.xml"]
+    ASK = [*EXTENSIONS, "--wsd", PRINTER_ANSWER]
 
     def answers(self, action, *paths):
         done = self.vlmctl(action, "--json", *self.ASK, *paths)
@@ -273,7 +276,7 @@ class Query(Files):
                 self.assertEqual(self.works("enum", *EXTENSIONS, *paths).split(), needed)
 
     def test_the_printer_may_write_its_answer_with_any_prefixes(self):
-        answer = (EXAMPLES / "printer-answer.xml").read_text("utf-8")
+        answer = PRINTER_ANSWER.read_text("utf-8")
         paths = ["\\Printer.Consumables.Black:Level", "\\Printer.DeviceInfo:AveragePowerWatts"]
         for what, changed in (
                 ("a default namespace", answer.replace("wprt:", "").replace("xmlns:wprt=", "xmlns=")),
@@ -318,7 +321,7 @@ class Query(Files):
         good = printer('<Const name="A" type="BIDI_STRING">x</Const>')
         self.write("good.xml", good)
         self.write("answer.xml", ANSWER)
-        page = (EXAMPLES / "printer-answer.xml").read_text("utf-8")
+        page = PRINTER_ANSWER.read_text("utf-8")
         path = "\\Printer:A"
         for arguments, stdin, status, text in (
                 (["check", "-"], good, 0, ""),
@@ -344,6 +347,44 @@ class Query(Files):
         self.write("answer.xml", ANSWER)
         done = self.vlmctl("get", "--ext", "e.xml", "--wsd", "answer.xml", "\\Printer:A")
         self.assertEqual(done.stdout.splitlines()[1:], ["\\Printer:A  BIDI_STRING  a?b?2J  0 found"])
+
+
+class New(Files):
+    def test_a_live_printer_is_asked_for_what_is_published(self):
+        with VirtualPrinter() as printer:
+            self.works("new", "p.xml", "--printer", printer.wsd_url)
+            done = self.vlmctl("check", "p.xml", "--printer", printer.wsd_url)
+            self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
+            driver = (self.folder / "p.ini").read_text()
+            self.assertIn("[BidiFiles]\nBidiWSDFile=p.xml\n", driver)
+            answers = self.works("getall", "--ext", "p.xml", "--printer", printer.wsd_url, "--port", "wsd", "\\")
+            self.assertRegex(answers, r"(?m)^\\Printer\.PrinterStatus:PrinterState +BIDI_STRING +Idle +0 found +engine$")
+            self.assertNotIn("232", answers)
+
+    def test_nothing_is_overwritten_unless_it_is_told_to(self):
+        for there in ("a.xml", "a.ini"):
+            with self.subTest(there):
+                self.write(there, "mine")
+                self.fails("new", "a.xml", "--wsd", PRINTER_ANSWER, says="--force")
+                self.assertEqual((self.folder / there).read_text(), "mine")
+                self.assertEqual(len(list(self.folder.iterdir())), 1)
+                self.works("new", "a.xml", "--wsd", PRINTER_ANSWER, "--force")
+                self.assertNotEqual((self.folder / there).read_text(), "mine")
+                for file in self.folder.iterdir():
+                    file.unlink()
+
+    def test_what_cannot_be_done_is_said_and_leaves_nothing(self):
+        self.write("html.xml", "<html/>")
+        (self.folder / "none.xml").write_text(re.sub(r"(?s)<wprt:ElementData.*</wprt:ElementData>|<!--.*?-->", "",
+                                                     PRINTER_ANSWER.read_text("utf-8")))
+        for file, answer, status, says in (("x.xml", "html.xml", 1, "html.xml"), ("x.xml", "none.xml", 3, "no elements"),
+                                           ("x.xml", "missing.xml", 1, "cannot be opened"),
+                                           ("a,b.xml", PRINTER_ANSWER, 2, "INI"), ("x.ini", PRINTER_ANSWER, 2, "INI"),
+                                           ("nowhere/x.xml", PRINTER_ANSWER, 1, "cannot write ")):
+            with self.subTest(file=file, answer=answer):
+                done = self.fails("new", file, "--wsd", answer, status=status, says=says)
+                self.assertEqual(done.stdout, "")
+        self.assertEqual({file.name for file in self.folder.iterdir()}, {"html.xml", "none.xml"})
 
 
 if __name__ == "__main__":

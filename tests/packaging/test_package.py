@@ -57,15 +57,10 @@ def sections(image):
 class PackageTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.folder = tempfile.TemporaryDirectory()
-        folder = pathlib.Path(cls.folder.name)
-        make(folder / "first")
-        cls.files = read(folder / "first" / f"{NAME}.zip")
-        cls.symbols = read(folder / "first" / f"{NAME}-symbols.zip")
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.folder.cleanup()
+        cls.folder = pathlib.Path(cls.enterClassContext(tempfile.TemporaryDirectory()))
+        make(cls.folder / "first")
+        cls.files = read(cls.folder / "first" / f"{NAME}.zip")
+        cls.symbols = read(cls.folder / "first" / f"{NAME}-symbols.zip")
 
     def test_holds_what_everyone_needs_and_sums_that_match(self):
         self.assertLessEqual(EXPECTED, self.files.keys())
@@ -108,11 +103,11 @@ class PackageTest(unittest.TestCase):
         self.assertIn(f"## {VERSION}", self.files["CHANGES.md"].decode())
 
     def test_is_the_same_when_it_is_made_again(self):
-        folder = pathlib.Path(self.folder.name)
-        make(folder / "second")
-        for archive in (folder / "first").iterdir():
-            self.assertEqual(read(archive)["SHA256SUMS"], read(folder / "second" / archive.name)["SHA256SUMS"])
-            self.assertTrue(archive.read_bytes() == (folder / "second" / archive.name).read_bytes(), archive.name)
+        make(self.folder / "second")
+        for archive in (self.folder / "first").iterdir():
+            again = self.folder / "second" / archive.name
+            self.assertEqual(read(archive)["SHA256SUMS"], read(again)["SHA256SUMS"])
+            self.assertTrue(archive.read_bytes() == again.read_bytes(), archive.name)
 
 
 class InfTest(unittest.TestCase):

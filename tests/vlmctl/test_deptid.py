@@ -90,6 +90,7 @@ class AgainstThePrinter(Check, WithPrinter):
             if fault:
                 self.printer.set_wsd_fault(fault)
             done = check(self.url, "4711", password=f"{SECRET}\n")
+            self.assertIn("trace: ", done.stderr)
             for part in ("Xq7", "hidden", "geheim"):
                 self.assertNotIn(part, done.stdout + done.stderr, fault)
 

@@ -58,12 +58,6 @@ class InterruptTest(WithPrinter):
         self.interrupt(program, signal.SIGKILL)
         self.assertFalse(self.record_after(before)["complete"])
 
-    def test_print_that_gives_up_leaves_no_whole_document_either(self):
-        before = len(self.printer.documents())
-        self.printer.set_fault("stall", after=100_000)
-        self.fails("print", self.big, "--to", self.address, "--timeout", "1", says="stopped reading")
-        self.assertFalse(self.record_after(before)["complete"])
-
     def test_whatever_waits_is_ended_at_once_and_leaves_nothing_behind(self):
         self.printer.set_wsd_fault("mute")
         with tempfile.TemporaryDirectory() as temporary:
