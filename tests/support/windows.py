@@ -8,6 +8,7 @@ import time
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 BIN = pathlib.Path(os.environ.get("VLM_BIN", ROOT / "build/mingw/bin"))
+PREFIX = pathlib.Path(os.environ.get("WINEPREFIX", ROOT / "build/wine"))
 RUNNER = ROOT / "cmake/run-under-wine"
 
 

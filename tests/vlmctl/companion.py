@@ -157,3 +157,8 @@ class WithPrinter(Companion):
         self.printer.clear_answer()
         self.printer.clear_wsd_fault()
         self.printer.clear_wsd_style()
+        self._documents = len(self.printer.documents())
+
+    def record(self):
+        """What the printer has of this test's document."""
+        return self.printer.wait_for_documents(self._documents + 1)[-1]

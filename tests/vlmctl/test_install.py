@@ -13,8 +13,7 @@ import unittest
 from companion import EXAMPLES, NOBODY, Companion, windows
 from vprinter import VirtualPrinter
 
-PREFIX = pathlib.Path(os.environ.get("WINEPREFIX", windows.ROOT / "build/wine"))
-SYSTEM = PREFIX / "drive_c/windows/system32"
+SYSTEM = windows.PREFIX / "drive_c/windows/system32"
 COPY = SYSTEM / "vllm3mon.dll"
 NAME = "Velun Language Monitor"
 PRINT = r"HKLM\System\CurrentControlSet\Control\Print"

@@ -1,8 +1,6 @@
 """vlmctl wsd, status and bidi --printer, from the command line to a printer that answers live."""
 
 import json
-import os
-import pathlib
 import unittest
 import xml.etree.ElementTree as ElementTree
 
@@ -151,8 +149,7 @@ class Bidi(Live):
         odd = self.write("Ämter, 1 & ; [2].xml", (EXAMPLES / "velun-base.xml").read_bytes())
         shown = self.works("bidi", "get", "--ext", odd, "--printer", self.url, "--port", "wsd", BLACK)
         self.assertRegex(shown, r"Level +BIDI_INT +85 +0 found +engine")
-        prefix = pathlib.Path(os.environ.get("WINEPREFIX", windows.ROOT / "build/wine"))
-        self.assertEqual(list(prefix.glob("drive_c/users/*/[Tt]emp/vlmctl-*")), [])
+        self.assertEqual(list(windows.PREFIX.glob("drive_c/users/*/[Tt]emp/vlmctl-*")), [])
 
 
 class Failures(Live):

@@ -19,18 +19,16 @@ class PrintTest(WithPrinter):
         self.document = self.write("report – März.prn", self.content)
 
     def test_document_arrives_unchanged_and_its_job_is_tracked(self):
-        before = len(self.printer.documents())
         shown = self.works("print", self.document, "--to", self.address)
-        record = self.printer.wait_for_documents(before + 1)[-1]
+        record = self.record()
         self.assertEqual(record["sha256"], hashlib.sha256(self.content).hexdigest())
         self.assertTrue(record["complete"])
         for text in ("100%", rf"sent +{len(self.content)} bytes in \d", "job events +sent to printer, last page ejected"):
             self.assertRegex(shown, text)
 
     def test_empty_document_is_a_document(self):
-        before = len(self.printer.documents())
         self.works("print", self.write("empty", ""), "--to", self.address)
-        self.assertEqual(self.printer.wait_for_documents(before + 1)[-1]["bytes"], 0)
+        self.assertEqual(self.record()["bytes"], 0)
 
     def test_answers_of_the_printer_are_shown_made_printable(self):
         self.printer.set_answer("READY\x1b[2J", when="open")
@@ -50,14 +48,13 @@ class PrintTest(WithPrinter):
                 self.fails("print", document, "--to", self.address, *arguments, says=says)
 
     def test_reader_of_the_output_who_goes_away_costs_no_job(self):
-        before = len(self.printer.documents())
         reader, output = os.pipe()
         os.close(reader)
         program = self.start("print", self.document, "--to", self.address, stdout=output, stderr=subprocess.PIPE)
         os.close(output)
         errors = program.communicate(timeout=60)[1]
         self.assertEqual((program.returncode, errors), (1, "vlmctl: cannot write to standard output\n"))
-        self.assertTrue(self.printer.wait_for_documents(before + 1)[-1]["complete"])
+        self.assertTrue(self.record()["complete"])
 
     def test_connection_lost_in_the_middle_or_at_the_very_end_says_how_much_had_gone(self):
         for after in (MEGABYTE, len(self.content) - 1):
@@ -70,12 +67,11 @@ class PrintTest(WithPrinter):
 
     def test_printer_that_stops_reading_ends_the_print_at_the_time_out(self):
         big = self.write("big", bytes(20 * MEGABYTE))  # more than all socket buffers on the way
-        before = len(self.printer.documents())
         self.printer.set_fault("stall", after=1000)
         self.fails("print", big, "--to", self.address, "--timeout", "1",
                    says=r"stopped reading after \d+ of 20000000 bytes")
         self.printer.clear_fault()
-        self.assertFalse(self.printer.wait_for_documents(before + 1)[-1]["complete"])
+        self.assertFalse(self.record()["complete"])
 
     def test_file_that_shrinks_while_it_is_printed_is_not_a_whole_document(self):
         shrinking = self.write("shrinking", bytes(20 * MEGABYTE))
