@@ -31,11 +31,7 @@ class DepartmentId(unittest.TestCase):
         with tempfile.NamedTemporaryFile("w", suffix=".json") as accounts:
             json.dump(ACCOUNTS, accounts)
             accounts.flush()
-            cls.printer = VirtualPrinter("--accounts", accounts.name)
-
-    @classmethod
-    def tearDownClass(cls):
-        cls.printer.stop()
+            cls.printer = cls.enterClassContext(VirtualPrinter("--accounts", accounts.name))
 
     def ask(self, body, content_type="application/soap+xml"):
         """Status and message of the answer."""

@@ -26,8 +26,7 @@ def pattern(size):
 class DeviceTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
-        cls.printer = VirtualPrinter()
-        cls.addClassCleanup(cls.printer.stop)
+        cls.printer = cls.enterClassContext(VirtualPrinter())
         cls.spooler = windows.Dialogue("spoolhost.exe")
         cls.addClassCleanup(cls.spooler.stop)
         cls.spooler.send("usb USB001 Office\njob 1 report")
