@@ -1,7 +1,7 @@
 #include "tools/vlmctl/bidi/answer_check.h"
 
 #include <map>
-#include <optional>
+#include <memory>
 #include <set>
 
 #include "bidi/answer_pass.h"
@@ -131,9 +131,9 @@ class AnswerChecker {
 void CheckWithAnswer(const BidiSources& sources, FindingList& findings) {
     const ComApartment apartment(COINIT_MULTITHREADED);
     const std::vector<std::string> wholeTree{"\\"};
-    std::optional<EngineQuery> query;
+    std::unique_ptr<EngineQuery> query;
     try {
-        query.emplace(sources, wholeTree);
+        query = std::make_unique<EngineQuery>(sources, wholeTree);
         query->FindNeeded();
     } catch (const CommandError&) {
         return;

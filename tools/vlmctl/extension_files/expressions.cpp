@@ -76,26 +76,26 @@ bool ExpressionChecker::CheckPrefix(const Spot& spot, const std::wstring& prefix
 }
 
 void ExpressionChecker::CheckFilter(const SourceElement& element, const Scope& scope) {
-    const std::wstring* filter = element.Attribute(L"filter");
-    if (filter == nullptr || filter->empty()) return;
+    const std::wstring filter = element.Value(L"filter");
+    if (filter.empty()) return;
     if (element.Attribute(L"query") == nullptr && !scope.queried) {
         Say(Rule::kNoQuery, {element},
             element.name + L" has no 'query': the printer is not asked for what its filter reads");
     }
-    const std::vector<Piece> parameters = CheckParameters(element, L"filter", *filter, scope);
-    CheckQuoted(element, *filter, parameters);
-    const FilterNames names = ReadFilterNames(*filter);
+    const std::vector<Piece> parameters = CheckParameters(element, L"filter", filter, scope);
+    CheckQuoted(element, filter, parameters);
+    const FilterNames names = ReadFilterNames(filter);
     bool bound = true;
     for (const Piece& prefix : names.prefixes)
         bound = CheckPrefix({element, L"filter", prefix.at}, prefix.text) && bound;
     if (names.unknownFunction) {
         Say(Rule::kUnknownFunction, {element, L"filter", names.unknownFunction->at},
-            L"the filter " + Quoted(*filter) + L" calls " + Quoted(names.unknownFunction->text) +
+            L"the filter " + Quoted(filter) + L" calls " + Quoted(names.unknownFunction->text) +
                 L", which is not an XPath function");
-    } else if (bound && !ReadParameters(*filter).unpaired) {
-        if (const std::optional<size_t> at = compiler_.BreaksAt(*filter, declarations_)) {
+    } else if (bound && !ReadParameters(filter).unpaired) {
+        if (const std::optional<size_t> at = compiler_.BreaksAt(filter, declarations_)) {
             Say(Rule::kMalformedFilter, {element, L"filter", *at},
-                L"the filter " + Quoted(*filter) + L" is not valid XPath after '//'");
+                L"the filter " + Quoted(filter) + L" is not valid XPath after '//'");
         }
     }
     if (bound) CheckStart(element, names);
@@ -119,8 +119,8 @@ void ExpressionChecker::CheckQuoted(const SourceElement& element, const std::wst
 
 // A printer sends only the elements that were asked for.
 void ExpressionChecker::CheckStart(const SourceElement& element, const FilterNames& names) {
-    const std::wstring* query = element.Attribute(L"query");
-    const std::optional<QualifiedName> asked = query != nullptr ? ParsePrefixedName(*query) : std::nullopt;
+    const std::wstring query = element.Value(L"query");
+    const std::optional<QualifiedName> asked = ParsePrefixedName(query);
     if (!asked || !names.first || !declarations_.contains(asked->prefix)) return;
     const QualifiedName& first = *names.first;
     const bool same = first.localName == asked->localName && !first.prefix.empty() &&
@@ -129,7 +129,7 @@ void ExpressionChecker::CheckStart(const SourceElement& element, const FilterNam
     Say(Rule::kFilterStart, {element, L"filter", names.firstAt},
         L"the filter starts at " +
             Quoted((first.prefix.empty() ? L"" : first.prefix + L":") + first.localName) +
-            L", not at the queried " + Quoted(*query));
+            L", not at the queried " + Quoted(query));
 }
 
 }  // namespace vlm::ctl
