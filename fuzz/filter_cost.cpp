@@ -26,39 +26,16 @@ constexpr size_t kLargestFigure = 1u << 28;  // far more than any answer has
 
 void Grow(AnswerShape& shape, char figure) {
     const auto grow = [](size_t& value) { value = std::min(2 * value + 1, kLargestFigure); };
-    switch (figure) {
-        case 'n':
-            return grow(shape.nodes);
-        case 'a':
-            return grow(shape.attributes);
-        case 'd':
-            return grow(shape.depth);
-        case 'w':
-            return grow(shape.widest);
-        case 'x':
-            return grow(shape.attributeText);
-        case 't':
-            return grow(shape.text);
-        case 'A':
-            return grow(shape.all.count);
-        case 'T':
-            return grow(shape.all.text);
-        case 'S':
-            return grow(shape.all.nodes);
-        case 'N':
-            for (auto& [name, elements] : shape.byName)
-                grow(elements.count);
-            return;
-        case 'B':
-            for (auto& [name, elements] : shape.byName)
-                grow(elements.text);
-            return;
-        case 'C':
-            for (auto& [name, elements] : shape.byName)
-                grow(elements.nodes);
-            return;
-        default:
-            return;
+    const std::pair<char, size_t&> figures[] = {
+        {'n', shape.nodes},     {'a', shape.attributes}, {'d', shape.depth},
+        {'w', shape.widest},    {'t', shape.text},       {'x', shape.attributeText},
+        {'A', shape.all.count}, {'T', shape.all.text},   {'S', shape.all.nodes}};
+    for (const auto& [letter, value] : figures)
+        if (letter == figure) grow(value);
+    for (auto& [name, elements] : shape.byName) {
+        if (figure == 'N') grow(elements.count);
+        if (figure == 'B') grow(elements.text);
+        if (figure == 'C') grow(elements.nodes);
     }
 }
 

@@ -105,16 +105,14 @@ RPC_STATUS Register() VLM_REQUIRES(lock) {
     return RPC_S_OK;
 }
 
-// The runtime's threads never end, so its code must stay.
-void KeepRuntimeLoaded() {
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN, L"rpcrt4.dll", &module);
+// Keeps a module in the process for good.
+void Pin(DWORD how, LPCWSTR module) {
+    HMODULE pinned = nullptr;
+    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | how, module, &pinned);
 }
 
 void KeepThisModuleLoaded() {
-    HMODULE module = nullptr;
-    GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
-                       reinterpret_cast<LPCWSTR>(&registered), &module);
+    Pin(GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS, reinterpret_cast<LPCWSTR>(&registered));
 }
 
 DWORD WINAPI TakeInterfaceBack(void*) {
@@ -137,7 +135,7 @@ void TakeInterfaceBackAfterLastCalls() {
 DWORD StartRpcServer(const PortDirectory& ports) {
     const LockGuard exclusive(lock);
     ++starts;
-    KeepRuntimeLoaded();
+    Pin(0, L"rpcrt4.dll");  // its threads never end, so its code must stay
     if (!registered) portDirectory = ports;
     RPC_STATUS status = OpenEndpoints();
     if (status == RPC_S_OK) status = Register();

@@ -13,21 +13,16 @@ namespace {
 
 constexpr std::wstring_view kPrintServicePrefix = L"pri";
 
-// Content and attribute values from a parser, put back so that a parser reads the same again: white space
-// that a parser would normalise away is written as a reference, what need not be one stays readable.
-void AppendContent(std::wstring* out, std::wstring_view text) {
-    AppendEscaped(out, text, L"&<>\r");
-}
-
-void AppendAttributeValue(std::wstring* out, std::wstring_view text) {
-    AppendEscaped(out, text, L"&<\"\t\n\r");
-}
+// What is escaped of content and attribute values from a parser, so that a parser reads the same again: white
+// space that a parser would normalise away is written as a reference, what need not be one stays readable.
+constexpr std::wstring_view kInContent = L"&<>\r";
+constexpr std::wstring_view kInAttribute = L"&<\"\t\n\r";
 
 void AppendDeclaration(std::wstring* out, std::wstring_view prefix, std::wstring_view uri) {
     *out += prefix.empty() ? L" xmlns" : L" xmlns:";
     *out += prefix;
     *out += L"=\"";
-    AppendAttributeValue(out, uri);
+    AppendEscaped(out, uri, kInAttribute);
     *out += L'"';
 }
 
@@ -115,13 +110,13 @@ void PrefixNormalizer::Text(std::wstring_view text) {
     const size_t end = text.find_last_not_of(kXmlSpace) + 1;
     if (end > 0) {
         ReleaseSpace();
-        AppendContent(&content_, text.substr(0, end));
+        AppendEscaped(&content_, text.substr(0, end), kInContent);
     }
     heldSpace_ += text.substr(end);
 }
 
 void PrefixNormalizer::ReleaseSpace() {
-    AppendContent(&content_, std::exchange(heldSpace_, {}));
+    AppendEscaped(&content_, std::exchange(heldSpace_, {}), kInContent);
 }
 
 std::wstring PrefixNormalizer::Finish() const {
@@ -200,7 +195,7 @@ void PrefixNormalizer::AppendAttribute(std::wstring* out, const XmlAttribute& at
     AppendName(out, name.uri.empty() ? L"" : AttributePrefix(FindOrAdd(name.uri)), name.local);
     *out += L"=\"";
     const std::wstring_view value = TrimXmlSpace(attribute.value);
-    AppendAttributeValue(out, holdsName ? MapName(value) : value);
+    AppendEscaped(out, holdsName ? MapName(value) : value, kInAttribute);
     *out += L'"';
 }
 

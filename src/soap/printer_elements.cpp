@@ -6,8 +6,8 @@
 #include "soap/prefix_normalizer.h"
 #include "soap/printer_elements_request.h"
 #include "soap/printer_service.h"
-#include "util/outcome.h"
 #include "util/namespaces.h"
+#include "util/outcome.h"
 #include "util/sax.h"
 #include "util/streams.h"
 #include "util/text.h"
@@ -17,8 +17,6 @@
 namespace vlm {
 
 namespace {
-
-using PrinterServiceProxy = PrinterService::CPrinterServiceT<CVlSoapWininetClient>;
 
 constexpr DWORD kTimeout = 5000;
 
@@ -116,11 +114,11 @@ Outcome ReadQuery(std::string_view document, PrinterElementsQuery* query) {
 }
 
 Outcome Fetch(const wchar_t* url, const PrinterElementsQuery& query, std::string* answer, int* status) {
-    PrinterServiceProxy proxy;
+    PrinterService::CPrinterServiceT<CVlSoapWininetClient> proxy;
     HRESULT hr = proxy.SetUrl(url);
     proxy.SetTimeout(kTimeout);
     if (SUCCEEDED(hr)) {
-        const std::string request = BuildPrinterElementsRequest(query, url, NewUuidName(), NewUuidName());
+        const auto request = BuildPrinterElementsRequest(query, url, NewUuidName(), NewUuidName());
         hr = proxy.GetPrinterElements(request.c_str(), answer);
     }
     if (status != nullptr) *status = proxy.Status();
@@ -140,8 +138,7 @@ Outcome Clean(std::string_view answer, const std::vector<NamespaceDeclaration>& 
     }
     std::wstring reason = L"the printer's answer ";
     reason += handler.Reason().empty() ? L"is not well-formed XML" : handler.Reason();
-    const bool isSuccess = status >= 200 && status < 300;
-    if (!isSuccess) reason = L"HTTP status " + std::to_wstring(status) + L"; " + reason;
+    if (status < 200 || status > 299) reason = L"HTTP status " + std::to_wstring(status) + L"; " + reason;
     return {hr, std::move(reason)};
 }
 

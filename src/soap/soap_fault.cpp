@@ -7,39 +7,32 @@ namespace vlm {
 
 namespace {
 
-struct Structure {
+constexpr int kFaultStep = 3;
+constexpr struct {
     std::wstring_view name;
     int step;
-};
+} kStructure[] = {{L"Envelope", 1}, {L"Body", 2}, {L"Header", 2}, {L"Fault", kFaultStep}};
 
-constexpr int kFaultStep = 3;
-constexpr Structure kStructure[] = {{L"Envelope", 1}, {L"Body", 2}, {L"Header", 2}, {L"Fault", kFaultStep}};
-
-using Text = std::wstring SoapFault::*;
-struct Part {
+constexpr struct {
     std::wstring_view name;
-    Text text;
-};
+    std::wstring SoapFault::*text;
+} kParts[] = {{L"faultcode", &SoapFault::code},
+              {L"faultstring", &SoapFault::string},
+              {L"faultactor", &SoapFault::actor},
+              {L"detail", &SoapFault::detail}};
 
-constexpr Part kParts[] = {{L"faultcode", &SoapFault::code},
-                           {L"faultstring", &SoapFault::string},
-                           {L"faultactor", &SoapFault::actor},
-                           {L"detail", &SoapFault::detail}};
-
-struct Meaning {
+constexpr struct {
     std::wstring_view code;
     const wchar_t* text;
-};
-
-constexpr Meaning kMeanings[] = {{L"VersionMismatch", L"SOAP Version Mismatch Error"},
-                                 {L"MustUnderstand", L"SOAP Must Understand Error"},
-                                 {L"Client", L"SOAP Invalid Request"},
-                                 {L"Server", L"SOAP Server Application Faulted"}};
+} kMeanings[] = {{L"VersionMismatch", L"SOAP Version Mismatch Error"},
+                 {L"MustUnderstand", L"SOAP Must Understand Error"},
+                 {L"Client", L"SOAP Invalid Request"},
+                 {L"Server", L"SOAP Server Application Faulted"}};
 
 }  // namespace
 
 const wchar_t* SoapFaultMeaning(std::wstring_view code) {
-    for (const Meaning& meaning : kMeanings) {
+    for (const auto& meaning : kMeanings) {
         if (meaning.code == code) return meaning.text;
     }
     return nullptr;
@@ -53,7 +46,7 @@ HRESULT CSoapFaultParser::OnPrefix(std::wstring_view prefix, std::wstring_view u
 HRESULT CSoapFaultParser::OnStart(const XmlName& name, const XmlAttributes&) {
     ++depth_;
     if (name.uri == ns::kSoap11) {
-        for (const Structure& structure : kStructure) {
+        for (const auto& structure : kStructure) {
             if (structure.name != name.local) continue;
             if (structure.step != step_ + 1) return E_FAIL;
             step_ = structure.step;
@@ -63,7 +56,7 @@ HRESULT CSoapFaultParser::OnStart(const XmlName& name, const XmlAttributes&) {
     }
     if (step_ != kFaultStep) return E_FAIL;
     if (depth_ != faultDepth_ + 1) return S_OK;
-    for (const Part& part : kParts) {
+    for (const auto& part : kParts) {
         if (part.name != name.local) continue;
         target_ = &(fault_->*part.text);
         target_->clear();

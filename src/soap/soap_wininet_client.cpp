@@ -26,7 +26,6 @@ constexpr wchar_t kContentType[] = L"Content-Type: application/soap+xml\r\n";
 constexpr DWORD kRequestFlags = INTERNET_FLAG_KEEP_CONNECTION | INTERNET_FLAG_NO_UI |
                                 INTERNET_FLAG_NO_AUTO_REDIRECT | INTERNET_FLAG_NO_COOKIES |
                                 INTERNET_FLAG_NO_CACHE_WRITE;
-constexpr DWORD kConnectFlags = INTERNET_FLAG_NO_UI;
 constexpr DWORD kIgnoreCertificate = SECURITY_FLAG_IGNORE_UNKNOWN_CA | SECURITY_FLAG_IGNORE_CERT_CN_INVALID |
                                      SECURITY_FLAG_IGNORE_CERT_DATE_INVALID;
 
@@ -231,7 +230,7 @@ HRESULT CVlSoapWininetClient::Connect() {
     if (internet_) {
         SetTimeouts(internet_.Get());
         connection_.Reset(InternetConnectW(internet_.Get(), url_.host.c_str(), url_.port, nullptr, nullptr,
-                                           INTERNET_SERVICE_HTTP, kConnectFlags, 0));
+                                           INTERNET_SERVICE_HTTP, INTERNET_FLAG_NO_UI, 0));
     }
     if (connection_) return S_OK;
     Fail(L"no connection to " + Endpoint() + L": " + FromUtf8(ErrorText(GetLastError())));
@@ -261,26 +260,20 @@ HRESULT CVlSoapWininetClient::OpenRequest() {
     return S_OK;
 }
 
-HRESULT CVlSoapWininetClient::Send(std::wstring headers) {
-    struct Sending {
-        HINTERNET request = nullptr;
-        std::wstring headers;
-        std::string body;
+HRESULT CVlSoapWininetClient::Send(const std::wstring& headers) {
+    struct Result {
         BOOL sent = FALSE;
         DWORD error = ERROR_SUCCESS;
     };
-    const auto sending = std::make_shared<Sending>();
-    sending->request = request_.Get();
-    sending->headers = std::move(headers);
-    sending->body = body_;
-    const bool ended = RunWithinTime(EffectiveTimeout() * kSendTimeouts, [sending] {
-        Sending& s = *sending;
-        s.sent = HttpSendRequestW(s.request, s.headers.data(), static_cast<DWORD>(s.headers.size()),
-                                  s.body.data(), static_cast<DWORD>(s.body.size()));
-        s.error = s.sent ? ERROR_SUCCESS : GetLastError();
-    });
-    if (ended && sending->sent) return S_OK;
-    const DWORD error = ended ? sending->error : static_cast<DWORD>(ERROR_INTERNET_TIMEOUT);
+    const auto result = std::make_shared<Result>();
+    const auto send = [result, request = request_.Get(), headers, body = body_]() mutable {
+        result->sent = HttpSendRequestW(request, headers.data(), static_cast<DWORD>(headers.size()),
+                                        body.data(), static_cast<DWORD>(body.size()));
+        result->error = GetLastError();
+    };
+    const bool ended = RunWithinTime(EffectiveTimeout() * kSendTimeouts, send);
+    if (ended && result->sent) return S_OK;
+    const DWORD error = ended ? result->error : static_cast<DWORD>(ERROR_INTERNET_TIMEOUT);
     return Fail(L"no answer from " + Endpoint() + L": " + FromUtf8(ErrorText(error)));
 }
 

@@ -110,7 +110,7 @@ class CVlSoapWininetClient {
     void EndExchange(size_t bytes);
     HRESULT Connect();
     HRESULT OpenRequest();
-    HRESULT Send(std::wstring headers);
+    HRESULT Send(const std::wstring& headers);
     HRESULT QueryStatus();
     void SetTimeouts(HINTERNET handle) const;
     // Runs a call on the request. False when it did not end in time; all handles are then closed.

@@ -177,13 +177,11 @@ constexpr AttributeDescriptor DescriptorOf(bool known = true, bool opaque = fals
 // As they stand in kLayouts.
 enum Layout : uint8_t { kUnknown, kOpaque, kRaw8, kRaw28, kAddresses, kAddressValues, kText };
 
-struct IdRange {
+// Every known id.
+constexpr struct {
     uint16_t first;
     uint16_t last;
-};
-
-// Every known id.
-constexpr IdRange kKnownIds[] = {
+} kKnownIds[] = {
     {2, 4},         {6, 14},        {16, 16},       {18, 20},       {23, 25},       {27, 32},
     {35, 37},       {39, 39},       {44, 54},       {57, 60},       {63, 68},       {72, 78},
     {80, 81},       {83, 89},       {91, 92},       {95, 95},       {99, 109},      {111, 113},
@@ -226,7 +224,7 @@ constexpr AttributeDescriptor kLayouts[] = {
 
 constexpr std::array<uint8_t, kIdLimit> kLayoutOfId = [] {
     std::array<uint8_t, kIdLimit> layouts{};
-    for (const IdRange& range : kKnownIds)
+    for (const auto& range : kKnownIds)
         std::fill(layouts.begin() + range.first, layouts.begin() + range.last + 1, kOpaque);
     for (const size_t id : {144u, 146u, 199u, 261u, 266u, 300u, 1080u})
         layouts[id] = kAddresses;
@@ -240,8 +238,7 @@ constexpr std::array<uint8_t, kIdLimit> kLayoutOfId = [] {
 }();
 
 const AttributeDescriptor* FindStructure(uint16_t subId) {
-    const bool known =
-        std::find(std::begin(kStructures), std::end(kStructures), subId) != std::end(kStructures);
+    const bool known = std::ranges::find(kStructures, subId) != std::end(kStructures);
     return known && TablesRegistered() ? &kLayouts[kOpaque] : nullptr;
 }
 

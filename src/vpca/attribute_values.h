@@ -76,12 +76,6 @@ struct TextRecord {
 };
 static_assert(sizeof(TextRecord) == 40);
 
-// A scalar of Size bytes in wire order.
-template <uint32_t Size>
-struct RawValue {
-    uint8_t bytes[Size];
-};
-
 #pragma pack(pop)
 
 }  // namespace vlm::vpca

@@ -166,8 +166,7 @@ VpcaError StartFrame(VpcaHeader* header, uint32_t bodyLength, FrameBuffer* desti
 
 VpcaError StartResult(VpcaResult* result, VpcaCursor body, uint32_t minimumLength) {
     if (body.remaining >= minimumLength) return VpcaError::kSuccess;
-    constexpr uint16_t kStatusTooShort = 6;
-    result->status = kStatusTooShort;
+    result->status = 6;
     return VpcaError::kTooShort;
 }
 

@@ -1,7 +1,6 @@
 #include "vpca/header.h"
 
 #include <iterator>
-#include <type_traits>
 
 #include "vpca/log.h"
 
@@ -51,8 +50,7 @@ VpcaError GetField10(VpcaField field, const VpcaHeader& header, uint32_t* value)
 }
 
 VpcaError SetField10(VpcaField field, VpcaHeader* header, uint32_t value) {
-    return UseField10(field, *header, [field, value](auto& member) {
-        using Member = std::remove_reference_t<decltype(member)>;
+    return UseField10(field, *header, [field, value]<typename Member>(Member& member) {
         member = static_cast<Member>(field == VpcaField::kOption ? value & UINT8_MAX : value);
         return VpcaError::kSuccess;
     });

@@ -9,18 +9,16 @@
 
 namespace vlm::vpca {
 
-namespace internal {
 inline std::atomic<bool> tablesRegistered{false};
-}
 
 // Always true.
 inline bool RegisterTables() {
-    internal::tablesRegistered.store(true, std::memory_order_relaxed);
+    tablesRegistered.store(true, std::memory_order_relaxed);
     return true;
 }
 
 inline bool TablesRegistered() {
-    return internal::tablesRegistered.load(std::memory_order_relaxed);
+    return tablesRegistered.load(std::memory_order_relaxed);
 }
 
 }  // namespace vlm::vpca

@@ -60,9 +60,9 @@ TEST_F(AttributeTest, ScalarsAreCopiedAsTheyAre) {
     EXPECT_EQ(list_.valueBytes, 36u);
     EXPECT_EQ(list_.entries[0].id, 180);
     EXPECT_EQ(list_.entries[0].kind, 0);
-    EXPECT_EQ(ToHex(ValueAt<RawValue<8>>(0).bytes, 8), "01 02 03 04 05 06 07 08");
+    EXPECT_EQ(ToHex(&ValueAt<uint8_t>(0), 8), "01 02 03 04 05 06 07 08");
     EXPECT_EQ(list_.entries[1].id, 2405);
-    EXPECT_EQ(ToHex(ValueAt<RawValue<28>>(1).bytes + 24, 4), "88 99 AA BB");
+    EXPECT_EQ(ToHex(&ValueAt<uint8_t>(1) + 24, 4), "88 99 AA BB");
     EXPECT_EQ(destination_->capacity, 2 * 16 + 8 + 28u);
 }
 
