@@ -18,9 +18,8 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cstdio>
 #include <iostream>
-#include <memory>
+#include <map>
 #include <mutex>
 #include <sstream>
 #include <stdexcept>
@@ -48,12 +47,8 @@ void Say(const std::string& line) {
 // The lower port and the printer behind it.
 struct Printer : vlm::test::LowerMonitor {
     std::mutex mutex;
-    std::string calls;
-    std::string blocked, failing, throwing, raising;
+    std::map<std::string, std::string> trouble;  // the verb, and the step that it is for
     std::wstring opening;
-    int documents = 0;
-    bool interleaved = false;
-    bool closed = false;
     std::atomic<DWORD> pause{0};  // milliseconds of each step
     vlm::KernelHandle entered{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
     vlm::KernelHandle released{CreateEventW(nullptr, TRUE, FALSE, nullptr)};
@@ -64,71 +59,72 @@ struct Printer : vlm::test::LowerMonitor {
         table.pfnReadPort = Read;
     }
 
+    void Trouble(const std::string& verb, const std::string& step) {
+        const std::lock_guard guard(mutex);
+        trouble[verb] = step;
+    }
+    bool Has(const std::string& verb, const std::string& step) {
+        const std::lock_guard guard(mutex);
+        return trouble[verb] == step;
+    }
+
     BOOL Enter(const std::string& step) {
-        bool wait = false;
-        bool raise = false;
-        {
-            const std::lock_guard guard(mutex);
-            if (step == "OpenPort") {
-                closed = false;
-                return opening != L"USB004";
-            }
-            if (step == "EndDocPort") --documents;
-            calls += (calls.empty() ? "" : " ") + step + (closed ? "!AFTER-CLOSE" : "");
-            wait = blocked == step;
-            raise = raising == step;
-        }
+        if (step == "OpenPort") return opening != L"USB004";
         Sleep(pause);
-        if (wait) {
+        if (Has("block", step)) {
             SetEvent(entered.Get());
             WaitForSingleObject(released.Get(), 20'000);
         }
-        if (raise) RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
-        const std::lock_guard guard(mutex);
-        if (throwing == step) throw std::runtime_error("the lower monitor");
-        if (step == "ClosePort") closed = true;
-        if (failing == step) {
+        if (Has("raise", step)) RaiseException(EXCEPTION_ACCESS_VIOLATION, 0, 0, nullptr);
+        if (Has("throw", step)) throw std::runtime_error("the lower monitor");
+        if (Has("fail", step)) {
             SetLastError(ERROR_NOT_READY);
             return FALSE;
         }
-        if (step == "StartDocPort") {
-            interleaved = interleaved || documents != 0;
-            ++documents;
-            written.clear();
-        }
+        if (step == "StartDocPort") written.clear();
         return TRUE;
     }
 
     static BOOL WINAPI Read(HANDLE port, LPBYTE bytes, DWORD size, LPDWORD read) {
         auto& self = static_cast<Printer&>(*static_cast<LowerMonitor*>(port));
-        if (!self.Enter("ReadPort")) return FALSE;
-        const std::lock_guard guard(self.mutex);
+        if (LowerMonitor::ReadPort(port, bytes, size, read) == FALSE) return FALSE;
         const Bytes reply = self.Answer();
         *read = static_cast<DWORD>(std::min<size_t>(reply.size(), size));
         std::copy_n(reply.begin(), *read, bytes);
         return TRUE;
     }
 
+    // The steps since the last time.
+    std::string Steps() {
+        std::string steps;
+        for (const Call& call : ForgetCalls()) {
+            const std::string step = call.operation;
+            if (step != "OpenPort") steps += (steps.empty() ? "" : " ") + step;
+        }
+        return steps;
+    }
+
     // What was written last.
     Bytes Request() const { return {written.begin(), written.end()}; }
 
-    Bytes Answer() {
+    Bytes Answer() const {
         const Bytes request = Request();
         if (request.size() < 20) return {};
         Bytes body;
+        const auto fill = [&](size_t size, size_t factor, size_t first) {
+            for (size_t i = 0; i < size; ++i)
+                body.push_back(static_cast<unsigned char>(i * factor + first));
+        };
         if (request[5] == 0x31) {
             // The data id says how many bytes follow.
-            const size_t size = std::min<size_t>(request[22] * 256U + request[23], 8192);
             body.assign(request.begin() + 20, request.begin() + 24);
-            for (size_t i = 0; i < size; ++i)
-                body.push_back(static_cast<unsigned char>(i * 7 + 1));
+            fill(std::min<size_t>(request[22] * 256U + request[23], 8192), 7, 1);
         } else {
             // The last id is the attribute.
             const Bytes id(request.end() - 2, request.end());
-            const size_t size = id == Bytes{0x09, 0x65} ? 28 : 8;
-            body = {1, id[0], id[1], static_cast<unsigned char>(size)};
-            for (size_t i = 0; i < size; ++i)
-                body.push_back(static_cast<unsigned char>(0xA0 + i));
+            const unsigned char size = id == Bytes{0x09, 0x65} ? 28 : 8;
+            body = {1, id[0], id[1], size};
+            fill(size, 1, 0xA0);
         }
         Bytes frame(request.begin(), request.begin() + 20);
         frame[3] = 5;
@@ -143,6 +139,10 @@ struct Printer : vlm::test::LowerMonitor {
 Printer printer;
 Printer slowPrinter;
 
+std::string Outcome(bool done) {
+    return done ? "ok" : "error " + std::to_string(GetLastError());
+}
+
 class Host {
  public:
     Host() {
@@ -155,125 +155,94 @@ class Host {
         spooler_.Add({L"Bureau", L"USB001", L"B\u00FCro", bidi, nullptr, nullptr});
         spooler_.Add({L"Slow", L"USB005", L"slow", bidi, nullptr, nullptr});
         spooler_.Add({L"Net", L"IP_office", L"net", bidi, nullptr, nullptr});
+        Load();
+    }
+
+    // The line that answers.
+    std::string Do(const std::string& verb, const std::string& word) {
+        if (verb == "job") return Outcome(StartJob());
+        if (verb == "endjob") return Outcome(table_->pfnEndDocPort(port_));
+        if (verb == "block" || verb == "fail" || verb == "throw" || verb == "raise") {
+            printer.Trouble(verb, word);
+            ResetEvent(printer.released.Get());
+            ResetEvent(printer.entered.Get());
+            return "ok";
+        }
+        if (verb == "release") {
+            printer.Trouble("block", "");
+            return Outcome(SetEvent(printer.released.Get()));
+        }
+        if (verb == "entered")
+            return WaitForSingleObject(printer.entered.Get(), 10'000) == WAIT_OBJECT_0 ? "yes" : "no";
+        if (verb == "calls") return printer.Steps();
+        if (verb == "request") {
+            std::ostringstream hex;
+            for (const unsigned char byte : printer.Request())
+                hex << std::hex << std::uppercase << byte / 16 << byte % 16;
+            return hex.str();
+        }
+        if (verb == "open") return Outcome(Open(L"USB001"));
+        if (verb == "slow") {
+            if (!word.empty()) slowPrinter.pause = std::stoul(word);
+            return slowPrinter.Steps();
+        }
+        if (verb == "delay")
+            return Outcome(
+                spooler_.AddRule({"EnumPrintersW", 0, static_cast<DWORD>(std::stoul(word)), 0, 1}));
+        if (verb == "asked")
+            return std::to_string(std::ranges::count_if(
+                spooler_.Log(), [](const std::wstring& call) { return call.starts_with(L"EnumPrintersW"); }));
+        if (verb == "second") {
+            const HANDLE first = std::exchange(manager_, nullptr);
+            Initialize();
+            const bool made = manager_ != nullptr && manager_ != first;
+            table_->pfnShutdown(std::exchange(manager_, first));
+            return Outcome(made);
+        }
+        if (verb == "load") return Outcome(Load());
+        if (verb == "unload") {
+            FreeLibrary(module_);
+            return GetModuleHandleW(L"vllm3mon.dll") == nullptr ? "gone" : "kept";
+        }
+        return "pong";
+    }
+
+    // On a thread of its own, which says at its end how long that took.
+    void End(bool all) {
+        std::thread([all, table = table_, manager = manager_, port = port_] {
+            const ULONGLONG begin = GetTickCount64();
+            if (all) {
+                table->pfnShutdown(manager);
+            } else {
+                table->pfnClosePort(port);
+            }
+            Say("done " + std::to_string(GetTickCount64() - begin));
+        }).detach();
+    }
+
+ private:
+    bool Load() {
         module_ = LoadLibraryW(vlm::host::BesideProgram(L"vllm3mon.dll").c_str());
         Initialize();
         for (const wchar_t* name : {L"USB002", L"USB004", L"IP_office"})
             Open(name);
         Open(L"USB005", slowPrinter);
-        Open(L"USB001");
+        return Open(L"USB001");
     }
-
-    void Do(const std::string& line) {
-        std::istringstream in(line);
-        std::string verb;
-        std::string word;
-        in >> verb >> word;
-        if (verb == "job" || verb == "endjob") {
-            Job(verb == "job");
-        } else if (verb == "block" || verb == "fail" || verb == "throw" || verb == "raise") {
-            const std::lock_guard guard(printer.mutex);
-            (verb == "block"   ? printer.blocked
-             : verb == "fail"  ? printer.failing
-             : verb == "throw" ? printer.throwing
-                               : printer.raising) = word;
-            ResetEvent(printer.released.Get());
-            ResetEvent(printer.entered.Get());
-            Say("ok");
-        } else if (verb == "release") {
-            {
-                const std::lock_guard guard(printer.mutex);
-                printer.blocked.clear();
-            }
-            SetEvent(printer.released.Get());
-            Say("ok");
-        } else if (verb == "entered") {
-            Say(WaitForSingleObject(printer.entered.Get(), 10'000) == WAIT_OBJECT_0 ? "yes" : "no");
-        } else if (verb == "close" || verb == "shutdown") {
-            const HANDLE port = port_;
-            const HANDLE manager = manager_;
-            Timed([=, this] {
-                if (line == "close") {
-                    table_->pfnClosePort(port);
-                } else {
-                    table_->pfnShutdown(manager);
-                }
-            });
-        } else if (verb == "calls") {
-            const std::lock_guard guard(printer.mutex);
-            Say(printer.interleaved ? "INTERLEAVED" : printer.calls);
-            printer.calls.clear();
-        } else if (verb == "request") {
-            const std::lock_guard guard(printer.mutex);
-            std::ostringstream hex;
-            for (const unsigned char byte : printer.Request())
-                hex << std::hex << std::uppercase << byte / 16 << byte % 16;
-            Say(hex.str());
-        } else if (verb == "open") {
-            Open(L"USB001");
-            Say(opened_ ? "ok" : "error " + std::to_string(GetLastError()));
-        } else if (verb == "slow") {
-            if (!word.empty()) slowPrinter.pause = std::stoul(word);
-            const std::lock_guard guard(slowPrinter.mutex);
-            Say(std::exchange(slowPrinter.calls, ""));
-        } else if (verb == "delay") {
-            Say(spooler_.AddRule({"EnumPrintersW", 0, static_cast<DWORD>(std::stoul(word)), 0, 1})
-                    ? "ok"
-                    : "failed");
-        } else if (verb == "asked") {
-            // How often the spooler was asked for its printers so far.
-            const std::vector<std::wstring> log = spooler_.Log();
-            Say(std::to_string(std::count_if(log.begin(), log.end(), [](const std::wstring& call) {
-                return call.starts_with(L"EnumPrintersW");
-            })));
-        } else if (verb == "second") {
-            // One more manager of the module, for a moment.
-            const HANDLE first = std::exchange(manager_, nullptr);
-            Initialize();
-            const bool made = manager_ != nullptr && manager_ != first;
-            table_->pfnShutdown(std::exchange(manager_, first));
-            Say(made ? "ok" : "failed");
-        } else if (verb == "load") {
-            module_ = LoadLibraryW(vlm::host::BesideProgram(L"vllm3mon.dll").c_str());
-            Initialize();
-            Open(L"USB001");
-            Say(opened_ ? "ok" : "failed");
-        } else if (verb == "unload") {
-            FreeLibrary(module_);
-            Say(GetModuleHandleW(L"vllm3mon.dll") == nullptr ? "gone" : "kept");
-        } else {
-            Say("pong");
-        }
-    }
-
- private:
     void Initialize() {
         using Function = MONITOR2* WINAPI(MONITORINIT*, HANDLE*);
         table_ = vlm::FindFunction<Function>(module_, "InitializePrintMonitor2")(&init_, &manager_);
     }
-    void Open(std::wstring name, Printer& lower = printer) {
+    bool Open(std::wstring name, Printer& lower = printer) {
         vlm::test::LowerMonitor& below = lower;
         lower.opening = name;
-        opened_ =
-            table_->pfnOpenPortEx(manager_, &below, name.data(), name.data(), &port_, &below.table) != FALSE;
+        return table_->pfnOpenPortEx(manager_, &below, name.data(), name.data(), &port_, &below.table) !=
+               FALSE;
     }
-    void Job(bool start) {
-        if (!start) {
-            table_->pfnEndDocPort(port_);
-            Say("ok");
-            return;
-        }
+    bool StartJob() {
         wchar_t name[] = L"Office";
         DOC_INFO_1W document{};
-        const BOOL started = table_->pfnStartDocPort(port_, name, 1, 1, reinterpret_cast<LPBYTE>(&document));
-        Say(started ? "ok" : "error " + std::to_string(GetLastError()));
-    }
-    template <typename Work>
-    static void Timed(Work work) {
-        std::thread([work] {
-            const ULONGLONG begin = GetTickCount64();
-            work();
-            Say("done " + std::to_string(GetTickCount64() - begin));
-        }).detach();
+        return table_->pfnStartDocPort(port_, name, 1, 1, reinterpret_cast<LPBYTE>(&document)) != FALSE;
     }
 
     vlm::standin::Printers spooler_;
@@ -282,7 +251,6 @@ class Host {
     MONITOR2* table_ = nullptr;
     HANDLE manager_ = nullptr;
     HANDLE port_ = nullptr;
-    bool opened_ = false;
 };
 
 }  // namespace
@@ -292,8 +260,15 @@ int main() {
     Say("ready");
     std::string line;
     while (std::getline(std::cin, line)) {
-        if (!line.empty() && line.back() == '\r') line.pop_back();
-        host.Do(line);
+        std::istringstream in(line);
+        std::string verb;
+        std::string word;
+        in >> verb >> word;
+        if (verb == "close" || verb == "shutdown") {
+            host.End(verb == "shutdown");
+        } else {
+            Say(host.Do(verb, word));
+        }
     }
     // The process ends as it is, with whatever calls are in flight.
     ExitProcess(0);

@@ -5,6 +5,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "spooler/host/lower_table.h"
@@ -35,9 +36,10 @@ class LowerMonitor {
             if (operation == call.operation) ++count;
         return count;
     }
-    void ForgetCalls() {
+    // Gives what it forgets.
+    std::vector<Call> ForgetCalls() {
         const std::lock_guard guard(mutex_);
-        calls_.clear();
+        return std::exchange(calls_, {});
     }
 
     MONITOR2 table = host::LowerTable(OpenPort, StartDocPort, WritePort, ReadPort, EndDocPort, ClosePort);
@@ -73,6 +75,11 @@ class LowerMonitor {
     bool keepBytes = false;
     DWORD most = 0xFFFFFFFF;  // bytes it takes of one write
 
+ protected:
+    static BOOL WINAPI ReadPort(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD read) {
+        return Self(port).Note("ReadPort", buffer, size, read);
+    }
+
  private:
     static LowerMonitor& Self(HANDLE handle) { return *static_cast<LowerMonitor*>(handle); }
 
@@ -98,9 +105,6 @@ class LowerMonitor {
         if (written != nullptr) *written = size < self.most ? size : self.most;
         if (self.keepBytes && result) self.written.append(reinterpret_cast<char*>(buffer), *written);
         return result;
-    }
-    static BOOL WINAPI ReadPort(HANDLE port, LPBYTE buffer, DWORD size, LPDWORD read) {
-        return Self(port).Note("ReadPort", buffer, size, read);
     }
     static BOOL WINAPI EndDocPort(HANDLE port) { return Self(port).Note("EndDocPort"); }
     static BOOL WINAPI ClosePort(HANDLE port) { return Self(port).Note("ClosePort"); }
