@@ -2,13 +2,11 @@
 
 import pathlib
 import struct
-import sys
 import time
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import vpca_examples as examples  # noqa: E402
-from vprinter import LIMIT, VirtualPrinter, receive, wait_until  # noqa: E402
+import vpca_examples as examples
+from vprinter import LIMIT, VirtualPrinter, receive, wait_until
 
 
 def request(operation, body, sequence=7):
@@ -157,8 +155,7 @@ class Device(unittest.TestCase):
         self.printer.set_vpca_fault(truncate=0, requests=1)
         with self.printer.connect() as connection:
             connection.sendall(examples.BLOCK_REQUEST)
-            connection.settimeout(0.2)
-            self.assertEqual(receive(connection), (b"", "silence"))
+            self.assertEqual(receive(connection, 0.2), (b"", "silence"))
             connection.settimeout(LIMIT)
             self.exchange_block(connection)  # the fault is used up
 
@@ -186,7 +183,3 @@ class Device(unittest.TestCase):
     def test_RequestsAreKeptAsTheyCame(self):
         self.exchange(examples.ATTRIBUTE_REQUEST, examples.FULL_ATTRIBUTE_REQUEST)
         self.assertEqual(self.printer.vpca_requests()[-2:], [examples.ATTRIBUTE_REQUEST, examples.FULL_ATTRIBUTE_REQUEST])
-
-
-if __name__ == "__main__":
-    unittest.main()

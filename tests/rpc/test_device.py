@@ -1,16 +1,13 @@
 """The remote procedures down to a device: a foreign client calls, the monitor asks over a USB port whose lower monitor
 carries the bytes to the virtual printer's VPCA device, and the device answers, or does whatever it is told to do."""
 
-import pathlib
 import struct
-import sys
 import time
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
-from foreign_client import Foreign, command, parse, query  # noqa: E402
-from vprinter import VirtualPrinter  # noqa: E402
+import windows
+from foreign_client import Foreign, command, parse, query
+from vprinter import VirtualPrinter
 
 LOWER_TIMEOUT = 1000  # milliseconds
 TIMED_OUT = 10060
@@ -126,7 +123,3 @@ class DeviceTest(unittest.TestCase):
         self.assert_serves()
         record = self.printer.wait_for_documents(1)[-1]
         self.assertEqual((self.printer.store / record["file"]).read_bytes(), b"first part")
-
-
-if __name__ == "__main__":
-    unittest.main()

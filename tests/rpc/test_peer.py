@@ -1,15 +1,12 @@
 """vlmctl rpc and doctor where somebody else has the remote procedures' TCP port, by mistake or on purpose: whatever that
 peer sends, the companion ends with one line."""
 
-import pathlib
 import struct
-import sys
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
-from foreign_client import command, query  # noqa: E402
-from rpc_peer import (RpcPeer, answer, bind_ack, bind_nak, endless, fault, fragments, pdu, reply,  # noqa: E402
+import windows
+from foreign_client import command, query
+from rpc_peer import (RpcPeer, answer, bind_ack, bind_nak, endless, fault, fragments, pdu, reply,
                       RESPONSE)
 
 QUERY = ("query", "USB001", 16)
@@ -104,7 +101,3 @@ class DoctorTest(unittest.TestCase):
         with RpcPeer(refuse) as peer:
             self.assertRegex(self.tcp(), r"ok +rpc tcp +answers \(110")
         self.assertEqual(struct.unpack_from("<I", peer.requests[0][1], len(peer.requests[0][1]) - 4), (0,))
-
-
-if __name__ == "__main__":
-    unittest.main()

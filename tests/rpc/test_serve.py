@@ -10,8 +10,7 @@ import sys
 import time
 import unittest
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
+import windows
 
 PAGE = windows.ROOT / "docs/rpc.md"
 
@@ -71,7 +70,3 @@ class ServeTest(unittest.TestCase):
                 self.assertEqual(done.returncode, status)
                 self.assertIn(says, done.stdout + done.stderr)
                 self.assertEqual(run("./dev vlmctl rpc query USB001 0x11223344").returncode, 0)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -20,6 +20,7 @@ import subprocess
 import tempfile
 import time
 import urllib.error
+import urllib.parse
 import urllib.request
 
 _ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -38,8 +39,9 @@ def wait_until(condition, what):
         time.sleep(0.01)
 
 
-def receive(connection):
+def receive(connection, patience=LIMIT):
     """All that comes, and how it ends: "end", "cut" (TLS without a goodbye), "reset" or "silence"."""
+    connection.settimeout(patience)
     received = bytearray()
     try:
         while piece := connection.recv(1 << 20):
@@ -53,6 +55,43 @@ def receive(connection):
         return bytes(received), "reset"
     except TimeoutError:
         return bytes(received), "silence"
+
+
+def connect(url):
+    """A connection to the port of a URL; one of https takes any certificate."""
+    parts = urllib.parse.urlsplit(url)
+    connection = socket.create_connection((parts.hostname, parts.port), timeout=LIMIT)
+    if parts.scheme == "https":
+        context = ssl.create_default_context()
+        context.check_hostname = False
+        context.verify_mode = ssl.CERT_NONE
+        context.options &= ~ssl.OP_IGNORE_UNEXPECTED_EOF  # an end without TLS's goodbye is to be seen
+        connection = context.wrap_socket(connection, suppress_ragged_eofs=False)
+    return connection
+
+
+def post(connection, body, url, version="1.0", content_type="application/soap+xml"):
+    path = urllib.parse.urlsplit(url).path
+    connection.sendall(f"POST {path} HTTP/{version}\r\nAccept: text/*\r\nSOAPAction: \"\"\r\n"
+                       f"Content-Type: {content_type}\r\nUser-Agent: VCSoapClient\r\nHost: printer\r\n"
+                       f"Content-Length: {len(body.encode())}\r\n\r\n{body}".encode())
+
+
+def exchange(url, body, patience=LIMIT, **details):
+    """One request to a SOAP service; the whole answer, and how it ends."""
+    try:
+        with connect(url) as connection:
+            post(connection, body, url, **details)
+            return receive(connection, patience)
+    except ConnectionResetError:  # before there was anything to receive
+        return b"", "reset"
+
+
+def split(answer):
+    """Status, headers by lower-case name, body."""
+    head, _, body = answer.partition(b"\r\n\r\n")
+    status, *lines = head.decode().split("\r\n")
+    return int(status.split()[1]), {k.lower(): v for k, v in (line.split(": ", 1) for line in lines)}, body
 
 
 class ControlError(Exception):
@@ -132,14 +171,10 @@ class VirtualPrinter:
     def documents(self):
         return self.call("GET", "/documents")
 
-    def wait_for_documents(self, count, limit=10):
+    def wait_for_documents(self, count):
         """The records, as soon as there are `count` of them."""
-        give_up = time.monotonic() + limit
-        while len(records := self.documents()) < count:
-            if time.monotonic() > give_up:
-                raise TimeoutError(f"{len(records)} of {count} documents after {limit} s")
-            time.sleep(0.02)
-        return records
+        wait_until(lambda: len(self.documents()) >= count, f"{count} documents")
+        return self.documents()
 
     def set_fault(self, mode, **details):
         """mode: refuse, stall, slow, reset; details: after, rate, connections."""

@@ -1,19 +1,16 @@
 """The remote procedures as clients in other processes meet them: the companion over each endpoint, and impacket over
 TCP, which shares no code with us or with the runtime that serves."""
 
-import pathlib
 import socket
 import struct
-import sys
 import time
 import unittest
 from concurrent.futures import ThreadPoolExecutor
 
 from impacket.dcerpc.v5.rpcrt import DCERPCException
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
-import windows  # noqa: E402
-from foreign_client import TCP_PORT, Foreign, command, parse, query  # noqa: E402
+import windows
+from foreign_client import TCP_PORT, Foreign, command, parse, query
 
 EXCHANGE = "StartDocPort WritePort ReadPort EndDocPort"
 ONE_AFTER_THE_OTHER = rf"\A({EXCHANGE}( |\Z))+\Z"
@@ -356,7 +353,3 @@ class ClosingTest(unittest.TestCase):
             self.assertEqual(host.do("unload"), "gone")
             self.assertRegex(self.query(), "RPC status 1717")
             self.assertEqual(host.do("load"), "ok")
-
-
-if __name__ == "__main__":
-    unittest.main()
