@@ -7,13 +7,11 @@
 //   fail STEP | throw STEP | raise STEP | release
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
 //   entered | calls    calls: what was asked of the lower port since the last time
-//   request            the last one that was written, in hex
 //   slow MS | slow     each lower step of USB005 takes so long; what was asked of it since the last time
 //   delay MS           the spooler's next enumeration of printers takes so long
 //   asked              how often its printers were enumerated so far
 //   open | second      the port again; another manager for a moment
 //   unload | load      the module, without Shutdown
-//   ping
 #include <windows.h>
 
 #include <algorithm>
@@ -104,11 +102,8 @@ struct Printer : vlm::test::LowerMonitor {
         return steps;
     }
 
-    // What was written last.
-    Bytes Request() const { return {written.begin(), written.end()}; }
-
     Bytes Answer() const {
-        const Bytes request = Request();
+        const Bytes request(written.begin(), written.end());
         if (request.size() < 20) return {};
         Bytes body;
         const auto fill = [&](size_t size, size_t factor, size_t first) {
@@ -175,12 +170,6 @@ class Host {
         if (verb == "entered")
             return WaitForSingleObject(printer.entered.Get(), 10'000) == WAIT_OBJECT_0 ? "yes" : "no";
         if (verb == "calls") return printer.Steps();
-        if (verb == "request") {
-            std::ostringstream hex;
-            for (const unsigned char byte : printer.Request())
-                hex << std::hex << std::uppercase << byte / 16 << byte % 16;
-            return hex.str();
-        }
         if (verb == "open") return Outcome(Open(L"USB001"));
         if (verb == "slow") {
             if (!word.empty()) slowPrinter.pause = std::stoul(word);
@@ -200,11 +189,8 @@ class Host {
             return Outcome(made);
         }
         if (verb == "load") return Outcome(Load());
-        if (verb == "unload") {
-            FreeLibrary(module_);
-            return GetModuleHandleW(L"vllm3mon.dll") == nullptr ? "gone" : "kept";
-        }
-        return "pong";
+        FreeLibrary(module_);  // unload
+        return GetModuleHandleW(L"vllm3mon.dll") == nullptr ? "gone" : "kept";
     }
 
     // On a thread of its own, which says at its end how long that took.

@@ -1,7 +1,6 @@
 """The remote procedures down to a device: a foreign client calls, the monitor asks over a USB port whose lower monitor
 carries the bytes to the virtual printer's VPCA device, and the device answers, or does whatever it is told to do."""
 
-import struct
 import time
 import unittest
 
@@ -71,7 +70,11 @@ class DeviceTest(unittest.TestCase):
                 code, reply = expected
                 self.assertEqual(self.command(*ids, size=capacity), (code, len(reply), reply))
                 self.assert_serves()
-        self.assertEqual(struct.unpack(">II", self.printer.vpca_requests()[-2][10:18]), (0x51525354, 0x61626364))
+
+    def test_command_reaches_the_device_as_it_was_asked(self):
+        self.client.call(1, command(longs=[0x01020304, 5], shorts=[180, 2405]))
+        self.assertEqual(self.printer.vpca_requests()[-1], bytes.fromhex(
+            "CDCA100400660001 0014 5152535461626364 0000 0A0B0000 0002 0102030400000005 0002 00B40965"))
 
     def test_faults_of_the_device_reach_the_caller_as_codes_and_leave_the_port_free(self):
         block, attribute = self.query, lambda: self.command(180)
