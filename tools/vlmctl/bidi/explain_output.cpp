@@ -1,5 +1,3 @@
-
-
 #include "tools/vlmctl/bidi/output.h"
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/console/table.h"
