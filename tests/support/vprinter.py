@@ -31,11 +31,11 @@ PROGRAM = os.environ.get("VPRINTER", str(_ROOT / "build/native/bin/vprinter"))
 LIMIT = 5  # seconds that any single wait on a socket may take
 
 
-def wait_until(condition, what):
-    give_up = time.monotonic() + LIMIT
+def wait_until(condition, what, patience=10):
+    give_up = time.monotonic() + patience
     while not condition():
         if time.monotonic() > give_up:
-            raise TimeoutError(f"not within {LIMIT} s: {what}")
+            raise TimeoutError(f"not within {patience} s: {what}")
         time.sleep(0.01)
 
 

@@ -20,8 +20,9 @@ NOBODY = "http://127.0.0.1:1/active/deptid"
 TOOLKIT = pathlib.Path(os.environ.get("DEPTID_TOOLKIT", windows.ROOT / "build/native/bin/deptid_toolkit"))
 
 
-def check(url, user, *arguments, password="x\n"):
-    return windows.run("vlmctl.exe", "--trace", "deptid", "check", url, "--user", user, *arguments, stdin=password)
+def check(url, user, *arguments, password="x\n", **environment):
+    return windows.run("vlmctl.exe", "--trace", "deptid", "check", url, "--user", user, *arguments, stdin=password,
+                       **environment)
 
 
 class Check(Companion):
@@ -89,8 +90,8 @@ class AgainstThePrinter(Check, WithPrinter):
         for fault in (None, "soap11-fault", "not-found", "html", "truncated"):
             if fault:
                 self.printer.set_wsd_fault(fault)
-            done = check(self.url, "4711", password=f"{SECRET}\n")
-            self.assertIn("trace: ", done.stderr)
+            done = check(self.url, "4711", password=f"{SECRET}\n", VLLM3MON_TRACE="verbose")
+            self.assertIn("trace: Info: host ", done.stderr)
             for part in ("Xq7", "hidden", "geheim"):
                 self.assertNotIn(part, done.stdout + done.stderr, fault)
 

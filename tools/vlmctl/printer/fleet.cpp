@@ -9,6 +9,7 @@
 #include <mutex>
 #include <set>
 #include <thread>
+#include <utility>
 
 #include "tools/vlmctl/console/console.h"
 #include "tools/vlmctl/exchange/reach.h"
@@ -137,7 +138,7 @@ std::vector<FleetPrinter> AskFleet(const std::vector<std::string>& urls, const F
         const Clock::time_point now = Clock::now();
         waiting.remove_if([&](const Waiting& one) {
             FleetPrinter& printer = printers[one.number];
-            if (std::optional<FleetPrinter>& answer = asked->answers[one.number]) {
+            if (auto answer = std::exchange(asked->answers[one.number], std::nullopt)) {
                 printer = std::move(*answer);
                 return true;
             }
