@@ -272,8 +272,10 @@ TEST_F(AttributeTest, ValuesThatLackTheBytesTheyAnnounceAreNotEncoded) {
     opaque.size = 1;
     const std::pair<uint16_t, const void*> cases[] = {{144, &list}, {2112, &record}, {2, &opaque}};
     for (const auto& [id, value] : cases) {
+        const AttributeDescriptor* const descriptor = FindAttribute(id);
+        ASSERT_NE(descriptor, nullptr) << id;
         uint32_t size = 0;
-        EXPECT_EQ(FindAttribute(id)->encodedSize(value, true, &size), VpcaError::kBadArgument) << id;
+        EXPECT_EQ(descriptor->encodedSize(value, true, &size), VpcaError::kBadArgument) << id;
     }
 }
 
