@@ -2,7 +2,7 @@
 // its ports, and then does what the lines on standard input say, with one line of output for each, until
 // their end:
 //
-//   job | endjob       StartDocPort / EndDocPort on USB001
+//   job                StartDocPort on USB001
 //   block STEP         the lower STEP (StartDocPort, WritePort, ReadPort, EndDocPort) waits for "release"
 //   fail STEP | throw STEP | raise STEP | release
 //   close | shutdown   on a thread of its own; "entered" waits for a STEP that blocks
@@ -105,25 +105,16 @@ struct Printer : vlm::test::LowerMonitor {
     Bytes Answer() const {
         const Bytes request(written.begin(), written.end());
         if (request.size() < 20) return {};
-        Bytes body;
-        const auto fill = [&](size_t size, size_t factor, size_t first) {
-            for (size_t i = 0; i < size; ++i)
-                body.push_back(static_cast<unsigned char>(i * factor + first));
-        };
+        // The value of attribute 180, or a data block whose id says how many bytes follow.
+        Bytes body = {1, 0, 180, 8, 0xA0, 0xA1, 0xA2, 0xA3, 0xA4, 0xA5, 0xA6, 0xA7};
         if (request[5] == 0x31) {
-            // The data id says how many bytes follow.
             body.assign(request.begin() + 20, request.begin() + 24);
-            fill(std::min<size_t>(request[22] * 256U + request[23], 8192), 7, 1);
-        } else {
-            // The last id is the attribute.
-            const Bytes id(request.end() - 2, request.end());
-            const unsigned char size = id == Bytes{0x09, 0x65} ? 28 : 8;
-            body = {1, id[0], id[1], size};
-            fill(size, 1, 0xA0);
+            for (int i = 0; i < request[23]; ++i)
+                body.push_back(static_cast<unsigned char>(i * 7 + 1));
         }
         Bytes frame(request.begin(), request.begin() + 20);
         frame[3] = 5;
-        frame[8] = static_cast<unsigned char>(body.size() >> 8);
+        frame[8] = 0;
         frame[9] = static_cast<unsigned char>(body.size());
         frame[19] = 1;
         frame.insert(frame.end(), body.begin(), body.end());
@@ -156,7 +147,6 @@ class Host {
     // The line that answers.
     std::string Do(const std::string& verb, const std::string& word) {
         if (verb == "job") return Outcome(StartJob());
-        if (verb == "endjob") return Outcome(table_->pfnEndDocPort(port_));
         if (verb == "block" || verb == "fail" || verb == "throw" || verb == "raise") {
             printer.Trouble(verb, word);
             ResetEvent(printer.released.Get());

@@ -1,6 +1,7 @@
 """The remote procedures down to a device: a foreign client calls, the monitor asks over a USB port whose lower monitor
 carries the bytes to the virtual printer's VPCA device, and the device answers, or does whatever it is told to do."""
 
+import struct
 import time
 import unittest
 
@@ -45,7 +46,8 @@ class DeviceTest(unittest.TestCase):
 
     def test_data_blocks_come_as_the_device_has_them_up_to_one_read(self):
         for data_id, capacity, expected in (
-                (SMALL_BLOCK, 4, (0, SMALL_BLOCK_DATA)), (SMALL_BLOCK, 3, (122, b"")), (1, 64, (0, b"")),
+                (SMALL_BLOCK, 4, (0, SMALL_BLOCK_DATA)), (SMALL_BLOCK, 3, (122, b"")), (SMALL_BLOCK, 0, (122, b"")),
+                (1, 64, (0, b"")),
                 (2, 8192, (0, pattern(8192))), (2, 1_048_576, (0, pattern(8192))), (2, 8191, (122, b"")),
                 # Longer than one read: its beginning, and the rest does not come back with the next call.
                 (3, 1_048_576, (0, pattern(8192))), (4, 1_048_576, (0, pattern(8192))),
@@ -57,7 +59,7 @@ class DeviceTest(unittest.TestCase):
 
     def test_attributes(self):
         for ids, capacity, expected in (
-                ((180,), 8, (0, VALUE_180)), ((180,), 7, (122, b"")),
+                ((180,), 8, (0, VALUE_180)), ((180,), 7, (122, b"")), ((180,), 0, (122, b"")),
                 ((2405,), 64, (0, VALUE_2405)), ((2405,), 27, (122, b"")),
                 ((180, 2112), 64, (0, VALUE_180)), ((2112, 180), 64, (0, b"")),
                 # The values together count against the capacity, though only the first is handed out.
@@ -71,10 +73,15 @@ class DeviceTest(unittest.TestCase):
                 self.assertEqual(self.command(*ids, size=capacity), (code, len(reply), reply))
                 self.assert_serves()
 
-    def test_command_reaches_the_device_as_it_was_asked(self):
-        self.client.call(1, command(longs=[0x01020304, 5], shorts=[180, 2405]))
-        self.assertEqual(self.printer.vpca_requests()[-1], bytes.fromhex(
+    def test_request_reaches_the_device_as_it_was_asked(self):
+        self.query()
+        for longs, shorts in (([0x01020304, 5], [180, 2405]), (range(1000, 1064), range(100, 164))):
+            self.client.call(1, command(longs=longs, shorts=shorts))
+        block, few, most = self.printer.vpca_requests()[-3:]
+        self.assertEqual(block, bytes.fromhex("CDCA100400310001 0004 0000000000000000 0000 11223344"))
+        self.assertEqual(few, bytes.fromhex(
             "CDCA100400660001 0014 5152535461626364 0000 0A0B0000 0002 0102030400000005 0002 00B40965"))
+        self.assertEqual(most[24:], struct.pack(">H64IH64H", 64, *range(1000, 1064), 64, *range(100, 164)))
 
     def test_faults_of_the_device_reach_the_caller_as_codes_and_leave_the_port_free(self):
         block, attribute = self.query, lambda: self.command(180)
@@ -82,7 +89,8 @@ class DeviceTest(unittest.TestCase):
         cases = [(block, {"status": status}, 31) for status in (0, 2, 4, 29, 33, 34, 0xFFFF)]
         cases += [(attribute, {"status": status}, 31) for status in (0, 29, 33, 65535)]
         cases += [
-            (block, {"id": SMALL_BLOCK + 1}, 13), (block, {"operation": 0x66}, 13), (block, {"operation": 45}, 13),
+            (block, {"id": SMALL_BLOCK + 1}, 13), (block, {"id": SMALL_BLOCK + 1, "status": 29}, 13),
+            (block, {"operation": 0x66}, 13), (block, {"operation": 45}, 13),
             (attribute, {"operation": 0x31}, 13), (attribute, {"length": 0}, 13), (attribute, {"length": 100}, 13),
             (attribute, {"id": 2405}, 13),  # 2405 with the length of 180
             (attribute, {"id": 7}, (0, 0, b"")), (block, {"length": 1}, 0), (block, {"sequence": 9}, 0),
@@ -90,7 +98,8 @@ class DeviceTest(unittest.TestCase):
             (block, {"reply": b"\xCD\xCA\x11" + bytes(30)}, 13), (block, {"reply": b"\xFF" * 9_000}, 13),
             (attribute, {"reply": b"\0"}, 13), (attribute, {"reply": b"\xFF" * 64}, 13),
             (block, {"truncate": 19}, 13), (block, {"truncate": 23}, 13),
-            (block, {"truncate": whole - 1}, (0, 3, SMALL_BLOCK_DATA[:3])), (attribute, {"truncate": 30}, 13),
+            (block, {"truncate": whole - 1}, (0, 3, SMALL_BLOCK_DATA[:3])),
+            (block, {"truncate": whole - 3}, (0, 1, SMALL_BLOCK_DATA[:1])), (attribute, {"truncate": 30}, 13),
             (block, {"truncate": 0, "close": True}, 13),
             (block, {"truncate": 0}, TIMED_OUT), (attribute, {"truncate": 0}, TIMED_OUT),
             # An answer that comes after the port below gave up is not taken for the next call's.
@@ -120,6 +129,8 @@ class DeviceTest(unittest.TestCase):
         begin = time.monotonic()
         self.assertEqual(self.query(), (5, 0, b""))
         self.assertTrue(0.9 < time.monotonic() - begin < 3)
+        # A second job waits in vain and gives a lock back that is not its own: the port is still not free.
+        self.assertRegex(self.spooler.do("start 1"), "170")
         self.assertRegex(self.spooler.do("text first part"), "ok$")
         self.assertEqual(self.command(180), (5, 0, b""))
         self.assertRegex(self.spooler.do("end"), "ok$")

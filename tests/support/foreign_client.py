@@ -36,8 +36,8 @@ def query(name="USB001", data_id=16, size=8192):
 
 
 def command(name="USB001", values=(0x51525354, 0x61626364), longs=(), shorts=(180,), size=64, long_count=None,
-            short_count=None):
-    params = struct.pack("<HBxHxx", 0x0A0B, 0, len(longs) if long_count is None else long_count)
+            short_count=None, kind=0):
+    params = struct.pack("<HBxHxx", 0x0A0B, kind, len(longs) if long_count is None else long_count)
     params += struct.pack("<64I", *longs, *[0] * (64 - len(longs)))
     params += struct.pack("<H64Hxx", len(shorts) if short_count is None else short_count, *shorts,
                           *[0] * (64 - len(shorts)))

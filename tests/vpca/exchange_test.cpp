@@ -23,7 +23,6 @@ Bytes AttributeFrame(uint16_t status, const Bytes& list) {
 }
 
 const Bytes kEightBytes = Hex("01 00B4 08 0102030405060708");
-const Bytes kTwentyEightBytes = Hex("01 0965 1C") + Bytes(28, 0x42);
 
 enum class Question { kDataBlock, kAttribute };
 
@@ -52,85 +51,38 @@ Outcome Ask(ScriptedPort* scripted, Question question, uint32_t capacity) {
     return outcome;
 }
 
-const Bytes kBlockRequest = Hex("CD CA 10 04 00 31 00 01 00 04 00000000 00000000 0000 00000007");
-const Bytes kAttributeRequest =
-    Hex("CD CA 10 04 00 66 00 01 00 0A 51525354 61626364 0000 0000 00 00 0000 0001 00B4");
-
-TEST(ExchangeTest, DataBlockIsAskedForInOneDocumentAndReturned) {
-    ScriptedPort scripted;
-    scripted.answers = {DataAnswer(1, 7, Hex("AA BB CC"))};
-    const Outcome outcome = Ask(&scripted, Question::kDataBlock, 3);
-    EXPECT_EQ(outcome.error, 0u);
-    EXPECT_EQ(outcome.size, 3u);
-    EXPECT_EQ(outcome.buffer, Hex("AA BB CC") + Bytes(16, 0xEE));
-    EXPECT_EQ(scripted.calls, (std::vector<Step>{Step::kStartDoc, Step::kWrite, Step::kRead, Step::kEndDoc}));
-    EXPECT_EQ(scripted.readSizes, std::vector<DWORD>{8216});
-    EXPECT_EQ(scripted.flagsWhileOpen, 0x9u);
-}
-
-struct AnswerCase {
-    const char* what;
-    Bytes answer;
-    uint32_t capacity;
-    DWORD error;
-    Bytes reply = {};
-};
-
-void ExpectOutcomes(Question question, const std::vector<AnswerCase>& cases) {
-    for (const AnswerCase& c : cases) {
-        SCOPED_TRACE(c.what);
+// The requests, and which answer leads to which code, are in tests/rpc/test_device.py; here is what is
+// written where.
+TEST(ExchangeTest, QuestionIsAskedInOneDocumentAndItsAnswerStaysWithinTheCapacity) {
+    const struct {
+        Question question;
+        Bytes answer;
+        Bytes reply;
+        DWORD readSize;
+    } cases[] = {
+        {Question::kDataBlock, DataAnswer(1, 7, Hex("AA BB CC")), Hex("AA BB CC"), 8216},
+        {Question::kAttribute, AttributeFrame(1, kEightBytes), Hex("0102030405060708"), 64},
+    };
+    for (const auto& c : cases) {
+        const auto capacity = static_cast<uint32_t>(c.reply.size());
         ScriptedPort scripted;
         scripted.answers = {c.answer};
-        const Outcome outcome = Ask(&scripted, question, c.capacity);
-        EXPECT_EQ(outcome.error, c.error);
-        EXPECT_EQ(outcome.size, c.error == 0 ? c.reply.size() : c.capacity) << "unchanged by a failure";
-        EXPECT_EQ(outcome.buffer, c.reply + Bytes(c.capacity + 16 - c.reply.size(), 0xEE))
-            << "nothing is written behind the reply, or at all on failure";
-        EXPECT_EQ(scripted.written, question == Question::kDataBlock ? kBlockRequest : kAttributeRequest);
-        EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
+        const Outcome fits = Ask(&scripted, c.question, capacity);
+        EXPECT_EQ(fits.error, 0u);
+        EXPECT_EQ(fits.size, capacity);
+        EXPECT_EQ(fits.buffer, c.reply + Bytes(16, 0xEE)) << "nothing is written behind the reply";
+        EXPECT_EQ(scripted.calls,
+                  (std::vector<Step>{Step::kStartDoc, Step::kWrite, Step::kRead, Step::kEndDoc}));
+        EXPECT_EQ(scripted.readSizes, std::vector<DWORD>{c.readSize});
+        EXPECT_EQ(scripted.flagsWhileOpen, 0x9u);
+
+        scripted.answers = {c.answer};
+        const Outcome large = Ask(&scripted, c.question, capacity - 1);
+        EXPECT_EQ(large.error, DWORD{ERROR_INSUFFICIENT_BUFFER});
+        EXPECT_EQ(large.size, capacity - 1) << "unchanged by a failure";
+        EXPECT_EQ(large.buffer, Bytes(capacity + 15, 0xEE)) << "nothing is written";
         EXPECT_EQ(scripted.flags, 0x8u) << "the other flags stay";
     }
-}
-
-// What a real device answers is in tests/rpc/test_device.py; here is what it does not, and what is written
-// where.
-TEST(ExchangeTest, DataBlockAnswersSucceedOrFailWithTheRightCode) {
-    const Bytes five = Hex("01 02 03 04 05");
-    const Bytes largest(8192, 0x42);
-    ExpectOutcomes(
-        Question::kDataBlock,
-        {
-            {"exactly the capacity", DataAnswer(1, 7, five), 5, 0, five},
-            {"one byte more", DataAnswer(1, 7, Bytes(6)), 5, ERROR_INSUFFICIENT_BUFFER},
-            {"no data", DataAnswer(1, 7, {}), 5, 0},
-            {"the largest answer", DataAnswer(1, 7, largest), 8192, 0, largest},
-            {"refused with 29", DataAnswer(29, 7, five), 5, ERROR_GEN_FAILURE},
-            {"a status with a body that is not success", DataAnswer(33, 7, five), 5, ERROR_GEN_FAILURE},
-            {"another data id, refused", DataAnswer(29, 8, five), 5, ERROR_INVALID_DATA},
-            {"a data id cut short", Hex("CD CA 10 05 00 31 00 01 00 04 00000000 00000000 0001 0000"), 5,
-             ERROR_INVALID_DATA},
-            {"nothing", {}, 5, ERROR_INVALID_DATA},
-            {"no capacity", DataAnswer(1, 7, {}), 0, ERROR_INSUFFICIENT_BUFFER},
-        });
-}
-
-TEST(ExchangeTest, AttributeAnswersSucceedOrFailWithTheRightCode) {
-    const Bytes eight = Hex("0102030405060708");
-    const Bytes two = AttributeFrame(1, Hex("02 00B4 08 0102030405060708 1B58 02 AABB"));
-    ExpectOutcomes(
-        Question::kAttribute,
-        {
-            {"180", AttributeFrame(1, kEightBytes), 8, 0, eight},
-            {"2405 in a larger buffer", AttributeFrame(1, kTwentyEightBytes), 100, 0, Bytes(28, 0x42)},
-            {"another attribute", AttributeFrame(1, Hex("01 0002 02 AABB")), 8, 0},
-            {"two that are too large together", two, 9, ERROR_INSUFFICIENT_BUFFER},
-            {"180 cut short", AttributeFrame(1, Hex("01 00B4 07 01020304050607")), 8, ERROR_INVALID_DATA},
-            {"2405 cut short", AttributeFrame(1, Hex("01 0965 08 0102030405060708")), 28, ERROR_INVALID_DATA},
-            {"more than is read", AttributeFrame(1, Hex("01 1B58 40") + Bytes(64)), 100, ERROR_INVALID_DATA},
-            {"no list", AttributeFrame(1, {}), 8, ERROR_INVALID_DATA},
-            {"refused with 29", AttributeFrame(29, kEightBytes), 8, ERROR_GEN_FAILURE},
-            {"no capacity", AttributeFrame(1, kEightBytes), 0, ERROR_INSUFFICIENT_BUFFER},
-        });
 }
 
 TEST(ExchangeTest, FaultyPortEndsTheDocumentAtMostOnceAndLeavesAnError) {
@@ -162,39 +114,11 @@ TEST(ExchangeTest, FaultyPortEndsTheDocumentAtMostOnceAndLeavesAnError) {
     }
 }
 
-TEST(ExchangeTest, StalePendingOfTheWriteDoesNotTurnAFailedReadIntoSuccess) {
-    ScriptedPort scripted;
-    scripted.answers = {DataAnswer(1, 7, Bytes(8))};
-    VpcaPort port = scripted.Port();
-    port.writePort = [](HANDLE, LPBYTE, DWORD, LPDWORD) -> BOOL {
-        SetLastError(ERROR_IO_PENDING);
-        return FALSE;
-    };
-    port.readPort = [](HANDLE, LPBYTE, DWORD, LPDWORD) -> BOOL { return FALSE; };
-    const uint32_t dataId = 7;
-    Bytes buffer(8);
-    uint32_t size = 8;
-    EXPECT_EQ(ReadDataBlock(&port, &dataId, buffer.data(), &size), DWORD{ERROR_GEN_FAILURE});
-}
-
 TEST(ExchangeTest, PortThatClaimsMoreBytesThanWereAskedForIsRefused) {
     ScriptedPort scripted;
     scripted.answers = {DataAnswer(1, 7, Bytes(8))};
     scripted.overstatement = 0x10000;
     EXPECT_EQ(Ask(&scripted, Question::kDataBlock, 0x20000).error, DWORD{ERROR_INVALID_DATA});
-}
-
-TEST(ExchangeTest, RequestThatCannotBeEncodedEndsTheDocumentUnwritten) {
-    ScriptedPort scripted;
-    const VpcaPort port = scripted.Port();
-    const uint32_t callerValues[2] = {};
-    AttributeRequest request;
-    request.addressKind = 1;
-    uint8_t buffer[8];
-    uint32_t size = 8;
-    EXPECT_EQ(ReadAttribute(&port, callerValues, &request, buffer, &size), DWORD{ERROR_INVALID_PARAMETER});
-    EXPECT_EQ(scripted.calls, (std::vector<Step>{Step::kStartDoc, Step::kEndDoc}));
-    EXPECT_EQ(scripted.flags, 0x8u);
 }
 
 TEST(ExchangeTest, MissingArgumentsAndAPortWithNothingBelowAreRefused) {
@@ -219,49 +143,41 @@ TEST(ExchangeTest, MissingArgumentsAndAPortWithNothingBelowAreRefused) {
 }
 
 // Requests carry 0 in their result code; a transaction whose request carries 29 goes on reading.
-class ContinuedExchangeTest : public testing::Test {
- protected:
-    // Marks the request as continued until the last answer is read.
-    bool Receive(std::deque<Bytes> answers) {
-        scripted_.answers = std::move(answers);
-        scripted_.onRead = [this] {
-            transaction_.RequestHeader().resultCode =
-                scripted_.answers.size() > 1 ? uint16_t{29} : uint16_t{0};
+TEST(ExchangeTest, BlocksOfAContinuedRequestAreJoinedUpToTheCapacityAndNotForEver) {
+    const struct {
+        std::vector<Bytes> blocks;
+        DWORD error;
+        int reads;
+    } cases[] = {
+        {{Hex("01 02"), Hex("03 04"), Hex("05")}, 0, 3},
+        {{Hex("01 02 03"), Hex("04 05 06")}, ERROR_INSUFFICIENT_BUFFER, 2},
+        {{{}, {}, {}}, ERROR_INVALID_DATA, 1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.error);
+        ScriptedPort scripted;
+        for (const Bytes& block : c.blocks)
+            scripted.answers.push_back(DataAnswer(1, 7, block));
+        CVPCATransaction transaction(7);
+        // Continued until the last answer is read.
+        scripted.onRead = [&] {
+            transaction.RequestHeader().resultCode = scripted.answers.size() > 1 ? uint16_t{29} : uint16_t{0};
         };
-        const VpcaPort port = scripted_.Port();
-        transaction_.Initialise();
-        transaction_.PrepareDataBlock();
-        EXPECT_TRUE(transaction_.Send(&port));
-        const bool received = transaction_.ReceiveDataBlock(&port, buffer_.data(), &size_);
-        error_ = GetLastError();
-        return received;
+        const VpcaPort port = scripted.Port();
+        transaction.Initialise();
+        transaction.PrepareDataBlock();
+        EXPECT_TRUE(transaction.Send(&port));
+        Bytes buffer(5);
+        uint32_t size = 5;
+        EXPECT_EQ(transaction.ReceiveDataBlock(&port, buffer.data(), &size), c.error == 0);
+        if (c.error == 0) {
+            EXPECT_EQ(buffer, Hex("01 02 03 04 05"));
+        } else {
+            EXPECT_EQ(GetLastError(), c.error);
+        }
+        EXPECT_EQ(scripted.Count(Step::kRead), c.reads);
+        EXPECT_EQ(scripted.Count(Step::kEndDoc), 1);
     }
-
-    ScriptedPort scripted_;
-    CVPCATransaction transaction_{7};
-    Bytes buffer_ = Bytes(5, 0xEE);
-    uint32_t size_ = 5;
-    DWORD error_ = 0;
-};
-
-TEST_F(ContinuedExchangeTest, BlocksAreJoined) {
-    EXPECT_TRUE(Receive(
-        {DataAnswer(1, 7, Hex("01 02")), DataAnswer(1, 7, Hex("03 04")), DataAnswer(1, 7, Hex("05"))}));
-    EXPECT_EQ(size_, 5u);
-    EXPECT_EQ(buffer_, Hex("01 02 03 04 05"));
-    EXPECT_EQ(scripted_.Count(Step::kRead), 3);
-    EXPECT_EQ(scripted_.Count(Step::kEndDoc), 1);
-}
-
-TEST_F(ContinuedExchangeTest, TotalAboveTheCapacityFails) {
-    EXPECT_FALSE(Receive({DataAnswer(1, 7, Hex("01 02 03")), DataAnswer(1, 7, Hex("04 05 06"))}));
-    EXPECT_EQ(error_, DWORD{ERROR_INSUFFICIENT_BUFFER});
-}
-
-TEST_F(ContinuedExchangeTest, BlocksWithoutDataDoNotGoOnForEver) {
-    EXPECT_FALSE(Receive({DataAnswer(1, 7, {}), DataAnswer(1, 7, {}), DataAnswer(1, 7, {})}));
-    EXPECT_EQ(error_, DWORD{ERROR_INVALID_DATA});
-    EXPECT_EQ(scripted_.Count(Step::kRead), 1);
 }
 
 TEST(TransactionTest, DocumentIsOpenFromASuccessfulSendToTheDestructorAtTheLatest) {

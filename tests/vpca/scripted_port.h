@@ -47,8 +47,11 @@ struct ScriptedPort {
 
     BOOL Pass(Step step) {
         calls.push_back(step);
-        SetLastError(fault == Fault::kNone ? kPoison : ERROR_SUCCESS);
-        if (fault == Fault::kNone || step != faultyStep) return TRUE;
+        if (fault == Fault::kNone || step != faultyStep) {
+            // Stale for the next step, which may fail without an error of its own.
+            SetLastError(ERROR_IO_PENDING);
+            return TRUE;
+        }
         if (fault == Fault::kThrows) throw std::runtime_error("the port below");
         if (fault == Fault::kFails) SetLastError(ERROR_NOT_READY);
         if (fault == Fault::kPending) SetLastError(ERROR_IO_PENDING);
