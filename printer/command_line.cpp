@@ -4,18 +4,9 @@
 
 namespace vlm::printer {
 
-std::optional<Options> ParseCommandLine(int argc, char** argv) {
-    Options options;
-    std::string faultMode;
-    std::string answerTime = NameIn(kAnswerTimes, options.answer.when);
-    Fault fault;
-    std::uint64_t faultConnections = 0;
+namespace {
 
-    CLI::App app{
-        "A virtual network printer for demos and tests. Stores the documents it receives, and misbehaves on "
-        "request.",
-        "vprinter"};
-    app.option_defaults()->always_capture_default();
+void AddPrinterOptions(CLI::App& app, Options& options) {
     app.add_option("--store", options.store, "Folder for the documents, created if missing")->required();
     app.add_option("--address", options.address, "IPv4 address of the raw port and the WSD ports");
     app.add_option("--raw-port", options.rawPort, "TCP port for documents, 0 for a free one");
@@ -34,32 +25,79 @@ std::optional<Options> ParseCommandLine(int argc, char** argv) {
                    "Size limit of a document in bytes (suffixes K, M, G)")
         ->transform(CLI::AsSizeValue(false));
     app.add_flag("--exit-with-parent", options.exitWithParent, "Stop when the parent process ends");
+}
 
-    const std::string answers = "Back-channel";
-    CLI::Option* answer =
-        app.add_option("--answer", options.answer.text, "Text to send back to the host")->group(answers);
-    app.add_option("--answer-when", answerTime,
-                   "When to send it: open (at once) or document (after the document)")
-        ->check(CLI::IsMember({"open", "document"}))
-        ->needs(answer)
-        ->group(answers);
+// What the back channel says. The parser writes into this object, which has to outlive the parsing.
+class AnswerOptions {
+ public:
+    AnswerOptions(CLI::App& app, Answer& answer) : answer_(answer), when_(NameIn(kAnswerTimes, answer.when)) {
+        const std::string group = "Back-channel";
+        CLI::Option* text =
+            app.add_option("--answer", answer.text, "Text to send back to the host")->group(group);
+        app.add_option("--answer-when", when_,
+                       "When to send it: open (at once) or document (after the document)")
+            ->check(CLI::IsMember({"open", "document"}))
+            ->needs(text)
+            ->group(group);
+    }
+    void Apply() { answer_.when = ValueIn(kAnswerTimes, when_).value_or(answer_.when); }
 
-    const std::string faults = "Faults (also at run time, through the control API)";
-    CLI::Option* mode = app.add_option("--fault", faultMode, "refuse, stall, slow or reset")
-                            ->check(CLI::IsMember({"refuse", "stall", "slow", "reset"}))
-                            ->group(faults);
-    app.add_option("--fault-after", fault.after, "Bytes to read normally first (suffixes K, M, G)")
-        ->transform(CLI::AsSizeValue(false))
-        ->needs(mode)
-        ->group(faults);
-    app.add_option("--fault-rate", fault.rate, "Bytes per second for slow (suffixes K, M, G)")
-        ->transform(CLI::AsSizeValue(false))
-        ->needs(mode)
-        ->group(faults);
-    CLI::Option* connections = app.add_option("--fault-connections", faultConnections,
-                                              "Number of connections that have the fault (default: all)")
-                                   ->needs(mode)
-                                   ->group(faults);
+ private:
+    Answer& answer_;
+    std::string when_;
+};
+
+// The fault that the printer begins with. The parser writes into this object, too.
+class FaultOptions {
+ public:
+    explicit FaultOptions(CLI::App& app) {
+        const std::string group = "Faults (also at run time, through the control API)";
+        CLI::Option* mode = app.add_option("--fault", mode_, "refuse, stall, slow or reset")
+                                ->check(CLI::IsMember({"refuse", "stall", "slow", "reset"}))
+                                ->group(group);
+        app.add_option("--fault-after", fault_.after, "Bytes to read normally first (suffixes K, M, G)")
+            ->transform(CLI::AsSizeValue(false))
+            ->needs(mode)
+            ->group(group);
+        app.add_option("--fault-rate", fault_.rate, "Bytes per second for slow (suffixes K, M, G)")
+            ->transform(CLI::AsSizeValue(false))
+            ->needs(mode)
+            ->group(group);
+        connectionsOption_ = app.add_option("--fault-connections", connections_,
+                                            "Number of connections that have the fault (default: all)")
+                                 ->needs(mode)
+                                 ->group(group);
+    }
+    // Throws UsageError.
+    std::optional<Fault> Get() const {
+        const auto mode = ValueIn(kFaultModes, mode_);
+        if (!mode) return std::nullopt;
+        Fault fault = fault_;
+        fault.mode = *mode;
+        if (connectionsOption_->count() > 0) fault.connections = connections_;
+        if (const auto flaw = FindFlaw(fault)) throw UsageError(*flaw);
+        return fault;
+    }
+
+ private:
+    std::string mode_;
+    Fault fault_;
+    std::uint64_t connections_ = 0;
+    const CLI::Option* connectionsOption_ = nullptr;
+};
+
+}  // namespace
+
+std::optional<Options> ParseCommandLine(int argc, char** argv) {
+    Options options;
+    CLI::App app{
+        "A virtual network printer for demos and tests. Stores the documents it receives, and misbehaves on "
+        "request.",
+        "vprinter"};
+    app.option_defaults()->always_capture_default();
+    AddPrinterOptions(app, options);
+    AnswerOptions answer(app, options.answer);
+    const FaultOptions fault(app);
 
     try {
         app.parse(argc, argv);
@@ -71,13 +109,8 @@ std::optional<Options> ParseCommandLine(int argc, char** argv) {
     }
 
     if (options.documentLimit == 0) throw UsageError("--max-document must be at least 1");
-    options.answer.when = ValueIn(kAnswerTimes, answerTime).value_or(options.answer.when);
-    if (const auto parsed = ValueIn(kFaultModes, faultMode)) {
-        fault.mode = *parsed;
-        if (connections->count() > 0) fault.connections = faultConnections;
-        if (const auto flaw = FindFlaw(fault)) throw UsageError(*flaw);
-        options.fault = fault;
-    }
+    answer.Apply();
+    options.fault = fault.Get();
     return options;
 }
 

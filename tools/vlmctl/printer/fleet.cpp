@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <condition_variable>
+#include <functional>
 #include <list>
 #include <map>
 #include <memory>
@@ -190,6 +191,70 @@ Json FleetJson(const std::vector<FleetPrinter>& printers) {
     return list;
 }
 
+namespace {
+
+// Adds a sample of the printer that the report is of.
+using AddSample = std::function<void(Metrics::Labels, double)>;
+
+void AddInfo(const PrinterReport& report, const AddSample& add) {
+    add({{"name", report.name}, {"location", report.location}}, 1);
+}
+
+void AddStates(const PrinterReport& report, const AddSample& add) {
+    if (report.state.empty()) return;
+    bool known = false;
+    for (const char* state : {"Idle", "Processing", "Stopped"}) {
+        const bool is = Is(report.state, state);
+        known = known || is;
+        add({{"state", state}}, is ? 1 : 0);
+    }
+    add({{"state", "Other"}}, known ? 0 : 1);
+}
+
+void AddConditions(const PrinterReport& report, const AddSample& add) {
+    std::map<std::array<std::string, 3>, int> counts;
+    for (const auto& [component, name, severity] : report.conditions)
+        ++counts[{component, name, severity}];
+    for (const auto& [key, count] : counts)
+        add({{"component", key[0]}, {"condition", key[1]}, {"severity", key[2]}}, count);
+}
+
+void AddQueuedJobs(const PrinterReport& report, const AddSample& add) {
+    if (const auto count = NumberIn(report.queuedJobs)) add({}, *count);
+}
+
+void AddConsumables(const PrinterReport& report, const AddSample& add) {
+    std::set<std::string> names;
+    for (const auto& one : report.consumables)
+        if (const std::string name = Unique(names, one.name.empty() ? one.Title() : one.name);
+            one.level.percent)
+            add({{"consumable", name}, {"color", one.colour}, {"type", one.type}},
+                *one.level.percent / 100.0);
+}
+
+void AddTrays(const PrinterReport& report, const AddSample& add) {
+    std::set<std::string> names;
+    for (const auto& tray : report.trays)
+        if (const std::string name = Unique(names, tray.name); tray.level.percent)
+            add({{"tray", name}}, *tray.level.percent / 100.0);
+}
+
+// Of the printers that answered.
+constexpr struct {
+    const char* name;
+    const char* help;
+    void (*addSamples)(const PrinterReport& report, const AddSample& add);
+} kReportFamilies[] = {
+    {"vllm3mon_printer_info", "The printer's name and location as labels, always 1.", AddInfo},
+    {"vllm3mon_printer_state", "1 for the printer's current state, 0 for the others.", AddStates},
+    {"vllm3mon_printer_conditions", "Number of active conditions of this kind.", AddConditions},
+    {"vllm3mon_printer_queued_jobs", "Number of jobs queued in the printer.", AddQueuedJobs},
+    {"vllm3mon_printer_consumable_level_ratio", "Remaining level of a consumable, 0 to 1.", AddConsumables},
+    {"vllm3mon_printer_tray_level_ratio", "Fill level of an input tray, 0 to 1.", AddTrays},
+};
+
+}  // namespace
+
 Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
     constexpr auto kGauge = Metrics::Type::kGauge;
     Metrics metrics;
@@ -201,60 +266,16 @@ Metrics FleetMetrics(const std::vector<FleetPrinter>& printers) {
     for (const FleetPrinter& printer : printers)
         if (printer.report)
             metrics.Add({{"printer", printer.url}}, static_cast<double>(printer.time.count()) / 1e3);
-    // Of those that answered: `samples` gets the report, and adds samples with the printer's label first.
-    const auto each = [&](const char* name, const char* help, auto samples) {
-        metrics.Family(name, kGauge, help);
+    for (const auto& family : kReportFamilies) {
+        metrics.Family(family.name, kGauge, family.help);
         for (const FleetPrinter& printer : printers) {
-            const auto add = [&](Metrics::Labels labels, double value) {
+            if (!printer.report) continue;
+            family.addSamples(*printer.report, [&](Metrics::Labels labels, double value) {
                 labels.insert(labels.begin(), {"printer", printer.url});
                 metrics.Add(labels, value);
-            };
-            if (printer.report) samples(*printer.report, add);
+            });
         }
-    };
-    each("vllm3mon_printer_info", "The printer's name and location as labels, always 1.",
-         [](const PrinterReport& report, const auto& add) {
-             add({{"name", report.name}, {"location", report.location}}, 1);
-         });
-    each("vllm3mon_printer_state", "1 for the printer's current state, 0 for the others.",
-         [](const PrinterReport& report, const auto& add) {
-             if (report.state.empty()) return;
-             bool known = false;
-             for (const char* state : {"Idle", "Processing", "Stopped"}) {
-                 const bool is = Is(report.state, state);
-                 known = known || is;
-                 add({{"state", state}}, is ? 1 : 0);
-             }
-             add({{"state", "Other"}}, known ? 0 : 1);
-         });
-    each("vllm3mon_printer_conditions", "Number of active conditions of this kind.",
-         [](const PrinterReport& report, const auto& add) {
-             std::map<std::array<std::string, 3>, int> counts;
-             for (const auto& [component, name, severity] : report.conditions)
-                 ++counts[{component, name, severity}];
-             for (const auto& [key, count] : counts)
-                 add({{"component", key[0]}, {"condition", key[1]}, {"severity", key[2]}}, count);
-         });
-    each("vllm3mon_printer_queued_jobs", "Number of jobs queued in the printer.",
-         [](const PrinterReport& report, const auto& add) {
-             if (const auto count = NumberIn(report.queuedJobs)) add({}, *count);
-         });
-    each("vllm3mon_printer_consumable_level_ratio", "Remaining level of a consumable, 0 to 1.",
-         [](const PrinterReport& report, const auto& add) {
-             std::set<std::string> names;
-             for (const auto& one : report.consumables)
-                 if (const std::string name = Unique(names, one.name.empty() ? one.Title() : one.name);
-                     one.level.percent)
-                     add({{"consumable", name}, {"color", one.colour}, {"type", one.type}},
-                         *one.level.percent / 100.0);
-         });
-    each("vllm3mon_printer_tray_level_ratio", "Fill level of an input tray, 0 to 1.",
-         [](const PrinterReport& report, const auto& add) {
-             std::set<std::string> names;
-             for (const auto& tray : report.trays)
-                 if (const std::string name = Unique(names, tray.name); tray.level.percent)
-                     add({{"tray", name}}, *tray.level.percent / 100.0);
-         });
+    }
     metrics.Family("vllm3mon_printers_asked_timestamp_seconds", kGauge,
                    "When these printers were asked, as Unix time.");
     metrics.Add({}, static_cast<double>(std::chrono::duration_cast<std::chrono::seconds>(

@@ -160,6 +160,42 @@ DWORD ReadAnswer(const MONITOR2& monitor, HANDLE port, std::string& text) {
     throw CommandError(fmt::format("{} after {}: {}", what, part, ErrorText(error)));
 }
 
+HANDLE OpenPort(const host::MonitorHost& monitor, host::RawTcpMonitor& lower, const std::string& target,
+                std::wstring printer) {
+    std::wstring name = L"IP_" + FromUtf8(target);
+    HANDLE port = nullptr;
+    if (!monitor.Table().pfnOpenPortEx(monitor.Manager(), &lower, name.data(), printer.data(), &port,
+                                       lower.Table()))
+        throw CommandError("the monitor could not open the port: " + ErrorText(GetLastError()));
+    return port;
+}
+
+struct Printed {
+    std::string target;
+    std::uint64_t bytes;
+    double seconds;
+    std::string answer;  // read through the monitor
+    std::string later;   // after the document
+    std::optional<std::vector<std::string>> events;
+};
+
+void ShowPrinted(const Printed& printed, bool json) {
+    if (json) {
+        PrintJson({{"job", kJobId},
+                   {"target", printed.target},
+                   {"bytes", printed.bytes},
+                   {"seconds", printed.seconds},
+                   {"events", OrNull(printed.events)},
+                   {"answer", OrNull(printed.answer + printed.later)}});
+        return;
+    }
+    for (const std::string& text : {printed.answer, printed.later})
+        if (!text.empty()) PrintLine("printer says  {}", text);
+    PrintLine("job           {} on {}", kJobId, printed.target);
+    PrintLine("sent          {} bytes in {:.2f} s", printed.bytes, printed.seconds);
+    PrintLine("job events    {}", EventsText(printed.events));
+}
+
 void PrintFile(const PrintOptions& options) {
     const Address address = ParseAddress(options.to);
     Document document(options.file);
@@ -177,12 +213,8 @@ void PrintFile(const PrintOptions& options) {
         lower.Cancel();
     });
     const std::string target = address.host + ":" + address.port;
-    std::wstring portName = L"IP_" + FromUtf8(target);
-    HANDLE port = nullptr;
     const MONITOR2& table = monitor.Table();
-    if (!table.pfnOpenPortEx(monitor.Manager(), &lower, portName.data(), printer.data(), &port,
-                             lower.Table()))
-        throw CommandError("the monitor could not open the port: " + ErrorText(GetLastError()));
+    const HANDLE port = OpenPort(monitor, lower, target, printer);
     const ScopeExit closePort([&] { table.pfnClosePort(port); });
 
     std::wstring name = FromUtf8(options.file == "-" ? InputName(options.file) : options.file);
@@ -211,23 +243,9 @@ void PrintFile(const PrintOptions& options) {
     if (answerError != ERROR_SUCCESS && !interrupt.Raised())
         throw CommandError("no answer from the printer: " + ErrorText(answerError));
     if (!outcome.closedByPrinter) ThrowLost(document, outcome.bytesSent, outcome.error);
-    const std::string later = PrintableAscii(outcome.backChannel);
-    const auto events = JobEvents(spooler);
-    if (options.json) {
-        answer += later;
-        PrintJson({{"job", kJobId},
-                   {"target", target},
-                   {"bytes", outcome.bytesSent},
-                   {"seconds", seconds.count()},
-                   {"events", OrNull(events)},
-                   {"answer", OrNull(answer)}});
-        return;
-    }
-    for (const std::string& text : {answer, later})
-        if (!text.empty()) PrintLine("printer says  {}", text);
-    PrintLine("job           {} on {}", kJobId, target);
-    PrintLine("sent          {} bytes in {:.2f} s", outcome.bytesSent, seconds.count());
-    PrintLine("job events    {}", EventsText(events));
+    ShowPrinted({target, outcome.bytesSent, seconds.count(), answer, PrintableAscii(outcome.backChannel),
+                 JobEvents(spooler)},
+                options.json);
 }
 
 }  // namespace
