@@ -226,10 +226,6 @@ class Check(Files):
                 self.assertEqual(done.returncode, 2 if errors else 1 if found else 0, done.stderr)
         self.fails("check", "e.xml", "--wsd", "nowhere.xml", status=3, says="nowhere.xml cannot be opened")
 
-    def test_examples_are_clean_together(self):
-        done = self.vlmctl("check", EXAMPLES / "velun-base.xml", EXAMPLES / "velun-finisher.xml")
-        self.assertEqual((done.returncode, done.stdout, done.stderr), (0, "", ""))
-
 
 class Query(Files):
     ASK = [*EXTENSIONS, "--wsd", PRINTER_ANSWER]
@@ -256,37 +252,6 @@ class Query(Files):
         ]
         self.assertEqual(self.answers("get", *(path for path, *_ in expected)), expected)
         self.assertEqual(self.answers("get", "\\Printer.DeviceInfo:CertificateHash")[0][2:], (None, 232))
-
-    def test_getall_of_the_root_is_every_leaf_of_both_files_once(self):
-        answers = self.answers("getall", "\\")
-        paths = [path for path, *_ in answers]
-        self.assertEqual(len(paths), len(set(paths)))
-        self.assertEqual([path for path, _, _, result in answers if result], ["\\Printer.DeviceInfo:CertificateHash"])
-        below = [path for path in paths if path.startswith("\\Printer.Layout.InputBins")]
-        self.assertEqual(self.answers("getall", "\\Printer.Layout.InputBins"),
-                         [answer for answer in answers if answer[0] in below])
-        self.assertEqual(len(below), 21)
-
-    def test_enum_lists_what_the_paths_need_once(self):
-        for paths, needed in (
-                (["\\Printer.Consumables.Black:Level", "\\Printer.Consumables.Cyan"], ["pri:PrinterConfiguration"]),
-                (["\\Printer.Status.Conditions.Marker.7:Name"], ["pri:PrinterStatus"]),
-                (["\\Printer.DeviceInfo", "\\Nowhere"], ["pri:PrinterDescription", "vln:DeviceExtension"])):
-            with self.subTest(paths):
-                self.assertEqual(self.works("enum", *EXTENSIONS, *paths).split(), needed)
-
-    def test_the_printer_may_write_its_answer_with_any_prefixes(self):
-        answer = PRINTER_ANSWER.read_text("utf-8")
-        paths = ["\\Printer.Consumables.Black:Level", "\\Printer.DeviceInfo:AveragePowerWatts"]
-        for what, changed in (
-                ("a default namespace", answer.replace("wprt:", "").replace("xmlns:wprt=", "xmlns=")),
-                ("our prefix for something else, not on the root",
-                 answer.replace("vln:", "pri:").replace("xmlns:vln", "xmlns:old").replace(
-                     "<pri:DeviceExtension", '<pri:DeviceExtension xmlns:pri="http://velun.example/wsd/print/2026"'))):
-            with self.subTest(what):
-                self.write("answer.xml", changed)
-                answers = self.works("get", "--json", *EXTENSIONS, "--wsd", "answer.xml", *paths)
-                self.assertEqual([a["value"] for a in json.loads(answers)], ["85", "14.5"])
 
     def test_failures_are_one_clear_line(self):
         self.write("good.xml", printer(f'<Value name="A" {LEAF}/>'))

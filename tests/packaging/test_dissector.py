@@ -8,7 +8,6 @@ import pathlib
 import random
 import re
 import shutil
-import socket
 import subprocess
 import sys
 import tempfile
@@ -81,17 +80,6 @@ class ExchangeTest(Dissected):
             ("", "2405", "", "0x00000000"), ("1", "", "2405" + bytes(range(2, 28)).hex(), "0x00000000")])
         self.assertEqual(len(rows), 10, "the job's data is none")
         self.assertEqual([row[-1] for row in rows if row[-1]], ["Refused by the printer"])
-
-    def test_block_that_is_longer_than_the_length_field_can_say(self):
-        request = examples.BLOCK_REQUEST[:20] + b"\x00\x00\x00\x04"
-        with VirtualPrinter() as printer, WireTap(printer.raw_port) as tap:
-            with socket.create_connection(("127.0.0.1", tap.port)) as host:
-                host.sendall(request)
-                host.shutdown(socket.SHUT_WR)
-                while host.recv(65536):
-                    pass
-        self.assertEqual(self.rows(tap, "vpca.block.size", "vpca.block.data")[1:],
-                         [("70000", pattern(70_000).hex(), "")])
 
 
 class FrameTest(Dissected):

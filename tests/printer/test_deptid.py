@@ -86,15 +86,6 @@ class DepartmentId(unittest.TestCase):
         everything = json.dumps(self.printer.deptid_requests())
         self.assertEqual(re.findall(f"{SECRET[:4]}|{SECRET[4:]}", everything), [])
 
-    def test_shares_the_faults_of_its_ports(self):
-        for mode, text in (("soap11-fault", "faultcode"), ("soap12-fault", "{*}Fault/{*}Code/{*}Value")):
-            with self.subTest(mode):
-                self.printer.set_wsd_fault(mode, connections=1)
-                status, message = self.ask(SOUND)
-                self.assertEqual(status, 500)
-                self.assertTrue(message.findtext(".//" + text))
-        self.assertEqual(self.ask(SOUND)[0], 200)
-
 
 class AccountsFile(unittest.TestCase):
     def test_unusable_file_ends_the_start_without_showing_it(self):

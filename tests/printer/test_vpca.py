@@ -179,7 +179,3 @@ class Device(unittest.TestCase):
         self.printer.set_fault("reset", connections=1)
         self.assertEqual(self.printer.send(examples.BLOCK_REQUEST), (b"", "reset"))
         self.assertEqual(self.exchange(examples.BLOCK_REQUEST), examples.BLOCK_REPLY)
-
-    def test_RequestsAreKeptAsTheyCame(self):
-        self.exchange(examples.ATTRIBUTE_REQUEST, examples.FULL_ATTRIBUTE_REQUEST)
-        self.assertEqual(self.printer.vpca_requests()[-2:], [examples.ATTRIBUTE_REQUEST, examples.FULL_ATTRIBUTE_REQUEST])

@@ -122,7 +122,6 @@ class Install(Installation):
         for name, content, says in (
                 ("empty", b"", "too short"), ("a head", image.bytes[:64], "header lies outside"),
                 ("headers only", image.bytes[:0x200], "within its headers|outside the file"),
-                ("half", image.bytes[:len(image.bytes) // 2], "outside the file"),
                 ("header far away", image.changed(0x3C, far), "header lies outside"),
                 ("another header", image.changed(image.header, 0x1234), "it has no PE header"),
                 ("for x86", image.changed(image.header + 4, 0x14C, 2), "not a DLL for x64"),
@@ -134,7 +133,6 @@ class Install(Installation):
                 ("a section too long", image.changed(image.section(0) + 16, far), "section lies outside|overlap"),
                 ("no exports", image.changed(image.header + 24 + 112, 0), "does not export"),
                 ("exports far away", image.changed(image.header + 24 + 112, far), "export directory"),
-                ("names far away", image.changed(exports + 32, far), "export directory"),
                 ("a name far away", image.changed(names, far), "export directory"),
                 ("4 G names", image.changed(exports + 24, 0xFFFFFFFF), "too many exports"),
                 ("more names than there are", image.changed(exports + 24, 60_000), "export directory"),
@@ -248,7 +246,6 @@ class Doctor(Installation):
         other_version = good[:version] + struct.pack("<II", 9 << 16 | 8, 7 << 16) + good[version + 8:]
         for content, says in ((b"no DLL", "not a DLL"),
                               ((windows.BIN / "spoolss.dll").read_bytes(), "does not export InitializePrintMonitor2"),
-                              ((windows.BIN / "loud.dll").read_bytes(), "does not export InitializePrintMonitor2"),
                               (other_version, r"has version 9\.8\.7, this vlmctl \d")):
             with self.subTest(says):
                 COPY.write_bytes(content)

@@ -103,12 +103,6 @@ class Status(Live):
 
 
 class Bidi(Live):
-    def test_answers_follow_the_printer(self):
-        for level in (85, 20):
-            self.printer.set_machine(toner={"Black": level})
-            self.assertEqual(self.bidi("get", BLACK),
-                             [{"path": BLACK, "type": "BIDI_INT", "value": str(level), "result": 0}])
-
     def test_enum_says_what_the_printer_answers(self):
         self.printer.set_wsd_style(prefix="")
         lacking = self.write("lacking.xml",

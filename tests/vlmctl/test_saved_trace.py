@@ -77,17 +77,21 @@ class SavedTrace(Companion):
                              ['Error: port "\N{REPLACEMENT CHARACTER}": ?[2J', *(["x" * 65536] * 3), "x" * 3392])
 
     def test_what_failed_stands_first(self):
-        text = stamped(("2026-03-28T10:00:00.000Z", JOB.format("A")), ("2026-03-28T10:00:00.000Z", ERROR.format("B")),
+        job = ("2026-03-28T10:00:00.000Z", JOB.format("A"))
+        text = stamped(job, job, ("2026-03-28T10:00:00.000Z", ERROR.format("B")),
                        ("2026-03-28T10:00:00.000Z", ERROR.format("C")), ("2026-03-28T10:00:02.000Z", ERROR.format("C")),
                        ("2026-03-28T10:00:00.000Z", EXCHANGE.format("good", 200)),
                        ("2026-03-28T10:00:00.000Z", EXCHANGE.format("refuses", 503)),
-                       ("2026-03-28T10:00:00.000Z", EXCHANGE.format("silent", 0)))
+                       ("2026-03-28T10:00:00.000Z", EXCHANGE.format("silent", 0))) + "Error: something else\n"
         lines = [line for line in self.read(text, "--summary") if line]
-        self.assertEqual([line.split()[0] for line in lines[:5]], ["PORT", "C", "B", "A", "LAST"])
-        self.assertIn('port "C": the lower monitor does not start', lines[5])
-        self.assertEqual([line.split()[0] for line in lines[7:]], ["HOST", "refuses", "silent", "good"])
+        self.assertEqual([line.split()[0] for line in lines[:4]], ["PORT", "C", "B", "A"])
+        self.assertEqual(lines[4:6], ["errors without a port: 1", "LAST ERRORS"])
+        self.assertIn('port "C": the lower monitor does not start', lines[6])
+        self.assertEqual([line.split()[0] for line in lines[8:]], ["HOST", "refuses", "silent", "good"])
+        self.assertFalse({"B", "A", "errors"} & {line.split()[0] for line in self.read(text, "--summary", "--port", "c") if line})
         counted = json.loads("\n".join(self.read(text, "--summary", "--json")))
-        self.assertEqual([(port["port"], port["errors"]) for port in counted["ports"]], [("C", 2), ("B", 1), ("A", 0)])
+        self.assertEqual([tuple(port[key] for key in ("port", "errors", "jobs", "bytes", "milliseconds"))
+                          for port in counted["ports"]], [("C", 2, 0, 0, 0), ("B", 1, 0, 0, 0), ("A", 0, 2, 2000, 116)])
         last = datetime.datetime.fromisoformat(counted["ports"][0]["lastError"]["time"])
         self.assertEqual(last, datetime.datetime(2026, 3, 28, 10, 0, 2, tzinfo=datetime.timezone.utc))
 

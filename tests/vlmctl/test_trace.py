@@ -50,16 +50,6 @@ class TraceTest(WithPrinter):
                 self.assertTrue(begin < written < datetime.datetime.now(datetime.timezone.utc), line)
         with self.subTest("what is kept"):
             self.assertEqual(kept.read_text().splitlines(), ["what was there", *seen])
-        with self.subTest("summary of the saved lines"):
-            saved = self.write("trace.log", "\n".join(seen) + "\nError: something else\n")
-            milliseconds = sum(int(number) for number in re.findall(r"(\d+) ms", "\n".join(seen)))
-            table = self.works("trace", "--summary", "--file", saved)
-            self.assertRegex(table, rf"(?m)^{self.port} +2 +{2 * len(DOCUMENT)} +0 +0 +0 +0 +{milliseconds}$")
-            self.assertRegex(table, r"(?m)^IP_127\.0\.0\.1:1 +0 +0 +0 +0 +0 +1 +0$")
-            self.assertIn("errors without a port: 1\n", table)
-            table = self.works("trace", "--summary", "--file", saved, "--port", self.port.lower())
-            self.assertNotIn("IP_127.0.0.1:1 ", table)
-            self.assertNotIn("no port", table)
 
     def test_live_summary_counts_writes_that_fail(self):
         listener = self.listen("--summary")
