@@ -142,6 +142,25 @@ double MegabytesAtPeak() {
     return static_cast<double>(counters.PeakWorkingSetSize) / (1024 * 1024);
 }
 
+struct Times {
+    double getAll, getOne, get100, getEach, floor, floorOfTwo;
+};
+
+// The best of some rounds, in turns.
+Times BestTimes(const Tree& tree, int rounds) {
+    bench::Measuring("queries over " + std::to_string(tree.leaves) + " leaves");
+    Times best{1e300, 1e300, 1e300, 1e300, 1e300, 1e300};
+    for (int round = 0; round < rounds; ++round) {
+        best.floor = std::min(best.floor, FloorTime(tree, 1));
+        best.floorOfTwo = std::min(best.floorOfTwo, FloorTime(tree, 2));
+        best.getAll = std::min(best.getAll, QueryTime(tree, L"GetAll", 1, tree.leaves));
+        best.getOne = std::min(best.getOne, QueryTime(tree, L"Get", 1, 1));
+        best.get100 = std::min(best.get100, QueryTime(tree, L"Get", 100, 100));
+        best.getEach = std::min(best.getEach, QueryTime(tree, L"Get", tree.leaves, tree.leaves));
+    }
+    return best;
+}
+
 void Measure(bench::Rows& rows) {
     const Tree hundred(100);
     const Tree thousand(1'000);
@@ -153,26 +172,9 @@ void Measure(bench::Rows& rows) {
     QueryTime(tenThousand, L"Get", 1, 1);
     rows.State("Bidi: peak memory of a query over 10,000 leaves", "MB", MegabytesAtPeak() - before);
 
-    struct Times {
-        double getAll, getOne, get100, getEach, floor, floorOfTwo;
-    };
-    // The best of some rounds, in turns.
-    const auto measure = [](const Tree& tree, int rounds) {
-        bench::Measuring("queries over " + std::to_string(tree.leaves) + " leaves");
-        Times best{1e300, 1e300, 1e300, 1e300, 1e300, 1e300};
-        for (int round = 0; round < rounds; ++round) {
-            best.floor = std::min(best.floor, FloorTime(tree, 1));
-            best.floorOfTwo = std::min(best.floorOfTwo, FloorTime(tree, 2));
-            best.getAll = std::min(best.getAll, QueryTime(tree, L"GetAll", 1, tree.leaves));
-            best.getOne = std::min(best.getOne, QueryTime(tree, L"Get", 1, 1));
-            best.get100 = std::min(best.get100, QueryTime(tree, L"Get", 100, 100));
-            best.getEach = std::min(best.getEach, QueryTime(tree, L"Get", tree.leaves, tree.leaves));
-        }
-        return best;
-    };
-    const Times small = measure(hundred, 8);
-    const Times medium = measure(thousand, 6);
-    const Times large = measure(tenThousand, 2);
+    const Times small = BestTimes(hundred, 8);
+    const Times medium = BestTimes(thousand, 6);
+    const Times large = BestTimes(tenThousand, 2);
 
     const struct {
         const char* leaves;
