@@ -6,13 +6,11 @@
 
 #include "spooler/host/monitor_host.h"
 #include "tests/util/temp_dir.h"
-#include "tools/vlmctl/console/command.h"
 #include "util/text.h"
 
 namespace vlm::ctl {
 namespace {
 
-using testing::Contains;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -136,25 +134,6 @@ TEST_F(ExplainTest, TellsTheReasonsForNoValueApart) {
     }
 }
 
-TEST_F(ExplainTest, NamesSimilarPathsAndThePlacesOfNodes) {
-    const std::string leaves =
-        "<Value name='State' query='pri:PrinterStatus' filter='pri:State'/>\n"
-        "<Parameter name='$B$' parameter='B' query='pri:PrinterStatus' filter='pri:Bin/@Id'>"
-        "<Value name='Level' type='BIDI_INT' filter=\"pri:Bin[@Id='$B$']\"/></Parameter>";
-    EXPECT_THAT(Of(leaves, "\\P:sate").nearest, Contains("\\P:State"));
-    const Explanation explanation = Of(leaves, "\\P.c:Level");
-    ASSERT_EQ(explanation.steps.size(), 3U);
-    const BindingStep& binding = explanation.steps[1].bindings.at(0);
-    EXPECT_THAT(binding.search.nodes,
-                ElementsAre("pri:PrinterStatus/pri:Bin[1]/@Id", "pri:PrinterStatus/pri:Bin[2]/@Id",
-                            "pri:PrinterStatus/pri:Bin[3]/@Id"));
-    EXPECT_EQ(binding.node, 1U);
-    EXPECT_EQ(explanation.steps[2].search->filter, "pri:Bin[@Id='c']");
-    EXPECT_EQ(explanation.steps[2].declared.line, 4);
-    // Below the level that is repeated.
-    EXPECT_EQ(explanation.answer.value, "2");
-}
-
 TEST_F(ExplainTest, TellsWithoutAnAnswerWhatTheFilesDeclare) {
     const std::string leaves =
         "<Property name='$I$'><Parameter parameter='I' query='pri:PrinterStatus' filter='pri:Bin/@Id'/>\n"
@@ -173,15 +152,6 @@ TEST_F(ExplainTest, TellsWithoutAnAnswerWhatTheFilesDeclare) {
     const Explanation missing = Of(leaves, "\\P.I:W", "");
     EXPECT_EQ(missing.verdict, Verdict::kNotInFiles);
     EXPECT_THAT(missing.nearest, ElementsAre("\\P.$I$:V"));
-}
-
-TEST_F(ExplainTest, SaysOfAFileThatCannotBeUsedWhere) {
-    try {
-        Of("<", "\\P:V");
-        FAIL();
-    } catch (const CommandError& error) {
-        EXPECT_THAT(error.what(), HasSubstr("e.xml:3:"));
-    }
 }
 
 }  // namespace

@@ -264,6 +264,7 @@ class Query(Files):
         for arguments, text in (
                 (["get", "--ext", "missing.xml", "--wsd", "answer.xml", "\\"], "missing.xml"),
                 (["get", "--ext", "cut.xml", "--wsd", "answer.xml", "\\"], "cut.xml"),
+                (["explain", "--ext", "cut.xml", "\\P:V"], "cut.xml:1:"),
                 (["get", "--ext", "good.xml", "--wsd", "missing.xml", "\\"], "missing.xml cannot be opened"),
                 (["get", "--ext", "good.xml", "--wsd", "html.xml", "\\"], "printer's answer"),
                 (["get", "--ext", "good.xml", "--wsd", "clash.xml", "\\"], 'prefix "pri" is "urn:x" in the printer'),

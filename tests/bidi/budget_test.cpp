@@ -112,24 +112,6 @@ TEST_F(Budget, CountsOnlyTheTimeOfTheProcessor) {
     }
 }
 
-TEST_F(Budget, IsEnoughForALargeDevice) {
-    std::string conditions;
-    for (int i = 0; i < 200; ++i) {
-        const std::string number = std::to_string(i);
-        conditions += "<wprt:C Id='" + number +
-                      "'><wprt:N xml:lang='en'>a</wprt:N><wprt:N xml:lang='de'>b</wprt:N>"
-                      "<wprt:N xml:lang='fr'>c</wprt:N><wprt:K>Part" +
-                      number + "</wprt:K><wprt:S>Warning</wprt:S></wprt:C>";
-    }
-    const std::string leaves =
-        "<Value name='N' filter='w:C[w:K=\"$K$\"]/w:N'/><Value name='S' filter='w:C[w:K=\"$K$\"]/w:S'/>";
-    EXPECT_EQ(Query({Extension("<Parameter name='$K$' parameter='K' "
-                               "filter='w:C[not(w:K=preceding-sibling::w:C/w:K)]/w:K'>" +
-                               leaves + "</Parameter>")},
-                    conditions),
-              S_OK);
-}
-
 TEST_F(Budget, ParameterOutsideQuotesIsANumberOrAName) {
     const std::string file = Extension(
         "<Parameter name='$A$' parameter='A' filter='w:P'><Value name='V' filter='w:N[$A$]'/></Parameter>");

@@ -107,19 +107,6 @@ TEST_F(Containers, MergeUndoesItselfWhicheverAllocationFails) {
     EXPECT_TRUE(trace_.Has(L"RouterAllocBidiMem(10) failed with status 8\r\n"));
 }
 
-// What becomes of schemas and of memory that runs out is tested through a port that nobody answers for.
-TEST_F(Containers, SingleEntryHasTheVersionAndTheFlagsGiven) {
-    const test::Request request({L"\\Printer"});
-    BIDI_RESPONSE_CONTAINER* container = nullptr;
-    EXPECT_EQ(memory_.MakeSingleEntry(232, request.Get()->aData[0], &container, 1, 2), 0u);
-    const test::Response response(container);
-    ASSERT_TRUE(response);
-    EXPECT_EQ(test::Describe(*response), Lines_{L"100 232 \\Printer NULL"});
-    EXPECT_EQ(response->Version, 1u);
-    EXPECT_EQ(response->Flags, 2u);
-    EXPECT_EQ(memory_.MakeSingleEntry(0, request.Get()->aData[0], nullptr, 1, 0), 87u);
-}
-
 TEST_F(Containers, RequestKeepsMarksAndGathersItsResponse) {
     EXPECT_FALSE(CBidiReq().IsValid());
     EXPECT_FALSE(CBidiReq(1, L"Get", nullptr).IsValid());

@@ -43,14 +43,10 @@ class ShapeTest(unittest.TestCase):
         for text in ("VS_VERSION_INFO", "vllm3mon.dll", version):
             self.assertIn(text.encode("utf-16-le"), resource)
 
-    def test_holds_every_label_of_the_codec_for_a_debugger(self):
-        image = DLL.read_bytes()
-        labels = ["VPCA Coder:"]
-        labels += [f"VPCA Coder ({step}):" for step in ("Version", "EncFU", "DecFU", "EncFP", "DecFP")]
-        labels += [f"VPCA {side} ({step}):" for side in ("Encoder", "Decoder")
-                   for step in ("Attribute Size", "Method", "EventEx")]
-        for label in labels + ["VPCA Decoder (Event):"]:
-            self.assertIn((label + "\0").encode("utf-16-le"), image, label)
+    def test_holds_the_labels_of_the_codec_for_a_debugger(self):
+        # One that is logged and one that nothing uses: an optimizer leaves out either kind by a way of its own.
+        for label in ("VPCA Coder (Version):", "VPCA Decoder (EventEx):"):
+            self.assertIn((label + "\0").encode("utf-16-le"), DLL.read_bytes(), label)
 
 
 if __name__ == "__main__":

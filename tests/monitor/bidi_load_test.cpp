@@ -1,5 +1,6 @@
 // Bidi queries when memory runs out, in great number, and at the same time: what is left behind, and who
 // waits for whom.
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <regex>
@@ -20,23 +21,31 @@ TEST_F(BidiLoadTest, OutOfMemoryAnywhereIsReportedAndLeavesNothing) {
     PointTo(printer);
     bidi.entries = kBelow;
     const OpenedPort port = MustOpen(bidi, L"IP_office");
-    EXPECT_EQ(Query(port, L"Get", {kModel}, nullptr), 0U);
-    const LONG64 before = router.Counters().liveBlocks;
-    LONG64 failing = 1;
-    do {
-        SCOPED_TRACE(failing);
-        router.ResetAllocations(failing);
-        const DWORD code = Query(port, L"Get", {kModel}, nullptr);
-        // What the engine had before memory ran out is an answer, too.
-        EXPECT_TRUE(code == 0 || code == ERROR_OUTOFMEMORY) << code;
-        EXPECT_TRUE(failing > 1 || code == ERROR_OUTOFMEMORY);
-        EXPECT_EQ(router.Counters().liveBlocks, before);
-        EXPECT_EQ(spooler.OpenHandles(), 0);
-        ASSERT_LT(failing, 100);
-    } while (router.Counters().allocations >= failing++);
-    // The engine's three blocks, the lower monitor's, and the copies of the merge.
-    EXPECT_GT(failing, 15);
-    router.ResetAllocations(0);
+    for (const wchar_t* action : {L"Get", L"GetAll"}) {
+        const std::vector<const wchar_t*> paths = {kModel, L"\\Printer.Configuration.Memory:Size",
+                                                   L"\\Printer.None"};
+        Lines whole;
+        EXPECT_EQ(Query(port, action, paths, &whole), 0U);
+        const LONG64 before = router.Counters().liveBlocks;
+        LONG64 failing = 1;
+        do {
+            SCOPED_TRACE(failing);
+            router.ResetAllocations(failing);
+            Lines lines;
+            const DWORD code = Query(port, action, paths, &lines);
+            // What the engine had before memory ran out is an answer, too, but no entry is half one.
+            EXPECT_TRUE(code == 0 || code == ERROR_OUTOFMEMORY) << code;
+            EXPECT_TRUE(failing > 1 || code == ERROR_OUTOFMEMORY);
+            for (const std::wstring& line : lines)
+                EXPECT_NE(std::ranges::find(whole, line), whole.end()) << testing::PrintToString(line);
+            EXPECT_EQ(router.Counters().liveBlocks, before);
+            EXPECT_EQ(spooler.OpenHandles(), 0);
+            ASSERT_LT(failing, 100);
+        } while (router.Counters().allocations >= failing++);
+        // The engine's five blocks, the lower monitor's, and the copies of the merge.
+        EXPECT_GT(failing, 18);
+        router.ResetAllocations(0);
+    }
 }
 
 TEST_F(BidiLoadTest, ManyQueriesLeaveNothing) {

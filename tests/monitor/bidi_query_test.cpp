@@ -294,6 +294,11 @@ TEST_F(BidiQueryTest, PortWithNobodyToAskAnswersOneEmptyEntry) {
         BIDI_RESPONSE_CONTAINER* answer = nullptr;
         EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 0, nullptr, nullptr, &answer), 87U);
         EXPECT_EQ(table.pfnSendRecvBidiDataFromPort(port, 0, nullptr, asked, nullptr), 87U);
+        asked->Flags = 2;
+        ASSERT_EQ(table.pfnSendRecvBidiDataFromPort(port, 0, L"Get", asked, &answer), 0U);
+        EXPECT_EQ(answer->Version, 1U);
+        EXPECT_EQ(answer->Flags, 2U);
+        RouterFreeBidiResponseContainer(answer);
         router.ResetAllocations(1);
         EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), DWORD{ERROR_OUTOFMEMORY});
         router.ResetAllocations(2);

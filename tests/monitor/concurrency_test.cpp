@@ -10,53 +10,6 @@ namespace {
 
 using ConcurrencyTest = PortTest;
 
-TEST_F(ConcurrencyTest, EightPortsPrintWhileOthersOpenAndClose) {
-    constexpr size_t kPorts = 8;
-    constexpr int kJobs = 10;
-    constexpr int kWrites = 50;
-    std::vector<LowerMonitor> below(kPorts);
-    const auto text = [](size_t port, int job, int write) {
-        return std::to_string(port) + "." + std::to_string(job) + "." + std::to_string(write);
-    };
-    std::atomic<size_t> running{kPorts};
-    std::vector<std::thread> threads;
-    threads.reserve(kPorts + 2);
-    for (size_t i = 0; i < kPorts; ++i) {
-        threads.emplace_back([&, i] {
-            below[i].keepBytes = true;
-            OpenedPort port = MustOpen(below[i], L"IP_port" + std::to_wstring(i));
-            for (int job = 0; job < kJobs; ++job) {
-                EXPECT_TRUE(Start(port, static_cast<DWORD>(job)));
-                for (int write = 0; write < kWrites; ++write) {
-                    std::string data = text(i, job, write);
-                    DWORD count = 0;
-                    EXPECT_TRUE(table.pfnWritePort(port, reinterpret_cast<LPBYTE>(data.data()),
-                                                   static_cast<DWORD>(data.size()), &count));
-                }
-                table.pfnEndDocPort(port);
-            }
-            EXPECT_TRUE(port.Close());
-            --running;
-        });
-    }
-    std::vector<LowerMonitor> passing(2);
-    for (size_t i = 0; i < passing.size(); ++i) {
-        threads.emplace_back([&, i] {
-            while (running > 0)
-                MustOpen(passing[i], L"IP_passing" + std::to_wstring(i));
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    for (size_t i = 0; i < kPorts; ++i) {
-        std::string expected;
-        for (int job = 0; job < kJobs; ++job)
-            for (int write = 0; write < kWrites; ++write)
-                expected += text(i, job, write);
-        EXPECT_EQ(below[i].written, expected);
-    }
-}
-
 TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
     LowerMonitor slow;
     HANDLE port = nullptr;
