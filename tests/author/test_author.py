@@ -257,7 +257,6 @@ class Query(Files):
         self.write("good.xml", printer(f'<Value name="A" {LEAF}/>'))
         self.write("cut.xml", "<Schema")
         self.write("other.xml", schema("").replace("wdp/print", "wdp/scan"))
-        self.write("unbound.xml", printer('<Value name="A" query="pri:B" filter="pri:B[.=\'$C$\']"/>'))
         self.write("answer.xml", ANSWER)
         self.write("html.xml", "<html/>")
         self.write("clash.xml", ANSWER.replace(PRINT, f'{PRINT.replace(":pri=", ":w=")} xmlns:pri="urn:x"'))
@@ -269,7 +268,6 @@ class Query(Files):
                 (["get", "--ext", "good.xml", "--wsd", "html.xml", "\\"], "printer's answer"),
                 (["get", "--ext", "good.xml", "--wsd", "clash.xml", "\\"], 'prefix "pri" is "urn:x" in the printer'),
                 (["get", "--ext", "good.xml", "--ext", "other.xml", "--wsd", "answer.xml", "\\"], '"pri"'),
-                (["getall", "--ext", "unbound.xml", "--wsd", "answer.xml", "\\"], "Parameter C"),
                 (["getall", "--ext", "good.xml", "--wsd", "answer.xml", "\\it's"], "apostrophe"),
                 (["enum", "--ext", "good.xml", "\\Nowhere"], "none of these paths")):
             with self.subTest(arguments):

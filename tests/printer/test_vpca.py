@@ -6,7 +6,7 @@ import time
 import unittest
 
 import vpca_examples as examples
-from vprinter import LIMIT, VirtualPrinter, receive, wait_until
+from vprinter import VirtualPrinter, receive, wait_until
 
 
 def request(operation, body, sequence=7):
@@ -42,10 +42,6 @@ class Device(unittest.TestCase):
         received, ended = self.printer.send(*pieces)
         self.assertEqual(ended, "end")
         return received
-
-    def exchange_block(self, connection):
-        connection.sendall(examples.BLOCK_REQUEST)
-        self.assertEqual(connection.recv(100), examples.BLOCK_REPLY)
 
     def test_WorkedExamplesAreAnsweredAsTheDocumentSays(self):
         refused = changed(examples.BLOCK_REQUEST, 20, b"\x0B\xAD\x0B\xAD")
@@ -96,7 +92,8 @@ class Device(unittest.TestCase):
             self.assertEqual(self.exchange(sent[:cut], sent[cut:]), expected, f"cut at {cut}")
         with self.printer.connect() as connection:  # the second request only after the first reply
             for _ in range(2):
-                self.exchange_block(connection)
+                connection.sendall(examples.BLOCK_REQUEST)
+                self.assertEqual(connection.recv(100), examples.BLOCK_REPLY)
 
     def test_OnlyADialogueIsNoDocument(self):
         before = len(self.printer.documents())
@@ -146,19 +143,6 @@ class Device(unittest.TestCase):
         self.assertIsNone(self.printer.state()["vpcaFault"])
         self.assertEqual(self.exchange(examples.BLOCK_REQUEST), reply)
 
-    def test_AReplyIsCutAtAnyByteAndTheConnectionEndsOnlyWhenTold(self):
-        for size in range(len(examples.ATTRIBUTE_REPLY)):
-            self.printer.set_vpca_fault(truncate=size, close=True)
-            with self.printer.connect() as connection:
-                connection.sendall(examples.ATTRIBUTE_REQUEST)
-                self.assertEqual(receive(connection), (examples.ATTRIBUTE_REPLY[:size], "end"))
-        self.printer.set_vpca_fault(truncate=0, requests=1)
-        with self.printer.connect() as connection:
-            connection.sendall(examples.BLOCK_REQUEST)
-            self.assertEqual(receive(connection, 0.2), (b"", "silence"))
-            connection.settimeout(LIMIT)
-            self.exchange_block(connection)  # the fault is used up
-
     def test_ALateReplyIsLateAndHoldsUpNothingElse(self):
         self.printer.set_vpca_fault(delay=250, requests=1)
         started = time.monotonic()
@@ -174,8 +158,3 @@ class Device(unittest.TestCase):
             connection.sendall(examples.BLOCK_REQUEST)
             wait_until(printer.vpca_requests, "the request has come")
             self.assertEqual(printer.shutdown(), 0)
-
-    def test_AFaultOfThePortComesBeforeTheDevice(self):
-        self.printer.set_fault("reset", connections=1)
-        self.assertEqual(self.printer.send(examples.BLOCK_REQUEST), (b"", "reset"))
-        self.assertEqual(self.exchange(examples.BLOCK_REQUEST), examples.BLOCK_REPLY)

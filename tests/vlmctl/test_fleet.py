@@ -37,11 +37,6 @@ def conditions(name, severity):
 
 
 class Fleet(Companion):
-    def metrics(self, *arguments):
-        text = self.works("status", *arguments, "--metrics")
-        promtool("check", "metrics", input=text)
-        return samples(text)
-
     def test_who_needs_a_hand_stands_first(self):
         fleet = {"fine": ("-", FINE),
                  "reports nothing": ("unreachable", replaced(ANSWER, ("(?s)<wprt:ElementData.*</wprt:ElementData>", ""))),
@@ -100,7 +95,9 @@ class Fleet(Companion):
                        ('Color>Cyan<', 'Color>Black<'), ('Name="TonerC"', 'Name="TonerK"'),
                        (">61</wprt:Level>", ">-1</wprt:Level>"))
         url, gone = self.serve(odd), f"http://{NOBODY}/"
-        numbers = self.metrics(url, gone)
+        text = self.works("status", url, gone, "--metrics")
+        promtool("check", "metrics", input=text)
+        numbers = samples(text)
         self.assertEqual(numbers.pop(f'vllm3mon_printer_up{{printer="{gone}"}}'), 0)
         self.assertFalse([name for name in numbers if gone in name])
         self.assertAlmostEqual(numbers["vllm3mon_printers_asked_timestamp_seconds"], time.time(), delta=60)

@@ -103,15 +103,6 @@ class Status(Live):
 
 
 class Bidi(Live):
-    def test_enum_says_what_the_printer_answers(self):
-        self.printer.set_wsd_style(prefix="")
-        lacking = self.write("lacking.xml",
-                             (EXAMPLES / "velun-base.xml").read_text().replace("vln:DeviceExtension", "vln:Nonsense"))
-        elements = json.loads(self.works("bidi", "enum", "--ext", lacking, "--printer", self.url, "--json",
-                                         r"\Printer.DeviceInfo"))
-        self.assertEqual({element["name"]: element["answered"] for element in elements},
-                         {"pri:PrinterDescription": True, "vln:Nonsense": False})
-
     def test_network_ports_answer_like_the_engine_and_add_the_lower_monitors_own(self):
         engine = self.bidi("getall", r"\Printer.Consumables")
         self.assertGreater(len(engine), 10)
@@ -168,15 +159,6 @@ class Failures(Live):
                         ("bidi", "get", *EXTENSIONS, "--printer", NO_PRINTER, BLACK)):
             with self.subTest(command[0]):
                 self.fails(*command, says=r"127\.0\.0\.1:1: no connection \(12029\)$")
-
-    def test_address_of_another_scheme_is_refused(self):
-        address = self.url.replace("http:", "ftp:")
-        for command in (("status", address), ("wsd", address, "PrinterStatus"),
-                        ("bidi", "get", *EXTENSIONS, "--printer", address, BLACK),
-                        ("bidi", "get", *EXTENSIONS, "--printer", address, "--port", "wsd", BLACK),
-                        ("deptid", "check", address, "--user", "4711")):
-            with self.subTest(command[0]):
-                self.fails(*command, status=2, says="is not a printer address: .* http or https, not ftp$")
 
     def test_fault_of_an_extension_file_is_not_the_printers(self):
         schema = (f'<b:D xmlns:b="http://schemas.microsoft.com/windows/2005/03/printing/bidi"><Schema xmlns:p="{PRINT}">'

@@ -123,13 +123,6 @@ class SavedTrace(Companion):
         self.file.write_text(line("emptied") + "\n")
         self.assertEqual(follower.next(), line("emptied"))
 
-    def test_what_makes_no_sense_together(self):
-        for arguments, says in ((["--since", "10m"], "--file"), (["--follow"], "--file"), (["--json"], "--summary"),
-                                (["--metrics"], "--summary"), (["--file", "-", "--follow"], "needs a file"),
-                                (["--file", "x", "--save", "y"], "--save")):
-            with self.subTest(arguments):
-                self.fails("trace", *arguments, status=2, says=says)
-
 
 if __name__ == "__main__":
     unittest.main()

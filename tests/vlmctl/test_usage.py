@@ -9,6 +9,7 @@ PATH = r"\Printer.Status:State"
 ASK = ("bidi", "get", "--ext", EXAMPLES / "velun-base.xml")
 QUERY = ("rpc", "query", "USB001")
 DEPTID = ("deptid", "check")
+FTP, NOT_FTP = "ftp://h/", "is not a printer address: .* http or https, not ftp$"
 
 
 class UsageTest(Companion):
@@ -33,10 +34,15 @@ class UsageTest(Companion):
                 ((*DEPTID, URL, "--user", "4711", "--password", "x"), "--password"),
                 ((*DEPTID, URL, "--user", "4711", "x"), "x"), ((*DEPTID, URL), "--user"),
                 ((*DEPTID, "http://user@host/", "--user", "4711"), "not a printer address"),
+                (("status", FTP), NOT_FTP), (("wsd", FTP, "X"), NOT_FTP), ((*DEPTID, FTP, "--user", "4711"), NOT_FTP),
+                ((*ASK, "--printer", FTP, PATH), NOT_FTP), ((*ASK, "--printer", FTP, "--port", "wsd", PATH), NOT_FTP),
                 (QUERY, "ID"), ((*QUERY, "4x"), "data id '4x'"), ((*QUERY, "4", "--capacity", "1048577"), "1048576"),
                 ((*QUERY, "4", "--host", "server"), "--host needs --endpoint"),
                 (("vpca", "decode"), "--file"), (("vpca", "decode", "ABC"), "odd number"),
-                (("trace", "--level", "off"), "--level: off not in"), (("trace", "--seconds", "-1"), "--seconds")):
+                (("trace", "--level", "off"), "--level: off not in"), (("trace", "--seconds", "-1"), "--seconds"),
+                (("trace", "--since", "10m"), "--file"), (("trace", "--follow"), "--file"), (("trace", "--json"), "--summary"),
+                (("trace", "--metrics"), "--summary"), (("trace", "--file", "-", "--follow"), "needs a file"),
+                (("trace", "--file", "x", "--save", "y"), "--save")):
             with self.subTest(" ".join(map(str, arguments))):
                 self.assertEqual(self.fails(*arguments, status=2, says=says).stdout, "")
 
