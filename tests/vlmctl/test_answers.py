@@ -39,22 +39,14 @@ SPELLINGS = {
         ANSWER, (r'(?s)<wprt:ElementData Name="wprt:(\w+)"(.*?)</wprt:ElementData>',
                  lambda part: re.sub("(</?)wprt:", r"\1", part[0]).replace('"wprt:', '"')
                  .replace("<ElementData", f'<ElementData xmlns="{PRINT}"'))),
-    "a declaration that nothing uses": replaced(ANSWER, ("<wprt:Storage>", '<wprt:Storage xmlns:never="urn:never">')),
     "addressing of 2005/08": replaced(ANSWER, ("http://schemas.xmlsoap.org/ws/2004/08/addressing",
                                                "http://www.w3.org/2005/08/addressing")),
     "no header": replaced(ANSWER, (r"(?s)<soap:Header>.*</soap:Header>", "")),
-    "UTF-8 with a byte order mark": b"\xef\xbb\xbf" + ANSWER.encode(),
-    "UTF-16": b"\xff\xfe" + ANSWER.replace("utf-8", "utf-16").encode("utf-16-le"),
     "UTF-16 in network order": b"\xfe\xff" + ANSWER.replace("utf-8", "UTF-16").encode("utf-16-be"),
-    "no XML declaration": replaced(ANSWER, (r"<\?xml.*?\?>\s*", "")),
-    "CDATA": replaced(ANSWER, (r">([^<>\s][^<>]*)</wprt:(\w+)>", r"><![CDATA[\1]]></wprt:\2>")),
     "comments and instructions": replaced(ANSWER, (r">([^<>\s]+)</wprt:", r"><!-- a -->\1<!-- b --></wprt:"),
                                           ("<wprt:Storage>", "<wprt:Storage><?x y?><!-- <wprt:Level>1 -->")),
-    "line ends of another system": ANSWER.replace("\n", "\r\n").encode(),
-    "references for characters": replaced(ANSWER, ("Black", "&#66;l&#x61;ck"), (">true<", ">&#116;rue<")),
     "all in one line": replaced(ANSWER, (r">\s+<", "><")),
     "values on lines of their own": replaced(ANSWER, (r">(\d+|true|Processing)</wprt:", r">\n      \1\n    </wprt:")),
-    "no Valid": replaced(ANSWER, (' Valid="true"', "")),
     "Valid with blanks": replaced(ANSWER, ('Valid="true"', 'Valid=" true\n"')),
     "Valid in another way": replaced(ANSWER, ('Valid="true"', 'Valid="1"')),
     "several languages": replaced(ANSWER, (r"(<wprt:PrinterName.*>)",
@@ -135,19 +127,15 @@ class SmallServices(Answers):
 </wprt:Finishings></wprt:PrinterConfiguration></wprt:ElementData></wprt:PrinterElements></wprt:GetPrinterElementsResponse></s:Body>
 </s:Envelope>"""
 
-    def found(self, answer):
-        return {path: value for path, (_, value, result) in self.saved(answer, *EXTENSIONS).items() if result == 0
-                if "Installed" not in path and "Schema" not in path and "Finisher" not in path}
-
     def test_what_little_they_say_is_answered(self):
-        manufacturer = {r"\Printer.DeviceInfo:Manufacturer": "Velun",
-                        r"\Printer.DeviceInfo:StaplesPerCartridge": "5000"}
-        self.assertEqual(self.found(self.HARDLY_ANYTHING),
-                         {**manufacturer, r"\Printer.DeviceInfo:ModelName": "Catcher & Co"})
-        self.assertEqual(self.status(self.HARDLY_ANYTHING), "printer      Catcher & Co\n")
-        installed = self.saved(self.HARDLY_ANYTHING, *EXTENSIONS)
-        self.assertEqual([installed[rf"\Printer.Finishing.{unit}:Installed"][1] for unit in ("Stapler", "Punch")],
+        values = self.saved(self.HARDLY_ANYTHING, *EXTENSIONS)
+        self.assertEqual({path: value for path, (_, value, result) in values.items()
+                          if result == 0 and not re.search("Installed|Schema|Finisher", path)},
+                         {r"\Printer.DeviceInfo:Manufacturer": "Velun", r"\Printer.DeviceInfo:ModelName": "Catcher & Co",
+                          r"\Printer.DeviceInfo:StaplesPerCartridge": "5000"})
+        self.assertEqual([values[rf"\Printer.Finishing.{unit}:Installed"][1] for unit in ("Stapler", "Punch")],
                          ["false", "true"])
+        self.assertEqual(self.status(self.HARDLY_ANYTHING), "printer      Catcher & Co\n")
 
 
 class Status(Answers):
