@@ -102,6 +102,8 @@ OpenPort Open(Stage& stage, PrinterPort& below, const std::wstring& printer) {
 
 Outcome StartDocument(Worker& worker, const OpenPort& port, DWORD job) {
     std::wstring printer = port.printer;
+    // In another case it is another name for the port's record, under the hands of a query.
+    if (job % 2 != 0) CharUpperW(printer.data());
     DOC_INFO_1W document{};
     return worker.Do("StartDocPort", [&] {
         return worker.stage.table.pfnStartDocPort(port.handle, printer.data(), job, 1,

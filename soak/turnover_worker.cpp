@@ -95,7 +95,7 @@ void TurnoverWorker::AnotherManager(Random& random) {
     for (const DWORD code : {kRefused, DWORD{ERROR_BUSY}}) {
         HANDLE none = nullptr;
         const Outcome outcome = OpenWith(manager, refusing_, refusing_.name, &none);
-        Check(!outcome.result && outcome.error == code,
+        Check(!outcome.result && outcome.error == code && none == nullptr,
               [&] { return "a port that is refused below: " + std::to_string(outcome.error); });
     }
     Do("Shutdown", [&] {

@@ -155,33 +155,5 @@ TEST_F(BidiLoadTest, MutePrinterDelaysNobodyElse) {
         EXPECT_LT(elapsed[i], 4'500U) << "port " << i << " waited for the mute printer";
 }
 
-TEST_F(BidiLoadTest, QueriesWhileTheSamePortPrints) {
-    const ScriptedServer printer(WellBehaved());
-    PointTo(printer);
-    bidi.bidiCode = ERROR_NOT_SUPPORTED;
-    bidi.keepBytes = true;
-    const OpenedPort port = MustOpen(bidi, L"IP_office");
-    spooler.SetJob(L"Office", kJob, L"report", JOB_STATUS_PRINTING);
-    std::atomic<bool> asking{true};
-    std::thread asker([&] {
-        for (int i = 0; i < 20; ++i) {
-            Lines lines;
-            EXPECT_EQ(Query(port, L"Get", {kModel}, &lines), 0U);
-            EXPECT_EQ(lines.size(), 1U);
-        }
-        asking = false;
-    });
-    size_t jobs = 0;
-    for (; asking; ++jobs) {
-        // The printer's name changes under the query's hands.
-        ASSERT_TRUE(Start(port, kJob, jobs % 2 == 0 ? L"OFFICE" : L"Office"));
-        EXPECT_TRUE(Write(port));
-        table.pfnEndDocPort(port);
-        Sleep(1);
-    }
-    asker.join();
-    EXPECT_EQ(bidi.written.size(), jobs * sizeof "data");
-}
-
 }  // namespace
 }  // namespace vlm::test

@@ -105,9 +105,5 @@ TEST(ModuleTest, TwoProcessesEachHaveTheirOwnMonitor) {
     EXPECT_TRUE(host.Table().pfnClosePort(port));
 }
 
-TEST(ModuleTest, ProcessMayEndWithAJobInFlight) {
-    EXPECT_EQ(RunProgram(L"job_in_flight.exe"), 0U);
-}
-
 }  // namespace
 }  // namespace vlm::test

@@ -129,23 +129,6 @@ TEST_F(OpeningTest, NameIsBusyWhateverItsCaseUntilClosed) {
         MustOpen(lower, other);
 }
 
-TEST_F(OpeningTest, PortThatTheLowerMonitorCannotOpenStaysBusyUnderThatManager) {
-    lower.Fail(ERROR_DEV_NOT_EXIST);
-    HANDLE port = nullptr;
-    EXPECT_FALSE(Open(lower, L"IP_broken", &port));
-    EXPECT_EQ(GetLastError(), DWORD{ERROR_DEV_NOT_EXIST});
-    EXPECT_EQ(port, nullptr);
-    lower.answer = [](const char*) { return TRUE; };
-    EXPECT_FALSE(Open(lower, L"IP_broken", &port));
-    EXPECT_EQ(GetLastError(), 170U);
-
-    // Another manager of the same process has ports of its own.
-    const HANDLE other = host.InitializeAgain();
-    ASSERT_NE(other, nullptr);
-    EXPECT_TRUE(Open(lower, L"IP_broken", &port, other));
-    table.pfnShutdown(other);
-}
-
 TEST_F(OpeningTest, LowerTableIsNotReadBeyondTheSizeItAnnounces) {
     SYSTEM_INFO system;
     GetSystemInfo(&system);
