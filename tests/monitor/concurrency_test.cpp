@@ -10,6 +10,22 @@ namespace {
 
 using ConcurrencyTest = PortTest;
 
+// The soak prints on many ports at once, but opens them from one thread.
+TEST_F(ConcurrencyTest, PortsOpenAndCloseAtTheSameTime) {
+    std::vector<LowerMonitor> below(8);
+    std::vector<std::thread> threads;
+    for (size_t i = 0; i < below.size(); ++i) {
+        threads.emplace_back([&, i] {
+            for (int round = 0; round < 1'000; ++round) {
+                const OpenedPort port = MustOpen(below[i], L"IP_port" + std::to_wstring(i));
+                EXPECT_TRUE(Write(port));
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
 TEST_F(ConcurrencyTest, PortThatBlocksBelowHoldsNobodyUp) {
     LowerMonitor slow;
     HANDLE port = nullptr;
