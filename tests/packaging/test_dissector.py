@@ -107,7 +107,7 @@ class FrameTest(Dissected):
     def test_frames_split_over_segments(self):
         capture = Capture()
         request, refusal = examples.FULL_ATTRIBUTE_REQUEST, examples.BLOCK_REFUSAL
-        answer = LONG_BLOCK + pattern(100)
+        answer = LONG_BLOCK + pattern(70_000)
         splits = [1, 2, 3, 9, 19, 20, 21, len(request) - 1]
         for host, split in enumerate(splits, 50_000):
             capture.connect(host)
@@ -118,7 +118,7 @@ class FrameTest(Dissected):
             capture.end(host, True)
             capture.end(host, False)
         rows = self.rows(capture, "vpca.request.id16", "vpca.result", "vpca.block.data", options=DECODE_AS)
-        both = (pattern(100) + answer).hex()  # no length says where the first answer ends
+        both = (pattern(70_000) + answer).hex()  # no length says where the first answer ends
         self.assertEqual(rows, [("180 2405", "", "", ""), ("", "0", "", "Refused by the printer"),
                                 ("", "1", both, "")] * len(splits))
 
