@@ -1,6 +1,4 @@
 // The monitor in its process: window, suspend, several initialisations, nothing left behind.
-#include <tuple>
-
 #include "tests/monitor/port_fixture.h"
 #include "tests/support/process.h"
 #include "tests/support/resources.h"
