@@ -76,6 +76,13 @@ std::string Announced(size_t length, const std::string& body) {
            body;
 }
 
+std::string ManyNamespaces() {
+    std::string elements;
+    for (int i = 0; i < 1000; ++i)
+        elements += "<a xmlns='urn:" + std::to_string(i) + "'/>";
+    return elements;
+}
+
 const std::string kOk = "HTTP/1.1 200 OK\r\n";
 const std::string kOops = "HTTP/1.1 500 Oops\r\n\r\n";
 const std::string kTooLong = Announced(kEnvelope.size() + 5, kEnvelope);
@@ -120,6 +127,8 @@ const Row kRows[] = {
                   Send(kEnvelope.substr(9))),
      100},
     {"Html", kUnusable, Answer(Http("200 OK", kHtml))},
+    {"SoapOneOne", kUnusable, Answer(Http("200 OK", test::Body11("")))},
+    {"NamespacesWithoutEnd", kUnusable, Answer(Http("200 OK", test::Body(ManyNamespaces())))},
     {"NotFound", kUnusable, Answer(Http("404 Not Found", kHtml))},
     {"Unauthorized", kUnusable,
      Answer(Http("401 Unauthorized", kHtml, "WWW-Authenticate: Basic realm=\"p\"\r\n"))},
@@ -367,6 +376,10 @@ TEST_F(Transport, RefusesBadArgumentsBeforeAnythingIsSent) {
     for (const wchar_t* bad : {L"", L"<Other/>", L"<EnumQueryElement>", L"text"})
         EXPECT_EQ(GetPrinterElements(url.c_str(), bad, response.Receive()), E_FAIL) << bad;
     EXPECT_EQ(server.Connections(), 0u);
+    std::string clean;
+    EXPECT_EQ(CleanPrinterElements(kEnvelope, query, nullptr), E_INVALIDARG);
+    EXPECT_EQ(CleanPrinterElements(kEnvelope, nullptr, &clean), E_INVALIDARG);
+    EXPECT_EQ(CleanPrinterElements(kEnvelope, L"<Other/>", &clean), E_FAIL);
 }
 
 TEST(TransportWithoutCom, FailsBeforeAnythingIsSent) {

@@ -138,12 +138,13 @@ TEST_F(AllocationTest, RefusedMemoryIsReportedAndLeavesNothingBehind) {
     ClientAttributeRequest client{};
     client.longIdCount = 1;
     client.shortIdCount = 1;
-    for (const int first : {0, 1}) {
+    for (const int first : {0, 1, 2}) {
         allowed = first;
         AttributeRequest request;
-        EXPECT_FALSE(CVPCAAnalyzer().BuildAttributeRequest(&client, &request));
+        EXPECT_EQ(CVPCAAnalyzer().BuildAttributeRequest(&client, &request), first == 2);
+        EXPECT_EQ(request.longIdCount, first / 2);
+        EXPECT_TRUE(CVPCAAnalyzer().FreeAttributeRequest(&request));
         EXPECT_EQ(request.longIds, nullptr);
-        EXPECT_EQ(request.longIdCount, 0);
     }
 }
 

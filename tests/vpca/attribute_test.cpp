@@ -3,6 +3,7 @@
 #include <optional>
 
 #include "hex.h"
+#include "vpca/analyzer.h"
 #include "vpca/attribute_list.h"
 #include "vpca/attribute_table.h"
 #include "vpca/header.h"
@@ -49,21 +50,6 @@ TEST_F(AttributeTest, ExactlyTheKnownIdsAreFound) {
     EXPECT_EQ(count, 1075u);
     EXPECT_EQ(sum, 3645864u);
     EXPECT_EQ(hash, 3682322960u);
-}
-
-TEST_F(AttributeTest, ScalarsAreCopiedAsTheyAre) {
-    ASSERT_EQ(
-        Decode(Hex("02 00B4 08 0102030405060708 0965 1C 00112233445566778899AABBCCDDEEFF0011223344556677"
-                   "8899AABB")),
-        VpcaError::kSuccess);
-    ASSERT_EQ(list_.count, 2);
-    EXPECT_EQ(list_.valueBytes, 36u);
-    EXPECT_EQ(list_.entries[0].id, 180);
-    EXPECT_EQ(list_.entries[0].kind, 0);
-    EXPECT_EQ(ToHex(&ValueAt<uint8_t>(0), 8), "01 02 03 04 05 06 07 08");
-    EXPECT_EQ(list_.entries[1].id, 2405);
-    EXPECT_EQ(ToHex(&ValueAt<uint8_t>(1) + 24, 4), "88 99 AA BB");
-    EXPECT_EQ(destination_->capacity, 2 * 16 + 8 + 28u);
 }
 
 TEST_F(AttributeTest, ListsKeepAddressesInWireOrderAndConvertNumbers) {
@@ -245,6 +231,13 @@ TEST_F(AttributeTest, MissingArgumentsAreRefused) {
     EXPECT_EQ(decode(&list_, &text, 1, &noEntries, 1, &destination), VpcaError::kBadArgument);
     EXPECT_EQ(decode(&list_, &text, 1, &badEntry, 1, &destination), VpcaError::kBadArgument)
         << "an entry of another context is checked too";
+
+    CVPCAAnalyzer analyzer;
+    ClientAttributeRequest client{};
+    AttributeRequest request;
+    EXPECT_FALSE(analyzer.BuildAttributeRequest(nullptr, &request));
+    EXPECT_FALSE(analyzer.BuildAttributeRequest(&client, nullptr));
+    EXPECT_FALSE(analyzer.FreeAttributeRequest(nullptr));
 }
 
 TEST_F(AttributeTest, WithoutTheListFlagAListTypeIsOneElement) {
