@@ -95,6 +95,7 @@ TEST_F(AttributeTest, TextRecordsKeepTheTextWithATerminatingZero) {
 TEST_F(AttributeTest, UnknownIdsAreCarriedWithTheirBytesAndKnownOpaqueOnesKeepTheirId) {
     ASSERT_EQ(Decode(Hex("01 1B58 05 0102030405")), VpcaError::kSuccess);
     EXPECT_EQ(list_.entries[0].id, 0);
+    EXPECT_EQ(list_.entries[0].kind, 0);
     EXPECT_EQ(destination_->capacity, 16 + 32u);
     const auto& unknown = ValueAt<OpaqueValue>(0);
     EXPECT_EQ(unknown.id, 7000);
