@@ -3,10 +3,12 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
 #include <vector>
 
 #include "expat_events.h"
+#include "random_document.h"
 
 namespace vlm {
 namespace {
@@ -102,6 +104,22 @@ TEST(PrefixNormalizer, RefusesADocumentWithNamespacesWithoutEnd) {
     }
     EXPECT_EQ(Normalize(onRoot + "/>", {}), "too many");
     EXPECT_EQ(Normalize(nested + "</r>", {}), "too many");
+}
+
+TEST(PrefixNormalizer, ChangesNoMeaningOfAnyDocument) {
+    const std::vector<NamespaceDeclaration> queries[] = {
+        {}, {{L"wprt", kPrint}, {L"p", L"urn:c"}}, {{L"pri", L"urn:a"}}};
+    std::mt19937 random(7);
+    for (int round = 0; round < 1000; ++round) {
+        std::string document;
+        AppendRandomElement([&](size_t count) { return random() % count; }, 0, {}, &document);
+        const std::string normalized = Normalize(document, queries[round % 3]);
+        Meaning before;
+        Meaning after;
+        ASSERT_TRUE(ParseNamespaces(document, &before)) << document;
+        ASSERT_TRUE(ParseNamespaces(normalized, &after)) << document << "\n" << normalized;
+        ASSERT_TRUE(before.IsKeptBy(after)) << document << "\n" << normalized;
+    }
 }
 
 }  // namespace

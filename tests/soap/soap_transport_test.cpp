@@ -363,6 +363,24 @@ TEST_F(Transport, KeepsNoCookies) {
     }
 }
 
+TEST_F(Transport, AnswerIsCleanedWithTheQuerysPrefixesOnItsRootAndInUtf8) {
+    const std::wstring query = L"<EnumQueryElement xmlns:wprt='" +
+                               std::wstring(test::kPrint.begin(), test::kPrint.end()) +
+                               L"' xmlns:nprt='urn:v'/>";
+    const std::string answer =
+        "<?xml version='1.0' encoding='windows-1252'?>\r\n<!-- c -->" +
+        test::Envelope("<q:R xmlns:q='" + test::kPrint +
+                       "'><q:V xmlns:q='urn:v' q:k='1' xml:lang='de'>&amp;<![CDATA[<\xE4]]>&#x1F600;</q:V>"
+                       "<q:ElementData Name='q:A'/></q:R>");
+    std::string clean;
+    ASSERT_EQ(CleanPrinterElements(answer, query.c_str(), &clean), S_OK);
+    EXPECT_EQ(clean, "<?xml version=\"1.0\" encoding=\"UTF-8\"?><s:Envelope xmlns:s=\"" + test::kSoap12 +
+                         "\" xmlns:wprt=\"" + test::kPrint +
+                         "\" xmlns:nprt=\"urn:v\"><wprt:R><nprt:V nprt:k=\"1\" xml:lang=\"de\">"
+                         "&amp;&lt;\xC3\xA4\xF0\x9F\x98\x80</nprt:V><wprt:ElementData Name=\"wprt:A\"/>"
+                         "</wprt:R></s:Envelope>");
+}
+
 TEST_F(Transport, RefusesBadArgumentsBeforeAnythingIsSent) {
     const ScriptedServer server(Answer(Http("200 OK", kEnvelope)));
     const std::wstring url = server.Url();
