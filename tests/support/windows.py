@@ -2,6 +2,7 @@
 
 import os
 import pathlib
+import re
 import subprocess
 import threading
 import time
@@ -10,13 +11,18 @@ ROOT = pathlib.Path(__file__).resolve().parents[2]
 BIN = pathlib.Path(os.environ.get("VLM_BIN", ROOT / "build/mingw/bin"))
 PREFIX = pathlib.Path(os.environ.get("WINEPREFIX", ROOT / "build/wine"))
 RUNNER = ROOT / "cmake/run-under-wine"
+# Wine's own, of a thread whose way to Wine's server is closed while the process ends. The program's status and output are
+# complete by then.
+OVERTAKEN = re.compile("^wine client error:.*\n?", re.MULTILINE)
 
 
 def run(program, *arguments, stdin="", timeout=60, folder=None, **environment):
     """Runs one program to its end; the CompletedProcess with text output. `folder` is the one that it runs in; what
     else is given goes into its environment."""
-    return subprocess.run([RUNNER, BIN / program, *map(str, arguments)], input=stdin, capture_output=True,
+    done = subprocess.run([RUNNER, BIN / program, *map(str, arguments)], input=stdin, capture_output=True,
                           encoding="utf-8", timeout=timeout, cwd=folder, env=os.environ | environment)
+    done.stderr = OVERTAKEN.sub("", done.stderr)
+    return done
 
 
 def start(program, *arguments, **more):
