@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <string>
+#include <vector>
 
 namespace vlm {
 namespace {
@@ -85,6 +87,25 @@ TEST(XmlBounds, BreaksLinesOnlyWhereTheySayNothing) {
     const std::string wide = Utf16("<a></a>", false, true);
     ASSERT_EQ(CheckXmlBounds(wide, kLimits, &ready), XmlRefusal::kNone);
     EXPECT_EQ(ready, wide);
+}
+
+// For the sanitizers: nothing that can be cut or flipped reads outside the text.
+TEST(XmlBounds, SurvivesDamage) {
+    const std::string whole =
+        "<?xml version='1.0' encoding='utf-8'?><!--c--><a b='1'><![CDATA[x]]><?p q?><c/></a>";
+    std::mt19937 random(4);
+    for (size_t length = 0; length <= whole.size(); ++length) {
+        for (int round = 0; round < 20; ++round) {
+            std::string text = whole.substr(0, length);
+            for (int flips = round % 4; flips > 0 && !text.empty(); --flips) {
+                text[random() % text.size()] = "<>!-[]?/'\"\0\xFF\xFE"[random() % 13];
+            }
+            // A copy of exact size, so that reading one behind its end is found.
+            const std::vector<char> exact(text.begin(), text.end());
+            std::string ready;
+            CheckXmlBounds({exact.data(), exact.size()}, kLimits, &ready);
+        }
+    }
 }
 
 }  // namespace
